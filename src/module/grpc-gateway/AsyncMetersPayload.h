@@ -1,0 +1,65 @@
+// One attempt of one meter stream, from the start of its call to the start of the next attempt.
+//
+// A stream runs forever: whatever ends an attempt, five seconds later the next one begins, as a new
+// payload. Nothing is logged about it, and the call's status is not looked at.
+//
+//   state      firstEvent finishing closing  pending    event     action                     next
+//   Starting       1          0        0     start      ok        Read Reading
+//                                                       not ok    arm the retry alarm Waiting
+//   Reading        0          0        0     Read       ok        ProcessMeters, Read Reading
+//                                                       not ok    cancel, Finish Finishing
+//   Finishing      0          1        1     Finish     any       arm the retry alarm Waiting
+//   Waiting      0 or 1       0        1     alarm      any       restart, delete this       -
+#pragma once
+
+#include <grpcpp/alarm.h>
+#include <grpcpp/completion_queue.h>
+#include <grpcpp/support/async_stream.h>
+
+#include <functional>
+#include <memory>
+
+#include "host/sonalith.h"
+#include "meters.grpc.pb.h"
+#include "module/grpc-gateway/AsyncEventPayload.h"
+#include "module/grpc-gateway/ConfigManager.h"
+
+namespace gateway {
+
+class AsyncMetersPayload final : public AsyncEventPayload {
+ public:
+  // Queue and table are the client's and outlive the payload. `startNext` starts the next attempt;
+  // it is called on the client thread, right before this payload deletes itself.
+  AsyncMetersPayload(grpc::CompletionQueue* queue, GatewaySlotTable* table,
+                     std::shared_ptr<const ConfigManager> config, MeterEntryType rate,
+                     std::function<void()> startNext);
+  ~AsyncMetersPayload() override;
+
+  void Proceed(bool ok) override;
+
+ private:
+  friend class gRPCGatewayClient;  // prepares the call from `request` and stores it in `reader`
+
+  // Writes what the message holds, and the configuration names, into the slots.
+  void ProcessMeters();
+  void read();
+  void finish();
+  void armRetryAlarm();
+
+  // The order matters: they go in reverse, the reader before its context in the base.
+  bool firstEvent = true;
+  bool finishing = false;
+  bool closing = false;
+  std::unique_ptr<grpc::Alarm> retryAlarm;
+  sonalith::grpc::Meter meter;  // buffer of every Read
+  grpc::Status status;          // filled by Finish, never read
+  std::unique_ptr<grpc::ClientAsyncReader<sonalith::grpc::Meter>> reader;
+  grpc::CompletionQueue* completionQueue;
+  std::function<void()> restart;
+  sonalith::common::Empty request;
+  GatewaySlotTable* slotTable;
+  std::shared_ptr<const ConfigManager> configManager;
+  MeterEntryType meterType;
+};
+
+}  // namespace gateway

@@ -1,0 +1,28 @@
+#include "module/grpc-gateway/AsyncSetParamsPayload.h"
+
+#include <utility>
+
+namespace gateway {
+
+AsyncSetParamsPayload::AsyncSetParamsPayload(
+    sonalith::grpcengine::Engine::Stub* engine, grpc::CompletionQueue* queue,
+    std::unique_ptr<sonalith::grpcengine::RequestSetParams> params)
+    : stub(engine), completionQueue(queue), request(std::move(params)) {}
+
+AsyncSetParamsPayload::~AsyncSetParamsPayload() = default;
+
+void AsyncSetParamsPayload::start(std::unique_ptr<AsyncSetParamsPayload> payload) {
+  auto reader = payload->stub->PrepareAsyncSetParams(payload->context.get(), *payload->request,
+                                                     payload->completionQueue);
+  reader->StartCall();
+  // The reader lies in the call's own memory, which goes with the payload: its owning pointer must
+  // not look at it once the call can be over.
+  AsyncSetParamsPayload* const tag = payload.release();
+  reader.release()->Finish(&tag->response, &tag->status, tag);
+}
+
+void AsyncSetParamsPayload::Proceed(bool) {
+  delete this;
+}
+
+}  // namespace gateway

@@ -1,0 +1,381 @@
+#include "module/grpc-gateway/ConfigManager.h"
+
+#include <ini.h>
+#include <strings.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string_view>
+
+#include "module/grpc-gateway/HostAccess.h"
+#include "shquote/shquote.h"
+
+namespace gateway {
+namespace {
+
+constexpr char defaultPath[] = "/etc/sonalith/grpc-gateway.conf";
+constexpr int maximumCustomKeySize = SONALITH_SLOT_TEXT_SIZE - 1;
+
+bool sameName(const char* a, const char* b) {
+  return strcasecmp(a, b) == 0;
+}
+
+// ---- Entry values: "Key=a Type=slow" ----------------------------------------------------------
+
+struct Field {
+  std::string name;
+  std::string value;
+};
+
+// Words without "=" or with nothing behind the last one say nothing. What follows a second "=" is
+// cut off.
+std::optional<Field> splitWord(std::string_view word) {
+  const std::size_t equals = word.find('=');
+  if (equals == std::string_view::npos || word.back() == '=') return std::nullopt;
+  const std::string_view rest = word.substr(equals + 1);
+  return Field{std::string(word.substr(0, equals)), std::string(rest.substr(0, rest.find('=')))};
+}
+
+struct FreeBlock {
+  void operator()(char** block) const { std::free(block); }
+};
+
+// Calls `apply` for each field, also after one that failed, so that one line shows all its faults.
+// Returns whether all of them were good.
+template <class Apply>
+bool applyFields(const char* value, Apply apply) {
+  constexpr std::size_t maximumWords = 2147483646;
+  char** words = nullptr;
+  std::size_t count = 0;
+  const int result = c_shquote_parse_argv(&words, &count, value, std::strlen(value));
+  const std::unique_ptr<char*, FreeBlock> block(words);
+  if (result != 0 || count > maximumWords) {
+    GATEWAY_LOG(SONALITH_LOG_ERROR, "error in c_shquote_parse_argv");
+    return false;
+  }
+  bool ok = true;
+  for (std::size_t i = 0; i < count; ++i) {
+    const std::optional<Field> field = splitWord(words[i]);
+    if (field && !apply(*field)) ok = false;
+  }
+  return ok;
+}
+
+template <class Entry>
+bool setName(Entry& entry, const Field& field) {
+  if (field.name == "Key") {
+    entry.key = field.value;
+  } else if (field.name == "CustomKey") {
+    entry.customKey = field.value;
+  } else {
+    return false;
+  }
+  return true;
+}
+
+bool setType(MeterEntryType& type, const std::string& value) {
+  if (value == "fast") {
+    type = MeterEntryType::Fast;
+  } else if (value == "slow") {
+    type = MeterEntryType::Slow;
+  } else {
+    GATEWAY_LOG(SONALITH_LOG_FAULT, "unknown meter type %s while parsing meter entry",
+                value.c_str());
+    return false;
+  }
+  return true;
+}
+
+void convert(const std::string& text, std::int32_t& value) {
+  value = std::stoi(text);
+}
+void convert(const std::string& text, float& value) {
+  value = std::stof(text);
+}
+// Keeps the low 32 bits: "-1" is the largest value, "4294967296" is 0.
+void convert(const std::string& text, std::uint32_t& value) {
+  value = static_cast<std::uint32_t>(std::stoul(text));
+}
+
+template <class T>
+bool setDefault(T& defaultValue, const std::string& text) {
+  try {
+    convert(text, defaultValue);
+    return true;
+  } catch (const std::exception&) {
+    GATEWAY_LOG(SONALITH_LOG_FAULT, "could not convert value %s as default value", text.c_str());
+    return false;
+  }
+}
+
+bool setDefault(std::string& defaultValue, const std::string& text) {
+  defaultValue = text;
+  return true;
+}
+
+template <class T>
+bool setMeterField(MeterEntry<T>& entry, const Field& field) {
+  if (setName(entry, field)) return true;
+  if (field.name == "Type") return setType(entry.type, field.value);
+  if (field.name == "DefaultValue") return setDefault(entry.defaultValue, field.value);
+  GATEWAY_LOG(SONALITH_LOG_FAULT, "unknown key %s while parsing meter entry", field.name.c_str());
+  return false;
+}
+
+bool setEngineField(EngineEntry& entry, const Field& field) {
+  if (setName(entry, field)) return true;
+  GATEWAY_LOG(SONALITH_LOG_FAULT, "unknown key %s while parsing engine entry", field.name.c_str());
+  return false;
+}
+
+void logUnsupportedType() {
+// The words as they have always been; a "%d" without its argument is what they are known by.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat"
+  GATEWAY_LOG(SONALITH_LOG_ERROR, "unsupported meter type for entry %d");
+#pragma GCC diagnostic pop
+}
+
+template <class T>
+bool parseMeterEntry(const char* value, std::vector<MeterEntry<T>>& slow,
+                     std::vector<MeterEntry<T>>& fast) {
+  MeterEntry<T> entry;
+  if (!applyFields(value, [&](const Field& field) { return setMeterField(entry, field); })) {
+    return false;
+  }
+  switch (entry.type) {
+    case MeterEntryType::Slow:
+      slow.push_back(std::move(entry));
+      return true;
+    case MeterEntryType::Fast:
+      fast.push_back(std::move(entry));
+      return true;
+  }
+  logUnsupportedType();
+  return false;
+}
+
+bool parseEngineEntry(const char* value, EngineEntry& entry) {
+  return applyFields(value, [&](const Field& field) { return setEngineField(entry, field); });
+}
+
+// ---- Sections -----------------------------------------------------------------------------------
+
+// "yes", "1" and the empty value are false as well.
+bool isTrue(const char* value) {
+  return sameName(value, "true");
+}
+
+bool handleMeters(ConfigManager& config, const char* name, const char* value) {
+  if (sameName(name, "Target")) {
+    config.metersTarget = value;
+  } else if (sameName(name, "EnableFastMeters")) {
+    config.enableFastMeters = isTrue(value);
+  } else if (sameName(name, "EnableSlowMeters")) {
+    config.enableSlowMeters = isTrue(value);
+  } else {
+    GATEWAY_LOG(SONALITH_LOG_ERROR, "unknown field %s in Meters section", name);
+    return false;
+  }
+  return true;
+}
+
+bool handleEngine(ConfigManager& config, const char* name, const char* value) {
+  if (!sameName(name, "Target")) {
+    GATEWAY_LOG(SONALITH_LOG_ERROR, "unknown field %s in Engine section", name);
+    return false;
+  }
+  config.engineTarget = value;
+  return true;
+}
+
+template <auto slow, auto fast>
+bool handleMeterEntries(ConfigManager& config, const char* name, const char* value) {
+  if (!sameName(name, "Meter")) {
+    GATEWAY_LOG(SONALITH_LOG_ERROR, "unknown field %s in meter entry section", name);
+    return false;
+  }
+  return parseMeterEntry(value, config.*slow, config.*fast);
+}
+
+// The words are those of the engine sections, for a stray key beside `File` too.
+bool refuseEngineField(const char* name) {
+  GATEWAY_LOG(SONALITH_LOG_ERROR, "unknown field %s in engine entry section", name);
+  return false;
+}
+
+template <auto list>
+bool handleEngineEntries(ConfigManager& config, const char* name, const char* value) {
+  if (!sameName(name, "Param")) return refuseEngineField(name);
+  EngineEntry entry;
+  if (!parseEngineEntry(value, entry)) return false;
+  (config.*list).push_back(std::move(entry));
+  return true;
+}
+
+struct Section {
+  const char* name;
+  bool (*handle)(ConfigManager& config, const char* name, const char* value);
+};
+
+using C = ConfigManager;
+constexpr Section sections[] = {
+    {"Meters", handleMeters},
+    {"Engine", handleEngine},
+    {"MetersString", handleMeterEntries<&C::slowMeterStrings, &C::fastMeterStrings>},
+    {"MetersInt", handleMeterEntries<&C::slowMeterInts, &C::fastMeterInts>},
+    {"MetersUint", handleMeterEntries<&C::slowMeterUints, &C::fastMeterUints>},
+    {"MetersFloat", handleMeterEntries<&C::slowMeterFloats, &C::fastMeterFloats>},
+    {"EngineString", handleEngineEntries<&C::engineStrings>},
+    {"EngineInt", handleEngineEntries<&C::engineInts>},
+    {"EngineUint", handleEngineEntries<&C::engineUints>},
+    {"EngineFloat", handleEngineEntries<&C::engineFloats>},
+};
+
+constexpr char ifExistPrefix[] = "ParseIfExist:";
+constexpr std::size_t ifExistPrefixSize = sizeof(ifExistPrefix) - 1;
+
+int configHandler(void* user, const char* section, const char* name, const char* value);
+
+bool handleIfExist(void* user, const char* name, const char* value) {
+  if (!sameName(name, "File")) return refuseEngineField(name);
+  GATEWAY_LOG(SONALITH_LOG_TRACE, "subparsing file '%s' as requested", value);
+  return ini_parse(value, configHandler, user) == 0;
+}
+
+// Nothing that goes wrong with a dedicated file makes the file that names it bad.
+void handleIfExistSection(void* user, const char* path, const char* name, const char* value) {
+  if (*path == '\0' || access(path, F_OK) != 0) {
+    GATEWAY_LOG(SONALITH_LOG_TRACE, "file '%s' not exist, so not parsing dedicated file", path);
+    return;
+  }
+  const bool result = handleIfExist(user, name, value);
+  GATEWAY_LOG(SONALITH_LOG_TRACE, "ret from handle if exist: %d", result ? 1 : 0);
+}
+
+// The reader's handler: 0 makes it count the line as bad, and go on.
+int configHandler(void* user, const char* section, const char* name, const char* value) {
+  ConfigManager& config = *static_cast<ConfigManager*>(user);
+  for (const Section& known : sections) {
+    if (sameName(section, known.name)) return known.handle(config, name, value) ? 1 : 0;
+  }
+  if (std::strncmp(section, ifExistPrefix, ifExistPrefixSize) == 0) {
+    handleIfExistSection(user, section + ifExistPrefixSize, name, value);
+    return 1;
+  }
+  GATEWAY_LOG(SONALITH_LOG_ERROR, "unknown section %s in grpc gateway configuration file", section);
+  return 0;
+}
+
+// ---- Verification -------------------------------------------------------------------------------
+
+bool fault(const char* text) {
+  GATEWAY_LOG(SONALITH_LOG_FAULT, "%s", text);
+  return false;
+}
+
+bool hasMeters(const ConfigManager& config) {
+  return !config.slowMeterStrings.empty() || !config.slowMeterInts.empty() ||
+         !config.slowMeterUints.empty() || !config.slowMeterFloats.empty() ||
+         !config.fastMeterStrings.empty() || !config.fastMeterInts.empty() ||
+         !config.fastMeterUints.empty() || !config.fastMeterFloats.empty();
+}
+
+bool hasEngineParameters(const ConfigManager& config) {
+  return !config.engineStrings.empty() || !config.engineInts.empty() ||
+         !config.engineUints.empty() || !config.engineFloats.empty();
+}
+
+bool verifyMetersSettings(const ConfigManager& config) {
+  const bool anyRate = config.enableFastMeters || config.enableSlowMeters;
+  if (!config.metersTarget.empty()) {
+    return anyRate || fault("at least one meter type must be enabled");
+  }
+  if (anyRate) return fault("meters target can't be empty if fast or slow meters are set");
+  if (hasMeters(config)) return fault("meters target can't be empty is some meters are set");
+  return true;
+}
+
+bool verifyEngineSettings(const ConfigManager& config) {
+  if (!config.engineTarget.empty() || !hasEngineParameters(config)) return true;
+  return fault("engine target can't be empty is some engine parameters are set");
+}
+
+// A repeated key fails without naming itself; the summary of the stage is all that shows it.
+template <class Entry>
+bool verifyEntries(const std::vector<Entry>& entries, const char* emptyKeyText) {
+  std::vector<std::string> keys;
+  for (const Entry& entry : entries) {
+    keys.push_back(entry.key);
+    if (entry.key.empty()) return fault(emptyKeyText);
+    if (entry.customKey.size() > maximumCustomKeySize) {
+      GATEWAY_LOG(SONALITH_LOG_FAULT, "MeterEntry CustomKey maximum size is %d",
+                  maximumCustomKeySize);
+      return false;
+    }
+  }
+  return std::set<std::string>(keys.begin(), keys.end()).size() == keys.size();
+}
+
+template <class T>
+bool verifyMeterEntries(std::vector<MeterEntry<T>> entries) {
+  return verifyEntries(entries, "MeterEntry Key field can't be empty");
+}
+
+bool verifyEngineEntries(const std::vector<EngineEntry>& entries) {
+  return verifyEntries(entries, "EngineEntry Key field can't be empty");
+}
+
+bool verifyMeterLists(const ConfigManager& config) {
+  return verifyMeterEntries(config.slowMeterStrings) && verifyMeterEntries(config.slowMeterInts) &&
+         verifyMeterEntries(config.slowMeterUints) && verifyMeterEntries(config.slowMeterFloats) &&
+         verifyMeterEntries(config.fastMeterStrings) && verifyMeterEntries(config.fastMeterInts) &&
+         verifyMeterEntries(config.fastMeterUints) && verifyMeterEntries(config.fastMeterFloats);
+}
+
+bool verifyEngineLists(const ConfigManager& config) {
+  return verifyEngineEntries(config.engineStrings) && verifyEngineEntries(config.engineInts) &&
+         verifyEngineEntries(config.engineUints) && verifyEngineEntries(config.engineFloats);
+}
+
+struct Stage {
+  bool (*verify)(const ConfigManager& config);
+  const char* failure;
+};
+
+constexpr Stage stages[] = {
+    {verifyMetersSettings, "Meters settings verification failed!"},
+    {verifyEngineSettings, "Engine settings verification failed!"},
+    {verifyMeterLists, "MeterEntry string settings verification failed!"},
+    {verifyEngineLists, "EngineEntry string settings verification failed!"},
+};
+
+// Every stage runs, so that one start shows the faults of all of them.
+bool verify(const ConfigManager& config) {
+  bool sound = true;
+  for (const Stage& stage : stages) {
+    if (stage.verify(config)) continue;
+    GATEWAY_LOG(SONALITH_LOG_TRACE, "%s", stage.failure);
+    sound = false;
+  }
+  return sound;
+}
+
+}  // namespace
+
+ConfigManager::ConfigManager(const std::string& path) {
+  const char* const file = path.empty() ? defaultPath : path.c_str();
+  const int result = ini_parse(file, configHandler, this);
+  if (result == 0) {
+    valid = verify(*this);
+  } else {
+    GATEWAY_LOG(SONALITH_LOG_FAULT, "configManager: problem parsing %s (%d)", file, result);
+    valid = false;
+  }
+}
+
+}  // namespace gateway

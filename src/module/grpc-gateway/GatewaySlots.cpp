@@ -1,0 +1,110 @@
+#include "module/grpc-gateway/GatewaySlots.h"
+
+#include <cstdio>
+#include <type_traits>
+
+namespace gateway {
+namespace {
+
+template <class Entry>
+constexpr bool isMeter = !std::is_same_v<Entry, EngineEntry>;
+
+void setName(sonalith_slotText& name, const char* prefix, const std::string& customKey,
+             std::size_t position) {
+  if (customKey.empty()) {
+    std::snprintf(name, sizeof(name), "%s%ld", prefix, static_cast<long>(position));
+  } else {
+    sonalith_strncpy(name, customKey.c_str(), sizeof(name));
+  }
+}
+
+void setDefault(sonalith_slotText& value, const std::string& defaultValue) {
+  sonalith_strncpy(value, defaultValue.c_str(), sizeof(value));
+}
+
+template <class T>
+void setDefault(T& value, const T& defaultValue) {
+  value = defaultValue;
+}
+
+// Engine slots may be set by the host, to any value; meter slots may not.
+template <class Entry, class Value>
+sonalith_moduleOffset describe(const sonalith_slotText& name, Value& value, std::uint32_t valueType,
+                               const char* description) {
+  sonalith_moduleOffset slot{};
+  slot.name = name;
+  slot.value = &value;
+  slot.valueSize = sizeof(value);
+  slot.valueType = valueType;
+  slot.validator = isMeter<Entry> ? nullptr : sonalith_moduleValidateOk;
+  slot.description = description;
+  slot.flags = isMeter<Entry> ? 0 : 3;
+  return slot;
+}
+
+template <class T>
+T* allocate(std::size_t count) {
+  return static_cast<T*>(sonalith_calloc(count, sizeof(T)));
+}
+
+template <class T, class Entry>
+void buildGroup(const std::vector<Entry>& entries, GatewaySlotTable& table,
+                sonalith_moduleOffsetList** offsets) {
+  using Group = GatewaySlotGroup<T>;
+  if (entries.empty()) return;
+  auto*& values = table.*Group::values;
+  auto*& names = table.*Group::names;
+  values = allocate<std::remove_reference_t<decltype(*values)>>(entries.size());
+  names = allocate<sonalith_slotText>(entries.size());
+  if constexpr (isMeter<Entry>) table.*Group::count = entries.size();
+
+  for (std::size_t i = 0; i < entries.size(); ++i) {
+    const Entry entry = entries[i];
+    if constexpr (isMeter<Entry>) setDefault(values[i], entry.defaultValue);
+    setName(names[i], Group::namePrefix, entry.customKey, i);
+    const sonalith_moduleOffset slot =
+        describe<Entry>(names[i], values[i], Group::valueType, Group::description);
+    sonalith_addModuleOffset(offsets, &slot);
+  }
+}
+
+template <class T>
+void releaseGroup(const GatewaySlotTable& table) {
+  using Group = GatewaySlotGroup<T>;
+  if (table.*Group::names != nullptr) sonalith_free(table.*Group::names);
+  if (table.*Group::values != nullptr) sonalith_free(table.*Group::values);
+}
+
+}  // namespace
+
+void buildEngineSlots(const ConfigManager& config, GatewaySlotTable& table,
+                      sonalith_moduleOffsetList** offsets) {
+  buildGroup<std::string>(config.engineStrings, table, offsets);
+  buildGroup<std::int32_t>(config.engineInts, table, offsets);
+  buildGroup<std::uint32_t>(config.engineUints, table, offsets);
+  buildGroup<float>(config.engineFloats, table, offsets);
+}
+
+template <class T>
+void buildMeterSlots(const std::vector<MeterEntry<T>>& entries, GatewaySlotTable& table,
+                     sonalith_moduleOffsetList** offsets) {
+  buildGroup<T>(entries, table, offsets);
+}
+
+template void buildMeterSlots(const std::vector<MeterEntry<std::string>>& entries,
+                              GatewaySlotTable& table, sonalith_moduleOffsetList** offsets);
+template void buildMeterSlots(const std::vector<MeterEntry<std::int32_t>>& entries,
+                              GatewaySlotTable& table, sonalith_moduleOffsetList** offsets);
+template void buildMeterSlots(const std::vector<MeterEntry<std::uint32_t>>& entries,
+                              GatewaySlotTable& table, sonalith_moduleOffsetList** offsets);
+template void buildMeterSlots(const std::vector<MeterEntry<float>>& entries,
+                              GatewaySlotTable& table, sonalith_moduleOffsetList** offsets);
+
+void releaseSlots(const GatewaySlotTable& table) {
+  releaseGroup<std::string>(table);
+  releaseGroup<std::int32_t>(table);
+  releaseGroup<std::uint32_t>(table);
+  releaseGroup<float>(table);
+}
+
+}  // namespace gateway

@@ -1,0 +1,196 @@
+#include "module/grpc-gateway/grpc-gateway-module.h"
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "module/grpc-gateway/GatewaySlots.h"
+#include "module/grpc-gateway/HostAccess.h"
+
+namespace gateway {
+namespace {
+
+// ---- Engine changes -----------------------------------------------------------------------------
+
+// Passes an item on, under the key that the remote engine knows, for each entry whose slot has the
+// item's name. The list comes as a copy of this item's own.
+template <class T, class Value>
+void forwardMatches(const EngineChangeFilter& filter, const std::string& itemKey,
+                    std::vector<EngineEntry> entries,
+                    void (*add)(sonalith_keyValueList* list, const char* key, Value value),
+                    Value value) {
+  std::string slotKey = stringFromHost(filter.manager->module->name) + ".";
+  const std::size_t prefixSize = slotKey.size();
+  for (std::size_t i = 0; i < entries.size(); ++i) {
+    slotKey.resize(prefixSize);
+    if (entries[i].customKey.empty()) {
+      slotKey.append(GatewaySlotGroup<T>::namePrefix).append(std::to_string(i));
+    } else {
+      slotKey.append(entries[i].customKey);
+    }
+    if (slotKey == itemKey) add(filter.matched, entries[i].key.c_str(), value);
+  }
+}
+
+// The type of an item selects the list. Arrays, doubles and null strings go nowhere.
+void forwardItem(const EngineChangeFilter& filter, const sonalith_keyValueItem& item) {
+  const std::shared_ptr<const ConfigManager> config = filter.manager->config;
+  const std::string key = stringFromHost(item.key);
+  const sonalith_itemValue& value = item.value;
+  switch (item.type) {
+    case SONALITH_ITEM_UINT:
+      return forwardMatches<std::uint32_t>(filter, key, config->engineUints,
+                                           sonalith_keyValueListAddSU32, value.asUint);
+    case SONALITH_ITEM_INT:
+      return forwardMatches<std::int32_t>(filter, key, config->engineInts,
+                                          sonalith_keyValueListAddSI32, value.asInt);
+    case SONALITH_ITEM_FLOAT:
+      return forwardMatches<float>(filter, key, config->engineFloats, sonalith_keyValueListAddSF,
+                                   value.asFloat);
+    case SONALITH_ITEM_STRING:
+      if (value.asString == nullptr) return;
+      return forwardMatches<std::string>(filter, key, config->engineStrings,
+                                         sonalith_keyValueListAddSS, value.asString);
+    default:
+      return;
+  }
+}
+
+void logException(int level, const std::exception& exception) {
+  GATEWAY_LOG(level, "C++ exception in grpc gateway: %s", exception.what());
+}
+
+std::int32_t filterEngineChange(const sonalith_keyValueItem* item, void* filter) {
+  try {
+    forwardItem(*static_cast<const EngineChangeFilter*>(filter), *item);
+    return 0;
+  } catch (const std::exception& exception) {
+    logException(SONALITH_LOG_TRACE, exception);
+    return 1;
+  }
+}
+
+// What passes the filter goes out in one call.
+void onEngineChanges(sonalith_keyValueList* changes, void* user) {
+  EngineChangeFilter filter{static_cast<ModuleManager*>(user), nullptr};
+  try {
+    filter.matched = sonalith_keyValueListNew();
+    sonalith_keyValueListForEach(changes, filterEngineChange, &filter);
+    if (sonalith_keyValueListIsEmpty(filter.matched) == 0) {
+      const std::shared_ptr<gRPCGatewayClient> client = filter.manager->client;
+      client->sendParams(filter.matched);
+    }
+  } catch (const std::exception& exception) {
+    logException(SONALITH_LOG_TRACE, exception);
+  }
+  if (filter.matched != nullptr) sonalith_keyValueListDestroy(filter.matched);
+}
+
+// ---- Start and stop -----------------------------------------------------------------------------
+
+GatewayModuleData& dataOf(const sonalith_module& module) {
+  return *static_cast<GatewayModuleData*>(module.privateData);
+}
+
+// How a module's life ends, by a stop as by a start that was refused.
+void releaseModule(sonalith_module& module) {
+  GatewayModuleData* const data = &dataOf(module);
+  data->manager.reset();
+  delete data;
+  module.privateData = nullptr;
+  if (module.moduleOffsets != nullptr) sonalith_free(module.moduleOffsets);
+  module.moduleOffsets = nullptr;
+}
+
+const char* configPath(const sonalith_keyValueList* params) {
+  const char* path = "";
+  if (params != nullptr && sonalith_keyValueListGetS(params, "gatewayConfigPath", &path) == 0) {
+    GATEWAY_LOG(SONALITH_LOG_TRACE, "gatewayConfigPath: %s", path);
+  }
+  return path;
+}
+
+void publishEngineSlots(sonalith_module& module, const ConfigManager& config) {
+  sonalith_moduleOffsetList* offsets = sonalith_createModuleOffset(nullptr);
+  buildEngineSlots(config, dataOf(module).engineSlots, &offsets);
+  module.moduleOffsets = offsets;
+}
+
+void publishMeterSlots(sonalith_module& module, gRPCGatewayClient& client) {
+  module.slowMeterTable = &client.slowMeterTable;
+  module.fastMeterTable = &client.fastMeterTable;
+  module.slowMeterOffsets = client.slowMeterOffsets;
+  module.fastMeterOffsets = client.fastMeterOffsets;
+}
+
+// Returns false if the start is refused; what was built by then is released by the caller.
+bool buildModule(sonalith_module& module, const sonalith_keyValueList* params) {
+  auto* const data = new GatewayModuleData;
+  module.privateData = data;
+  const char* const hostPath = configPath(params);
+  auto newManager = std::make_unique<ModuleManager>(&module);
+  const std::string path = stringFromHost(hostPath);
+  newManager->config = std::make_shared<const ConfigManager>(path);
+  data->manager = std::move(newManager);
+
+  ModuleManager& manager = *data->manager;
+  if (!manager.config->valid) {
+    GATEWAY_LOG(SONALITH_LOG_FAULT, "gRPC gateway configuration is not valid!");
+    return false;
+  }
+  publishEngineSlots(module, *manager.config);
+  // Changes can come from the moment of the registration, so the client has to stand by then.
+  manager.client = std::make_shared<gRPCGatewayClient>(manager.config);
+  manager.changeCallbackHandle =
+      sonalith_engine_notify_changes_addCallback(module.engine, onEngineChanges, &manager);
+  if (manager.changeCallbackHandle == nullptr) return false;
+  publishMeterSlots(module, *manager.client);
+  return true;
+}
+
+// An exception leaves in the record what had got there, for a stop to release; a refusal does not.
+std::int32_t startCycle(sonalith_module* module, sonalith_keyValueList* params) {
+  try {
+    GATEWAY_LOG(SONALITH_LOG_TRACE, "%s(%s, %p)", "startCycle", module->name,
+                static_cast<void*>(params));
+    if (buildModule(*module, params)) return 0;
+    GATEWAY_LOG(SONALITH_LOG_ERROR, "gRPC gateway module error starting");
+    releaseModule(*module);
+  } catch (const std::exception& exception) {
+    logException(SONALITH_LOG_FAULT, exception);
+  }
+  return -1;
+}
+
+void stopCycle(sonalith_module* module) {
+  try {
+    GATEWAY_LOG(SONALITH_LOG_TRACE, "%s(%s)", "stopCycle", module->name);
+    // First, so that the host can't reach the tables any more while they go.
+    module->slowMeterTable = nullptr;
+    module->fastMeterTable = nullptr;
+    releaseModule(*module);
+  } catch (const std::exception& exception) {
+    logException(SONALITH_LOG_FAULT, exception);
+  }
+}
+
+}  // namespace
+
+ModuleManager::ModuleManager(sonalith_module* record) : module(record) {}
+
+ModuleManager::~ModuleManager() {
+  GATEWAY_LOG(SONALITH_LOG_FAULT, "grpc-gateway: destroying module manager..");
+  if (changeCallbackHandle != nullptr) {
+    sonalith_engine_notify_changes_rmCallback(module->engine, changeCallbackHandle);
+  }
+  releaseSlots(dataOf(*module).engineSlots);
+  client.reset();
+  config.reset();
+}
+
+}  // namespace gateway
+
+const plugin_entry plugin_entry_0_1 = {
+    "grpc-gateway", 0, gateway::startCycle, 0, gateway::stopCycle, 0, 0, 13,
+};
