@@ -1,0 +1,79 @@
+#include <gtest/gtest.h>
+
+#include "tests/shquote/shquote_calls.h"
+
+using namespace std::string_view_literals;
+
+TEST(DoubleQuoted, TakesTheTextBetweenTheQuotesAndStandsBehindThem) {
+  EXPECT_EQ(copyDoubleQuoted("\"a b\"rest"), gives("a b", "rest"));
+}
+
+TEST(DoubleQuoted, TakesAnEmptyPairOfQuotes) {
+  EXPECT_EQ(copyDoubleQuoted("\"\"", 0), gives(""));
+}
+
+TEST(DoubleQuoted, EscapedDoubleQuoteGivesThatByteAlone) {
+  expectExactRoom(copyDoubleQuoted, "\"\\\"\"", gives("\""));
+}
+
+TEST(DoubleQuoted, EscapedDollarGivesThatByteAlone) {
+  expectExactRoom(copyDoubleQuoted, "\"\\$\"", gives("$"));
+}
+
+TEST(DoubleQuoted, EscapedBackslashGivesThatByteAlone) {
+  expectExactRoom(copyDoubleQuoted, "\"\\\\\"", gives("\\"));
+}
+
+TEST(DoubleQuoted, EscapedBackquoteGivesThatByteAlone) {
+  expectExactRoom(copyDoubleQuoted, "\"\\`\"", gives("`"));
+}
+
+// Unlike outside quotes, where the newline goes with its backslash.
+TEST(DoubleQuoted, EscapedNewlineStaysAndLosesOnlyItsBackslash) {
+  expectExactRoom(copyDoubleQuoted, "\"\\\n\"", gives("\n"));
+}
+
+TEST(DoubleQuoted, BackslashStaysInFrontOfEveryOtherByte) {
+  for (int value = 0; value < 256; ++value) {
+    const char byte = static_cast<char>(value);
+    if ("\"$\\`\n"sv.find(byte) != std::string_view::npos) continue;
+    const std::string escape = {'\\', byte};
+    SCOPED_TRACE(testing::PrintToString(escape));
+    expectExactRoom(copyDoubleQuoted, "\"" + escape + "\"", gives(escape));
+  }
+}
+
+TEST(DoubleQuoted, CopiesAllBytesButQuotesAndBackslashesUnchanged) {
+  EXPECT_EQ(copyDoubleQuoted("\"$a `b` 'c'\t\n#\0\""sv), gives("$a `b` 'c'\t\n#\0"sv));
+}
+
+TEST(DoubleQuoted, MixesRunsAndEscapes) {
+  expectExactRoom(copyDoubleQuoted, "\"a\\\"b\\nc\\\\\" d", gives("a\"b\\nc\\", " d"));
+}
+
+TEST(DoubleQuoted, RejectsALoneOpeningQuote) {
+  EXPECT_EQ(copyDoubleQuoted("\""), fails(SHQUOTE_ERR_UNTERMINATED));
+}
+
+TEST(DoubleQuoted, RejectsAnInputThatEndsInARun) {
+  EXPECT_EQ(copyDoubleQuoted("\"abc"), fails(SHQUOTE_ERR_UNTERMINATED));
+}
+
+TEST(DoubleQuoted, RejectsABackslashAsTheLastByteEvenWithoutRoom) {
+  EXPECT_EQ(copyDoubleQuoted("\"\\"), fails(SHQUOTE_ERR_UNTERMINATED));
+  EXPECT_EQ(copyDoubleQuoted("\"\\", 0), fails(SHQUOTE_ERR_UNTERMINATED));
+}
+
+TEST(DoubleQuoted, RejectsAnEscapeThatUsesUpTheInput) {
+  EXPECT_EQ(copyDoubleQuoted("\"\\\""), fails(SHQUOTE_ERR_UNTERMINATED));
+  EXPECT_EQ(copyDoubleQuoted("\"\\a"), fails(SHQUOTE_ERR_UNTERMINATED));
+}
+
+TEST(DoubleQuoted, CallsEmptyInputABrokenAssumption) {
+  EXPECT_EQ(copyDoubleQuoted(""), fails(-131));
+}
+
+TEST(DoubleQuoted, CallsAnyOtherFirstByteABrokenAssumption) {
+  EXPECT_EQ(copyDoubleQuoted("a\"\""), fails(-131));
+  EXPECT_EQ(copyDoubleQuoted("'\"\""), fails(-131));
+}

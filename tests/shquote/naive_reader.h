@@ -1,0 +1,140 @@
+// A second reading of the quoting rules, as a machine that is fed byte by byte. It is slow and
+// shares nothing with the functions under test, which search ahead and copy by runs.
+#ifndef TESTS_SHQUOTE_NAIVE_READER_H
+#define TESTS_SHQUOTE_NAIVE_READER_H
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+#include "tests/shquote/shquote_calls.h"
+
+class NaiveReader {
+ public:
+  // A reader that splits takes one token; one that does not takes the whole input as one text.
+  NaiveReader(bool splits, std::size_t room) : splits_(splits), room_(room) {}
+
+  Outcome read(std::string_view input) {
+    std::size_t used = 0;
+    while (used < input.size() && take(input[used]) && !overflown_) ++used;
+    if (overflown_) return fails(SHQUOTE_ERR_NO_ROOM);
+    if (state_ == State::Single || state_ == State::Double || state_ == State::DoubleEscape) {
+      return fails(SHQUOTE_ERR_UNTERMINATED);
+    }
+    if (splits_ && !started_) return fails(SHQUOTE_ERR_END_OF_INPUT);
+    return gives(output_, input.substr(used));
+  }
+
+ private:
+  enum class State { Bare, BareEscape, Comment, Single, Double, DoubleEscape, Behind };
+
+  static bool isBlank(char byte) { return byte == ' ' || byte == '\t' || byte == '\n'; }
+
+  // False for the first byte behind the token.
+  bool take(char byte) {
+    switch (state_) {
+      case State::Bare:
+        takeBare(byte);
+        return true;
+      case State::BareEscape:
+        takeBareEscaped(byte);
+        return true;
+      case State::Comment:
+        takeCommented(byte);
+        return true;
+      case State::Single:
+        takeSingleQuoted(byte);
+        return true;
+      case State::Double:
+        takeDoubleQuoted(byte);
+        return true;
+      case State::DoubleEscape:
+        takeDoubleEscaped(byte);
+        return true;
+      case State::Behind:
+        return isBlank(byte);
+    }
+    return false;
+  }
+
+  void takeBare(char byte) {
+    if (byte == '\'') {
+      open(State::Single);
+    } else if (byte == '"') {
+      open(State::Double);
+    } else if (byte == '\\') {
+      state_ = State::BareEscape;
+    } else if (splits_ && isBlank(byte)) {
+      state_ = started_ ? State::Behind : State::Bare;
+    } else if (splits_ && byte == '#' && !started_) {
+      state_ = State::Comment;
+    } else {
+      put(byte);
+    }
+  }
+
+  void takeBareEscaped(char byte) {
+    state_ = State::Bare;
+    if (byte != '\n') put(byte);
+  }
+
+  void takeCommented(char byte) {
+    if (byte == '\n') state_ = State::Bare;
+  }
+
+  // Room is asked for at the closing quote: an open quote is the graver fault.
+  void takeSingleQuoted(char byte) {
+    if (byte != '\'') {
+      pending_ += byte;
+      return;
+    }
+    for (char quoted : pending_) put(quoted);
+    pending_.clear();
+    state_ = State::Bare;
+  }
+
+  void takeDoubleQuoted(char byte) {
+    if (byte == '"') {
+      state_ = State::Bare;
+    } else if (byte == '\\') {
+      state_ = State::DoubleEscape;
+    } else {
+      put(byte);
+    }
+  }
+
+  void takeDoubleEscaped(char byte) {
+    state_ = State::Double;
+    const bool special = byte == '"' || byte == '$' || byte == '\\' || byte == '`' || byte == '\n';
+    if (!special) put('\\');
+    put(byte);
+  }
+
+  void open(State quote) {
+    started_ = true;
+    state_ = quote;
+  }
+
+  void put(char byte) {
+    started_ = true;
+    overflown_ = overflown_ || output_.size() == room_;
+    if (!overflown_) output_ += byte;
+  }
+
+  const bool splits_;
+  const std::size_t room_;
+  State state_ = State::Bare;
+  bool started_ = false;
+  bool overflown_ = false;
+  std::string pending_;
+  std::string output_;
+};
+
+inline Outcome naiveUnquote(std::string_view input, std::size_t room) {
+  return NaiveReader(false, room).read(input);
+}
+inline Outcome naiveParseNext(std::string_view input, std::size_t room) {
+  return NaiveReader(true, room).read(input);
+}
+
+#endif  // TESTS_SHQUOTE_NAIVE_READER_H
