@@ -47,6 +47,8 @@ class gRPCGatewayClient {
   void sendParams(const sonalith_keyValueList* changes);
 
  private:
+  friend class gRPCGatewayClientTest;  // brings about states that only a race reaches otherwise
+
   struct MeterStream;
   static const MeterStream fastStream;
   static const MeterStream slowStream;

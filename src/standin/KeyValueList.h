@@ -1,0 +1,54 @@
+// The stand-in's key/value list: what a test or a tool fills and hands to a module, and what
+// sonalith_keyValueListNew gives to one.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <string>
+#include <vector>
+
+#include "host/sonalith.h"
+
+// Owns all that its items point to. One thread at a time, like any container. What no module may
+// read is filled with a pattern: reserved fields, the high half of 32-bit values, the count of
+// items that are no arrays.
+struct sonalith_keyValueList {
+ public:
+  sonalith_keyValueList() = default;
+  sonalith_keyValueList(const sonalith_keyValueList&) = delete;
+  sonalith_keyValueList& operator=(const sonalith_keyValueList&) = delete;
+
+  // Each appends one item, of the type that its name says, and returns the list. A null key or
+  // string is kept as null.
+  sonalith_keyValueList& addUint(const char* key, std::uint32_t value);
+  sonalith_keyValueList& addInt(const char* key, std::int32_t value);
+  sonalith_keyValueList& addFloat(const char* key, float value);
+  sonalith_keyValueList& addString(const char* key, const char* value);
+  sonalith_keyValueList& addUintArray(const char* key, const std::vector<std::uint32_t>& values);
+  sonalith_keyValueList& addIntArray(const char* key, const std::vector<std::int32_t>& values);
+  sonalith_keyValueList& addFloatArray(const char* key, const std::vector<float>& values);
+  sonalith_keyValueList& addDouble(const char* key, double value);
+  // An item of any type code, for codes that no module knows.
+  sonalith_keyValueList& addOther(const char* key, std::uint32_t type, sonalith_itemValue value);
+
+  const std::vector<sonalith_keyValueItem>& items() const { return items_; }
+
+ private:
+  sonalith_keyValueList& add(const char* key, std::uint32_t type, sonalith_itemValue value);
+  template <typename Number>
+  sonalith_keyValueList& addArray(const char* key, std::uint32_t type,
+                                  std::deque<std::vector<Number>>& arrays,
+                                  const std::vector<Number>& values);
+  const char* kept(const char* text);
+
+  std::vector<sonalith_keyValueItem> items_;
+  // Deques, so that what items point to stays where it is.
+  std::deque<std::string> texts_;
+  std::deque<std::vector<std::uint32_t>> uintArrays_;
+  std::deque<std::vector<std::int32_t>> intArrays_;
+  std::deque<std::vector<float>> floatArrays_;
+};
+
+namespace standin {
+using KeyValueList = sonalith_keyValueList;
+}  // namespace standin

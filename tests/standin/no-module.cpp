@@ -1,0 +1,5 @@
+// A shared object that is no module: it has no descriptor.
+extern "C" int nothing();
+int nothing() {
+  return 0;
+}

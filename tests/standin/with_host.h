@@ -1,0 +1,16 @@
+// A test that has a host.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "standin/Host.h"
+
+class WithHost : public testing::Test {
+ protected:
+  using Texts = std::vector<std::string>;
+
+  standin::Host host;
+};
