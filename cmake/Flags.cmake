@@ -52,3 +52,12 @@ else()
   target_compile_definitions(
     gateway_flags INTERFACE $<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
 endif()
+
+if(GATEWAY_FUZZ)
+  if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    message(FATAL_ERROR "GATEWAY_FUZZ needs clang++: configure with -DCMAKE_CXX_COMPILER=clang++")
+  endif()
+  # What the fuzzer learns from.
+  target_compile_options(gateway_flags INTERFACE -fsanitize=fuzzer-no-link)
+  target_link_options(gateway_flags INTERFACE -fsanitize=fuzzer-no-link)
+endif()

@@ -1,0 +1,47 @@
+// The vocabulary of tests that load the built module as a host does.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "standin/Host.h"
+#include "standin/LoadedModule.h"
+#include "tests/support/TemporaryFolder.h"
+
+using Journal = std::vector<std::string>;
+
+class GatewayTest : public ::testing::Test {
+ protected:
+  // Writes a configuration file and starts the module with it.
+  int start(const std::string& configuration) {
+    return instance.start(files.write("gateway.conf", configuration));
+  }
+
+  // Leaves out what the module logs, or all but that.
+  Journal journalWithoutLog() const { return filtered(false); }
+  Journal log() const { return filtered(true); }
+
+  // What holds at the end of every test that stopped what it started.
+  void expectNothingLeft() const {
+    EXPECT_EQ(host.outstanding(), standin::Outstanding{});
+    EXPECT_EQ(host.violations(), std::vector<std::string>{});
+    EXPECT_TRUE(instance.hostBytesIntact());
+  }
+
+  standin::Host host;
+  standin::Engine engine;
+  standin::LoadedModule module{GATEWAY_MODULE};
+  standin::ModuleInstance instance{module, engine};
+  TemporaryFolder files;
+
+ private:
+  Journal filtered(bool logLines) const {
+    Journal lines;
+    for (const std::string& line : host.journal()) {
+      if (line.starts_with("log ") == logLines) lines.push_back(line);
+    }
+    return lines;
+  }
+};

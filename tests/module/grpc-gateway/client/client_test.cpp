@@ -1,0 +1,367 @@
+// What no caller of the client sees: states that only a race reaches, and its event loop.
+#include <gtest/gtest.h>
+
+#include <future>
+#include <stdexcept>
+
+#include "module/grpc-gateway/gRPCGatewayClient.h"
+#include "standin/Host.h"
+#include "standin/KeyValueList.h"
+#include "tests/support/SimProcess.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace gateway {
+
+using Journal = std::vector<std::string>;
+using sonalith::grpcengine::RequestSetParams;
+
+// A tag that tells what happens to it.
+class Probe : public AsyncEventPayload {
+ public:
+  explicit Probe(int& deletions, bool raises = false) : deletions_(deletions), raises_(raises) {}
+  ~Probe() override { ++deletions_; }
+
+  void Proceed(bool ok) override {
+    if (raises_) throw std::runtime_error("no more");
+    std::promise<bool> taken = std::move(taken_);
+    delete this;
+    taken.set_value(ok);
+  }
+
+  std::future<bool> taken() { return taken_.get_future(); }
+
+ private:
+  int& deletions_;
+  bool raises_;
+  std::promise<bool> taken_;
+};
+
+class gRPCGatewayClientTest : public ::testing::Test {
+ protected:
+  std::shared_ptr<const ConfigManager> parse(const std::string& text) {
+    return std::make_shared<const ConfigManager>(files.write("gateway.conf", text));
+  }
+  std::unique_ptr<gRPCGatewayClient> build(const std::string& text) {
+    return std::make_unique<gRPCGatewayClient>(parse(text));
+  }
+
+  static constexpr char noTargets[] = "[Meters]\nEnableFastMeters=false\nEnableSlowMeters=false\n";
+  static std::string engineAt(const std::string& target) {
+    return std::string(noTargets).append("[Engine]\nTarget=").append(target).append("\n");
+  }
+
+  // The client's private parts, by name: friendship does not reach the tests themselves.
+  static void startClient(gRPCGatewayClient& client) { client.startClient(); }
+  static void stopClient(gRPCGatewayClient& client) { client.stopClient(); }
+  static void startFast(gRPCGatewayClient& client) { client.startFastMetersRequest(); }
+  static void startSlow(gRPCGatewayClient& client) { client.startSlowMetersRequest(); }
+  static AsyncMetersPayload*& fastPayload(gRPCGatewayClient& client) { return client.fastPayload; }
+  static AsyncMetersPayload*& slowPayload(gRPCGatewayClient& client) { return client.slowPayload; }
+  static bool hasMetersStub(const gRPCGatewayClient& client) {
+    return client.metersStub != nullptr;
+  }
+  static bool hasEngineStub(const gRPCGatewayClient& client) {
+    return client.engineStub != nullptr;
+  }
+  static std::string defaultTargets(const gRPCGatewayClient& client) {
+    return client.defaultMetersTarget + " " + client.defaultEngineTarget;
+  }
+  static grpc::CompletionQueue& queue(gRPCGatewayClient& client) { return client.completionQueue; }
+
+  // Puts an event for `tag` on the client's queue.
+  void post(gRPCGatewayClient& client, void* tag) {
+    alarms.push_back(std::make_unique<grpc::Alarm>());
+    alarms.back()->Set(&queue(client), gpr_now(GPR_CLOCK_REALTIME), tag);
+  }
+
+  Journal log() const {
+    Journal lines;
+    for (const standin::LogLine& line : host.log()) {
+      lines.push_back(std::to_string(line.level).append(" ").append(line.text));
+    }
+    return lines;
+  }
+  static std::string flushLine(const void* tag) {
+    char text[64];
+    std::snprintf(text, sizeof(text), "1 Flushing tag %p", tag);
+    return text;
+  }
+
+  void expectNothingLeft() const {
+    EXPECT_EQ(host.outstanding(), standin::Outstanding{});
+    EXPECT_EQ(host.violations(), std::vector<std::string>{});
+  }
+
+  standin::Host host;
+  TemporaryFolder files;
+  std::vector<std::unique_ptr<grpc::Alarm>> alarms;  // outlive the client that they were set for
+};
+
+// ---- Construction -------------------------------------------------------------------------------
+
+TEST_F(gRPCGatewayClientTest, ReachesNoServerWithoutATarget) {
+  const auto client = build(noTargets);
+  EXPECT_FALSE(hasMetersStub(*client));
+  EXPECT_FALSE(hasEngineStub(*client));
+  EXPECT_EQ(fastPayload(*client), nullptr);
+  EXPECT_EQ(slowPayload(*client), nullptr);
+  // They look like a fall-back and are none.
+  EXPECT_EQ(defaultTargets(*client), "localhost:50005 localhost:50006");
+}
+
+TEST_F(gRPCGatewayClientTest, HasAStubForEachTarget) {
+  const auto client = build(engineAt(unusedTarget()));
+  EXPECT_FALSE(hasMetersStub(*client));
+  EXPECT_TRUE(hasEngineStub(*client));
+}
+
+TEST_F(gRPCGatewayClientTest, StartedTwiceSaysSo) {
+  const auto client = build(noTargets);
+  host.clearRecords();
+  startClient(*client);
+  EXPECT_EQ(log(), (Journal{"1 Start gRPC Gateway Client", "1 gRPC Client already running!",
+                            "1 Start gRPC complete"}));
+}
+
+TEST_F(gRPCGatewayClientTest, StoppedBeforeItsDestructionSaysSo) {
+  auto client = build(noTargets);
+  stopClient(*client);
+  host.clearRecords();
+  client.reset();
+  EXPECT_EQ(log(), (Journal{
+                       "1 Destructing gRPC gateway client singleton",
+                       "1 Stop gRPC Gateway client",
+                       "1 gRPC GatewayClient already stopped!",
+                       "1 Stop gRPC Gateway complete",
+                       "1 Shutting down completion queue",
+                       "1 Starting completion queue flush",
+                       "1 Completion queue flush ended",
+                   }));
+  expectNothingLeft();
+}
+
+// ---- The event loop -----------------------------------------------------------------------------
+
+TEST_F(gRPCGatewayClientTest, SkipsANullTagWhileItRuns) {
+  const auto client = build(noTargets);
+  int deletions = 0;
+  auto* const probe = new Probe(deletions);
+  std::future<bool> taken = probe->taken();
+  post(*client, nullptr);
+  post(*client, probe);
+  EXPECT_TRUE(taken.get());
+  EXPECT_EQ(deletions, 1);
+}
+
+TEST_F(gRPCGatewayClientTest, HandsOnAFailedEventLikeAnyOther) {
+  const auto client = build(noTargets);
+  host.clearRecords();
+  int deletions = 0;
+  auto* const probe = new Probe(deletions);
+  std::future<bool> taken = probe->taken();
+  grpc::Alarm alarm;
+  alarm.Set(&queue(*client), gpr_inf_future(GPR_CLOCK_REALTIME), probe);
+  alarm.Cancel();
+  EXPECT_FALSE(taken.get());
+  EXPECT_EQ(log(), Journal{});
+}
+
+TEST_F(gRPCGatewayClientTest, EndsItsThreadAtAnExceptionAndStillStopsInOrder) {
+  auto client = build(noTargets);
+  host.clearRecords();
+  int deletions = 0;
+  auto* const raising = new Probe(deletions, true);
+  post(*client, raising);
+  ASSERT_TRUE(host.waitUntil([&] { return !log().empty(); }));
+  EXPECT_EQ(log(), (Journal{"1 C++ exception in asyncMainLoop(): no more"}));
+
+  // Nobody takes this one; the flush deletes it.
+  auto* const left = new Probe(deletions);
+  post(*client, left);
+  host.clearRecords();
+  client.reset();
+  EXPECT_EQ(deletions, 1);
+  const Journal lines = log();
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), flushLine(left)), 1);
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), flushLine(nullptr)), 1);  // the stop's alarm
+  delete raising;
+}
+
+// ---- The flush ----------------------------------------------------------------------------------
+
+TEST_F(gRPCGatewayClientTest, DeletesATagThatComesTwiceOnce) {
+  auto client = build(noTargets);
+  stopClient(*client);
+  int deletions = 0;
+  auto* const probe = new Probe(deletions);
+  post(*client, probe);
+  post(*client, probe);
+  host.clearRecords();
+  client.reset();
+  EXPECT_EQ(deletions, 1);
+  const Journal lines = log();
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), flushLine(probe)), 2);
+}
+
+// The loop has taken its last event and dropped it: no event is left that could bring it back.
+TEST_F(gRPCGatewayClientTest, DeletesStreamsThatTheQueueHasForgotten) {
+  auto client = build(noTargets);
+  stopClient(*client);
+  bool restarted = false;
+  for (AsyncMetersPayload** payload : {&fastPayload(*client), &slowPayload(*client)}) {
+    *payload = new AsyncMetersPayload(&queue(*client), nullptr, nullptr, MeterEntryType::Fast,
+                                      [&] { restarted = true; });
+  }
+  client.reset();
+  EXPECT_FALSE(restarted);  // and the leak sanitizer finds neither
+}
+
+TEST_F(gRPCGatewayClientTest, DeletesAStreamThatTheFlushHasSeenOnce) {
+  auto client = build(noTargets);
+  stopClient(*client);
+  auto* const payload =
+      new AsyncMetersPayload(&queue(*client), nullptr, nullptr, MeterEntryType::Slow, [] {});
+  slowPayload(*client) = payload;
+  post(*client, payload);
+  host.clearRecords();
+  client.reset();  // the address sanitizer sees a second deletion
+  const Journal lines = log();
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), flushLine(payload)), 1);
+}
+
+// A stream whose retry comes due during the stop deletes itself and starts no other: the field must
+// not go on pointing to it.
+TEST_F(gRPCGatewayClientTest, ForgetsAStreamThatIsNotStartedAgain) {
+  SimProcess server(SimProcess::anyPort, "");
+  auto client = build("[Meters]\nTarget=" + server.metersTarget() + "\nEnableFastMeters=false\n");
+  server.waitEvent("open slow 1 ");
+  AsyncMetersPayload* const slow = slowPayload(*client);
+  EXPECT_EQ(fastPayload(*client), nullptr);
+  stopClient(*client);
+  fastPayload(*client) = slow;
+  startFast(*client);
+  EXPECT_EQ(fastPayload(*client), nullptr);
+  EXPECT_EQ(slowPayload(*client), slow);
+
+  slowPayload(*client) = nullptr;
+  slowPayload(*client) = slow;
+  startSlow(*client);
+  EXPECT_EQ(slowPayload(*client), nullptr);
+  slowPayload(*client) = slow;  // it is still open, and the destructor ends it
+  client.reset();
+  EXPECT_FALSE(server.hasEvent("open slow 2 "));
+  expectNothingLeft();
+}
+
+// ---- Parameters ---------------------------------------------------------------------------------
+
+TEST_F(gRPCGatewayClientTest, SendsNothingWithoutAnEngineTarget) {
+  const auto client = build(noTargets);
+  standin::KeyValueList changes;
+  changes.addInt("a", 1);
+  host.failCall(standin::Operation::KeyValueListForEach);  // it is not even looked at
+  EXPECT_NO_THROW(client->sendParams(&changes));
+}
+
+TEST_F(gRPCGatewayClientTest, SendsNothingOnceItIsStopped) {
+  SimProcess server("", SimProcess::anyPort);
+  auto client = build(engineAt(server.engineTarget()));
+  stopClient(*client);
+  standin::KeyValueList changes;
+  changes.addInt("a", 1);
+  host.failCall(standin::Operation::KeyValueListForEach);
+  EXPECT_NO_THROW(client->sendParams(&changes));
+  client.reset();
+  EXPECT_FALSE(server.hasEvent("SetParams "));
+}
+
+// The types that no change of the host brings this far are converted all the same.
+TEST_F(gRPCGatewayClientTest, SendsItemsOfEveryType) {
+  SimProcess server("", SimProcess::anyPort);
+  auto client = build(engineAt(server.engineTarget()));
+  standin::KeyValueList changes;
+  changes.addUint("u", 4294967295u)
+      .addInt("i", -1)
+      .addFloat("f", 0.5f)
+      .addString("s", "hi")
+      .addUintArray("au", {1, 2})
+      .addIntArray("ai", {-1, 2})
+      .addFloatArray("af", {1, 2})
+      .addDouble("d", 1.5)
+      .addUintArray("empty au", {})
+      .addIntArray("empty ai", {})
+      .addFloatArray("empty af", {})
+      .addOther("eight", 8, {})
+      .addOther("largest", 4294967295u, {});
+  client->sendParams(&changes);
+
+  RequestSetParams expected;
+  const auto add = [&](const char* key) {
+    auto* const param = expected.add_params();
+    param->set_key(key);
+    return param->mutable_value();
+  };
+  add("u")->set_suint(4294967295u);
+  add("i")->set_sint(-1);
+  add("f")->set_sfloat(0.5f);
+  add("s")->set_sstring("hi");
+  auto* const uints = add("au")->mutable_auint();
+  uints->add_data(1);
+  uints->add_data(2);
+  auto* const ints = add("ai")->mutable_aint();
+  ints->add_data(-1);
+  ints->add_data(2);
+  auto* const floats = add("af")->mutable_afloat();
+  floats->add_data(1);
+  floats->add_data(2);
+  add("d")->set_sdouble(1.5);
+  add("empty au")->mutable_auint();
+  add("empty ai")->mutable_aint();
+  add("empty af")->mutable_afloat();
+  add("eight");
+  add("largest");
+  EXPECT_EQ(server.waitEvent("SetParams 1 "),
+            "SetParams 1 " + toHex(expected) + " deadline=none metadata=-");
+  server.waitEvent("closed SetParams 1 ");
+}
+
+TEST_F(gRPCGatewayClientTest, SendsWhatIsLeftOfItemsThatFail) {
+  host.setChoices({.iterationStopsAtOne = false});
+  SimProcess server("", SimProcess::anyPort);
+  auto client = build(engineAt(server.engineTarget()));
+  host.clearRecords();
+  standin::KeyValueList changes;
+  changes.addInt("a", 1).addString("null text", nullptr).addInt(nullptr, 2).addInt("b", 3);
+  client->sendParams(&changes);
+
+  RequestSetParams expected;
+  expected.add_params()->set_key("a");
+  expected.mutable_params(0)->mutable_value()->set_sint(1);
+  expected.add_params()->set_key("null text");  // a key without a value
+  expected.add_params();                        // neither
+  expected.add_params()->set_key("b");
+  expected.mutable_params(3)->mutable_value()->set_sint(3);
+  EXPECT_EQ(server.waitEvent("SetParams 1 "),
+            "SetParams 1 " + toHex(expected) + " deadline=none metadata=-");
+  const std::string line =
+      "3 exception while converting list: basic_string::_M_construct null not valid";
+  EXPECT_EQ(log(), (Journal{line, line}));
+  EXPECT_EQ(host.log().front().file, "src/module/grpc-gateway/gRPCGatewayClient.cpp");
+  server.waitEvent("closed SetParams 1 ");
+}
+
+TEST_F(gRPCGatewayClientTest, SendsTheItemsUpToAFailureWhereTheHostStopsThere) {
+  host.setChoices({.iterationStopsAtOne = true});
+  SimProcess server("", SimProcess::anyPort);
+  auto client = build(engineAt(server.engineTarget()));
+  standin::KeyValueList changes;
+  changes.addString("null text", nullptr).addInt("b", 3);
+  client->sendParams(&changes);
+  RequestSetParams expected;
+  expected.add_params()->set_key("null text");
+  EXPECT_EQ(server.waitEvent("SetParams 1 "),
+            "SetParams 1 " + toHex(expected) + " deadline=none metadata=-");
+  server.waitEvent("closed SetParams 1 ");
+}
+
+}  // namespace gateway

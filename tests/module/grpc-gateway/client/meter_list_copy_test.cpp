@@ -1,0 +1,124 @@
+// The search in a private copy finds what a plain search through the list finds.
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+#include <vector>
+
+#include "module/grpc-gateway/MeterListCopy.h"
+
+namespace {
+
+using gateway::MeterEntry;
+using gateway::MeterListCopy;
+using Entries = std::vector<MeterEntry<std::int32_t>>;
+
+Entries entriesOf(const std::vector<std::string>& keys) {
+  Entries entries;
+  for (const std::string& key : keys) {
+    MeterEntry<std::int32_t>& entry = entries.emplace_back();
+    entry.key = key;
+    entry.customKey = "name of " + key;
+  }
+  return entries;
+}
+
+std::size_t plainFind(const Entries& entries, const std::string& key, std::size_t bound) {
+  for (std::size_t i = 0; i < entries.size() && i < bound; ++i) {
+    if (entries[i].key == key) return i;
+  }
+  return MeterListCopy::npos;
+}
+
+TEST(MeterListCopy, OfAnEmptyListFindsNothing) {
+  const MeterListCopy copy{Entries{}};
+  EXPECT_EQ(copy.size(), 0u);
+  EXPECT_EQ(copy.find("a", 10), MeterListCopy::npos);
+  EXPECT_EQ(copy.find("", 10), MeterListCopy::npos);
+}
+
+TEST(MeterListCopy, OutlivesTheListThatItWasMadeOf) {
+  Entries entries = entriesOf({"first", std::string(200, 'x'), "last"});
+  const MeterListCopy copy(entries);
+  for (auto& entry : entries) entry.key.assign(entry.key.size(), '?');
+  entries.clear();
+  EXPECT_EQ(copy.find("first", 3), 0u);
+  EXPECT_EQ(copy.find(std::string(200, 'x'), 3), 1u);
+  EXPECT_EQ(copy.find("last", 3), 2u);
+}
+
+TEST(MeterListCopy, GivesTheFirstOfEqualKeysAndNoneAtOrBeyondTheBound) {
+  const MeterListCopy copy(entriesOf({"a", "b", "a"}));
+  EXPECT_EQ(copy.find("a", 3), 0u);
+  EXPECT_EQ(copy.find("b", 2), 1u);
+  EXPECT_EQ(copy.find("b", 1), MeterListCopy::npos);
+  EXPECT_EQ(copy.find("a", 0), MeterListCopy::npos);
+}
+
+TEST(MeterListCopy, ComparesCaseLengthAndEveryByte) {
+  const MeterListCopy copy(entriesOf({"out.level", std::string("a\0b", 3)}));
+  EXPECT_EQ(copy.find("Out.level", 2), MeterListCopy::npos);
+  EXPECT_EQ(copy.find("out.leve", 2), MeterListCopy::npos);
+  EXPECT_EQ(copy.find("out.levels", 2), MeterListCopy::npos);
+  EXPECT_EQ(copy.find("out.lewel", 2), MeterListCopy::npos);
+  EXPECT_EQ(copy.find(std::string_view("a\0b", 3), 2), 1u);
+  EXPECT_EQ(copy.find(std::string_view("a\0c", 3), 2), MeterListCopy::npos);
+  EXPECT_EQ(copy.find("a", 2), MeterListCopy::npos);
+}
+
+template <class T>
+std::size_t findInListOf(T defaultValue) {
+  MeterEntry<T> entry;
+  entry.key = "key";
+  entry.defaultValue = defaultValue;
+  return MeterListCopy(std::vector<MeterEntry<T>>{entry}).find("key", 1);
+}
+
+TEST(MeterListCopy, HoldsEntriesOfEveryValueType) {
+  EXPECT_EQ(findInListOf<std::string>("text"), 0u);
+  EXPECT_EQ(findInListOf<std::int32_t>(-1), 0u);
+  EXPECT_EQ(findInListOf<std::uint32_t>(1), 0u);
+  EXPECT_EQ(findInListOf<float>(0.5f), 0u);
+}
+
+// Keys that differ in few places, of all small lengths: most of them agree in what the search looks
+// at first, so that it has to look further.
+class Shapes : public ::testing::TestWithParam<unsigned> {};
+
+TEST_P(Shapes, AgreeWithThePlainSearch) {
+  std::mt19937 random(GetParam());
+  const auto upTo = [&](std::size_t limit) {
+    return std::uniform_int_distribution<std::size_t>(0, limit)(random);
+  };
+  const auto makeKey = [&](std::size_t size) {
+    std::string key(size, "aq"[upTo(1)]);
+    for (std::size_t change = upTo(3); change > 0 && size > 0; --change) {
+      key[upTo(size - 1)] = "aAq1\xc3"[upTo(4)];
+    }
+    return key;
+  };
+  int found = 0;
+  int missed = 0;
+  for (int round = 0; round < 400; ++round) {
+    const std::size_t size = upTo(40);
+    std::vector<std::string> keys;
+    for (std::size_t i = upTo(70); i > 0; --i)
+      keys.push_back(makeKey(size == 0 ? upTo(300) : size));
+    const Entries entries = entriesOf(keys);
+    const MeterListCopy copy(entries);
+    for (int lookup = 0; lookup < 30; ++lookup) {
+      const bool known = !keys.empty() && upTo(1) == 0;
+      const std::string key = known ? keys[upTo(keys.size() - 1)] : makeKey(size);
+      const std::size_t bound = upTo(keys.size() + 20);
+      const std::size_t expected = plainFind(entries, key, bound);
+      ASSERT_EQ(copy.find(key, bound), expected) << "seed " << GetParam() << ", key " << key;
+      ++(expected == MeterListCopy::npos ? missed : found);
+    }
+  }
+  EXPECT_GT(found, 1000);
+  EXPECT_GT(missed, 1000);
+}
+
+INSTANTIATE_TEST_SUITE_P(Seeds, Shapes, ::testing::Range(1u, 9u));
+
+}  // namespace

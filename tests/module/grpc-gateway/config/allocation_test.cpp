@@ -1,0 +1,106 @@
+// Reading a file when memory runs out. The program is linked so that its calls of malloc and
+// operator new come through the functions below.
+#include <cstdlib>
+#include <new>
+
+#include "tests/module/grpc-gateway/config/config_fixture.h"
+
+namespace {
+
+// Numbers of the requests that fail, counted from 1 while reading; 0 for none.
+struct Heap {
+  bool watched = false;
+  int requests = 0;
+  int failing = 0;
+
+  bool grants() { return !watched || ++requests != failing; }
+};
+
+Heap& newHeap() {
+  static Heap instance;
+  return instance;
+}
+
+Heap& mallocHeap() {
+  static Heap instance;
+  return instance;
+}
+
+// Fails one request of a heap for as long as it lives.
+class FailingRequest {
+ public:
+  FailingRequest(Heap& heap, int number) : heap_(heap) { heap_ = {true, 0, number}; }
+  ~FailingRequest() { heap_ = {}; }
+  FailingRequest(const FailingRequest&) = delete;
+  FailingRequest& operator=(const FailingRequest&) = delete;
+
+ private:
+  Heap& heap_;
+};
+
+}  // namespace
+
+extern "C" {
+void* __real_malloc(std::size_t size);
+void* __real__Znwm(std::size_t size);
+void* __wrap_malloc(std::size_t size);
+void* __wrap__Znwm(std::size_t size);
+
+void* __wrap_malloc(std::size_t size) {
+  return mallocHeap().grants() ? __real_malloc(size) : nullptr;
+}
+
+void* __wrap__Znwm(std::size_t size) {
+  if (!newHeap().grants()) throw std::bad_alloc();
+  return __real__Znwm(size);
+}
+}
+
+namespace gateway {
+namespace {
+
+class ConfigAllocation : public ConfigTest {};
+
+// How many requests of operator new can be failed, one at a time, with the failure leaving the
+// constructor. The one behind them is not made any more.
+int failuresPassed(const std::string& path) {
+  for (int number = 1;; ++number) {
+    const FailingRequest failing(newHeap(), number);
+    try {
+      const ConfigManager config(path);
+      return number - 1;
+    } catch (const std::bad_alloc&) {
+    }
+  }
+}
+
+TEST_F(ConfigAllocation, EveryFailureLeavesTheConstructor) {
+  const std::string text(300, 'x');
+  write("long.conf", "[Meters]\nTarget=" + text + "\n[MetersString]\nMeter=Key=" + text +
+                         " DefaultValue=" + text + "\n");
+  // At least one each for the target, the key, the default value and the list.
+  EXPECT_GT(failuresPassed("long.conf"), 4);
+}
+
+TEST_F(ConfigAllocation, WordsThatFindNoMemoryAreToldLikeAnOpenQuote) {
+  write("main.conf", std::string(targets) +
+                         "[MetersInt]\nMeter=Key=a\nMeter=Key=b\n"
+                         "[EngineInt]\nParam=Key=c\nParam=Key=d\n");
+  const Lines refusal{{4, "error in c_shquote_parse_argv"}, problem(6)};
+  const auto readFailing = [this](int number) {
+    const FailingRequest failing(mallocHeap(), number);
+    return readPath("main.conf");
+  };
+  // Each entry needs two blocks of memory.
+  for (const int number : {1, 2}) {
+    EXPECT_EQ(readFailing(number), unsound({.fastMeterInts = {{.key = "b"}},
+                                            .engineInts = {{.key = "c"}, {.key = "d"}}}));
+    EXPECT_EQ(log(), refusal);
+  }
+  EXPECT_EQ(readFailing(5),
+            unsound({.fastMeterInts = {{.key = "a"}, {.key = "b"}}, .engineInts = {{.key = "d"}}}));
+  EXPECT_EQ(log(), (Lines{{4, "error in c_shquote_parse_argv"}, problem(9)}));
+}
+
+}  // namespace
+}  // namespace gateway

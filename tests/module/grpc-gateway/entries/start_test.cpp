@@ -1,0 +1,306 @@
+// startCycle: what it does in which order, what it leaves in the record, and how it refuses.
+#include <cstring>
+
+#include "tests/module/grpc-gateway/GatewayTest.h"
+
+namespace {
+
+using standin::KeyValueList;
+using standin::Operation;
+
+// Starts, but has no servers to talk to.
+constexpr char empty[] = "[Meters]\nEnableFastMeters=false\nEnableSlowMeters=false\n";
+
+// Nobody listens on this port, and nothing is sent until a parameter changes.
+constexpr char engineOnly[] =
+    "[Meters]\nEnableFastMeters=false\nEnableSlowMeters=false\n"
+    "[Engine]\nTarget=127.0.0.1:1\n"
+    "[EngineInt]\nParam=Key=a\nParam=Key=b CustomKey=bee\n"
+    "[EngineString]\nParam=Key=c\n";
+
+constexpr char defaultPathMissing[] =
+    "log 3 configManager: problem parsing /etc/sonalith/grpc-gateway.conf (-1)";
+
+const Journal refusal = {
+    "log 3 gRPC gateway configuration is not valid!",
+    "log 4 gRPC gateway module error starting",
+    "log 3 grpc-gateway: destroying module manager..",
+};
+
+Journal operator+(Journal first, const Journal& second) {
+  first.insert(first.end(), second.begin(), second.end());
+  return first;
+}
+
+class Start : public GatewayTest {
+ protected:
+  // A record as a refused start leaves it: empty where the module owns it, untouched elsewhere.
+  void expectRefused(int result) {
+    EXPECT_EQ(result, -1);
+    EXPECT_EQ(std::memcmp(&instance.record(), &before, sizeof(before)), 0);
+    EXPECT_EQ(instance.record().privateData, nullptr);
+    EXPECT_EQ(instance.record().moduleOffsets, nullptr);
+    expectNothingLeft();
+  }
+
+  const sonalith_module before = instance.record();
+};
+
+TEST_F(Start, TheDescriptorHoldsNameEntriesAndCode) {
+  const plugin_entry& entry = module.entry();
+  EXPECT_STREQ(entry.name, "grpc-gateway");
+  EXPECT_NE(entry.start, nullptr);
+  EXPECT_NE(entry.stop, nullptr);
+  EXPECT_EQ(entry.code, 13u);
+  EXPECT_EQ(entry.reserved8, 0u);
+  EXPECT_EQ(entry.reserved24, 0u);
+  EXPECT_EQ(entry.reserved40, 0u);
+  EXPECT_EQ(entry.reserved48, 0u);
+}
+
+TEST_F(Start, WithoutParametersTheDefaultPathIsTaken) {
+  const int result = instance.start(nullptr);
+  EXPECT_EQ(log(), (Journal{"log 1 startCycle(gateway, (nil))", defaultPathMissing} + refusal));
+  expectRefused(result);
+}
+
+TEST_F(Start, WithoutTheParameterTheDefaultPathIsTakenAndNotLogged) {
+  KeyValueList params;
+  params.addString("otherParameter", "x");
+  const int result = instance.start(&params);
+  Journal lines = log();
+  lines.erase(lines.begin());  // holds the address of the list
+  EXPECT_EQ(lines, (Journal{defaultPathMissing} + refusal));
+  expectRefused(result);
+}
+
+TEST_F(Start, AnEmptyPathIsLoggedAndMeansTheDefaultPath) {
+  KeyValueList params;
+  params.addString("gatewayConfigPath", "");
+  const int result = instance.start(&params);
+  Journal lines = log();
+  lines.erase(lines.begin());
+  EXPECT_EQ(lines, (Journal{"log 1 gatewayConfigPath: ", defaultPathMissing} + refusal));
+  expectRefused(result);
+}
+
+TEST_F(Start, AFileThatIsNotThereIsRefused) {
+  const std::string path = files.path("missing.conf");
+  const int result = instance.start(path);
+  Journal lines = log();
+  lines.erase(lines.begin());
+  EXPECT_EQ(lines, (Journal{"log 1 gatewayConfigPath: " + path,
+                            "log 3 configManager: problem parsing " + path + " (-1)"} +
+                    refusal));
+  expectRefused(result);
+}
+
+TEST_F(Start, AFileWithABadLineIsRefusedAndTheManagerDestroyedAfterTheErrorLine) {
+  const int result = start("[Meters]\nnonsense\n");
+  Journal lines = log();
+  lines.erase(lines.begin(), lines.begin() + 2);
+  EXPECT_EQ(lines, (Journal{"log 3 configManager: problem parsing " + files.path("gateway.conf") +
+                            " (2)"} +
+                    refusal));
+  expectRefused(result);
+}
+
+TEST_F(Start, ANullPathRaisesAndLeavesThePrivateState) {
+  KeyValueList params;
+  params.addString("gatewayConfigPath", nullptr);
+  EXPECT_EQ(instance.start(&params), -1);
+  Journal lines = log();
+  lines.erase(lines.begin());
+  EXPECT_EQ(
+      lines,
+      (Journal{"log 1 gatewayConfigPath: (null)", "log 3 grpc-gateway: destroying module manager..",
+               "log 3 C++ exception in grpc gateway: basic_string::_M_construct null not "
+               "valid"}));
+  EXPECT_NE(instance.record().privateData, nullptr);
+  EXPECT_EQ(instance.record().moduleOffsets, nullptr);
+
+  host.clearRecords();
+  instance.stop();
+  EXPECT_EQ(log(), (Journal{"log 1 stopCycle(gateway)"}));
+  EXPECT_EQ(instance.record().privateData, nullptr);
+  expectNothingLeft();
+}
+
+TEST_F(Start, AConfigurationWithoutEntriesStartsWithEmptyListsAndTables) {
+  ASSERT_EQ(start(empty), 0);
+  const sonalith_module& record = instance.record();
+  EXPECT_NE(record.privateData, nullptr);
+  ASSERT_NE(record.moduleOffsets, nullptr);
+  ASSERT_NE(record.slowMeterTable, nullptr);
+  ASSERT_NE(record.fastMeterTable, nullptr);
+  const GatewaySlotTable zero{};
+  EXPECT_EQ(std::memcmp(record.slowMeterTable, &zero, sizeof(zero)), 0);
+  EXPECT_EQ(std::memcmp(record.fastMeterTable, &zero, sizeof(zero)), 0);
+  EXPECT_TRUE(instance.slots().empty());
+  EXPECT_EQ(engine.callbackCount(), 1u);
+  EXPECT_EQ(journalWithoutLog(), (Journal{"createModuleOffset #1", "createModuleOffset #2",
+                                          "createModuleOffset #3", "addCallback"}));
+  instance.stop();
+  expectNothingLeft();
+}
+
+TEST_F(Start, LogsEveryStepInOrder) {
+  ASSERT_EQ(start(engineOnly), 0);
+  Journal lines = log();
+  lines.erase(lines.begin());
+  EXPECT_EQ(lines, (Journal{
+                       "log 1 gatewayConfigPath: " + files.path("gateway.conf"),
+                       "log 1 Start gRPC Gateway Client",
+                       "log 1 Start gRPC complete",
+                       "log 2 Create stub for engine RPCs on 127.0.0.1:1",
+                   }));
+  instance.stop();
+}
+
+TEST_F(Start, LogLinesCarryTheirSourceFromTheProjectsRoot) {
+  ASSERT_EQ(start(engineOnly), 0);
+  instance.stop();
+  constexpr char client[] = "src/module/grpc-gateway/gRPCGatewayClient.cpp";
+  constexpr char entries[] = "src/module/grpc-gateway/grpc-gateway-module.cpp";
+  const std::vector<const char*> sources = {entries, entries, client, client, client,
+                                            entries, entries, client, client, client,
+                                            client,  client,  client};
+  const std::vector<standin::LogLine> lines = host.log();
+  ASSERT_EQ(lines.size(), sources.size());
+  for (std::size_t i = 0; i < lines.size(); ++i) {
+    const standin::LogLine& line = lines[i];
+    EXPECT_EQ(line.file, sources[i]) << line.text;
+    EXPECT_GT(line.line, 0);
+    EXPECT_EQ(line.one, 1);
+  }
+}
+
+// The list moves with every slot that is added: only its last place may be kept.
+TEST_F(Start, PublishesTheEngineSlotsInTheListsLastPlace) {
+  ASSERT_EQ(start(engineOnly), 0);
+  Journal steps = journalWithoutLog();
+  EXPECT_EQ(steps, (Journal{
+                       "createModuleOffset #1",
+                       "calloc 1x100 #2",
+                       "calloc 1x100 #3",
+                       "addModuleOffset #1>#4 gateway_string_0",
+                       "calloc 2x4 #5",
+                       "calloc 2x100 #6",
+                       "addModuleOffset #4>#7 gateway_int_0",
+                       "addModuleOffset #7>#8 bee",
+                       "createModuleOffset #9",
+                       "createModuleOffset #10",
+                       "addCallback",
+                   }));
+  std::vector<std::string> names;
+  for (const standin::Slot& slot : instance.slots()) names.push_back(slot.name());
+  EXPECT_EQ(names, (std::vector<std::string>{"gateway_string_0", "gateway_int_0", "bee"}));
+  instance.stop();
+  expectNothingLeft();
+}
+
+TEST_F(Start, ARefusedRegistrationStopsTheRunningClient) {
+  host.setChoices({.registrationFails = true});
+  const int result = start(engineOnly);
+  Journal lines = log();
+  lines.erase(lines.begin(), lines.begin() + 5);
+  EXPECT_EQ(lines, (Journal{
+                       "log 4 gRPC gateway module error starting",
+                       "log 3 grpc-gateway: destroying module manager..",
+                       "log 1 Destructing gRPC gateway client singleton",
+                       "log 1 Stop gRPC Gateway client",
+                       "log 1 Stop gRPC Gateway complete",
+                       "log 1 Shutting down completion queue",
+                       "log 1 Starting completion queue flush",
+                       "log 1 Completion queue flush ended",
+                   }));
+  expectRefused(result);
+}
+
+// The client has to be in place before the registration.
+TEST_F(Start, AChangeDuringTheRegistrationIsTaken) {
+  KeyValueList changes;
+  changes.addInt("gateway.bee", 5);
+  host.setChoices({.changesDuringRegistration = &changes});
+  ASSERT_EQ(start(engineOnly), 0);
+  for (const std::string& line : log()) EXPECT_EQ(line.find("exception"), line.npos) << line;
+  instance.stop();
+  expectNothingLeft();
+}
+
+// ---- Exceptions: what was stored in the record stays there, for a stop to release ---------------
+
+struct FailingStep {
+  const char* name;
+  Operation operation;
+  int call;
+  bool managerBuilt;
+  bool listPublished;
+  std::size_t lostBlocks;  // a new engine list that never reached the record
+};
+
+class StartFails : public Start, public ::testing::WithParamInterface<FailingStep> {};
+
+TEST_P(StartFails, WithOneLineAndAStopReleasesTheRest) {
+  const FailingStep& step = GetParam();
+  host.failCall(step.operation, step.call, "no more");
+  EXPECT_EQ(start(engineOnly), -1);
+  EXPECT_EQ(log().back(), "log 3 C++ exception in grpc gateway: no more");
+  EXPECT_NE(instance.record().privateData, nullptr);
+  EXPECT_EQ(instance.record().moduleOffsets != nullptr, step.listPublished);
+  EXPECT_EQ(instance.record().slowMeterTable, before.slowMeterTable);
+  EXPECT_EQ(instance.record().fastMeterTable, before.fastMeterTable);
+  EXPECT_EQ(engine.callbackCount(), 0u);
+
+  host.clearRecords();
+  instance.stop();
+  const Journal lines = log();
+  const bool destroyed =
+      std::find(lines.begin(), lines.end(), "log 3 grpc-gateway: destroying module manager..") !=
+      lines.end();
+  EXPECT_EQ(destroyed, step.managerBuilt);
+  EXPECT_EQ(instance.record().privateData, nullptr);
+  EXPECT_EQ(instance.record().moduleOffsets, nullptr);
+  EXPECT_EQ(host.outstanding().blocks, step.lostBlocks);
+  EXPECT_EQ(host.violations(), std::vector<std::string>{});
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    AtEachStep, StartFails,
+    ::testing::Values(FailingStep{"ReadingTheParameter", Operation::KeyValueListGetS, 1, false,
+                                  false, 0},
+                      FailingStep{"EngineList", Operation::CreateModuleOffset, 1, true, false, 0},
+                      FailingStep{"EngineValues", Operation::Calloc, 1, true, false, 1},
+                      FailingStep{"EngineNames", Operation::Calloc, 2, true, false, 1},
+                      FailingStep{"FirstEngineSlot", Operation::AddModuleOffset, 1, true, false, 1},
+                      FailingStep{"LastEngineSlot", Operation::AddModuleOffset, 3, true, false, 1},
+                      FailingStep{"SlowList", Operation::CreateModuleOffset, 2, true, true, 0},
+                      FailingStep{"FastList", Operation::CreateModuleOffset, 3, true, true, 0},
+                      FailingStep{"Registration", Operation::AddCallback, 1, true, true, 0}),
+    [](const auto& instantiation) { return instantiation.param.name; });
+
+// Lines of the configuration are the host's calls while it is being built.
+TEST_F(Start, AnExceptionWhileTheConfigurationIsBuiltUnwindsTheManager) {
+  host.failCall(Operation::Log, 3, "no more");
+  EXPECT_EQ(instance.start(files.path("missing.conf")), -1);
+  Journal lines = log();
+  lines.erase(lines.begin(), lines.begin() + 2);
+  EXPECT_EQ(lines, (Journal{"log 3 grpc-gateway: destroying module manager..",
+                            "log 3 C++ exception in grpc gateway: no more"}));
+  EXPECT_NE(instance.record().privateData, nullptr);
+  instance.stop();
+  expectNothingLeft();
+}
+
+// A client whose thread runs can't be unwound.
+TEST_F(Start, AnExceptionOnceTheThreadRunsEndsTheProcess) {
+  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_EXIT(
+      {
+        host.failCall(Operation::Log, 5, "no more");
+        start(engineOnly);
+      },
+      ::testing::KilledBySignal(SIGABRT), "");
+}
+
+}  // namespace

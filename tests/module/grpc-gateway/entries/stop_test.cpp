@@ -1,0 +1,113 @@
+// stopCycle: the order in which it takes back what a start has built.
+#include "tests/module/grpc-gateway/GatewayTest.h"
+
+namespace {
+
+using standin::Operation;
+
+constexpr char withEngineSlots[] =
+    "[Meters]\nEnableFastMeters=false\nEnableSlowMeters=false\n"
+    "[Engine]\nTarget=127.0.0.1:1\n"
+    "[EngineString]\nParam=Key=a\n[EngineInt]\nParam=Key=b\n"
+    "[EngineUint]\nParam=Key=c\n[EngineFloat]\nParam=Key=d\n";
+
+constexpr char withoutSlots[] = "[Meters]\nEnableFastMeters=false\nEnableSlowMeters=false\n";
+
+class Stop : public GatewayTest {};
+
+TEST_F(Stop, TakesBackCallbackEngineSlotsClientAndListInThisOrder) {
+  ASSERT_EQ(start(withEngineSlots), 0);
+  host.clearRecords();
+  instance.stop();
+  // Blocks by their numbers at the start: #1 #4 #7 #10 #13 the growing engine list, then values and
+  // names of each group in turn, then the two meter lists.
+  EXPECT_EQ(host.journal(), (Journal{
+                                "log 1 stopCycle(gateway)",
+                                "log 3 grpc-gateway: destroying module manager..",
+                                "rmCallback",
+                                "free #3",
+                                "free #2",
+                                "free #6",
+                                "free #5",
+                                "free #9",
+                                "free #8",
+                                "free #12",
+                                "free #11",
+                                "log 1 Destructing gRPC gateway client singleton",
+                                "log 1 Stop gRPC Gateway client",
+                                "log 1 Stop gRPC Gateway complete",
+                                "log 1 Shutting down completion queue",
+                                "log 1 Starting completion queue flush",
+                                "log 1 Completion queue flush ended",
+                                "free #14",
+                                "free #15",
+                                "free #13",
+                            }));
+  expectNothingLeft();
+}
+
+TEST_F(Stop, WithoutSlotsReleasesTheListsAlone) {
+  ASSERT_EQ(start(withoutSlots), 0);
+  host.clearRecords();
+  instance.stop();
+  EXPECT_EQ(journalWithoutLog(), (Journal{"rmCallback", "free #2", "free #3", "free #1"}));
+  expectNothingLeft();
+}
+
+TEST_F(Stop, EmptiesTheRecordButForTheMeterLists) {
+  ASSERT_EQ(start(withEngineSlots), 0);
+  const sonalith_module running = instance.record();
+  instance.stop();
+  const sonalith_module& record = instance.record();
+  EXPECT_EQ(record.privateData, nullptr);
+  EXPECT_EQ(record.moduleOffsets, nullptr);
+  EXPECT_EQ(record.slowMeterTable, nullptr);
+  EXPECT_EQ(record.fastMeterTable, nullptr);
+  EXPECT_EQ(record.slowMeterOffsets, running.slowMeterOffsets);
+  EXPECT_EQ(record.fastMeterOffsets, running.fastMeterOffsets);
+}
+
+TEST_F(Stop, HidesTheTablesBeforeAnythingElse) {
+  ASSERT_EQ(start(withoutSlots), 0);
+  bool hidden = false;
+  host.setLogSink([&](const standin::LogLine& line) {
+    if (line.text == "grpc-gateway: destroying module manager..") {
+      hidden = instance.record().slowMeterTable == nullptr &&
+               instance.record().fastMeterTable == nullptr &&
+               instance.record().privateData != nullptr;
+    }
+  });
+  instance.stop();
+  EXPECT_TRUE(hidden);
+}
+
+TEST_F(Stop, AnExceptionIsLoggedAndDoesNotReachTheHost) {
+  ASSERT_EQ(start(withoutSlots), 0);
+  host.clearRecords();
+  host.failCall(Operation::Log, 1, "no more");
+  instance.stop();
+  EXPECT_EQ(log(), (Journal{"log 3 C++ exception in grpc gateway: no more"}));
+  instance.stop();  // nothing had been released
+  expectNothingLeft();
+}
+
+TEST_F(Stop, ARecordCanBeStartedAgain) {
+  for (int round = 0; round < 3; ++round) {
+    ASSERT_EQ(start(withEngineSlots), 0);
+    instance.stop();
+    expectNothingLeft();
+  }
+}
+
+TEST_F(Stop, InstancesStandSideBySide) {
+  standin::ModuleInstance other(module, engine, "other");
+  ASSERT_EQ(start(withEngineSlots), 0);
+  ASSERT_EQ(other.start(files.path("gateway.conf")), 0);
+  EXPECT_NE(other.record().privateData, instance.record().privateData);
+  instance.stop();
+  EXPECT_EQ(other.slots().size(), 4u);
+  other.stop();
+  expectNothingLeft();
+}
+
+}  // namespace

@@ -1,0 +1,89 @@
+// The vocabulary of tests in which the loaded module talks to real servers in another process.
+#pragma once
+
+#include <string>
+#include <utility>
+
+#include "meters.pb.h"
+#include "tests/module/grpc-gateway/GatewayTest.h"
+#include "tests/support/SimProcess.h"
+
+// One message of a meter stream, built value by value.
+class Batch {
+ public:
+  Batch& addString(const std::string& key, const std::string& value) {
+    return add(key, [&](auto& any) { any.mutable_sstring()->set_data(value); });
+  }
+  Batch& addFloat(const std::string& key, float value) {
+    return add(key, [&](auto& any) { any.set_sfloat(value); });
+  }
+  Batch& addInt(const std::string& key, std::int32_t value) {
+    return add(key, [&](auto& any) { any.set_sint(value); });
+  }
+  Batch& addUint(const std::string& key, std::uint32_t value) {
+    return add(key, [&](auto& any) { any.set_suint(value); });
+  }
+  // `fill` sets what it likes in a new value.
+  template <class Fill>
+  Batch& add(const std::string& key, Fill fill) {
+    auto& item = *meter_.add_values();
+    item.set_key(key);
+    fill(*item.mutable_value());
+    return *this;
+  }
+  Batch& addWithoutValue(const std::string& key) {
+    meter_.add_values()->set_key(key);
+    return *this;
+  }
+
+  std::string hex() const { return toHex(meter_); }
+
+ private:
+  sonalith::grpc::Meter meter_;
+};
+
+class FlowTest : public GatewayTest {
+ protected:
+  using Text = std::string;
+
+  // Both targets, and a string slot for each rate by which `deliver` learns that a message is in.
+  std::string common() const {
+    return "[Meters]\nTarget=" + servers.metersTarget() +
+           "\n[Engine]\nTarget=" + servers.engineTarget() +
+           "\n[MetersString]\nMeter=Key=last.one Type=fast CustomKey=last_one\n"
+           "Meter=Key=last.one Type=slow CustomKey=last_one\n";
+  }
+
+  // Starts with these entries besides, and returns when both streams are open at the server.
+  void startFlowing(const std::string& entries = "") {
+    ASSERT_EQ(start(common() + entries), 0);
+    servers.waitEvent("open fast ");
+    servers.waitEvent("open slow ");
+  }
+
+  // Sends a batch on a stream and returns when the module has taken all of it: the values are
+  // written in the order of the message, and the last one is a string, which the host hears of.
+  void deliver(standin::SlotSet set, Batch batch) {
+    const std::string mark = "batch " + std::to_string(++batches_);
+    batch.addString("last.one", mark);
+    servers.command("send " + std::string(nameOf(set)) + " " + batch.hex());
+    ASSERT_TRUE(host.waitUntil([&] { return read(set, "last_one") == standin::SlotValue(mark); }));
+  }
+  void deliverFast(Batch batch) { deliver(standin::SlotSet::Fast, std::move(batch)); }
+  void deliverSlow(Batch batch) { deliver(standin::SlotSet::Slow, std::move(batch)); }
+
+  standin::SlotValue read(standin::SlotSet set, const std::string& name) const {
+    return instance.slot(set, name).read();
+  }
+  standin::SlotValue fast(const std::string& name) const {
+    return read(standin::SlotSet::Fast, name);
+  }
+  standin::SlotValue slow(const std::string& name) const {
+    return read(standin::SlotSet::Slow, name);
+  }
+
+  SimProcess servers;
+
+ private:
+  int batches_ = 0;
+};

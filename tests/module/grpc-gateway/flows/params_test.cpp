@@ -1,0 +1,381 @@
+// Parameter changes, from the host to the engine service.
+#include <latch>
+#include <thread>
+
+#include "engine.pb.h"
+#include "tests/module/grpc-gateway/flows/FlowTest.h"
+#include "tests/support/AcceptedLeak.h"
+
+namespace {
+
+using sonalith::grpcengine::RequestSetParams;
+using standin::KeyValueList;
+using standin::Operation;
+
+// What the service receives, built parameter by parameter.
+class Request {
+ public:
+  template <class Fill>
+  Request& add(const std::string& key, Fill fill) {
+    auto& param = *request_.add_params();
+    param.set_key(key);
+    fill(*param.mutable_value());
+    return *this;
+  }
+  Request& addFloat(const std::string& key, float value) {
+    return add(key, [&](auto& any) { any.set_sfloat(value); });
+  }
+  Request& addInt(const std::string& key, std::int32_t value) {
+    return add(key, [&](auto& any) { any.set_sint(value); });
+  }
+  Request& addUint(const std::string& key, std::uint32_t value) {
+    return add(key, [&](auto& any) { any.set_suint(value); });
+  }
+  Request& addString(const std::string& key, const std::string& value) {
+    return add(key, [&](auto& any) { any.set_sstring(value); });
+  }
+  std::string hex() const { return toHex(request_); }
+
+ private:
+  RequestSetParams request_;
+};
+
+class Params : public FlowTest {
+ protected:
+  static constexpr char entries[] =
+      "[EngineFloat]\nParam=Key=out.gain CustomKey=gain\nParam=Key=in.gain\n"
+      "[EngineInt]\nParam=Key=delay CustomKey=delay\n"
+      "[EngineUint]\nParam=Key=preset.number CustomKey=preset\n"
+      "[EngineString]\nParam=Key=preset.name CustomKey=name\n";
+
+  void startEngineSide(const std::string& parameters = entries) {
+    ASSERT_EQ(start("[Meters]\nEnableFastMeters=false\nEnableSlowMeters=false\n[Engine]\nTarget=" +
+                    servers.engineTarget() + "\n" + parameters),
+              0);
+  }
+
+  // The next call's request as the service received it.
+  std::string received() {
+    const std::string event = servers.waitEvent("SetParams ");
+    const std::size_t begin = event.find(' ', sizeof("SetParams ") - 1) + 1;
+    return event.substr(begin, event.find(' ', begin) - begin);
+  }
+
+  // Sends nothing but a change that passes, so that what came before is known to be all.
+  void expectNothingSentBefore() {
+    KeyValueList last;
+    last.addInt("gateway.delay", 12345);
+    notify(last);
+    EXPECT_EQ(received(), Request().addInt("delay", 12345).hex());
+  }
+
+  // The stop of a test can be what ends the loop at this call's event.
+  void notify(KeyValueList& changes) {
+    const AcceptedLeak lastEvent;
+    engine.notify(&changes);
+  }
+
+  void stopQuietly() {
+    servers.waitEvent("closed SetParams ");
+    instance.stop();
+  }
+};
+
+TEST_F(Params, OfEveryTypeGoOutInOneCallInTheirOrderUnderTheRemoteKeys) {
+  startEngineSide();
+  KeyValueList changes;
+  changes.addUint("gateway.preset", 4294967295u)
+      .addFloat("gateway.gain", -6.5f)
+      .addString("gateway.name", "hall")
+      .addInt("gateway.delay", -3)
+      .addFloat("gateway.gateway_float_1", 0);
+  notify(changes);
+  EXPECT_EQ(received(), Request()
+                            .addUint("preset.number", 4294967295u)
+                            .addFloat("out.gain", -6.5f)
+                            .addString("preset.name", "hall")
+                            .addInt("delay", -3)
+                            .addFloat("in.gain", 0)
+                            .hex());
+  stopQuietly();
+  EXPECT_EQ(host.violations(), std::vector<std::string>{});
+}
+
+TEST_F(Params, AreSentWithoutDeadlineAndWithoutMetadata) {
+  startEngineSide();
+  KeyValueList changes;
+  changes.addFloat("gateway.gain", 1);
+  notify(changes);
+  EXPECT_EQ(servers.waitEvent("SetParams 1 "),
+            "SetParams 1 " + Request().addFloat("out.gain", 1).hex() + " deadline=none metadata=-");
+  stopQuietly();
+}
+
+TEST_F(Params, OfTwoNotificationsGoOutInTwoCalls) {
+  startEngineSide();
+  KeyValueList first;
+  first.addInt("gateway.delay", 1);
+  notify(first);
+  EXPECT_EQ(received(), Request().addInt("delay", 1).hex());
+  notify(first);  // the same value again is a change as well
+  EXPECT_EQ(received(), Request().addInt("delay", 1).hex());
+  stopQuietly();
+}
+
+TEST_F(Params, PassOnlyUnderTheFullNameOfTheirSlotAndWithItsType) {
+  startEngineSide();
+  KeyValueList changes;
+  changes
+      .addFloat("other.gain", 1)               // of another module
+      .addFloat("gain", 1)                     // without the module's name
+      .addFloat("gateway.gateway_float_0", 1)  // the slot has a name of its own
+      .addFloat("gateway.gain.", 1)
+      .addFloat("gateway.Gain", 1)
+      .addFloat("gatewaygain", 1)
+      .addFloat("", 1)
+      .addInt("gateway.gain", 1)  // of another type
+      .addUint("gateway.delay", 1)
+      .addString("gateway.preset", "1")
+      .addFloat("gateway.name", 1);
+  notify(changes);
+  expectNothingSentBefore();
+  stopQuietly();
+}
+
+TEST_F(Params, ThatCannotBeCarriedAreDropped) {
+  startEngineSide();
+  KeyValueList changes;
+  changes.addString("gateway.name", nullptr)
+      .addUintArray("gateway.preset", {1})
+      .addIntArray("gateway.delay", {1})
+      .addFloatArray("gateway.gain", {1})
+      .addDouble("gateway.gain", 1)
+      .addOther("gateway.gain", 8, {})
+      .addOther("gateway.gain", 4294967295u, {});
+  notify(changes);
+  expectNothingSentBefore();
+  EXPECT_EQ(host.violations(), std::vector<std::string>{});
+  stopQuietly();
+}
+
+TEST_F(Params, OfAListWithoutEntriesAreDropped) {
+  startEngineSide("[EngineInt]\nParam=Key=delay CustomKey=delay\n");
+  KeyValueList changes;
+  changes.addFloat("gateway.gain", 1).addString("gateway.name", "x").addUint("gateway.preset", 1);
+  notify(changes);
+  expectNothingSentBefore();
+  stopQuietly();
+}
+
+// Without a match there is no call, and the list of matches goes all the same.
+TEST_F(Params, ThatDoNotMatchLeaveNothingBehind) {
+  startEngineSide();
+  const standin::Outstanding before = host.outstanding();
+  KeyValueList changes;
+  changes.addFloat("other.gain", 1);
+  notify(changes);
+  EXPECT_EQ(host.outstanding(), before);
+  instance.stop();
+  EXPECT_FALSE(servers.hasEvent("SetParams "));
+  expectNothingLeft();
+}
+
+TEST_F(Params, OfOneSlotNameGoToEveryEntryThatBearsIt) {
+  startEngineSide(
+      "[EngineFloat]\nParam=Key=left CustomKey=gain\nParam=Key=other\nParam=Key=right "
+      "CustomKey=gain\n");
+  KeyValueList changes;
+  changes.addFloat("gateway.gain", 2);
+  notify(changes);
+  EXPECT_EQ(received(), Request().addFloat("left", 2).addFloat("right", 2).hex());
+  stopQuietly();
+}
+
+TEST_F(Params, OfOneNameInTwoTypesGoByTheTypeOfTheChange) {
+  startEngineSide("[EngineFloat]\nParam=Key=f CustomKey=x\n[EngineInt]\nParam=Key=i CustomKey=x\n");
+  KeyValueList changes;
+  changes.addInt("gateway.x", 1);
+  notify(changes);
+  EXPECT_EQ(received(), Request().addInt("i", 1).hex());
+  stopQuietly();
+}
+
+TEST_F(Params, OfLongTextsGoOutWhole) {
+  startEngineSide();
+  const std::string text(5000, 'x');
+  KeyValueList changes;
+  changes.addString("gateway.name", text.c_str());
+  notify(changes);
+  EXPECT_EQ(received(), Request().addString("preset.name", text).hex());
+  stopQuietly();
+}
+
+// The service is told what the host said, also what no reader of the message will accept.
+TEST_F(Params, OfTextsThatAreNotUtf8GoOutAsTheyAre) {
+  startEngineSide();
+  KeyValueList changes;
+  changes.addString("gateway.name", "\xff");
+  notify(changes);
+  EXPECT_EQ(received(), Request().addString("preset.name", "\xff").hex());
+  stopQuietly();
+}
+
+TEST_F(Params, SetByTheHostArriveAtTheService) {
+  startEngineSide();
+  const AcceptedLeak lastEvent;
+  instance.set({{instance.slot(standin::SlotSet::Engine, "gain"), -6.5f},
+                {instance.slot(standin::SlotSet::Engine, "name"), std::string("hall")}});
+  EXPECT_EQ(received(),
+            Request().addFloat("out.gain", -6.5f).addString("preset.name", "hall").hex());
+  stopQuietly();
+}
+
+TEST_F(Params, ANullKeyIsLoggedAndTheOtherItemsGoOut) {
+  host.setChoices({.iterationStopsAtOne = false});
+  startEngineSide();
+  host.clearRecords();
+  KeyValueList changes;
+  changes.addInt("gateway.delay", 1).addInt(nullptr, 2).addInt("gateway.delay", 3);
+  notify(changes);
+  EXPECT_EQ(received(), Request().addInt("delay", 1).addInt("delay", 3).hex());
+  EXPECT_EQ(log(), (Journal{"log 1 C++ exception in grpc gateway: basic_string::_M_construct null "
+                            "not valid"}));
+  EXPECT_EQ(host.log().front().file, "src/module/grpc-gateway/grpc-gateway-module.cpp");
+  stopQuietly();
+}
+
+TEST_F(Params, ANullKeyEndsTheIterationOfAHostThatStopsAtOne) {
+  host.setChoices({.iterationStopsAtOne = true});
+  startEngineSide();
+  KeyValueList changes;
+  changes.addInt("gateway.delay", 1).addInt(nullptr, 2).addInt("gateway.delay", 3);
+  notify(changes);
+  EXPECT_EQ(received(), Request().addInt("delay", 1).hex());
+  stopQuietly();
+}
+
+// Whatever fails in a notification, its list of matches is destroyed and the host sees nothing.
+struct FailingStep {
+  const char* name;
+  Operation operation;
+};
+
+class ParamsFail : public Params, public ::testing::WithParamInterface<FailingStep> {};
+
+TEST_P(ParamsFail, WithOneLineAndNothingLeft) {
+  startEngineSide();
+  host.clearRecords();
+  const standin::Outstanding before = host.outstanding();
+  host.failCall(GetParam().operation, 1, "no more");
+  KeyValueList changes;
+  changes.addInt("gateway.delay", 1);
+  notify(changes);
+  EXPECT_EQ(log(), (Journal{"log 1 C++ exception in grpc gateway: no more"}));
+  EXPECT_EQ(host.outstanding(), before);
+  expectNothingSentBefore();
+  stopQuietly();
+}
+
+INSTANTIATE_TEST_SUITE_P(AtEachStep, ParamsFail,
+                         ::testing::Values(FailingStep{"NewList", Operation::KeyValueListNew},
+                                           FailingStep{"Iteration", Operation::KeyValueListForEach},
+                                           FailingStep{"IsEmpty", Operation::KeyValueListIsEmpty},
+                                           FailingStep{"AddToMatches", Operation::KeyValueListAdd}),
+                         [](const auto& instantiation) { return instantiation.param.name; });
+
+TEST_F(Params, AFailureWhileTheRequestIsBuiltIsLoggedAndNothingIsSent) {
+  startEngineSide();
+  host.clearRecords();
+  const standin::Outstanding before = host.outstanding();
+  host.failCall(Operation::KeyValueListForEach, 2, "no more");
+  KeyValueList changes;
+  changes.addInt("gateway.delay", 1);
+  notify(changes);
+  EXPECT_EQ(log(), (Journal{"log 1 C++ exception in grpc gateway: no more"}));
+  EXPECT_EQ(host.outstanding(), before);
+  expectNothingSentBefore();
+  stopQuietly();
+}
+
+// ---- What comes back ----------------------------------------------------------------------------
+
+TEST_F(Params, WhateverTheServiceAnswersNothingIsSaidAndTheNextChangeGoesOut) {
+  startEngineSide();
+  host.clearRecords();
+  KeyValueList changes;
+  changes.addInt("gateway.delay", 1);
+  for (const char* answer : {"engine reply -", "engine fail INTERNAL", "engine fail UNAVAILABLE",
+                             "engine reply ffff", "engine reply 0a030a0161"}) {
+    servers.command(answer);
+    notify(changes);
+    EXPECT_EQ(received(), Request().addInt("delay", 1).hex()) << answer;
+    servers.waitEvent("closed SetParams ");
+  }
+  EXPECT_EQ(log(), Journal{});
+  instance.stop();
+}
+
+// With one connection for both sides, a meter that comes behind the answer shows that the answer
+// has been taken: nothing of the call is left then, as the leak sanitizer confirms.
+TEST_F(Params, LeaveNothingOnceTheirCallIsOver) {
+  const std::string target = unusedTarget();
+  SimProcess both(target, target);
+  ASSERT_EQ(start("[Meters]\nTarget=" + target +
+                  "\n[MetersString]\nMeter=Key=s CustomKey=s\n[Engine]\nTarget=" + target + "\n" +
+                  entries),
+            0);
+  both.waitEvent("open fast 1 ");
+  KeyValueList changes;
+  changes.addInt("gateway.delay", 1);
+  engine.notify(&changes);
+  both.waitEvent("closed SetParams 1 ");
+  both.command("send fast " + Batch().addString("s", "behind").hex());
+  ASSERT_TRUE(host.waitUntil([&] { return fast("s") == standin::SlotValue("behind"); }));
+  instance.stop();
+  expectNothingLeft();
+}
+
+TEST_F(Params, ThatMeetNoServiceAreLostWithoutAWord) {
+  ASSERT_EQ(start("[Meters]\nEnableFastMeters=false\nEnableSlowMeters=false\n[Engine]\nTarget=" +
+                  unusedTarget() + "\n" + entries),
+            0);
+  host.clearRecords();
+  KeyValueList changes;
+  changes.addInt("gateway.delay", 1);
+  for (int i = 0; i < 20; ++i) notify(changes);
+  EXPECT_EQ(log(), Journal{});
+  instance.stop();
+  EXPECT_EQ(host.violations(), std::vector<std::string>{});
+}
+
+TEST_F(Params, OfOverlappingNotificationsAllArrive) {
+  startEngineSide();
+  constexpr int threads = 4;
+  constexpr int rounds = 25;
+  std::latch ready(threads);
+  std::vector<std::jthread> senders;
+  for (int thread = 0; thread < threads; ++thread) {
+    senders.emplace_back([&, thread] {
+      ready.arrive_and_wait();
+      for (int round = 0; round < rounds; ++round) {
+        KeyValueList changes;
+        changes.addInt("gateway.delay", thread * rounds + round);
+        notify(changes);
+      }
+    });
+  }
+  std::vector<std::string> arrived;
+  std::vector<std::string> expected;
+  for (int i = 0; i < threads * rounds; ++i) {
+    arrived.push_back(received());
+    expected.push_back(Request().addInt("delay", i).hex());
+  }
+  std::sort(arrived.begin(), arrived.end());
+  std::sort(expected.begin(), expected.end());
+  EXPECT_EQ(arrived, expected);
+  senders.clear();
+  for (int i = 0; i < threads * rounds; ++i) servers.waitEvent("closed SetParams ");
+  instance.stop();
+}
+
+}  // namespace

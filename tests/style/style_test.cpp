@@ -1,0 +1,198 @@
+// What a reader may rely on in the whole tree: includes point downward only, every source is built,
+// and nothing was left for later.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const fs::path root = SOURCE_FOLDER;
+
+std::string textOf(const fs::path& path) {
+  std::ostringstream text;
+  text << std::ifstream(path).rdbuf();
+  return text.str();
+}
+
+// Files of a folder, as paths from the project's root.
+std::vector<std::string> filesIn(const std::string& folder,
+                                 const std::set<std::string>& endings = {".h", ".cpp", ".c"}) {
+  std::vector<std::string> files;
+  for (const auto& entry : fs::recursive_directory_iterator(root / folder)) {
+    if (!entry.is_regular_file() || entry.path().string().find("/corpus/") != std::string::npos) {
+      continue;
+    }
+    const bool wanted = endings.empty() || endings.contains(entry.path().extension());
+    if (wanted) files.push_back(fs::relative(entry.path(), root));
+  }
+  return files;
+}
+
+std::vector<std::string> includesOf(const std::string& file) {
+  static const std::regex include("#include [\"<]([^\">]+)[\">]");
+  const std::string text = textOf(root / file);
+  std::vector<std::string> names;
+  for (std::sregex_iterator at(text.begin(), text.end(), include), end; at != end; ++at) {
+    names.push_back((*at)[1]);
+  }
+  return names;
+}
+
+// A room of the tree: the files whose path begins so.
+struct Room {
+  std::string name;
+  std::set<std::string> mayInclude;  // rooms
+};
+
+const std::string module = "src/module/grpc-gateway/";
+
+// From the ground up. A file belongs to the first room whose name its path begins with.
+const std::vector<Room> rooms = {
+    {"src/host/", {}},
+    {"src/shquote/", {"src/shquote/"}},
+    {"src/ini/", {"src/ini/"}},
+    {"proto/", {"proto/"}},
+    {module + "HostAccess", {"src/host/"}},
+    {module + "ConfigManager",
+     {"src/host/", "src/shquote/", "src/ini/", module + "HostAccess", module + "ConfigManager"}},
+    {module + "GatewaySlots", {"src/host/", module + "ConfigManager", module + "GatewaySlots"}},
+    {module + "MeterListCopy", {module + "ConfigManager", module + "MeterListCopy"}},
+    {module + "Async",
+     {"src/host/", "proto/", module + "HostAccess", module + "ConfigManager",
+      module + "MeterListCopy", module + "Async"}},
+    {module + "gRPCGatewayClient",
+     {"src/host/", "proto/", module + "HostAccess", module + "ConfigManager",
+      module + "GatewaySlots", module + "Async", module + "gRPCGatewayClient"}},
+    {module + "grpc-gateway-module",
+     {"src/host/", module + "HostAccess", module + "ConfigManager", module + "GatewaySlots",
+      module + "gRPCGatewayClient", module + "grpc-gateway-module"}},
+    {"src/standin/", {"src/host/", "src/standin/"}},
+    {"tools/", {"src/host/", "src/standin/", "proto/", "tools/"}},
+};
+
+std::string roomOf(const std::string& path) {
+  for (const Room& room : rooms) {
+    if (path.starts_with(room.name)) return room.name;
+  }
+  return "";
+}
+
+// Where an include leads to within the project; empty for the libraries'.
+std::string targetOf(const std::string& include) {
+  if (include == "ini.h") return "src/ini/ini.h";
+  static const std::regex generated("(common|meters|engine)\\.(grpc\\.)?pb\\.h");
+  if (std::regex_match(include, generated)) return "proto/" + include;
+  for (const char* folder : {"src/", ""}) {
+    if (fs::exists(root / (folder + include))) return folder + include;
+  }
+  return "";
+}
+
+TEST(Style, IncludesPointDownwardOnly) {
+  std::vector<std::string> files = filesIn("src");
+  for (const std::string& file : filesIn("tools")) files.push_back(file);
+  std::size_t arrows = 0;
+  for (const std::string& file : files) {
+    const std::string room = roomOf(file);
+    ASSERT_NE(room, "") << file << " stands in no room: add one above";
+    const auto& own = *std::find_if(rooms.begin(), rooms.end(),
+                                    [&](const Room& each) { return each.name == room; });
+    for (const std::string& include : includesOf(file)) {
+      const std::string target = targetOf(include);
+      if (target.empty()) continue;
+      EXPECT_TRUE(own.mayInclude.contains(roomOf(target))) << file << " includes " << target;
+      ++arrows;
+    }
+  }
+  EXPECT_GT(arrows, 30u);
+}
+
+// The payloads are gRPC's lowest users: below them nothing knows of it.
+TEST(Style, TheConfigurationAndTheSlotsKnowNothingOfGrpc) {
+  for (const char* name : {"ConfigManager", "GatewaySlots", "HostAccess", "MeterListCopy"}) {
+    for (const char* ending : {".h", ".cpp"}) {
+      const std::string file = module + name + ending;
+      if (!fs::exists(root / file)) continue;
+      for (const std::string& include : includesOf(file)) {
+        EXPECT_FALSE(include.starts_with("grpc")) << file << " includes " << include;
+      }
+    }
+  }
+}
+
+TEST(Style, EverySourceIsBuilt) {
+  for (const char* folder : {"src", "tools", "tests"}) {
+    std::string lists;
+    for (const std::string& list : filesIn(folder, {".txt"})) lists += textOf(root / list);
+    lists += textOf(root / "cmake/Inih.cmake");
+    for (const std::string& file : filesIn(folder, {".cpp", ".c"})) {
+      EXPECT_NE(lists.find(fs::path(file).filename().string()), lists.npos)
+          << file << " is named in no CMakeLists.txt of " << folder;
+    }
+  }
+}
+
+TEST(Style, EveryHeaderIsIncludedSomewhere) {
+  std::set<std::string> included;
+  std::vector<std::string> headers;
+  for (const char* folder : {"src", "tools", "tests"}) {
+    for (const std::string& file : filesIn(folder, {})) {
+      for (const std::string& include : includesOf(file)) {
+        included.insert(fs::path(include).filename());
+      }
+    }
+    for (const std::string& header : filesIn(folder, {".h"})) headers.push_back(header);
+  }
+  for (const std::string& header : headers) {
+    EXPECT_TRUE(included.contains(fs::path(header).filename())) << header;
+  }
+}
+
+TEST(Style, HeadersBeginWithTheirRoleAndKeepNamespacesClosed) {
+  for (const char* folder : {"src", "tools", "tests"}) {
+    for (const std::string& header : filesIn(folder, {".h"})) {
+      const std::string text = textOf(root / header);
+      EXPECT_TRUE(text.starts_with("//") || text.starts_with("/*")) << header;
+      EXPECT_EQ(text.find("using namespace"), text.npos) << header;
+    }
+  }
+}
+
+// Put together here, so that this file does not find itself.
+TEST(Style, NothingIsLeftForLater) {
+  const std::vector<std::string> marks = {std::string("TO") + "DO", std::string("FIX") + "ME",
+                                          std::string("DISA") + "BLED_",
+                                          std::string("GTEST_") + "SKIP"};
+  for (const char* folder : {"src", "tools", "tests", "proto", "scripts", "cmake", "examples"}) {
+    for (const std::string& file : filesIn(folder, {})) {
+      const std::string text = textOf(root / file);
+      for (const std::string& mark : marks) {
+        EXPECT_EQ(text.find(mark), text.npos) << file << " holds " << mark;
+      }
+    }
+  }
+}
+
+TEST(Style, LinesEndAtColumnOneHundredAndWithoutBlanks) {
+  for (const char* folder : {"src", "tools", "tests", "proto", "scripts", "cmake", "examples"}) {
+    for (const std::string& file : filesIn(folder, {})) {
+      std::istringstream text(textOf(root / file));
+      int number = 0;
+      for (std::string line; std::getline(text, line);) {
+        ++number;
+        EXPECT_LE(line.size(), 100u) << file << ":" << number;
+        EXPECT_FALSE(line.ends_with(' ') || line.ends_with('\t')) << file << ":" << number;
+      }
+    }
+  }
+}
+
+}  // namespace

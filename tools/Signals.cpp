@@ -1,0 +1,128 @@
+#include "tools/Signals.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <numbers>
+#include <optional>
+#include <random>
+#include <stdexcept>
+
+#include "meters.pb.h"
+
+namespace sim {
+namespace {
+
+std::optional<Method> rateCalled(std::string_view word) {
+  for (const auto rate : {Method::Fast, Method::Slow}) {
+    if (nameOf(rate) == word) return rate;
+  }
+  return std::nullopt;
+}
+
+std::optional<ValueType> typeCalled(std::string_view word) {
+  if (word == "string") return ValueType::String;
+  if (word == "int") return ValueType::Int;
+  if (word == "uint") return ValueType::Uint;
+  if (word == "float") return ValueType::Float;
+  return std::nullopt;
+}
+
+// FNV-1a: the same on every machine, unlike std::hash.
+std::uint64_t hashOf(std::string_view text, std::uint64_t hash) {
+  for (const char character : text) {
+    hash = (hash ^ static_cast<unsigned char>(character)) * 0x100000001b3;
+  }
+  return hash;
+}
+
+// In [0, 1). The standard distributions may differ between libraries.
+double drawFrom(std::mt19937_64& random) {
+  return static_cast<double>(random() >> 11) * 0x1p-53;
+}
+
+double wave(double cycles) {
+  return std::sin(2 * std::numbers::pi * cycles);
+}
+
+float levelAt(double seconds, double phase, double pace, double offset) {
+  const double swell = wave(phase + seconds / (2 + 6 * pace));
+  const double ripple = wave(offset + seconds / (0.3 + pace));
+  return static_cast<float>(std::clamp(-30 + 24 * swell + 6 * ripple, -60.0, 0.0));
+}
+
+std::int32_t countAt(double seconds, double pace, double offset) {
+  constexpr double end = 1000000;
+  return static_cast<std::int32_t>(std::fmod(1000 * offset + seconds * (5 + 15 * pace), end));
+}
+
+std::size_t stateAt(double seconds, double phase, double pace, std::size_t states) {
+  const double turn = phase * static_cast<double>(states) + seconds / (0.5 + pace);
+  return static_cast<std::size_t>(turn) % states;
+}
+
+}  // namespace
+
+KeySpec parseKeySpec(std::string_view text) {
+  const auto first = text.find(':');
+  const auto second = first == text.npos ? text.npos : text.find(':', first + 1);
+  if (second == text.npos || second + 1 == text.size()) {
+    throw std::invalid_argument(
+        fmt::format("\"{}\" is not RATE:TYPE:KEY, such as fast:float:out.level", text));
+  }
+  const auto rateWord = text.substr(0, first);
+  const auto typeWord = text.substr(first + 1, second - first - 1);
+  const auto rate = rateCalled(rateWord);
+  if (!rate) {
+    throw std::invalid_argument(
+        fmt::format("\"{}\" in \"{}\" is not a rate: fast or slow", rateWord, text));
+  }
+  const auto type = typeCalled(typeWord);
+  if (!type) {
+    throw std::invalid_argument(
+        fmt::format("\"{}\" in \"{}\" is not a type: string, int, uint or float", typeWord, text));
+  }
+  return {*rate, *type, std::string(text.substr(second + 1))};
+}
+
+Signals::Signals(const std::vector<KeySpec>& keys, std::uint64_t seed) {
+  for (const auto& spec : keys) {
+    const auto typed = hashOf(spec.key, static_cast<std::uint64_t>(spec.type) + 1);
+    std::mt19937_64 random(hashOf(nameOf(spec.rate), typed ^ seed));
+    const double phase = drawFrom(random);
+    const double pace = drawFrom(random);
+    const double offset = drawFrom(random);
+    signals_.push_back({spec, phase, pace, offset});
+  }
+}
+
+std::string Signals::meterAt(Method rate, double seconds) const {
+  constexpr std::array states{"ready", "running", "muted"};
+  constexpr std::size_t uintStates = 4;
+  sonalith::grpc::Meter meter;
+  for (const auto& [spec, phase, pace, offset] : signals_) {
+    if (spec.rate != rate) continue;
+    auto& entry = *meter.add_values();
+    entry.set_key(spec.key);
+    auto& value = *entry.mutable_value();
+    switch (spec.type) {
+      case ValueType::String:
+        value.mutable_sstring()->set_data(states[stateAt(seconds, phase, pace, states.size())]);
+        break;
+      case ValueType::Int:
+        value.set_sint(countAt(seconds, pace, offset));
+        break;
+      case ValueType::Uint:
+        value.set_suint(static_cast<std::uint32_t>(stateAt(seconds, phase, pace, uintStates)));
+        break;
+      case ValueType::Float:
+        value.set_sfloat(levelAt(seconds, phase, pace, offset));
+        break;
+    }
+  }
+  return meter.SerializeAsString();
+}
+
+}  // namespace sim

@@ -1,0 +1,31 @@
+// gatewayctl - tools around the grpc-gateway module, a sub-command each.
+//
+// Exit codes of all sub-commands: 0 done, 1 the run failed, 2 wrong use, 130 interrupted by SIGINT
+// or SIGTERM. A sub-command throws CLI::ParseError for wrong use and any other std::exception for a
+// failed run; otherwise it sets the code itself. Results go to standard output, logs and messages
+// to standard error.
+#include <fmt/core.h>
+
+#include <CLI/CLI.hpp>
+#include <exception>
+
+#include "tools/host.h"
+#include "tools/sim.h"
+
+int main(int argc, char** argv) {
+  CLI::App app("Tools around the grpc-gateway module.", "gatewayctl");
+  app.require_subcommand(1);
+  int exitCode = 0;
+  addHost(app, exitCode);
+  addSim(app, exitCode);
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? 0 : 2;
+  } catch (const std::exception& error) {
+    fmt::print(stderr, "gatewayctl: {}\n", error.what());
+    return 1;
+  }
+  return exitCode;
+}
