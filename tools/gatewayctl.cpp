@@ -12,6 +12,8 @@
 #include "tools/host.h"
 #include "tools/sim.h"
 
+// What even the messages of a failure can raise ends the program, as it should.
+// NOLINTNEXTLINE(bugprone-exception-escape)
 int main(int argc, char** argv) {
   CLI::App app("Tools around the grpc-gateway module.", "gatewayctl");
   app.require_subcommand(1);

@@ -159,11 +159,11 @@ class Ticker {
     const double rate = settings.rateOf(method);
     if (rate <= 0) return;
     const auto period = std::chrono::duration_cast<Clock::duration>(Seconds(1 / rate));
-    thread_ = std::jthread([this, period](std::stop_token stop) { run(stop, period); });
+    thread_ = std::jthread([this, period](const std::stop_token& stop) { run(stop, period); });
   }
 
  private:
-  void run(std::stop_token stop, Clock::duration period) {
+  void run(const std::stop_token& stop, Clock::duration period) {
     std::mutex mutex;
     std::condition_variable_any wakeUp;
     std::unique_lock lock(mutex);

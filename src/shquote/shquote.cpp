@@ -91,7 +91,8 @@ int copyPiece(Cursors& at, std::string_view stops) {
 // Gives the next token and a NUL byte behind it.
 int parseWord(Cursors& at) {
   const int error = c_shquote_parse_next(&at.out, &at.room, &at.in, &at.left);
-  return error == 0 ? at.replace(0, {"", 1}) : error;
+  constexpr char nul = '\0';
+  return error == 0 ? at.replace(0, {&nul, 1}) : error;
 }
 
 // One block of the array and, behind it, the `texts` that it points to. Null without memory.

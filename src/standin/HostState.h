@@ -105,7 +105,7 @@ class Call {
   // Returns its argument: whether all pointers were given that must be. If not, it is a violation.
   bool given(bool all);
 
-  void log(LogLine line);
+  void log(const LogLine& line);
 
   void* allocate(std::uint64_t count, std::uint64_t size);
   void release(void* memory);

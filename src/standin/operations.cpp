@@ -115,7 +115,7 @@ void Call::tell(std::string entry) {
   if (choices_.keepRecords) state_.journal.push_back(std::move(entry));
 }
 
-void Call::log(LogLine line) {
+void Call::log(const LogLine& line) {
   const std::lock_guard sinkLock(state_.sinkMutex);
   if (choices_.keepRecords) {
     const std::lock_guard lock(state_.mutex);

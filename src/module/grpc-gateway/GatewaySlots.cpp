@@ -59,7 +59,8 @@ void buildGroup(const std::vector<Entry>& entries, GatewaySlotTable& table,
   if constexpr (isMeter<Entry>) table.*Group::count = entries.size();
 
   for (std::size_t i = 0; i < entries.size(); ++i) {
-    const Entry entry = entries[i];
+    // A copy, as every reader of a list takes one while it calls the host.
+    const Entry entry = entries[i];  // NOLINT(performance-unnecessary-copy-initialization)
     if constexpr (isMeter<Entry>) setDefault(values[i], entry.defaultValue);
     setName(names[i], Group::namePrefix, entry.customKey, i);
     const sonalith_moduleOffset slot =

@@ -68,9 +68,9 @@ std::int32_t addParamToRequest(const sonalith_keyValueItem* item, void* request)
   try {
     KeyValue* const param = static_cast<RequestSetParams*>(request)->add_params();
     param->set_key(stringFromHost(item->key));
-    auto value = std::make_unique<AnyValue>();
-    fillValue(*value, *item);
-    param->set_allocated_value(value.release());
+    AnyValue value;
+    fillValue(value, *item);
+    *param->mutable_value() = std::move(value);
     return 0;
   } catch (const std::exception& exception) {
     GATEWAY_LOG(SONALITH_LOG_FAULT, "exception while converting list: %s", exception.what());
@@ -107,7 +107,7 @@ gRPCGatewayClient::gRPCGatewayClient(std::shared_ptr<const ConfigManager> config
   buildSlots();
   const grpc::ChannelArguments arguments = channelArguments();
   startClient();
-  unfinished.release();
+  static_cast<void>(unfinished.release());
   if (!configManager->metersTarget.empty()) openMetersChannel(arguments);
   if (!configManager->engineTarget.empty()) openEngineChannel(arguments);
 }

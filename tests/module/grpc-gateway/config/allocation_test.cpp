@@ -7,11 +7,11 @@
 
 namespace {
 
-// Numbers of the requests that fail, counted from 1 while reading; 0 for none.
+// The requests that are made of one allocator while a test watches it.
 struct Heap {
   bool watched = false;
   int requests = 0;
-  int failing = 0;
+  int failing = 0;  // number of the request that fails, counted from 1
 
   bool grants() { return !watched || ++requests != failing; }
 };
