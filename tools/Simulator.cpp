@@ -16,7 +16,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "tools/ReactionOrder.h"
+#include "tools/sanitizers/ReactionOrder.h"
 
 namespace sim {
 namespace {
@@ -288,6 +288,7 @@ void ServedCall::OnDone() {
   const ReactionOrder order(this);
   self = std::move(self_);
   registry_.forget(*this);
+  const ReactionOrder end(&registry_);
   if (announced_) registry_.listener().closed(*this, cancelled_);
 }
 
@@ -410,7 +411,10 @@ struct Simulator::State {
       throw;
     }
   }
-  ~State() { shutDown(); }
+  ~State() {
+    shutDown();
+    const ReactionOrder behindAll(&registry);
+  }
   State(const State&) = delete;
   State& operator=(const State&) = delete;
 

@@ -4,14 +4,10 @@
 #include <fmt/core.h>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
-#include <poll.h>
-#include <sys/signalfd.h>
-#include <unistd.h>
 
-#include <array>
+#include <algorithm>
 #include <charconv>
 #include <chrono>
-#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <map>
@@ -26,13 +22,15 @@
 #include "standin/Engine.h"
 #include "standin/Host.h"
 #include "standin/LoadedModule.h"
+#include "tools/Terminal.h"
 
 namespace {
 
 using standin::Slot;
 using standin::SlotSet;
 using standin::SlotValue;
-using Clock = std::chrono::steady_clock;
+using tools::Arrival;
+using tools::Clock;
 
 constexpr char manual[] =
     "Loads the module, starts it with a configuration file and keeps it running, in a stand-in "
@@ -106,66 +104,6 @@ SlotValue parseValue(const Slot& slot, const std::string& text) {
   }
 }
 
-std::vector<std::string> splitWords(std::string_view line) {
-  std::vector<std::string> words;
-  constexpr std::string_view blanks = " \t\r";
-  for (std::size_t start; (start = line.find_first_not_of(blanks)) != line.npos;) {
-    line.remove_prefix(start);
-    words.emplace_back(line.substr(0, line.find_first_of(blanks)));
-    line.remove_prefix(words.back().size());
-  }
-  return words;
-}
-
-// Lines of standard input, as far as they have arrived.
-class InputLines {
- public:
-  bool ended() const { return ended_; }
-
-  // To be called when there is something to read.
-  std::vector<std::string> take() {
-    std::array<char, 4096> chunk;
-    const ssize_t size = ::read(STDIN_FILENO, chunk.data(), chunk.size());
-    if (size <= 0) {
-      ended_ = true;
-      return {};
-    }
-    pending_.append(chunk.data(), static_cast<std::size_t>(size));
-    std::vector<std::string> lines;
-    for (std::size_t end; (end = pending_.find('\n')) != pending_.npos;) {
-      lines.push_back(pending_.substr(0, end));
-      pending_.erase(0, end + 1);
-    }
-    return lines;
-  }
-
- private:
-  std::string pending_;
-  bool ended_ = false;
-};
-
-// Takes SIGINT and SIGTERM out of a descriptor, for this thread and those that it starts.
-class Signals {
- public:
-  Signals() {
-    sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, SIGINT);
-    sigaddset(&set, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &set, nullptr);
-    descriptor_ = signalfd(-1, &set, SFD_CLOEXEC);
-    if (descriptor_ < 0) throw std::runtime_error("signals can't be taken: signalfd failed");
-  }
-  ~Signals() { ::close(descriptor_); }
-  Signals(const Signals&) = delete;
-  Signals& operator=(const Signals&) = delete;
-
-  int descriptor() const { return descriptor_; }
-
- private:
-  int descriptor_;
-};
-
 // A started module and all that is shown and asked of it.
 class Session {
  public:
@@ -194,19 +132,18 @@ class Session {
 
   void applySettings();
   int attend();
-  int nextWait(Clock::time_point end, Clock::time_point nextWatch) const;
   bool obey(const std::string& line);
   void set(const std::vector<std::string>& namesAndValues);
   Slot engineSlot(const std::string& name) const;
   void showChanges();
 
   const Options& options_;
-  Signals signals_;
+  tools::SignalDescriptor signals_;
   standin::Host host_{{.keepRecords = false}};
   standin::Engine engine_;
   standin::LoadedModule module_;
   standin::ModuleInstance instance_;
-  InputLines input_;
+  tools::InputLines input_;
   std::map<const void*, std::string> shown_;
 };
 
@@ -225,11 +162,8 @@ void Session::applySettings() {
 int Session::attend() {
   const auto period = std::chrono::duration_cast<Clock::duration>(
       std::chrono::duration<double>(1 / options_.watchRate));
-  const auto start = Clock::now();
-  const auto end = options_.seconds ? start + std::chrono::duration_cast<Clock::duration>(
-                                                  std::chrono::duration<double>(*options_.seconds))
-                                    : Clock::time_point::max();
-  auto nextWatch = options_.watch ? start : Clock::time_point::max();
+  const auto end = tools::momentIn(options_.seconds);
+  auto nextWatch = options_.watch ? Clock::now() : Clock::time_point::max();
 
   for (;;) {
     const auto now = Clock::now();
@@ -238,38 +172,26 @@ int Session::attend() {
       showChanges();
       nextWatch = now + period;
     }
-    std::array<pollfd, 2> inputs{
-        {{signals_.descriptor(), POLLIN, 0}, {input_.ended() ? -1 : STDIN_FILENO, POLLIN, 0}}};
-    if (::poll(inputs.data(), inputs.size(), nextWait(end, nextWatch)) <= 0) continue;
-    if (inputs[0].revents != 0) return 130;
-    if (inputs[1].revents == 0) continue;
+    const Arrival arrival = tools::waitFor(signals_, &input_, std::min(end, nextWatch));
+    if (arrival == Arrival::Signal) return 130;
+    if (arrival != Arrival::Input) continue;
     for (const std::string& line : input_.take()) {
       if (!obey(line)) return 0;
     }
   }
 }
 
-// Milliseconds, rounded up so that the wait does not end early; -1 for no limit.
-int Session::nextWait(Clock::time_point end, Clock::time_point nextWatch) const {
-  const auto next = std::min(end, nextWatch);
-  if (next == Clock::time_point::max()) return -1;
-  constexpr std::chrono::milliseconds longest{1000};
-  const auto wait = std::chrono::ceil<std::chrono::milliseconds>(next - Clock::now());
-  return static_cast<int>(std::clamp(wait, std::chrono::milliseconds(0), longest).count());
-}
-
 // False for the command that ends the session.
 bool Session::obey(const std::string& line) {
-  std::vector<std::string> words = splitWords(line);
+  const auto words = tools::wordsOf(line);
   if (words.empty()) return true;
-  const std::string command = words.front();
-  words.erase(words.begin());
+  const std::string_view command = words.front();
   if (command == "quit") return false;
   try {
     if (command == "slots") {
       for (const Slot& slot : instance_.slots()) print(describe(slot));
     } else if (command == "set") {
-      set(words);
+      set(std::vector<std::string>(words.begin() + 1, words.end()));
     } else {
       throw std::invalid_argument(
           fmt::format("no command \"{}\": there are slots, set and quit", command));

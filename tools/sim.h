@@ -2,7 +2,8 @@
 //
 // It plays signals, so that one can watch data flow, or does what it is told on standard input and
 // tells what happens on standard output, so that tests and scripts can drive it. Its `--help` is
-// its manual: options and commands are described in sim.cpp, where they are parsed.
+// its manual: options are described in sim.cpp and commands in Commander.cpp, where they are
+// parsed.
 #pragma once
 
 #include <CLI/CLI.hpp>

@@ -6,6 +6,7 @@
 #include <grpcpp/server_builder.h>
 
 #include "tests/proto/wire.h"
+#include "tools/sanitizers/ReactionOrder.h"
 
 namespace {
 
@@ -65,14 +66,19 @@ bool RecordingChannel::WaitForStateChangeImpl(grpc_connectivity_state, gpr_times
 class RecordingServer::Reactor final : public grpc::ServerGenericBidiReactor {
  public:
   Reactor(RecordingServer& server, std::string path) : server_(server), path_(std::move(path)) {
+    { const ReactionOrder made(this); }
     StartRead(&message_);
   }
 
   void OnReadDone(bool ok) override {
+    const ReactionOrder order(this);
     server_.keep(path_ + ": " + (ok ? spelled(message_) : "no message"));
     Finish(grpc::Status::OK);
   }
-  void OnDone() override { delete this; }
+  void OnDone() override {
+    { const ReactionOrder order(this); }
+    delete this;
+  }
 
  private:
   RecordingServer& server_;

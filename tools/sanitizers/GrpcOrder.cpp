@@ -64,7 +64,7 @@ grpc_call_error startBatch(grpc_call* call, const grpc_op* ops, size_t count, vo
 grpc_event takeCoreEvent(grpc_completion_queue* queue, gpr_timespec deadline, void* reserved) {
   static auto* const real = theirs<decltype(takeCoreEvent)>(TAKE_CORE_EVENT);
   const grpc_event event = real(queue, deadline, reserved);
-  taken(event.tag);
+  if (event.type == GRPC_OP_COMPLETE) taken(event.tag);
   return event;
 }
 

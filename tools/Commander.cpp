@@ -1,0 +1,256 @@
+#include "tools/Commander.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+
+#include "tools/EventText.h"
+#include "tools/Terminal.h"
+
+namespace sim {
+namespace {
+
+using tools::wordsOf;
+
+// A command that can't be carried out; what() tells why.
+struct CommandError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+constexpr std::array<std::pair<std::string_view, grpc::StatusCode>, 17> statusNames{{
+    {"OK", grpc::StatusCode::OK},
+    {"CANCELLED", grpc::StatusCode::CANCELLED},
+    {"UNKNOWN", grpc::StatusCode::UNKNOWN},
+    {"INVALID_ARGUMENT", grpc::StatusCode::INVALID_ARGUMENT},
+    {"DEADLINE_EXCEEDED", grpc::StatusCode::DEADLINE_EXCEEDED},
+    {"NOT_FOUND", grpc::StatusCode::NOT_FOUND},
+    {"ALREADY_EXISTS", grpc::StatusCode::ALREADY_EXISTS},
+    {"PERMISSION_DENIED", grpc::StatusCode::PERMISSION_DENIED},
+    {"RESOURCE_EXHAUSTED", grpc::StatusCode::RESOURCE_EXHAUSTED},
+    {"FAILED_PRECONDITION", grpc::StatusCode::FAILED_PRECONDITION},
+    {"ABORTED", grpc::StatusCode::ABORTED},
+    {"OUT_OF_RANGE", grpc::StatusCode::OUT_OF_RANGE},
+    {"UNIMPLEMENTED", grpc::StatusCode::UNIMPLEMENTED},
+    {"INTERNAL", grpc::StatusCode::INTERNAL},
+    {"UNAVAILABLE", grpc::StatusCode::UNAVAILABLE},
+    {"DATA_LOSS", grpc::StatusCode::DATA_LOSS},
+    {"UNAUTHENTICATED", grpc::StatusCode::UNAUTHENTICATED},
+}};
+
+grpc::StatusCode statusCalled(std::string_view word) {
+  std::string names;
+  for (const auto& [name, code] : statusNames) {
+    if (name == word) return code;
+    names += fmt::format(" {}", name);
+  }
+  throw CommandError(fmt::format("\"{}\" is not a status; one of:{}", word, names));
+}
+
+std::string bytesCalled(std::string_view word) {
+  if (word == "-") return {};
+  std::string bytes(word.size() / 2, '\0');
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    unsigned value = 0;
+    const char* const digits = word.data() + 2 * i;
+    if (std::from_chars(digits, digits + 2, value, 16).ptr != digits + 2) break;
+    bytes[i] = static_cast<char>(value);
+    if (i + 1 == bytes.size() && word.size() % 2 == 0) return bytes;
+  }
+  throw CommandError(fmt::format(
+      "\"{}\" is not hexadecimal: pairs of the digits 0-9 and a-f, or - for no bytes", word));
+}
+
+std::uint64_t timesCalled(std::string_view word) {
+  std::uint64_t times = 0;
+  const auto end = word.data() + word.size();
+  const auto [stopped, error] = std::from_chars(word.data(), end, times);
+  if (error != std::errc() || stopped != end) {
+    throw CommandError(
+        fmt::format("\"{}\" is not a number of times: digits, 0 to go on forever", word));
+  }
+  return times == 0 ? Call::forever : times;
+}
+
+std::shared_ptr<Call> newestCall(const Simulator& simulator, std::string_view word) {
+  const bool fast = word == nameOf(Method::Fast);
+  if (!fast && word != nameOf(Method::Slow)) {
+    throw CommandError(fmt::format("\"{}\" is not a stream: fast or slow", word));
+  }
+  const auto calls = simulator.openCalls(fast ? Method::Fast : Method::Slow);
+  if (calls.empty()) throw CommandError(fmt::format("no open {} stream", word));
+  return calls.back();
+}
+
+}  // namespace
+
+struct Commander::Command {
+  std::string_view name;       // one word, or two
+  std::string_view arguments;  // as shown to people: [...] may be left out
+  std::string_view effect;
+  void (Commander::*carryOut)(const Simulator& simulator, Words arguments);
+
+  static const std::array<Command, 9> all;
+  // The one that `words` begin with. Throws CommandError if there is none.
+  static const Command& of(Words words);
+
+  bool matches(Words words) const;
+  bool takes(Words words) const;
+  std::string usage() const { return fmt::format("{} {}", name, arguments); }
+};
+
+const std::array<Commander::Command, 9> Commander::Command::all{{
+    {"send", "fast|slow HEX|- [TIMES]",
+     "write a message to the newest open call; TIMES 0: until it ends or is stopped",
+     &Commander::send},
+    {"stop", "fast|slow", "let go of what is still to be sent to it", &Commander::stop},
+    {"end", "fast|slow STATUS", "send what is still to be sent, then end it", &Commander::end},
+    {"engine reply", "HEX|-", "answer SetParams calls from now on with this message (at first: -)",
+     &Commander::engineReply},
+    {"engine fail", "STATUS", "answer them from now on with this status", &Commander::engineFail},
+    {"engine hold", "", "leave them unanswered from now on, until the next reply or fail",
+     &Commander::engineHold},
+    {"engine release", "", "answer those that were left, as the last reply or fail said",
+     &Commander::engineRelease},
+    {"sync", "WORD", "tell \"sync WORD\": all commands before it are carried out",
+     &Commander::sync},
+    {"quit", "", "end the program, as the end of standard input does", &Commander::quit},
+}};
+
+std::string Commander::manual() {
+  std::string text;
+  for (const auto& command : Command::all) {
+    text += fmt::format("  {:<28} {}\n", command.usage(), command.effect);
+  }
+  return text;
+}
+
+bool Commander::Command::matches(Words words) const {
+  const auto nameWords = wordsOf(name);
+  return words.size() >= nameWords.size() &&
+         std::equal(nameWords.begin(), nameWords.end(), words.begin());
+}
+
+bool Commander::Command::takes(Words words) const {
+  const auto names = wordsOf(arguments);
+  const auto optional = std::count_if(names.begin(), names.end(),
+                                      [](std::string_view word) { return word.starts_with('['); });
+  return words.size() <= names.size() &&
+         words.size() + static_cast<std::size_t>(optional) >= names.size();
+}
+
+const Commander::Command& Commander::Command::of(Words words) {
+  std::string names;
+  for (const auto& command : all) {
+    if (command.matches(words)) return command;
+    names += fmt::format("{}{}", names.empty() ? "" : ", ", command.name);
+  }
+  throw CommandError(
+      fmt::format("unknown command \"{}\"; commands are {}", fmt::join(words, " "), names));
+}
+
+bool Commander::carryOut(const Simulator& simulator, std::string_view line) {
+  const auto words = wordsOf(line);
+  if (words.empty()) return true;
+  try {
+    const auto& command = Command::of(words);
+    const auto arguments = Words(words).subspan(wordsOf(command.name).size());
+    if (!command.takes(arguments)) throw CommandError("usage: " + command.usage());
+    (this->*command.carryOut)(simulator, arguments);
+  } catch (const CommandError& error) {
+    fmt::print("error {}\n", escaped(error.what()));
+  }
+  return !quit_;
+}
+
+void Commander::opened(const std::shared_ptr<Call>& call) {
+  const auto& opening = call->opening();
+  const bool engine = opening.method == Method::SetParams;
+  const std::lock_guard lock(mutex_);
+  fmt::print("{}{} {} {} deadline={} metadata={}\n", engine ? "" : "open ", nameOf(opening.method),
+             opening.number, hexOf(opening.request), opening.hasDeadline ? "set" : "none",
+             opening.metadata.empty() ? "-" : fmt::to_string(fmt::join(opening.metadata, ",")));
+  if (!engine) return;
+  if (holding_) {
+    held_.push_back(call);
+  } else {
+    answer(*call);
+  }
+}
+
+void Commander::sent(const Call& call, std::uint64_t count) {
+  const auto& opening = call.opening();
+  if (opening.method == Method::SetParams) return;
+  fmt::print("sent {} {} {}\n", nameOf(opening.method), opening.number, count);
+}
+
+void Commander::closed(const Call& call, bool cancelled) {
+  const auto& opening = call.opening();
+  const auto ended = opening.method == Method::SetParams ? "replied" : "ended";
+  fmt::print("closed {} {} {}\n", nameOf(opening.method), opening.number,
+             cancelled ? "cancelled" : ended);
+  const std::lock_guard lock(mutex_);
+  std::erase_if(held_, [&](const auto& held) { return held.get() == &call; });
+}
+
+void Commander::send(const Simulator& simulator, Words arguments) {
+  const auto bytes = bytesCalled(arguments[1]);
+  const auto times = arguments.size() > 2 ? timesCalled(arguments[2]) : 1;
+  const auto call = newestCall(simulator, arguments[0]);
+  if (!call->send(bytes, times))
+    throw CommandError(fmt::format("the {} stream has just ended", arguments[0]));
+}
+
+void Commander::stop(const Simulator& simulator, Words arguments) {
+  newestCall(simulator, arguments[0])->stop();
+}
+
+void Commander::end(const Simulator& simulator, Words arguments) {
+  const auto status = statusCalled(arguments[1]);
+  newestCall(simulator, arguments[0])->end(status);
+}
+
+void Commander::engineReply(const Simulator&, Words arguments) {
+  auto reply = bytesCalled(arguments[0]);
+  const std::lock_guard lock(mutex_);
+  reply_ = std::move(reply);
+  status_ = grpc::StatusCode::OK;
+  holding_ = false;
+}
+
+void Commander::engineFail(const Simulator&, Words arguments) {
+  const auto status = statusCalled(arguments[0]);
+  const std::lock_guard lock(mutex_);
+  status_ = status;
+  holding_ = false;
+}
+
+void Commander::engineHold(const Simulator&, Words) {
+  const std::lock_guard lock(mutex_);
+  holding_ = true;
+}
+
+void Commander::engineRelease(const Simulator&, Words) {
+  const std::lock_guard lock(mutex_);
+  for (const auto& call : held_) answer(*call);
+  held_.clear();
+}
+
+void Commander::sync(const Simulator&, Words arguments) {
+  fmt::print("sync {}\n", arguments[0]);
+}
+
+void Commander::quit(const Simulator&, Words) {
+  quit_ = true;
+}
+
+void Commander::answer(Call& call) const {
+  if (status_ == grpc::StatusCode::OK) call.send(reply_);
+  call.end(status_);
+}
+
+}  // namespace sim
