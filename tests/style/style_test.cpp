@@ -4,10 +4,10 @@
 
 #include <filesystem>
 #include <fstream>
-#include <regex>
 #include <set>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace {
@@ -37,11 +37,13 @@ std::vector<std::string> filesIn(const std::string& folder,
 }
 
 std::vector<std::string> includesOf(const std::string& file) {
-  static const std::regex include("#include [\"<]([^\">]+)[\">]");
-  const std::string text = textOf(root / file);
+  constexpr std::string_view directive = "#include ";
+  std::istringstream text(textOf(root / file));
   std::vector<std::string> names;
-  for (std::sregex_iterator at(text.begin(), text.end(), include), end; at != end; ++at) {
-    names.push_back((*at)[1]);
+  for (std::string line; std::getline(text, line);) {
+    if (!line.starts_with(directive)) continue;
+    const std::size_t begin = directive.size() + 1;  // behind the quote or bracket
+    names.push_back(line.substr(begin, line.find_first_of("\">", begin) - begin));
   }
   return names;
 }
@@ -88,8 +90,7 @@ std::string roomOf(const std::string& path) {
 // Where an include leads to within the project; empty for the libraries'.
 std::string targetOf(const std::string& include) {
   if (include == "ini.h") return "src/ini/ini.h";
-  static const std::regex generated("(common|meters|engine)\\.(grpc\\.)?pb\\.h");
-  if (std::regex_match(include, generated)) return "proto/" + include;
+  if (include.find('/') == include.npos && include.ends_with(".pb.h")) return "proto/" + include;
   for (const char* folder : {"src/", ""}) {
     if (fs::exists(root / (folder + include))) return folder + include;
   }
