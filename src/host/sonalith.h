@@ -19,11 +19,10 @@
  *  6. sonalith_log and sonalith_strncpy may be called from any thread. Everything else is called on
  *     the host's thread that runs the entry or the change callback.
  *  7. Allocation results are never null. Results described as ignored mean nothing to a module.
- *  8. Strings are NUL-terminated bytes. Pointers handed to a callback are borrowed until it
- * returns.
+ *  8. Strings are NUL-terminated bytes. What a callback is handed is borrowed until it returns.
  *
  * Not supported: more than one callback handle per registration, removing single slots, sizes other
- * than those below, a null list.
+ * than those below, null for a list (the start parameters excepted).
  */
 #ifndef SONALITH_H
 #define SONALITH_H
@@ -97,7 +96,7 @@ typedef struct sonalith_moduleOffset {
   uint64_t reserved72;
   uint64_t reserved80;
   const char* description; /* constant text for people */
-  uint32_t flags;          /* 3 for a slot that the host may set, 0 for one that the module fills */
+  uint32_t flags;          /* 3 for an engine slot, 0 for a meter slot; the host knows why */
   uint32_t tail;           /* not written */
 } sonalith_moduleOffset;
 

@@ -28,6 +28,8 @@ struct Choices {
   bool strncpyTerminates = true;
   // Whether an iteration ends when its callback returns 1.
   bool iterationStopsAtOne = false;
+  // Whether sonalith_keyValueListGetS sets its pointer to null when it does not find the key.
+  bool missedTextIsNull = false;
   // Whether registering a change callback gives null.
   bool registrationFails = false;
   // Changes that are delivered while the callback is being registered; null for none. Borrowed.

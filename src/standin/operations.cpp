@@ -220,6 +220,7 @@ bool Call::getText(const KeyValueList* list, const char* key, const char** value
     *value = item.value.asString;
     return true;
   }
+  if (choices_.missedTextIsNull) *value = nullptr;
   return false;
 }
 

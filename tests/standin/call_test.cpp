@@ -217,10 +217,16 @@ TEST_F(Calls, HaveOneHostOnly) {
 
 TEST_F(Calls, ReadTheChoicesOfTheHost) {
   standin::KeyValueList changes;
-  host.setChoices({false, true, true, &changes, false});
+  host.setChoices({.strncpyTerminates = false,
+                   .iterationStopsAtOne = true,
+                   .missedTextIsNull = true,
+                   .registrationFails = true,
+                   .changesDuringRegistration = &changes,
+                   .keepRecords = false});
   const auto choices = host.choices();
   EXPECT_FALSE(choices.strncpyTerminates);
   EXPECT_TRUE(choices.iterationStopsAtOne);
+  EXPECT_TRUE(choices.missedTextIsNull);
   EXPECT_TRUE(choices.registrationFails);
   EXPECT_EQ(choices.changesDuringRegistration, &changes);
   EXPECT_FALSE(choices.keepRecords);

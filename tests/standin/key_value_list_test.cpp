@@ -206,6 +206,14 @@ TEST_F(KeyValue, SearchBorrowsTheTextFromTheList) {
   EXPECT_EQ(value, list.items()[0].value.asString);
 }
 
+TEST_F(KeyValue, SearchGivesNullForWhatIsNotThereWhereTheHostDoesSo) {
+  host.setChoices({.missedTextIsNull = true});
+  const KeyValueList list;
+  const char* value = "untouched";
+  EXPECT_NE(sonalith_keyValueListGetS(&list, "key", &value), 0);
+  EXPECT_EQ(value, nullptr);
+}
+
 TEST_F(KeyValue, SearchDoesNotFindWhatIsNotThere) {
   KeyValueList list;
   EXPECT_EQ(found(list, "key"), "(none)");

@@ -24,6 +24,9 @@ class AsyncEventPayload {
   // Takes one completion; `ok` as the queue gave it. May delete this object.
   virtual void Proceed(bool ok) = 0;
 
+  // What every operation of the call is to pass, and what Proceed is called on when it comes back.
+  void* tag() { return this; }
+
   // The call's context, left as constructed: no deadline, no metadata, no compression. A context
   // serves one call, so a further attempt is a further payload.
   std::unique_ptr<grpc::ClientContext> context;

@@ -107,7 +107,7 @@ void AsyncMetersPayload::Proceed(bool ok) {
 }
 
 void AsyncMetersPayload::read() {
-  reader->Read(&meter, this);
+  reader->Read(&meter, tag());
 }
 
 // A read also fails at a message that can't be parsed, and then the server still holds the call:
@@ -115,14 +115,14 @@ void AsyncMetersPayload::read() {
 void AsyncMetersPayload::finish() {
   finishing = true;
   context->TryCancel();
-  reader->Finish(&status, this);
+  reader->Finish(&status, tag());
 }
 
 void AsyncMetersPayload::armRetryAlarm() {
   retryAlarm = std::make_unique<grpc::Alarm>();
   gpr_timespec deadline;
   grpc::Timepoint2Timespec(std::chrono::system_clock::now() + retryDelay, &deadline);
-  retryAlarm->Set(completionQueue, deadline, this);
+  retryAlarm->Set(completionQueue, deadline, tag());
 }
 
 void AsyncMetersPayload::ProcessMeters() {

@@ -3,13 +3,13 @@
 // A stream runs forever: whatever ends an attempt, five seconds later the next one begins, as a new
 // payload. Nothing is logged about it, and the call's status is not looked at.
 //
-//   state      firstEvent finishing closing  pending    event     action                     next
-//   Starting       1          0        0     start      ok        Read Reading
-//                                                       not ok    arm the retry alarm Waiting
-//   Reading        0          0        0     Read       ok        ProcessMeters, Read Reading
-//                                                       not ok    cancel, Finish Finishing
-//   Finishing      0          1        1     Finish     any       arm the retry alarm Waiting
-//   Waiting      0 or 1       0        1     alarm      any       restart, delete this       -
+//   state      firstEvent finishing closing  pending  event   action               next
+//   Starting       1          0        0     start    ok      Read                 Reading
+//   Starting       1          0        0     start    not ok  arm the retry alarm  Waiting
+//   Reading        0          0        0     Read     ok      ProcessMeters, Read  Reading
+//   Reading        0          0        0     Read     not ok  cancel, Finish       Finishing
+//   Finishing      0          1        1     Finish   any     arm the retry alarm  Waiting
+//   Waiting      0 or 1       0        1     alarm    any     restart, delete      (gone)
 #pragma once
 
 #include <grpcpp/alarm.h>

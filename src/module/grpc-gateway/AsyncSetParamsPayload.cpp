@@ -17,8 +17,8 @@ void AsyncSetParamsPayload::start(std::unique_ptr<AsyncSetParamsPayload> payload
   reader->StartCall();
   // The reader lies in the call's own memory, which goes with the payload: its owning pointer must
   // not look at it once the call can be over.
-  AsyncSetParamsPayload* const tag = payload.release();
-  reader.release()->Finish(&tag->response, &tag->status, tag);
+  AsyncSetParamsPayload* const call = payload.release();
+  reader.release()->Finish(&call->response, &call->status, call->tag());
 }
 
 void AsyncSetParamsPayload::Proceed(bool) {

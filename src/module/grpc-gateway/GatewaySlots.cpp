@@ -27,7 +27,7 @@ void setDefault(T& value, const T& defaultValue) {
   value = defaultValue;
 }
 
-// Engine slots may be set by the host, to any value; meter slots may not.
+// The two kinds of slot differ in validator and flags.
 template <class Entry, class Value>
 sonalith_moduleOffset describe(const sonalith_slotText& name, Value& value, std::uint32_t valueType,
                                const char* description) {
@@ -59,7 +59,7 @@ void buildGroup(const std::vector<Entry>& entries, GatewaySlotTable& table,
   if constexpr (isMeter<Entry>) table.*Group::count = entries.size();
 
   for (std::size_t i = 0; i < entries.size(); ++i) {
-    // A copy, as every reader of a list takes one while it calls the host.
+    // The host is called while the entry is in use, so it is a copy of our own.
     const Entry entry = entries[i];  // NOLINT(performance-unnecessary-copy-initialization)
     if constexpr (isMeter<Entry>) setDefault(values[i], entry.defaultValue);
     setName(names[i], Group::namePrefix, entry.customKey, i);

@@ -173,7 +173,8 @@ void gRPCGatewayClient::startSlowMetersRequest() {
 
 void gRPCGatewayClient::startMetersRequest(const MeterStream& stream) {
   AsyncMetersPayload*& current = this->*stream.payload;
-  if (!metersStub || !running) {
+  if (!metersStub) return;
+  if (!running) {
     // The payload that asks deletes itself next: the destructor must not find it here.
     current = nullptr;
     return;
@@ -183,7 +184,7 @@ void gRPCGatewayClient::startMetersRequest(const MeterStream& stream) {
                                    stream.meterType, std::move(restart));
   current->reader = (metersStub.get()->*stream.prepareCall)(current->context.get(),
                                                             current->request, &completionQueue);
-  current->reader->StartCall(current);
+  current->reader->StartCall(current->tag());
 }
 
 // `running` is looked at after the wait and before the dispatch: once it has been cleared, no
@@ -252,7 +253,8 @@ gRPCGatewayClient::~gRPCGatewayClient() {
   // 5. Delete the streams whose last event the loop took and dropped. A payload that the flush has
   //    deleted is known by its address alone.
   for (AsyncMetersPayload* payload : {fastPayload, slowPayload}) {
-    const auto flushed = std::find(flushedTags.begin(), flushedTags.end(), payload);
+    const void* const tag = static_cast<AsyncEventPayload*>(payload);
+    const auto flushed = std::find(flushedTags.begin(), flushedTags.end(), tag);
     if (flushed == flushedTags.end()) delete payload;
   }
 

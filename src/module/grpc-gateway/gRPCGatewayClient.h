@@ -65,9 +65,10 @@ class gRPCGatewayClient {
   void asyncMainLoop();
   std::vector<void*> flushCompletionQueue();
 
-  // Constant after construction.
-  std::string defaultMetersTarget = "localhost:50005";  // never read: no target, no meters
-  std::string defaultEngineTarget = "localhost:50006";  // never read: no target, no engine
+  // Where servers usually are, for who looks at a client in a debugger. No code falls back to them:
+  // without a target its side is off.
+  std::string defaultMetersTarget = "localhost:50005";
+  std::string defaultEngineTarget = "localhost:50006";
 
   // Written by the host's threads, read by all.
   std::atomic<bool> running = false;
@@ -88,7 +89,7 @@ class gRPCGatewayClient {
   grpc::CompletionQueue completionQueue;
 
   // Wakes the loop at the stop. Kept until the queue has been flushed: gRPC does not survive the
-  // destruction of an alarm that is just firing.
+  // destruction of an alarm that is just firing. (A retry alarm goes after its event has come.)
   std::unique_ptr<grpc::Alarm> stopAlarm;
 
   // Constant after construction.

@@ -71,20 +71,29 @@ std::int32_t filterEngineChange(const sonalith_keyValueItem* item, void* filter)
   }
 }
 
-// What passes the filter goes out in one call.
-void onEngineChanges(sonalith_keyValueList* changes, void* user) {
-  EngineChangeFilter filter{static_cast<ModuleManager*>(user), nullptr};
+template <class Step>
+void logExceptionsOf(Step step) {
   try {
-    filter.matched = sonalith_keyValueListNew();
-    sonalith_keyValueListForEach(changes, filterEngineChange, &filter);
-    if (sonalith_keyValueListIsEmpty(filter.matched) == 0) {
-      const std::shared_ptr<gRPCGatewayClient> client = filter.manager->client;
-      client->sendParams(filter.matched);
-    }
+    step();
   } catch (const std::exception& exception) {
     logException(SONALITH_LOG_TRACE, exception);
   }
-  if (filter.matched != nullptr) sonalith_keyValueListDestroy(filter.matched);
+}
+
+void forwardChanges(EngineChangeFilter& filter, const sonalith_keyValueList* changes) {
+  filter.matched = sonalith_keyValueListNew();
+  sonalith_keyValueListForEach(changes, filterEngineChange, &filter);
+  if (sonalith_keyValueListIsEmpty(filter.matched) != 0) return;
+  const std::shared_ptr<gRPCGatewayClient> client = filter.manager->client;
+  client->sendParams(filter.matched);
+}
+
+// What passes the filter goes out in one call.
+void onEngineChanges(sonalith_keyValueList* changes, void* user) {
+  EngineChangeFilter filter{static_cast<ModuleManager*>(user), nullptr};
+  logExceptionsOf([&] { forwardChanges(filter, changes); });
+  if (filter.matched == nullptr) return;
+  logExceptionsOf([&] { sonalith_keyValueListDestroy(filter.matched); });
 }
 
 // ---- Start and stop -----------------------------------------------------------------------------
@@ -104,10 +113,11 @@ void releaseModule(sonalith_module& module) {
 }
 
 const char* configPath(const sonalith_keyValueList* params) {
-  const char* path = "";
-  if (params != nullptr && sonalith_keyValueListGetS(params, "gatewayConfigPath", &path) == 0) {
-    GATEWAY_LOG(SONALITH_LOG_TRACE, "gatewayConfigPath: %s", path);
+  const char* path = nullptr;
+  if (params == nullptr || sonalith_keyValueListGetS(params, "gatewayConfigPath", &path) != 0) {
+    return "";
   }
+  GATEWAY_LOG(SONALITH_LOG_TRACE, "gatewayConfigPath: %s", path);
   return path;
 }
 

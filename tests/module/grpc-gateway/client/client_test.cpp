@@ -1,8 +1,11 @@
 // What no caller of the client sees: states that only a race reaches, and its event loop.
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <future>
+#include <latch>
 #include <stdexcept>
+#include <thread>
 
 #include "module/grpc-gateway/gRPCGatewayClient.h"
 #include "standin/Host.h"
@@ -19,11 +22,14 @@ using sonalith::grpcengine::RequestSetParams;
 // A tag that tells what happens to it.
 class Probe : public AsyncEventPayload {
  public:
-  explicit Probe(int& deletions, bool raises = false) : deletions_(deletions), raises_(raises) {}
+  explicit Probe(
+      int& deletions, bool raises = false, std::function<void()> within = [] {})
+      : deletions_(deletions), raises_(raises), within_(std::move(within)) {}
   ~Probe() override { ++deletions_; }
 
   void Proceed(bool ok) override {
     if (raises_) throw std::runtime_error("no more");
+    within_();
     std::promise<bool> taken = std::move(taken_);
     delete this;
     taken.set_value(ok);
@@ -34,6 +40,7 @@ class Probe : public AsyncEventPayload {
  private:
   int& deletions_;
   bool raises_;
+  std::function<void()> within_;
   std::promise<bool> taken_;
 };
 
@@ -54,6 +61,7 @@ class gRPCGatewayClientTest : public ::testing::Test {
   // The client's private parts, by name: friendship does not reach the tests themselves.
   static void startClient(gRPCGatewayClient& client) { client.startClient(); }
   static void stopClient(gRPCGatewayClient& client) { client.stopClient(); }
+  static bool isRunning(const gRPCGatewayClient& client) { return client.running; }
   static void startFast(gRPCGatewayClient& client) { client.startFastMetersRequest(); }
   static void startSlow(gRPCGatewayClient& client) { client.startSlowMetersRequest(); }
   static AsyncMetersPayload*& fastPayload(gRPCGatewayClient& client) { return client.fastPayload; }
@@ -194,6 +202,31 @@ TEST_F(gRPCGatewayClientTest, EndsItsThreadAtAnExceptionAndStillStopsInOrder) {
   delete raising;
 }
 
+// The stop comes while the loop is inside an event and a further one waits: that one is dropped,
+// for the loop looks at the flag before each event that it hands on.
+TEST_F(gRPCGatewayClientTest, HandsOnNothingOnceItIsToldToStop) {
+  auto client = build(noTargets);
+  int deletions = 0;
+  std::latch taking(1);
+  std::latch goOn(1);
+  auto* const holding = new Probe(deletions, false, [&] {
+    taking.count_down();
+    goOn.wait();
+  });
+  const auto dropped = std::make_unique<Probe>(deletions, true);
+  post(*client, holding);
+  taking.wait();
+  post(*client, dropped.get());
+  host.clearRecords();
+  auto stopped = std::async(std::launch::async, [&] { stopClient(*client); });
+  while (isRunning(*client)) std::this_thread::yield();
+  goOn.count_down();
+  stopped.get();
+  // It would have raised, and that would have been logged.
+  EXPECT_EQ(log(), (Journal{"1 Stop gRPC Gateway client", "1 Stop gRPC Gateway complete"}));
+  EXPECT_EQ(deletions, 1);
+}
+
 // ---- The flush ----------------------------------------------------------------------------------
 
 TEST_F(gRPCGatewayClientTest, DeletesATagThatComesTwiceOnce) {
@@ -243,7 +276,7 @@ TEST_F(gRPCGatewayClientTest, ForgetsAStreamThatIsNotStartedAgain) {
   auto client = build("[Meters]\nTarget=" + server.metersTarget() + "\nEnableFastMeters=false\n");
   server.waitEvent("open slow 1 ");
   AsyncMetersPayload* const slow = slowPayload(*client);
-  EXPECT_EQ(fastPayload(*client), nullptr);
+  EXPECT_EQ(fastPayload(*client), nullptr);  // switched off
   stopClient(*client);
   fastPayload(*client) = slow;
   startFast(*client);

@@ -74,6 +74,17 @@ TEST_F(Start, WithoutTheParameterTheDefaultPathIsTakenAndNotLogged) {
   expectRefused(result);
 }
 
+// What a host does to the pointer of a text that it does not find is its own affair.
+TEST_F(Start, AMissedParameterMeansTheDefaultPathWhateverTheHostWrites) {
+  host.setChoices({.missedTextIsNull = true});
+  KeyValueList params;
+  const int result = instance.start(&params);
+  Journal lines = log();
+  lines.erase(lines.begin());
+  EXPECT_EQ(lines, (Journal{defaultPathMissing} + refusal));
+  expectRefused(result);
+}
+
 TEST_F(Start, AnEmptyPathIsLoggedAndMeansTheDefaultPath) {
   KeyValueList params;
   params.addString("gatewayConfigPath", "");
@@ -250,6 +261,8 @@ TEST_P(StartFails, WithOneLineAndAStopReleasesTheRest) {
   EXPECT_EQ(instance.record().moduleOffsets != nullptr, step.listPublished);
   EXPECT_EQ(instance.record().slowMeterTable, before.slowMeterTable);
   EXPECT_EQ(instance.record().fastMeterTable, before.fastMeterTable);
+  EXPECT_EQ(instance.record().slowMeterOffsets, before.slowMeterOffsets);
+  EXPECT_EQ(instance.record().fastMeterOffsets, before.fastMeterOffsets);
   EXPECT_EQ(engine.callbackCount(), 0u);
 
   host.clearRecords();
@@ -276,6 +289,7 @@ INSTANTIATE_TEST_SUITE_P(
                       FailingStep{"LastEngineSlot", Operation::AddModuleOffset, 3, true, false, 1},
                       FailingStep{"SlowList", Operation::CreateModuleOffset, 2, true, true, 0},
                       FailingStep{"FastList", Operation::CreateModuleOffset, 3, true, true, 0},
+                      FailingStep{"ClientBeforeItsThread", Operation::Log, 3, true, true, 0},
                       FailingStep{"Registration", Operation::AddCallback, 1, true, true, 0}),
     [](const auto& instantiation) { return instantiation.param.name; });
 
@@ -288,6 +302,16 @@ TEST_F(Start, AnExceptionWhileTheConfigurationIsBuiltUnwindsTheManager) {
   EXPECT_EQ(lines, (Journal{"log 3 grpc-gateway: destroying module manager..",
                             "log 3 C++ exception in grpc gateway: no more"}));
   EXPECT_NE(instance.record().privateData, nullptr);
+  instance.stop();
+  expectNothingLeft();
+}
+
+// Only the standard family is caught: what else a host raises is the host's.
+TEST_F(Start, AnotherKindOfExceptionPassesOn) {
+  host.setHook(Operation::CreateModuleOffset, [] { throw 42; });
+  EXPECT_THROW(start(engineOnly), int);
+  EXPECT_NE(instance.record().privateData, nullptr);
+  host.setHook(Operation::CreateModuleOffset, {});
   instance.stop();
   expectNothingLeft();
 }

@@ -1,4 +1,6 @@
 // stopCycle: the order in which it takes back what a start has built.
+#include <csignal>
+
 #include "tests/module/grpc-gateway/GatewayTest.h"
 
 namespace {
@@ -89,6 +91,26 @@ TEST_F(Stop, AnExceptionIsLoggedAndDoesNotReachTheHost) {
   EXPECT_EQ(log(), (Journal{"log 3 C++ exception in grpc gateway: no more"}));
   instance.stop();  // nothing had been released
   expectNothingLeft();
+}
+
+TEST_F(Stop, AnotherKindOfExceptionPassesOn) {
+  ASSERT_EQ(start(withoutSlots), 0);
+  host.setHook(Operation::Log, [] { throw 42; });
+  EXPECT_THROW(instance.stop(), int);
+  host.setHook(Operation::Log, {});
+  instance.stop();
+  expectNothingLeft();
+}
+
+TEST_F(Stop, AnExceptionInTheDestructionOfTheManagerEndsTheProcess) {
+  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_EXIT(
+      {
+        start(withoutSlots);
+        host.failCall(Operation::RmCallback);
+        instance.stop();
+      },
+      ::testing::KilledBySignal(SIGABRT), "");
 }
 
 TEST_F(Stop, ARecordCanBeStartedAgain) {

@@ -61,12 +61,11 @@ class Params : public FlowTest {
     return event.substr(begin, event.find(' ', begin) - begin);
   }
 
-  // Sends nothing but a change that passes, so that what came before is known to be all.
-  void expectNothingSentBefore() {
-    KeyValueList last;
-    last.addInt("gateway.delay", 12345);
-    notify(last);
-    EXPECT_EQ(received(), Request().addInt("delay", 12345).hex());
+  // Stops the module, which waits for all that it has sent, and then looks at what arrived.
+  void expectNothingSent() {
+    instance.stop();
+    servers.command("engine reply -");  // events of before have come when this is done
+    EXPECT_FALSE(servers.hasEvent("SetParams "));
   }
 
   // The stop of a test can be what ends the loop at this call's event.
@@ -138,8 +137,7 @@ TEST_F(Params, PassOnlyUnderTheFullNameOfTheirSlotAndWithItsType) {
       .addString("gateway.preset", "1")
       .addFloat("gateway.name", 1);
   notify(changes);
-  expectNothingSentBefore();
-  stopQuietly();
+  expectNothingSent();
 }
 
 TEST_F(Params, ThatCannotBeCarriedAreDropped) {
@@ -153,9 +151,8 @@ TEST_F(Params, ThatCannotBeCarriedAreDropped) {
       .addOther("gateway.gain", 8, {})
       .addOther("gateway.gain", 4294967295u, {});
   notify(changes);
-  expectNothingSentBefore();
   EXPECT_EQ(host.violations(), std::vector<std::string>{});
-  stopQuietly();
+  expectNothingSent();
 }
 
 TEST_F(Params, OfAListWithoutEntriesAreDropped) {
@@ -163,8 +160,7 @@ TEST_F(Params, OfAListWithoutEntriesAreDropped) {
   KeyValueList changes;
   changes.addFloat("gateway.gain", 1).addString("gateway.name", "x").addUint("gateway.preset", 1);
   notify(changes);
-  expectNothingSentBefore();
-  stopQuietly();
+  expectNothingSent();
 }
 
 // Without a match there is no call, and the list of matches goes all the same.
@@ -175,8 +171,7 @@ TEST_F(Params, ThatDoNotMatchLeaveNothingBehind) {
   changes.addFloat("other.gain", 1);
   notify(changes);
   EXPECT_EQ(host.outstanding(), before);
-  instance.stop();
-  EXPECT_FALSE(servers.hasEvent("SetParams "));
+  expectNothingSent();
   expectNothingLeft();
 }
 
@@ -254,6 +249,51 @@ TEST_F(Params, ANullKeyEndsTheIterationOfAHostThatStopsAtOne) {
   stopQuietly();
 }
 
+// It is an error of the host whatever the item would have come to.
+TEST_F(Params, ANullKeyIsLoggedAlsoForItemsThatAreDropped) {
+  host.setChoices({.iterationStopsAtOne = false});
+  startEngineSide();
+  host.clearRecords();
+  KeyValueList changes;
+  changes.addDouble(nullptr, 1).addString(nullptr, nullptr).addOther(nullptr, 8, {});
+  notify(changes);
+  const std::string line =
+      "log 1 C++ exception in grpc gateway: basic_string::_M_construct null not valid";
+  EXPECT_EQ(log(), (Journal{line, line, line}));
+  expectNothingSent();
+}
+
+TEST_F(Params, AFailingDestructionOfTheMatchesDoesNotReachTheHost) {
+  startEngineSide();
+  host.clearRecords();
+  host.failCall(Operation::KeyValueListDestroy, 1, "no more");
+  KeyValueList changes;
+  changes.addFloat("other.gain", 1);
+  EXPECT_NO_THROW(notify(changes));
+  EXPECT_EQ(log(), (Journal{"log 1 C++ exception in grpc gateway: no more"}));
+  EXPECT_EQ(host.outstanding().keyValueLists, 1u);  // the host's own failure
+  expectNothingSent();
+}
+
+TEST_F(Params, AnotherKindOfExceptionPassesOn) {
+  startEngineSide();
+  host.setHook(Operation::KeyValueListIsEmpty, [] { throw 42; });
+  KeyValueList changes;
+  EXPECT_THROW(notify(changes), int);
+  instance.stop();
+}
+
+TEST_F(Params, OfAModuleWithoutAnEngineAreDropped) {
+  ASSERT_EQ(start("[Meters]\nEnableFastMeters=false\nEnableSlowMeters=false\n"), 0);
+  host.clearRecords();
+  KeyValueList changes;
+  changes.addFloat("gateway.gateway_float_0", 1);
+  notify(changes);
+  EXPECT_EQ(log(), Journal{});
+  expectNothingSent();
+  expectNothingLeft();
+}
+
 // Whatever fails in a notification, its list of matches is destroyed and the host sees nothing.
 struct FailingStep {
   const char* name;
@@ -272,8 +312,7 @@ TEST_P(ParamsFail, WithOneLineAndNothingLeft) {
   notify(changes);
   EXPECT_EQ(log(), (Journal{"log 1 C++ exception in grpc gateway: no more"}));
   EXPECT_EQ(host.outstanding(), before);
-  expectNothingSentBefore();
-  stopQuietly();
+  expectNothingSent();
 }
 
 INSTANTIATE_TEST_SUITE_P(AtEachStep, ParamsFail,
@@ -293,8 +332,7 @@ TEST_F(Params, AFailureWhileTheRequestIsBuiltIsLoggedAndNothingIsSent) {
   notify(changes);
   EXPECT_EQ(log(), (Journal{"log 1 C++ exception in grpc gateway: no more"}));
   EXPECT_EQ(host.outstanding(), before);
-  expectNothingSentBefore();
-  stopQuietly();
+  expectNothingSent();
 }
 
 // ---- What comes back ----------------------------------------------------------------------------

@@ -132,6 +132,13 @@ TEST_F(Streams, BuildTheirSlotsSlowBeforeFastAndTypeByType) {
   expectNothingLeft();
 }
 
+TEST_F(Streams, OfAClientThatIsRefusedTheRegistrationAreClosedAgain) {
+  host.setChoices({.registrationFails = true});
+  EXPECT_EQ(start(common()), -1);
+  EXPECT_EQ(instance.record().privateData, nullptr);
+  expectNothingLeft();
+}
+
 // A slot that can't be described while the client is being built: what it has built by then goes.
 TEST_F(Streams, AFailureWhileTheMeterSlotsAreBuiltLeavesNoneOfThem) {
   host.failCall(standin::Operation::AddModuleOffset, 2, "no more");

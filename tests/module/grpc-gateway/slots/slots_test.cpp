@@ -37,7 +37,7 @@ void PrintTo(const Described& slot, std::ostream* out) {
        << slot.description << "\", flags " << slot.flags;
 }
 
-// The bytes of a description that the contract names 0.
+// The reserved bytes of a description.
 constexpr std::array<std::pair<std::size_t, std::size_t>, 7> reserved{
     {{8, 8}, {24, 8}, {40, 8}, {48, 8}, {60, 4}, {72, 8}, {80, 8}}};
 
