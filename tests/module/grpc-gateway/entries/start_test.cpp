@@ -1,4 +1,6 @@
 // startCycle: what it does in which order, what it leaves in the record, and how it refuses.
+#include <sys/wait.h>
+
 #include <cstring>
 
 #include "tests/module/grpc-gateway/GatewayTest.h"
@@ -318,7 +320,8 @@ TEST_F(Start, AnotherKindOfExceptionPassesOn) {
   expectNothingLeft();
 }
 
-// A client whose thread runs can't be unwound.
+// A client whose thread runs can't be unwound. How the process ends is not fixed: the queue goes
+// first, under the thread that waits at it, and the destruction of the joinable thread next.
 TEST_F(Start, AnExceptionOnceTheThreadRunsEndsTheProcess) {
   ::testing::FLAGS_gtest_death_test_style = "threadsafe";
   EXPECT_EXIT(
@@ -326,7 +329,7 @@ TEST_F(Start, AnExceptionOnceTheThreadRunsEndsTheProcess) {
         host.failCall(Operation::Log, 5, "no more");
         start(engineOnly);
       },
-      ::testing::KilledBySignal(SIGABRT), "");
+      [](int status) { return !WIFEXITED(status) || WEXITSTATUS(status) != 0; }, "");
 }
 
 }  // namespace
