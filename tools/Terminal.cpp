@@ -9,6 +9,7 @@
 #include <climits>
 #include <csignal>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
 
 namespace tools {
@@ -67,18 +68,6 @@ Arrival waitFor(const SignalDescriptor& signals, const InputLines* input, Clock:
       {{signals.descriptor(), POLLIN, 0}, {reads ? STDIN_FILENO : -1, POLLIN, 0}}};
   if (poll(sources.data(), sources.size(), millisecondsUntil(until)) <= 0) return Arrival::Nothing;
   return sources[0].revents != 0 ? Arrival::Signal : Arrival::Input;
-}
-
-std::vector<std::string_view> wordsOf(std::string_view line) {
-  constexpr std::string_view blanks = " \t\r";
-  std::vector<std::string_view> words;
-  for (auto begin = line.find_first_not_of(blanks); begin != line.npos;
-       begin = line.find_first_not_of(blanks, begin)) {
-    const auto end = std::min(line.find_first_of(blanks, begin), line.size());
-    words.push_back(line.substr(begin, end - begin));
-    begin = end;
-  }
-  return words;
 }
 
 }  // namespace tools

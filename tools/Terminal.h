@@ -9,7 +9,6 @@
 #include <chrono>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace tools {
@@ -61,8 +60,5 @@ enum class Arrival { Nothing, Signal, Input };
 // return Nothing before that moment. A signal goes before input. Without `input`, or when that has
 // ended, standard input is left alone.
 Arrival waitFor(const SignalDescriptor& signals, const InputLines* input, Clock::time_point until);
-
-// The words of a line, parted by blanks. They are parts of `line`, and live as long as its text.
-std::vector<std::string_view> wordsOf(std::string_view line);
 
 }  // namespace tools

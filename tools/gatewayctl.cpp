@@ -9,8 +9,8 @@
 #include <CLI/CLI.hpp>
 #include <exception>
 
-#include "tools/host.h"
-#include "tools/sim.h"
+#include "tools/host/host.h"
+#include "tools/sim/sim.h"
 
 // What even the messages of a failure can raise ends the program, as it should.
 // NOLINTNEXTLINE(bugprone-exception-escape)

@@ -77,7 +77,17 @@ const std::vector<Room> rooms = {
      {"src/host/", module + "HostAccess", module + "ConfigManager", module + "GatewaySlots",
       module + "gRPCGatewayClient", module + "grpc-gateway-module"}},
     {"src/standin/", {"src/host/", "src/standin/"}},
-    {"tools/", {"src/host/", "src/standin/", "proto/", "tools/"}},
+    // What one sub-command is made of is of no concern to another; all of them may use the files
+    // right in tools/, the last room, which is below them.
+    {"tools/gatewayctl", {"tools/sim/", "tools/host/", "tools/discover/", "tools/demo/", "tools/"}},
+    {"tools/sim/", {"proto/", "src/standin/", "tools/sanitizers/", "tools/", "tools/sim/"}},
+    {"tools/host/", {"src/host/", "src/standin/", "tools/", "tools/host/"}},
+    {"tools/discover/", {"proto/", "tools/sanitizers/", "tools/", "tools/discover/"}},
+    {"tools/demo/", {"tools/", "tools/demo/"}},
+    {"tools/sanitizers/", {"tools/sanitizers/"}},
+    {"tools/",
+     {"src/host/", "src/shquote/", "src/standin/", module + "ConfigManager",
+      module + "GatewaySlots", "tools/"}},
 };
 
 std::string roomOf(const std::string& path) {

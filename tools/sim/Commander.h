@@ -17,7 +17,7 @@
 #include <string_view>
 #include <vector>
 
-#include "tools/Simulator.h"
+#include "tools/sim/Simulator.h"
 
 namespace sim {
 

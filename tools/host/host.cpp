@@ -1,4 +1,4 @@
-#include "tools/host.h"
+#include "tools/host/host.h"
 
 #include <fmt/chrono.h>
 #include <fmt/core.h>
@@ -23,6 +23,7 @@
 #include "standin/Host.h"
 #include "standin/LoadedModule.h"
 #include "tools/Terminal.h"
+#include "tools/Words.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "tools/Simulator.h"
+#include "tools/sim/Simulator.h"
 
 #include <fmt/format.h>
 #include <grpcpp/generic/async_generic_service.h>

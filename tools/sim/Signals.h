@@ -15,7 +15,7 @@
 #include <string_view>
 #include <vector>
 
-#include "tools/Simulator.h"
+#include "tools/sim/Simulator.h"
 
 namespace sim {
 

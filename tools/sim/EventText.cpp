@@ -1,4 +1,4 @@
-#include "tools/EventText.h"
+#include "tools/sim/EventText.h"
 
 #include <fmt/format.h>
 

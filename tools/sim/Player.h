@@ -13,8 +13,8 @@
 #include <thread>
 #include <vector>
 
-#include "tools/Signals.h"
-#include "tools/Simulator.h"
+#include "tools/sim/Signals.h"
+#include "tools/sim/Simulator.h"
 
 namespace sim {
 

@@ -1,4 +1,4 @@
-#include "tools/sim.h"
+#include "tools/sim/sim.h"
 
 #include <fmt/format.h>
 #include <grpc/grpc.h>
@@ -14,11 +14,11 @@
 #include <system_error>
 #include <vector>
 
-#include "tools/Commander.h"
-#include "tools/Player.h"
-#include "tools/Signals.h"
-#include "tools/Simulator.h"
 #include "tools/Terminal.h"
+#include "tools/sim/Commander.h"
+#include "tools/sim/Player.h"
+#include "tools/sim/Signals.h"
+#include "tools/sim/Simulator.h"
 
 namespace sim {
 namespace {

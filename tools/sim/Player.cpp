@@ -1,4 +1,4 @@
-#include "tools/Player.h"
+#include "tools/sim/Player.h"
 
 #include <fmt/format.h>
 
@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "engine.pb.h"
-#include "tools/EventText.h"
+#include "tools/sim/EventText.h"
 
 namespace sim {
 namespace {

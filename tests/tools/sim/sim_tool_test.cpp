@@ -27,7 +27,7 @@
 #include "engine.grpc.pb.h"
 #include "meters.grpc.pb.h"
 #include "tests/support/SimProcess.h"
-#include "tools/Signals.h"
+#include "tools/sim/Signals.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "tools/Commander.h"
+#include "tools/sim/Commander.h"
 
 #include <fmt/format.h>
 
@@ -9,8 +9,8 @@
 #include <system_error>
 #include <utility>
 
-#include "tools/EventText.h"
-#include "tools/Terminal.h"
+#include "tools/Words.h"
+#include "tools/sim/EventText.h"
 
 namespace sim {
 namespace {

@@ -1,4 +1,4 @@
-#include "tools/Signals.h"
+#include "tools/sim/Signals.h"
 
 #include <fmt/format.h>
 

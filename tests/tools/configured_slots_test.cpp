@@ -1,0 +1,70 @@
+// The slots that the tools expect of a configuration are those that the module makes of it.
+#include "tools/ConfiguredSlots.h"
+
+#include <gtest/gtest.h>
+
+#include "standin/Engine.h"
+#include "standin/Host.h"
+#include "tests/support/SimProcess.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace {
+
+using standin::SlotSet;
+using tools::ConfiguredSlot;
+
+class ConfiguredSlots : public ::testing::Test {
+ protected:
+  // Two of each list would not find more than this: a list of two, a single one, an empty one.
+  std::string everything() const {
+    std::string text =
+        "[Meters]\nTarget=" + unusedTarget() + "\n[Engine]\nTarget=" + unusedTarget() + "\n";
+    for (const char* type : {"Float", "Uint", "Int", "String"}) {
+      text += std::string("[Meters") + type + "]\nMeter=Key=a DefaultValue=7\n" +
+              "Meter=Key=b CustomKey=named\nMeter=Key=c Type=slow\n" + "[Engine" + type +
+              "]\nParam=Key=d\nParam=Key=e CustomKey=other\n";
+    }
+    return files.write("gateway.conf", text);
+  }
+
+  TemporaryFolder files;
+  standin::Host host;
+};
+
+TEST_F(ConfiguredSlots, AreThoseOfTheModuleInItsOrder) {
+  const std::string path = everything();
+  const auto expected = tools::slotsOf(gateway::ConfigManager(path));
+  standin::Engine engine;
+  const standin::LoadedModule module(GATEWAY_MODULE);
+  standin::ModuleInstance instance(module, engine);
+  ASSERT_EQ(instance.start(path), 0);
+  const auto slots = instance.slots();
+  EXPECT_EQ(slots.size(), 20u);
+  ASSERT_EQ(slots.size(), expected.size());
+  for (std::size_t i = 0; i < slots.size(); ++i) {
+    EXPECT_EQ(slots[i].set, expected[i].set) << i;
+    EXPECT_EQ(slots[i].description.valueType, expected[i].valueType) << i;
+    EXPECT_EQ(slots[i].name(), expected[i].name) << i;
+    EXPECT_EQ(slots[i].read(), expected[i].defaultValue) << i;
+  }
+  instance.stop();
+}
+
+TEST_F(ConfiguredSlots, TellKeysAndGeneratedNames) {
+  const auto slots = tools::slotsOf(gateway::ConfigManager(
+      files.write("two.conf",
+                  "[Meters]\nTarget=x:1\n[MetersInt]\nMeter=Key=a\nMeter=Key=b CustomKey=c "
+                  "DefaultValue=-2\n")));
+  EXPECT_EQ(slots, (std::vector<ConfiguredSlot>{
+                       {SlotSet::Fast, SONALITH_SLOT_INT, 0, "gateway_int_0", true, "a", 0},
+                       {SlotSet::Fast, SONALITH_SLOT_INT, 1, "c", false, "b", -2}}));
+}
+
+TEST(TypeName, IsTheWordOfConfigurations) {
+  EXPECT_EQ(tools::typeNameOf(SONALITH_SLOT_STRING), "string");
+  EXPECT_EQ(tools::typeNameOf(SONALITH_SLOT_INT), "int");
+  EXPECT_EQ(tools::typeNameOf(SONALITH_SLOT_UINT), "uint");
+  EXPECT_EQ(tools::typeNameOf(SONALITH_SLOT_FLOAT), "float");
+}
+
+}  // namespace
