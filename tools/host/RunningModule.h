@@ -9,10 +9,12 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "standin/Engine.h"
@@ -49,6 +51,14 @@ struct Notification {
   std::vector<Change> changes;  // values as they were stored
 };
 
+// What a module has done wrong towards its host by the time it is stopped.
+struct Leftovers {
+  standin::Outstanding notReturned;
+  std::vector<std::string> violations;  // of the boundary's rules, a sentence each
+
+  bool isClean() const { return notReturned == standin::Outstanding{} && violations.empty(); }
+};
+
 class RunningModule {
  public:
   static constexpr std::size_t notificationsKept = 100;
@@ -57,10 +67,14 @@ class RunningModule {
   // Throws Refused, std::runtime_error if the file can't be loaded, std::invalid_argument for a
   // name that is too long.
   RunningModule(const Setup& setup, std::function<void(const standin::LogLine&)> logSink);
-  // Stops the module.
+  // Stops the module, if that was not done before.
   ~RunningModule();
   RunningModule(const RunningModule&) = delete;
   RunningModule& operator=(const RunningModule&) = delete;
+
+  // Stops the module and tells what it leaves behind. Nothing but the destructor may be called
+  // afterwards.
+  Leftovers stop();
 
   const Setup& setup() const { return setup_; }
   // gRPC targets of the configuration; empty for a side that is switched off.
@@ -69,7 +83,7 @@ class RunningModule {
   std::chrono::system_clock::time_point startTime() const { return startTime_; }
 
   const SlotBoard& board() const { return *board_; }
-  // Looks at all slots. By the thread that made this, at most 20 times a second by custom.
+  // Looks at all slots. By the thread that made this.
   void sample();
 
   // Stores the values in engine slots of these names and tells the module of all of them in one
@@ -82,20 +96,26 @@ class RunningModule {
   unsigned notificationCount() const;
 
  private:
-  class Started;
+  // Stops an instance instead of deleting it.
+  struct Stop {
+    void operator()(standin::ModuleInstance* instance) const { instance->stop(); }
+  };
+
+  std::pair<standin::Slot, standin::SlotValue> resolve(const Change& change) const;
 
   const Setup setup_;
   standin::Host host_;
   standin::Engine engine_;
   standin::LoadedModule module_;
   standin::ModuleInstance instance_;
+  std::unique_ptr<standin::ModuleInstance, Stop> running_;
   std::string metersTarget_;
   std::string engineTarget_;
   std::chrono::system_clock::time_point startTime_;
   std::vector<standin::Slot> engineSlots_;
   std::optional<SlotBoard> board_;
 
-  mutable std::mutex mutex_;  // of all below, and of the engine slots' memory
+  mutable std::mutex mutex_;  // of all below, and of the memory of engine texts
   unsigned notificationCount_ = 0;
   std::deque<Notification> notifications_;
 };

@@ -1,0 +1,135 @@
+#include "tools/host/RunningModule.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <charconv>
+#include <system_error>
+
+#include "module/grpc-gateway/ConfigManager.h"
+#include "tools/ConfiguredSlots.h"
+#include "tools/Suggestion.h"
+
+namespace host {
+namespace {
+
+using standin::Slot;
+using standin::SlotSet;
+using standin::SlotValue;
+
+template <class T>
+T parseNumber(const Change& change, const char* wanted) {
+  T number{};
+  const std::string& text = change.value;
+  const char* const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, number);
+  if (error != std::errc() || stop != end) {
+    throw std::invalid_argument(fmt::format("{} takes {}, not \"{}\"", change.name, wanted, text));
+  }
+  return number;
+}
+
+SlotValue parseValue(const Slot& slot, const Change& change) {
+  switch (slot.description.valueType) {
+    case SONALITH_SLOT_INT:
+      return parseNumber<std::int32_t>(change, "an integer from -2147483648 to 2147483647");
+    case SONALITH_SLOT_UINT:
+      return parseNumber<std::uint32_t>(change, "an integer from 0 to 4294967295");
+    case SONALITH_SLOT_FLOAT:
+      return parseNumber<float>(change, "a number");
+    default:
+      return change.value;
+  }
+}
+
+// Why no engine slot has this name.
+std::string unknownSlot(const std::string& name, const std::vector<Slot>& engineSlots,
+                        const std::vector<SlotLabel>& all) {
+  const auto meter = std::find_if(all.begin(), all.end(),
+                                  [&](const SlotLabel& label) { return label.name == name; });
+  if (meter != all.end()) {
+    return fmt::format("{} is a {} slot: only engine slots can be set", name, nameOf(meter->set));
+  }
+  if (engineSlots.empty()) return fmt::format("no engine slot \"{}\": there are none", name);
+  std::vector<std::string> names;
+  for (const Slot& slot : engineSlots) names.push_back(slot.name());
+  const std::string meant = tools::didYouMean(name, names);
+  return fmt::format("no engine slot \"{}\"{}", name,
+                     meant.empty() ? fmt::format(": there are {}", fmt::join(names, ", ")) : meant);
+}
+
+}  // namespace
+
+RunningModule::RunningModule(const Setup& setup,
+                             std::function<void(const standin::LogLine&)> logSink)
+    : setup_(setup),
+      host_({.keepRecords = false}),
+      module_(setup.module),
+      instance_(module_, engine_, setup.name) {
+  // Read once more for what the module keeps to itself; what is wrong with it the module will tell.
+  const gateway::ConfigManager config(setup.config);
+  metersTarget_ = config.metersTarget;
+  engineTarget_ = config.engineTarget;
+
+  host_.setLogSink(std::move(logSink));
+  startTime_ = std::chrono::system_clock::now();
+  if (instance_.start(setup.config) != 0) {
+    throw Refused(
+        fmt::format("the module refused {}; its own messages above tell why", setup.config));
+  }
+  running_.reset(&instance_);
+  engineSlots_ = instance_.slots(SlotSet::Engine);
+  board_.emplace(instance_.slots(), tools::slotsOf(config));
+}
+
+RunningModule::~RunningModule() = default;
+
+Leftovers RunningModule::stop() {
+  running_.reset();
+  return {host_.outstanding(), host_.violations()};
+}
+
+void RunningModule::sample() {
+  const std::lock_guard lock(mutex_);
+  board_->sample(Clock::now());
+}
+
+Notification RunningModule::set(const std::vector<Change>& changes) {
+  if (changes.empty()) throw std::invalid_argument("nothing to set");
+  std::vector<std::pair<Slot, SlotValue>> resolved;
+  Notification notification;
+  for (const Change& change : changes) {
+    resolved.push_back(resolve(change));
+    notification.changes.push_back({change.name, standin::textOf(resolved.back().second)});
+  }
+  const std::lock_guard lock(mutex_);
+  notification.number = ++notificationCount_;
+  notification.time = std::chrono::system_clock::now();
+  notifications_.push_back(notification);
+  if (notifications_.size() > notificationsKept) notifications_.pop_front();
+  instance_.set(resolved);
+  return notification;
+}
+
+std::pair<Slot, SlotValue> RunningModule::resolve(const Change& change) const {
+  for (const Slot& slot : engineSlots_) {
+    if (slot.name() == change.name) return {slot, parseValue(slot, change)};
+  }
+  throw std::invalid_argument(unknownSlot(change.name, engineSlots_, board_->labels()));
+}
+
+std::vector<Notification> RunningModule::notificationsAfter(unsigned number) const {
+  const std::lock_guard lock(mutex_);
+  std::vector<Notification> later;
+  for (const Notification& notification : notifications_) {
+    if (notification.number > number) later.push_back(notification);
+  }
+  return later;
+}
+
+unsigned RunningModule::notificationCount() const {
+  const std::lock_guard lock(mutex_);
+  return notificationCount_;
+}
+
+}  // namespace host
