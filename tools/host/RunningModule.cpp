@@ -86,7 +86,12 @@ RunningModule::~RunningModule() = default;
 
 Leftovers RunningModule::stop() {
   running_.reset();
-  return {host_.outstanding(), host_.violations()};
+  Leftovers leftovers{host_.outstanding(), host_.violations()};
+  if (!instance_.hostBytesIntact()) {
+    leftovers.violations.emplace_back(
+        "bytes of the module's record that are the host's were changed");
+  }
+  return leftovers;
 }
 
 void RunningModule::sample() {
