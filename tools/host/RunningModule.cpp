@@ -52,6 +52,7 @@ std::string unknownSlot(const std::string& name, const std::vector<Slot>& engine
   }
   if (engineSlots.empty()) return fmt::format("no engine slot \"{}\": there are none", name);
   std::vector<std::string> names;
+  names.reserve(engineSlots.size());
   for (const Slot& slot : engineSlots) names.push_back(slot.name());
   const std::string meant = tools::didYouMean(name, names);
   return fmt::format("no engine slot \"{}\"{}", name,
