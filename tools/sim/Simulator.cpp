@@ -371,8 +371,10 @@ class Service final : public grpc::CallbackGenericService {
 };
 
 void setPings(grpc::ServerBuilder& builder, const PingPolicy& pings) {
-  if (pings.strikes) builder.AddChannelArgument(GRPC_ARG_HTTP2_MAX_PING_STRIKES, *pings.strikes);
-  if (pings.strict) return;
+  if (pings.strikes) {
+    builder.AddChannelArgument(GRPC_ARG_HTTP2_MAX_PING_STRIKES, *pings.strikes);
+    return;
+  }
   // A server at its defaults takes a client that pings often for an attacker.
   builder.AddChannelArgument(GRPC_ARG_HTTP2_MIN_RECV_PING_INTERVAL_WITHOUT_DATA_MS, 0);
   builder.AddChannelArgument(GRPC_ARG_KEEPALIVE_PERMIT_WITHOUT_CALLS, 1);

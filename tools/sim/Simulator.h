@@ -103,8 +103,9 @@ std::string cantListen(std::string_view address, std::string_view option);
 
 // Whether a client that pings often is sent away. As a rule it is not.
 struct PingPolicy {
-  bool strict = false;         // as a gRPC server does that was told nothing about pings
-  std::optional<int> strikes;  // how many pings too early are one too many, less one; 0: never
+  // Pings that come too early, by gRPC's defaults for servers, and are forgiven; gRPC takes 0 for
+  // all of them. Nothing: none is too early.
+  std::optional<int> strikes;
 };
 
 class Simulator {

@@ -292,14 +292,11 @@ constexpr char events[] =
     "A value's type is string, float, int, uint, double, floats, ints, uints or nothing.\n";
 
 constexpr char pings[] =
-    "A gRPC server sends a client away that pings too often (\"too_many_pings\"): at its defaults "
-    "a\n"
-    "ping is too early within five minutes of the one before, unless data was sent in between, "
-    "and\n"
-    "the third early one is too many. --strict-pings does that; this simulator otherwise takes "
-    "all\n"
-    "pings. With STRIKES so many early ones are forgiven: 1 is the strictest there is, since gRPC\n"
-    "takes 0 for no limit.\n";
+    "A gRPC server sends a client away that pings too often (\"too_many_pings\"). At its defaults\n"
+    "a ping is too early within five minutes of the one before, if nothing was sent in between,\n"
+    "and two early ones are forgiven. --strict-pings does that; the simulator otherwise takes all\n"
+    "pings. With STRIKES so many are forgiven; 1 is the strictest that gRPC has, since it takes 0\n"
+    "for no limit.\n";
 
 constexpr char commandEvents[] =
     "With --commands it tells of every call instead, and sends nothing but what commands say:\n"
@@ -333,14 +330,13 @@ void addServing(CLI::App& sim, Settings& settings) {
       ->type_name("ADDRESS:PORT")
       ->check(checkAddress, "")
       ->capture_default_str();
-  auto* strict = sim.add_option_function<std::vector<int>>(
-      "--strict-pings",
-      [&](const std::vector<int>& strikes) {
-        settings.pings.strict = true;
-        if (!strikes.empty()) settings.pings.strikes = strikes.front();
-      },
-      "Send clients away that ping too often, as gRPC servers do by default; see below");
-  strict->type_name("[STRIKES]")->expected(0, 1)->check(CLI::Range(0, 1000000), "");
+  sim.add_option_function<int>(
+         "--strict-pings", [&](int strikes) { settings.pings.strikes = strikes; },
+         "Send clients away that ping too often, as gRPC servers do by default; see below")
+      ->type_name("[STRIKES]")
+      ->expected(0, 1)
+      ->default_str("2")
+      ->check(CLI::Range(0, 1000000), "");
   sim.add_option("--for", settings.limit, "End by itself after so long")
       ->type_name("SECONDS")
       ->check([](const std::string& text) { return checkNumber(text, 1e9); }, "");
