@@ -3,9 +3,7 @@
 #include <fmt/format.h>
 
 #include <cstdio>
-#include <set>
 #include <stdexcept>
-#include <tuple>
 
 #include "module/grpc-gateway/ConfigManager.h"
 #include "standin/Host.h"
@@ -41,12 +39,10 @@ std::vector<KeySpec> configuredKeys(const std::string& path) {
         fmt::format("the configuration {} was refused; the messages above tell why", path));
   }
   std::vector<KeySpec> keys;
-  std::set<std::tuple<Method, ValueType, std::string>> seen;
   for (const auto& slot : tools::slotsOf(config)) {
     if (slot.set == SlotSet::Engine) continue;
     const auto rate = slot.set == SlotSet::Fast ? Method::Fast : Method::Slow;
-    const auto type = typeOf(slot.valueType);
-    if (seen.emplace(rate, type, slot.key).second) keys.push_back({rate, type, slot.key});
+    keys.push_back({rate, typeOf(slot.valueType), slot.key});
   }
   return keys;
 }

@@ -70,7 +70,7 @@ FaultTimes timesOf(std::string_view text) {
   const auto all = tools::wordsOf(text);
   Words words(all);
   FaultTimes times;
-  const auto how = take(words, "when it happens, such as \"at 2\" or \"every 5\", ");
+  const auto how = take(words, "when it happens, such as \"at 2\" or \"every 5\",");
   if (how == "at") {
     times.first = times.last = secondsIn(take(words, "the time after \"at\""));
   } else if (how == "every") {

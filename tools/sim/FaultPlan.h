@@ -85,7 +85,7 @@ struct FaultTimes {
   double first = 0;  // "at": the one moment; "every": the shortest time between two
   double last = 0;   // "every": the longest; else the same
   bool repeats = false;
-  std::optional<double> duration;  // what lasts without one lasts on
+  std::optional<double> duration{};  // what lasts without one lasts on
 
   bool operator==(const FaultTimes&) const = default;
 };

@@ -55,7 +55,7 @@ struct Relay::State {
   const tcp::endpoint place;
   const std::string address;
   const tcp::endpoint server;
-  std::vector<std::weak_ptr<Connection>> connections;
+  std::vector<std::shared_ptr<Connection>> connections;  // also some that are closed
   bool frozen = false;
   double limit = 0;  // of bytes a second, to the client
 };
@@ -66,6 +66,7 @@ class Relay::State::Connection : public std::enable_shared_from_this<Connection>
       : relay_(relay), client_(std::move(client)), server_(client_.get_executor()) {}
 
   void start();
+  bool isClosed() const { return !client_.is_open(); }
   void close();
   void reset();
   // Goes on with what has been held up.
@@ -106,7 +107,7 @@ void Relay::State::accept() {
   acceptor.async_accept([this](asio::error_code error, tcp::socket client) {
     if (error) return;
     const auto connection = std::make_shared<Connection>(*this, std::move(client));
-    std::erase_if(connections, [](const auto& known) { return known.expired(); });
+    std::erase_if(connections, [](const auto& known) { return known->isClosed(); });
     connections.push_back(connection);
     connection->start();
     accept();
@@ -114,9 +115,7 @@ void Relay::State::accept() {
 }
 
 void Relay::State::forEach(const std::function<void(Connection&)>& use) {
-  for (const auto& known : connections) {
-    if (const auto connection = known.lock()) use(*connection);
-  }
+  for (const auto& connection : connections) use(*connection);
 }
 
 void Relay::State::Connection::start() {

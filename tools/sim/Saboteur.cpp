@@ -62,9 +62,9 @@ void Saboteur::happen(const Fault& fault, double seconds) {
 void Saboteur::begin(const Fault& fault, Subject subject, double seconds) {
   const auto& row = rowOf(fault.kind);
   if (row.lasts) end({row.group, subject}, seconds);
-  targets_.report.fault(FaultEvent::Begun, seconds, fault, subject);
-  if (row.group == FaultGroup::All) return endAll(subject, seconds);
+  if (row.group == FaultGroup::All) endAll(subject, seconds);
   act(fault, subject);
+  targets_.report.fault(FaultEvent::Begun, seconds, fault, subject);
   if (row.lasts) keepUp(fault, subject, seconds);
 }
 

@@ -232,11 +232,15 @@ int run(Settings& settings) {
 // ---- Command line ---------------------------------------------------------------------------
 
 // Checks as CLI11 wants them: they return the error, or nothing.
-std::string checkNumber(const std::string& text, double limit) {
+std::string checkNumber(const std::string& text, double least, double most) {
   double number = 0;
   const bool isNumber = CLI::detail::lexical_cast(text, number);
-  if (isNumber && number >= 0 && number <= limit) return {};
-  return fmt::format("\"{}\" is not a number from 0 to {:.0f}", text, limit);
+  if (isNumber && number >= least && number <= most) return {};
+  return fmt::format("\"{}\" is not a number from {} to {:.0f}", text, least, most);
+}
+
+auto numbersFrom(double least, double most) {
+  return [=](const std::string& text) { return checkNumber(text, least, most); };
 }
 
 std::string checkAddress(const std::string& text) {
@@ -336,14 +340,14 @@ void addServing(CLI::App& sim, Settings& settings) {
       ->type_name("[STRIKES]")
       ->expected(0, 1)
       ->default_str("2")
-      ->check(CLI::Range(0, 1000000), "");
+      ->check(numbersFrom(0, 1e6), "");
   sim.add_option("--for", settings.limit, "End by itself after so long")
       ->type_name("SECONDS")
-      ->check([](const std::string& text) { return checkNumber(text, 1e9); }, "");
+      ->check(numbersFrom(0, 1e9), "");
 }
 
 std::vector<CLI::Option*> addSignals(CLI::App& sim, Settings& settings) {
-  const auto rates = [](const std::string& text) { return checkNumber(text, 10000); };
+  const auto rates = numbersFrom(0, 10000);
   auto& playing = settings.playing;
   auto* keys = sim.add_option_function<std::vector<std::string>>(
       "--keys", [&](const auto& texts) { addKeys(settings, texts); },
@@ -354,7 +358,7 @@ std::vector<CLI::Option*> addSignals(CLI::App& sim, Settings& settings) {
   config->type_name("FILE");
   auto* most = sim.add_option("--values-per-message", playing.valuesPerMessage,
                               "The most values in a message; a batch of more is several messages");
-  most->type_name("N")->check(CLI::Range(std::size_t{1}, Signals::unlimited), "");
+  most->type_name("N")->check(numbersFrom(1, 1e9), "");
   auto* fast = sim.add_option("--rate-fast", playing.rateFast,
                               "Messages per second of each fast stream, 0 (silence) to 10000");
   fast->type_name("N")->check(rates, "")->capture_default_str();
@@ -365,13 +369,7 @@ std::vector<CLI::Option*> addSignals(CLI::App& sim, Settings& settings) {
   seed->type_name("N")->capture_default_str();
   auto* heartbeat = sim.add_option("--heartbeat", settings.heartbeat,
                                    "Send an empty message on a stream that was quiet for so long");
-  heartbeat->type_name("SECONDS")->check(
-      [](const std::string& text) {
-        const auto error = checkNumber(text, 1e6);
-        const bool tooShort = error.empty() && std::stod(text) < 0.001;
-        return tooShort ? fmt::format("\"{}\" is too short: 0.001 or more", text) : error;
-      },
-      "");
+  heartbeat->type_name("SECONDS")->check(numbersFrom(0.001, 1e6), "");
   return {keys, config, most, fast, slow, seed, heartbeat};
 }
 

@@ -4,7 +4,9 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <limits>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <set>
 #include <string>
 #include <utility>
@@ -12,6 +14,7 @@
 
 #include "engine.pb.h"
 #include "meters.pb.h"
+#include "tests/support/TemporaryFolder.h"
 #include "tests/tools/sim/SimTest.h"
 
 namespace {
@@ -168,6 +171,139 @@ TEST(PlayingSim, logsStreamsThatOpenAndClose) {
   const auto log = sim.process().errors();
   EXPECT_NE(log.find("gatewayctl sim: fast 1 open from ipv4:127.0.0.1:"), log.npos);
   EXPECT_NE(log.find("\ngatewayctl sim: fast 1 cancelled\n"), log.npos);
+}
+
+// ---- Messages -------------------------------------------------------------------------------
+
+TEST(PlayingSim, splitsABatchOverMessages) {
+  PlayingSim sim({"--values-per-message", "2", "--keys", "fast:int:a", "fast:int:b", "fast:int:c",
+                  "slow:int:d", "slow:int:e"});
+  RawCall fast(sim.metersTarget(), fastPath);
+  using Keys = std::vector<std::pair<std::string, int>>;
+  using Value = sonalith::grpc::AnyValue;
+  for (int batch = 0; batch < 3; ++batch) {
+    EXPECT_EQ(keysOf(meterOf(fast.read())), (Keys{{"a", Value::kSint}, {"b", Value::kSint}}));
+    EXPECT_EQ(keysOf(meterOf(fast.read())), (Keys{{"c", Value::kSint}}));
+  }
+  RawCall slow(sim.metersTarget(), slowPath);
+  for (int batch = 0; batch < 2; ++batch) EXPECT_EQ(meterOf(slow.read()).values_size(), 2);
+}
+
+TEST(PlayingSim, heartbeatsAreEmptyMessagesOnAQuietStream) {
+  PlayingSim sim(
+      {"--heartbeat", "0.05", "--rate-fast", "0", "--rate-slow", "0.001", "--keys", "slow:int:a"});
+  RawCall fast(sim.metersTarget(), fastPath);
+  RawCall slow(sim.metersTarget(), slowPath);
+  EXPECT_EQ(meterOf(slow.read()).values_size(), 1);
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(fast.read(), "");
+    EXPECT_EQ(slow.read(), "");
+  }
+}
+
+TEST(PlayingSim, heartbeatsLeaveAStreamAloneThatIsNotQuiet) {
+  constexpr int messages = 30;
+  PlayingSim sim({"--heartbeat", "60", "--rate-fast", "100", "--keys", "fast:int:a"});
+  RawCall fast(sim.metersTarget(), fastPath);
+  for (int i = 0; i < messages; ++i) EXPECT_EQ(meterOf(fast.read()).values_size(), 1);
+}
+
+// ---- Configurations -------------------------------------------------------------------------
+
+TEST(PlayingSim, playsWhatAConfigurationWantsToReceive) {
+  const TemporaryFolder files;
+  const auto path = files.write("gateway.conf",
+                                "[Meters]\nTarget=any:1\n"
+                                "[MetersFloat]\nMeter=Key=a\nMeter=Key=a Type=slow\n"
+                                "[MetersString]\nMeter=Key=\"dsp state\" Type=slow\n"
+                                "[MetersUint]\nMeter=Key=u\n[MetersInt]\nMeter=Key=a\n");
+  PlayingSim sim({"--config", path, "--keys", "fast:float:more", "fast:uint:u"});
+  using Value = sonalith::grpc::AnyValue;
+  using Keys = std::vector<std::pair<std::string, int>>;
+  RawCall fast(sim.metersTarget(), fastPath);
+  EXPECT_EQ(keysOf(meterOf(fast.read())), (Keys{{"more", Value::kSfloat},
+                                                {"u", Value::kSuint},
+                                                {"a", Value::kSint},
+                                                {"a", Value::kSfloat}}));
+  RawCall slow(sim.metersTarget(), slowPath);
+  EXPECT_EQ(keysOf(meterOf(slow.read())),
+            (Keys{{"dsp state", Value::kSstring}, {"a", Value::kSfloat}}));
+}
+
+TEST(PlayingSim, refusesWhatTheGatewayRefuses) {
+  const TemporaryFolder files;
+  const auto path = files.write("gateway.conf", "[Meters]\nTarget=any:1\n[MetersFloat]\nMeter=x\n");
+  ToolProcess sim({"sim", "--meters", SimProcess::anyPort, "--config", path});
+  EXPECT_EQ(sim.waitExit(), 1);
+  EXPECT_EQ(sim.lines(), Lines{});
+  EXPECT_TRUE(sim.errors().starts_with("gatewayctl sim: ")) << sim.errors();
+  EXPECT_TRUE(sim.errors().ends_with("\ngatewayctl: the configuration " + path +
+                                     " was refused; the messages above tell why\n"));
+}
+
+TEST(PlayingSim, tellsOfAMissingConfiguration) {
+  ToolProcess sim({"sim", "--meters", SimProcess::anyPort, "--config", "/nowhere/gateway.conf"});
+  EXPECT_EQ(sim.waitExit(), 1);
+  EXPECT_NE(sim.errors().find("gatewayctl: the configuration /nowhere/gateway.conf was refused"),
+            std::string::npos);
+}
+
+// ---- JSON -----------------------------------------------------------------------------------
+
+using nlohmann::json;
+
+TEST(PlayingSim, tellsAllInJsonLines) {
+  ToolProcess sim({"sim", "--json", "--meters", SimProcess::anyPort, "--engine",
+                   SimProcess::anyPort, "--fault", "at 0.5 for 0.25: fail engine ABORTED"});
+  const auto meters = json::parse(sim.waitLine(R"({"event":"listening","service":"meters")"));
+  const auto engine = json::parse(sim.waitLine(R"({"event":"listening","service":"engine")"));
+  const auto addressOf = [](const json& line) { return line.at("address").get<std::string>(); };
+  {
+    RawCall call(addressOf(meters), fastPath);
+    const auto opened = json::parse(sim.waitLine(R"({"event":"opened")"));
+    EXPECT_TRUE(opened.at("peer").get<std::string>().starts_with("ipv4:127.0.0.1:"));
+    EXPECT_EQ(
+        opened,
+        (json{{"event", "opened"}, {"stream", "fast"}, {"call", 1}, {"peer", opened.at("peer")}}));
+  }
+  EXPECT_EQ(sim.waitLine(R"({"event":"closed")"),
+            R"({"event":"closed","stream":"fast","call":1,"end":"cancelled"})");
+  sonalith::grpcengine::RequestSetParams request;
+  const auto add = [&](const std::string& key) -> sonalith::grpcengine::AnyValue& {
+    auto& param = *request.add_params();
+    param.set_key(key);
+    return *param.mutable_value();
+  };
+  add("gain").set_sfloat(0.1F);
+  add("text").set_sstring("\"two\"\nlines");
+  add("count").set_sint(-1);
+  add("mode").set_suint(4294967295U);
+  add("infinite").set_sdouble(std::numeric_limits<double>::infinity());
+  add("floats").mutable_afloat()->add_data(1.5F);
+  add("ints").mutable_aint()->add_data(-1);
+  add("uints").mutable_auint();
+  add("unset");
+  setParams(addressOf(engine), request.SerializeAsString());
+  setParams(addressOf(engine), "\xff");
+  sim.waitLine(R"({"event":"fault_over")");
+  sim.signal(SIGTERM);
+  EXPECT_EQ(sim.waitExit(), 130);
+  const auto hasLine = [&](const std::string& line) { EXPECT_TRUE(sim.hasLine(line)) << line; };
+  hasLine(R"({"event":"set_params","call":1,"key":"gain","type":"float","value":0.1})");
+  hasLine(
+      R"({"event":"set_params","call":1,"key":"text","type":"string","value":"\"two\"\nlines"})");
+  hasLine(R"({"event":"set_params","call":1,"key":"count","type":"int","value":-1})");
+  hasLine(R"({"event":"set_params","call":1,"key":"mode","type":"uint","value":4294967295})");
+  hasLine(R"({"event":"set_params","call":1,"key":"infinite","type":"double","value":"inf"})");
+  hasLine(R"({"event":"set_params","call":1,"key":"floats","type":"floats","value":[1.5]})");
+  hasLine(R"({"event":"set_params","call":1,"key":"ints","type":"ints","value":[-1]})");
+  hasLine(R"({"event":"set_params","call":1,"key":"uints","type":"uints","value":[]})");
+  hasLine(R"({"event":"set_params","call":1,"key":"unset","type":"nothing","value":null})");
+  hasLine(R"({"event":"set_params_unreadable","call":2,"bytes":"ff"})");
+  hasLine(R"({"event":"fault","at":0.5,"fault":"fail","subject":"engine","argument":"ABORTED"})");
+  hasLine(
+      R"({"event":"fault_over","at":0.75,"fault":"fail","subject":"engine","argument":"ABORTED"})");
+  for (const auto& line : sim.lines()) EXPECT_TRUE(json::parse(line).contains("event"));
 }
 
 }  // namespace
