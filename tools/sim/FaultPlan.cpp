@@ -26,6 +26,58 @@ using Words = std::span<const std::string_view>;
 constexpr std::array subjectNames{"fast", "slow", "meters", "engine"};
 constexpr double longest = 1e9;
 
+using K = FaultKind;
+using G = FaultGroup;
+using A = FaultArgument;
+constexpr bool once = false;
+constexpr bool lasts = true;
+constexpr std::optional<double> none;
+
+constexpr std::array<FaultKindRow, 22> kinds{{
+    {K::End, "end", G::Message, once, A::Status, "[STATUS]", none,
+     "the stream ends, by itself (OK) or with another status"},
+    {K::Garbage, "garbage", G::Message, once, A::None, "", none,
+     "a message whose bytes can't be parsed"},
+    {K::NotUtf8, "not-utf8", G::Message, once, A::None, "", none,
+     "a message with a text that is not UTF-8"},
+    {K::Oversize, "oversize", G::Message, once, A::Number, "[MEBIBYTES]", 5,
+     "a message larger than the 4 MiB that clients take (5 MiB)"},
+    {K::Unknown, "unknown", G::Message, once, A::None, "", none,
+     "a message with keys that nobody has configured"},
+    {K::Types, "types", G::Message, once, A::None, "", none,
+     "a message with the keys that play, each with another type"},
+    {K::Arrays, "arrays", G::Message, once, A::None, "", none,
+     "a message with the keys that play as arrays and doubles"},
+    {K::Empty, "empty", G::Message, once, A::None, "", none, "a message without values"},
+    {K::Stall, "stall", G::Stream, lasts, A::None, "", none,
+     "the stream stays open, and nothing is sent"},
+    {K::Flood, "flood", G::Stream, lasts, A::None, "", none,
+     "as many messages as the stream takes"},
+    {K::Half, "half", G::Stream, lasts, A::None, "", none,
+     "half a message, then nothing; when that is over, the stream ends"},
+    {K::Close, "close", G::Connection, once, A::None, "", none,
+     "all connections are closed in order (FIN)"},
+    {K::Reset, "reset", G::Connection, once, A::None, "", none,
+     "all connections are broken off (RST)"},
+    {K::Refuse, "refuse", G::Connection, lasts, A::None, "", none,
+     "all connections are closed, and nobody listens"},
+    {K::Silent, "silent", G::Connection, lasts, A::None, "", none,
+     "all connections are closed, new ones accepted and left unanswered"},
+    {K::Freeze, "freeze", G::Connection, lasts, A::None, "", none,
+     "connections stay, and nothing passes either way"},
+    {K::Drip, "drip", G::Connection, lasts, A::Number, "BYTES", none,
+     "so many bytes a second pass to the client"},
+    {K::Delay, "delay", G::Answer, lasts, A::Number, "SECONDS", none,
+     "SetParams is answered so much later"},
+    {K::NoReply, "no-reply", G::Answer, lasts, A::None, "", none,
+     "SetParams is left unanswered until this is over"},
+    {K::Fail, "fail", G::Answer, lasts, A::Status, "STATUS", none,
+     "SetParams is answered with a status"},
+    {K::BadReply, "bad-reply", G::Answer, lasts, A::None, "", none,
+     "SetParams is answered with a message that can't be parsed"},
+    {K::Normal, "normal", G::All, once, A::None, "", none, "what lasts is over"},
+}};
+
 std::string shown(std::string_view text) {
   return fmt::format("\"{}\"", text);
 }
@@ -104,6 +156,7 @@ const FaultKindRow& rowCalled(std::string_view word) {
 
 std::string namesOf(const std::vector<Subject>& subjects) {
   std::vector<std::string_view> names;
+  names.reserve(subjects.size());
   for (const auto subject : subjects) names.push_back(nameOf(subject));
   return fmt::to_string(fmt::join(names, "|"));
 }
@@ -115,7 +168,7 @@ std::optional<Subject> subjectCalled(std::string_view word) {
 }
 
 std::vector<Subject> readSubjects(const FaultKindRow& row, Words& words) {
-  const auto possible = row.subjects();
+  auto possible = row.subjects();
   const auto subject = words.empty() ? std::nullopt : subjectCalled(words.front());
   if (!subject) return possible;
   if (std::find(possible.begin(), possible.end(), *subject) == possible.end()) {
@@ -179,166 +232,12 @@ std::string_view nameOf(Subject subject) {
   return subjectNames[static_cast<std::size_t>(subject)];
 }
 
-const std::vector<FaultKindRow>& faultKinds() {
-  using K = FaultKind;
-  using G = FaultGroup;
-  using A = FaultArgument;
-  static const std::vector<FaultKindRow> rows{
-      {K::End,
-       "end",
-       G::Message,
-       false,
-       A::Status,
-       "[STATUS]",
-       {},
-       "the stream ends, by itself (OK) or with another status"},
-      {K::Garbage,
-       "garbage",
-       G::Message,
-       false,
-       A::None,
-       "",
-       {},
-       "a message whose bytes can't be parsed"},
-      {K::NotUtf8,
-       "not-utf8",
-       G::Message,
-       false,
-       A::None,
-       "",
-       {},
-       "a message with a text that is not UTF-8"},
-      {K::Oversize, "oversize", G::Message, false, A::Number, "[MEBIBYTES]", 5,
-       "a message larger than the 4 MiB that clients take (5 MiB)"},
-      {K::Unknown,
-       "unknown",
-       G::Message,
-       false,
-       A::None,
-       "",
-       {},
-       "a message with keys that nobody has configured"},
-      {K::Types,
-       "types",
-       G::Message,
-       false,
-       A::None,
-       "",
-       {},
-       "a message with the keys that play, each with another type"},
-      {K::Arrays,
-       "arrays",
-       G::Message,
-       false,
-       A::None,
-       "",
-       {},
-       "a message with the keys that play as arrays and doubles"},
-      {K::Empty, "empty", G::Message, false, A::None, "", {}, "a message without values"},
-      {K::Stall,
-       "stall",
-       G::Stream,
-       true,
-       A::None,
-       "",
-       {},
-       "the stream stays open, and nothing is sent"},
-      {K::Flood, "flood", G::Stream, true, A::None, "", {}, "as many messages as the stream takes"},
-      {K::Half,
-       "half",
-       G::Stream,
-       true,
-       A::None,
-       "",
-       {},
-       "half a message, then nothing; when that is over, the stream ends"},
-      {K::Close,
-       "close",
-       G::Connection,
-       false,
-       A::None,
-       "",
-       {},
-       "all connections are closed in order (FIN)"},
-      {K::Reset,
-       "reset",
-       G::Connection,
-       false,
-       A::None,
-       "",
-       {},
-       "all connections are broken off (RST)"},
-      {K::Refuse,
-       "refuse",
-       G::Connection,
-       true,
-       A::None,
-       "",
-       {},
-       "all connections are closed, and nobody listens"},
-      {K::Silent,
-       "silent",
-       G::Connection,
-       true,
-       A::None,
-       "",
-       {},
-       "all connections are closed, new ones accepted and left unanswered"},
-      {K::Freeze,
-       "freeze",
-       G::Connection,
-       true,
-       A::None,
-       "",
-       {},
-       "connections stay, and nothing passes either way"},
-      {K::Drip,
-       "drip",
-       G::Connection,
-       true,
-       A::Number,
-       "BYTES",
-       {},
-       "so many bytes a second pass to the client"},
-      {K::Delay,
-       "delay",
-       G::Answer,
-       true,
-       A::Number,
-       "SECONDS",
-       {},
-       "SetParams is answered so much later"},
-      {K::NoReply,
-       "no-reply",
-       G::Answer,
-       true,
-       A::None,
-       "",
-       {},
-       "SetParams is left unanswered until this is over"},
-      {K::Fail,
-       "fail",
-       G::Answer,
-       true,
-       A::Status,
-       "STATUS",
-       {},
-       "SetParams is answered with a status"},
-      {K::BadReply,
-       "bad-reply",
-       G::Answer,
-       true,
-       A::None,
-       "",
-       {},
-       "SetParams is answered with a message that can't be parsed"},
-      {K::Normal, "normal", G::All, false, A::None, "", {}, "what lasts is over"},
-  };
-  return rows;
+std::span<const FaultKindRow> faultKinds() {
+  return kinds;
 }
 
 const FaultKindRow& rowOf(FaultKind kind) {
-  return faultKinds()[static_cast<std::size_t>(kind)];
+  return kinds[static_cast<std::size_t>(kind)];
 }
 
 std::vector<Subject> FaultKindRow::subjects() const {

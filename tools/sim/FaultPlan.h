@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <optional>
 #include <random>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -77,7 +78,7 @@ struct FaultKindRow {
   std::string usage() const;
 };
 
-const std::vector<FaultKindRow>& faultKinds();
+std::span<const FaultKindRow> faultKinds();
 const FaultKindRow& rowOf(FaultKind kind);
 
 // When a fault begins, in seconds from the simulator's begin, and how long it lasts.
