@@ -80,7 +80,9 @@ const std::vector<Room> rooms = {
     // What one sub-command is made of is of no concern to another; all of them may use the files
     // right in tools/, the last room, which is below them.
     {"tools/gatewayctl", {"tools/sim/", "tools/host/", "tools/discover/", "tools/demo/", "tools/"}},
-    {"tools/sim/", {"proto/", "src/standin/", "tools/sanitizers/", "tools/", "tools/sim/"}},
+    {"tools/sim/",
+     {"proto/", "src/standin/", module + "ConfigManager", "tools/sanitizers/", "tools/",
+      "tools/sim/"}},
     {"tools/host/",
      {"src/host/", "src/standin/", module + "ConfigManager", "tools/", "tools/host/"}},
     {"tools/discover/", {"proto/", "tools/sanitizers/", "tools/", "tools/discover/"}},

@@ -11,6 +11,7 @@
 
 #include "tools/Words.h"
 #include "tools/sim/EventText.h"
+#include "tools/sim/StatusName.h"
 
 namespace sim {
 namespace {
@@ -22,33 +23,10 @@ struct CommandError : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-constexpr std::array<std::pair<std::string_view, grpc::StatusCode>, 17> statusNames{{
-    {"OK", grpc::StatusCode::OK},
-    {"CANCELLED", grpc::StatusCode::CANCELLED},
-    {"UNKNOWN", grpc::StatusCode::UNKNOWN},
-    {"INVALID_ARGUMENT", grpc::StatusCode::INVALID_ARGUMENT},
-    {"DEADLINE_EXCEEDED", grpc::StatusCode::DEADLINE_EXCEEDED},
-    {"NOT_FOUND", grpc::StatusCode::NOT_FOUND},
-    {"ALREADY_EXISTS", grpc::StatusCode::ALREADY_EXISTS},
-    {"PERMISSION_DENIED", grpc::StatusCode::PERMISSION_DENIED},
-    {"RESOURCE_EXHAUSTED", grpc::StatusCode::RESOURCE_EXHAUSTED},
-    {"FAILED_PRECONDITION", grpc::StatusCode::FAILED_PRECONDITION},
-    {"ABORTED", grpc::StatusCode::ABORTED},
-    {"OUT_OF_RANGE", grpc::StatusCode::OUT_OF_RANGE},
-    {"UNIMPLEMENTED", grpc::StatusCode::UNIMPLEMENTED},
-    {"INTERNAL", grpc::StatusCode::INTERNAL},
-    {"UNAVAILABLE", grpc::StatusCode::UNAVAILABLE},
-    {"DATA_LOSS", grpc::StatusCode::DATA_LOSS},
-    {"UNAUTHENTICATED", grpc::StatusCode::UNAUTHENTICATED},
-}};
-
-grpc::StatusCode statusCalled(std::string_view word) {
-  std::string names;
-  for (const auto& [name, code] : statusNames) {
-    if (name == word) return code;
-    names += fmt::format(" {}", name);
-  }
-  throw CommandError(fmt::format("\"{}\" is not a status; one of:{}", word, names));
+grpc::StatusCode statusOf(std::string_view word) {
+  if (const auto status = statusCalled(word)) return *status;
+  throw CommandError(
+      fmt::format("\"{}\" is not a status; one of: {}", word, fmt::join(statusNames(), " ")));
 }
 
 std::string bytesCalled(std::string_view word) {
@@ -210,7 +188,7 @@ void Commander::stop(const Simulator& simulator, Words arguments) {
 }
 
 void Commander::end(const Simulator& simulator, Words arguments) {
-  const auto status = statusCalled(arguments[1]);
+  const auto status = statusOf(arguments[1]);
   newestCall(simulator, arguments[0])->end(status);
 }
 
@@ -223,7 +201,7 @@ void Commander::engineReply(const Simulator&, Words arguments) {
 }
 
 void Commander::engineFail(const Simulator&, Words arguments) {
-  const auto status = statusCalled(arguments[0]);
+  const auto status = statusOf(arguments[0]);
   const std::lock_guard lock(mutex_);
   status_ = status;
   holding_ = false;

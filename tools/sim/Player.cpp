@@ -1,15 +1,7 @@
 #include "tools/sim/Player.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <condition_variable>
-#include <cstdio>
-#include <mutex>
-#include <string_view>
-
-#include "engine.pb.h"
-#include "tools/sim/EventText.h"
 
 namespace sim {
 namespace {
@@ -17,73 +9,79 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<double>;
 
-// Type and value of a parameter, such as "float -6.5".
-std::string textOf(const sonalith::grpcengine::AnyValue& value) {
-  using Value = sonalith::grpcengine::AnyValue;
-  switch (value.value_case()) {
-    case Value::kSstring:
-      return "string " + escaped(value.sstring());
-    case Value::kSfloat:
-      return fmt::format("float {}", value.sfloat());
-    case Value::kSint:
-      return fmt::format("int {}", value.sint());
-    case Value::kSuint:
-      return fmt::format("uint {}", value.suint());
-    case Value::kAfloat:
-      return fmt::format("floats {}", fmt::join(value.afloat().data(), " "));
-    case Value::kAint:
-      return fmt::format("ints {}", fmt::join(value.aint().data(), " "));
-    case Value::kAuint:
-      return fmt::format("uints {}", fmt::join(value.auint().data(), " "));
-    case Value::kSdouble:
-      return fmt::format("double {}", value.sdouble());
-    case Value::VALUE_NOT_SET:
-      break;
-  }
-  return "nothing";
-}
-
-std::string linesOf(const Opening& opening) {
-  sonalith::grpcengine::RequestSetParams request;
-  if (!request.ParseFromString(opening.request)) {
-    return fmt::format("SetParams {} unreadable {}\n", opening.number, hexOf(opening.request));
-  }
-  std::string lines;
-  for (const auto& param : request.params()) {
-    lines += fmt::format("SetParams {} {} {}\n", opening.number, escaped(param.key()),
-                         textOf(param.value()));
-  }
-  return lines;
-}
-
-void log(const Call& call, std::string_view what) {
-  const auto& opening = call.opening();
-  fmt::print(stderr, "gatewayctl sim: {} {} {}\n", nameOf(opening.method), opening.number, what);
-}
-
 }  // namespace
 
-Player::Player(const PlayerSettings& settings)
-    : settings_(settings), signals_(settings.keys, settings.seed) {}
+Player::Player(const PlayerSettings& settings, const Report& report, EngineAnswers& answers)
+    : settings_(settings),
+      report_(report),
+      answers_(answers),
+      signals_(settings.keys, settings.seed) {}
 
-std::string Player::meterNow(Method method) const {
-  return signals_.meterAt(method, Seconds(Clock::now() - begin_).count());
+std::vector<std::string> Player::messagesNow(Method method) const {
+  return signals_.metersAt(method, Seconds(Clock::now() - begin_).count(),
+                           settings_.valuesPerMessage);
+}
+
+void Player::sendNow(Call& call) const {
+  for (auto& message : messagesNow(call.opening().method)) call.send(std::move(message));
+}
+
+void Player::flood(Call& call) const {
+  call.send(messagesNow(call.opening().method).front(), Call::forever);
+}
+
+void Player::setFeed(const Simulator& simulator, Method method, Feed feed) {
+  const std::lock_guard lock(mutex_);
+  const auto before = std::exchange(feeds_[static_cast<std::size_t>(method)], feed);
+  if (before == feed) return;
+  for (const auto& call : simulator.openCalls(method)) {
+    if (before == Feed::Flood) call->stop();
+    if (feed == Feed::Flood) flood(*call);
+  }
+}
+
+void Player::play(Call& call) const {
+  const std::lock_guard lock(mutex_);
+  if (feedOf(call.opening().method) == Feed::Signals && call.isIdle()) sendNow(call);
+}
+
+std::optional<Clock::time_point> Player::quietFor(const Call& call, Clock::duration time) const {
+  {
+    const std::lock_guard lock(mutex_);
+    if (feedOf(call.opening().method) != Feed::Signals || !call.isIdle()) return std::nullopt;
+  }
+  const std::lock_guard lock(timesMutex_);
+  const auto last = lastSent_.find(&call);
+  if (last == lastSent_.end()) return std::nullopt;
+  return last->second + time;
 }
 
 void Player::opened(const std::shared_ptr<Call>& call) {
   const auto& opening = call->opening();
   if (opening.method == Method::SetParams) {
-    fmt::print("{}", linesOf(opening));
-    call->send("");
-    call->end(grpc::StatusCode::OK);
+    report_.params(opening);
+    answers_.take(call);
     return;
   }
-  log(*call, "open from " + opening.peer);
-  if (settings_.rateOf(opening.method) > 0) call->send(meterNow(opening.method));
+  report_.opened(opening);
+  sent(*call, 0);
+  const std::lock_guard lock(mutex_);
+  const auto feed = feedOf(opening.method);
+  if (feed == Feed::Flood) flood(*call);
+  if (feed == Feed::Signals && settings_.rateOf(opening.method) > 0) sendNow(*call);
+}
+
+void Player::sent(const Call& call, std::uint64_t) {
+  if (call.opening().method == Method::SetParams) return;
+  const std::lock_guard lock(timesMutex_);
+  lastSent_[&call] = Clock::now();
 }
 
 void Player::closed(const Call& call, bool cancelled) {
-  if (call.opening().method != Method::SetParams) log(call, cancelled ? "cancelled" : "ended");
+  if (call.opening().method == Method::SetParams) return;
+  report_.closed(call.opening(), cancelled);
+  const std::lock_guard lock(timesMutex_);
+  lastSent_.erase(&call);
 }
 
 Ticker::Ticker(const PlayerSettings& settings, const Player& player, const Simulator& simulator,
@@ -106,11 +104,34 @@ void Ticker::run(const std::stop_token& stop, Clock::duration period) {
   }
 }
 
-// A stream that has not taken its last message yet misses this one: values are of the moment.
 void Ticker::tick() {
-  for (const auto& call : simulator_.openCalls(method_)) {
-    if (call->isIdle()) call->send(player_.meterNow(method_));
+  for (const auto& call : simulator_.openCalls(method_)) player_.play(*call);
+}
+
+Heartbeat::Heartbeat(asio::io_context& loop, double seconds, const Player& player,
+                     const Simulator& simulator)
+    : period_(std::chrono::ceil<Clock::duration>(Seconds(seconds))),
+      player_(player),
+      simulator_(simulator),
+      timer_(loop) {
+  beat();
+}
+
+// A stream that it has nothing to do with now may be its business soon: it looks again.
+void Heartbeat::beat() {
+  const auto now = Clock::now();
+  auto next = now + period_;
+  for (const auto method : {Method::Fast, Method::Slow}) {
+    for (const auto& call : simulator_.openCalls(method)) {
+      const auto due = player_.quietFor(*call, period_);
+      if (due && *due <= now) call->send("");
+      if (due && *due > now) next = std::min(next, *due);
+    }
   }
+  timer_.expires_at(next);
+  timer_.async_wait([this](asio::error_code error) {
+    if (!error) beat();
+  });
 }
 
 }  // namespace sim

@@ -11,6 +11,7 @@
 #include <stdexcept>
 
 #include "meters.pb.h"
+#include "tools/sim/Random.h"
 
 namespace sim {
 namespace {
@@ -28,19 +29,6 @@ std::optional<ValueType> typeCalled(std::string_view word) {
   if (word == "uint") return ValueType::Uint;
   if (word == "float") return ValueType::Float;
   return std::nullopt;
-}
-
-// FNV-1a: the same on every machine, unlike std::hash.
-std::uint64_t hashOf(std::string_view text, std::uint64_t hash) {
-  for (const char character : text) {
-    hash = (hash ^ static_cast<unsigned char>(character)) * 0x100000001b3;
-  }
-  return hash;
-}
-
-// In [0, 1). The standard distributions may differ between libraries.
-double drawFrom(std::mt19937_64& random) {
-  return static_cast<double>(random() >> 11) * 0x1p-53;
 }
 
 double wave(double cycles) {
@@ -98,31 +86,46 @@ Signals::Signals(const std::vector<KeySpec>& keys, std::uint64_t seed) {
   }
 }
 
+std::vector<std::string> Signals::metersAt(Method rate, double seconds, std::size_t most) const {
+  std::vector<std::string> messages;
+  sonalith::grpc::Meter meter;
+  for (const auto& signal : signals_) {
+    if (signal.spec.rate != rate) continue;
+    if (static_cast<std::size_t>(meter.values_size()) == most) {
+      messages.push_back(meter.SerializeAsString());
+      meter.Clear();
+    }
+    addValue(meter, signal, seconds);
+  }
+  messages.push_back(meter.SerializeAsString());
+  return messages;
+}
+
 std::string Signals::meterAt(Method rate, double seconds) const {
+  return metersAt(rate, seconds, unlimited).front();
+}
+
+void Signals::addValue(sonalith::grpc::Meter& meter, const Signal& signal, double seconds) {
   constexpr std::array states{"ready", "running", "muted"};
   constexpr std::size_t uintStates = 4;
-  sonalith::grpc::Meter meter;
-  for (const auto& [spec, phase, pace, offset] : signals_) {
-    if (spec.rate != rate) continue;
-    auto& entry = *meter.add_values();
-    entry.set_key(spec.key);
-    auto& value = *entry.mutable_value();
-    switch (spec.type) {
-      case ValueType::String:
-        value.mutable_sstring()->set_data(states[stateAt(seconds, phase, pace, states.size())]);
-        break;
-      case ValueType::Int:
-        value.set_sint(countAt(seconds, pace, offset));
-        break;
-      case ValueType::Uint:
-        value.set_suint(static_cast<std::uint32_t>(stateAt(seconds, phase, pace, uintStates)));
-        break;
-      case ValueType::Float:
-        value.set_sfloat(levelAt(seconds, phase, pace, offset));
-        break;
-    }
+  const auto& [spec, phase, pace, offset] = signal;
+  auto& entry = *meter.add_values();
+  entry.set_key(spec.key);
+  auto& value = *entry.mutable_value();
+  switch (spec.type) {
+    case ValueType::String:
+      value.mutable_sstring()->set_data(states[stateAt(seconds, phase, pace, states.size())]);
+      break;
+    case ValueType::Int:
+      value.set_sint(countAt(seconds, pace, offset));
+      break;
+    case ValueType::Uint:
+      value.set_suint(static_cast<std::uint32_t>(stateAt(seconds, phase, pace, uintStates)));
+      break;
+    case ValueType::Float:
+      value.set_sfloat(levelAt(seconds, phase, pace, offset));
+      break;
   }
-  return meter.SerializeAsString();
 }
 
 }  // namespace sim

@@ -10,12 +10,18 @@
 // | string | a state, "ready", "running" and "muted" in turn, each for 0.5 to 1.5 seconds       |
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "tools/sim/Simulator.h"
+
+namespace sonalith::grpc {
+class Meter;
+}
 
 namespace sim {
 
@@ -37,11 +43,16 @@ KeySpec parseKeySpec(std::string_view text);
 // Never changes once built: any thread.
 class Signals {
  public:
+  static constexpr std::size_t unlimited = std::numeric_limits<std::size_t>::max();
+
   Signals(const std::vector<KeySpec>& keys, std::uint64_t seed);
 
   // The bytes of a Meter with the values of all keys of `rate` in the order of their naming, as
   // they are `seconds` (not negative) after the beginning. Without keys it is an empty Meter.
   std::string meterAt(Method rate, double seconds) const;
+
+  // The same as as many Meters as it takes if none holds more than `most` values (at least one).
+  std::vector<std::string> metersAt(Method rate, double seconds, std::size_t most) const;
 
  private:
   // Each number is in [0, 1) and makes one key's signal differ from another's.
@@ -51,6 +62,8 @@ class Signals {
     double pace;
     double offset;
   };
+
+  static void addValue(sonalith::grpc::Meter& meter, const Signal& signal, double seconds);
 
   std::vector<Signal> signals_;
 };

@@ -370,8 +370,18 @@ class Service final : public grpc::CallbackGenericService {
   const bool engine_;
 };
 
+void setPings(grpc::ServerBuilder& builder, const PingPolicy& pings) {
+  if (pings.strikes) {
+    builder.AddChannelArgument(GRPC_ARG_HTTP2_MAX_PING_STRIKES, *pings.strikes);
+    return;
+  }
+  // A server at its defaults takes a client that pings often for an attacker.
+  builder.AddChannelArgument(GRPC_ARG_HTTP2_MIN_RECV_PING_INTERVAL_WITHOUT_DATA_MS, 0);
+  builder.AddChannelArgument(GRPC_ARG_KEEPALIVE_PERMIT_WITHOUT_CALLS, 1);
+}
+
 std::unique_ptr<grpc::Server> listen(std::string& address, std::string_view option,
-                                     Service& service) {
+                                     Service& service, const PingPolicy& pings) {
   constexpr int unlimited = -1;
   int port = 0;
   grpc::ServerBuilder builder;
@@ -381,16 +391,10 @@ std::unique_ptr<grpc::Server> listen(std::string& address, std::string_view opti
   builder.SetMaxReceiveMessageSize(unlimited);
   // Two servers on one port would share the connections between them.
   builder.AddChannelArgument(GRPC_ARG_ALLOW_REUSEPORT, 0);
-  // A server at its defaults takes a client that pings often for an attacker.
-  builder.AddChannelArgument(GRPC_ARG_HTTP2_MIN_RECV_PING_INTERVAL_WITHOUT_DATA_MS, 0);
-  builder.AddChannelArgument(GRPC_ARG_KEEPALIVE_PERMIT_WITHOUT_CALLS, 1);
+  setPings(builder, pings);
   auto server = builder.BuildAndStart();
   if (!server || port == 0) {
-    throw std::runtime_error(fmt::format(
-        "can't listen on {}: another program has the port, or the address is not one of "
-        "this machine. End that program, or choose another address by {} (port 0 takes "
-        "any free port)",
-        address, option));
+    throw std::runtime_error(cantListen(address, option));
   }
   address = fmt::format("{}:{}", address.substr(0, address.rfind(':')), port);
   return server;
@@ -402,8 +406,16 @@ std::string_view nameOf(Method method) {
   return methodNames[static_cast<std::size_t>(method)].name;
 }
 
+std::string cantListen(std::string_view address, std::string_view option) {
+  return fmt::format(
+      "can't listen on {}: another program has the port, or the address is not one of this "
+      "machine. End that program, or choose another address by {} (port 0 takes any free port)",
+      address, option);
+}
+
 struct Simulator::State {
-  State(const Addresses& wanted, CallListener& listener) : addresses(wanted), registry(listener) {
+  State(const Addresses& wanted, CallListener& listener, const PingPolicy& wantedPings)
+      : addresses(wanted), pings(wantedPings), registry(listener) {
     try {
       listenOnAll();
     } catch (...) {
@@ -419,14 +431,14 @@ struct Simulator::State {
   State& operator=(const State&) = delete;
 
   void listenOnAll() {
-    const bool shared = addresses.meters == addresses.engine && !addresses.meters.ends_with(":0");
+    const bool shared = addresses.areOne();
     if (!addresses.meters.empty()) {
-      servers.push_back(listen(addresses.meters, "--meters", service(true, shared)));
+      servers.push_back(listen(addresses.meters, "--meters", service(true, shared), pings));
     }
     if (shared) {
       addresses.engine = addresses.meters;
     } else if (!addresses.engine.empty()) {
-      servers.push_back(listen(addresses.engine, "--engine", service(false, true)));
+      servers.push_back(listen(addresses.engine, "--engine", service(false, true), pings));
     }
   }
 
@@ -445,13 +457,14 @@ struct Simulator::State {
   }
 
   Addresses addresses;
+  const PingPolicy pings;
   Registry registry;
   std::deque<Service> services;
   std::vector<std::unique_ptr<grpc::Server>> servers;
 };
 
-Simulator::Simulator(const Addresses& addresses, CallListener& listener)
-    : state_(std::make_unique<State>(addresses, listener)) {}
+Simulator::Simulator(const Addresses& addresses, CallListener& listener, const PingPolicy& pings)
+    : state_(std::make_unique<State>(addresses, listener, pings)) {}
 
 Simulator::~Simulator() = default;
 

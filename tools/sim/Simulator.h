@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -88,10 +89,23 @@ class CallListener {
 };
 
 // Where to listen, each "ADDRESS:PORT", or empty for a service that is not there. Port 0 stands for
-// any free port. Equal addresses give one server with both services.
+// any free port. Equal addresses give one server with both services, if their port is not 0.
 struct Addresses {
   std::string meters;
   std::string engine;
+  bool together = false;  // one server in any case, at the address of the meters
+
+  bool areOne() const { return together || (meters == engine && !meters.ends_with(":0")); }
+};
+
+// What to say where `address`, the value of `option`, can't be listened on.
+std::string cantListen(std::string_view address, std::string_view option);
+
+// Whether a client that pings often is sent away. As a rule it is not.
+struct PingPolicy {
+  // Pings that come too early, by gRPC's defaults for servers, and are forgiven; gRPC takes 0 for
+  // all of them. Nothing: none is too early.
+  std::optional<int> strikes;
 };
 
 class Simulator {
@@ -99,7 +113,7 @@ class Simulator {
   // Listens, and accepts connections, but tells of no call before `start`. `listener` is borrowed
   // for the Simulator's life. Throws std::runtime_error, telling the address and what to do, if it
   // can't listen.
-  Simulator(const Addresses& addresses, CallListener& listener);
+  Simulator(const Addresses& addresses, CallListener& listener, const PingPolicy& pings = {});
 
   // Cancels what is open, lets what is ending end, and returns when every call has been closed and
   // the ports are free. An end that its client does not take is given up after three seconds.

@@ -1,0 +1,61 @@
+// A connection without gRPC, for what its client does not do. One thread at a time.
+#pragma once
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+
+#include "tests/support/SimProcess.h"
+
+class RawConnection {
+ public:
+  explicit RawConnection(const std::string& target) {
+    const auto colon = target.find(':');
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(std::stoi(target.substr(colon + 1))));
+    inet_pton(AF_INET, target.substr(0, colon).c_str(), &address.sin_addr);
+    const timeval limit{patience.count(), 0};
+    setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
+    if (::connect(socket_, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
+      close(socket_);
+      throw std::runtime_error("can't connect to " + target);
+    }
+  }
+  ~RawConnection() { close(socket_); }
+  RawConnection(const RawConnection&) = delete;
+  RawConnection& operator=(const RawConnection&) = delete;
+
+  void write(const std::string& bytes) {
+    if (send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL) < 0) {
+      throw std::runtime_error("the peer is gone");
+    }
+  }
+
+  // As many bytes, or fewer if the peer has ended the connection.
+  std::string read(std::size_t count) {
+    std::string bytes(count, '\0');
+    const auto got = recv(socket_, bytes.data(), count, MSG_WAITALL);
+    error_ = got < 0 ? errno : 0;
+    bytes.resize(got < 0 ? 0 : static_cast<std::size_t>(got));
+    return bytes;
+  }
+
+  void readToTheEnd() {
+    while (!read(1).empty()) continue;
+  }
+
+  // Of the last read: 0 at the end of a connection that was closed in order.
+  int lastError() const { return error_; }
+
+ private:
+  const int socket_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  int error_ = 0;
+};

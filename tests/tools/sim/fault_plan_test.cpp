@@ -1,0 +1,187 @@
+// Plans of faults as they are read, and their moments.
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "tests/support/TemporaryFolder.h"
+#include "tests/tools/sim/SimTest.h"
+#include "tools/sim/FaultPlan.h"
+
+namespace {
+
+using sim::FaultKind;
+using sim::FaultTimes;
+using sim::parseFault;
+using sim::Subject;
+using Subjects = std::vector<Subject>;
+
+TEST(FaultPlan, readsWhatHappensToWhomAndWhen) {
+  const auto fault = parseFault("  at 2.5 :  end   slow UNAVAILABLE ");
+  EXPECT_EQ(fault.kind, FaultKind::End);
+  EXPECT_EQ(fault.subjects, Subjects{Subject::Slow});
+  EXPECT_EQ(fault.status, grpc::StatusCode::UNAVAILABLE);
+  EXPECT_EQ(fault.argument, "UNAVAILABLE");
+  EXPECT_EQ(fault.times, (FaultTimes{.first = 2.5, .last = 2.5}));
+}
+
+TEST(FaultPlan, readsTimesThatComeAgainAndLast) {
+  EXPECT_EQ(parseFault("every 5: empty").times,
+            (FaultTimes{.first = 5, .last = 5, .repeats = true}));
+  EXPECT_EQ(parseFault("every 2..6 for 1.5: stall").times,
+            (FaultTimes{.first = 2, .last = 6, .repeats = true, .duration = 1.5}));
+  EXPECT_EQ(parseFault("at 3 for 2: freeze").times,
+            (FaultTimes{.first = 3, .last = 3, .duration = 2}));
+}
+
+TEST(FaultPlan, befallsAllThatItCanWithoutASubject) {
+  EXPECT_EQ(parseFault("at 0: garbage").subjects, (Subjects{Subject::Fast, Subject::Slow}));
+  EXPECT_EQ(parseFault("at 0: reset").subjects, (Subjects{Subject::Meters, Subject::Engine}));
+  EXPECT_EQ(parseFault("at 0: no-reply").subjects, Subjects{Subject::Engine});
+}
+
+TEST(FaultPlan, knowsWhatAnArgumentIsThatIsLeftOut) {
+  EXPECT_EQ(parseFault("at 0: end fast").status, grpc::StatusCode::OK);
+  EXPECT_EQ(parseFault("at 0: oversize").number, 5);
+  EXPECT_EQ(parseFault("at 0: oversize slow 4.5").number, 4.5);
+  EXPECT_EQ(parseFault("at 0: drip 100").number, 100);
+}
+
+TEST(FaultPlan, tableIsInTheOrderOfTheKinds) {
+  std::size_t number = 0;
+  for (const auto& row : sim::faultKinds()) {
+    EXPECT_EQ(static_cast<std::size_t>(row.kind), number++) << row.name;
+    EXPECT_EQ(&sim::rowOf(row.kind), &row);
+  }
+  EXPECT_EQ(static_cast<std::size_t>(FaultKind::Normal) + 1, number);
+}
+
+TEST(FaultPlan, manualShowsEveryKind) {
+  ToolProcess help({"sim", "--help"});
+  EXPECT_EQ(help.waitExit(), 0);
+  for (const auto& row : sim::faultKinds())
+    EXPECT_TRUE(help.hasLine("  " + row.usage())) << row.name;
+}
+
+struct WrongFault {
+  std::string name;
+  std::string line;
+  std::string error;
+};
+
+class EachWrongFault : public testing::TestWithParam<WrongFault> {};
+
+INSTANTIATE_TEST_SUITE_P(
+    , EachWrongFault,
+    testing::ValuesIn(std::vector<WrongFault>{
+        {"withoutColon", "at 2 end fast",
+         "\"at 2 end fast\" has no \":\": it is WHEN: FAULT, such as at 2: end fast"},
+        {"withoutWhen", ": end", "when it happens, such as \"at 2\" or \"every 5\", is missing"},
+        {"unknownWhen", "evry 2: end",
+         "\"evry\" does not tell when: at SECONDS, or every SECONDS, did you mean \"every\"?"},
+        {"withoutTime", "at: end", "the time after \"at\" is missing"},
+        {"badTime", "at soon: end", "\"soon\" is not a time: seconds, such as 2 or 0.5"},
+        {"negativeTime", "at -1: end", "\"-1\" is not a time: seconds, such as 2 or 0.5"},
+        {"infiniteTime", "at inf: end", "\"inf\" is not a time: seconds, such as 2 or 0.5"},
+        {"everyInstant", "every 0: end", "\"0\" is too often: the time between two is more than 0"},
+        {"backward", "every 6..2: end", "\"6..2\" goes backward: the shorter time comes first"},
+        {"behindTime", "at 2 during 3: stall",
+         "\"during\" is too much: behind the time comes \"for SECONDS\" or \":\""},
+        {"behindDuration", "at 2 for 3 s: stall", "\"s\" is too much before \":\""},
+        {"withoutFault", "at 2:", "the fault behind \":\" is missing"},
+        {"unknownSubject", "at 2: stall quick", "\"quick\" is too much; usage: stall [fast|slow]"},
+        {"wrongSubject", "at 2: stall meters", "\"stall\" can't befall \"meters\": only fast|slow"},
+        {"tooMuch", "at 2: stall fast now", "\"now\" is too much; usage: stall [fast|slow]"},
+        {"withoutNumber", "at 2: drip meters", "BYTES after \"drip\" is missing"},
+        {"noNumber", "at 2: drip few",
+         "\"few\" is not BYTES: a number above 0; usage: drip [meters|engine] BYTES"},
+        {"withoutStatus", "at 2: fail engine", "the status is missing"},
+        {"overAtOnce", "at 2 for 3: end", "\"end\" is over at once: leave out \"for\""},
+        {"tooLong", "every 2..6 for 2: stall",
+         "\"for 2\" is longer than the time between two, 2: shorten it"},
+    }),
+    [](const auto& test) { return test.param.name; });
+
+TEST_P(EachWrongFault, isToldOfWithARemedy) {
+  try {
+    parseFault(GetParam().line);
+    FAIL() << "it was taken";
+  } catch (const std::invalid_argument& error) {
+    EXPECT_EQ(error.what(), GetParam().error);
+  }
+}
+
+std::string errorOf(const std::string& line) {
+  try {
+    parseFault(line);
+  } catch (const std::invalid_argument& error) {
+    return error.what();
+  }
+  return "none";
+}
+
+TEST(FaultPlan, suggestsWhatWasMeant) {
+  EXPECT_TRUE(errorOf("at 2: flod fast")
+                  .starts_with("\"flod\" is not a fault, did you mean \"flood\"? There are end, "));
+  EXPECT_TRUE(errorOf("at 2: earthquake").starts_with("\"earthquake\" is not a fault. There are "));
+  EXPECT_TRUE(errorOf("at 2: end fast UNAVAILBLE")
+                  .starts_with("\"UNAVAILBLE\" is not a status, did you mean \"UNAVAILABLE\"? "));
+}
+
+std::vector<double> momentsOf(const std::string& line, std::uint64_t seed, std::size_t place) {
+  sim::FaultMoments moments(parseFault(line).times, seed, place);
+  std::vector<double> times;
+  for (int i = 0; i < 100; ++i) {
+    if (const auto time = moments.next()) times.push_back(*time);
+  }
+  return times;
+}
+
+TEST(FaultMoments, comeOnceOrAgain) {
+  EXPECT_EQ(momentsOf("at 3: end", 1, 0), std::vector<double>{3});
+  const auto times = momentsOf("every 3: end", 1, 0);
+  ASSERT_EQ(times.size(), 100u);
+  EXPECT_EQ(times[0], 3);
+  EXPECT_EQ(times[99], 300);
+}
+
+TEST(FaultMoments, areDrawnFromTheSeedWithinTheirBounds) {
+  const auto times = momentsOf("every 2..6: end", 1, 0);
+  EXPECT_EQ(times, momentsOf("every 2..6: end", 1, 0));
+  EXPECT_NE(times, momentsOf("every 2..6: end", 2, 0));
+  EXPECT_NE(times, momentsOf("every 2..6: end", 1, 1));
+  double last = 0;
+  for (const double time : times) {
+    EXPECT_GE(time - last, 2);
+    EXPECT_LE(time - last, 6);
+    last = time;
+  }
+}
+
+TEST(FaultPlan, ofAFileTellsFileAndLineOfAnError) {
+  const TemporaryFolder files;
+  const auto path = files.write("bad.plan", "# a comment\n\nat 1: end # another\nat 2: edn\n");
+  ToolProcess sim({"sim", "--meters", SimProcess::anyPort, "--fault-plan", path});
+  EXPECT_EQ(sim.waitExit(), 1);
+  EXPECT_TRUE(sim.errors().starts_with("gatewayctl: " + path +
+                                       ":4: \"edn\" is not a fault, did you mean \"end\"?"));
+}
+
+TEST(FaultPlan, ofAMissingFileIsToldOf) {
+  ToolProcess sim({"sim", "--meters", SimProcess::anyPort, "--fault-plan", "/nowhere/plan"});
+  EXPECT_EQ(sim.waitExit(), 1);
+  EXPECT_EQ(sim.errors(),
+            "gatewayctl: can't read the fault plan /nowhere/plan: No such file or directory\n");
+}
+
+TEST(FaultPlan, onTheCommandLineTellsTheFlagOfAnError) {
+  ToolProcess sim({"sim", "--fault", "at 1: end", "at x: end"});
+  EXPECT_EQ(sim.waitExit(), 2);
+  EXPECT_EQ(sim.errors(),
+            "--fault: in \"at x: end\": \"x\" is not a time: seconds, such as 2 or 0.5\n"
+            "Run with --help for more information.\n");
+}
+
+}  // namespace

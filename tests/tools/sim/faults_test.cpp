@@ -1,0 +1,140 @@
+// The real module through every fault there is: what is not befallen goes on, and it stops cleanly.
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstddef>
+#include <nlohmann/json.hpp>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "tests/support/SimProcess.h"
+#include "tests/support/TemporaryFolder.h"
+#include "tools/sim/FaultPlan.h"
+
+namespace {
+
+using sim::FaultArgument;
+using sim::FaultGroup;
+using sim::FaultKindRow;
+using sim::Subject;
+
+struct Case {
+  FaultKindRow row;
+  Subject subject;
+};
+
+std::ostream& operator<<(std::ostream& out, const Case& each) {
+  return out << each.row.name << ' ' << sim::nameOf(each.subject);
+}
+
+std::vector<Case> allCases() {
+  std::vector<Case> cases;
+  for (const auto& row : sim::faultKinds()) {
+    for (const auto subject : row.subjects()) cases.push_back({row, subject});
+  }
+  return cases;
+}
+
+std::string testName(const testing::TestParamInfo<Case>& info) {
+  std::string name(info.param.row.name);
+  std::erase(name, '-');
+  return name + "_" + std::string(sim::nameOf(info.param.subject));
+}
+
+// Again and again, so that one of them comes when both streams are open.
+std::string planLine(const Case& each) {
+  std::string line = each.row.lasts ? "every 1.5 for 0.5: " : "every 1.5: ";
+  line += std::string(each.row.name) + " " + std::string(sim::nameOf(each.subject));
+  if (each.row.argument == FaultArgument::Status) line += " UNAVAILABLE";
+  if (each.row.argument == FaultArgument::Number && !each.row.defaultNumber) {
+    line += each.row.group == FaultGroup::Answer ? " 0.2" : " 1000";
+  }
+  return line;
+}
+
+std::string config(const std::string& meters, const std::string& engine) {
+  return "[Meters]\nTarget=" + meters +
+         "\n[MetersFloat]\nMeter=Key=a\nMeter=Key=b Type=slow\n"
+         "[MetersInt]\nMeter=Key=c\nMeter=Key=d Type=slow\n"
+         "[MetersUint]\nMeter=Key=e\nMeter=Key=f Type=slow\n"
+         "[MetersString]\nMeter=Key=g\nMeter=Key=h Type=slow\n"
+         "[Engine]\nTarget=" +
+         engine + "\n[EngineFloat]\nParam=Key=out.gain CustomKey=gain\n";
+}
+
+std::vector<std::string> simArguments(const std::string& config, const std::string& fault) {
+  return {"sim",         "--json",
+          "--config",    config,
+          "--meters",    SimProcess::anyPort,
+          "--engine",    SimProcess::anyPort,
+          "--rate-fast", "20",
+          "--rate-slow", "20",
+          "--fault",     fault};
+}
+
+std::vector<std::string> hostArguments(const std::string& config) {
+  return {"host", config, "--watch", "--watch-rate", "20"};
+}
+
+// Lines that come from now on.
+void waitForMore(ToolProcess& process, const std::string& prefix, int wanted) {
+  for (const auto& line : process.lines()) {
+    if (line.starts_with(prefix)) ++wanted;
+  }
+  // Those that were waited for before are not found again.
+  for (int found = 0; found < wanted; ++found) process.waitLine(prefix);
+}
+
+class EachFault : public testing::TestWithParam<Case> {
+ protected:
+  std::string addressOf(const std::string& service) {
+    const auto line = sim.waitLine(R"({"event":"listening","service":")" + service);
+    return nlohmann::json::parse(line).at("address");
+  }
+
+  // What this fault leaves alone goes on.
+  void expectTheOtherToGoOn(Subject subject) {
+    constexpr int several = 4;
+    if (subject == Subject::Meters) {
+      host.writeLine("set gain -6.5");
+      waitForMore(sim, R"({"event":"set_params")", 0);
+      sim.waitLine(R"({"event":"set_params")");
+    } else {
+      waitForMore(host, subject == Subject::Fast ? "slow " : "fast ", several);
+    }
+  }
+
+  static void expectNoSanitizerReport(const ToolProcess& process) {
+    for (const char* word : {"Sanitizer", "runtime error:"}) {
+      EXPECT_EQ(process.errors().find(word), std::string::npos) << process.errors();
+    }
+  }
+
+  TemporaryFolder files;
+  ToolProcess sim{
+      simArguments(files.write("keys.conf", config("any:1", "any:2")), planLine(GetParam()))};
+  const std::string meters = addressOf("meters");
+  const std::string engine = addressOf("engine");
+  ToolProcess host{hostArguments(files.write("gateway.conf", config(meters, engine)))};
+};
+
+INSTANTIATE_TEST_SUITE_P(, EachFault, testing::ValuesIn(allCases()), testName);
+
+TEST_P(EachFault, leavesTheRestGoingAndTheModuleStoppingCleanly) {
+  const auto subject = GetParam().subject;
+  sim.waitLine(R"({"event":"opened","stream":"fast")");
+  sim.waitLine(R"({"event":"opened","stream":"slow")");
+  host.writeLine("set gain 1");
+  waitForMore(sim, R"({"event":"fault",)", 1);
+  host.writeLine("set gain 2");
+  expectTheOtherToGoOn(subject);
+  host.writeLine("quit");
+  EXPECT_EQ(host.waitExit(), 0);
+  expectNoSanitizerReport(host);
+  sim.signal(SIGTERM);
+  EXPECT_EQ(sim.waitExit(), 130);
+  expectNoSanitizerReport(sim);
+}
+
+}  // namespace

@@ -1,0 +1,24 @@
+// Numbers that a seed gives, the same on every machine: the standard's hash and distributions may
+// differ between libraries. Any thread, each with an engine of its own.
+#pragma once
+
+#include <cstdint>
+#include <random>
+#include <string_view>
+
+namespace sim {
+
+// FNV-1a, going on from `hash`.
+inline std::uint64_t hashOf(std::string_view text, std::uint64_t hash) {
+  for (const char character : text) {
+    hash = (hash ^ static_cast<unsigned char>(character)) * 0x100000001b3;
+  }
+  return hash;
+}
+
+// In [0, 1).
+inline double drawFrom(std::mt19937_64& random) {
+  return static_cast<double>(random() >> 11) * 0x1p-53;
+}
+
+}  // namespace sim

@@ -1,0 +1,251 @@
+#include "tools/sim/Relay.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <asio/ip/tcp.hpp>
+#include <asio/steady_timer.hpp>
+#include <asio/write.hpp>
+#include <chrono>
+#include <cmath>
+#include <functional>
+#include <stdexcept>
+#include <string_view>
+#include <vector>
+
+#include "tools/sim/HalfMessage.h"
+#include "tools/sim/Simulator.h"
+
+namespace sim {
+namespace {
+
+using asio::ip::tcp;
+
+// A connection that is gone already is as good as one that is closed now.
+void closeQuietly(tcp::socket& socket) {
+  asio::error_code ignored;
+  socket.close(ignored);
+}
+
+tcp::endpoint endpointOf(asio::io_context& loop, const std::string& address) {
+  const auto colon = address.rfind(':');
+  auto host = address.substr(0, colon);
+  if (host.starts_with('[') && host.ends_with(']')) host = host.substr(1, host.size() - 2);
+  return *tcp::resolver(loop).resolve(host, address.substr(colon + 1)).begin();
+}
+
+}  // namespace
+
+struct Relay::State {
+  // One that a client has opened, and the one to the server that belongs to it.
+  class Connection;
+
+  State(asio::io_context& loop, const std::string& wanted, unsigned short serverPort)
+      : acceptor(loop, endpointOf(loop, wanted)),
+        place(acceptor.local_endpoint()),
+        address(fmt::format("{}:{}", wanted.substr(0, wanted.rfind(':')), place.port())),
+        server(asio::ip::address_v4::loopback(), serverPort) {}
+
+  void accept();
+  // Those that are there.
+  void forEach(const std::function<void(Connection&)>& use);
+
+  tcp::acceptor acceptor;
+  const tcp::endpoint place;
+  const std::string address;
+  const tcp::endpoint server;
+  std::vector<std::shared_ptr<Connection>> connections;  // also some that are closed
+  bool frozen = false;
+  double limit = 0;  // of bytes a second, to the client
+};
+
+class Relay::State::Connection : public std::enable_shared_from_this<Connection> {
+ public:
+  Connection(const State& relay, tcp::socket client)
+      : relay_(relay), client_(std::move(client)), server_(client_.get_executor()) {}
+
+  void start();
+  bool isClosed() const { return !client_.is_open(); }
+  void close();
+  void reset();
+  // Goes on with what has been held up.
+  void goOn();
+
+ private:
+  // One direction. It reads, writes all that it has read, and reads again.
+  struct Way {
+    tcp::socket& from;
+    tcp::socket& to;
+    asio::steady_timer timer;
+    std::array<char, 16384> buffer{};
+    std::string waiting{};  // read, and not written yet
+    bool ended = false;     // nothing more comes
+    bool heldUp = false;    // since it is frozen
+
+    Way(tcp::socket& from_, tcp::socket& to_) : from(from_), to(to_), timer(to_.get_executor()) {}
+  };
+
+  void read(Way& way);
+  void received(Way& way, asio::error_code error, std::size_t size);
+  // Writes what waits, as far as it may pass by now.
+  void pass(Way& way);
+  void write(Way& way, std::size_t size);
+  void finish(Way& way);
+  std::size_t mayPass(const Way& way) const;
+  bool isDripping(const Way& way) const { return &way == &toClient_ && relay_.limit > 0; }
+
+  const State& relay_;
+  tcp::socket client_;
+  tcp::socket server_;
+  Way toServer_{client_, server_};
+  Way toClient_{server_, client_};
+  HalfMessage half_;
+};
+
+void Relay::State::accept() {
+  acceptor.async_accept([this](asio::error_code error, tcp::socket client) {
+    if (error) return;
+    const auto connection = std::make_shared<Connection>(*this, std::move(client));
+    std::erase_if(connections, [](const auto& known) { return known->isClosed(); });
+    connections.push_back(connection);
+    connection->start();
+    accept();
+  });
+}
+
+void Relay::State::forEach(const std::function<void(Connection&)>& use) {
+  for (const auto& connection : connections) use(*connection);
+}
+
+void Relay::State::Connection::start() {
+  server_.async_connect(relay_.server, [this, self = shared_from_this()](asio::error_code error) {
+    if (error) return close();
+    read(toServer_);
+    read(toClient_);
+  });
+}
+
+void Relay::State::Connection::close() {
+  closeQuietly(client_);
+  closeQuietly(server_);
+  toClient_.timer.cancel();
+}
+
+// A socket that is closed while it does not linger sends RST.
+void Relay::State::Connection::reset() {
+  asio::error_code ignored;
+  client_.set_option(asio::socket_base::linger(true, 0), ignored);
+  close();
+}
+
+void Relay::State::Connection::goOn() {
+  for (Way* const way : {&toServer_, &toClient_}) {
+    if (std::exchange(way->heldUp, false)) pass(*way);
+  }
+}
+
+void Relay::State::Connection::read(Way& way) {
+  way.from.async_read_some(asio::buffer(way.buffer), [this, self = shared_from_this(), &way](
+                                                         asio::error_code error, std::size_t size) {
+    received(way, error, size);
+  });
+}
+
+void Relay::State::Connection::received(Way& way, asio::error_code error, std::size_t size) {
+  if (error && error != asio::error::eof) return close();
+  way.ended = error == asio::error::eof;
+  const std::string_view bytes(way.buffer.data(), size);
+  way.waiting += &way == &toClient_ ? half_.pass(bytes) : std::string(bytes);
+  pass(way);
+}
+
+void Relay::State::Connection::pass(Way& way) {
+  if (relay_.frozen) {
+    way.heldUp = true;
+  } else if (!way.waiting.empty()) {
+    write(way, mayPass(way));
+  } else if (way.ended) {
+    finish(way);
+  } else {
+    read(way);
+  }
+}
+
+// A slow client gets a tenth of a second's bytes at a time.
+std::size_t Relay::State::Connection::mayPass(const Way& way) const {
+  if (!isDripping(way)) return way.waiting.size();
+  const auto piece = static_cast<std::size_t>(std::max(1.0, std::floor(relay_.limit / 10)));
+  return std::min(piece, way.waiting.size());
+}
+
+void Relay::State::Connection::write(Way& way, std::size_t size) {
+  asio::async_write(
+      way.to, asio::buffer(way.waiting.data(), size),
+      [this, self = shared_from_this(), &way](asio::error_code error, std::size_t written) {
+        if (error) return close();
+        way.waiting.erase(0, written);
+        if (!isDripping(way)) return pass(way);
+        const std::chrono::duration<double> pause(static_cast<double>(written) / relay_.limit);
+        way.timer.expires_after(std::chrono::ceil<std::chrono::milliseconds>(pause));
+        way.timer.async_wait([this, self, &way](asio::error_code) {
+          if (way.to.is_open()) pass(way);
+        });
+      });
+}
+
+// The other direction may still be in use.
+void Relay::State::Connection::finish(Way& way) {
+  asio::error_code ignored;
+  way.to.shutdown(tcp::socket::shutdown_send, ignored);
+  if (toServer_.ended && toClient_.ended) close();
+}
+
+Relay::Relay(asio::io_context& loop, const std::string& address, const std::string& option,
+             unsigned short server) try
+    : state_(std::make_unique<State>(loop, address, server)) {
+  state_->accept();
+} catch (const std::system_error&) {
+  throw std::runtime_error(cantListen(address, option));
+}
+
+Relay::~Relay() {
+  closeAll();
+}
+
+const std::string& Relay::address() const {
+  return state_->address;
+}
+
+void Relay::closeAll() {
+  state_->forEach([](auto& connection) { connection.close(); });
+}
+
+void Relay::resetAll() {
+  state_->forEach([](auto& connection) { connection.reset(); });
+}
+
+// A socket that is bound and does not listen refuses who comes, and keeps the port.
+void Relay::refuse(bool refuses) {
+  auto& acceptor = state_->acceptor;
+  if (!refuses) {
+    acceptor.listen();
+    state_->accept();
+    return;
+  }
+  acceptor.close();
+  acceptor.open(state_->place.protocol());
+  acceptor.set_option(asio::socket_base::reuse_address(true));
+  acceptor.bind(state_->place);
+}
+
+void Relay::freeze(bool freezes) {
+  state_->frozen = freezes;
+  if (!freezes) state_->forEach([](auto& connection) { connection.goOn(); });
+}
+
+void Relay::drip(double bytesPerSecond) {
+  state_->limit = bytesPerSecond;
+}
+
+}  // namespace sim

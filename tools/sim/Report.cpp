@@ -1,0 +1,153 @@
+#include "tools/sim/Report.h"
+
+#include <fmt/format.h>
+
+#include <cmath>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+#include "engine.pb.h"
+#include "tools/sim/EventText.h"
+
+namespace sim {
+namespace {
+
+using nlohmann::ordered_json;
+using Value = sonalith::grpcengine::AnyValue;
+
+// A parameter as a line of text has it, and its value for JSON.
+struct Shown {
+  std::string type;
+  std::string text;
+  ordered_json value;
+};
+
+// The shortest number that reads back as the same float. JSON has no words for infinities.
+ordered_json jsonOf(double value, const std::string& text) {
+  if (!std::isfinite(value)) return text;
+  return ordered_json::parse(text);
+}
+
+template <class Number>
+Shown shownNumber(const char* type, Number number) {
+  const auto text = fmt::to_string(number);
+  if constexpr (std::is_integral_v<Number>) return {type, text, number};
+  return {type, text, jsonOf(static_cast<double>(number), text)};
+}
+
+template <class Numbers>
+Shown shownNumbers(const char* type, const Numbers& numbers) {
+  auto values = ordered_json::array();
+  for (const auto number : numbers) values.push_back(shownNumber("", number).value);
+  return {type, fmt::to_string(fmt::join(numbers, " ")), std::move(values)};
+}
+
+Shown shown(const Value& value) {
+  switch (value.value_case()) {
+    case Value::kSstring:
+      return {"string", escaped(value.sstring()), value.sstring()};
+    case Value::kSfloat:
+      return shownNumber("float", value.sfloat());
+    case Value::kSint:
+      return shownNumber("int", value.sint());
+    case Value::kSuint:
+      return shownNumber("uint", value.suint());
+    case Value::kAfloat:
+      return shownNumbers("floats", value.afloat().data());
+    case Value::kAint:
+      return shownNumbers("ints", value.aint().data());
+    case Value::kAuint:
+      return shownNumbers("uints", value.auint().data());
+    case Value::kSdouble:
+      return shownNumber("double", value.sdouble());
+    case Value::VALUE_NOT_SET:
+      break;
+  }
+  return {"nothing", "", nullptr};
+}
+
+std::string textLine(const Opening& opening, const sonalith::grpcengine::KeyValue& param) {
+  const auto [type, text, value] = shown(param.value());
+  const bool nothing = value.is_null();
+  return fmt::format("SetParams {} {} {}{}{}\n", opening.number, escaped(param.key()), type,
+                     nothing ? "" : " ", text);
+}
+
+std::string lineOf(const ordered_json& object) {
+  return object.dump(-1, ' ', false, ordered_json::error_handler_t::replace) + "\n";
+}
+
+std::string jsonLine(const Opening& opening, const sonalith::grpcengine::KeyValue& param) {
+  const auto value = shown(param.value());
+  return lineOf({{"event", "set_params"},
+                 {"call", opening.number},
+                 {"key", param.key()},
+                 {"type", value.type},
+                 {"value", value.value}});
+}
+
+std::string unreadable(const Opening& opening, bool json) {
+  const auto bytes = hexOf(opening.request);
+  if (!json) return fmt::format("SetParams {} unreadable {}\n", opening.number, bytes);
+  return lineOf({{"event", "set_params_unreadable"}, {"call", opening.number}, {"bytes", bytes}});
+}
+
+void log(const Opening& opening, std::string_view what) {
+  fmt::print(stderr, "gatewayctl sim: {} {} {}\n", nameOf(opening.method), opening.number, what);
+}
+
+}  // namespace
+
+void Report::listening(const Addresses& addresses) const {
+  for (const auto& [service, address] :
+       {std::pair("meters", addresses.meters), std::pair("engine", addresses.engine)}) {
+    if (address.empty()) continue;
+    fmt::print("{}",
+               json_ ? lineOf({{"event", "listening"}, {"service", service}, {"address", address}})
+                     : fmt::format("{} {}\n", service, address));
+  }
+}
+
+void Report::params(const Opening& opening) const {
+  sonalith::grpcengine::RequestSetParams request;
+  std::string lines;
+  if (!request.ParseFromString(opening.request)) lines = unreadable(opening, json_);
+  for (const auto& param : request.params()) {
+    lines += json_ ? jsonLine(opening, param) : textLine(opening, param);
+  }
+  fmt::print("{}", lines);
+}
+
+void Report::opened(const Opening& opening) const {
+  if (!json_) return log(opening, "open from " + opening.peer);
+  fmt::print("{}", lineOf({{"event", "opened"},
+                           {"stream", nameOf(opening.method)},
+                           {"call", opening.number},
+                           {"peer", opening.peer}}));
+}
+
+void Report::closed(const Opening& opening, bool cancelled) const {
+  const auto* const end = cancelled ? "cancelled" : "ended";
+  if (!json_) return log(opening, end);
+  fmt::print("{}", lineOf({{"event", "closed"},
+                           {"stream", nameOf(opening.method)},
+                           {"call", opening.number},
+                           {"end", end}}));
+}
+
+void Report::fault(FaultEvent event, double seconds, const Fault& fault, Subject subject) const {
+  const bool over = event == FaultEvent::Over;
+  const auto name = rowOf(fault.kind).name;
+  if (!json_) {
+    fmt::print("fault {:.3f} {} {}{}{}{}\n", seconds, name, nameOf(subject),
+               fault.argument.empty() ? "" : " ", fault.argument, over ? " over" : "");
+    return;
+  }
+  fmt::print("{}", lineOf({{"event", over ? "fault_over" : "fault"},
+                           {"at", std::round(seconds * 1000) / 1000},
+                           {"fault", name},
+                           {"subject", nameOf(subject)},
+                           {"argument", fault.argument}}));
+}
+
+}  // namespace sim

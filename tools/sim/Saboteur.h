@@ -1,0 +1,90 @@
+// Carries out a plan of faults, and tells of each when it is in effect.
+//
+// Threads: all is done on the thread that runs the loop; constructor and destructor are called
+// while it does not run.
+// Ownership: all that it is given is borrowed.
+#pragma once
+
+#include <asio/io_context.hpp>
+#include <asio/steady_timer.hpp>
+#include <chrono>
+#include <map>
+#include <memory>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "tools/sim/EngineAnswers.h"
+#include "tools/sim/FaultPlan.h"
+#include "tools/sim/Player.h"
+#include "tools/sim/Relay.h"
+#include "tools/sim/Report.h"
+#include "tools/sim/Simulator.h"
+
+namespace sim {
+
+// What faults are done to. A relay is there if the plan needs it.
+struct FaultTargets {
+  const PlayerSettings& settings;
+  const Report& report;
+  Player& player;
+  EngineAnswers& answers;
+  const Simulator& simulator;
+  Relay* meters;
+  Relay* engine;
+};
+
+class Saboteur {
+ public:
+  // Time counts from now.
+  Saboteur(asio::io_context& loop, const FaultPlan& plan, const FaultTargets& targets);
+  Saboteur(const Saboteur&) = delete;
+  Saboteur& operator=(const Saboteur&) = delete;
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  // A fault of the plan, waiting for its next moment.
+  struct Planned {
+    const Fault& fault;
+    FaultMoments moments;
+    asio::steady_timer timer;
+  };
+
+  // A fault that lasts, until its timer ends it, if that is set.
+  struct Lasting {
+    const Fault& fault;
+    asio::steady_timer timer;
+    unsigned number;  // tells it from others at its place, also for a timer that has just fired
+  };
+  using Place = std::pair<FaultGroup, Subject>;
+
+  void schedule(Planned& planned);
+  void happen(const Fault& fault, double seconds);
+  void begin(const Fault& fault, Subject subject, double seconds);
+  void keepUp(const Fault& fault, Subject subject, double seconds);
+  // Takes back what lasts there, if there is such.
+  void end(const Place& place, double seconds);
+  void endAll(Subject subject, double seconds);
+
+  void act(const Fault& fault, Subject subject);
+  void undo(const Fault& fault, Subject subject);
+  void send(const Fault& fault, Method method);
+  void feed(const Fault& fault, Method method);
+  void connection(const Fault& fault, Relay& relay);
+  void reconnect(const Fault& fault, Relay& relay);
+  void endHalves(Method method);
+  Relay* relayOf(Subject subject) const;
+  bool isServed(const Fault& fault, Subject subject) const;
+  Clock::time_point momentAt(double seconds) const;
+
+  asio::io_context& loop_;
+  const FaultTargets targets_;
+  const Clock::time_point begin_ = Clock::now();
+  std::vector<std::unique_ptr<Planned>> plan_;
+  std::map<Place, Lasting> lasting_;
+  unsigned lastNumber_ = 0;
+  std::vector<std::shared_ptr<Call>> halves_;  // streams that have got half a message
+};
+
+}  // namespace sim
