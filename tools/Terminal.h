@@ -47,11 +47,8 @@ class InputLines {
   // Nothing will come any more.
   bool ended() const { return ended_; }
 
-  // What has come behind the last whole line.
-  const std::string& unfinished() const { return unfinished_; }
-
  private:
-  std::string unfinished_;
+  std::string unfinished_;  // what has come behind the last whole line
   bool ended_ = false;
 };
 

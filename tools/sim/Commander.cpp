@@ -140,7 +140,7 @@ bool Commander::carryOut(const Simulator& simulator, std::string_view line) {
     if (!command.takes(arguments)) throw CommandError("usage: " + command.usage());
     (this->*command.carryOut)(simulator, arguments);
   } catch (const CommandError& error) {
-    fmt::print("error {}\n", escaped(error.what()));
+    fmt::print("error {}\n", tools::printable(error.what()));
   }
   return !quit_;
 }

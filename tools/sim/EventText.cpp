@@ -16,17 +16,4 @@ std::string hexOf(std::string_view bytes) {
   return hex;
 }
 
-std::string escaped(std::string_view text) {
-  std::string line;
-  for (const char character : text) {
-    const auto code = static_cast<unsigned char>(character);
-    if (code < 0x20 || code == 0x7f || character == '\\') {
-      fmt::format_to(std::back_inserter(line), "\\x{:02x}", code);
-    } else {
-      line += character;
-    }
-  }
-  return line;
-}
-
 }  // namespace sim

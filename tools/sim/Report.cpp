@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "engine.pb.h"
+#include "tools/Words.h"
 #include "tools/sim/EventText.h"
 
 namespace sim {
@@ -45,7 +46,7 @@ Shown shownNumbers(const char* type, const Numbers& numbers) {
 Shown shown(const Value& value) {
   switch (value.value_case()) {
     case Value::kSstring:
-      return {"string", escaped(value.sstring()), value.sstring()};
+      return {"string", tools::printable(value.sstring()), value.sstring()};
     case Value::kSfloat:
       return shownNumber("float", value.sfloat());
     case Value::kSint:
@@ -69,7 +70,7 @@ Shown shown(const Value& value) {
 std::string textLine(const Opening& opening, const sonalith::grpcengine::KeyValue& param) {
   const auto [type, text, value] = shown(param.value());
   const bool nothing = value.is_null();
-  return fmt::format("SetParams {} {} {}{}{}\n", opening.number, escaped(param.key()), type,
+  return fmt::format("SetParams {} {} {}{}{}\n", opening.number, tools::printable(param.key()), type,
                      nothing ? "" : " ", text);
 }
 

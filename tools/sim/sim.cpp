@@ -58,13 +58,11 @@ enum class Ending { Done, Interrupted };
 // Takes one line; false if no more are wanted.
 using LineUser = std::function<bool(std::string_view)>;
 
-// Hands over the lines that have arrived; the end of the input ends a last line too. False when
-// there will be no more: either side is done.
+// Hands over the lines that have arrived. False when there will be no more: either side is done.
 bool handOver(InputLines& input, const LineUser& use) {
   for (const auto& line : input.take()) {
     if (!use(line)) return false;
   }
-  if (input.ended()) use(input.unfinished());
   return !input.ended();
 }
 
