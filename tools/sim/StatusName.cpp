@@ -37,6 +37,7 @@ std::optional<grpc::StatusCode> statusCalled(std::string_view name) {
 
 std::vector<std::string> statusNames() {
   std::vector<std::string> names;
+  names.reserve(codes.size());
   for (const auto& row : codes) names.emplace_back(row.first);
   return names;
 }

