@@ -1,0 +1,81 @@
+// What a meter server sends, as far as a configuration has to know: which keys on which stream, of
+// which types, and what of it the module could not read.
+//
+// Threads: one at a time.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "meters.pb.h"
+#include "standin/LoadedModule.h"
+
+namespace discover {
+
+using ValueCase = sonalith::grpc::AnyValue::ValueCase;
+
+// A member of the wire's AnyValue.
+struct ValueType {
+  ValueCase value;
+  std::string_view name;     // for people and programs: "float", "float array"
+  std::string_view section;  // of the entries that carry it; empty for what the module passes over
+  std::uint32_t slotType = 0;  // SONALITH_SLOT_..., with a section
+};
+
+// Every member has its row, also the missing value. In the order in which sections are written.
+std::span<const ValueType> valueTypes();
+const ValueType& typeOf(ValueCase value);
+
+// One key of one stream.
+struct SeenKey {
+  standin::SlotSet rate;  // Fast or Slow
+  std::string key;
+  std::vector<ValueCase> types;   // each once, first seen first
+  std::uint64_t messages = 0;     // in which it was
+  std::uint64_t lastMessage = 0;  // counted from 1
+};
+
+// One stream as a whole.
+struct SeenMessages {
+  std::uint64_t messages = 0;  // unreadable ones too
+  std::uint64_t unreadable = 0;
+  std::string firstUnreadable;  // "message 3 ...", a sentence without its end
+};
+
+class Sightings {
+ public:
+  // The largest message that a gRPC client takes unless it is told otherwise, as the module is not.
+  static constexpr std::size_t messageLimit = std::size_t{4} * 1024 * 1024;
+
+  // Takes in one message of a stream.
+  void take(standin::SlotSet rate, std::string_view message);
+
+  // First seen first.
+  const std::vector<SeenKey>& keys() const { return keys_; }
+
+  const SeenMessages& messagesOf(standin::SlotSet rate) const {
+    return streams_[indexOf(rate)].seen;
+  }
+
+ private:
+  struct Stream {
+    SeenMessages seen;
+    std::unordered_map<std::string, std::size_t> places;  // of its keys in keys_
+  };
+
+  static std::size_t indexOf(standin::SlotSet rate) {
+    return rate == standin::SlotSet::Fast ? 0 : 1;
+  }
+  void note(standin::SlotSet rate, const sonalith::grpc::KeyValue& item);
+
+  std::vector<SeenKey> keys_;
+  std::array<Stream, 2> streams_;
+};
+
+}  // namespace discover
