@@ -2,18 +2,15 @@
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <iterator>
 #include <stdexcept>
-#include <system_error>
 #include <tuple>
 #include <utility>
 
 #include "tools/ConfiguredSlots.h"
+#include "tools/MemoryFile.h"
 #include "tools/discover/CustomKeys.h"
 #include "tools/discover/Shown.h"
 
@@ -98,27 +95,6 @@ std::string_view sectionOf(const Finding& finding) {
 }
 
 // ---- Reading back ---------------------------------------------------------------------------
-
-// A file without a name, so that nothing can be left behind.
-class MemoryFile {
- public:
-  explicit MemoryFile(const std::string& text)
-      : descriptor_(memfd_create("configuration", MFD_CLOEXEC)) {
-    if (descriptor_ < 0) throw std::system_error(errno, std::generic_category(), "memfd_create");
-    if (write(descriptor_, text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
-      close(descriptor_);
-      throw std::runtime_error("no memory to read the configuration back");
-    }
-  }
-  ~MemoryFile() { close(descriptor_); }
-  MemoryFile(const MemoryFile&) = delete;
-  MemoryFile& operator=(const MemoryFile&) = delete;
-
-  std::string path() const { return fmt::format("/proc/self/fd/{}", descriptor_); }
-
- private:
-  int descriptor_;
-};
 
 // What has to be the same: set, type, key and custom name, or none.
 using Meaning = std::tuple<SlotSet, std::uint32_t, std::string, std::string>;
@@ -218,7 +194,7 @@ std::string textOf(const Draft& draft) {
 }
 
 void checkReadsBack(const Draft& draft, const std::string& text) {
-  const MemoryFile file(text);
+  const tools::MemoryFile file(text);
   const gateway::ConfigManager config(file.path());
   if (!config.valid) failReadBack("it would be refused");
   if (config.metersTarget != draft.target) failReadBack("the target differs");
