@@ -28,7 +28,8 @@ enum class Terminal { Shared, None };
 class Child {
  public:
   // Starts `gatewayctl ARGUMENTS`. With Terminal::None it gets a session of its own, so that the
-  // signals of the terminal's keys do not reach it. Throws std::system_error if it can't be started.
+  // signals of the terminal's keys do not reach it. Throws std::system_error if it can't be
+  // started.
   Child(const std::vector<std::string>& arguments, const Streams& streams, Terminal terminal);
   ~Child();
   Child(const Child&) = delete;

@@ -11,8 +11,8 @@
 
 namespace discover {
 
-// Gives each key of a set a name of its own: letters, digits and underscores, at most 99 bytes, and
-// none that the module makes up for an entry without CustomKey, such as "gateway_float_3".
+// Gives each key of a set a name of its own: letters, digits and underscores, at most 99 bytes.
+// None begins with "gateway_", as those do that the module makes up, such as "gateway_float_3".
 class CustomKeys {
  public:
   // "out.level" gives "out_level", the next key that would be called so "out_level_2".

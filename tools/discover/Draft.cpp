@@ -58,7 +58,8 @@ std::string complaintAboutTypes(const std::vector<ValueCase>& types) {
   if (types.size() > 1) {
     std::vector<std::string_view> names;
     for (const auto type : types) names.push_back(typeOf(type).name);
-    return fmt::format("it came with several types, {}; an entry has one", fmt::join(names, ", "));
+    return fmt::format("it came with several types, {}; an entry has one: write it by hand",
+                       fmt::join(names, ", "));
   }
   const ValueType& type = typeOf(types.front());
   if (type.value == ValueCase::VALUE_NOT_SET) return "it came without a value";
@@ -204,9 +205,11 @@ void checkReadsBack(const Draft& draft, const std::string& text) {
   }
   const auto meant = meaningOf(draft);
   const auto read = meaningOf(config);
-  const auto [one, other] = std::mismatch(meant.begin(), meant.end(), read.begin(), read.end());
-  if (one != meant.end()) failReadBack(fmt::format("key {}", shown(std::get<2>(*one))));
-  if (other != read.end()) failReadBack(fmt::format("key {}", shown(std::get<2>(*other))));
+  std::vector<Meaning> different;
+  const auto add = std::back_inserter(different);
+  std::set_difference(meant.begin(), meant.end(), read.begin(), read.end(), add);
+  std::set_difference(read.begin(), read.end(), meant.begin(), meant.end(), add);
+  if (!different.empty()) failReadBack("key " + shown(std::get<2>(different.front())));
 }
 
 }  // namespace discover

@@ -25,7 +25,7 @@ struct Finding {
 
 struct Draft {
   std::string target;
-  std::vector<Finding> findings;     // first seen first
+  std::vector<Finding> findings;     // in the order of Sightings::keys
   std::vector<std::string> remarks;  // a line each at the top: no newlines, 1000 bytes at most
 
   bool hasEntries() const;

@@ -21,7 +21,7 @@ namespace discover {
 // How a stream ended by itself.
 struct StreamEnd {
   grpc::Status status;
-  bool wasConnected;  // whether there was a connection at the end, so that it is the server's word
+  bool wasConnected;  // false: there was no connection at that moment
 };
 
 struct Heard {

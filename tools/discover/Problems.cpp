@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstdint>
+#include <iterator>
 #include <string_view>
 
 #include "tools/discover/Shown.h"
@@ -55,28 +57,33 @@ struct Situation {
   const Heard& heard;
 };
 
-std::string problemOfConnection(const Situation& now, const StreamEnd& end, bool hadMessages) {
-  if (hadMessages) {
-    return fmt::format(
-        "the connection to {} was lost: {}. What came before is used; listen again "
-        "when the server is back.",
-        now.target, describe(end.status));
-  }
-  return fmt::format("no meter server can be reached at {}: {}. Start it, or correct the target.",
-                     now.target, describe(end.status));
+std::string countOf(std::uint64_t messages) {
+  return messages == 1 ? "1 message" : fmt::format("{} messages", messages);
 }
 
 std::string problemOfEnd(const Situation& now, SlotSet rate, const StreamEnd& end) {
   const auto messages = now.heard.sightings.messagesOf(rate).messages;
-  if (!end.wasConnected) return problemOfConnection(now, end, messages > 0);
-  if (end.status.ok()) {
-    return fmt::format(
-        "the server ended the {} stream after {} messages. It should keep it open "
-        "and write a message whenever it has values.",
-        nameOf(rate), messages);
+  const auto status = describe(end.status);
+  if (!end.wasConnected && messages == 0) {
+    return fmt::format("no meter server can be reached at {}: {}. Start it, or correct the target.",
+                       now.target, status);
   }
-  return fmt::format("the server ended the {} stream after {} messages: {}. {}", nameOf(rate),
-                     messages, describe(end.status), remedyFor(end.status.error_code(), rate));
+  const auto ended = fmt::format("{} stream after {}", nameOf(rate), countOf(messages));
+  switch (end.status.error_code()) {
+    case StatusCode::OK:
+      return fmt::format(
+          "the server ended the {}. It should keep it open and write a message "
+          "whenever it has values.",
+          ended);
+    case StatusCode::UNAVAILABLE:
+      return fmt::format(
+          "the server or the connection has left the {}: {}. Listen again when it "
+          "is back.",
+          ended, status);
+    default:
+      return fmt::format("the server ended the {}: {}. {}", ended, status,
+                         remedyFor(end.status.error_code(), rate));
+  }
 }
 
 std::string problemOfSilence(const Situation& now, SlotSet rate) {
@@ -92,25 +99,19 @@ std::string problemOfSilence(const Situation& now, SlotSet rate) {
       nameOf(rate), now.seconds);
 }
 
-bool hasKeys(const Heard& heard, SlotSet rate) {
-  const auto& keys = heard.sightings.keys();
-  return std::any_of(keys.begin(), keys.end(),
-                     [&](const SeenKey& seen) { return seen.rate == rate; });
-}
-
 std::string problemOfMessages(const Situation& now, SlotSet rate) {
   const auto& seen = now.heard.sightings.messagesOf(rate);
   if (seen.unreadable > 0) {
     return fmt::format(
-        "{} of {} messages of the {} stream can't be read: {}. At each such message "
-        "the module loses the stream for five seconds: mend the server.",
-        seen.unreadable, seen.messages, nameOf(rate), seen.firstUnreadable);
+        "{} of {} on the {} stream can't be read: {}. At each such message the "
+        "module loses the stream for five seconds: mend the server.",
+        seen.unreadable, countOf(seen.messages), nameOf(rate), seen.firstUnreadable);
   }
-  if (seen.messages == 0 || hasKeys(now.heard, rate)) return "";
+  if (seen.messages == 0 || !now.heard.sightings.keysOf(rate).empty()) return "";
   return fmt::format(
-      "all {} messages of the {} stream were empty. Listen longer with --for, or "
-      "let the server feed this stream.",
-      seen.messages, nameOf(rate));
+      "{} came on the {} stream, but no values. Listen longer with --for, or let the "
+      "server feed this stream.",
+      countOf(seen.messages), nameOf(rate));
 }
 
 }  // namespace

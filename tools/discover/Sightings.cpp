@@ -90,7 +90,8 @@ const ValueType& typeOf(ValueCase value) {
 }
 
 void Sightings::take(standin::SlotSet rate, std::string_view message) {
-  SeenMessages& seen = streams_[indexOf(rate)].seen;
+  Stream& stream = rate == standin::SlotSet::Fast ? fast_ : slow_;
+  SeenMessages& seen = stream.messages;
   ++seen.messages;
   std::string reason;
   sonalith::grpc::Meter meter;
@@ -100,7 +101,7 @@ void Sightings::take(standin::SlotSet rate, std::string_view message) {
   } else if (!meter.ParseFromArray(message.data(), static_cast<int>(message.size()))) {
     reason = reasonAgainst(std::string(message));
   } else {
-    for (const auto& item : meter.values()) note(rate, item);
+    for (const auto& item : meter.values()) note(stream, rate, item);
     return;
   }
   if (++seen.unreadable == 1) {
@@ -108,17 +109,22 @@ void Sightings::take(standin::SlotSet rate, std::string_view message) {
   }
 }
 
-void Sightings::note(standin::SlotSet rate, const sonalith::grpc::KeyValue& item) {
-  Stream& stream = streams_[indexOf(rate)];
-  const auto [place, isNew] = stream.places.try_emplace(item.key(), keys_.size());
-  if (isNew) keys_.push_back({.rate = rate, .key = item.key(), .types = {}});
-  SeenKey& seen = keys_[place->second];
+void Sightings::note(Stream& stream, standin::SlotSet rate, const sonalith::grpc::KeyValue& item) {
+  const auto [place, isNew] = stream.places.try_emplace(item.key(), stream.keys.size());
+  if (isNew) stream.keys.push_back({.rate = rate, .key = item.key(), .types = {}});
+  SeenKey& seen = stream.keys[place->second];
   const auto type = item.value().value_case();
   if (std::find(seen.types.begin(), seen.types.end(), type) == seen.types.end()) {
     seen.types.push_back(type);
   }
-  if (seen.lastMessage != stream.seen.messages) ++seen.messages;
-  seen.lastMessage = stream.seen.messages;
+  if (seen.lastMessage != stream.messages.messages) ++seen.messages;
+  seen.lastMessage = stream.messages.messages;
+}
+
+std::vector<SeenKey> Sightings::keys() const {
+  std::vector<SeenKey> keys = fast_.keys;
+  keys.insert(keys.end(), slow_.keys.begin(), slow_.keys.end());
+  return keys;
 }
 
 }  // namespace discover

@@ -4,7 +4,6 @@
 // Threads: one at a time.
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -53,29 +52,31 @@ class Sightings {
   // The largest message that a gRPC client takes unless it is told otherwise, as the module is not.
   static constexpr std::size_t messageLimit = std::size_t{4} * 1024 * 1024;
 
-  // Takes in one message of a stream.
+  // Takes in one message of a stream, Fast or Slow.
   void take(standin::SlotSet rate, std::string_view message);
 
-  // First seen first.
-  const std::vector<SeenKey>& keys() const { return keys_; }
+  // Of one stream, first seen first.
+  const std::vector<SeenKey>& keysOf(standin::SlotSet rate) const { return streamOf(rate).keys; }
 
-  const SeenMessages& messagesOf(standin::SlotSet rate) const {
-    return streams_[indexOf(rate)].seen;
-  }
+  // Those of the fast stream, then those of the slow one: which stream is ahead is mere chance.
+  std::vector<SeenKey> keys() const;
+
+  const SeenMessages& messagesOf(standin::SlotSet rate) const { return streamOf(rate).messages; }
 
  private:
   struct Stream {
-    SeenMessages seen;
-    std::unordered_map<std::string, std::size_t> places;  // of its keys in keys_
+    SeenMessages messages;
+    std::vector<SeenKey> keys;
+    std::unordered_map<std::string, std::size_t> places;  // of the keys
   };
 
-  static std::size_t indexOf(standin::SlotSet rate) {
-    return rate == standin::SlotSet::Fast ? 0 : 1;
+  const Stream& streamOf(standin::SlotSet rate) const {
+    return rate == standin::SlotSet::Fast ? fast_ : slow_;
   }
-  void note(standin::SlotSet rate, const sonalith::grpc::KeyValue& item);
+  static void note(Stream& stream, standin::SlotSet rate, const sonalith::grpc::KeyValue& item);
 
-  std::vector<SeenKey> keys_;
-  std::array<Stream, 2> streams_;
+  Stream fast_;
+  Stream slow_;
 };
 
 }  // namespace discover

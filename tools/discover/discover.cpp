@@ -47,8 +47,9 @@ constexpr char manual[] =
     "  target, seconds   as given\n"
     "  streams           of each: rate (fast, slow), messages, unreadable\n"
     "  problems          what went wrong with streams, a text each\n"
-    "  keys              first seen first, of each: rate, key, type, types, messages (in which it\n"
-    "                    was), carried, then reason if it is not, and customKey if it has one\n"
+    "  keys              fast before slow and first seen first, of each: rate, key, type, types,\n"
+    "                    messages (in which it was), carried, then reason if it is not, and\n"
+    "                    customKey if it has one\n"
     "type is string, int, uint, float, double, \"float array\", \"int array\", \"uint array\", "
     "none\n"
     "(no value) or several; types has them all.\n"
@@ -151,9 +152,10 @@ int failWithoutEntries(const Draft& draft) {
 
 int report(const Options& options, const Heard& heard) {
   const auto problems = problemsOf(options.target, options.seconds, heard);
-  if (heard.sightings.keys().empty()) return failWithoutKeys(problems);
+  const auto keys = heard.sightings.keys();
+  if (keys.empty()) return failWithoutKeys(problems);
   for (const auto& problem : problems) say("warning: " + problem);
-  const Draft draft = draftOf(options.target, heard.sightings.keys(), options.customKeys);
+  const Draft draft = draftOf(options.target, keys, options.customKeys);
   if (!options.json && !draft.hasEntries()) return failWithoutEntries(draft);
   write(options.json ? documentOf(options, draft, heard, problems)
                      : configurationOf(options, draft, problems));

@@ -1,4 +1,5 @@
-// gatewayctl discover: listens to a meter server, and writes a configuration with all that it sends.
+// gatewayctl discover: listens to a meter server, and writes a configuration with all that it
+// sends.
 //
 // Its `--help` is its manual: options and the JSON document are described in discover.cpp.
 #pragma once

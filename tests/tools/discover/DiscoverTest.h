@@ -64,7 +64,8 @@ class DiscoverTest : public GatewayTest {
   // What is said of streams that ended so.
   static std::string remarkOfEnd(const std::string& rate, int messages) {
     return "the server ended the " + rate + " stream after " + std::to_string(messages) +
-           " messages. It should keep it open and write a message whenever it has values.";
+           (messages == 1 ? " message" : " messages") +
+           ". It should keep it open and write a message whenever it has values.";
   }
 
   // The beginning of each configuration from such a run.

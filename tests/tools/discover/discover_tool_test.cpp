@@ -86,26 +86,27 @@ TEST_F(DiscoverTool, TellsInCommentsWhyAKeyHasNoEntry) {
                     Batch().addInt("both", 1).addWithoutValue("now and then")},
                    {}));
   EXPECT_EQ(result.exitCode, 0);
-  EXPECT_EQ(
-      result.output,
-      remarks(2, 0) + settings("true", "false") +
-          "\n[MetersFloat]\nMeter=Key=fine Type=fast\n"
-          "\n; Not carried:\n"
-          "; fast \"both\": it came with several types, float, int; an entry has one.\n"
-          "; fast \"now and then\": it came with several types, float, none; an entry has one.\n"
-          "; fast \"a=b\": a configuration can't hold a key with \"=\".\n"
-          "; fast \"\": an entry needs a key, and this one is empty.\n"
-          "; fast \"two\\nlines\": a configuration can't hold a key with newline.\n"
-          "; fast \"n\\u0000l\": a configuration can't hold a key with NUL.\n"
-          "; fast \"" +
-          std::string(100, 'x') +
-          "\"...: its line would have 1120 bytes, and lines end at 1023.\n"
-          "; fast \"spectrum\": the module does not carry type float array.\n"
-          "; fast \"ints\": the module does not carry type int array.\n"
-          "; fast \"uints\": the module does not carry type uint array.\n"
-          "; fast \"precise\": the module does not carry type double.\n"
-          "; fast \"unset\": it came without a value.\n"
-          "; fast \"bare\": it came without a value.\n");
+  EXPECT_EQ(result.output,
+            remarks(2, 0) + settings("true", "false") +
+                "\n[MetersFloat]\nMeter=Key=fine Type=fast\n"
+                "\n; Not carried:\n"
+                "; fast \"both\": it came with several types, float, int; an entry has one: write "
+                "it by hand.\n"
+                "; fast \"now and then\": it came with several types, float, none; an entry has "
+                "one: write it by hand.\n"
+                "; fast \"a=b\": a configuration can't hold a key with \"=\".\n"
+                "; fast \"\": an entry needs a key, and this one is empty.\n"
+                "; fast \"two\\nlines\": a configuration can't hold a key with newline.\n"
+                "; fast \"n\\u0000l\": a configuration can't hold a key with NUL.\n"
+                "; fast \"" +
+                std::string(100, 'x') +
+                "\"...: its line would have 1120 bytes, and lines end at 1023.\n"
+                "; fast \"spectrum\": the module does not carry type float array.\n"
+                "; fast \"ints\": the module does not carry type int array.\n"
+                "; fast \"uints\": the module does not carry type uint array.\n"
+                "; fast \"precise\": the module does not carry type double.\n"
+                "; fast \"unset\": it came without a value.\n"
+                "; fast \"bare\": it came without a value.\n");
 }
 
 TEST_F(DiscoverTool, NamesSlotsAfterTheirKeys) {
@@ -117,16 +118,17 @@ TEST_F(DiscoverTool, NamesSlotsAfterTheirKeys) {
                                         .addFloat("\xc3\xa4", 1)},
                                    {Batch().addFloat("out_level", 1)}),
                            {"--custom-keys"});
-  EXPECT_EQ(result.output, remarks(1, 1) + settings() +
-                               "\n[MetersFloat]\n"
-                               "Meter=Key=out.level Type=fast CustomKey=out_level\n"
-                               "Meter=Key=gateway_float_3 Type=fast CustomKey=gateway_float_3_2\n"
-                               "Meter=Key=\xc3\xa4 Type=fast CustomKey=meter\n"
-                               "Meter=Key=out_level Type=slow CustomKey=out_level\n"
-                               "\n[MetersInt]\n"
-                               "Meter=Key=\"out level\" Type=fast CustomKey=out_level_2\n"
-                               "\n; Not carried:\n"
-                               "; fast \"=\": a configuration can't hold a key with \"=\".\n");
+  EXPECT_EQ(result.output,
+            remarks(1, 1) + settings() +
+                "\n[MetersFloat]\n"
+                "Meter=Key=out.level Type=fast CustomKey=out_level\n"
+                "Meter=Key=gateway_float_3 Type=fast CustomKey=meter_gateway_float_3\n"
+                "Meter=Key=\xc3\xa4 Type=fast CustomKey=meter\n"
+                "Meter=Key=out_level Type=slow CustomKey=out_level\n"
+                "\n[MetersInt]\n"
+                "Meter=Key=\"out level\" Type=fast CustomKey=out_level_2\n"
+                "\n; Not carried:\n"
+                "; fast \"=\": a configuration can't hold a key with \"=\".\n");
 }
 
 TEST_F(DiscoverTool, WritesAJsonDocumentInstead) {
@@ -191,7 +193,7 @@ TEST_F(DiscoverTool, WritesAJsonDocumentInstead) {
       ],
       "messages": 1,
       "carried": false,
-      "reason": "it came with several types, int, string; an entry has one"
+      "reason": "it came with several types, int, string; an entry has one: write it by hand"
     }
   ]
 }

@@ -16,9 +16,13 @@ class RoundTrip : public DiscoverTest {
     servers.waitEvent("open slow ");
   }
 
-  // Whether the slot comes to hold the value.
-  bool comes(SlotSet set, const std::string& name, const SlotValue& value) {
-    return host.waitUntil([&] { return instance.slot(set, name).read() == value; });
+  // Whether the slot comes to hold the text. What stands before it in the message has come by then.
+  bool comes(SlotSet set, const std::string& name, const std::string& text) {
+    return host.waitUntil([&] { return read(set, name) == SlotValue(text); });
+  }
+
+  SlotValue read(SlotSet set, const std::string& name) const {
+    return instance.slot(set, name).read();
   }
 };
 
@@ -98,39 +102,40 @@ TEST_F(RoundTrip, NastyKeysArriveInTheirSlots) {
 TEST_F(RoundTrip, EachTypeAndRateArrivesInItsSlot) {
   const auto batch = [](int number) {
     return Batch()
-        .addString("key", "text " + std::to_string(number))
         .addInt("a key", -number)
         .addUint("a.key", static_cast<std::uint32_t>(number))
-        .addFloat("a_key", static_cast<float>(number) / 2);
+        .addFloat("a_key", static_cast<float>(number) / 2)
+        .addString("key", "text " + std::to_string(number));
   };
   const auto result = hear(sending({batch(0)}, {batch(0)}), {"--custom-keys"});
   startWith(result.output);
   servers.command("send fast " + batch(3).hex());
   servers.command("send slow " + batch(7).hex());
   for (const auto& [set, number] : {std::pair(SlotSet::Fast, 3), std::pair(SlotSet::Slow, 7)}) {
-    // In the order of the message, so that the first two give the names to those behind them.
     EXPECT_TRUE(comes(set, "key", "text " + std::to_string(number)));
-    EXPECT_TRUE(comes(set, "a_key", -number));
-    EXPECT_TRUE(comes(set, "a_key_2", static_cast<std::uint32_t>(number)));
-    EXPECT_TRUE(comes(set, "a_key_3", static_cast<float>(number) / 2));
+    EXPECT_EQ(read(set, "a_key"), SlotValue(-number));
+    EXPECT_EQ(read(set, "a_key_2"), SlotValue(static_cast<std::uint32_t>(number)));
+    EXPECT_EQ(read(set, "a_key_3"), SlotValue(static_cast<float>(number) / 2));
   }
   instance.stop();
 }
 
 TEST_F(RoundTrip, WhatIsNotCarriedDoesNotHarmTheRest) {
-  const auto batch = [](float value) {
+  const auto batch = [](float value, const std::string& text) {
     return Batch()
         .addFloat("a=b\r\n[Meters]\nTarget=elsewhere", value)
         .addFloat(std::string(5000, ';'), value)
         .add("\n\n", [](auto& any) { any.mutable_afloat(); })
-        .addFloat("level", value);
+        .addFloat("level", value)
+        .addString("state", text);
   };
-  const auto result = hear(sending({batch(1)}, {Batch().addInt("a", 1)}));
+  const auto result = hear(sending({batch(1, "")}, {Batch().addInt("a", 1)}));
   EXPECT_EQ(result.exitCode, 0);
   startWith(result.output);
-  ASSERT_EQ(instance.slots(SlotSet::Fast).size(), 1u);
-  servers.command("send fast " + batch(2.5f).hex());
-  EXPECT_TRUE(comes(SlotSet::Fast, "gateway_float_0", 2.5f));
+  ASSERT_EQ(instance.slots(SlotSet::Fast).size(), 2u);
+  servers.command("send fast " + batch(2.5f, "running").hex());
+  EXPECT_TRUE(comes(SlotSet::Fast, "gateway_string_0", "running"));
+  EXPECT_EQ(read(SlotSet::Fast, "gateway_float_0"), SlotValue(2.5f));
   instance.stop();
 }
 

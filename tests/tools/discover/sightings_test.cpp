@@ -23,12 +23,12 @@ std::string meter(const std::string& key, ValueCase type = ValueCase::kSint) {
 
 TEST(SightingsOf, AKeyAreThoseOfItsStream) {
   Sightings sightings;
-  sightings.take(SlotSet::Fast, meter("a"));
   sightings.take(SlotSet::Slow, meter("b"));
+  sightings.take(SlotSet::Fast, meter("a"));
   sightings.take(SlotSet::Slow, meter("a", ValueCase::kSfloat));
   sightings.take(SlotSet::Slow, meter("a", ValueCase::kSint));
   sightings.take(SlotSet::Slow, meter("a", ValueCase::kSfloat));
-  const auto& keys = sightings.keys();
+  const auto keys = sightings.keys();
   ASSERT_EQ(keys.size(), 3u);
   EXPECT_EQ(keys[0].key, "a");
   EXPECT_EQ(keys[0].rate, SlotSet::Fast);
