@@ -41,6 +41,7 @@ pid_t spawn(const std::vector<std::string>& arguments, const Streams& streams, T
   std::vector<std::string> texts{"gatewayctl"};
   texts.insert(texts.end(), arguments.begin(), arguments.end());
   std::vector<char*> pointers;
+  pointers.reserve(texts.size() + 1);
   for (auto& text : texts) pointers.push_back(text.data());
   pointers.push_back(nullptr);
   const pid_t parent = getpid();

@@ -56,10 +56,8 @@ std::string lineOf(const Finding& finding) {
 
 std::string complaintAboutTypes(const std::vector<ValueCase>& types) {
   if (types.size() > 1) {
-    std::vector<std::string_view> names;
-    for (const auto type : types) names.push_back(typeOf(type).name);
     return fmt::format("it came with several types, {}; an entry has one: write it by hand",
-                       fmt::join(names, ", "));
+                       fmt::join(namesOf(types), ", "));
   }
   const ValueType& type = typeOf(types.front());
   if (type.value == ValueCase::VALUE_NOT_SET) return "it came without a value";

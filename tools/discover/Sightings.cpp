@@ -18,15 +18,15 @@ using google::protobuf::io::CodedInputStream;
 using sonalith::grpc::AnyValue;
 
 constexpr ValueType typeTable[] = {
-    {AnyValue::kSfloat, "float", "MetersFloat", SONALITH_SLOT_FLOAT},
-    {AnyValue::kSint, "int", "MetersInt", SONALITH_SLOT_INT},
-    {AnyValue::kSuint, "uint", "MetersUint", SONALITH_SLOT_UINT},
-    {AnyValue::kSstring, "string", "MetersString", SONALITH_SLOT_STRING},
-    {AnyValue::kAfloat, "float array", ""},
-    {AnyValue::kAint, "int array", ""},
-    {AnyValue::kAuint, "uint array", ""},
-    {AnyValue::kSdouble, "double", ""},
-    {AnyValue::VALUE_NOT_SET, "none", ""},
+    {"float", "MetersFloat", AnyValue::kSfloat, SONALITH_SLOT_FLOAT},
+    {"int", "MetersInt", AnyValue::kSint, SONALITH_SLOT_INT},
+    {"uint", "MetersUint", AnyValue::kSuint, SONALITH_SLOT_UINT},
+    {"string", "MetersString", AnyValue::kSstring, SONALITH_SLOT_STRING},
+    {"float array", "", AnyValue::kAfloat},
+    {"int array", "", AnyValue::kAint},
+    {"uint array", "", AnyValue::kAuint},
+    {"double", "", AnyValue::kSdouble},
+    {"none", "", AnyValue::VALUE_NOT_SET},
 };
 
 // The payloads of a message's field of that number, which has to be of the kind that has a length.
@@ -87,6 +87,13 @@ std::span<const ValueType> valueTypes() {
 const ValueType& typeOf(ValueCase value) {
   return *std::find_if(std::begin(typeTable), std::end(typeTable) - 1,
                        [&](const ValueType& type) { return type.value == value; });
+}
+
+std::vector<std::string_view> namesOf(const std::vector<ValueCase>& types) {
+  std::vector<std::string_view> names;
+  names.reserve(types.size());
+  for (const auto type : types) names.push_back(typeOf(type).name);
+  return names;
 }
 
 void Sightings::take(standin::SlotSet rate, std::string_view message) {

@@ -21,15 +21,17 @@ using ValueCase = sonalith::grpc::AnyValue::ValueCase;
 
 // A member of the wire's AnyValue.
 struct ValueType {
-  ValueCase value;
   std::string_view name;     // for people and programs: "float", "float array"
   std::string_view section;  // of the entries that carry it; empty for what the module passes over
+  ValueCase value;
   std::uint32_t slotType = 0;  // SONALITH_SLOT_..., with a section
 };
 
 // Every member has its row, also the missing value. In the order in which sections are written.
 std::span<const ValueType> valueTypes();
 const ValueType& typeOf(ValueCase value);
+
+std::vector<std::string_view> namesOf(const std::vector<ValueCase>& types);
 
 // One key of one stream.
 struct SeenKey {

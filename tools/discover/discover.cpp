@@ -87,8 +87,7 @@ Ending waitForEnd(const tools::SignalDescriptor& signals, const Listener& listen
 // ---- Writing --------------------------------------------------------------------------------
 
 ordered_json jsonOf(const Finding& finding) {
-  std::vector<std::string_view> types;
-  for (const auto type : finding.seen.types) types.push_back(typeOf(type).name);
+  const auto types = namesOf(finding.seen.types);
   ordered_json key{{"rate", nameOf(finding.seen.rate)},
                    {"key", finding.seen.key},
                    {"type", types.size() == 1 ? types.front() : "several"},
