@@ -46,7 +46,7 @@ SignalDescriptor::~SignalDescriptor() {
 
 std::vector<std::string> InputLines::take() {
   std::array<char, 65536> chunk;
-  const auto count = read(STDIN_FILENO, chunk.data(), chunk.size());
+  const auto count = read(descriptor_, chunk.data(), chunk.size());
   if (count <= 0) {
     ended_ = true;
     if (unfinished_.empty()) return {};

@@ -6,6 +6,8 @@
 // A moment of Clock::time_point::max() stands for never.
 #pragma once
 
+#include <unistd.h>
+
 #include <chrono>
 #include <optional>
 #include <string>
@@ -35,10 +37,13 @@ class SignalDescriptor {
   int descriptor_;
 };
 
-// Standard input, a line at a time. There should be only one at a time: what it has read and not
-// handed over yet is lost with it.
+// Standard input, or what another descriptor gives, a line at a time. There should be only one of a
+// descriptor at a time: what it has read and not handed over yet is lost with it.
 class InputLines {
  public:
+  // Borrows the descriptor.
+  explicit InputLines(int descriptor = STDIN_FILENO) : descriptor_(descriptor) {}
+
   // Reads once, which blocks unless something has arrived, and hands over the lines that are whole
   // now, without their ends. The end of the input makes a last line whole; an error counts as that
   // end.
@@ -48,6 +53,7 @@ class InputLines {
   bool ended() const { return ended_; }
 
  private:
+  int descriptor_;
   std::string unfinished_;  // what has come behind the last whole line
   bool ended_ = false;
 };
@@ -55,8 +61,8 @@ class InputLines {
 enum class Arrival { Nothing, Signal, Input };
 
 // Waits until a signal comes, `input` has something to take or the moment `until` has come. It may
-// return Nothing before that moment. A signal goes before input. Without `input`, or when that has
-// ended, standard input is left alone.
+// return Nothing before that moment. A signal goes before input. `input` is that of standard input;
+// without it, or when it has ended, standard input is left alone.
 Arrival waitFor(const SignalDescriptor& signals, const InputLines* input, Clock::time_point until);
 
 }  // namespace tools

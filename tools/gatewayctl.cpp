@@ -9,6 +9,8 @@
 #include <CLI/CLI.hpp>
 #include <exception>
 
+#include "tools/demo/demo.h"
+#include "tools/discover/discover.h"
 #include "tools/host/host.h"
 #include "tools/sim/sim.h"
 
@@ -18,6 +20,8 @@ int main(int argc, char** argv) {
   CLI::App app("Tools around the grpc-gateway module.", "gatewayctl");
   app.require_subcommand(1);
   int exitCode = 0;
+  addDemo(app, exitCode);
+  addDiscover(app, exitCode);
   addHost(app, exitCode);
   addSim(app, exitCode);
 

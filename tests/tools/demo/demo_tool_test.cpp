@@ -1,0 +1,224 @@
+// gatewayctl demo, as a person or a script uses it, and that it leaves nothing behind.
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <charconv>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <sstream>
+
+#include "tests/support/SimProcess.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string textOf(const fs::path& path) {
+  std::ostringstream text;
+  text << std::ifstream(path, std::ios::binary).rdbuf();
+  return text.str();
+}
+
+// Processes are known by a variable of their environment, which they hand on to their children, and
+// temporary files by the folder that they are told to use.
+class DemoTool : public ::testing::Test {
+ protected:
+  DemoTool() { setenv("TMPDIR", folder.path("").c_str(), 1); }
+  ~DemoTool() override { unsetenv("TMPDIR"); }
+
+  std::string mark() const { return "TMPDIR=" + folder.path("") + std::string(1, '\0'); }
+
+  // A file is open or not by what /proc says, and so a process may be gone while it is looked at.
+  std::vector<pid_t> processes() const {
+    std::vector<pid_t> found;
+    for (const auto& entry : fs::directory_iterator("/proc")) {
+      const std::string name = entry.path().filename();
+      pid_t pid = 0;
+      const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), pid);
+      if (error != std::errc() || pid == getpid()) continue;
+      if (textOf(entry.path() / "environ").find(mark()) != std::string::npos) found.push_back(pid);
+    }
+    return found;
+  }
+
+  // The one that runs the sub-command.
+  pid_t processOf(const std::string& subCommand) const {
+    for (const pid_t pid : processes()) {
+      const std::string line = textOf(fs::path("/proc") / std::to_string(pid) / "cmdline");
+      if (line.find('\0' + subCommand + '\0') != std::string::npos) return pid;
+    }
+    throw std::runtime_error("no process runs " + subCommand);
+  }
+
+  void expectNothingLeft() const {
+    EXPECT_EQ(processes(), std::vector<pid_t>{});
+    EXPECT_TRUE(fs::is_empty(folder.path("")));
+  }
+
+  static void waitForValues(ToolProcess& demo) {
+    demo.waitLine("fast out_level ");
+    demo.waitLine("fast out_level ");
+  }
+
+  TemporaryFolder folder;
+};
+
+// Becomes readable at the end of a process, which need not be a child.
+class EndOf {
+ public:
+  explicit EndOf(pid_t pid) : descriptor_(static_cast<int>(syscall(SYS_pidfd_open, pid, 0))) {}
+  ~EndOf() { close(descriptor_); }
+  EndOf(const EndOf&) = delete;
+  EndOf& operator=(const EndOf&) = delete;
+
+  bool comes() const {
+    pollfd source{descriptor_, POLLIN, 0};
+    return poll(&source, 1, static_cast<int>(std::chrono::milliseconds(patience).count())) == 1;
+  }
+
+ private:
+  int descriptor_;
+};
+
+TEST_F(DemoTool, ShowsValuesThatMove) {
+  ToolProcess demo({"demo", "--watch-rate", "20"});
+  EXPECT_EQ(demo.waitLine("fast out_level "), "fast out_level -60.5");
+  const std::string second = demo.waitLine("fast out_level ");
+  EXPECT_NE(second, "fast out_level -60.5");
+  EXPECT_NE(demo.waitLine("fast out_level "), second);
+  demo.waitLine("slow dsp_state ");
+  demo.writeLine("quit");
+  EXPECT_EQ(demo.waitExit(), 0);
+  EXPECT_NE(demo.errors().find("Completion queue flush ended"), std::string::npos);
+  expectNothingLeft();
+}
+
+TEST_F(DemoTool, ShowsChangesThatArrive) {
+  ToolProcess demo({"demo", "--set", "out_gain=-6.5", "--set", "preset=loud"});
+  EXPECT_EQ(demo.waitLine("simulator: SetParams 1 out.gain"),
+            "simulator: SetParams 1 out.gain float -6.5");
+  EXPECT_EQ(demo.waitLine("simulator: SetParams 1 preset"),
+            "simulator: SetParams 1 preset string loud");
+  demo.writeLine("set out_gain 2");
+  EXPECT_EQ(demo.waitLine("simulator: SetParams 2 "), "simulator: SetParams 2 out.gain float 2");
+  demo.writeLine("quit");
+  EXPECT_EQ(demo.waitExit(), 0);
+  expectNothingLeft();
+}
+
+TEST_F(DemoTool, EndsByItself) {
+  ToolProcess demo({"demo", "--for", "0", "--set", "out_gain=1"});
+  EXPECT_EQ(demo.waitExit(), 0);
+  expectNothingLeft();
+}
+
+TEST_F(DemoTool, PrintsNoChangesWhenItIsTold) {
+  ToolProcess demo({"demo", "--no-watch"});
+  demo.writeLine("set out_gain 1");
+  demo.waitLine("simulator: SetParams 1 ");
+  demo.writeLine("quit");
+  EXPECT_EQ(demo.waitExit(), 0);
+  EXPECT_EQ(demo.lines(), std::vector<std::string>{"simulator: SetParams 1 out.gain float 1"});
+}
+
+TEST_F(DemoTool, StopsTheModuleAtASignalToItAlone) {
+  for (const int signal : {SIGINT, SIGTERM}) {
+    ToolProcess demo({"demo"});
+    waitForValues(demo);
+    demo.signal(signal);
+    EXPECT_EQ(demo.waitExit(), 130);
+    EXPECT_NE(demo.errors().find("Completion queue flush ended"), std::string::npos);
+    EXPECT_EQ(demo.errors().find("simulator"), demo.errors().find("simulator tells"));
+    expectNothingLeft();
+  }
+}
+
+// As the keys of a terminal do.
+TEST_F(DemoTool, StopsAtASignalToBothProcesses) {
+  ToolProcess demo({"demo"});
+  waitForValues(demo);
+  kill(processOf("host"), SIGINT);
+  demo.signal(SIGINT);
+  EXPECT_EQ(demo.waitExit(), 130);
+  EXPECT_NE(demo.errors().find("Completion queue flush ended"), std::string::npos);
+  expectNothingLeft();
+}
+
+TEST_F(DemoTool, KeepsTheSimulatorOutOfTheTerminalsSignals) {
+  ToolProcess demo({"demo"});
+  waitForValues(demo);
+  EXPECT_EQ(getsid(processOf("sim")), processOf("sim"));
+  EXPECT_EQ(getpgid(processOf("host")), getpgid(processOf("demo")));
+  demo.writeLine("quit");
+  EXPECT_EQ(demo.waitExit(), 0);
+}
+
+TEST_F(DemoTool, GoesOnAndSaysSoWhenTheSimulatorDies) {
+  ToolProcess demo({"demo"});
+  waitForValues(demo);
+  const EndOf simulator(processOf("sim"));
+  kill(processOf("sim"), SIGKILL);
+  ASSERT_TRUE(simulator.comes());
+  demo.writeLine("slots");
+  demo.writeLine("quit");
+  EXPECT_EQ(demo.waitExit(), 0);
+  EXPECT_NE(demo.errors().find("gatewayctl demo: the simulator is gone, it was ended by signal 9: "
+                               "no value and no change arrives any more. End by Ctrl-C or quit.\n"),
+            std::string::npos);
+  expectNothingLeft();
+}
+
+TEST_F(DemoTool, FailsWhenTheHostDies) {
+  ToolProcess demo({"demo"});
+  waitForValues(demo);
+  kill(processOf("host"), SIGKILL);
+  EXPECT_EQ(demo.waitExit(), 1);
+  EXPECT_NE(demo.errors().find("gatewayctl demo: the host is gone: it was ended by signal 9\n"),
+            std::string::npos);
+  expectNothingLeft();
+}
+
+TEST_F(DemoTool, LeavesNothingBehindWhenItIsKilled) {
+  std::optional<EndOf> simulator;
+  std::optional<EndOf> host;
+  {
+    ToolProcess demo({"demo"});
+    waitForValues(demo);
+    simulator.emplace(processOf("sim"));
+    host.emplace(processOf("host"));
+    demo.signal(SIGKILL);
+    EXPECT_EQ(demo.waitExit(), 128 + SIGKILL);
+  }
+  EXPECT_TRUE(simulator->comes());
+  EXPECT_TRUE(host->comes());
+  expectNothingLeft();
+}
+
+TEST_F(DemoTool, HandsOnWhatTheHostRefuses) {
+  ToolProcess unknown({"demo", "--set", "gian=1"});
+  EXPECT_EQ(unknown.waitExit(), 1);
+  EXPECT_NE(unknown.errors().find("no engine slot \"gian\""), std::string::npos);
+  ToolProcess wrong({"demo", "--watch-rate", "1000"});
+  EXPECT_EQ(wrong.waitExit(), 2);
+  EXPECT_NE(wrong.errors().find("--watch-rate"), std::string::npos);
+  expectNothingLeft();
+}
+
+TEST_F(DemoTool, GivesTwoForWrongUse) {
+  for (const std::vector<std::string>& arguments :
+       std::vector<std::vector<std::string>>{{"demo", "--bogus"},
+                                             {"demo", "--no-watch", "--watch-rate", "2"},
+                                             {"demo", "--no-page", "--page", "127.0.0.1:0"}}) {
+    ToolProcess demo(arguments);
+    EXPECT_EQ(demo.waitExit(), 2);
+    EXPECT_NE(demo.errors(), "");
+  }
+}
+
+}  // namespace

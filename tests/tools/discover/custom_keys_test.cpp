@@ -1,0 +1,54 @@
+// Names of slots that are made of keys.
+#include "tools/discover/CustomKeys.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using discover::CustomKeys;
+using standin::SlotSet;
+
+std::string nameOfOne(const std::string& key) {
+  return CustomKeys().nameFor(SlotSet::Fast, key);
+}
+
+TEST(CustomKeysOf, AreTheWordsOfTheKey) {
+  EXPECT_EQ(nameOfOne("out.level"), "out_level");
+  EXPECT_EQ(nameOfOne("  a - b  "), "a_b");
+  EXPECT_EQ(nameOfOne("__a__"), "a");
+  EXPECT_EQ(nameOfOne("Ch1/Peak dB"), "Ch1_Peak_dB");
+  EXPECT_EQ(nameOfOne("gr\xc3\xb6\xc3\x9f"
+                      "e"),
+            "gr_e");
+}
+
+TEST(CustomKeysOf, HaveAWordInAnyCase) {
+  EXPECT_EQ(nameOfOne("\xc3\xa4"), "meter");
+  EXPECT_EQ(nameOfOne("..."), "meter");
+}
+
+TEST(CustomKeysOf, AreUniqueInTheirSet) {
+  CustomKeys names;
+  EXPECT_EQ(names.nameFor(SlotSet::Fast, "a.b"), "a_b");
+  EXPECT_EQ(names.nameFor(SlotSet::Fast, "a b"), "a_b_2");
+  EXPECT_EQ(names.nameFor(SlotSet::Fast, "a_b_2"), "a_b_2_2");
+  EXPECT_EQ(names.nameFor(SlotSet::Fast, "a-b"), "a_b_3");
+  EXPECT_EQ(names.nameFor(SlotSet::Slow, "a-b"), "a_b");
+}
+
+TEST(CustomKeysOf, AreNoneThatTheModuleMakesUp) {
+  CustomKeys names;
+  EXPECT_EQ(names.nameFor(SlotSet::Fast, "gateway_float_3"), "meter_gateway_float_3");
+  EXPECT_EQ(names.nameFor(SlotSet::Fast, "gateway.int"), "meter_gateway_int");
+  EXPECT_EQ(names.nameFor(SlotSet::Fast, "gateway int"), "meter_gateway_int_2");
+  EXPECT_EQ(names.nameFor(SlotSet::Fast, "gateway"), "gateway");
+}
+
+TEST(CustomKeysOf, FitTheirSlotAlsoWithANumber) {
+  CustomKeys names;
+  const std::string key(150, 'k');
+  EXPECT_EQ(names.nameFor(SlotSet::Fast, key), std::string(99, 'k'));
+  EXPECT_EQ(names.nameFor(SlotSet::Fast, key + "1"), std::string(97, 'k') + "_2");
+}
+
+}  // namespace

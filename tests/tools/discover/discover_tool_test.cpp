@@ -1,0 +1,227 @@
+// gatewayctl discover against a server that does well: what it writes, as a whole.
+#include <csignal>
+
+#include "tests/tools/discover/DiscoverTest.h"
+
+namespace {
+
+class DiscoverTool : public DiscoverTest {};
+
+TEST_F(DiscoverTool, WritesAnEntryForEachKeyUnderTheSectionOfItsType) {
+  const auto result =
+      hear(sending({Batch().addFloat("out.level", -3).addUint("frames", 7).addFloat("in.level", 0),
+                    Batch().addFloat("out.level", -2).addString("name", "")},
+                   {Batch().addInt("queue.length", -1).addString("dsp state", "ready")}));
+  EXPECT_EQ(result.exitCode, 0);
+  EXPECT_EQ(result.output, remarks(2, 1) + settings() +
+                               "\n[MetersFloat]\n"
+                               "Meter=Key=out.level Type=fast\n"
+                               "Meter=Key=in.level Type=fast\n"
+                               "\n[MetersInt]\n"
+                               "Meter=Key=queue.length Type=slow\n"
+                               "\n[MetersUint]\n"
+                               "Meter=Key=frames Type=fast\n"
+                               "\n[MetersString]\n"
+                               "Meter=Key=name Type=fast\n"
+                               "Meter=Key=\"dsp state\" Type=slow\n");
+  EXPECT_EQ(result.errors, "gatewayctl discover: warning: " + remarkOfEnd("fast", 2) +
+                               "\ngatewayctl discover: warning: " + remarkOfEnd("slow", 1) + "\n");
+}
+
+// The one run that goes on to the end of its time: enough for the streams to open.
+TEST_F(DiscoverTool, EndsAfterTheTimeAndHasNothingToRemarkOnOpenStreams) {
+  ToolProcess tool({"discover", servers.metersTarget(), "--for", "10"});
+  servers.waitEvent("open fast 1 ");
+  servers.waitEvent("open slow 1 ");
+  servers.command("send fast " + Batch().addFloat("a", 1).hex());
+  servers.command("send slow " + Batch().addFloat("b", 1).hex());
+  const auto result = resultOf(tool);
+  EXPECT_EQ(result.exitCode, 0);
+  EXPECT_EQ(result.output,
+            "; What a meter server sent within 10 seconds, written by gatewayctl discover.\n\n" +
+                settings() + "\n[MetersFloat]\nMeter=Key=a Type=fast\nMeter=Key=b Type=slow\n");
+  EXPECT_EQ(result.errors, "");
+}
+
+TEST_F(DiscoverTool, AsksAsTheModuleDoes) {
+  ToolProcess tool({"discover", servers.metersTarget(), "--for", longTime});
+  EXPECT_EQ(servers.waitEvent("open fast "), "open fast 1 - deadline=none metadata=-");
+  EXPECT_EQ(servers.waitEvent("open slow "), "open slow 1 - deadline=none metadata=-");
+  tool.signal(SIGTERM);
+  tool.waitExit();
+}
+
+TEST_F(DiscoverTool, WritesAKeyOnBothStreamsTwice) {
+  const auto result = hear(sending({Batch().addInt("a", 1)}, {Batch().addInt("a", 1)}));
+  EXPECT_EQ(result.output, remarks(1, 1) + settings() +
+                               "\n[MetersInt]\nMeter=Key=a Type=fast\nMeter=Key=a Type=slow\n");
+}
+
+TEST_F(DiscoverTool, EnablesTheStreamsThatHaveEntries) {
+  const auto addDouble = [](auto& any) { any.set_sdouble(1); };
+  const auto result = hear(sending({Batch().add("d", addDouble)}, {Batch().addInt("a", 1)}));
+  EXPECT_EQ(result.output, remarks(1, 1) + settings("false", "true") +
+                               "\n[MetersInt]\nMeter=Key=a Type=slow\n"
+                               "\n; Not carried:\n"
+                               "; fast \"d\": the module does not carry type double.\n");
+}
+
+TEST_F(DiscoverTool, TellsInCommentsWhyAKeyHasNoEntry) {
+  const auto result =
+      hear(sending({Batch()
+                        .addFloat("fine", 1)
+                        .addFloat("both", 1)
+                        .addFloat("now and then", 1)
+                        .addFloat("a=b", 1)
+                        .addFloat("", 1)
+                        .addFloat("two\nlines", 1)
+                        .addFloat(std::string("n\0l", 3), 1)
+                        .addFloat(std::string(1100, 'x'), 1)
+                        .add("spectrum", [](auto& any) { any.mutable_afloat()->add_data(1); })
+                        .add("ints", [](auto& any) { any.mutable_aint()->add_data(1); })
+                        .add("uints", [](auto& any) { any.mutable_auint(); })
+                        .add("precise", [](auto& any) { any.set_sdouble(1); })
+                        .add("unset", [](auto&) {})
+                        .addWithoutValue("bare"),
+                    Batch().addInt("both", 1).addWithoutValue("now and then")},
+                   {}));
+  EXPECT_EQ(result.exitCode, 0);
+  EXPECT_EQ(result.output,
+            remarks(2, 0) + settings("true", "false") +
+                "\n[MetersFloat]\nMeter=Key=fine Type=fast\n"
+                "\n; Not carried:\n"
+                "; fast \"both\": it came with several types, float, int; an entry has one: write "
+                "it by hand.\n"
+                "; fast \"now and then\": it came with several types, float, none; an entry has "
+                "one: write it by hand.\n"
+                "; fast \"a=b\": a configuration can't hold a key with \"=\".\n"
+                "; fast \"\": an entry needs a key, and this one is empty.\n"
+                "; fast \"two\\nlines\": a configuration can't hold a key with newline.\n"
+                "; fast \"n\\u0000l\": a configuration can't hold a key with NUL.\n"
+                "; fast \"" +
+                std::string(100, 'x') +
+                "\"...: its line would have 1120 bytes, and lines end at 1023.\n"
+                "; fast \"spectrum\": the module does not carry type float array.\n"
+                "; fast \"ints\": the module does not carry type int array.\n"
+                "; fast \"uints\": the module does not carry type uint array.\n"
+                "; fast \"precise\": the module does not carry type double.\n"
+                "; fast \"unset\": it came without a value.\n"
+                "; fast \"bare\": it came without a value.\n");
+}
+
+TEST_F(DiscoverTool, NamesSlotsAfterTheirKeys) {
+  const auto result = hear(sending({Batch()
+                                        .addFloat("out.level", 1)
+                                        .addInt("out level", 1)
+                                        .addFloat("gateway_float_3", 1)
+                                        .addFloat("=", 1)
+                                        .addFloat("\xc3\xa4", 1)},
+                                   {Batch().addFloat("out_level", 1)}),
+                           {"--custom-keys"});
+  EXPECT_EQ(result.output,
+            remarks(1, 1) + settings() +
+                "\n[MetersFloat]\n"
+                "Meter=Key=out.level Type=fast CustomKey=out_level\n"
+                "Meter=Key=gateway_float_3 Type=fast CustomKey=meter_gateway_float_3\n"
+                "Meter=Key=\xc3\xa4 Type=fast CustomKey=meter\n"
+                "Meter=Key=out_level Type=slow CustomKey=out_level\n"
+                "\n[MetersInt]\n"
+                "Meter=Key=\"out level\" Type=fast CustomKey=out_level_2\n"
+                "\n; Not carried:\n"
+                "; fast \"=\": a configuration can't hold a key with \"=\".\n");
+}
+
+TEST_F(DiscoverTool, WritesAJsonDocumentInstead) {
+  const auto result =
+      hear(sending({Batch().addFloat("a", 1), Batch().addFloat("a", 2).addFloat("a", 3),
+                    Batch().add("d", [](auto& any) { any.set_sdouble(1); })},
+                   {Batch().addInt("b", 1).addString("b", "")}),
+           {"--json", "--custom-keys"});
+  EXPECT_EQ(result.exitCode, 0);
+  EXPECT_EQ(result.output, R"({
+  "target": ")" + servers.metersTarget() +
+                               R"(",
+  "seconds": 3600.0,
+  "streams": [
+    {
+      "rate": "fast",
+      "messages": 3,
+      "unreadable": 0
+    },
+    {
+      "rate": "slow",
+      "messages": 1,
+      "unreadable": 0
+    }
+  ],
+  "problems": [
+    ")" + remarkOfEnd("fast", 3) +
+                               R"(",
+    ")" + remarkOfEnd("slow", 1) +
+                               R"("
+  ],
+  "keys": [
+    {
+      "rate": "fast",
+      "key": "a",
+      "type": "float",
+      "types": [
+        "float"
+      ],
+      "messages": 2,
+      "carried": true,
+      "customKey": "a"
+    },
+    {
+      "rate": "fast",
+      "key": "d",
+      "type": "double",
+      "types": [
+        "double"
+      ],
+      "messages": 1,
+      "carried": false,
+      "reason": "the module does not carry type double"
+    },
+    {
+      "rate": "slow",
+      "key": "b",
+      "type": "several",
+      "types": [
+        "int",
+        "string"
+      ],
+      "messages": 1,
+      "carried": false,
+      "reason": "it came with several types, int, string; an entry has one: write it by hand"
+    }
+  ]
+}
+)");
+}
+
+TEST_F(DiscoverTool, WritesNothingWhenItIsInterrupted) {
+  for (const int signal : {SIGINT, SIGTERM}) {
+    ToolProcess tool({"discover", servers.metersTarget(), "--for", longTime});
+    servers.waitEvent("open fast ");
+    servers.command("send fast " + Batch().addFloat("a", 1).hex());
+    servers.waitEvent("sent fast ");
+    tool.signal(signal);
+    const auto result = resultOf(tool);
+    EXPECT_EQ(result.exitCode, 130);
+    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(result.errors, "gatewayctl discover: interrupted, nothing is written\n");
+    servers.waitEvent("closed fast ");
+  }
+}
+
+TEST_F(DiscoverTool, ExplainsItselfWithAnExample) {
+  const auto result = run({"--help"});
+  EXPECT_EQ(result.exitCode, 0);
+  for (const char* word : {"gatewayctl discover 127.0.0.1:50005 --for 30 > grpc-gateway.conf",
+                           "--custom-keys", "--json", "problems", "messages (in which"}) {
+    EXPECT_NE(result.output.find(word), result.output.npos) << word;
+  }
+}
+
+}  // namespace

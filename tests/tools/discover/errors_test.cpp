@@ -1,0 +1,214 @@
+// gatewayctl discover and all that can be wrong with a server, or with what it is asked.
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "tests/tools/discover/DiscoverTest.h"
+
+namespace {
+
+constexpr int mebibyte = 1 << 20;
+
+class DiscoverErrors : public DiscoverTest {
+ protected:
+  // One unreadable message on the fast stream, and a good one behind it or not.
+  Result hearUnreadable(const std::string& hex, bool withGood) {
+    std::vector<std::string> commands{"send fast " + hex};
+    if (withGood) commands.push_back("send fast " + Batch().addInt("a", 1).hex());
+    commands.emplace_back("end fast OK");
+    commands.emplace_back("end slow OK");
+    return hear(commands);
+  }
+
+  void expectUnreadable(const std::string& hex, const std::string& reason) {
+    const auto end = [](int number) { return remarkOfEnd("fast", number) + "\n"; };
+    const std::string said = " on the fast stream can't be read: message 1 " + reason +
+                             ". At each such message the module loses the stream for five "
+                             "seconds: mend the server.\n";
+    const auto bad = hearUnreadable(hex, false);
+    EXPECT_EQ(bad.exitCode, 1);
+    EXPECT_EQ(bad.output, "");
+    EXPECT_EQ(bad.errors, "gatewayctl discover: " + end(1) + "gatewayctl discover: 1 of 1 message" +
+                              said + "gatewayctl discover: " + remarkOfEnd("slow", 0) + "\n");
+
+    const auto mixed = hearUnreadable(hex, true);
+    EXPECT_EQ(mixed.exitCode, 0);
+    EXPECT_EQ(
+        mixed.output,
+        "; What a meter server sent within 3600 seconds, written by gatewayctl discover.\n; " +
+            end(2) + "; 1 of 2 messages" + said + "; " + remarkOfEnd("slow", 0) + "\n\n" +
+            settings("true", "false") + "\n[MetersInt]\nMeter=Key=a Type=fast\n");
+  }
+};
+
+TEST_F(DiscoverErrors, AMissingServerIsToldOnce) {
+  const std::string target = unusedTarget();
+  const auto result = run({target, "--for", longTime});
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_EQ(result.output, "");
+  EXPECT_EQ(result.errors,
+            "gatewayctl discover: no meter server can be reached at " + target +
+                ": UNAVAILABLE \"failed to connect to all addresses; last error: UNKNOWN: ipv4:" +
+                target +
+                ": Failed to connect to remote host: Connection refused\". Start it, or correct "
+                "the target.\n");
+}
+
+TEST_F(DiscoverErrors, AServerThatDoesNotAnswerIsTold) {
+  const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  auto* const generic = reinterpret_cast<sockaddr*>(&address);
+  socklen_t size = sizeof(address);
+  ASSERT_EQ(bind(socket, generic, size), 0);
+  ASSERT_EQ(listen(socket, 5), 0);
+  ASSERT_EQ(getsockname(socket, generic, &size), 0);
+  const std::string target = "127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+
+  const auto result = run({target, "--for", "0.5"});
+  close(socket);
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_EQ(result.output, "");
+  EXPECT_EQ(result.errors,
+            "gatewayctl discover: " + target +
+                " does not answer: there is no connection after 0.5 seconds. Is a meter server "
+                "running there, and does no firewall stand between?\n");
+}
+
+// The time has to be enough for the connection.
+TEST_F(DiscoverErrors, AServerThatSendsNothingIsTold) {
+  const auto result = run({servers.metersTarget(), "--for", "10"});
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_EQ(result.output, "");
+  EXPECT_EQ(result.errors,
+            "gatewayctl discover: nothing came on the fast stream within 10 seconds. Listen longer "
+            "with --for, or let the server feed this stream.\n"
+            "gatewayctl discover: nothing came on the slow stream within 10 seconds. Listen longer "
+            "with --for, or let the server feed this stream.\n");
+}
+
+TEST_F(DiscoverErrors, AServerOfAnotherServiceIsTold) {
+  const auto result = run({servers.engineTarget(), "--for", longTime});
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_EQ(result.output, "");
+  EXPECT_EQ(result.errors,
+            "gatewayctl discover: the server ended the fast stream after 0 messages: "
+            "UNIMPLEMENTED. It has no GetMetersFast of proto/meters.proto: is it another service, "
+            "such as the engine's?\n"
+            "gatewayctl discover: the server ended the slow stream after 0 messages: "
+            "UNIMPLEMENTED. It has no GetMetersSlow of proto/meters.proto: is it another service, "
+            "such as the engine's?\n");
+}
+
+TEST_F(DiscoverErrors, AStreamThatFailsAloneIsAWarningAndAComment) {
+  const auto result = hear({"send fast " + Batch().addInt("a", 1).hex(),
+                            "end slow PERMISSION_DENIED", "end fast INTERNAL"});
+  const std::string fast =
+      "the server ended the fast stream after 1 message: INTERNAL \"ended by the simulator\". The "
+      "server's own log should "
+      "tell why.\n";
+  const std::string slow =
+      "the server ended the slow stream after 0 messages: PERMISSION_DENIED \"ended by the "
+      "simulator\". The gateway connects "
+      "without credentials: the server has to let it in.\n";
+  EXPECT_EQ(result.exitCode, 0);
+  EXPECT_EQ(result.output,
+            "; What a meter server sent within 3600 seconds, written by gatewayctl discover.\n; " +
+                fast + "; " + slow + "\n" + settings("true", "false") +
+                "\n[MetersInt]\nMeter=Key=a Type=fast\n");
+  EXPECT_EQ(result.errors,
+            "gatewayctl discover: warning: " + fast + "gatewayctl discover: warning: " + slow);
+}
+
+TEST_F(DiscoverErrors, ALostConnectionIsToldAndWhatCameIsUsed) {
+  ToolProcess tool({"discover", servers.metersTarget(), "--for", longTime, "--json"});
+  servers.waitEvent("open fast ");
+  servers.waitEvent("open slow ");
+  servers.command("send fast " + Batch().addInt("a", 1).hex());
+  servers.waitEvent("sent fast ");
+  servers.kill();
+  const auto result = resultOf(tool);
+  EXPECT_EQ(result.exitCode, 0);
+  EXPECT_NE(result.output.find("\"key\": \"a\""), result.output.npos);
+  const std::string said =
+      "gatewayctl discover: warning: the server or the connection has left the fast stream after 1 "
+      "message: UNAVAILABLE \"";
+  EXPECT_NE(result.errors.find(said), result.errors.npos) << result.errors;
+}
+
+TEST_F(DiscoverErrors, AKeyThatIsNotUtf8IsTold) {
+  // One value, whose key is "a", FF, "b".
+  expectUnreadable("0a090a0361ff6212021801",
+                   "has a key that is not UTF-8, \"a\xef\xbf\xbd"
+                   "b\"");
+}
+
+TEST_F(DiscoverErrors, ATextThatIsNotUtf8IsTold) {
+  // One value, whose key is "a" and whose text is FF.
+  expectUnreadable("0a0a0a016112050a030a01ff", "has a text that is not UTF-8, \"\xef\xbf\xbd\"");
+}
+
+TEST_F(DiscoverErrors, AMessageThatIsNoneIsTold) {
+  expectUnreadable("ff", "can't be parsed as the Meter of proto/meters.proto");
+}
+
+TEST_F(DiscoverErrors, AMessageBeyondTheLimitOfClientsIsTold) {
+  // A field that the schema does not have, filled up to one byte more than the limit.
+  const std::string filling(static_cast<std::size_t>(4 * mebibyte + 1 - 5), '\0');
+  expectUnreadable("7afcffff01" + toHex(filling),
+                   "has 4194305 bytes, and gRPC clients take 4194304 at most");
+}
+
+TEST_F(DiscoverErrors, EmptyMessagesAreTold) {
+  const auto result = hear({"send fast - 3", "end fast OK", "end slow OK"});
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_EQ(result.output, "");
+  EXPECT_EQ(result.errors, "gatewayctl discover: " + remarkOfEnd("fast", 3) +
+                               "\ngatewayctl discover: 3 messages came on the fast stream, but no "
+                               "values. Listen longer with --for, or let the server feed this "
+                               "stream.\ngatewayctl discover: " +
+                               remarkOfEnd("slow", 0) + "\n");
+}
+
+TEST_F(DiscoverErrors, KeysOfWhichNoneCanBeCarriedAreTold) {
+  const auto commands =
+      sending({Batch().add("d", [](auto& any) { any.set_sdouble(1); })}, {Batch().addInt("=", 1)});
+  const auto result = hear(commands);
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_EQ(result.output, "");
+  EXPECT_EQ(result.errors,
+            "gatewayctl discover: warning: " + remarkOfEnd("fast", 1) +
+                "\ngatewayctl discover: warning: " + remarkOfEnd("slow", 1) +
+                "\ngatewayctl discover: nothing is written, since none of the keys that came can "
+                "be carried:\n"
+                "gatewayctl discover: fast \"d\": the module does not carry type double.\n"
+                "gatewayctl discover: slow \"=\": a configuration can't hold a key with \"=\".\n");
+  EXPECT_EQ(hear(commands, {"--json"}).exitCode, 0);
+}
+
+TEST_F(DiscoverErrors, WrongUseIsTold) {
+  const auto complaint = [](const std::string& target, const std::string& reason) {
+    return "TARGET: a configuration can't name " + target + " as its target: " + reason +
+           ". Use one such as 127.0.0.1:50005\n";
+  };
+  const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
+      {{}, "TARGET is required\n"},
+      {{""}, complaint("\"\"", "it is empty")},
+      {{"unix:a ;b"}, complaint("\"unix:a ;b\"", "a \";\" behind white space begins a comment")},
+      {{"unix:a\nb"}, complaint("\"unix:a\\nb\"", "it has a newline")},
+      {{"a:1 "}, complaint("\"a:1 \"", "it begins or ends with white space")},
+      {{"a:1", "--for", "0"}, "--for: \"0\" is not a number above 0, and 86400 at most\n"},
+      {{"a:1", "--for", "soon"}, "--for: \"soon\" is not a number above 0, and 86400 at most\n"},
+      {{"a:1", "b:2"}, "The following argument was not expected: b:2\n"},
+  };
+  for (const auto& [arguments, error] : cases) {
+    const auto result = run(arguments);
+    EXPECT_EQ(result.exitCode, 2) << error;
+    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(result.errors, error + "Run with --help for more information.\n");
+  }
+}
+
+}  // namespace

@@ -1,0 +1,88 @@
+// What is taken from messages, readable or not.
+#include "tools/discover/Sightings.h"
+
+#include <google/protobuf/stubs/logging.h>
+#include <gtest/gtest.h>
+
+#include "tools/discover/Shown.h"
+
+namespace {
+
+using discover::Sightings;
+using discover::ValueCase;
+using standin::SlotSet;
+
+std::string meter(const std::string& key, ValueCase type = ValueCase::kSint) {
+  sonalith::grpc::Meter meter;
+  auto& item = *meter.add_values();
+  item.set_key(key);
+  if (type == ValueCase::kSint) item.mutable_value()->set_sint(1);
+  if (type == ValueCase::kSfloat) item.mutable_value()->set_sfloat(1);
+  return meter.SerializeAsString();
+}
+
+TEST(SightingsOf, AKeyAreThoseOfItsStream) {
+  Sightings sightings;
+  sightings.take(SlotSet::Slow, meter("b"));
+  sightings.take(SlotSet::Fast, meter("a"));
+  sightings.take(SlotSet::Slow, meter("a", ValueCase::kSfloat));
+  sightings.take(SlotSet::Slow, meter("a", ValueCase::kSint));
+  sightings.take(SlotSet::Slow, meter("a", ValueCase::kSfloat));
+  const auto keys = sightings.keys();
+  ASSERT_EQ(keys.size(), 3u);
+  EXPECT_EQ(keys[0].key, "a");
+  EXPECT_EQ(keys[0].rate, SlotSet::Fast);
+  EXPECT_EQ(keys[0].messages, 1u);
+  EXPECT_EQ(keys[1].key, "b");
+  EXPECT_EQ(keys[2].rate, SlotSet::Slow);
+  EXPECT_EQ(keys[2].messages, 3u);
+  EXPECT_EQ(keys[2].types, (std::vector<ValueCase>{ValueCase::kSfloat, ValueCase::kSint}));
+  EXPECT_EQ(sightings.messagesOf(SlotSet::Slow).messages, 4u);
+}
+
+// Exactly the limit is still taken.
+TEST(SightingsOf, AMessageEndAtTheLimitOfClients) {
+  Sightings sightings;
+  const auto ofSize = [](std::size_t size) {
+    return "\x7a" + std::string("\xfb\xff\xff\x01", 4) + std::string(size - 5, 'x');
+  };
+  sightings.take(SlotSet::Fast, ofSize(Sightings::messageLimit));
+  EXPECT_EQ(sightings.messagesOf(SlotSet::Fast).unreadable, 0u)
+      << sightings.messagesOf(SlotSet::Fast).firstUnreadable;
+  sightings.take(SlotSet::Fast, ofSize(Sightings::messageLimit + 1));
+  EXPECT_EQ(sightings.messagesOf(SlotSet::Fast).firstUnreadable,
+            "message 2 has 4194305 bytes, and gRPC clients take 4194304 at most");
+}
+
+// The first is kept, and messages cut off anywhere are refused without harm.
+TEST(SightingsOf, UnreadableMessagesAreCounted) {
+  google::protobuf::SetLogHandler(nullptr);
+  Sightings sightings;
+  const std::string whole = meter("key");
+  for (std::size_t size = 1; size < whole.size(); ++size) {
+    sightings.take(SlotSet::Fast, std::string_view(whole).substr(0, size));
+  }
+  const auto& seen = sightings.messagesOf(SlotSet::Fast);
+  EXPECT_EQ(seen.unreadable, whole.size() - 1);
+  EXPECT_EQ(seen.firstUnreadable, "message 1 can't be parsed as the Meter of proto/meters.proto");
+  EXPECT_TRUE(sightings.keys().empty());
+}
+
+TEST(TypeOf, EveryMemberOfTheWireHasItsRow) {
+  for (int number = 0; number <= ValueCase::kSdouble; ++number) {
+    const auto value = static_cast<ValueCase>(number);
+    EXPECT_EQ(discover::typeOf(value).value, value);
+  }
+}
+
+TEST(Shown, IsOneLineAndShort) {
+  EXPECT_EQ(discover::shown("a\"b\n\t\x1b\x7f\\"), R"("a\"b\n\t\u001b\u007f\\")");
+  EXPECT_EQ(discover::shown("\xff"), "\"\xef\xbf\xbd\"");
+  EXPECT_EQ(discover::shown(std::string(100, 'x')), "\"" + std::string(100, 'x') + "\"");
+  EXPECT_EQ(discover::shown(std::string(101, 'x')), "\"" + std::string(100, 'x') + "\"...");
+  // A character of three bytes on the border goes whole.
+  EXPECT_EQ(discover::shown(std::string(98, 'x') + "\xe2\x82\xac"),
+            "\"" + std::string(98, 'x') + "\"...");
+}
+
+}  // namespace

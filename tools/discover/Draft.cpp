@@ -1,0 +1,213 @@
+#include "tools/discover/Draft.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <iterator>
+#include <stdexcept>
+#include <tuple>
+#include <utility>
+
+#include "tools/ConfiguredSlots.h"
+#include "tools/MemoryFile.h"
+#include "tools/discover/CustomKeys.h"
+#include "tools/discover/Shown.h"
+
+namespace discover {
+namespace {
+
+using standin::SlotSet;
+using namespace std::string_view_literals;
+
+// What the reader takes for one line, its newline not included.
+constexpr std::size_t lineLimit = 1023;
+
+// White space in the INI reader's eyes. Behind one of these a ";" begins a comment, in quotes too.
+constexpr std::string_view blanks = " \t\v\f\r";
+
+// Not all of these need it, but one would wonder whether they do.
+bool needsQuotes(std::string_view text) {
+  return std::any_of(text.begin(), text.end(), [](char byte) {
+    return (byte >= 0 && byte <= ' ') || "\"'\\`$#;\x7f"sv.find(byte) != std::string_view::npos;
+  });
+}
+
+std::string quoted(std::string_view text) {
+  if (!needsQuotes(text)) return std::string(text);
+  std::string result = "\"";
+  char last = '"';
+  for (const char byte : text) {
+    if (byte == '"' || byte == '\\') result += '\\';
+    // Quotes between the two keep the comment away.
+    if (byte == ';' && blanks.find(last) != blanks.npos) result += "\"\"";
+    result += byte;
+    last = byte;
+  }
+  return result + '"';
+}
+
+std::string lineOf(const Finding& finding) {
+  std::string line =
+      fmt::format("Meter=Key={} Type={}", quoted(finding.seen.key), nameOf(finding.seen.rate));
+  if (!finding.customKey.empty()) line += " CustomKey=" + finding.customKey;
+  return line;
+}
+
+std::string complaintAboutTypes(const std::vector<ValueCase>& types) {
+  if (types.size() > 1) {
+    return fmt::format("it came with several types, {}; an entry has one: write it by hand",
+                       fmt::join(namesOf(types), ", "));
+  }
+  const ValueType& type = typeOf(types.front());
+  if (type.value == ValueCase::VALUE_NOT_SET) return "it came without a value";
+  if (type.section.empty()) return fmt::format("the module does not carry type {}", type.name);
+  return "";
+}
+
+std::string complaintAboutKey(const std::string& key) {
+  if (key.empty()) return "an entry needs a key, and this one is empty";
+  for (const auto& [byte, name] : {std::pair('=', "\"=\""), {'\n', "newline"}, {'\0', "NUL"}}) {
+    if (key.find(byte) != key.npos) {
+      return fmt::format("a configuration can't hold a key with {}", name);
+    }
+  }
+  return "";
+}
+
+std::string complaintAboutLine(const std::string& line) {
+  if (line.size() <= lineLimit) return "";
+  return fmt::format("its line would have {} bytes, and lines end at {}", line.size(), lineLimit);
+}
+
+std::string complaintAbout(const Finding& finding) {
+  for (const auto& complaint :
+       {complaintAboutTypes(finding.seen.types), complaintAboutKey(finding.seen.key),
+        complaintAboutLine(lineOf(finding))}) {
+    if (!complaint.empty()) return complaint;
+  }
+  return "";
+}
+
+std::string_view sectionOf(const Finding& finding) {
+  return finding.hasEntry() ? typeOf(finding.seen.types.front()).section : "";
+}
+
+// ---- Reading back ---------------------------------------------------------------------------
+
+// What has to be the same: set, type, key and custom name, or none.
+using Meaning = std::tuple<SlotSet, std::uint32_t, std::string, std::string>;
+
+std::vector<Meaning> meaningOf(const Draft& draft) {
+  std::vector<Meaning> meaning;
+  for (const Finding& finding : draft.findings) {
+    if (!finding.hasEntry()) continue;
+    meaning.emplace_back(finding.seen.rate, typeOf(finding.seen.types.front()).slotType,
+                         finding.seen.key, finding.customKey);
+  }
+  std::sort(meaning.begin(), meaning.end());
+  return meaning;
+}
+
+std::vector<Meaning> meaningOf(const gateway::ConfigManager& config) {
+  std::vector<Meaning> meaning;
+  for (const auto& slot : tools::slotsOf(config)) {
+    meaning.emplace_back(slot.set, slot.valueType, slot.key, slot.nameIsGenerated ? "" : slot.name);
+  }
+  std::sort(meaning.begin(), meaning.end());
+  return meaning;
+}
+
+[[noreturn]] void failReadBack(std::string_view difference) {
+  throw std::logic_error(fmt::format(
+      "the configuration would be read otherwise than it is meant ({}), so it is not written; this "
+      "is a mistake of discover's own: please report it with the output of --json",
+      difference));
+}
+
+}  // namespace
+
+bool Draft::hasEntries() const {
+  return hasEntries(SlotSet::Fast) || hasEntries(SlotSet::Slow);
+}
+
+bool Draft::hasEntries(SlotSet rate) const {
+  return std::any_of(findings.begin(), findings.end(), [&](const Finding& finding) {
+    return finding.hasEntry() && finding.seen.rate == rate;
+  });
+}
+
+Draft draftOf(const std::string& target, const std::vector<SeenKey>& keys, bool customKeys) {
+  Draft draft{.target = target, .findings = {}, .remarks = {}};
+  CustomKeys names;
+  for (const SeenKey& seen : keys) {
+    Finding finding{.seen = seen, .omitted = "", .customKey = ""};
+    finding.omitted = complaintAbout(finding);
+    if (customKeys && finding.hasEntry()) {
+      finding.customKey = names.nameFor(seen.rate, seen.key);
+      if (!complaintAboutLine(lineOf(finding)).empty()) finding.customKey.clear();
+    }
+    draft.findings.push_back(std::move(finding));
+  }
+  return draft;
+}
+
+std::string complaintAboutTarget(std::string_view target) {
+  if (target.empty()) return "it is empty";
+  if (target.find('\n') != target.npos) return "it has a newline";
+  if (blanks.find(target.front()) != blanks.npos || blanks.find(target.back()) != blanks.npos) {
+    return "it begins or ends with white space";
+  }
+  for (std::size_t i = 1; i < target.size(); ++i) {
+    if (target[i] == ';' && blanks.find(target[i - 1]) != blanks.npos) {
+      return "a \";\" behind white space begins a comment";
+    }
+  }
+  const auto size = "Target="sv.size() + target.size();
+  if (size <= lineLimit) return "";
+  return fmt::format("its line would have {} bytes, and lines end at {}", size, lineLimit);
+}
+
+std::string textOf(const Draft& draft) {
+  fmt::memory_buffer buffer;
+  const auto text = std::back_inserter(buffer);
+  for (const auto& remark : draft.remarks) fmt::format_to(text, "; {}\n", remark);
+  fmt::format_to(text, "\n[Meters]\nTarget={}\nEnableFastMeters={}\nEnableSlowMeters={}\n",
+                 draft.target, draft.hasEntries(SlotSet::Fast), draft.hasEntries(SlotSet::Slow));
+  for (const ValueType& type : valueTypes()) {
+    bool first = true;
+    for (const Finding& finding : draft.findings) {
+      if (type.section.empty() || sectionOf(finding) != type.section) continue;
+      if (std::exchange(first, false)) fmt::format_to(text, "\n[{}]\n", type.section);
+      fmt::format_to(text, "{}\n", lineOf(finding));
+    }
+  }
+  bool first = true;
+  for (const Finding& finding : draft.findings) {
+    if (finding.hasEntry()) continue;
+    if (std::exchange(first, false)) fmt::format_to(text, "\n; Not carried:\n");
+    fmt::format_to(text, "; {} {}: {}.\n", nameOf(finding.seen.rate), shown(finding.seen.key),
+                   finding.omitted);
+  }
+  return fmt::to_string(buffer);
+}
+
+void checkReadsBack(const Draft& draft, const std::string& text) {
+  const tools::MemoryFile file(text);
+  const gateway::ConfigManager config(file.path());
+  if (!config.valid) failReadBack("it would be refused");
+  if (config.metersTarget != draft.target) failReadBack("the target differs");
+  if (config.enableFastMeters != draft.hasEntries(SlotSet::Fast) ||
+      config.enableSlowMeters != draft.hasEntries(SlotSet::Slow)) {
+    failReadBack("the enabled streams differ");
+  }
+  const auto meant = meaningOf(draft);
+  const auto read = meaningOf(config);
+  std::vector<Meaning> different;
+  const auto add = std::back_inserter(different);
+  std::set_difference(meant.begin(), meant.end(), read.begin(), read.end(), add);
+  std::set_difference(read.begin(), read.end(), meant.begin(), meant.end(), add);
+  if (!different.empty()) failReadBack("key " + shown(std::get<2>(different.front())));
+}
+
+}  // namespace discover

@@ -1,0 +1,140 @@
+#include "tools/discover/Problems.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <iterator>
+#include <string_view>
+
+#include "tools/discover/Shown.h"
+
+namespace discover {
+namespace {
+
+using grpc::StatusCode;
+using standin::SlotSet;
+
+constexpr std::size_t problemLimit = 1000;
+constexpr std::size_t statusTextLimit = 300;
+
+// By number.
+constexpr std::string_view statusNames[] = {
+    "OK",        "CANCELLED",      "UNKNOWN",           "INVALID_ARGUMENT",   "DEADLINE_EXCEEDED",
+    "NOT_FOUND", "ALREADY_EXISTS", "PERMISSION_DENIED", "RESOURCE_EXHAUSTED", "FAILED_PRECONDITION",
+    "ABORTED",   "OUT_OF_RANGE",   "UNIMPLEMENTED",     "INTERNAL",           "UNAVAILABLE",
+    "DATA_LOSS", "UNAUTHENTICATED"};
+
+std::string describe(const grpc::Status& status) {
+  const auto code = static_cast<std::size_t>(status.error_code());
+  std::string text = code < std::size(statusNames) ? std::string(statusNames[code])
+                                                   : fmt::format("status {}", code);
+  if (!status.error_message().empty()) text += " " + shown(status.error_message(), statusTextLimit);
+  return text;
+}
+
+std::string_view methodOf(SlotSet rate) {
+  return rate == SlotSet::Fast ? "GetMetersFast" : "GetMetersSlow";
+}
+
+std::string remedyFor(StatusCode code, SlotSet rate) {
+  switch (code) {
+    case StatusCode::UNIMPLEMENTED:
+      return fmt::format(
+          "It has no {} of proto/meters.proto: is it another service, such as the engine's?",
+          methodOf(rate));
+    case StatusCode::UNAUTHENTICATED:
+    case StatusCode::PERMISSION_DENIED:
+      return "The gateway connects without credentials: the server has to let it in.";
+    default:
+      return "The server's own log should tell why.";
+  }
+}
+
+struct Situation {
+  const std::string& target;
+  double seconds;
+  const Heard& heard;
+};
+
+std::string countOf(std::uint64_t messages) {
+  return messages == 1 ? "1 message" : fmt::format("{} messages", messages);
+}
+
+std::string problemOfEnd(const Situation& now, SlotSet rate, const StreamEnd& end) {
+  const auto messages = now.heard.sightings.messagesOf(rate).messages;
+  const auto status = describe(end.status);
+  if (!end.wasConnected && messages == 0) {
+    return fmt::format("no meter server can be reached at {}: {}. Start it, or correct the target.",
+                       now.target, status);
+  }
+  const auto ended = fmt::format("{} stream after {}", nameOf(rate), countOf(messages));
+  switch (end.status.error_code()) {
+    case StatusCode::OK:
+      return fmt::format(
+          "the server ended the {}. It should keep it open and write a message "
+          "whenever it has values.",
+          ended);
+    case StatusCode::UNAVAILABLE:
+      return fmt::format(
+          "the server or the connection has left the {}: {}. Listen again when it "
+          "is back.",
+          ended, status);
+    default:
+      return fmt::format("the server ended the {}: {}. {}", ended, status,
+                         remedyFor(end.status.error_code(), rate));
+  }
+}
+
+std::string problemOfSilence(const Situation& now, SlotSet rate) {
+  if (!now.heard.connected) {
+    return fmt::format(
+        "{} does not answer: there is no connection after {} seconds. Is a meter "
+        "server running there, and does no firewall stand between?",
+        now.target, now.seconds);
+  }
+  return fmt::format(
+      "nothing came on the {} stream within {} seconds. Listen longer with --for, "
+      "or let the server feed this stream.",
+      nameOf(rate), now.seconds);
+}
+
+std::string problemOfMessages(const Situation& now, SlotSet rate) {
+  const auto& seen = now.heard.sightings.messagesOf(rate);
+  if (seen.unreadable > 0) {
+    return fmt::format(
+        "{} of {} on the {} stream can't be read: {}. At each such message the "
+        "module loses the stream for five seconds: mend the server.",
+        seen.unreadable, countOf(seen.messages), nameOf(rate), seen.firstUnreadable);
+  }
+  if (seen.messages == 0 || !now.heard.sightings.keysOf(rate).empty()) return "";
+  return fmt::format(
+      "{} came on the {} stream, but no values. Listen longer with --for, or let the "
+      "server feed this stream.",
+      countOf(seen.messages), nameOf(rate));
+}
+
+}  // namespace
+
+std::vector<std::string> problemsOf(const std::string& target, double seconds, const Heard& heard) {
+  const Situation now{target, seconds, heard};
+  std::vector<std::string> problems;
+  const auto add = [&](const std::string& problem) {
+    // A missing connection is the problem of both streams, and told once.
+    const bool known = std::find(problems.begin(), problems.end(), problem) != problems.end();
+    if (!problem.empty() && !known) problems.emplace_back(cutTo(problem, problemLimit));
+  };
+  for (const SlotSet rate : {SlotSet::Fast, SlotSet::Slow}) {
+    const auto& end = heard.endOf(rate);
+    const bool silent = heard.sightings.messagesOf(rate).messages == 0;
+    if (end) {
+      add(problemOfEnd(now, rate, *end));
+    } else if (silent) {
+      add(problemOfSilence(now, rate));
+    }
+    add(problemOfMessages(now, rate));
+  }
+  return problems;
+}
+
+}  // namespace discover

@@ -1,0 +1,137 @@
+#include "tools/discover/Sightings.h"
+
+#include <fmt/format.h>
+#include <google/protobuf/io/coded_stream.h>
+#include <google/protobuf/wire_format_lite.h>
+
+#include <algorithm>
+#include <optional>
+
+#include "host/sonalith.h"
+#include "tools/discover/Shown.h"
+
+namespace discover {
+namespace {
+
+using google::protobuf::internal::WireFormatLite;
+using google::protobuf::io::CodedInputStream;
+using sonalith::grpc::AnyValue;
+
+constexpr ValueType typeTable[] = {
+    {"float", "MetersFloat", AnyValue::kSfloat, SONALITH_SLOT_FLOAT},
+    {"int", "MetersInt", AnyValue::kSint, SONALITH_SLOT_INT},
+    {"uint", "MetersUint", AnyValue::kSuint, SONALITH_SLOT_UINT},
+    {"string", "MetersString", AnyValue::kSstring, SONALITH_SLOT_STRING},
+    {"float array", "", AnyValue::kAfloat},
+    {"int array", "", AnyValue::kAint},
+    {"uint array", "", AnyValue::kAuint},
+    {"double", "", AnyValue::kSdouble},
+    {"none", "", AnyValue::VALUE_NOT_SET},
+};
+
+// The payloads of a message's field of that number, which has to be of the kind that has a length.
+// Nothing if the message is broken.
+std::optional<std::vector<std::string>> fieldsOf(const std::string& message, int number) {
+  CodedInputStream input(reinterpret_cast<const std::uint8_t*>(message.data()),
+                         static_cast<int>(message.size()));
+  const auto wanted = WireFormatLite::MakeTag(number, WireFormatLite::WIRETYPE_LENGTH_DELIMITED);
+  std::vector<std::string> fields;
+  while (const auto tag = input.ReadTag()) {
+    if (tag != wanted) {
+      if (!WireFormatLite::SkipField(&input, tag)) return std::nullopt;
+    } else if (!WireFormatLite::ReadBytes(&input, &fields.emplace_back())) {
+      return std::nullopt;
+    }
+  }
+  if (!input.ConsumedEntireMessage()) return std::nullopt;
+  return fields;
+}
+
+// Follows the field numbers of `path` down to texts, and gives the first that is not UTF-8.
+std::optional<std::string> findBadText(const std::string& message, const std::vector<int>& path,
+                                       std::size_t depth = 0) {
+  if (depth == path.size()) {
+    const bool good = google::protobuf::internal::IsStructurallyValidUTF8(message);
+    return good ? std::nullopt : std::optional(message);
+  }
+  const auto fields = fieldsOf(message, path[depth]);
+  if (!fields) return std::nullopt;
+  for (const auto& field : *fields) {
+    if (auto bad = findBadText(field, path, depth + 1)) return bad;
+  }
+  return std::nullopt;
+}
+
+// Why a message that the generated class refuses is refused.
+std::string reasonAgainst(const std::string& message) {
+  constexpr int values = sonalith::grpc::Meter::kValuesFieldNumber;
+  constexpr int key = sonalith::grpc::KeyValue::kKeyFieldNumber;
+  constexpr int value = sonalith::grpc::KeyValue::kValueFieldNumber;
+  constexpr int sstring = AnyValue::kSstringFieldNumber;
+  constexpr int data = sonalith::grpc::String::kDataFieldNumber;
+  if (const auto bad = findBadText(message, {values, key})) {
+    return fmt::format("has a key that is not UTF-8, {}", shown(*bad));
+  }
+  if (const auto bad = findBadText(message, {values, value, sstring, data})) {
+    return fmt::format("has a text that is not UTF-8, {}", shown(*bad));
+  }
+  return "can't be parsed as the Meter of proto/meters.proto";
+}
+
+}  // namespace
+
+std::span<const ValueType> valueTypes() {
+  return typeTable;
+}
+
+const ValueType& typeOf(ValueCase value) {
+  return *std::find_if(std::begin(typeTable), std::end(typeTable) - 1,
+                       [&](const ValueType& type) { return type.value == value; });
+}
+
+std::vector<std::string_view> namesOf(const std::vector<ValueCase>& types) {
+  std::vector<std::string_view> names;
+  names.reserve(types.size());
+  for (const auto type : types) names.push_back(typeOf(type).name);
+  return names;
+}
+
+void Sightings::take(standin::SlotSet rate, std::string_view message) {
+  Stream& stream = rate == standin::SlotSet::Fast ? fast_ : slow_;
+  SeenMessages& seen = stream.messages;
+  ++seen.messages;
+  std::string reason;
+  sonalith::grpc::Meter meter;
+  if (message.size() > messageLimit) {
+    reason =
+        fmt::format("has {} bytes, and gRPC clients take {} at most", message.size(), messageLimit);
+  } else if (!meter.ParseFromArray(message.data(), static_cast<int>(message.size()))) {
+    reason = reasonAgainst(std::string(message));
+  } else {
+    for (const auto& item : meter.values()) note(stream, rate, item);
+    return;
+  }
+  if (++seen.unreadable == 1) {
+    seen.firstUnreadable = fmt::format("message {} {}", seen.messages, reason);
+  }
+}
+
+void Sightings::note(Stream& stream, standin::SlotSet rate, const sonalith::grpc::KeyValue& item) {
+  const auto [place, isNew] = stream.places.try_emplace(item.key(), stream.keys.size());
+  if (isNew) stream.keys.push_back({.rate = rate, .key = item.key(), .types = {}});
+  SeenKey& seen = stream.keys[place->second];
+  const auto type = item.value().value_case();
+  if (std::find(seen.types.begin(), seen.types.end(), type) == seen.types.end()) {
+    seen.types.push_back(type);
+  }
+  if (seen.lastMessage != stream.messages.messages) ++seen.messages;
+  seen.lastMessage = stream.messages.messages;
+}
+
+std::vector<SeenKey> Sightings::keys() const {
+  std::vector<SeenKey> keys = fast_.keys;
+  keys.insert(keys.end(), slow_.keys.begin(), slow_.keys.end());
+  return keys;
+}
+
+}  // namespace discover

@@ -1,0 +1,221 @@
+#include "tools/discover/discover.h"
+
+#include <fmt/format.h>
+#include <google/protobuf/stubs/logging.h>
+#include <grpc/grpc.h>
+#include <poll.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <climits>
+#include <cstdio>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <vector>
+
+#include "standin/Host.h"
+#include "tools/Terminal.h"
+#include "tools/discover/Draft.h"
+#include "tools/discover/Listener.h"
+#include "tools/discover/Problems.h"
+#include "tools/discover/Shown.h"
+
+namespace discover {
+namespace {
+
+using nlohmann::ordered_json;
+using standin::SlotSet;
+using tools::Clock;
+
+constexpr double longest = 86400;
+
+constexpr char manual[] =
+    "Example: write a configuration for all that a server sends within half a minute\n"
+    "  gatewayctl discover 127.0.0.1:50005 --for 30 > grpc-gateway.conf\n"
+    "\n"
+    "Keys that come rarely need a longer time. What can't be carried stands as a comment with the\n"
+    "reason. A stream that fails is told of on standard error and in a comment; the other one is\n"
+    "written all the same. Only a whole configuration is written, which has been read back as the\n"
+    "module reads it; an interrupted run writes nothing.\n"
+    "\n"
+    "With --json it writes one document instead, also if nothing of it can be carried:\n"
+    "  target, seconds   as given\n"
+    "  streams           of each: rate (fast, slow), messages, unreadable\n"
+    "  problems          what went wrong with streams, a text each\n"
+    "  keys              fast before slow and first seen first, of each: rate, key, type, types,\n"
+    "                    messages (in which it was), carried, then reason if it is not, and\n"
+    "                    customKey if it has one\n"
+    "type is string, int, uint, float, double, \"float array\", \"int array\", \"uint array\", "
+    "none\n"
+    "(no value) or several; types has them all.\n"
+    "\n"
+    "Exit codes: 0 done, 1 nothing could be written, 2 wrong use, 130 interrupted.";
+
+struct Options {
+  std::string target;
+  double seconds = 5;
+  bool customKeys = false;
+  bool json = false;
+};
+
+void say(std::string_view text) {
+  fmt::print(stderr, "gatewayctl discover: {}\n", text);
+}
+
+// ---- Listening ------------------------------------------------------------------------------
+
+enum class Ending { Done, Interrupted };
+
+Ending waitForEnd(const tools::SignalDescriptor& signals, const Listener& listener,
+                  Clock::time_point deadline) {
+  std::array<pollfd, 2> sources{
+      {{signals.descriptor(), POLLIN, 0}, {listener.overDescriptor(), POLLIN, 0}}};
+  for (auto now = Clock::now(); now < deadline; now = Clock::now()) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - now).count();
+    const int timeout = static_cast<int>(std::min<decltype(left)>(left, INT_MAX));
+    if (poll(sources.data(), sources.size(), timeout) <= 0) continue;
+    return sources[0].revents != 0 ? Ending::Interrupted : Ending::Done;
+  }
+  return Ending::Done;
+}
+
+// ---- Writing --------------------------------------------------------------------------------
+
+ordered_json jsonOf(const Finding& finding) {
+  const auto types = namesOf(finding.seen.types);
+  ordered_json key{{"rate", nameOf(finding.seen.rate)},
+                   {"key", finding.seen.key},
+                   {"type", types.size() == 1 ? types.front() : "several"},
+                   {"types", types},
+                   {"messages", finding.seen.messages},
+                   {"carried", finding.hasEntry()}};
+  if (!finding.hasEntry()) key["reason"] = finding.omitted;
+  if (!finding.customKey.empty()) key["customKey"] = finding.customKey;
+  return key;
+}
+
+std::string documentOf(const Options& options, const Draft& draft, const Heard& heard,
+                       const std::vector<std::string>& problems) {
+  ordered_json document{{"target", options.target},
+                        {"seconds", options.seconds},
+                        {"streams", ordered_json::array()},
+                        {"problems", problems},
+                        {"keys", ordered_json::array()}};
+  for (const auto rate : {SlotSet::Fast, SlotSet::Slow}) {
+    const auto& seen = heard.sightings.messagesOf(rate);
+    document["streams"].push_back(
+        {{"rate", nameOf(rate)}, {"messages", seen.messages}, {"unreadable", seen.unreadable}});
+  }
+  for (const Finding& finding : draft.findings) document["keys"].push_back(jsonOf(finding));
+  return document.dump(2, ' ', false, ordered_json::error_handler_t::replace) + "\n";
+}
+
+std::string configurationOf(const Options& options, Draft draft,
+                            const std::vector<std::string>& problems) {
+  draft.remarks = {
+      fmt::format("What a meter server sent within {} seconds, written by gatewayctl "
+                  "discover.",
+                  options.seconds)};
+  draft.remarks.insert(draft.remarks.end(), problems.begin(), problems.end());
+  std::string text = textOf(draft);
+  standin::Host host{{.keepRecords = false}};
+  host.setLogSink([](const standin::LogLine& line) { say(line.text); });
+  checkReadsBack(draft, text);
+  return text;
+}
+
+void write(const std::string& text) {
+  const bool written =
+      std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
+  if (!written) throw std::system_error(errno, std::generic_category(), "can't write the result");
+}
+
+int failWithoutKeys(const std::vector<std::string>& problems) {
+  for (const auto& problem : problems) say(problem);
+  return 1;
+}
+
+int failWithoutEntries(const Draft& draft) {
+  say("nothing is written, since none of the keys that came can be carried:");
+  for (const Finding& finding : draft.findings) {
+    say(fmt::format("{} {}: {}.", nameOf(finding.seen.rate), shown(finding.seen.key),
+                    finding.omitted));
+  }
+  return 1;
+}
+
+int report(const Options& options, const Heard& heard) {
+  const auto problems = problemsOf(options.target, options.seconds, heard);
+  const auto keys = heard.sightings.keys();
+  if (keys.empty()) return failWithoutKeys(problems);
+  for (const auto& problem : problems) say("warning: " + problem);
+  const Draft draft = draftOf(options.target, keys, options.customKeys);
+  if (!options.json && !draft.hasEntries()) return failWithoutEntries(draft);
+  write(options.json ? documentOf(options, draft, heard, problems)
+                     : configurationOf(options, draft, problems));
+  return 0;
+}
+
+int run(const Options& options) {
+  constexpr int interruptedCode = 130;
+  // First of all: threads inherit which signals are blocked.
+  const tools::SignalDescriptor signals;
+  // Never taken back: gRPC's own clean-up can wait ten seconds for one of its threads, which the
+  // end of the process ends as well.
+  grpc_init();
+  // What protobuf would say of a text that is not UTF-8 is said better here.
+  google::protobuf::SetLogHandler(nullptr);
+  const auto deadline = tools::momentIn(options.seconds);
+  Listener listener(options.target);
+  if (waitForEnd(signals, listener, deadline) == Ending::Interrupted) {
+    say("interrupted, nothing is written");
+    return interruptedCode;
+  }
+  return report(options, listener.finish());
+}
+
+// ---- Command line ---------------------------------------------------------------------------
+
+// Checks as CLI11 wants them: they return the error, or nothing.
+std::string checkSeconds(const std::string& text) {
+  double seconds = 0;
+  const bool isNumber = CLI::detail::lexical_cast(text, seconds);
+  if (isNumber && seconds > 0 && seconds <= longest) return {};
+  return fmt::format("{} is not a number above 0, and {:.0f} at most", shown(text), longest);
+}
+
+std::string checkTarget(const std::string& text) {
+  const std::string complaint = complaintAboutTarget(text);
+  if (complaint.empty()) return {};
+  return fmt::format(
+      "a configuration can't name {} as its target: {}. Use one such as "
+      "127.0.0.1:50005",
+      shown(text), complaint);
+}
+
+}  // namespace
+}  // namespace discover
+
+void addDiscover(CLI::App& app, int& exitCode) {
+  auto* command = app.add_subcommand(
+      "discover", "Listens to a meter server and writes a configuration with all that it sends");
+  const auto options = std::make_shared<discover::Options>();
+  command->footer(discover::manual);
+  command->add_option("TARGET", options->target, "The meter server, such as 127.0.0.1:50005")
+      ->required()
+      ->type_name("")
+      ->check(discover::checkTarget, "");
+  command->add_option("--for", options->seconds, "How long to listen")
+      ->type_name("SECONDS")
+      ->check(discover::checkSeconds, "")
+      ->capture_default_str();
+  command->add_flag("--custom-keys", options->customKeys,
+                    "Name each slot after its key, by CustomKey=");
+  command->add_flag("--json", options->json, "Write what was seen as a JSON document instead");
+  command->callback([options, &exitCode] { exitCode = discover::run(*options); });
+}

@@ -1,0 +1,13 @@
+// gatewayctl discover: listens to a meter server, and writes a configuration with all that it
+// sends.
+//
+// Its `--help` is its manual: options and the JSON document are described in discover.cpp.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+// Adds the sub-command to `app`. When it is given, parsing runs it to its end on the calling thread
+// and stores its exit code. Both arguments must outlive the parsing. Throws CLI::ParseError for
+// wrong use, std::exception otherwise. Blocks SIGINT and SIGTERM for the calling thread and those
+// started from it: it takes these signals itself.
+void addDiscover(CLI::App& app, int& exitCode);
