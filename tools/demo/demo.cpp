@@ -168,7 +168,7 @@ class SimulatorProcess {
   }
 
  private:
-  tools::MemoryFile example_{example};
+  tools::MemoryFile example_{std::string(example)};
   Pipe output_;
   tools::InputLines lines_{output_.read};
   tools::MemoryFile log_;
