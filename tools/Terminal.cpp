@@ -49,7 +49,8 @@ std::vector<std::string> InputLines::take() {
   const auto count = read(STDIN_FILENO, chunk.data(), chunk.size());
   if (count <= 0) {
     ended_ = true;
-    return {};
+    if (unfinished_.empty()) return {};
+    return {std::exchange(unfinished_, {})};
   }
   std::vector<std::string> lines;
   std::string_view fresh(chunk.data(), static_cast<std::size_t>(count));

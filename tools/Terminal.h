@@ -40,7 +40,8 @@ class SignalDescriptor {
 class InputLines {
  public:
   // Reads once, which blocks unless something has arrived, and hands over the lines that are whole
-  // now, without their ends. An error counts as the end of the input.
+  // now, without their ends. The end of the input makes a last line whole; an error counts as that
+  // end.
   std::vector<std::string> take();
 
   // Nothing will come any more.

@@ -1,7 +1,10 @@
 #include "tools/Words.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cstdlib>
+#include <iterator>
 #include <memory>
 #include <stdexcept>
 
@@ -29,6 +32,19 @@ std::vector<std::string> quotedWordsOf(std::string_view line) {
   }
   const std::unique_ptr<char*[], decltype(&std::free)> owner(found, std::free);
   return {found, found + count};
+}
+
+std::string printable(std::string_view text) {
+  std::string line;
+  for (const char character : text) {
+    const auto code = static_cast<unsigned char>(character);
+    if (code < 0x20 || code == 0x7f || character == '\\') {
+      fmt::format_to(std::back_inserter(line), "\\x{:02x}", code);
+    } else {
+      line += character;
+    }
+  }
+  return line;
 }
 
 }  // namespace tools

@@ -1,4 +1,4 @@
-// Lines taken apart into words. Any thread.
+// Lines taken apart into words, and texts that stay on their line. Any thread.
 #pragma once
 
 #include <string>
@@ -13,5 +13,9 @@ std::vector<std::string_view> wordsOf(std::string_view line);
 // The words of a line, quoted as in a shell and as in configurations: "not ready" is one word.
 // Throws std::invalid_argument if a quote is left open.
 std::vector<std::string> quotedWordsOf(std::string_view line);
+
+// The text with \x and two hexadecimal digits for each control character and each backslash, so
+// that it stays on its line.
+std::string printable(std::string_view text);
 
 }  // namespace tools

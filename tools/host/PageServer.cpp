@@ -132,8 +132,7 @@ class Connection : public httplib::Stream {
     std::array<pollfd, 2> waited{{{socket_, events, 0}, {bell_.descriptor(), POLLIN, 0}}};
     for (;;) {
       const auto left = std::chrono::ceil<milliseconds>(until - Clock::now()).count();
-      const int ready =
-          poll(waited.data(), waited.size(), std::max(0, static_cast<int>(left)));
+      const int ready = poll(waited.data(), waited.size(), std::max(0, static_cast<int>(left)));
       if (ready < 0 && errno == EINTR) continue;
       return ready > 0 && waited[1].revents == 0;
     }
@@ -220,8 +219,8 @@ std::string bodyOf(const Request& request, const httplib::ContentReader& reader)
 std::vector<Change> changesOf(const std::string& body) {
   const Json json = Json::parse(body, nullptr, false);
   if (json.is_discarded()) throw Refusal(400, "the body is not JSON");
-  const Refusal wrongShape(
-      400, R"(the body has to be {"changes":[{"name":"out_gain","value":-6.5}]})");
+  const Refusal wrongShape(400,
+                           R"(the body has to be {"changes":[{"name":"out_gain","value":-6.5}]})");
   if (!json.is_object() || !json.contains("changes") || !json["changes"].is_array()) {
     throw wrongShape;
   }
@@ -231,8 +230,7 @@ std::vector<Change> changesOf(const std::string& body) {
     if (!item.contains("value")) throw wrongShape;
     const Json& value = item["value"];
     if (!value.is_string() && !value.is_number()) throw wrongShape;
-    changes.push_back(
-        {item["name"], value.is_string() ? value.get<std::string>() : value.dump()});
+    changes.push_back({item["name"], value.is_string() ? value.get<std::string>() : value.dump()});
   }
   return changes;
 }
@@ -244,16 +242,19 @@ std::string eventOf(std::string_view name, const Json& data) {
 // What the system said, and what to do about it.
 std::string listenProblem(const PageSettings& settings, int error) {
   const std::string where = addressText(settings);
+  PageSettings anyPort = settings;
+  anyPort.port = 0;
   if (error == EADDRINUSE) {
     return fmt::format(
         "the live page can't listen on {}: the port is taken. Give another one with --page, or "
         "--page {} for any free port",
-        where, addressText({.address = settings.address, .port = 0}));
+        where, addressText(anyPort));
   }
   if (error == EACCES) {
-    return fmt::format("the live page can't listen on {}: ports below 1024 are for root. Give a "
-                       "higher one with --page",
-                       where);
+    return fmt::format(
+        "the live page can't listen on {}: ports below 1024 are for root. Give a "
+        "higher one with --page",
+        where);
   }
   return fmt::format(
       "the live page can't listen on {}: {}. Give an address of this machine with --page, such as "
@@ -384,8 +385,9 @@ void PageServer::Serving::checkAccess(const Request& request) const {
                                    host));
   }
   if (!showsToken(request)) {
-    throw Refusal(401, "show the token of the page: open it as /?token=TOKEN, or send the header "
-                       "\"Authorization: Bearer TOKEN\"");
+    throw Refusal(401,
+                  "show the token of the page: open it as /?token=TOKEN, or send the header "
+                  "\"Authorization: Bearer TOKEN\"");
   }
 }
 
@@ -423,12 +425,12 @@ const PageServer::Serving::Route& PageServer::Serving::routeOf(const Request& re
   for (const Route& route : routes_) paths.push_back(route.path);
   const auto found = std::find(paths.begin(), paths.end(), request.path);
   if (found == paths.end()) {
-    throw Refusal(404, fmt::format("there is no {}{}", request.path,
-                                   tools::didYouMean(request.path, paths)));
+    throw Refusal(
+        404, fmt::format("there is no {}{}", request.path, tools::didYouMean(request.path, paths)));
   }
   const Route& route = routes_[static_cast<std::size_t>(found - paths.begin())];
-  const bool fits = request.method == route.method ||
-                    (request.method == "HEAD" && route.method == "GET");
+  const bool fits =
+      request.method == route.method || (request.method == "HEAD" && route.method == "GET");
   if (fits) return route;
   throw Refusal(405, fmt::format("{} takes {}, not {}", route.path, route.method, request.method));
 }
@@ -461,8 +463,7 @@ void PageServer::Serving::stream(Response& response) {
   const auto isFirst = std::make_shared<bool>(true);
   response.set_header("X-Accel-Buffering", "no");
   response.set_chunked_content_provider(
-      "text/event-stream",
-      [this, feed, place, isFirst](std::size_t, httplib::DataSink& sink) {
+      "text/event-stream", [this, feed, place, isFirst](std::size_t, httplib::DataSink& sink) {
         std::string text;
         if (std::exchange(*isFirst, false)) {
           text = "retry: 1000\n" + eventOf("snapshot", feed->snapshot());

@@ -1,264 +1,291 @@
 #include "tools/host/host.h"
 
-#include <fmt/chrono.h>
-#include <fmt/core.h>
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
 #include <algorithm>
-#include <charconv>
-#include <chrono>
 #include <cstdio>
+#include <exception>
 #include <filesystem>
-#include <map>
 #include <memory>
 #include <optional>
-#include <stdexcept>
 #include <string>
-#include <string_view>
-#include <utility>
 #include <vector>
 
-#include "standin/Engine.h"
-#include "standin/Host.h"
-#include "standin/LoadedModule.h"
 #include "tools/Terminal.h"
-#include "tools/Words.h"
+#include "tools/host/Console.h"
+#include "tools/host/Cycles.h"
+#include "tools/host/Json.h"
+#include "tools/host/LogBook.h"
+#include "tools/host/PageServer.h"
+#include "tools/host/Reporter.h"
+#include "tools/host/RunningModule.h"
 
+namespace host {
 namespace {
 
-using standin::Slot;
-using standin::SlotSet;
-using standin::SlotValue;
 using tools::Arrival;
-using tools::Clock;
 
-constexpr char manual[] =
-    "Loads the module, starts it with a configuration file and keeps it running, in a stand-in "
-    "for\n"
-    "the engine. Log lines go to standard error, everything else to standard output.\n"
-    "\n"
-    "Commands on standard input, a line each:\n"
-    "  slots                          all slots with their values\n"
-    "  set NAME VALUE [NAME VALUE]... change engine slots, in one notification\n"
-    "  quit                           stop the module and end\n"
-    "\n"
-    "A value is read while the module may be writing it: a text can be half old and half new.\n"
-    "\n"
-    "Example: gatewayctl host examples/grpc-gateway.conf --watch --set out_gain=-6.5\n";
+constexpr int done = 0;
+constexpr int failed = 1;
+constexpr int interrupted = 130;
 
 struct Options {
-  std::string config;
-  std::string module;
-  std::string name = "gateway";
+  Setup setup{.config = {}, .module = {}, .name = "gateway"};
+  bool json = false;
   bool watch = false;
-  double watchRate = 4;
+  double watchRate = 20;
   std::optional<double> seconds;
-  std::vector<std::string> settings;
+  unsigned cycles = 0;
+  std::vector<Change> settings;
+  bool noPage = false;
+  PageSettings page;
 };
+
+// ---- Running --------------------------------------------------------------------------------
+
+// What every way to run a module has in common.
+class Run {
+ public:
+  explicit Run(const Options& options) : options_(options), reporter_(options.json) {}
+
+  // Returns the exit code.
+  int operator()() {
+    try {
+      return options_.cycles > 0 ? cycle() : attend();
+    } catch (const std::exception& error) {
+      reporter_.complain(error.what());
+      return failed;
+    }
+  }
+
+ private:
+  int attend();
+  int attend(RunningModule& module);
+  std::unique_ptr<PageServer> openPage(RunningModule& module) const;
+  void watch(const RunningModule& module);
+  int cycle();
+  void log(const standin::LogLine& line);
+  int judge(const Leftovers& leftovers) const;
+
+  const Options& options_;
+  tools::SignalDescriptor signals_;
+  tools::InputLines input_;
+  const Reporter reporter_;
+  LogBook logBook_;
+  std::optional<std::uint64_t> watched_;  // the look whose changes have been told
+};
+
+void Run::log(const standin::LogLine& line) {
+  logBook_.add(line);
+  reporter_.log(line);
+}
+
+int Run::attend() {
+  RunningModule module(options_.setup, [this](const auto& line) { log(line); });
+  reporter_.started(module);
+  if (!options_.settings.empty()) reporter_.notified(module.set(options_.settings));
+  const int code = attend(module);
+  return std::max(code, judge(module.stop()));
+}
+
+// Until a signal, `quit` or the end of the time; returns the exit code.
+int Run::attend(RunningModule& module) {
+  constexpr std::chrono::milliseconds lookPeriod(50);
+  const auto watchPeriod = std::chrono::duration_cast<Clock::duration>(
+      std::chrono::duration<double>(1 / options_.watchRate));
+  const auto end = tools::momentIn(options_.seconds);
+  auto nextLook = Clock::now();
+  auto nextWatch = options_.watch ? nextLook : Clock::time_point::max();
+  Console console(module, reporter_);
+  const auto page = openPage(module);
+
+  for (;;) {
+    const auto now = Clock::now();
+    if (now >= nextLook) {
+      module.sample();
+      nextLook = now + lookPeriod;
+    }
+    if (now >= nextWatch) {
+      watch(module);
+      nextWatch = now + watchPeriod;
+    }
+    if (now >= end) return done;
+    const Arrival arrival = tools::waitFor(signals_, &input_, std::min({end, nextLook, nextWatch}));
+    if (arrival == Arrival::Signal) return interrupted;
+    if (arrival != Arrival::Input) continue;
+    for (const std::string& line : input_.take()) {
+      if (!console.obey(line)) return done;
+    }
+  }
+}
+
+std::unique_ptr<PageServer> Run::openPage(RunningModule& module) const {
+  if (options_.noPage) return nullptr;
+  auto page = std::make_unique<PageServer>(module, logBook_, options_.page);
+  if (page->hasMoved()) {
+    fmt::print(stderr, "gatewayctl: {} is taken, so the live page is at {}\n",
+               addressText(options_.page), page->url());
+  }
+  reporter_.page(page->url());
+  return page;
+}
+
+// At first all slots, then those that have changed.
+void Run::watch(const RunningModule& module) {
+  const auto& labels = module.board().labels();
+  const auto changes = module.board().changesSince(watched_.value_or(0));
+  if (!watched_) {
+    const auto states = module.board().states();
+    for (std::size_t i = 0; i < labels.size(); ++i) {
+      reporter_.slotChanged(labels[i], states[i], changes.time);
+    }
+  } else {
+    for (const auto& [i, state] : changes.slots) {
+      reporter_.slotChanged(labels[i], state, changes.time);
+    }
+  }
+  watched_ = changes.look;
+}
+
+int Run::cycle() {
+  Arrival arrival = Arrival::Nothing;
+  const auto report = runCycles(
+      options_.setup, options_.cycles, [this](const auto& line) { log(line); },
+      [&] {
+        arrival = tools::waitFor(signals_, nullptr, tools::momentIn(options_.seconds.value_or(0)));
+        return arrival != Arrival::Signal;
+      });
+  fmt::print("{}", options_.json ? textOf(jsonOf(report)) + "\n" : textOf(report));
+  if (!report.leftovers.isClean()) return failed;
+  return arrival == Arrival::Signal ? interrupted : done;
+}
+
+// The exit code for what a stopped module left behind.
+int Run::judge(const Leftovers& leftovers) const {
+  if (leftovers.isClean()) return done;
+  const auto& left = leftovers.notReturned;
+  reporter_.complain(fmt::format(
+      "the module did not return {} blocks with {} bytes, {} key/value lists, {} callbacks",
+      left.blocks, left.bytes, left.keyValueLists, left.callbacks));
+  for (const auto& violation : leftovers.violations) reporter_.complain(violation);
+  return failed;
+}
+
+// ---- Command line ---------------------------------------------------------------------------
+
+std::string manual() {
+  return "Loads the module, starts it with a configuration file and keeps it running, in a "
+         "stand-in "
+         "for\nthe engine. Log lines go to standard error, everything else to standard output.\n\n"
+         "Commands on standard input, a line each, words quoted as in a shell:\n" +
+         Console::manual() +
+         "\nA slot's age is the time since its value was last seen to change; \"unmoved\" is one "
+         "that has\nnot changed since the start. Values are looked at 20 times a second, while the "
+         "module may be\nwriting them: a text can be caught half old and half new (torn), and is "
+         "whole at the next look.\n\n"
+         "With --json, standard output holds one JSON object a line, told apart by \"event\":\n"
+         "  started       module, config, meters_target, engine_target, slots (how many)\n"
+         "  page          url\n"
+         "  slot          set, type, name, key, value, age (seconds), moved\n"
+         "  slots         slots: an array of the same, the answer to slots and get\n"
+         "  notification  number, time (seconds since 1970), changes: an array of name, value\n"
+         "  error         text\n\n"
+         "The live page shows the slots, their ages and the log, and changes engine slots. Under "
+         "the same\naddress programs find /api/status, /api/slots, /api/events (server-sent "
+         "events), POST /api/set and\n/metrics (Prometheus). It is for this machine; another "
+         "address than 127.0.0.1 needs a --token.\n\n"
+         "Examples:\n"
+         "  gatewayctl host examples/grpc-gateway.conf --watch --set out_gain=-6.5\n"
+         "  gatewayctl host examples/grpc-gateway.conf --cycles 100\n\n"
+         "Exit codes: 0 done, 1 the configuration was refused or the run failed, 2 wrong use, "
+         "130 interrupted.";
+}
 
 // Beside this program, as a build leaves it.
 std::string defaultModulePath() {
   return std::filesystem::read_symlink("/proc/self/exe").replace_filename("grpc-gateway.so");
 }
 
-void print(const std::string& line) {
-  fmt::print("{}\n", line);
-  std::fflush(stdout);
-}
-
-void printLog(const standin::LogLine& line) {
-  const auto time = std::chrono::time_point_cast<std::chrono::milliseconds>(line.time);
-  const auto milliseconds = time.time_since_epoch().count() % 1000;
-  fmt::print(stderr, "{:%H:%M:%S}.{:03} [{}] {}:{}  {}\n",
-             fmt::localtime(std::chrono::system_clock::to_time_t(line.time)), milliseconds,
-             line.level, line.file, line.line, line.text);
-}
-
-std::string describe(const Slot& slot) {
-  return fmt::format("{} {} {}", standin::nameOf(slot.set), slot.name(),
-                     standin::textOf(slot.read()));
-}
-
-template <class T>
-T parseNumber(const std::string& name, const std::string& text, const char* wanted) {
-  T number{};
-  const char* const end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, number);
-  if (error != std::errc() || stop != end) {
-    throw std::invalid_argument(fmt::format("{} takes {}, not \"{}\"", name, wanted, text));
-  }
-  return number;
-}
-
-SlotValue parseValue(const Slot& slot, const std::string& text) {
-  const std::string name = slot.name();
-  switch (slot.description.valueType) {
-    case SONALITH_SLOT_INT:
-      return parseNumber<std::int32_t>(name, text, "an integer of 32 bits");
-    case SONALITH_SLOT_UINT:
-      return parseNumber<std::uint32_t>(name, text, "an integer from 0 to 4294967295");
-    case SONALITH_SLOT_FLOAT:
-      return parseNumber<float>(name, text, "a number");
-    default:
-      return text;
-  }
-}
-
-// A started module and all that is shown and asked of it.
-class Session {
- public:
-  explicit Session(const Options& options)
-      : options_(options), module_(options.module), instance_(module_, engine_, options.name) {
-    host_.setLogSink(printLog);
-  }
-
-  int run() {
-    if (instance_.start(options_.config) != 0) {
-      fmt::print(stderr, "gatewayctl: the module refused {}; its own messages above tell why.\n",
-                 options_.config);
-      return 1;
+void addSettings(std::vector<Change>& settings, const std::vector<std::string>& texts) {
+  for (const std::string& text : texts) {
+    const std::size_t equals = text.find('=');
+    if (equals == text.npos) {
+      throw CLI::ValidationError("--set", fmt::format("\"{}\" is not NAME=VALUE", text));
     }
-    const Started started{instance_};
-    applySettings();
-    return attend();
-  }
-
- private:
-  // Stops the module again, whatever ends the session.
-  struct Started {
-    standin::ModuleInstance& instance;
-    ~Started() { instance.stop(); }
-  };
-
-  void applySettings();
-  int attend();
-  bool obey(const std::string& line);
-  void set(const std::vector<std::string>& namesAndValues);
-  Slot engineSlot(const std::string& name) const;
-  void showChanges();
-
-  const Options& options_;
-  tools::SignalDescriptor signals_;
-  standin::Host host_{{.keepRecords = false}};
-  standin::Engine engine_;
-  standin::LoadedModule module_;
-  standin::ModuleInstance instance_;
-  tools::InputLines input_;
-  std::map<const void*, std::string> shown_;
-};
-
-// All of them in one notification.
-void Session::applySettings() {
-  std::vector<std::string> namesAndValues;
-  for (const std::string& setting : options_.settings) {
-    const std::size_t equals = setting.find('=');
-    namesAndValues.push_back(setting.substr(0, equals));
-    namesAndValues.push_back(setting.substr(equals + 1));
-  }
-  if (!namesAndValues.empty()) set(namesAndValues);
-}
-
-// Until a signal, `quit` or the end of the time; returns the exit code.
-int Session::attend() {
-  const auto period = std::chrono::duration_cast<Clock::duration>(
-      std::chrono::duration<double>(1 / options_.watchRate));
-  const auto end = tools::momentIn(options_.seconds);
-  auto nextWatch = options_.watch ? Clock::now() : Clock::time_point::max();
-
-  for (;;) {
-    const auto now = Clock::now();
-    if (now >= end) return 0;
-    if (now >= nextWatch) {
-      showChanges();
-      nextWatch = now + period;
-    }
-    const Arrival arrival = tools::waitFor(signals_, &input_, std::min(end, nextWatch));
-    if (arrival == Arrival::Signal) return 130;
-    if (arrival != Arrival::Input) continue;
-    for (const std::string& line : input_.take()) {
-      if (!obey(line)) return 0;
-    }
+    settings.push_back({text.substr(0, equals), text.substr(equals + 1)});
   }
 }
 
-// False for the command that ends the session.
-bool Session::obey(const std::string& line) {
-  const auto words = tools::wordsOf(line);
-  if (words.empty()) return true;
-  const std::string_view command = words.front();
-  if (command == "quit") return false;
+void setPageAddress(PageSettings& page, const std::string& text) {
   try {
-    if (command == "slots") {
-      for (const Slot& slot : instance_.slots()) print(describe(slot));
-    } else if (command == "set") {
-      set(std::vector<std::string>(words.begin() + 1, words.end()));
-    } else {
-      throw std::invalid_argument(
-          fmt::format("no command \"{}\": there are slots, set and quit", command));
-    }
+    PageSettings given = parsePageAddress(text);
+    given.token = page.token;
+    page = given;
   } catch (const std::invalid_argument& error) {
-    fmt::print(stderr, "gatewayctl: {}\n", error.what());
-  }
-  return true;
-}
-
-void Session::set(const std::vector<std::string>& namesAndValues) {
-  if (namesAndValues.empty() || namesAndValues.size() % 2 != 0) {
-    throw std::invalid_argument("set takes pairs of a name and a value");
-  }
-  std::vector<std::pair<Slot, SlotValue>> changes;
-  for (std::size_t i = 0; i < namesAndValues.size(); i += 2) {
-    const Slot slot = engineSlot(namesAndValues[i]);
-    changes.emplace_back(slot, parseValue(slot, namesAndValues[i + 1]));
-  }
-  instance_.set(changes);
-}
-
-Slot Session::engineSlot(const std::string& name) const {
-  std::vector<std::string> names;
-  for (const Slot& slot : instance_.slots(SlotSet::Engine)) {
-    if (slot.name() == name) return slot;
-    names.push_back(slot.name());
-  }
-  throw std::invalid_argument(
-      fmt::format("no engine slot \"{}\": there are {}", name,
-                  names.empty() ? "none" : fmt::format("{}", fmt::join(names, ", "))));
-}
-
-void Session::showChanges() {
-  for (const Slot& slot : instance_.slots()) {
-    std::string line = describe(slot);
-    std::string& last = shown_[slot.description.value];
-    if (line == last) continue;
-    print(line);
-    last = std::move(line);
+    throw CLI::ValidationError("--page", error.what());
   }
 }
 
-}  // namespace
+// Returns the option that is not for --cycles.
+CLI::Option* addPageOptions(CLI::App& host, Options& options) {
+  auto* page = host.add_option_function<std::string>(
+      "--page", [&](const auto& text) { setPageAddress(options.page, text); },
+      fmt::format("Where to serve the live page, by default {}, or any free port if that is taken",
+                  addressText(options.page)));
+  page->type_name("ADDRESS:PORT");
+  auto* noPage = host.add_flag("--no-page", options.noPage, "Serve no live page")->excludes(page);
+  host.add_option("--token", options.page.token,
+                  "What whoever wants the live page must know: /?token=TOKEN")
+      ->type_name("TOKEN")
+      ->excludes(noPage);
+  return page;
+}
 
-void addHost(CLI::App& app, int& exitCode) {
-  const auto options = std::make_shared<Options>();
-  options->module = defaultModulePath();
-  CLI::App* const host = app.add_subcommand("host", "Runs the module in a stand-in for the engine");
-  host->footer(manual);
-  host->add_option("CONFIG", options->config, "Configuration file")->required();
-  host->add_option("--module", options->module, "The module's file")->capture_default_str();
-  host->add_option("--name", options->name, "Name of the module instance")
+void addOptions(CLI::App& host, Options& options) {
+  host.add_option("CONFIG", options.setup.config, "Configuration file")->required();
+  host.add_option("--module", options.setup.module, "The module's file")->capture_default_str();
+  host.add_option("--name", options.setup.name, "Name of the module instance")
       ->capture_default_str()
       ->check([](const std::string& name) {
         return name.size() <= 31 ? "" : "has more than 31 bytes";
       });
-  host->add_flag("--watch", options->watch, "Print each slot when its value has changed");
-  host->add_option("--watch-rate", options->watchRate, "Looks at the slots per second")
+  host.add_flag("--json", options.json, "Write JSON lines");
+  auto* watch =
+      host.add_flag("--watch", options.watch, "Print each slot when its value has changed");
+  host.add_option("--watch-rate", options.watchRate, "Changes printed per second and slot at most")
+      ->type_name("N")
       ->capture_default_str()
       ->check(CLI::Range(0.1, 20.0));
-  host->add_option("--for", options->seconds, "End after so many seconds")
+  host.add_option("--for", options.seconds, "End after so long; with --cycles, end each")
+      ->type_name("SECONDS")
       ->check(CLI::NonNegativeNumber);
-  host->add_option("--set", options->settings, "NAME=VALUE: change an engine slot after the start")
-      ->check([](const std::string& setting) {
-        return setting.find('=') != std::string::npos ? "" : "takes NAME=VALUE";
-      });
-  host->callback([options, &exitCode] { exitCode = Session(*options).run(); });
+  auto* set = host.add_option_function<std::vector<std::string>>(
+      "--set", [&](const auto& texts) { addSettings(options.settings, texts); },
+      "Change engine slots right after the start, in one notification");
+  set->type_name("NAME=VALUE");
+  auto* page = addPageOptions(host, options);
+  host.add_option("--cycles", options.cycles,
+                  "Start and stop so many times, then tell what is left of it")
+      ->type_name("N")
+      ->check(CLI::Range(1, 1000000))
+      ->excludes(watch)
+      ->excludes(set)
+      ->excludes(page);
+}
+
+}  // namespace
+}  // namespace host
+
+void addHost(CLI::App& app, int& exitCode) {
+  const auto options = std::make_shared<host::Options>();
+  options->setup.module = host::defaultModulePath();
+  CLI::App* const command =
+      app.add_subcommand("host", "Runs the module in a stand-in for the engine");
+  host::addOptions(*command, *options);
+  command->footer(host::manual());
+  command->callback([options, &exitCode] {
+    const std::string problem = host::pageProblem(options->page);
+    if (!problem.empty()) throw CLI::ValidationError("--page", problem);
+    exitCode = host::Run(*options)();
+  });
 }

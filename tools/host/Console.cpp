@@ -1,0 +1,109 @@
+#include "tools/host/Console.h"
+
+#include <fmt/format.h>
+
+#include <array>
+#include <numeric>
+#include <stdexcept>
+#include <string_view>
+
+#include "tools/Suggestion.h"
+#include "tools/Words.h"
+
+namespace host {
+
+struct Console::Command {
+  std::string_view name;
+  std::string_view arguments;
+  std::string_view effect;
+  void (Console::*carryOut)(const Arguments& arguments);
+
+  static const std::array<Command, 4> all;
+  static const Command& of(const std::string& name);
+};
+
+const std::array<Console::Command, 4> Console::Command::all{{
+    {"slots", "", "all slots with value, age and key", &Console::slots},
+    {"get", "NAME...", "the slots of these names, of all sets", &Console::get},
+    {"set", "NAME VALUE [NAME VALUE]...", "change engine slots, in one notification",
+     &Console::set},
+    {"quit", "", "stop the module and end", &Console::quit},
+}};
+
+const Console::Command& Console::Command::of(const std::string& name) {
+  std::vector<std::string> names;
+  for (const Command& command : all) {
+    if (command.name == name) return command;
+    names.emplace_back(command.name);
+  }
+  const std::string meant = tools::didYouMean(name, names);
+  throw std::invalid_argument(
+      fmt::format("no command \"{}\"{}", name,
+                  meant.empty() ? fmt::format(": there are {}", fmt::join(names, ", ")) : meant));
+}
+
+std::string Console::manual() {
+  std::string text;
+  for (const Command& command : Command::all) {
+    text += fmt::format("  {:<31} {}\n", fmt::format("{} {}", command.name, command.arguments),
+                        command.effect);
+  }
+  return text;
+}
+
+bool Console::obey(const std::string& line) {
+  try {
+    Arguments words = tools::quotedWordsOf(line);
+    if (words.empty()) return true;
+    const Command& command = Command::of(words.front());
+    words.erase(words.begin());
+    (this->*command.carryOut)(words);
+  } catch (const std::invalid_argument& error) {
+    reporter_.complain(error.what());
+  }
+  return !quit_;
+}
+
+void Console::slots(const Arguments& arguments) {
+  if (!arguments.empty()) throw std::invalid_argument("slots takes no arguments: see get");
+  module_.sample();
+  std::vector<std::size_t> indices(module_.board().labels().size());
+  std::iota(indices.begin(), indices.end(), std::size_t{0});
+  reporter_.slots(module_.board(), indices);
+}
+
+void Console::get(const Arguments& arguments) {
+  if (arguments.empty()) throw std::invalid_argument("get takes names of slots");
+  std::vector<std::string> names;
+  for (const SlotLabel& label : module_.board().labels()) names.push_back(label.name);
+  std::vector<std::size_t> indices;
+  for (const std::string& wanted : arguments) {
+    const std::size_t before = indices.size();
+    for (std::size_t i = 0; i < names.size(); ++i) {
+      if (names[i] == wanted) indices.push_back(i);
+    }
+    if (indices.size() > before) continue;
+    throw std::invalid_argument(
+        fmt::format("no slot \"{}\"{}", wanted, tools::didYouMean(wanted, names)));
+  }
+  module_.sample();
+  reporter_.slots(module_.board(), indices);
+}
+
+void Console::set(const Arguments& arguments) {
+  if (arguments.empty() || arguments.size() % 2 != 0) {
+    throw std::invalid_argument("set takes pairs of a name and a value");
+  }
+  std::vector<Change> changes;
+  for (std::size_t i = 0; i < arguments.size(); i += 2) {
+    changes.push_back({arguments[i], arguments[i + 1]});
+  }
+  reporter_.notified(module_.set(changes));
+}
+
+void Console::quit(const Arguments& arguments) {
+  if (!arguments.empty()) throw std::invalid_argument("quit takes no arguments");
+  quit_ = true;
+}
+
+}  // namespace host

@@ -1,0 +1,44 @@
+// `gatewayctl host --cycles`: starts and stops the module again and again, and tells what is left.
+//
+// Each cycle loads the module's file, starts it, lets it run, stops it and unloads it. Memory of
+// the host is counted exactly. Threads and file descriptors are those of the whole process, as the
+// system counts them right after a stop: gRPC keeps some of its own from the first start on, and
+// ends others a little later, so what counts is whether they grow from the first cycle to the last.
+//
+// Threads: the calling one.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "tools/host/RunningModule.h"
+
+namespace host {
+
+// What the process holds at a moment.
+struct ProcessUse {
+  std::size_t threads = 0;
+  std::size_t descriptors = 0;
+};
+
+struct CyclesReport {
+  unsigned cycles = 0;  // carried out
+  ProcessUse before, afterFirst, afterLast;
+  Leftovers leftovers;  // of all cycles together
+};
+
+// Up to `count` cycles. `live` is called while the module runs, and returns false if this cycle is
+// to be the last. Throws what RunningModule throws.
+CyclesReport runCycles(const Setup& setup, unsigned count,
+                       const std::function<void(const standin::LogLine&)>& logSink,
+                       const std::function<bool()>& live);
+
+// For people, several lines; and {"cycles","not_returned":{"blocks","bytes","key_value_lists",
+// "callbacks"},"violations":[...],"threads":{"before","after_first","after_last"},
+// "descriptors":{the same}}.
+std::string textOf(const CyclesReport& report);
+nlohmann::json jsonOf(const CyclesReport& report);
+
+}  // namespace host

@@ -1,0 +1,146 @@
+#include "tools/host/Reporter.h"
+
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <string_view>
+
+#include "tools/Words.h"
+#include "tools/host/Json.h"
+
+namespace host {
+namespace {
+
+using Json = nlohmann::json;
+
+void print(const std::string& line) {
+  fmt::print("{}\n", line);
+  std::fflush(stdout);
+}
+
+void printEvent(std::string_view event, Json fields) {
+  fields["event"] = event;
+  print(textOf(fields));
+}
+
+using Row = std::array<std::string, 6>;
+
+Row rowOf(const SlotLabel& label, const SlotState& state, Clock::time_point now) {
+  const bool isText = label.valueType == SONALITH_SLOT_STRING;
+  return {std::string(nameOf(label.set)),
+          std::string(tools::typeNameOf(label.valueType)),
+          tools::printable(label.name),
+          isText ? textOf(jsonOf(state.value)) : standin::textOf(state.value),
+          state.hasMoved() ? ageText(now - state.changed) : "unmoved",
+          tools::printable(label.key)};
+}
+
+std::string tableOf(const std::vector<Row>& rows) {
+  std::array<std::size_t, std::tuple_size_v<Row>> widths{};
+  for (const Row& row : rows) {
+    for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
+  }
+  std::string table;
+  for (const Row& row : rows) {
+    std::string line;
+    for (std::size_t i = 0; i < row.size(); ++i) {
+      line += fmt::format("{:<{}}", row[i], widths[i] + 2);
+    }
+    table += line.substr(0, line.find_last_not_of(' ') + 1) + "\n";
+  }
+  return table;
+}
+
+// ANSI colours by weight: what is routine recedes, what is wrong stands out.
+std::string_view colourOf(int level) {
+  constexpr std::array<std::string_view, 4> colours{"\x1b[2m", "", "\x1b[33m", "\x1b[31m"};
+  return colours[static_cast<std::size_t>(std::clamp(level, 1, 4) - 1)];
+}
+
+}  // namespace
+
+Reporter::Reporter(bool json)
+    : json_(json), colours_(isatty(STDERR_FILENO) == 1 && std::getenv("NO_COLOR") == nullptr) {}
+
+void Reporter::started(const RunningModule& module) const {
+  if (!json_) return;
+  printEvent("started", {{"module", module.setup().name},
+                         {"config", module.setup().config},
+                         {"meters_target", module.metersTarget()},
+                         {"engine_target", module.engineTarget()},
+                         {"slots", module.board().labels().size()}});
+}
+
+void Reporter::page(const std::string& url) const {
+  if (json_) {
+    printEvent("page", {{"url", url}});
+  } else {
+    print("page " + url);
+  }
+}
+
+void Reporter::slotChanged(const SlotLabel& label, const SlotState& state,
+                           Clock::time_point now) const {
+  if (json_) {
+    printEvent("slot", jsonOf(label, state, now));
+  } else {
+    print(fmt::format("{} {} {}", nameOf(label.set), tools::printable(label.name),
+                      tools::printable(standin::textOf(state.value))));
+  }
+}
+
+void Reporter::slots(const SlotBoard& board, const std::vector<std::size_t>& indices) const {
+  const auto now = Clock::now();
+  const auto states = board.states();
+  std::vector<Row> rows{{"SET", "TYPE", "NAME", "VALUE", "AGE", "KEY"}};
+  Json slots = Json::array();
+  for (const std::size_t i : indices) {
+    if (json_) {
+      slots.push_back(jsonOf(board.labels()[i], states[i], now));
+    } else {
+      rows.push_back(rowOf(board.labels()[i], states[i], now));
+    }
+  }
+  if (json_) return printEvent("slots", {{"slots", slots}});
+  fmt::print("{}", tableOf(rows));
+  std::fflush(stdout);
+}
+
+void Reporter::notified(const Notification& notification) const {
+  if (json_) return printEvent("notification", jsonOf(notification));
+  std::string line = fmt::format("notification {}", notification.number);
+  for (const auto& [name, value] : notification.changes) {
+    line += fmt::format(" {} {}", tools::printable(name), tools::printable(value));
+  }
+  print(line);
+}
+
+void Reporter::complain(const std::string& text) const {
+  fmt::print(stderr, "gatewayctl: {}\n", text);
+  if (json_) printEvent("error", {{"text", text}});
+}
+
+void Reporter::log(const standin::LogLine& line) const {
+  const auto time = std::chrono::time_point_cast<std::chrono::milliseconds>(line.time);
+  const auto milliseconds = time.time_since_epoch().count() % 1000;
+  const std::string_view colour = colours_ ? colourOf(line.level) : "";
+  fmt::print(stderr, "{}{:%H:%M:%S}.{:03} [{}] {}:{}  {}{}\n", colour,
+             fmt::localtime(std::chrono::system_clock::to_time_t(line.time)), milliseconds,
+             line.level, line.file, line.line, line.text, colour.empty() ? "" : "\x1b[0m");
+}
+
+std::string ageText(Clock::duration age) {
+  const double seconds = std::chrono::duration<double>(age).count();
+  if (seconds < 10) return fmt::format("{:.1f} s", seconds);
+  if (seconds < 120) return fmt::format("{:.0f} s", seconds);
+  if (seconds < 7200) return fmt::format("{:.0f} min", seconds / 60);
+  if (seconds < 172800) return fmt::format("{:.0f} h", seconds / 3600);
+  return fmt::format("{:.0f} d", seconds / 86400);
+}
+
+}  // namespace host
