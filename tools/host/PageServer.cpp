@@ -469,7 +469,7 @@ void PageServer::Serving::stream(Response& response) {
           text = "retry: 1000\n" + eventOf("snapshot", feed->snapshot());
         } else {
           const Json news = feed->next(heartbeat, stopping_.get_token());
-          text = news.is_null() ? ":\n\n" : eventOf("update", news);
+          text = eventOf(news.is_null() ? "quiet" : "update", news);
         }
         return !stopping_.stop_requested() && sink.write(text.data(), text.size());
       });

@@ -4,7 +4,8 @@
 //   GET  /api/status   what runs here, as statusOf gives it
 //   GET  /api/slots    all slots, as slotsOf gives them
 //   GET  /api/events   server-sent events: "snapshot" once, then "update" as changes come, both as
-//                      PageFeed gives them; a comment when there is nothing to tell
+//                      PageFeed gives them; "quiet" after two seconds without, so that both
+//                      sides notice when the other one has gone
 //   POST /api/set      {"changes":[{"name","value"}...]}: changes engine slots in one notification,
 //                      and gives {"notification":NUMBER}
 //   GET  /metrics      for monitoring systems, as metricsOf gives them
