@@ -1,7 +1,7 @@
 // The live page. The stream of events fills a table of slots; frames show what of it can be seen.
 //
 // Nothing here grows with the number of changes: an event only marks slots, a frame writes the
-// marked ones that are in view, rows are made a few at a time, and lists are bounded.
+// marked ones that are in view, and lists are bounded.
 
 const staleAfter = 5000; // milliseconds without a change
 const tickPeriod = 250; // of ages, histories and counts
@@ -10,7 +10,6 @@ const buckets = 150;
 const holdFor = 2000;
 const lostAfter = 7000; // the tool says something every two seconds
 const retryAfter = 1000;
-const rowsPerTask = 80;
 const linesKept = 1000;
 const linesPerFrame = 200;
 const sentKept = 100;
@@ -99,7 +98,8 @@ function roundUp(value) {
 }
 
 // A scale that holds all values seen so far: decibels where they fit.
-function rangeFor(low, high) {
+function rangeFor(low, high, isParameter) {
+  if (isParameter && low >= -60 && high <= 12) return [-60, 12];
   if (low >= -60 && high <= 0) return [-60, 0];
   if (low >= 0) return [0, Math.max(1, roundUp(high))];
   if (low >= -60 && high <= 12 && low < -1) return [-60, 12];
@@ -120,13 +120,14 @@ class Slot {
     this.searched = `${told.name}\n${told.key}`.toLowerCase();
     this.low = Infinity;
     this.high = -Infinity;
-    this.range = [-60, 0];
+    this.range = null;
     this.keptRange = null;
-    this.points = this.isNumber ? new Float32Array(buckets).fill(NaN) : null;
+    this.points = null; // of a number that has moved
     this.bucket = 0;
     this.holdValue = -Infinity;
     this.holdUntil = 0;
     this.row = null;
+    this.adapt();
     this.refresh(told, now);
   }
 
@@ -138,6 +139,8 @@ class Slot {
   }
 
   change(value, now) {
+    // What the slot began with was no measurement.
+    if (!this.moved) this.holdValue = -Infinity;
     this.moved = true;
     this.changedAt = now;
     this.take(value, now);
@@ -151,6 +154,7 @@ class Slot {
       this.high = Math.max(this.high, value);
       this.adapt();
     }
+    if (!this.moved) return;
     this.advance(now);
     this.points[this.bucket % buckets] = value;
     if (value >= this.holdValue || now > this.holdUntil) {
@@ -160,7 +164,8 @@ class Slot {
   }
 
   adapt() {
-    this.range = this.keptRange ?? (this.low <= this.high ? rangeFor(this.low, this.high) : [-60, 0]);
+    const { low, high } = this.low <= this.high ? this : { low: 0, high: 0 };
+    this.range = this.keptRange ?? rangeFor(low, high, this.isParameter);
   }
 
   keepRange(range) {
@@ -171,7 +176,10 @@ class Slot {
   // Brings the history to the present: what did not change went on.
   advance(now) {
     const bucket = Math.floor(now / bucketPeriod);
-    if (this.bucket === 0) this.bucket = bucket - 1;
+    if (!this.points) {
+      this.points = new Float32Array(buckets).fill(NaN);
+      this.bucket = bucket;
+    }
     const last = this.points[this.bucket % buckets];
     const first = Math.max(this.bucket + 1, bucket - buckets + 1);
     for (let i = first; i <= bucket; ++i) this.points[i % buckets] = last;
@@ -205,7 +213,8 @@ class Slot {
 // ---- Rows ---------------------------------------------------------------------------------------
 
 const rowTemplate = byId("row-template").content.firstElementChild;
-const visible = new Set(); // rows in view
+const visible = new Set(); // rows that are in the document
+const spareCanvases = []; // canvases are costly to make
 const marked = new Set(); // slots that changed since the last frame
 let colours = {};
 
@@ -275,12 +284,12 @@ class Row {
 
   showBar(now) {
     const slot = this.slot;
-    const place = slot.place(slot.value);
+    const place = slot.moved ? slot.place(slot.value) : 0;
     if (place !== this.shownFill) {
       this.fill.style.transform = `scaleX(${place.toFixed(4)})`;
       this.shownFill = place;
     }
-    const hold = slot.place(Math.max(slot.holdValue, slot.value));
+    const hold = slot.moved ? slot.place(slot.holdValue) : 0;
     if (hold !== this.shownHold) {
       this.hold.style.transform = `translateX(${(hold * 100).toFixed(2)}%)`;
       this.shownHold = hold;
@@ -316,7 +325,7 @@ class Row {
     this.showFresh(now);
     if (slot.isParameter) return;
     setText(this.age, slot.moved ? ageText(now - slot.changedAt) : "not moved");
-    if (slot.isNumber) this.draw(now);
+    if (slot.points) this.draw(now);
     if (!this.fill) return;
     if (now > slot.holdUntil && typeof slot.value === "number") slot.holdValue = slot.value;
     this.showBar(now);
@@ -353,37 +362,39 @@ class Row {
   }
 
   addCanvas() {
+    this.canvas = spareCanvases.pop() ?? make("canvas");
     this.scale = Math.min(2, window.devicePixelRatio || 1);
-    this.canvas = make("canvas");
-    this.canvas.width = 110 * this.scale;
-    this.canvas.height = 20 * this.scale;
+    const width = 110 * this.scale;
+    if (this.canvas.width !== width) {
+      this.canvas.width = width;
+      this.canvas.height = 20 * this.scale;
+    }
     this.pen = this.canvas.getContext("2d");
     this.pen.lineWidth = 1.2 * this.scale;
     this.pen.lineJoin = "round";
     this.history.append(this.canvas);
   }
 
-  enter(now) {
+  // Shows the row as the nth of its group.
+  enter(group, place, now) {
+    this.element.style.top = `${place * rowHeight}px`;
+    this.element.setAttribute("aria-posinset", place + 1);
+    this.element.setAttribute("aria-setsize", group.shown.length);
+    if (visible.has(this)) return;
     visible.add(this);
+    group.rows.append(this.element);
     this.showAll(now);
   }
 
-  // Canvases are for rows in view: thousands of them would cost more than all the rest.
   leave() {
     visible.delete(this);
-    this.canvas?.remove();
+    this.element.remove();
+    if (!this.canvas) return;
+    this.canvas.remove();
+    spareCanvases.push(this.canvas);
     this.canvas = null;
   }
 }
-
-const observer = new IntersectionObserver((entries) => {
-  const now = performance.now();
-  for (const entry of entries) {
-    const row = entry.target.slotRow;
-    if (entry.isIntersecting) row.enter(now);
-    else row.leave();
-  }
-});
 
 // ---- Parameters ---------------------------------------------------------------------------------
 
@@ -522,7 +533,10 @@ async function postChange(name, value) {
 const rangeDialog = byId("range-dialog");
 let rangeRow = null;
 
-const rangeName = (slot) => `range.${status.name}.${slot.set}.${slot.name}`;
+// The ranges that people gave, by set and name; of each module its own.
+let keptRanges = {};
+const rangesName = () => `ranges.${status.name}`;
+const rangeName = (slot) => `${slot.set} ${slot.name}`;
 
 function editRange(row) {
   rangeRow = row;
@@ -536,7 +550,9 @@ function editRange(row) {
 
 function keepRange(range) {
   const { slot } = rangeRow;
-  memory.set(rangeName(slot), range);
+  if (range === null) delete keptRanges[rangeName(slot)];
+  else keptRanges[rangeName(slot)] = range;
+  memory.set(rangesName(), keptRanges);
   slot.keepRange(range);
   rangeRow.showAll(performance.now());
   rangeDialog.close();
@@ -554,67 +570,40 @@ byId("range-cancel").addEventListener("click", () => rangeDialog.close());
 
 // ---- The table ----------------------------------------------------------------------------------
 
+// Only the rows near the view are in the document, so that the browser's work does not grow with the
+// number of slots.
+
+const overscan = 12; // rows above and below the view
+
 let slots = [];
-let groups = new Map();
-let building = 0; // number of the table that is being made, to give up an older one
-let isBuilt = false;
+let rowHeight = 28;
+const groups = new Map();
 const wanted = { text: "", set: "all", fresh: "all" };
 
-const pause = () => new Promise((resolve) => setTimeout(resolve));
-
-async function build(told, now) {
-  const own = ++building;
-  isBuilt = false;
-  for (const slot of slots) observer.unobserve(slot.row?.element ?? document.body);
-  visible.clear();
-  marked.clear();
-  slots = told.map((each, index) => new Slot(index, each, now));
-  for (const slot of slots) {
-    if (slot.isFloat) slot.keepRange(memory.get(rangeName(slot)));
-  }
-  addGroups();
-  countSlots();
-  for (let i = 0; i < slots.length; i += rowsPerTask) {
-    const part = slots.slice(i, i + rowsPerTask);
-    for (const slot of part) addRow(slot);
-    showGroups();
-    await pause();
-    if (own !== building) return;
-  }
-  isBuilt = true;
-  filter();
-  document.documentElement.dataset.built = String(slots.length);
-}
-
 function addGroups() {
-  delete document.documentElement.dataset.built;
-  groups = new Map();
-  byId("groups").replaceChildren();
-  for (const set of Object.keys(setTitles)) {
+  for (const [set, title] of Object.entries(setTitles)) {
     const element = byId("group-template").content.firstElementChild.cloneNode(true);
-    element.querySelector(".title").textContent = setTitles[set];
-    element.hidden = true;
     element.dataset.set = set;
-    groups.set(set, {
-      element,
-      count: element.querySelector(".count"),
-      rows: element.querySelector(".rows"),
-      shown: 0,
-      all: 0,
-    });
-    groups.get(set).rows.setAttribute("aria-label", setTitles[set]);
+    element.querySelector(".title").textContent = title;
+    const rows = element.querySelector(".rows");
+    rows.setAttribute("aria-label", title);
+    groups.set(set, { element, rows, count: element.querySelector(".count"), shown: [], all: 0 });
     byId("groups").append(element);
   }
 }
 
-function addRow(slot) {
-  slot.row = new Row(slot);
-  const group = groups.get(slot.set);
-  ++group.all;
-  slot.row.element.hidden = !isWanted(slot, performance.now());
-  if (!slot.row.element.hidden) ++group.shown;
-  group.rows.append(slot.row.element);
-  observer.observe(slot.row.element);
+function build(told, now) {
+  for (const row of visible) row.leave();
+  marked.clear();
+  keptRanges = memory.get(rangesName()) ?? {};
+  slots = told.map((each, index) => new Slot(index, each, now));
+  for (const group of groups.values()) group.all = 0;
+  for (const slot of slots) {
+    ++groups.get(slot.set).all;
+    if (slot.isFloat) slot.keepRange(keptRanges[rangeName(slot)] ?? null);
+  }
+  countSlots();
+  filter();
 }
 
 function isWanted(slot, now) {
@@ -627,26 +616,62 @@ function isWanted(slot, now) {
 
 function filter() {
   const now = performance.now();
-  for (const group of groups.values()) group.shown = 0;
+  for (const group of groups.values()) group.shown = [];
   for (const slot of slots) {
-    if (!slot.row) continue;
-    const isHidden = !isWanted(slot, now);
-    if (slot.row.element.hidden !== isHidden) slot.row.element.hidden = isHidden;
-    if (!isHidden) ++groups.get(slot.set).shown;
+    if (isWanted(slot, now)) groups.get(slot.set).shown.push(slot);
   }
-  showGroups();
+  for (const group of groups.values()) {
+    const shown = group.shown.length;
+    group.element.hidden = shown === 0;
+    setText(group.count, shown === group.all ? `${shown}` : `${shown} of ${group.all}`);
+  }
+  const isEmpty = [...groups.values()].every((group) => group.shown.length === 0);
+  byId("nothing").hidden = !isEmpty;
+  setText(byId("nothing"), slots.length > 0 ? "No slot fits." : "The configuration has no slots.");
+  placeRows();
 }
 
-function showGroups() {
-  let shown = 0;
-  for (const group of groups.values()) {
-    group.element.hidden = group.shown === 0;
-    setText(group.count, group.shown === group.all ? `${group.all}` : `${group.shown} of ${group.all}`);
-    shown += group.shown;
+// Puts the rows near the view into the document and takes the others out.
+function placeRows() {
+  const style = getComputedStyle(document.documentElement);
+  rowHeight = parseFloat(style.getPropertyValue("--row"));
+  for (const { rows, shown } of groups.values()) {
+    rows.style.height = `${shown.length * rowHeight}px`;
   }
-  byId("nothing").hidden = shown > 0 || !isBuilt;
-  setText(byId("nothing"), slots.length > 0 ? "No slot fits." : "The configuration has no slots.");
+  const now = performance.now();
+  const near = [];
+  for (const group of groups.values()) {
+    const top = group.rows.getBoundingClientRect().top;
+    const first = Math.max(0, Math.floor(-top / rowHeight) - overscan);
+    const end = Math.min(
+      group.shown.length,
+      Math.ceil((window.innerHeight - top) / rowHeight) + overscan,
+    );
+    for (let i = first; i < end; ++i) near.push([group, group.shown[i], i]);
+  }
+  const staying = new Set(near.map(([, slot]) => slot.row));
+  for (const row of visible) {
+    if (!staying.has(row) && !row.element.contains(document.activeElement)) row.leave();
+  }
+  for (const [group, slot, place] of near) {
+    slot.row ??= new Row(slot);
+    slot.row.enter(group, place, now);
+  }
 }
+
+let isPlacingRequested = false;
+
+function requestPlacing() {
+  if (isPlacingRequested) return;
+  isPlacingRequested = true;
+  requestAnimationFrame(() => {
+    isPlacingRequested = false;
+    placeRows();
+  });
+}
+
+document.addEventListener("scroll", requestPlacing, { capture: true, passive: true });
+window.addEventListener("resize", requestPlacing);
 
 function countSlots() {
   const counts = { all: slots.length, fast: 0, slow: 0, engine: 0 };
@@ -700,7 +725,7 @@ document.addEventListener("keydown", (event) => {
 byId("filter").addEventListener("keydown", (event) => {
   if (event.key === "ArrowDown" || event.key === "Enter") {
     event.preventDefault();
-    focusRow(rowsShown()[0]);
+    focusSlot(slotsShown()[0]);
   }
   if (event.key !== "Escape") return;
   event.target.value = "";
@@ -708,12 +733,14 @@ byId("filter").addEventListener("keydown", (event) => {
   event.target.blur();
 });
 
-const rowsShown = () => slots.filter((slot) => slot.row && !slot.row.element.hidden);
+const slotsShown = () => [...groups.values()].flatMap((group) => group.shown);
 
-function focusRow(slot) {
+function focusSlot(slot) {
   if (!slot) return;
+  const group = groups.get(slot.set);
+  slot.row ??= new Row(slot);
+  slot.row.enter(group, group.shown.indexOf(slot), performance.now());
   slot.row.element.focus();
-  slot.row.element.scrollIntoView({ block: "nearest" });
 }
 
 // One row is in the order of the Tab key; the arrows go from there.
@@ -729,9 +756,9 @@ byId("groups").addEventListener("keydown", (event) => {
   const steps = { ArrowDown: 1, ArrowUp: -1, PageDown: 15, PageUp: -15, Home: -1e9, End: 1e9 };
   if (event.key in steps) {
     event.preventDefault();
-    const shown = rowsShown();
+    const shown = slotsShown();
     const place = shown.indexOf(row.slot) + steps[event.key];
-    focusRow(shown[Math.min(shown.length - 1, Math.max(0, place))]);
+    focusSlot(shown[Math.min(shown.length - 1, Math.max(0, place))]);
   }
   if (event.key !== "Enter") return;
   event.preventDefault();
@@ -867,7 +894,7 @@ function tick(now) {
   for (const row of visible) row.tick(now);
   countFresh(now);
   showLogCounts();
-  if (wanted.fresh !== "all" && isBuilt) filter();
+  if (wanted.fresh !== "all") filter();
   setText(byId("changes"), changes.toLocaleString("en").replaceAll(",", " "));
   setText(byId("uptime"), uptimeText((now - uptimeStart) / 1000));
   if (now - changesBefore.time < 1000) return;
@@ -1007,5 +1034,6 @@ matchMedia("(prefers-color-scheme: dark)").addEventListener("change", () => {
 
 // The cookie knows the token by now; it need not be seen, or be kept in the browser's history.
 if (location.search.includes("token=")) history.replaceState(null, "", "/");
+addGroups();
 setTheme(themes.find((theme) => theme === memory.get("theme")) ?? "system");
 connect();
