@@ -422,12 +422,12 @@ class Control {
     if (this.slot.isNumber) this.field.inputMode = "decimal";
     this.field.setAttribute("aria-label", `${this.slot.name}, value`);
     this.field.addEventListener("keydown", (event) => {
-      if (event.key === "Enter") this.send(this.field.value);
+      if (event.key === "Enter") this.commit();
       if (event.key === "Escape") this.showNow();
       event.stopPropagation();
     });
     this.field.addEventListener("input", () => (this.isEdited = true));
-    this.field.addEventListener("change", () => this.isEdited && this.send(this.field.value));
+    this.field.addEventListener("change", () => this.isEdited && this.commit());
     this.row.value.append(this.field);
   }
 
@@ -478,6 +478,11 @@ class Control {
       setText(end, shortNumber(range[i]));
       end.classList.toggle("kept", keptRange !== null);
     });
+  }
+
+  commit() {
+    this.isEdited = false;
+    this.send(this.field.value);
   }
 
   // One request at a time; of what is wanted meanwhile the latest counts.
