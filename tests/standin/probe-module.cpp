@@ -2,7 +2,8 @@
 // slot of each type in each of the three lists, logs the changes of which it is told, and may have
 // a thread that writes its fast slots. What it shall do is told by the parameter that otherwise
 // names a configuration file: "fail" (start returns -1), "spoil" (writes to a byte of the record
-// that is the host's), "overrun" (writes to a byte behind the record), "write" (has the thread).
+// that is the host's), "overrun" (writes to a byte behind the record), "write" (has the thread),
+// "leak" (forgets a block of 24 bytes).
 #include <atomic>
 #include <string>
 #include <thread>
@@ -133,6 +134,7 @@ std::int32_t start(sonalith_module* module, sonalith_keyValueList* params) {
   if (command == "fail") return -1;
   if (command == "spoil") module->reserved80[1] = 0;
   if (command == "overrun") reinterpret_cast<char*>(module + 1)[0] = 0;
+  if (command == "leak") sonalith_calloc(3, 8);
   module->privateData = sonalith_calloc(1, sizeof(Probe));
   Probe& probe = probeOf(module);
   module->moduleOffsets = publish(probe.engine, {"engine", 3, sonalith_moduleValidateOk});

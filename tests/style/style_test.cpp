@@ -81,7 +81,8 @@ const std::vector<Room> rooms = {
     // right in tools/, the last room, which is below them.
     {"tools/gatewayctl", {"tools/sim/", "tools/host/", "tools/discover/", "tools/demo/", "tools/"}},
     {"tools/sim/", {"proto/", "src/standin/", "tools/sanitizers/", "tools/", "tools/sim/"}},
-    {"tools/host/", {"src/host/", "src/standin/", "tools/", "tools/host/"}},
+    {"tools/host/",
+     {"src/host/", "src/standin/", module + "ConfigManager", "tools/", "tools/host/"}},
     {"tools/discover/", {"proto/", "tools/sanitizers/", "tools/", "tools/discover/"}},
     {"tools/demo/", {"tools/", "tools/demo/"}},
     {"tools/sanitizers/", {"tools/sanitizers/"}},

@@ -52,6 +52,7 @@ std::string unknownSlot(const std::string& name, const std::vector<Slot>& engine
   }
   if (engineSlots.empty()) return fmt::format("no engine slot \"{}\": there are none", name);
   std::vector<std::string> names;
+  names.reserve(engineSlots.size());
   for (const Slot& slot : engineSlots) names.push_back(slot.name());
   const std::string meant = tools::didYouMean(name, names);
   return fmt::format("no engine slot \"{}\"{}", name,
@@ -86,7 +87,12 @@ RunningModule::~RunningModule() = default;
 
 Leftovers RunningModule::stop() {
   running_.reset();
-  return {host_.outstanding(), host_.violations()};
+  Leftovers leftovers{host_.outstanding(), host_.violations()};
+  if (!instance_.hostBytesIntact()) {
+    leftovers.violations.emplace_back(
+        "bytes of the module's record that are the host's were changed");
+  }
+  return leftovers;
 }
 
 void RunningModule::sample() {

@@ -1,8 +1,8 @@
 // A module that runs in the stand-in host, with all that a person can see of it and ask of it.
 //
 // Threads: made, sampled and destroyed by one thread; all else is for any thread.
-// Ownership: owns the host, the engine, the module and the one instance. There can be one at a time,
-// since a process has one host.
+// Ownership: owns the host, the engine, the module and the one instance. There can be one at a
+// time, since a process has one host.
 #pragma once
 
 #include <chrono>

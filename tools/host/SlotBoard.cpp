@@ -1,6 +1,6 @@
 #include "tools/host/SlotBoard.h"
 
-#include <cstring>
+#include <bit>
 #include <variant>
 
 namespace host {
@@ -9,7 +9,8 @@ namespace {
 bool isSame(const standin::SlotValue& a, const standin::SlotValue& b) {
   const auto* x = std::get_if<float>(&a);
   const auto* y = std::get_if<float>(&b);
-  if (x != nullptr && y != nullptr) return std::memcmp(x, y, sizeof *x) == 0;
+  if (x != nullptr && y != nullptr)
+    return std::bit_cast<std::uint32_t>(*x) == std::bit_cast<std::uint32_t>(*y);
   return a == b;
 }
 

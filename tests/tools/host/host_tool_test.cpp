@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "meters.pb.h"
@@ -36,36 +37,98 @@ class HostTool : public ::testing::Test {
   TemporaryFolder files;
 };
 
-TEST_F(HostTool, ShowsTheSlotsAndStopsCleanlyAtQuit) {
+TEST_F(HostTool, ShowsTheSlotsWithAgeAndKeyAndStopsCleanlyAtQuit) {
   ToolProcess host({"host", config()});
+  host.writeLine("set gain -6.5");
+  host.waitLine("notification 1");
   host.writeLine("slots");
-  EXPECT_EQ(host.waitLine("fast state"), "fast state ");
-  EXPECT_EQ(host.waitLine("fast level"), "fast level -60.5");
-  EXPECT_EQ(host.waitLine("engine delay"), "engine delay 0");
-  EXPECT_EQ(host.waitLine("engine preset"), "engine preset 0");
-  EXPECT_EQ(host.waitLine("engine gain"), "engine gain 0");
+  EXPECT_EQ(host.waitLine("SET"), "SET     TYPE    NAME    VALUE  AGE      KEY");
+  EXPECT_EQ(host.waitLine("fast    string"), "fast    string  state   \"\"     unmoved  state");
+  EXPECT_EQ(host.waitLine("fast    float"), "fast    float   level   -60.5  unmoved  out.level");
+  EXPECT_EQ(host.waitLine("engine  int"), "engine  int     delay   0      unmoved  delay");
+  EXPECT_EQ(host.waitLine("engine  uint"), "engine  uint    preset  0      unmoved  preset");
+  EXPECT_EQ(host.waitLine("engine  float").substr(0, 32), "engine  float   gain    -6.5   0");
   host.writeLine("quit");
   EXPECT_EQ(host.waitExit(), 0);
   EXPECT_NE(host.errors().find("Completion queue flush ended"), std::string::npos);
 }
 
+TEST_F(HostTool, GetsSlotsByNameOfAllSets) {
+  const std::string path =
+      files.write("same.conf", "[Meters]\nTarget=" + servers.metersTarget() +
+                                   "\n[MetersInt]\nMeter=Key=a CustomKey=same\n"
+                                   "Meter=Key=b CustomKey=same Type=slow DefaultValue=2\n"
+                                   "Meter=Key=c CustomKey=other\n");
+  ToolProcess host({"host", path});
+  host.writeLine("get same");
+  EXPECT_EQ(host.waitLine("SET"), "SET   TYPE  NAME  VALUE  AGE      KEY");
+  EXPECT_EQ(host.waitLine("fast"), "fast  int   same  0      unmoved  a");
+  EXPECT_EQ(host.waitLine("slow"), "slow  int   same  2      unmoved  b");
+  host.writeLine("quit");
+  EXPECT_EQ(host.waitExit(), 0);
+  EXPECT_EQ(host.lines().size(), 3u);
+}
+
 TEST_F(HostTool, PrintsASlotWhenItsValueHasChanged) {
-  ToolProcess host({"host", config(), "--watch", "--watch-rate", "20"});
+  ToolProcess host({"host", config(), "--watch"});
+  EXPECT_EQ(host.waitLine("fast state"), "fast state ");
   EXPECT_EQ(host.waitLine("fast level"), "fast level -60.5");
+  EXPECT_EQ(host.waitLine("engine gain"), "engine gain 0");
   servers.waitEvent("open fast ");
   servers.command("send fast " + level(-12.5f));
   EXPECT_EQ(host.waitLine("fast level"), "fast level -12.5");
+  host.writeLine("set gain 1");
+  EXPECT_EQ(host.waitLine("engine gain"), "engine gain 1");
+  host.writeLine("quit");
+  EXPECT_EQ(host.waitExit(), 0);
+  EXPECT_EQ(host.lines().size(), 5u + 1 + 2);  // all, the notification, the changes
+}
+
+TEST_F(HostTool, WritesJsonLines) {
+  ToolProcess host({"host", config(), "--json", "--watch", "--set", "gain=-6.5"});
+  const auto next = [&] { return nlohmann::json::parse(host.waitLine("{")); };
+  EXPECT_EQ(next(), (nlohmann::json{{"event", "started"},
+                                    {"module", "gateway"},
+                                    {"config", files.path("gateway.conf")},
+                                    {"meters_target", servers.metersTarget()},
+                                    {"engine_target", servers.engineTarget()},
+                                    {"slots", 5}}));
+  auto notification = next();
+  EXPECT_GT(notification["time"], 1.7e9);
+  notification.erase("time");
+  EXPECT_EQ(notification, nlohmann::json::parse(R"({"event": "notification", "number": 1,
+                                                    "changes": [{"name": "gain",
+                                                                 "value": "-6.5"}]})"));
+  auto slot = next();
+  EXPECT_GE(slot["age"], 0);
+  slot.erase("age");
+  EXPECT_EQ(slot, nlohmann::json::parse(R"({"event": "slot", "set": "fast", "type": "string",
+                                            "name": "state", "key": "state", "value": "",
+                                            "moved": false})"));
+  for (int i = 0; i < 4; ++i) EXPECT_EQ(next()["event"], "slot");
+  host.writeLine("get level");
+  const auto slots = next();
+  EXPECT_EQ(slots["event"], "slots");
+  EXPECT_EQ(slots["slots"].size(), 1u);
+  EXPECT_EQ(slots["slots"][0]["value"], -60.5);
+  host.writeLine("dance");
+  EXPECT_EQ(next(), (nlohmann::json{{"event", "error"},
+                                    {"text",
+                                     "no command \"dance\": there are slots, get, set, "
+                                     "quit"}}));
   host.writeLine("quit");
   EXPECT_EQ(host.waitExit(), 0);
 }
 
 TEST_F(HostTool, SendsWhatIsSetInOneNotification) {
   ToolProcess host({"host", config(), "--set", "gain=-6.5", "--set", "delay=-3"});
+  EXPECT_EQ(host.waitLine("notification"), "notification 1 gain -6.5 delay -3");
   EXPECT_EQ(
       servers.waitEvent("SetParams 1 "),
       "SetParams 1 0a110a086f75742e6761696e1205150000d0c00a140a0564656c6179120b18fdffffffffffff"
       "ffff01 deadline=none metadata=-");
   host.writeLine("set preset 7 gain 1");
+  EXPECT_EQ(host.waitLine("notification"), "notification 2 preset 7 gain 1");
   EXPECT_EQ(servers.waitEvent("SetParams 2 "),
             "SetParams 2 0a0c0a06707265736574120220070a110a086f75742e6761696e1205150000803f "
             "deadline=none metadata=-");
@@ -73,13 +136,29 @@ TEST_F(HostTool, SendsWhatIsSetInOneNotification) {
   EXPECT_EQ(host.waitExit(), 0);
 }
 
+TEST_F(HostTool, TakesTextsWithBlanksInQuotes) {
+  const std::string path = files.write(
+      "text.conf", "[Meters]\nEnableFastMeters=false\nEnableSlowMeters=false\n[Engine]\nTarget=" +
+                       servers.engineTarget() + "\n[EngineString]\nParam=Key=t CustomKey=title\n");
+  ToolProcess host({"host", path, "--set", "title=big hall"});
+  EXPECT_EQ(servers.waitEvent("SetParams 1 "),
+            "SetParams 1 0a0f0a0174120a0a086269672068616c6c deadline=none metadata=-");
+  host.writeLine("set title 'small hall'");
+  EXPECT_EQ(host.waitLine("notification 2"), "notification 2 title small hall");
+  host.writeLine("quit");
+  EXPECT_EQ(host.waitExit(), 0);
+}
+
 TEST_F(HostTool, ExplainsWhatItCannotDoAndGoesOn) {
   ToolProcess host({"host", config()});
-  for (const char* line : {"set gian 1", "set gain loud", "set delay 2147483648", "set preset -1",
-                           "set gain", "set", "dance", "slots"}) {
+  for (const char* line :
+       {"set gian 1", "set loudness 1", "set level 1", "set gain loud", "set delay 2147483648",
+        "set preset -1", "set gain", "set", "get", "get sate", "slots all", "quit now", "dance",
+        "solts", "set gain 'open"}) {
     host.writeLine(line);
   }
-  host.waitLine("engine gain");
+  host.writeLine("slots");
+  host.waitLine("engine  float");
   host.writeLine("quit");
   EXPECT_EQ(host.waitExit(), 0);
   std::string told;
@@ -88,13 +167,81 @@ TEST_F(HostTool, ExplainsWhatItCannotDoAndGoesOn) {
     if (line.starts_with("gatewayctl: ")) told += line + "\n";
   }
   EXPECT_EQ(told,
-            "gatewayctl: no engine slot \"gian\": there are delay, preset, gain\n"
+            "gatewayctl: no engine slot \"gian\", did you mean \"gain\"?\n"
+            "gatewayctl: no engine slot \"loudness\": there are delay, preset, gain\n"
+            "gatewayctl: level is a fast slot: only engine slots can be set\n"
             "gatewayctl: gain takes a number, not \"loud\"\n"
-            "gatewayctl: delay takes an integer of 32 bits, not \"2147483648\"\n"
+            "gatewayctl: delay takes an integer from -2147483648 to 2147483647, not "
+            "\"2147483648\"\n"
             "gatewayctl: preset takes an integer from 0 to 4294967295, not \"-1\"\n"
             "gatewayctl: set takes pairs of a name and a value\n"
             "gatewayctl: set takes pairs of a name and a value\n"
-            "gatewayctl: no command \"dance\": there are slots, set and quit\n");
+            "gatewayctl: get takes names of slots\n"
+            "gatewayctl: no slot \"sate\", did you mean \"state\"?\n"
+            "gatewayctl: slots takes no arguments: see get\n"
+            "gatewayctl: quit takes no arguments\n"
+            "gatewayctl: no command \"dance\": there are slots, get, set, quit\n"
+            "gatewayctl: no command \"solts\", did you mean \"slots\"?\n"
+            "gatewayctl: a quote is left open\n");
+}
+
+TEST_F(HostTool, CarriesOutALastLineWithoutItsEnd) {
+  ToolProcess host({"host", config()});
+  host.write("quit");
+  host.closeInput();
+  EXPECT_EQ(host.waitExit(), 0);
+}
+
+TEST_F(HostTool, ShowsNoColourWhereNobodySeesIt) {
+  ToolProcess host({"host", config(), "--for", "0"});
+  EXPECT_EQ(host.waitExit(), 0);
+  EXPECT_EQ(host.errors().find('\x1b'), std::string::npos);
+}
+
+TEST_F(HostTool, CyclesAndTellsWhatIsLeft) {
+  ToolProcess host({"host", config(), "--cycles", "3"});
+  EXPECT_EQ(host.waitExit(), 0);
+  EXPECT_EQ(host.waitLine("cycles"), "cycles            3");
+  EXPECT_EQ(host.waitLine("memory"), "memory            0 blocks with 0 bytes not returned");
+  EXPECT_EQ(host.waitLine("key/value"), "key/value lists   0 not returned");
+  EXPECT_EQ(host.waitLine("callbacks"), "callbacks         0 not removed");
+  host.waitLine("threads           1 before, ");
+  host.waitLine("descriptors       ");
+  EXPECT_EQ(host.waitLine("violations"), "violations        0");
+}
+
+TEST_F(HostTool, FindsWhatAModuleKeeps) {
+  ToolProcess host({"host", "leak", "--module", PROBE_PATH, "--cycles", "2", "--json"});
+  EXPECT_EQ(host.waitExit(), 1);
+  const auto report = nlohmann::json::parse(host.waitLine("{"));
+  EXPECT_EQ(report["cycles"], 2);
+  EXPECT_EQ(
+      report["not_returned"],
+      (nlohmann::json{{"blocks", 2}, {"bytes", 48}, {"key_value_lists", 0}, {"callbacks", 0}}));
+  EXPECT_EQ(report["violations"], nlohmann::json::array());
+  EXPECT_EQ(report["threads"]["before"], 1);
+  EXPECT_EQ(report["descriptors"].size(), 3u);
+}
+
+TEST_F(HostTool, ComplainsOfWhatAModuleKeepsOrSpoils) {
+  ToolProcess leaking({"host", "leak", "--module", PROBE_PATH, "--for", "0"});
+  EXPECT_EQ(leaking.waitExit(), 1);
+  EXPECT_NE(leaking.errors().find("gatewayctl: the module did not return 1 blocks with 24 bytes, 0 "
+                                  "key/value lists, 0 callbacks\n"),
+            std::string::npos);
+  ToolProcess spoiling({"host", "spoil", "--module", PROBE_PATH, "--cycles", "1"});
+  EXPECT_EQ(spoiling.waitExit(), 1);
+  EXPECT_EQ(spoiling.waitLine("violations"), "violations        1");
+  EXPECT_EQ(spoiling.waitLine("  "),
+            "  bytes of the module's record that are the host's were changed");
+}
+
+TEST_F(HostTool, EndsItsCyclesAtASignal) {
+  ToolProcess host({"host", config(), "--cycles", "1000", "--for", "3600"});
+  servers.waitEvent("open fast 1 ");
+  host.signal(SIGINT);
+  EXPECT_EQ(host.waitExit(), 130);
+  EXPECT_EQ(host.waitLine("cycles"), "cycles            1");
 }
 
 TEST_F(HostTool, EndsByItselfAndBySignals) {
@@ -102,7 +249,7 @@ TEST_F(HostTool, EndsByItselfAndBySignals) {
   for (const int signal : {SIGINT, SIGTERM}) {
     ToolProcess host({"host", config()});
     host.writeLine("slots");
-    host.waitLine("fast level");
+    host.waitLine("fast    float");
     host.signal(signal);
     EXPECT_EQ(host.waitExit(), 130);
     EXPECT_NE(host.errors().find("Completion queue flush ended"), std::string::npos);
@@ -124,7 +271,7 @@ TEST_F(HostTool, GivesOneForARefusedConfiguration) {
   EXPECT_NE(host.errors().find("configManager: problem parsing " + path + " (2)"),
             std::string::npos);
   EXPECT_NE(host.errors().find("gatewayctl: the module refused " + path +
-                               "; its own messages above tell why.\n"),
+                               "; its own messages above tell why\n"),
             std::string::npos);
 }
 
@@ -147,6 +294,9 @@ TEST_F(HostTool, GivesTwoForWrongUse) {
                                              {"host", config(), "--name", std::string(32, 'x')},
                                              {"host", config(), "--watch-rate", "1000"},
                                              {"host", config(), "--set", "gain"},
+                                             {"host", config(), "--cycles", "0"},
+                                             {"host", config(), "--cycles", "2", "--watch"},
+                                             {"host", config(), "--cycles", "2", "--set", "gain=1"},
                                              {"host", config(), "--bogus"}}) {
     ToolProcess host(arguments);
     EXPECT_EQ(host.waitExit(), 2);

@@ -1,0 +1,106 @@
+// The log book, and how things look to programs and people.
+#include <gtest/gtest.h>
+
+#include <limits>
+
+#include "tools/host/Json.h"
+#include "tools/host/LogBook.h"
+#include "tools/host/Reporter.h"
+
+namespace {
+
+using host::ageText;
+using host::jsonOf;
+using host::LogBook;
+using host::textOf;
+using standin::LogLine;
+using standin::SlotSet;
+using standin::SlotValue;
+using namespace std::chrono_literals;
+
+LogLine lineOf(int level, const std::string& text) {
+  return {std::chrono::system_clock::time_point(1500ms), level, "src/a.cpp", 7, 1, text};
+}
+
+std::vector<std::string> textsFrom(const LogBook& book, std::uint64_t from) {
+  std::vector<std::string> texts;
+  for (const LogLine& line : book.linesFrom(from).lines) texts.push_back(line.text);
+  return texts;
+}
+
+TEST(LogBook, GivesTheLinesFromANumberOn) {
+  LogBook book;
+  EXPECT_EQ(book.linesFrom(0).next, 0u);
+  for (const char* text : {"a", "b", "c"}) book.add(lineOf(1, text));
+  EXPECT_EQ(textsFrom(book, 0), (std::vector<std::string>{"a", "b", "c"}));
+  EXPECT_EQ(textsFrom(book, 2), std::vector<std::string>{"c"});
+  EXPECT_EQ(textsFrom(book, 3), std::vector<std::string>{});
+  EXPECT_EQ(textsFrom(book, 99), std::vector<std::string>{});
+  EXPECT_EQ(book.linesFrom(0).next, 3u);
+}
+
+TEST(LogBook, KeepsTheLatestLines) {
+  LogBook book;
+  for (std::size_t i = 0; i < LogBook::kept + 2; ++i) book.add(lineOf(1, std::to_string(i)));
+  const auto all = book.linesFrom(0);
+  EXPECT_EQ(all.lines.size(), LogBook::kept);
+  EXPECT_EQ(all.lines.front().text, "2");
+  EXPECT_EQ(all.next, LogBook::kept + 2);
+  EXPECT_EQ(textsFrom(book, LogBook::kept + 1), std::vector<std::string>{"1001"});
+}
+
+TEST(LogBook, CountsLinesByLevel) {
+  LogBook book;
+  for (const int level : {1, 1, 3, 4, 4, 4, 9, -1}) book.add(lineOf(level, ""));
+  EXPECT_EQ(book.counts(), (std::array<std::uint64_t, 4>{3, 0, 1, 4}));
+}
+
+TEST(Json, WritesAFloatInItsShortestForm) {
+  EXPECT_EQ(textOf(jsonOf(SlotValue(-12.3f))), "-12.3");
+  EXPECT_EQ(textOf(jsonOf(SlotValue(0.1f))), "0.1");
+  EXPECT_EQ(textOf(jsonOf(SlotValue(1e-40f))), "1e-40");
+}
+
+TEST(Json, SpellsWhatIsNoNumberAsText) {
+  EXPECT_EQ(textOf(jsonOf(SlotValue(std::numeric_limits<float>::infinity()))), "\"inf\"");
+  EXPECT_EQ(textOf(jsonOf(SlotValue(-std::numeric_limits<float>::infinity()))), "\"-inf\"");
+  EXPECT_EQ(textOf(jsonOf(SlotValue(std::numeric_limits<float>::quiet_NaN()))), "\"nan\"");
+}
+
+TEST(Json, WritesIntegersAndTexts) {
+  EXPECT_EQ(textOf(jsonOf(SlotValue(-2147483647 - 1))), "-2147483648");
+  EXPECT_EQ(textOf(jsonOf(SlotValue(4294967295u))), "4294967295");
+  EXPECT_EQ(textOf(jsonOf(SlotValue("a\"b\n"))), R"("a\"b\n")");
+}
+
+TEST(Json, ReplacesWhatIsNotUtf8) {
+  EXPECT_EQ(textOf(jsonOf(SlotValue("a\xff"))), "\"a\xef\xbf\xbd\"");
+}
+
+TEST(Json, DescribesASlot) {
+  const auto now = host::Clock::now();
+  EXPECT_EQ(textOf(jsonOf({SlotSet::Slow, SONALITH_SLOT_INT, "queue", "queue.length"},
+                          {SlotValue(3), now - 1250ms, 1}, now)),
+            R"({"age":1.25,"key":"queue.length","moved":true,"name":"queue","set":"slow",)"
+            R"("type":"int","value":3})");
+}
+
+TEST(Json, DescribesNotificationsAndLogLines) {
+  EXPECT_EQ(textOf(jsonOf(host::Notification{
+                3, std::chrono::system_clock::time_point(1500ms), {{"gain", "-6.5"}}})),
+            R"({"changes":[{"name":"gain","value":"-6.5"}],"number":3,"time":1.5})");
+  EXPECT_EQ(textOf(jsonOf(lineOf(2, "up"))),
+            R"({"file":"src/a.cpp","level":2,"line":7,"text":"up","time":1.5})");
+}
+
+TEST(Age, IsToldAsPeopleSayIt) {
+  EXPECT_EQ(ageText(0ms), "0.0 s");
+  EXPECT_EQ(ageText(340ms), "0.3 s");
+  EXPECT_EQ(ageText(45s), "45 s");
+  EXPECT_EQ(ageText(119s), "119 s");
+  EXPECT_EQ(ageText(12min), "12 min");
+  EXPECT_EQ(ageText(3h), "3 h");
+  EXPECT_EQ(ageText(120h), "5 d");
+}
+
+}  // namespace
