@@ -216,20 +216,23 @@ std::string bodyOf(const Request& request, const httplib::ContentReader& reader)
   return body;
 }
 
+Refusal wrongShape() {
+  return {400, R"(the body has to be {"changes":[{"name":"out_gain","value":-6.5}]})"};
+}
+
 std::vector<Change> changesOf(const std::string& body) {
   const Json json = Json::parse(body, nullptr, false);
   if (json.is_discarded()) throw Refusal(400, "the body is not JSON");
-  const Refusal wrongShape(400,
-                           R"(the body has to be {"changes":[{"name":"out_gain","value":-6.5}]})");
   if (!json.is_object() || !json.contains("changes") || !json["changes"].is_array()) {
-    throw wrongShape;
+    throw wrongShape();
   }
   std::vector<Change> changes;
   for (const Json& item : json["changes"]) {
-    if (!item.is_object() || !item.contains("name") || !item["name"].is_string()) throw wrongShape;
-    if (!item.contains("value")) throw wrongShape;
+    if (!item.is_object() || !item.contains("name") || !item["name"].is_string())
+      throw wrongShape();
+    if (!item.contains("value")) throw wrongShape();
     const Json& value = item["value"];
-    if (!value.is_string() && !value.is_number()) throw wrongShape;
+    if (!value.is_string() && !value.is_number()) throw wrongShape();
     changes.push_back({item["name"], value.is_string() ? value.get<std::string>() : value.dump()});
   }
   return changes;
