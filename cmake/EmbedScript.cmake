@@ -2,8 +2,8 @@
 # are separated by "|".
 
 string(REPLACE "|" ";" files "${FILES}")
-set(text "// Made by the build from the files named below.\n#pragma once\n\n#include <string_view>\n\n")
-string(APPEND text "namespace ${NAMESPACE} {\n")
+set(text "// Made by the build from the files named below.\n#pragma once\n\n")
+string(APPEND text "#include <string_view>\n\nnamespace ${NAMESPACE} {\n")
 foreach(path ${files})
   get_filename_component(name ${path} NAME)
   string(MAKE_C_IDENTIFIER ${name} identifier)

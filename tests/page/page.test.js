@@ -296,8 +296,8 @@ for (const [name, scheme, width, height] of [
 
 // ---- Two thousand slots -------------------------------------------------------------------------
 
-// What the page should keep to is 50 ms. A machine that is busy with other things, and draws without
-// a graphics processor, is allowed more.
+// What the page should keep to is 50 ms. A machine that is busy with other things, and draws
+// without a graphics processor, is allowed more.
 const generousTask = 400; // milliseconds
 const slotCount = 2000;
 const watched = 20000; // milliseconds

@@ -228,9 +228,8 @@ std::vector<Change> changesOf(const std::string& body) {
   }
   std::vector<Change> changes;
   for (const Json& item : json["changes"]) {
-    if (!item.is_object() || !item.contains("name") || !item["name"].is_string())
-      throw wrongShape();
-    if (!item.contains("value")) throw wrongShape();
+    const bool fits = item.is_object() && item.contains("name") && item.contains("value");
+    if (!fits || !item["name"].is_string()) throw wrongShape();
     const Json& value = item["value"];
     if (!value.is_string() && !value.is_number()) throw wrongShape();
     changes.push_back({item["name"], value.is_string() ? value.get<std::string>() : value.dump()});

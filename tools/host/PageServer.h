@@ -12,9 +12,9 @@
 //
 // What is refused gets a fitting status and {"error": reason}. With a token, every request has to
 // show it: as "Authorization: Bearer TOKEN", as "?token=TOKEN", or by the cookie that the page sets
-// when it was opened that way. Without one, the Host header has to be an address, so that no foreign
-// site can reach the page under a name of its own. A change has to come from the page itself: its
-// Origin is the address it was asked under.
+// when it was opened that way. Without one, the Host header has to be an address, so that no
+// foreign site can reach the page under a name of its own. A change has to come from the page
+// itself: its Origin is the address it was asked under.
 //
 // Threads: made and destroyed by one thread; serves on threads of its own. A connection carries one
 // request, so that idle ones hold nobody up.

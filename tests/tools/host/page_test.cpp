@@ -721,11 +721,12 @@ class ServedModule : public ::testing::Test {
 
   static host::PageSettings anyPort() { return host::parsePageAddress("127.0.0.1:0"); }
 
+  const SimProcess servers;
   const TemporaryFolder files;
   host::LogBook log;
   host::RunningModule module{
-      {.config = files.write(
-           "one.conf", "[Meters]\nTarget=" + unusedTarget() + "\n[MetersFloat]\nMeter=Key=a\n"),
+      {.config = files.write("one.conf", "[Meters]\nTarget=" + servers.metersTarget() +
+                                             "\n[MetersFloat]\nMeter=Key=a\n"),
        .module = GATEWAY_MODULE,
        .name = "gateway"},
       [this](const auto& line) { log.add(line); }};

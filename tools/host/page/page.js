@@ -575,8 +575,8 @@ byId("range-cancel").addEventListener("click", () => rangeDialog.close());
 
 // ---- The table ----------------------------------------------------------------------------------
 
-// Only the rows near the view are in the document, so that the browser's work does not grow with the
-// number of slots.
+// Only the rows near the view are in the document, so that the browser's work does not grow with
+// the number of slots.
 
 const overscan = 12; // rows above and below the view
 
@@ -933,7 +933,8 @@ function takeSnapshot(told) {
   newLines = [];
   const isAgain = instance !== "" && instance !== told.instance;
   if (isAgain) {
-    newLines.push({ again: `The tool was started again at ${clockText(status.startTime, false)}.` });
+    const time = clockText(status.startTime, false);
+    newLines.push({ again: `The tool was started again at ${time}.` });
   } else {
     logList.replaceChildren();
   }
