@@ -27,9 +27,10 @@ std::vector<std::string> filesIn(const std::string& folder,
                                  const std::set<std::string>& endings = {".h", ".cpp", ".c"}) {
   std::vector<std::string> files;
   for (const auto& entry : fs::recursive_directory_iterator(root / folder)) {
-    if (!entry.is_regular_file() || entry.path().string().find("/corpus/") != std::string::npos) {
-      continue;
-    }
+    const std::string path = entry.path();
+    const bool isForeign = path.find("/corpus/") != path.npos || path.ends_with("-lock.json") ||
+                           path.find("/node_modules/") != path.npos;
+    if (!entry.is_regular_file() || isForeign) continue;
     const bool wanted = endings.empty() || endings.contains(entry.path().extension());
     if (wanted) files.push_back(fs::relative(entry.path(), root));
   }

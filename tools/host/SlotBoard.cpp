@@ -70,9 +70,10 @@ SlotBoard::Changes SlotBoard::changesSince(std::uint64_t since) const {
   return changes;
 }
 
-bool SlotBoard::waitForLook(std::uint64_t since, std::chrono::milliseconds limit) const {
+bool SlotBoard::waitForLook(std::uint64_t since, std::chrono::milliseconds limit,
+                            const std::stop_token& stop) const {
   std::unique_lock lock(mutex_);
-  return looked_.wait_for(lock, limit, [&] { return look_ > since; });
+  return looked_.wait_for(lock, stop, limit, [&] { return look_ > since; });
 }
 
 std::uint64_t SlotBoard::changeCount() const {

@@ -14,6 +14,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
+#include <stop_token>
 #include <string>
 #include <utility>
 #include <vector>
@@ -65,8 +66,10 @@ class SlotBoard {
   // numbers that rise from 1; 0 gives all slots that ever changed.
   Changes changesSince(std::uint64_t since) const;
 
-  // Blocks until there has been a look after `since`, or for `limit`. False for the latter.
-  bool waitForLook(std::uint64_t since, std::chrono::milliseconds limit) const;
+  // Blocks until there has been a look after `since`, for `limit`, or until `stop` is asked for.
+  // False without such a look.
+  bool waitForLook(std::uint64_t since, std::chrono::milliseconds limit,
+                   const std::stop_token& stop = {}) const;
 
   // Changes found so far, of all slots together.
   std::uint64_t changeCount() const;
@@ -76,7 +79,7 @@ class SlotBoard {
   std::vector<SlotLabel> labels_;
 
   mutable std::mutex mutex_;  // of all below
-  mutable std::condition_variable looked_;
+  mutable std::condition_variable_any looked_;
   std::uint64_t look_ = 1;
   Clock::time_point lookTime_;
   std::uint64_t changeCount_ = 0;

@@ -16,6 +16,7 @@
 #include "tools/host/Cycles.h"
 #include "tools/host/Json.h"
 #include "tools/host/LogBook.h"
+#include "tools/host/PageServer.h"
 #include "tools/host/Reporter.h"
 #include "tools/host/RunningModule.h"
 
@@ -36,6 +37,8 @@ struct Options {
   std::optional<double> seconds;
   unsigned cycles = 0;
   std::vector<Change> settings;
+  bool noPage = false;
+  PageSettings page;
 };
 
 // ---- Running --------------------------------------------------------------------------------
@@ -58,6 +61,7 @@ class Run {
  private:
   int attend();
   int attend(RunningModule& module);
+  std::unique_ptr<PageServer> openPage(RunningModule& module) const;
   void watch(const RunningModule& module);
   int cycle();
   void log(const standin::LogLine& line);
@@ -93,6 +97,7 @@ int Run::attend(RunningModule& module) {
   auto nextLook = Clock::now();
   auto nextWatch = options_.watch ? nextLook : Clock::time_point::max();
   Console console(module, reporter_);
+  const auto page = openPage(module);
 
   for (;;) {
     const auto now = Clock::now();
@@ -112,6 +117,17 @@ int Run::attend(RunningModule& module) {
       if (!console.obey(line)) return done;
     }
   }
+}
+
+std::unique_ptr<PageServer> Run::openPage(RunningModule& module) const {
+  if (options_.noPage) return nullptr;
+  auto page = std::make_unique<PageServer>(module, logBook_, options_.page);
+  if (page->hasMoved()) {
+    fmt::print(stderr, "gatewayctl: {} is taken, so the live page is at {}\n",
+               addressText(options_.page), page->url());
+  }
+  reporter_.page(page->url());
+  return page;
 }
 
 // At first all slots, then those that have changed.
@@ -174,6 +190,10 @@ std::string manual() {
          "  slots         slots: an array of the same, the answer to slots and get\n"
          "  notification  number, time (seconds since 1970), changes: an array of name, value\n"
          "  error         text\n\n"
+         "The live page shows the slots, their ages and the log, and changes engine slots. Under "
+         "the same\naddress programs find /api/status, /api/slots, /api/events (server-sent "
+         "events), POST /api/set and\n/metrics (Prometheus). It is for this machine; another "
+         "address than 127.0.0.1 needs a --token.\n\n"
          "Examples:\n"
          "  gatewayctl host examples/grpc-gateway.conf --watch --set out_gain=-6.5\n"
          "  gatewayctl host examples/grpc-gateway.conf --cycles 100\n\n"
@@ -194,6 +214,31 @@ void addSettings(std::vector<Change>& settings, const std::vector<std::string>& 
     }
     settings.push_back({text.substr(0, equals), text.substr(equals + 1)});
   }
+}
+
+void setPageAddress(PageSettings& page, const std::string& text) {
+  try {
+    PageSettings given = parsePageAddress(text);
+    given.token = page.token;
+    page = given;
+  } catch (const std::invalid_argument& error) {
+    throw CLI::ValidationError("--page", error.what());
+  }
+}
+
+// Returns the option that is not for --cycles.
+CLI::Option* addPageOptions(CLI::App& host, Options& options) {
+  auto* page = host.add_option_function<std::string>(
+      "--page", [&](const auto& text) { setPageAddress(options.page, text); },
+      fmt::format("Where to serve the live page, by default {}, or any free port if that is taken",
+                  addressText(options.page)));
+  page->type_name("ADDRESS:PORT");
+  auto* noPage = host.add_flag("--no-page", options.noPage, "Serve no live page")->excludes(page);
+  host.add_option("--token", options.page.token,
+                  "What whoever wants the live page must know: /?token=TOKEN")
+      ->type_name("TOKEN")
+      ->excludes(noPage);
+  return page;
 }
 
 void addOptions(CLI::App& host, Options& options) {
@@ -218,12 +263,14 @@ void addOptions(CLI::App& host, Options& options) {
       "--set", [&](const auto& texts) { addSettings(options.settings, texts); },
       "Change engine slots right after the start, in one notification");
   set->type_name("NAME=VALUE");
+  auto* page = addPageOptions(host, options);
   host.add_option("--cycles", options.cycles,
                   "Start and stop so many times, then tell what is left of it")
       ->type_name("N")
       ->check(CLI::Range(1, 1000000))
       ->excludes(watch)
-      ->excludes(set);
+      ->excludes(set)
+      ->excludes(page);
 }
 
 }  // namespace
@@ -236,5 +283,9 @@ void addHost(CLI::App& app, int& exitCode) {
       app.add_subcommand("host", "Runs the module in a stand-in for the engine");
   host::addOptions(*command, *options);
   command->footer(host::manual());
-  command->callback([options, &exitCode] { exitCode = host::Run(*options)(); });
+  command->callback([options, &exitCode] {
+    const std::string problem = host::pageProblem(options->page);
+    if (!problem.empty()) throw CLI::ValidationError("--page", problem);
+    exitCode = host::Run(*options)();
+  });
 }

@@ -38,7 +38,7 @@ class HostTool : public ::testing::Test {
 };
 
 TEST_F(HostTool, ShowsTheSlotsWithAgeAndKeyAndStopsCleanlyAtQuit) {
-  ToolProcess host({"host", config()});
+  ToolProcess host({"host", config(), "--no-page"});
   host.writeLine("set gain -6.5");
   host.waitLine("notification 1");
   host.writeLine("slots");
@@ -59,7 +59,7 @@ TEST_F(HostTool, GetsSlotsByNameOfAllSets) {
                                    "\n[MetersInt]\nMeter=Key=a CustomKey=same\n"
                                    "Meter=Key=b CustomKey=same Type=slow DefaultValue=2\n"
                                    "Meter=Key=c CustomKey=other\n");
-  ToolProcess host({"host", path});
+  ToolProcess host({"host", path, "--no-page"});
   host.writeLine("get same");
   EXPECT_EQ(host.waitLine("SET"), "SET   TYPE  NAME  VALUE  AGE      KEY");
   EXPECT_EQ(host.waitLine("fast"), "fast  int   same  0      unmoved  a");
@@ -70,7 +70,7 @@ TEST_F(HostTool, GetsSlotsByNameOfAllSets) {
 }
 
 TEST_F(HostTool, PrintsASlotWhenItsValueHasChanged) {
-  ToolProcess host({"host", config(), "--watch"});
+  ToolProcess host({"host", config(), "--no-page", "--watch"});
   EXPECT_EQ(host.waitLine("fast state"), "fast state ");
   EXPECT_EQ(host.waitLine("fast level"), "fast level -60.5");
   EXPECT_EQ(host.waitLine("engine gain"), "engine gain 0");
@@ -85,7 +85,7 @@ TEST_F(HostTool, PrintsASlotWhenItsValueHasChanged) {
 }
 
 TEST_F(HostTool, WritesJsonLines) {
-  ToolProcess host({"host", config(), "--json", "--watch", "--set", "gain=-6.5"});
+  ToolProcess host({"host", config(), "--no-page", "--json", "--watch", "--set", "gain=-6.5"});
   const auto next = [&] { return nlohmann::json::parse(host.waitLine("{")); };
   EXPECT_EQ(next(), (nlohmann::json{{"event", "started"},
                                     {"module", "gateway"},
@@ -121,7 +121,7 @@ TEST_F(HostTool, WritesJsonLines) {
 }
 
 TEST_F(HostTool, SendsWhatIsSetInOneNotification) {
-  ToolProcess host({"host", config(), "--set", "gain=-6.5", "--set", "delay=-3"});
+  ToolProcess host({"host", config(), "--no-page", "--set", "gain=-6.5", "--set", "delay=-3"});
   EXPECT_EQ(host.waitLine("notification"), "notification 1 gain -6.5 delay -3");
   EXPECT_EQ(
       servers.waitEvent("SetParams 1 "),
@@ -140,7 +140,7 @@ TEST_F(HostTool, TakesTextsWithBlanksInQuotes) {
   const std::string path = files.write(
       "text.conf", "[Meters]\nEnableFastMeters=false\nEnableSlowMeters=false\n[Engine]\nTarget=" +
                        servers.engineTarget() + "\n[EngineString]\nParam=Key=t CustomKey=title\n");
-  ToolProcess host({"host", path, "--set", "title=big hall"});
+  ToolProcess host({"host", path, "--no-page", "--set", "title=big hall"});
   EXPECT_EQ(servers.waitEvent("SetParams 1 "),
             "SetParams 1 0a0f0a0174120a0a086269672068616c6c deadline=none metadata=-");
   host.writeLine("set title 'small hall'");
@@ -150,7 +150,7 @@ TEST_F(HostTool, TakesTextsWithBlanksInQuotes) {
 }
 
 TEST_F(HostTool, ExplainsWhatItCannotDoAndGoesOn) {
-  ToolProcess host({"host", config()});
+  ToolProcess host({"host", config(), "--no-page"});
   for (const char* line :
        {"set gian 1", "set loudness 1", "set level 1", "set gain loud", "set delay 2147483648",
         "set preset -1", "set gain", "set", "get", "get sate", "slots all", "quit now", "dance",
@@ -186,20 +186,20 @@ TEST_F(HostTool, ExplainsWhatItCannotDoAndGoesOn) {
 }
 
 TEST_F(HostTool, CarriesOutALastLineWithoutItsEnd) {
-  ToolProcess host({"host", config()});
+  ToolProcess host({"host", config(), "--no-page"});
   host.write("quit");
   host.closeInput();
   EXPECT_EQ(host.waitExit(), 0);
 }
 
 TEST_F(HostTool, ShowsNoColourWhereNobodySeesIt) {
-  ToolProcess host({"host", config(), "--for", "0"});
+  ToolProcess host({"host", config(), "--no-page", "--for", "0"});
   EXPECT_EQ(host.waitExit(), 0);
   EXPECT_EQ(host.errors().find('\x1b'), std::string::npos);
 }
 
 TEST_F(HostTool, CyclesAndTellsWhatIsLeft) {
-  ToolProcess host({"host", config(), "--cycles", "3"});
+  ToolProcess host({"host", config(), "--no-page", "--cycles", "3"});
   EXPECT_EQ(host.waitExit(), 0);
   EXPECT_EQ(host.waitLine("cycles"), "cycles            3");
   EXPECT_EQ(host.waitLine("memory"), "memory            0 blocks with 0 bytes not returned");
@@ -224,7 +224,7 @@ TEST_F(HostTool, FindsWhatAModuleKeeps) {
 }
 
 TEST_F(HostTool, ComplainsOfWhatAModuleKeepsOrSpoils) {
-  ToolProcess leaking({"host", "leak", "--module", PROBE_PATH, "--for", "0"});
+  ToolProcess leaking({"host", "leak", "--no-page", "--module", PROBE_PATH, "--for", "0"});
   EXPECT_EQ(leaking.waitExit(), 1);
   EXPECT_NE(leaking.errors().find("gatewayctl: the module did not return 1 blocks with 24 bytes, 0 "
                                   "key/value lists, 0 callbacks\n"),
@@ -237,7 +237,7 @@ TEST_F(HostTool, ComplainsOfWhatAModuleKeepsOrSpoils) {
 }
 
 TEST_F(HostTool, EndsItsCyclesAtASignal) {
-  ToolProcess host({"host", config(), "--cycles", "1000", "--for", "3600"});
+  ToolProcess host({"host", config(), "--no-page", "--cycles", "1000", "--for", "3600"});
   servers.waitEvent("open fast 1 ");
   host.signal(SIGINT);
   EXPECT_EQ(host.waitExit(), 130);
@@ -247,7 +247,7 @@ TEST_F(HostTool, EndsItsCyclesAtASignal) {
 TEST_F(HostTool, EndsByItselfAndBySignals) {
   EXPECT_EQ(ToolProcess({"host", config(), "--for", "0"}).waitExit(), 0);
   for (const int signal : {SIGINT, SIGTERM}) {
-    ToolProcess host({"host", config()});
+    ToolProcess host({"host", config(), "--no-page"});
     host.writeLine("slots");
     host.waitLine("fast    float");
     host.signal(signal);
@@ -257,7 +257,7 @@ TEST_F(HostTool, EndsByItselfAndBySignals) {
 }
 
 TEST_F(HostTool, GoesOnWhenNobodyTypes) {
-  ToolProcess host({"host", config(), "--watch"});
+  ToolProcess host({"host", config(), "--no-page", "--watch"});
   host.closeInput();
   EXPECT_EQ(host.waitLine("fast level"), "fast level -60.5");
   host.signal(SIGTERM);
@@ -266,7 +266,7 @@ TEST_F(HostTool, GoesOnWhenNobodyTypes) {
 
 TEST_F(HostTool, GivesOneForARefusedConfiguration) {
   const std::string path = files.write("bad.conf", "[Meters]\nnonsense\n");
-  ToolProcess host({"host", path});
+  ToolProcess host({"host", path, "--no-page"});
   EXPECT_EQ(host.waitExit(), 1);
   EXPECT_NE(host.errors().find("configManager: problem parsing " + path + " (2)"),
             std::string::npos);
@@ -276,13 +276,13 @@ TEST_F(HostTool, GivesOneForARefusedConfiguration) {
 }
 
 TEST_F(HostTool, GivesOneForAModuleThatCannotBeLoaded) {
-  ToolProcess host({"host", config(), "--module", files.path("no.so")});
+  ToolProcess host({"host", config(), "--no-page", "--module", files.path("no.so")});
   EXPECT_EQ(host.waitExit(), 1);
   EXPECT_NE(host.errors().find("no.so"), std::string::npos) << host.errors();
 }
 
 TEST_F(HostTool, GivesOneForASettingOfAnUnknownSlotAndStopsTheModule) {
-  ToolProcess host({"host", config(), "--set", "gian=1"});
+  ToolProcess host({"host", config(), "--no-page", "--set", "gian=1"});
   EXPECT_EQ(host.waitExit(), 1);
   EXPECT_NE(host.errors().find("no engine slot \"gian\""), std::string::npos);
   EXPECT_NE(host.errors().find("Completion queue flush ended"), std::string::npos);

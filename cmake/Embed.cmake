@@ -1,0 +1,26 @@
+# embed_text(TARGET HEADER NAMESPACE FILE...): files as they are, as text in the program.
+#
+# TARGET's sources may include "HEADER", a header made in the build folder. For a FILE
+# "page/a-b.css" it declares `inline constexpr std::string_view a_b_css` in NAMESPACE. The header is
+# made anew when a file has changed.
+
+set(gateway_embed_script ${CMAKE_CURRENT_LIST_DIR}/EmbedScript.cmake)
+
+function(embed_text target header namespace)
+  set(folder ${CMAKE_CURRENT_BINARY_DIR}/embedded)
+  set(files)
+  foreach(file ${ARGN})
+    get_filename_component(path ${file} ABSOLUTE)
+    list(APPEND files ${path})
+  endforeach()
+  string(REPLACE ";" "|" joined "${files}")
+  add_custom_command(
+    OUTPUT ${folder}/${header}
+    COMMAND ${CMAKE_COMMAND} -DOUTPUT=${folder}/${header} -DNAMESPACE=${namespace}
+            "-DFILES=${joined}" -P ${gateway_embed_script}
+    DEPENDS ${files} ${gateway_embed_script}
+    COMMENT "Embedding ${header}"
+    VERBATIM)
+  target_sources(${target} PRIVATE ${folder}/${header})
+  target_include_directories(${target} PRIVATE ${folder})
+endfunction()

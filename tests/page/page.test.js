@@ -1,0 +1,356 @@
+// The live page of gatewayctl host in a browser, with the built module and the simulator.
+import assert from "node:assert/strict";
+import { after, before, test } from "node:test";
+import { openPage, patience, Rig, row, shoot, startBrowser } from "./tools.js";
+
+const keys = [
+  "fast:float:out.l", "fast:float:out.r", "fast:float:in.1", "fast:uint:frames",
+  "slow:int:queue.length", "slow:string:dsp state", "slow:float:gr.comp",
+];
+
+const configuration = (meters, engine) => `
+[Meters]
+Target=${meters}
+[MetersFloat]
+Meter=Key=out.l CustomKey=out_left
+Meter=Key=out.r CustomKey=out_right
+Meter=Key=in.1 CustomKey=mic_1
+Meter=Key=in.2 CustomKey=mic_2 DefaultValue=-60
+Meter=Key=gr.comp CustomKey=compressor Type=slow
+[MetersUint]
+Meter=Key=frames CustomKey=frames
+[MetersInt]
+Meter=Key=queue.length CustomKey=queue_length Type=slow
+[MetersString]
+Meter=Key='dsp state' CustomKey=dsp_state Type=slow
+Meter=Key=scene CustomKey=scene Type=slow DefaultValue="not known"
+[Engine]
+Target=${engine}
+[EngineFloat]
+Param=Key=out.gain CustomKey=out_gain
+[EngineInt]
+Param=Key=delay CustomKey=delay
+[EngineString]
+Param=Key=preset CustomKey=preset
+`;
+
+let browser;
+let rig;
+
+before(async () => {
+  [browser, rig] = await Promise.all([startBrowser(), Rig.start({ keys, configuration })]);
+});
+
+after(async () => {
+  await browser.close();
+  await rig.stop();
+});
+
+// A test with a page of its own, without problems. It is closed in the end, since a browser opens no
+// more than six connections to one address, and each page keeps one.
+function pageTest(name, options, use) {
+  test(name, { timeout: 2 * patience }, async () => {
+    const page = await openPage(browser.context, rig.url, options);
+    try {
+      await use(page);
+      assert.deepEqual(page.problems, []);
+    } finally {
+      await page.close();
+    }
+  });
+}
+
+// Waits until just these rows are shown.
+const waitForNames = (page, names) =>
+  page.waitForFunction(
+    (wanted) =>
+      [...document.querySelectorAll(".rows .row")]
+        .filter((row) => row.checkVisibility())
+        .map((row) => row.dataset.name)
+        .sort()
+        .join() === wanted,
+    [...names].sort().join(),
+  );
+
+// Waits until the text of an element has changed `times` times.
+const waitForChanges = (locator, times) =>
+  locator.evaluate(
+    (element, count) =>
+      new Promise((resolve) => {
+        const observer = new MutationObserver(() => --count === 0 && resolve());
+        observer.observe(element, { characterData: true, childList: true, subtree: true });
+      }),
+    times,
+  );
+
+const sets = (page) => page.locator("#sets");
+const freshness = (page) => page.locator("#freshness");
+
+pageTest("values move, and it is told which do not", {}, async (page) => {
+  await Promise.all([
+    waitForChanges(row(page, "out_left").locator(".value"), 5),
+    waitForChanges(row(page, "frames").locator(".value"), 2),
+    waitForChanges(row(page, "queue_length").locator(".value"), 2),
+    waitForChanges(row(page, "dsp_state").locator(".value"), 1),
+  ]);
+  const fill = row(page, "out_left").locator(".fill");
+  assert.match(await fill.evaluate((element) => element.style.transform), /^scaleX\(0\.\d+\)$/);
+  await row(page, "out_left").and(page.locator('[data-fresh="live"]')).waitFor();
+  assert.equal(await row(page, "mic_2").locator(".age").textContent(), "not moved");
+  assert.equal(await row(page, "mic_2").locator(".value").textContent(), "−60.0");
+  assert.equal(await row(page, "scene").locator(".value").textContent(), "not known");
+  assert.equal(await row(page, "out_left").locator(".key").textContent(), "out.l");
+  assert.equal(await row(page, "out_left").locator(".type").textContent(), "float");
+  assert.ok((await row(page, "out_left").locator("canvas").count()) === 1);
+});
+
+pageTest("the top tells what runs", {}, async (page) => {
+  assert.equal(await page.locator("#module-name").textContent(), "gateway");
+  assert.ok((await page.locator("#config").textContent()).endsWith(rig.config));
+  assert.equal(await page.locator("#meters-target").textContent(), rig.targets.meters);
+  assert.equal(await page.locator("#engine-target").textContent(), rig.targets.engine);
+  await waitForChanges(page.locator("#uptime"), 1);
+  await waitForChanges(page.locator("#changes"), 2);
+});
+
+pageTest("filter and choice of set", {}, async (page) => {
+  await page.locator("#filter").fill("out");
+  await waitForNames(page, ["out_left", "out_right", "out_gain"]);
+  await page.locator("#filter").fill("IN.");
+  await waitForNames(page, ["mic_1", "mic_2"]);
+  await page.locator("#filter").fill("nothing like it");
+  await page.getByText("No slot fits.").waitFor();
+  await page.locator("#filter").fill("");
+  await sets(page).getByRole("button", { name: "Engine" }).click();
+  await waitForNames(page, ["delay", "out_gain", "preset"]);
+  await sets(page).getByRole("button", { name: "Slow" }).click();
+  await waitForNames(page, ["compressor", "queue_length", "dsp_state", "scene"]);
+  await freshness(page).getByRole("button", { name: "Not moved" }).click();
+  await waitForNames(page, ["scene"]);
+  await sets(page).getByRole("button", { name: "All" }).click();
+  await waitForNames(page, ["scene", "mic_2"]);
+});
+
+pageTest("a parameter changed here arrives, and shows its number", {}, async (page) => {
+  const field = row(page, "out_gain").locator(".value input");
+  await field.fill("-6.5");
+  await field.press("Enter");
+  const told = row(page, "out_gain").locator(".told");
+  await told.filter({ hasText: /^sent #\d+$/ }).waitFor();
+  const number = /\d+/.exec(await told.textContent())[0];
+  await page.locator("#sent").getByText(`sent #${number} out_gain −6.5`).waitFor();
+  assert.match(await rig.simulator.line("SetParams"), /out\.gain float -6\.5$/);
+  await page.waitForFunction(
+    () => document.querySelector('.row[data-name="out_gain"] [type=range]').value === "-6.5",
+  );
+
+  await row(page, "preset").locator("input").fill("two words");
+  await row(page, "preset").locator("input").press("Enter");
+  await page.locator("#sent").getByText("preset two words").waitFor();
+
+  const delay = row(page, "delay").locator("input");
+  await delay.fill("loud");
+  await delay.press("Enter");
+  await row(page, "delay").getByText('delay takes an integer', { exact: false }).waitFor();
+  assert.equal(await delay.getAttribute("aria-invalid"), "true");
+  assert.equal(await delay.inputValue(), "loud");
+});
+
+pageTest("a slider sends what it shows", {}, async (page) => {
+  const slider = row(page, "out_gain").locator("[type=range]");
+  await slider.focus();
+  const before = Number(await slider.inputValue());
+  await slider.press("ArrowRight");
+  const now = await slider.inputValue();
+  assert.ok(Number(now) > before);
+  await page.locator("#sent").getByText(`out_gain ${now.replace("-", "−")}`).first().waitFor();
+});
+
+pageTest("a bar's range adapts, or is kept as it was given", {}, async (page) => {
+  const range = row(page, "out_left").locator(".level button");
+  assert.match(await range.getAttribute("aria-label"), /range -60 to 0/);
+  await range.click();
+  await page.locator("#range-low").fill("0");
+  await page.locator("#range-high").fill("-20");
+  await page.getByRole("button", { name: "Keep" }).click();
+  await page.getByText("The first has to be smaller").waitFor();
+  await page.locator("#range-low").fill("-40");
+  await page.getByRole("button", { name: "Keep" }).click();
+  await page.locator('[aria-label^="out_left: range -40 to -20"]').waitFor();
+  await page.reload();
+  await page.locator('[aria-label^="out_left: range -40 to -20"]').click();
+  await page.getByRole("button", { name: "Adapt to values" }).click();
+  await page.locator('[aria-label^="out_left: range -60 to 0"]').waitFor();
+});
+
+pageTest("the log, with levels and a pause", {}, async (page) => {
+  const starts = page.locator("#log li", { hasText: "startCycle(gateway" });
+  const network = page.locator("#log li", { hasText: "Starting fast meter request" });
+  await starts.waitFor({ state: "visible" });
+  await network.waitFor({ state: "visible" });
+  await page.getByRole("button", { name: /^Trace/ }).click();
+  await starts.waitFor({ state: "hidden" });
+  assert.ok(await network.isVisible());
+  await page.getByRole("button", { name: /^Network/ }).click();
+  await network.waitFor({ state: "hidden" });
+  await page.getByRole("button", { name: /^Trace/ }).click();
+  await starts.waitFor({ state: "visible" });
+  await page.getByRole("button", { name: "Pause" }).click();
+  await page.getByRole("button", { name: "Resume" }).click();
+});
+
+pageTest("all by the keyboard", {}, async (page) => {
+  await row(page, "frames").waitFor();
+  await page.keyboard.press("/");
+  assert.equal(await page.evaluate(() => document.activeElement.id), "filter");
+  await page.keyboard.type("out");
+  await waitForNames(page, ["out_left", "out_right", "out_gain"]);
+  const focused = () => page.evaluate(() => document.activeElement.dataset.name ?? "");
+  await page.keyboard.press("ArrowDown");
+  assert.equal(await focused(), "out_left");
+  const outline = () => page.evaluate(() => getComputedStyle(document.activeElement).outlineStyle);
+  assert.equal(await outline(), "solid");
+  await page.keyboard.press("ArrowDown");
+  assert.equal(await focused(), "out_right");
+  await page.keyboard.press("Enter");
+  await page.locator("#range-dialog").waitFor({ state: "visible" });
+  await page.keyboard.press("Escape");
+  await page.locator("#range-dialog").waitFor({ state: "hidden" });
+  await page.keyboard.press("End");
+  assert.equal(await focused(), "out_gain");
+  await page.keyboard.press("Enter");
+  await page.keyboard.press("Control+A");
+  await page.keyboard.type("-12");
+  await page.keyboard.press("Enter");
+  await page.locator("#sent").getByText("out_gain −12").first().waitFor();
+  await page.locator("#filter").focus();
+  await page.keyboard.press("Escape");
+  assert.equal(await page.locator("#filter").inputValue(), "");
+  await row(page, "frames").waitFor();
+});
+
+pageTest("texts can be read in both themes, at every width", {}, async (page) => {
+  for (const theme of ["dark", "light"]) {
+    await page.getByRole("button", { name: /^Theme/ }).click();
+    await page.locator(`html[data-theme="${theme}"]`).waitFor();
+    const worst = await page.evaluate(() => {
+      const pen = document.createElement("canvas").getContext("2d", { willReadFrequently: true });
+      const parse = (colour) => {
+        pen.clearRect(0, 0, 1, 1);
+        pen.fillStyle = colour;
+        pen.fillRect(0, 0, 1, 1);
+        return [...pen.getImageData(0, 0, 1, 1).data];
+      };
+      const light = ([r, g, b]) => {
+        const part = (c) => (c / 255 <= 0.03928 ? c / 3294.6 : ((c / 255 + 0.055) / 1.055) ** 2.4);
+        return 0.2126 * part(r) + 0.7152 * part(g) + 0.0722 * part(b);
+      };
+      const ground = (element) => {
+        for (let at = element; at; at = at.parentElement) {
+          const colour = parse(getComputedStyle(at).backgroundColor);
+          if (colour[3] === 255) return colour;
+        }
+        return [255, 255, 255, 255];
+      };
+      let lowest = { contrast: 21 };
+      for (const element of document.querySelectorAll("body *")) {
+        const hasText = [...element.childNodes].some((n) => n.nodeType === 3 && n.data.trim());
+        if (!hasText || !element.checkVisibility()) continue;
+        const [a, b] = [parse(getComputedStyle(element).color), ground(element)].map(light);
+        const contrast = (Math.max(a, b) + 0.05) / (Math.min(a, b) + 0.05);
+        if (contrast < lowest.contrast) lowest = { contrast, text: element.textContent };
+      }
+      return lowest;
+    });
+    assert.ok(worst.contrast >= 4.5, `${theme}: ${worst.contrast} of "${worst.text}"`);
+  }
+  for (const width of [360, 640, 900, 1250]) {
+    await page.setViewportSize({ width, height: 800 });
+    await page.waitForFunction(() => document.documentElement.scrollWidth <= innerWidth);
+  }
+  await page.getByRole("button", { name: /^Theme/ }).click();
+});
+
+pageTest("a restart of the tool is survived", {}, async (page) => {
+  await row(page, "mic_2").waitFor();
+  const { address } = rig;
+  assert.equal(await rig.host.stop(), 130);
+  await page.locator('#connection[data-state="lost"]', { hasText: "reconnecting" }).waitFor();
+  rig.write((meters, engine) =>
+    configuration(meters, engine).replace("CustomKey=mic_2", "CustomKey=renamed"),
+  );
+  await rig.startHost(address);
+  await row(page, "renamed").waitFor();
+  await row(page, "mic_2").waitFor({ state: "detached" });
+  await page.locator('#connection[data-state="live"]').waitFor();
+  await waitForChanges(row(page, "out_left").locator(".value"), 3);
+  await page.locator("#log li", { hasText: "The tool was started again" }).waitFor();
+});
+
+for (const [name, scheme, width, height] of [
+  ["wide-dark", "dark", 1440, 900],
+  ["wide-light", "light", 1440, 900],
+  ["narrow", "dark", 360, 800],
+]) {
+  pageTest(`looks: ${name}`, { scheme, size: { width, height } }, async (page) => {
+    await waitForChanges(row(page, "out_left").locator(".value"), 30);
+    await shoot(page, name);
+  });
+}
+
+// ---- Two thousand slots -------------------------------------------------------------------------
+
+// What the page should keep to is 50 ms. A machine that is busy with other things, and draws
+// without a graphics processor, is allowed more.
+const generousTask = 400; // milliseconds
+const slotCount = 2000;
+const watched = 20000; // milliseconds
+
+test("2,000 slots that all move stay smooth", { timeout: 3 * patience }, async (t) => {
+  const names = Array.from({ length: slotCount }, (_, i) => `bank.${i}`);
+  const big = await Rig.start({
+    keys: names.map((name) => `fast:float:${name}`),
+    simulator: ["--rate-fast", "25"],
+    configuration: (meters) =>
+      `[Meters]\nTarget=${meters}\n[MetersFloat]\n` +
+      names.map((name) => `Meter=Key=${name}\n`).join(""),
+  });
+  const page = await openPage(browser.context, big.url, {
+    script: () => {
+      window.tasks = [];
+      new PerformanceObserver((list) => {
+        for (const entry of list.getEntries()) window.tasks.push(Math.round(entry.duration));
+      }).observe({ entryTypes: ["longtask"] });
+    },
+  });
+  const changesBefore = (await (await fetch(`${big.url}api/status`)).json()).changes;
+  const cpuBefore = await big.host.cpu();
+  const begin = performance.now();
+  await waitForChanges(row(page, "gateway_float_0").locator(".value"), 1);
+  // The time is what is measured here: as many ticks of the page as it takes.
+  await page.waitForFunction((end) => performance.now() > end, watched, { polling: 250 });
+  await page.mouse.move(500, 500);
+  for (let i = 0; i < 10; ++i) {
+    const top = await page.locator("#pane").evaluate((pane) => pane.scrollTop);
+    await page.mouse.wheel(0, 600);
+    await page.waitForFunction((t) => document.getElementById("pane").scrollTop > t, top);
+  }
+  await page.locator("#filter").fill("bank.1999");
+  await waitForNames(page, ["gateway_float_1999"]);
+  await page.locator("#filter").fill("");
+  await row(page, "gateway_float_0").waitFor({ state: "attached" });
+  const seconds = (performance.now() - begin) / 1000;
+  const cpu = ((await big.host.cpu()) - cpuBefore) / (10 * seconds);
+  const status = await (await fetch(`${big.url}api/status`)).json();
+  const tasks = await page.evaluate(() => window.tasks);
+  const rate = Math.round((status.changes - changesBefore) / seconds);
+  t.diagnostic(
+    `${rate} changes/s; tasks over 50 ms: ${tasks.length} [${tasks}]; ` +
+      `tool: ${cpu.toFixed(1)} % of a core`,
+  );
+  assert.ok(rate > 0);
+  assert.ok(Math.max(0, ...tasks) < generousTask, `tasks of ${tasks} ms`);
+  assert.ok((await page.locator(".rows .row").count()) < 200);
+  await page.close();
+  await big.stop();
+});

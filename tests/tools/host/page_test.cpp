@@ -1,0 +1,785 @@
+// The live page of gatewayctl host, as browsers and programs use it: over HTTP, with the built
+// program, its module and the simulator.
+#include <gtest/gtest.h>
+#include <httplib.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <condition_variable>
+#include <deque>
+#include <map>
+#include <mutex>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <set>
+#include <sstream>
+#include <stdexcept>
+#include <thread>
+
+#include "meters.pb.h"
+#include "tests/support/SimProcess.h"
+#include "tests/support/TemporaryFolder.h"
+#include "tools/host/PageAccess.h"
+#include "tools/host/PageServer.h"
+
+namespace {
+
+using Json = nlohmann::json;
+
+struct Event {
+  std::string name;
+  Json data;
+};
+
+// One stream of server-sent events, read on a thread of its own.
+class EventStream {
+ public:
+  EventStream(const std::string& origin, const httplib::Headers& headers = {})
+      : client_(origin), reader_([this, headers] { read(headers); }) {
+    client_.set_read_timeout(patience);
+  }
+  ~EventStream() {
+    client_.stop();
+    reader_.join();
+  }
+
+  // The next event, or nothing if the stream has ended.
+  std::optional<Event> next() {
+    std::unique_lock lock(mutex_);
+    const bool came = changed_.wait_for(lock, patience, [&] { return !events_.empty() || ended_; });
+    if (!came) throw std::runtime_error("no event came");
+    if (events_.empty()) return std::nullopt;
+    Event event = std::move(events_.front());
+    events_.pop_front();
+    return event;
+  }
+
+  // The next event of this name; others are passed over.
+  Event next(const std::string& name) {
+    for (;;) {
+      auto event = next();
+      if (!event) throw std::runtime_error("the stream ended without " + name);
+      if (event->name == name) return *event;
+    }
+  }
+
+ private:
+  void read(const httplib::Headers& headers) {
+    client_.Get("/api/events", headers, [this](const char* data, std::size_t size) {
+      text_.append(data, size);
+      for (std::size_t end; (end = text_.find("\n\n")) != text_.npos; text_.erase(0, end + 2)) {
+        add(text_.substr(0, end));
+      }
+      return true;
+    });
+    const std::lock_guard lock(mutex_);
+    ended_ = true;
+    changed_.notify_all();
+  }
+
+  void add(const std::string& block) {
+    Event event;
+    std::istringstream lines(block);
+    for (std::string line; std::getline(lines, line);) {
+      if (line.starts_with("event: ")) event.name = line.substr(7);
+      if (line.starts_with("data: ")) event.data = Json::parse(line.substr(6));
+    }
+    const std::lock_guard lock(mutex_);
+    events_.push_back(event);
+    changed_.notify_all();
+  }
+
+  httplib::Client client_;
+  std::string text_;
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::deque<Event> events_;
+  bool ended_ = false;
+  std::thread reader_;
+};
+
+std::string levels(const std::map<std::string, float>& values) {
+  sonalith::grpc::Meter meter;
+  for (const auto& [key, value] : values) {
+    auto* each = meter.add_values();
+    each->set_key(key);
+    each->mutable_value()->set_sfloat(value);
+  }
+  return toHex(meter);
+}
+
+class Page : public ::testing::Test {
+ protected:
+  Page() { start({"--page", "127.0.0.1:0"}); }
+
+  std::string config() const {
+    return files.write("gateway.conf",
+                       "[Meters]\nTarget=" + servers.metersTarget() +
+                           "\n[MetersFloat]\nMeter=Key=out.level CustomKey=level "
+                           "DefaultValue=-60.5\nMeter=Key=in.level CustomKey=input\n"
+                           "[MetersString]\nMeter=Key='a \"b\" \\c' CustomKey=state\n"
+                           "[Engine]\nTarget=" +
+                           servers.engineTarget() +
+                           "\n[EngineFloat]\nParam=Key=out.gain CustomKey=gain\n"
+                           "[EngineInt]\nParam=Key=delay CustomKey=delay\n"
+                           "[EngineString]\nParam=Key=preset CustomKey=preset\n");
+  }
+
+  void start(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), {"host", config()});
+    host.emplace(arguments);
+    const std::string url = host->waitLine("page ").substr(5);
+    origin = url.substr(0, url.size() - 1);
+    servers.waitEvent("open fast ");
+  }
+
+  httplib::Client client() const { return httplib::Client(origin); }
+
+  int port() const { return std::stoi(origin.substr(origin.rfind(':') + 1)); }
+
+  httplib::Headers own() const { return {{"Origin", origin}}; }
+
+  void expectRefusal(const httplib::Result& result, int status, const std::string& error) {
+    ASSERT_TRUE(result) << error;
+    EXPECT_EQ(result->status, status) << result->body;
+    EXPECT_EQ(Json::parse(result->body), Json({{"error", error}}));
+  }
+
+  SimProcess servers;
+  TemporaryFolder files;
+  std::optional<ToolProcess> host;
+  std::string origin;
+};
+
+TEST_F(Page, NeedsNothingFromElsewhereAndAllowsNothingElse) {
+  auto http = client();
+  const auto page = http.Get("/");
+  ASSERT_TRUE(page);
+  EXPECT_EQ(page->status, 200);
+  EXPECT_EQ(page->get_header_value("Content-Type"), "text/html; charset=utf-8");
+  const std::string policy = page->get_header_value("Content-Security-Policy");
+  EXPECT_TRUE(policy.starts_with("default-src 'self';")) << policy;
+  EXPECT_EQ(policy.find("unsafe"), policy.npos);
+  EXPECT_EQ(page->get_header_value("X-Content-Type-Options"), "nosniff");
+  EXPECT_EQ(page->get_header_value("Cache-Control"), "no-store");
+  EXPECT_EQ(page->get_header_value("Referrer-Policy"), "no-referrer");
+  for (const char* text : {"http:", "https:", "<style", "<script>", " style=", " onclick="}) {
+    EXPECT_EQ(page->body.find(text), page->body.npos) << text;
+  }
+  const std::map<std::string, std::string> types = {{"/page.css", "text/css; charset=utf-8"},
+                                                    {"/page.js", "text/javascript; charset=utf-8"},
+                                                    {"/icon.svg", "image/svg+xml"}};
+  for (const auto& [path, type] : types) {
+    EXPECT_NE(page->body.find('"' + path + '"'), page->body.npos) << path;
+    const auto file = http.Get(path.c_str());
+    ASSERT_TRUE(file) << path;
+    EXPECT_EQ(file->status, 200) << path;
+    EXPECT_EQ(file->get_header_value("Content-Type"), type);
+    EXPECT_GT(file->body.size(), 100u) << path;
+  }
+}
+
+TEST_F(Page, TellsWhatRuns) {
+  const auto result = client().Get("/api/status");
+  ASSERT_TRUE(result);
+  EXPECT_EQ(result->get_header_value("Content-Type"), "application/json");
+  const Json status = Json::parse(result->body);
+  EXPECT_EQ(status["name"], "gateway");
+  EXPECT_EQ(status["config"], files.path("gateway.conf"));
+  EXPECT_TRUE(status["module"].get<std::string>().ends_with("/grpc-gateway.so"));
+  EXPECT_EQ(status["targets"]["meters"], servers.metersTarget());
+  EXPECT_EQ(status["targets"]["engine"], servers.engineTarget());
+  EXPECT_EQ(status["slots"], Json({{"fast", 3}, {"slow", 0}, {"engine", 3}}));
+  EXPECT_EQ(status["notifications"], 0);
+  EXPECT_GE(status["logLines"]["trace"], 1);
+  EXPECT_EQ(status["logLines"]["error"], 0);
+  EXPECT_LE(status["startTime"], status["time"]);
+  EXPECT_NEAR(status["uptime"].get<double>(),
+              status["time"].get<double>() - status["startTime"].get<double>(), 1e-3);
+  EXPECT_FALSE(status["version"].get<std::string>().empty());
+}
+
+TEST_F(Page, TellsSlotsWithKeysAgesAndWhetherTheyMoved) {
+  EventStream events(origin);
+  events.next("snapshot");
+  servers.command("send fast " + levels({{"out.level", -12.5f}}));
+  events.next("update");
+  const auto result = client().Get("/api/slots");
+  ASSERT_TRUE(result);
+  const Json told = Json::parse(result->body);
+  EXPECT_GT(told["time"], 1.6e9);
+  std::map<std::string, Json> slots;
+  for (const Json& slot : told["slots"]) slots[slot["name"]] = slot;
+  ASSERT_EQ(slots.size(), 6u);
+  EXPECT_EQ(slots["level"]["value"], -12.5);
+  EXPECT_EQ(slots["level"]["moved"], true);
+  EXPECT_EQ(slots["level"]["key"], "out.level");
+  EXPECT_EQ(slots["level"]["type"], "float");
+  EXPECT_EQ(slots["level"]["set"], "fast");
+  EXPECT_EQ(slots["input"]["moved"], false);
+  EXPECT_GE(slots["input"]["age"], slots["level"]["age"]);
+  EXPECT_EQ(slots["state"]["key"], "a \"b\" \\c");
+}
+
+TEST_F(Page, StreamsAPictureAndThenOnlyWhatHasChanged) {
+  EventStream events(origin);
+  const auto first = events.next();
+  ASSERT_TRUE(first);
+  EXPECT_EQ(first->name, "snapshot");
+  const Json& picture = first->data;
+  EXPECT_EQ(picture["instance"].get<std::string>().size(), 16u);
+  EXPECT_EQ(picture["status"]["name"], "gateway");
+  EXPECT_EQ(picture["slots"].size(), 6u);
+  EXPECT_GE(picture["log"].size(), 1u);
+  EXPECT_EQ(picture["notifications"], Json::array());
+  const auto indexOf = [&](const std::string& name) {
+    int index = 0;
+    while (picture["slots"][static_cast<std::size_t>(index)]["name"] != name) ++index;
+    return index;
+  };
+
+  servers.command("send fast " + levels({{"out.level", -12.5f}}));
+  EXPECT_EQ(events.next("update").data["slots"], Json({{indexOf("level"), -12.5}}));
+  // Written again as it was: no change.
+  servers.command("send fast " + levels({{"out.level", -12.5f}, {"in.level", NAN}}));
+  const Json update = events.next("update").data;
+  EXPECT_EQ(update["slots"], Json({{indexOf("input"), "nan"}}));
+  EXPECT_EQ(update["changes"], 2);
+  EXPECT_FALSE(update.contains("log"));
+  EXPECT_FALSE(update.contains("notifications"));
+}
+
+TEST_F(Page, StreamsNotificationsOfAllOriginsAndSaysSoWhenItIsQuiet) {
+  EventStream events(origin);
+  events.next("snapshot");
+  EXPECT_EQ(events.next("quiet").data, nullptr);
+  host->writeLine("set gain 3");
+  Json told;
+  while (!told.contains("slots") || !told.contains("notifications")) {
+    told.update(events.next("update").data);
+  }
+  ASSERT_EQ(told["notifications"].size(), 1u);
+  EXPECT_EQ(told["notifications"][0]["number"], 1);
+  EXPECT_EQ(told["notifications"][0]["changes"], Json({{{"name", "gain"}, {"value", "3"}}}));
+  EXPECT_EQ(told["slots"][0][1], 3.0);
+}
+
+TEST_F(Page, ServesSeveralStreamsAtATimeAndPacksNone) {
+  const httplib::Headers packing = {{"Accept-Encoding", "gzip, deflate, br"}};
+  EventStream one(origin);
+  EventStream two(origin, packing);
+  EXPECT_EQ(one.next("snapshot").data["instance"], two.next("snapshot").data["instance"]);
+  servers.command("send fast " + levels({{"in.level", -3}}));
+  EXPECT_EQ(one.next("update").data["slots"], two.next("update").data["slots"]);
+}
+
+TEST_F(Page, RefusesMoreStreamsThanItHasRoomForAndStillAnswers) {
+  std::deque<EventStream> streams;
+  for (int i = 0; i < host::PageServer::maximalStreams; ++i) {
+    streams.emplace_back(origin).next("snapshot");
+  }
+  expectRefusal(client().Get("/api/events"), 503,
+                "8 event streams are open already: close another page first");
+  EXPECT_EQ(client().Get("/api/status")->status, 200);
+}
+
+TEST_F(Page, GivesTheRoomOfAStreamThatHasGoneToAnother) {
+  {
+    std::deque<EventStream> streams;
+    for (int i = 0; i < host::PageServer::maximalStreams; ++i) {
+      streams.emplace_back(origin).next("snapshot");
+    }
+  }
+  // The tool notices when it has something to say.
+  std::optional<Event> event;
+  const auto end = std::chrono::steady_clock::now() + patience;
+  while (!event && std::chrono::steady_clock::now() < end) event = EventStream(origin).next();
+  ASSERT_TRUE(event);
+  EXPECT_EQ(event->name, "snapshot");
+}
+
+TEST_F(Page, ChangesParametersInOneNotification) {
+  const std::string body =
+      R"({"changes":[{"name":"gain","value":-6.5},{"name":"preset","value":"a \"b\""},)"
+      R"({"name":"delay","value":"7"}]})";
+  const auto result = client().Post("/api/set", own(), body, "application/json; charset=utf-8");
+  ASSERT_TRUE(result);
+  EXPECT_EQ(result->status, 200) << result->body;
+  EXPECT_EQ(Json::parse(result->body), Json({{"notification", 1}}));
+  servers.waitEvent("SetParams 1 ");
+  host->writeLine("slots");
+  EXPECT_TRUE(host->waitLine("engine  float").starts_with("engine  float   gain    -6.5"));
+  EXPECT_NE(host->waitLine("engine  int").find(" 7 "), std::string::npos);
+  const Json status = Json::parse(client().Get("/api/status")->body);
+  EXPECT_EQ(status["notifications"], 1);
+}
+
+TEST_F(Page, RefusesChangesThatCannotBeMade) {
+  const std::string shape = R"(the body has to be {"changes":[{"name":"out_gain","value":-6.5}]})";
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"", "the body is not JSON"},
+      {"{", "the body is not JSON"},
+      {"[]", shape},
+      {"{}", shape},
+      {R"({"changes":{}})", shape},
+      {R"({"changes":[1]})", shape},
+      {R"({"changes":[{"name":1,"value":1}]})", shape},
+      {R"({"changes":[{"name":"gain"}]})", shape},
+      {R"({"changes":[{"name":"gain","value":null}]})", shape},
+      {R"({"changes":[{"name":"gain","value":true}]})", shape},
+      {R"({"changes":[]})", "nothing to set"},
+      {R"({"changes":[{"name":"gian","value":1}]})",
+       "no engine slot \"gian\", did you mean \"gain\"?"},
+      {R"({"changes":[{"name":"level","value":1}]})",
+       "level is a fast slot: only engine slots can be set"},
+      {R"({"changes":[{"name":"gain","value":"loud"}]})", "gain takes a number, not \"loud\""},
+      {R"({"changes":[{"name":"delay","value":1.5}]})",
+       "delay takes an integer from -2147483648 to 2147483647, not \"1.5\""},
+      {R"({"changes":[{"name":"gain","value":1},{"name":"delay","value":"x"}]})",
+       "delay takes an integer from -2147483648 to 2147483647, not \"x\""},
+  };
+  for (const auto& [body, error] : cases) {
+    expectRefusal(client().Post("/api/set", own(), body, "application/json"), 400, error);
+  }
+  EXPECT_EQ(Json::parse(client().Get("/api/status")->body)["notifications"], 0);
+}
+
+TEST_F(Page, TakesChangesFromItselfOnly) {
+  const std::string body = R"({"changes":[{"name":"gain","value":1}]})";
+  const std::string error =
+      "changes are taken from the page itself: a request needs the header \"Origin: " + origin +
+      "\"";
+  const std::vector<httplib::Headers> foreign = {
+      {},
+      {{"Origin", "http://evil.example"}},
+      {{"Origin", "null"}},
+      {{"Origin", origin + "0"}},
+      {{"Origin", "https" + origin.substr(4)}},
+  };
+  for (const auto& headers : foreign) {
+    expectRefusal(client().Post("/api/set", headers, body, "application/json"), 403, error);
+  }
+  const std::string type = "a request needs the header \"Content-Type: application/json\"";
+  expectRefusal(client().Post("/api/set", own(), body, "text/plain"), 415, type);
+  expectRefusal(client().Post("/api/set", own(), body, "application/json-seq"), 415, type);
+  expectRefusal(client().Post("/api/set", own(), body, "multipart/form-data; boundary=x"), 415,
+                "only application/json is taken");
+  EXPECT_FALSE(servers.hasEvent("SetParams"));
+}
+
+TEST_F(Page, AnswersUnderAddressesOnly) {
+  for (const std::string& name : {std::string("127.0.0.1"), std::string("localhost:80"),
+                                  std::string("[::1]:9"), std::string("192.0.2.7:8080")}) {
+    EXPECT_EQ(client().Get("/api/status", {{"Host", name}})->status, 200) << name;
+  }
+  for (const std::string& name :
+       {std::string("evil.example"), std::string("127.0.0.1.evil.example"),
+        std::string("localhost.evil.example:80"), std::string("[::1].evil"),
+        std::string("127.0.0.1:x"), std::string("")}) {
+    expectRefusal(client().Get("/api/status", {{"Host", name}}), 403,
+                  "the page was asked for as \"" + name +
+                      "\": without a token it answers only under an IP address or as localhost");
+  }
+}
+
+TEST_F(Page, RefusesWrongPathsMethodsAndSizes) {
+  expectRefusal(client().Get("/api/stat"), 404,
+                "there is no /api/stat, did you mean \"/api/status\"?");
+  expectRefusal(client().Get("/../etc/passwd"), 404, "there is no /../etc/passwd");
+  expectRefusal(client().Get("/api/set"), 405, "/api/set takes POST, not GET");
+  expectRefusal(client().Post("/api/slots", own(), "{}", "application/json"), 405,
+                "/api/slots takes GET, not POST");
+  expectRefusal(client().Put("/", own(), "{}", "application/json"), 405, "/ takes GET, not PUT");
+  expectRefusal(client().Delete("/metrics"), 405, "/metrics takes GET, not DELETE");
+  expectRefusal(client().Options("/"), 405, "/ takes GET, not OPTIONS");
+  EXPECT_EQ(client().Head("/")->status, 200);
+
+  const std::string most =
+      R"({"changes":[{"name":"preset","value":")" + std::string(65536 - 42, 'x') + "\"}]}";
+  EXPECT_EQ(most.size(), 65536u);
+  EXPECT_EQ(client().Post("/api/set", own(), most, "application/json")->status, 200);
+  expectRefusal(client().Post("/api/set", own(), most + " ", "application/json"), 413,
+                "a body has at most 65536 bytes");
+  // The same for a body that does not tell its size before.
+  const auto chunks = [&](std::size_t, httplib::DataSink& sink) {
+    sink.write(most.data(), most.size());
+    sink.write(" ", 1);
+    sink.done();
+    return true;
+  };
+  expectRefusal(client().Post("/api/set", own(), chunks, "application/json"), 413,
+                "a body has at most 65536 bytes");
+}
+
+// ---- Metrics --------------------------------------------------------------------------------
+
+struct Sample {
+  std::string name;
+  std::map<std::string, std::string> labels;
+  std::string value;
+};
+
+// Reads one line by the grammar of the text format 0.0.4; throws where it does not fit.
+class SampleReader {
+ public:
+  explicit SampleReader(const std::string& line) : line_(line) {}
+
+  Sample read() {
+    Sample sample;
+    sample.name = name(":");
+    if (take('{')) readLabels(sample);
+    expect(' ');
+    sample.value = line_.substr(at_);
+    if (sample.value != "NaN" && sample.value != "+Inf" && sample.value != "-Inf") {
+      std::size_t used = 0;
+      std::stod(sample.value, &used);
+      if (used != sample.value.size()) fail();
+    }
+    return sample;
+  }
+
+ private:
+  void readLabels(Sample& sample) {
+    do {
+      const std::string label = name("");
+      expect('=');
+      expect('"');
+      std::string& value = sample.labels[label];
+      while (!take('"')) value += character();
+    } while (take(','));
+    expect('}');
+  }
+
+  char character() {
+    const char c = line_.at(at_++);
+    if (c != '\\') return c;
+    const char escaped = line_.at(at_++);
+    if (escaped == 'n') return '\n';
+    if (escaped != '\\' && escaped != '"') fail();
+    return escaped;
+  }
+
+  std::string name(const std::string& more) {
+    const std::size_t begin = at_;
+    while (std::isalnum(static_cast<unsigned char>(line_.at(at_))) != 0 || line_[at_] == '_' ||
+           more.find(line_[at_]) != more.npos) {
+      ++at_;
+    }
+    if (at_ == begin || std::isdigit(static_cast<unsigned char>(line_[begin])) != 0) fail();
+    return line_.substr(begin, at_ - begin);
+  }
+
+  bool take(char c) { return line_.at(at_) == c && (++at_, true); }
+  void expect(char c) {
+    if (!take(c)) fail();
+  }
+  [[noreturn]] void fail() const {
+    throw std::runtime_error("column " + std::to_string(at_) + " of " + line_);
+  }
+
+  const std::string& line_;
+  std::size_t at_ = 0;
+};
+
+// Every family once, its HELP and TYPE before its samples, no sample twice.
+std::vector<Sample> readMetrics(const std::string& text) {
+  std::vector<Sample> samples;
+  std::set<std::string> families;
+  std::set<std::string> series;
+  std::string family;
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    if (line.starts_with("# HELP ")) {
+      family = line.substr(7, line.find(' ', 7) - 7);
+      EXPECT_TRUE(families.insert(family).second) << line;
+    } else if (line.starts_with("# TYPE ")) {
+      const bool isKnown =
+          line == "# TYPE " + family + " gauge" || line == "# TYPE " + family + " counter";
+      EXPECT_TRUE(isKnown) << line;
+      EXPECT_EQ(line.ends_with("counter"), family.ends_with("_total")) << line;
+    } else {
+      samples.push_back(SampleReader(line).read());
+      EXPECT_EQ(samples.back().name, family) << line;
+      EXPECT_TRUE(series.insert(line.substr(0, line.rfind(' '))).second) << line;
+    }
+  }
+  EXPECT_TRUE(text.ends_with('\n'));
+  return samples;
+}
+
+std::string valueOf(const std::vector<Sample>& samples, const std::string& name,
+                    const std::map<std::string, std::string>& labels) {
+  for (const Sample& sample : samples) {
+    if (sample.name == name && sample.labels == labels) return sample.value;
+  }
+  return "none";
+}
+
+TEST_F(Page, GivesMetrics) {
+  EventStream events(origin);
+  events.next("snapshot");
+  servers.command("send fast " + levels({{"out.level", -INFINITY}, {"in.level", -13.828327f}}));
+  events.next("update");
+  client().Post("/api/set", own(), R"({"changes":[{"name":"gain","value":"nan"}]})",
+                "application/json");
+  while (!events.next("update").data.contains("notifications")) {
+  }
+  const auto result = client().Get("/metrics");
+  ASSERT_TRUE(result);
+  EXPECT_EQ(result->get_header_value("Content-Type"), "text/plain; version=0.0.4; charset=utf-8");
+  const auto samples = readMetrics(result->body);
+  const auto slot = [](const char* set, const char* type, const char* name, const char* key) {
+    return std::map<std::string, std::string>{
+        {"set", set}, {"type", type}, {"name", name}, {"key", key}};
+  };
+  const std::string value = "gateway_slot_value";
+  EXPECT_EQ(valueOf(samples, value, slot("fast", "float", "level", "out.level")), "-Inf");
+  EXPECT_EQ(valueOf(samples, value, slot("fast", "float", "input", "in.level")), "-13.828327");
+  EXPECT_EQ(valueOf(samples, value, slot("engine", "float", "gain", "out.gain")), "NaN");
+  EXPECT_EQ(valueOf(samples, value, slot("engine", "int", "delay", "delay")), "0");
+  const auto text = slot("fast", "string", "state", "a \"b\" \\c");
+  EXPECT_EQ(valueOf(samples, value, text), "none");
+  EXPECT_GT(std::stod(valueOf(samples, "gateway_slot_age_seconds", text)), 0);
+  EXPECT_EQ(valueOf(samples, "gateway_notifications_total", {}), "1");
+  EXPECT_GE(std::stoi(valueOf(samples, "gateway_slot_changes_total", {})), 2);
+  EXPECT_GT(std::stod(valueOf(samples, "gateway_uptime_seconds", {})), 0);
+  EXPECT_GE(std::stoi(valueOf(samples, "gateway_log_lines_total", {{"level", "trace"}})), 1);
+  EXPECT_EQ(valueOf(samples, "gateway_log_lines_total", {{"level", "error"}}), "0");
+  int infos = 0;
+  for (const Sample& sample : samples) {
+    if (sample.name != "gateway_info") continue;
+    ++infos;
+    EXPECT_EQ(sample.value, "1");
+    EXPECT_EQ(sample.labels.at("module"), "gateway");
+    EXPECT_EQ(sample.labels.at("config"), files.path("gateway.conf"));
+  }
+  EXPECT_EQ(infos, 1);
+}
+
+TEST_F(Page, ReplacesWhatIsNotUtf8) {
+  host.reset();
+  const std::string odd = files.write("odd.conf", "[Meters]\nTarget=" + servers.metersTarget() +
+                                                      "\n[MetersFloat]\nMeter=Key=a\xff"
+                                                      "b CustomKey=odd\xc3\n");
+  host.emplace(std::vector<std::string>{"host", odd, "--page", "127.0.0.1:0"});
+  const std::string url = host->waitLine("page ").substr(5);
+  origin = url.substr(0, url.size() - 1);
+  const auto samples = readMetrics(client().Get("/metrics")->body);
+  EXPECT_EQ(samples.at(0).labels.at("key"),
+            "a\uFFFD"
+            "b");
+  EXPECT_EQ(samples.at(0).labels.at("name"), "odd\uFFFD");
+  EventStream events(origin);
+  EXPECT_EQ(events.next("snapshot").data["slots"][0]["key"],
+            "a\uFFFD"
+            "b");
+}
+
+// ---- Tokens ---------------------------------------------------------------------------------
+
+TEST_F(Page, WantsItsTokenInAnyOfThreeWays) {
+  host.reset();
+  start({"--page", "127.0.0.1:0", "--token", "0123-abc_DEF"});
+  const std::string error =
+      "show the token of the page: open it as /?token=TOKEN, or send the header \"Authorization: "
+      "Bearer TOKEN\"";
+  const std::string cookie = "gateway_page_" + std::to_string(port());
+  for (const char* path : {"/", "/page.js", "/api/slots", "/api/events", "/metrics", "/no"}) {
+    expectRefusal(client().Get(path), 401, error);
+    expectRefusal(client().Get((path + std::string("?token=0123-abc_DEf")).c_str()), 401, error);
+  }
+  for (const httplib::Headers& wrong :
+       std::vector<httplib::Headers>{{{"Authorization", "Bearer 0123-abc_DE"}},
+                                     {{"Authorization",
+                                       "Bearer 0123-abc_DEF "
+                                       "x"}},
+                                     {{"Authorization", "Basic 0123-abc_DEF"}},
+                                     {{"Cookie", cookie + "="}},
+                                     {{"Cookie", "x" + cookie + "=0123-abc_DEF"}}}) {
+    expectRefusal(client().Get("/api/slots", wrong), 401, error);
+  }
+  EXPECT_EQ(client().Get("/api/slots", {{"Authorization", "Bearer 0123-abc_DEF"}})->status, 200);
+  const auto page = client().Get("/?token=0123-abc_DEF");
+  EXPECT_EQ(page->status, 200);
+  EXPECT_EQ(page->get_header_value("Set-Cookie"),
+            cookie + "=0123-abc_DEF; Path=/; HttpOnly; SameSite=Strict");
+  const httplib::Headers shown = {{"Cookie", "a=b; " + cookie + "=0123-abc_DEF; c=d"}};
+  EXPECT_EQ(client().Get("/page.js", shown)->status, 200);
+  EventStream events(origin, shown);
+  events.next("snapshot");
+  // The token says who asks, not from which site: a change needs its Origin all the same.
+  EXPECT_EQ(client().Post("/api/set", shown, "{}", "application/json")->status, 403);
+}
+
+TEST_F(Page, IsNotOpenedToOthersWithoutAToken) {
+  const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
+      {{"--page", "0.0.0.0:0"}, "0.0.0.0:0 can be reached by others: give the page a --token"},
+      {{"--page", "[::]:0"}, "[::]:0 can be reached by others: give the page a --token"},
+      {{"--page", "0.0.0.0:0", "--token", "short"}, "a token has 8 to 128 letters"},
+      {{"--token", "has blanks in it"}, "a token has 8 to 128 letters"},
+      {{"--page", "8080"}, "\"8080\" is not ADDRESS:PORT"},
+      {{"--page", "127.0.0.1:65536"}, "is not ADDRESS:PORT"},
+      {{"--page", "example.com:80"}, "is not ADDRESS:PORT"},
+      {{"--page", "127.0.0.1:0", "--no-page"}, "--page excludes --no-page"},
+  };
+  for (const auto& [arguments, error] : cases) {
+    std::vector<std::string> all = {"host", config()};
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    ToolProcess tool(all);
+    EXPECT_EQ(tool.waitExit(), 2) << error;
+    EXPECT_NE(tool.errors().find(error), std::string::npos) << tool.errors();
+  }
+  host.reset();
+  start({"--page", "0.0.0.0:0", "--token", "0123456789"});
+  EXPECT_EQ(client().Get("/api/slots?token=0123456789")->status, 200);
+}
+
+TEST_F(Page, ListensOnIpv6) {
+  host.reset();
+  start({"--page", "[::1]:0"});
+  EXPECT_TRUE(origin.starts_with("http://[::1]:"));
+  EXPECT_EQ(httplib::Client("::1", port()).Get("/api/status")->status, 200);
+}
+
+// ---- Beginning and end ----------------------------------------------------------------------
+
+TEST_F(Page, FailsIfThePortThatWasAskedForIsTaken) {
+  const std::string address = origin.substr(7);
+  ToolProcess second({"host", config(), "--page", address});
+  EXPECT_EQ(second.waitExit(), 1);
+  EXPECT_NE(second.errors().find("gatewayctl: the live page can't listen on " + address +
+                                 ": the port is taken. Give another one with --page, or --page "
+                                 "127.0.0.1:0 for any free port\n"),
+            std::string::npos)
+      << second.errors();
+  EXPECT_NE(second.errors().find("Completion queue flush ended"), std::string::npos);
+}
+
+TEST_F(Page, IsLeftOutIfNotWanted) {
+  ToolProcess second({"host", config(), "--no-page"});
+  second.writeLine("quit");
+  EXPECT_EQ(second.waitExit(), 0);
+  EXPECT_FALSE(second.hasLine("page "));
+}
+
+TEST_F(Page, TellsItsAddressAsJson) {
+  ToolProcess second({"host", config(), "--page", "127.0.0.1:0", "--json"});
+  const Json event = Json::parse(second.waitLine("{\"event\":\"page\""));
+  EXPECT_TRUE(event["url"].get<std::string>().starts_with("http://127.0.0.1:"));
+}
+
+// A connection on which nothing, or not enough, is said.
+class SilentConnection {
+ public:
+  SilentConnection(int port, const std::string& text) : socket_(socket(AF_INET, SOCK_STREAM, 0)) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    EXPECT_EQ(connect(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    EXPECT_EQ(write(socket_, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+  }
+  ~SilentConnection() { close(socket_); }
+  SilentConnection(const SilentConnection&) = delete;
+  SilentConnection& operator=(const SilentConnection&) = delete;
+
+ private:
+  int socket_;
+};
+
+TEST_F(Page, EndsWithAllThatIsOpen) {
+  EventStream one(origin);
+  EventStream two(origin);
+  one.next("snapshot");
+  two.next("snapshot");
+  const SilentConnection idle(port(), "");
+  const SilentConnection half(port(), "POST /api/set HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-");
+  const SilentConnection deaf(port(), "GET /api/events HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n");
+  host->writeLine("quit");
+  EXPECT_EQ(host->waitExit(), 0);
+  while (const auto event = one.next()) EXPECT_NE(event->name, "snapshot");
+  while (const auto event = two.next()) EXPECT_NE(event->name, "snapshot");
+  EXPECT_FALSE(client().Get("/"));
+}
+
+TEST_F(Page, EndsAlsoWhenInterrupted) {
+  EventStream events(origin);
+  events.next("snapshot");
+  host->signal(SIGTERM);
+  EXPECT_EQ(host->waitExit(), 130);
+}
+
+// ---- Parts in this process ------------------------------------------------------------------
+
+class ServedModule : public ::testing::Test {
+ protected:
+  static std::string originOf(const host::PageServer& page) {
+    return page.url().substr(0, page.url().size() - 1);
+  }
+
+  static host::PageSettings anyPort() { return host::parsePageAddress("127.0.0.1:0"); }
+
+  const SimProcess servers;
+  const TemporaryFolder files;
+  host::LogBook log;
+  host::RunningModule module{
+      {.config = files.write("one.conf", "[Meters]\nTarget=" + servers.metersTarget() +
+                                             "\n[MetersFloat]\nMeter=Key=a\n"),
+       .module = GATEWAY_MODULE,
+       .name = "gateway"},
+      [this](const auto& line) { log.add(line); }};
+};
+
+TEST_F(ServedModule, StreamsEachLogLineOnce) {
+  const host::PageServer page(module, log, anyPort());
+  EventStream events(originOf(page));
+  const Json before = events.next("snapshot").data["log"];
+  EXPECT_EQ(before.size(), log.linesFrom(0).lines.size());
+  for (const char* text : {"first \xff", "second"}) {
+    log.add({.time = {}, .level = 3, .file = "src/a.cpp", .line = 7, .one = 1, .text = text});
+    module.sample();
+    const Json lines = events.next("update").data["log"];
+    ASSERT_EQ(lines.size(), 1u);
+    const std::string shown = text[0] == 'f' ? "first \uFFFD" : "second";
+    EXPECT_EQ(
+        lines[0],
+        Json({{"time", 0.0}, {"level", 3}, {"file", "src/a.cpp"}, {"line", 7}, {"text", shown}}));
+  }
+}
+
+// Without asking for a port one gets the usual one, or another if that is taken.
+TEST_F(ServedModule, MovesToAnotherPortOnlyIfItMay) {
+  const host::PageServer first(module, log, anyPort());
+  EXPECT_FALSE(first.hasMoved());
+  const auto taken = host::parsePageAddress(originOf(first).substr(7));
+  EXPECT_THROW(host::PageServer(module, log, taken), std::runtime_error);
+  host::PageSettings usual;
+  usual.port = taken.port;
+  const host::PageServer second(module, log, usual);
+  EXPECT_TRUE(second.hasMoved());
+  EXPECT_NE(second.url(), first.url());
+  EXPECT_EQ(httplib::Client(originOf(second)).Get("/")->status, 200);
+}
+
+// A browser that is stopped does not take what it gets: its buffers fill up, and then the tool
+// would wait for it.
+TEST_F(ServedModule, EndsWithAStreamThatNobodyReads) {
+  std::optional<host::PageServer> page(std::in_place, module, log, anyPort());
+  const int port = host::parsePageAddress(originOf(*page).substr(7)).port;
+  const SilentConnection deaf(port, "GET /api/events HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n");
+  EventStream heard(originOf(*page));
+  heard.next("snapshot");
+  const std::string text(1000000, 'x');
+  for (int i = 0; i < 20; ++i) {
+    log.add({.time = {}, .level = 1, .file = "", .line = 1, .one = 1, .text = text});
+    module.sample();
+    heard.next("update");
+  }
+  page.reset();
+  while (heard.next()) {
+  }
+}
+
+}  // namespace

@@ -1,0 +1,144 @@
+#include "tools/host/Metrics.h"
+
+#include <fmt/format.h>
+
+#include <cmath>
+#include <initializer_list>
+#include <iterator>
+#include <nlohmann/json.hpp>
+#include <string_view>
+#include <utility>
+#include <variant>
+
+#include "tools/ConfiguredSlots.h"
+#include "tools/host/PageFeed.h"
+
+namespace host {
+namespace {
+
+using Labels = std::initializer_list<std::pair<std::string_view, std::string_view>>;
+using Seconds = std::chrono::duration<double>;
+
+std::string asUtf8(std::string_view text) {
+  constexpr int compact = -1;
+  const auto replace = nlohmann::json::error_handler_t::replace;
+  return nlohmann::json::parse(nlohmann::json(text).dump(compact, ' ', false, replace));
+}
+
+std::string labelText(std::string_view text) {
+  std::string escaped;
+  for (const char c : asUtf8(text)) {
+    if (c == '\\' || c == '"') escaped += '\\';
+    if (c == '\n') {
+      escaped += "\\n";
+    } else {
+      escaped += c;
+    }
+  }
+  return escaped;
+}
+
+std::string numberText(double value) {
+  if (std::isnan(value)) return "NaN";
+  if (std::isinf(value)) return value > 0 ? "+Inf" : "-Inf";
+  return fmt::format("{}", value);
+}
+
+// Floats in their own shortest form, as everywhere else.
+struct NumberText {
+  std::string operator()(const std::string&) const { return {}; }
+  std::string operator()(float value) const {
+    return std::isfinite(value) ? fmt::format("{}", value) : numberText(value);
+  }
+  template <class T>
+  std::string operator()(T value) const {
+    return fmt::format("{}", value);
+  }
+};
+
+class Text {
+ public:
+  void family(std::string_view name, std::string_view type, std::string_view help) {
+    fmt::format_to(std::back_inserter(text_), "# HELP {0} {2}\n# TYPE {0} {1}\n", name, type, help);
+  }
+
+  void sample(std::string_view name, const Labels& labels, std::string_view number) {
+    text_ += name;
+    char before = '{';
+    for (const auto& [label, value] : labels) {
+      fmt::format_to(std::back_inserter(text_), "{}{}=\"{}\"", before, label, labelText(value));
+      before = ',';
+    }
+    fmt::format_to(std::back_inserter(text_), "{} {}\n", labels.size() == 0 ? "" : "}", number);
+  }
+
+  std::string take() { return std::move(text_); }
+
+ private:
+  std::string text_;
+};
+
+template <class NumberOf>
+void addSlots(Text& text, std::string_view metric, const SlotBoard& board,
+              const std::vector<SlotState>& states, const NumberOf& numberOf) {
+  for (std::size_t i = 0; i < states.size(); ++i) {
+    const SlotLabel& label = board.labels()[i];
+    const std::string number = numberOf(states[i]);
+    if (number.empty()) continue;
+    text.sample(metric,
+                {{"set", standin::nameOf(label.set)},
+                 {"type", tools::typeNameOf(label.valueType)},
+                 {"name", label.name},
+                 {"key", label.key}},
+                number);
+  }
+}
+
+void addCounts(Text& text, const RunningModule& module, const LogBook& log) {
+  text.family("gateway_slot_changes_total", "counter", "Changes found in all slots.");
+  text.sample("gateway_slot_changes_total", {}, fmt::to_string(module.board().changeCount()));
+  text.family("gateway_notifications_total", "counter", "Notifications told to the module.");
+  text.sample("gateway_notifications_total", {}, fmt::to_string(module.notificationCount()));
+  text.family("gateway_log_lines_total", "counter", "Log lines of the module by level.");
+  const auto counts = log.counts();
+  for (std::size_t i = 0; i < counts.size(); ++i) {
+    text.sample("gateway_log_lines_total", {{"level", levelName(static_cast<int>(i) + 1)}},
+                fmt::to_string(counts[i]));
+  }
+}
+
+void addProcess(Text& text, const RunningModule& module) {
+  const Seconds uptime = std::chrono::system_clock::now() - module.startTime();
+  text.family("gateway_uptime_seconds", "gauge", "Time since the start of the module.");
+  text.sample("gateway_uptime_seconds", {}, numberText(uptime.count()));
+  text.family("gateway_info", "gauge", "What runs here; always 1.");
+  text.sample("gateway_info",
+              {{"module", module.setup().name},
+               {"config", module.setup().config},
+               {"meters_target", module.metersTarget()},
+               {"engine_target", module.engineTarget()},
+               {"version", GATEWAY_VERSION}},
+              "1");
+}
+
+}  // namespace
+
+std::string metricsOf(const RunningModule& module, const LogBook& log) {
+  const SlotBoard& board = module.board();
+  const auto states = board.states();
+  const auto now = Clock::now();
+  Text text;
+  text.family("gateway_slot_value", "gauge", "Value of a numeric slot.");
+  addSlots(text, "gateway_slot_value", board, states,
+           [](const SlotState& state) { return std::visit(NumberText{}, state.value); });
+  text.family("gateway_slot_age_seconds", "gauge",
+              "Time since the value of a slot changed, or since the start if it never did.");
+  addSlots(text, "gateway_slot_age_seconds", board, states, [&](const SlotState& state) {
+    return numberText(Seconds(now - state.changed).count());
+  });
+  addCounts(text, module, log);
+  addProcess(text, module);
+  return text.take();
+}
+
+}  // namespace host
