@@ -1,7 +1,7 @@
 // gatewayctl - tools around the grpc-gateway module, a sub-command each.
 //
-// Exit codes of all sub-commands: 0 done, 1 the run failed, 2 wrong use, 130 interrupted by SIGINT
-// or SIGTERM. A sub-command throws CLI::ParseError for wrong use and any other std::exception for a
+// Exit codes of all sub-commands: 0 done, 1 the configuration was refused or the run failed, 2 wrong
+// use, 130 interrupted by SIGINT or SIGTERM. A sub-command throws CLI::ParseError for wrong use and any other std::exception for a
 // failed run; otherwise it sets the code itself. Results go to standard output, logs and messages
 // to standard error.
 #include <fmt/core.h>
@@ -18,6 +18,13 @@
 // NOLINTNEXTLINE(bugprone-exception-escape)
 int main(int argc, char** argv) {
   CLI::App app("Tools around the grpc-gateway module.", "gatewayctl");
+  app.set_version_flag("--version", "gatewayctl " GATEWAY_VERSION);
+  app.footer(
+      "Example: see values move, between simulated services\n"
+      "  gatewayctl demo\n\n"
+      "gatewayctl SUBCOMMAND --help is the manual of a sub-command.\n\n"
+      "Exit codes: 0 done, 1 the configuration was refused or the run failed, 2 wrong use,\n"
+      "130 interrupted.");
   app.require_subcommand(1);
   int exitCode = 0;
   addDemo(app, exitCode);

@@ -18,16 +18,13 @@
 #include <utility>
 #include <vector>
 
+#include "example.h"
 #include "tools/MemoryFile.h"
 #include "tools/Terminal.h"
 #include "tools/demo/Child.h"
 
 namespace demo {
 namespace {
-
-constexpr std::string_view example =
-#include "example.inc"
-    ;
 
 constexpr char manual[] =
     "Example: watch values move, and a change arrive at the simulator\n"
@@ -98,7 +95,7 @@ void replace(std::string& text, std::string_view from, const std::string& to) {
 
 // The example as it stands, but for the ports, which may be taken on this machine.
 std::string exampleFor(const Addresses& addresses) {
-  std::string text(example);
+  std::string text(example::grpc_gateway_conf);
   replace(text, "localhost:50005", addresses.meters);
   replace(text, "localhost:50006", addresses.engine);
   return text;
@@ -168,7 +165,7 @@ class SimulatorProcess {
   }
 
  private:
-  tools::MemoryFile example_{std::string(example)};
+  tools::MemoryFile example_{std::string(example::grpc_gateway_conf)};
   Pipe output_;
   tools::InputLines lines_{output_.read};
   tools::MemoryFile log_;

@@ -7,6 +7,7 @@
 #include <iterator>
 #include <string_view>
 
+#include "tools/StatusName.h"
 #include "tools/discover/Shown.h"
 
 namespace discover {
@@ -18,17 +19,10 @@ using standin::SlotSet;
 constexpr std::size_t problemLimit = 1000;
 constexpr std::size_t statusTextLimit = 300;
 
-// By number.
-constexpr std::string_view statusNames[] = {
-    "OK",        "CANCELLED",      "UNKNOWN",           "INVALID_ARGUMENT",   "DEADLINE_EXCEEDED",
-    "NOT_FOUND", "ALREADY_EXISTS", "PERMISSION_DENIED", "RESOURCE_EXHAUSTED", "FAILED_PRECONDITION",
-    "ABORTED",   "OUT_OF_RANGE",   "UNIMPLEMENTED",     "INTERNAL",           "UNAVAILABLE",
-    "DATA_LOSS", "UNAUTHENTICATED"};
-
 std::string describe(const grpc::Status& status) {
-  const auto code = static_cast<std::size_t>(status.error_code());
-  std::string text = code < std::size(statusNames) ? std::string(statusNames[code])
-                                                   : fmt::format("status {}", code);
+  const auto name = tools::nameOf(status.error_code());
+  std::string text =
+      name ? std::string(*name) : fmt::format("status {}", static_cast<int>(status.error_code()));
   if (!status.error_message().empty()) text += " " + shown(status.error_message(), statusTextLimit);
   return text;
 }

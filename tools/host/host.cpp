@@ -201,9 +201,11 @@ std::string manual() {
          "130 interrupted.";
 }
 
-// Beside this program, as a build leaves it.
+// Beside this program, as a build leaves it, or else where modules are installed.
 std::string defaultModulePath() {
-  return std::filesystem::read_symlink("/proc/self/exe").replace_filename("grpc-gateway.so");
+  const auto program = std::filesystem::read_symlink("/proc/self/exe");
+  const auto beside = program.parent_path() / "grpc-gateway.so";
+  return std::filesystem::exists(beside) ? beside.string() : GATEWAY_MODULE_DIR "/grpc-gateway.so";
 }
 
 void addSettings(std::vector<Change>& settings, const std::vector<std::string>& texts) {

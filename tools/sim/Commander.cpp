@@ -9,9 +9,9 @@
 #include <system_error>
 #include <utility>
 
+#include "tools/StatusName.h"
 #include "tools/Words.h"
 #include "tools/sim/EventText.h"
-#include "tools/sim/StatusName.h"
 
 namespace sim {
 namespace {
@@ -24,9 +24,9 @@ struct CommandError : std::runtime_error {
 };
 
 grpc::StatusCode statusOf(std::string_view word) {
-  if (const auto status = statusCalled(word)) return *status;
-  throw CommandError(
-      fmt::format("\"{}\" is not a status; one of: {}", word, fmt::join(statusNames(), " ")));
+  if (const auto status = tools::statusCalled(word)) return *status;
+  throw CommandError(fmt::format("\"{}\" is not a status; one of: {}", word,
+                                 fmt::join(tools::statusNames(), " ")));
 }
 
 std::string bytesCalled(std::string_view word) {

@@ -12,10 +12,10 @@
 #include <system_error>
 #include <utility>
 
+#include "tools/StatusName.h"
 #include "tools/Suggestion.h"
 #include "tools/Words.h"
 #include "tools/sim/Random.h"
-#include "tools/sim/StatusName.h"
 
 namespace sim {
 namespace {
@@ -180,8 +180,8 @@ std::vector<Subject> readSubjects(const FaultKindRow& row, Words& words) {
 }
 
 grpc::StatusCode statusIn(std::string_view word) {
-  if (const auto status = statusCalled(word)) return *status;
-  const auto names = statusNames();
+  if (const auto status = tools::statusCalled(word)) return *status;
+  const auto names = tools::statusNames();
   throw Error(
       fmt::format("{} is not a status{} one of: {}", shown(word),
                   tools::closestTo(word, names).empty() ? ";" : tools::didYouMean(word, names),

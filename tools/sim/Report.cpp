@@ -70,8 +70,8 @@ Shown shown(const Value& value) {
 std::string textLine(const Opening& opening, const sonalith::grpcengine::KeyValue& param) {
   const auto [type, text, value] = shown(param.value());
   const bool nothing = value.is_null();
-  return fmt::format("SetParams {} {} {}{}{}\n", opening.number, tools::printable(param.key()), type,
-                     nothing ? "" : " ", text);
+  return fmt::format("SetParams {} {} {}{}{}\n", opening.number, tools::printable(param.key()),
+                     type, nothing ? "" : " ", text);
 }
 
 std::string lineOf(const ordered_json& object) {

@@ -1,9 +1,9 @@
-#include "tools/sim/StatusName.h"
+#include "tools/StatusName.h"
 
 #include <array>
 #include <utility>
 
-namespace sim {
+namespace tools {
 namespace {
 
 constexpr std::array<std::pair<std::string_view, grpc::StatusCode>, 17> codes{{
@@ -35,6 +35,13 @@ std::optional<grpc::StatusCode> statusCalled(std::string_view name) {
   return std::nullopt;
 }
 
+std::optional<std::string_view> nameOf(grpc::StatusCode code) {
+  for (const auto& [word, known] : codes) {
+    if (known == code) return word;
+  }
+  return std::nullopt;
+}
+
 std::vector<std::string> statusNames() {
   std::vector<std::string> names;
   names.reserve(codes.size());
@@ -42,4 +49,4 @@ std::vector<std::string> statusNames() {
   return names;
 }
 
-}  // namespace sim
+}  // namespace tools

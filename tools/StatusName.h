@@ -8,11 +8,14 @@
 #include <string_view>
 #include <vector>
 
-namespace sim {
+namespace tools {
 
 std::optional<grpc::StatusCode> statusCalled(std::string_view name);
+
+// Nothing for a code that gRPC does not have.
+std::optional<std::string_view> nameOf(grpc::StatusCode code);
 
 // All of them, OK first.
 std::vector<std::string> statusNames();
 
-}  // namespace sim
+}  // namespace tools
