@@ -46,8 +46,8 @@ after(async () => {
   await rig.stop();
 });
 
-// A test with a page of its own, without problems. It is closed in the end, since a browser opens no
-// more than six connections to one address, and each page keeps one.
+// A test with a page of its own, without problems. It is closed in the end, since a browser opens
+// no more than six connections to one address, and each page keeps one.
 function pageTest(name, options, use) {
   test(name, { timeout: 2 * patience }, async () => {
     const page = await openPage(browser.context, rig.url, options);
