@@ -87,7 +87,7 @@ class EndOf {
 };
 
 TEST_F(DemoTool, ShowsValuesThatMove) {
-  ToolProcess demo({"demo", "--watch-rate", "20"});
+  ToolProcess demo({"demo", "--no-page", "--watch-rate", "20"});
   EXPECT_EQ(demo.waitLine("fast out_level "), "fast out_level -60.5");
   const std::string second = demo.waitLine("fast out_level ");
   EXPECT_NE(second, "fast out_level -60.5");
@@ -100,7 +100,7 @@ TEST_F(DemoTool, ShowsValuesThatMove) {
 }
 
 TEST_F(DemoTool, ShowsChangesThatArrive) {
-  ToolProcess demo({"demo", "--set", "out_gain=-6.5", "--set", "preset=loud"});
+  ToolProcess demo({"demo", "--no-page", "--set", "out_gain=-6.5", "--set", "preset=loud"});
   EXPECT_EQ(demo.waitLine("simulator: SetParams 1 out.gain"),
             "simulator: SetParams 1 out.gain float -6.5");
   EXPECT_EQ(demo.waitLine("simulator: SetParams 1 preset"),
@@ -113,23 +113,34 @@ TEST_F(DemoTool, ShowsChangesThatArrive) {
 }
 
 TEST_F(DemoTool, EndsByItself) {
-  ToolProcess demo({"demo", "--for", "0", "--set", "out_gain=1"});
+  ToolProcess demo({"demo", "--no-page", "--for", "0", "--set", "out_gain=1"});
   EXPECT_EQ(demo.waitExit(), 0);
   expectNothingLeft();
 }
 
 TEST_F(DemoTool, PrintsNoChangesWhenItIsTold) {
-  ToolProcess demo({"demo", "--no-watch"});
+  ToolProcess demo({"demo", "--no-page", "--no-watch"});
   demo.writeLine("set out_gain 1");
   demo.waitLine("simulator: SetParams 1 ");
   demo.writeLine("quit");
   EXPECT_EQ(demo.waitExit(), 0);
-  EXPECT_EQ(demo.lines(), std::vector<std::string>{"simulator: SetParams 1 out.gain float 1"});
+  auto lines = demo.lines();
+  std::sort(lines.begin(), lines.end());  // two processes write them
+  EXPECT_EQ(lines, (std::vector<std::string>{"notification 1 out_gain 1",
+                                             "simulator: SetParams 1 out.gain float 1"}));
+}
+
+TEST_F(DemoTool, ServesThePageOfTheHost) {
+  ToolProcess demo({"demo", "--no-watch", "--page", "127.0.0.1:0"});
+  const std::string line = demo.waitLine("page http://127.0.0.1:");
+  EXPECT_FALSE(line.ends_with(":0/")) << line;
+  demo.writeLine("quit");
+  EXPECT_EQ(demo.waitExit(), 0);
 }
 
 TEST_F(DemoTool, StopsTheModuleAtASignalToItAlone) {
   for (const int signal : {SIGINT, SIGTERM}) {
-    ToolProcess demo({"demo"});
+    ToolProcess demo({"demo", "--no-page"});
     waitForValues(demo);
     demo.signal(signal);
     EXPECT_EQ(demo.waitExit(), 130);
@@ -141,7 +152,7 @@ TEST_F(DemoTool, StopsTheModuleAtASignalToItAlone) {
 
 // As the keys of a terminal do.
 TEST_F(DemoTool, StopsAtASignalToBothProcesses) {
-  ToolProcess demo({"demo"});
+  ToolProcess demo({"demo", "--no-page"});
   waitForValues(demo);
   kill(processOf("host"), SIGINT);
   demo.signal(SIGINT);
@@ -151,7 +162,7 @@ TEST_F(DemoTool, StopsAtASignalToBothProcesses) {
 }
 
 TEST_F(DemoTool, KeepsTheSimulatorOutOfTheTerminalsSignals) {
-  ToolProcess demo({"demo"});
+  ToolProcess demo({"demo", "--no-page"});
   waitForValues(demo);
   EXPECT_EQ(getsid(processOf("sim")), processOf("sim"));
   EXPECT_EQ(getpgid(processOf("host")), getpgid(processOf("demo")));
@@ -160,7 +171,7 @@ TEST_F(DemoTool, KeepsTheSimulatorOutOfTheTerminalsSignals) {
 }
 
 TEST_F(DemoTool, GoesOnAndSaysSoWhenTheSimulatorDies) {
-  ToolProcess demo({"demo"});
+  ToolProcess demo({"demo", "--no-page"});
   waitForValues(demo);
   const EndOf simulator(processOf("sim"));
   kill(processOf("sim"), SIGKILL);
@@ -175,7 +186,7 @@ TEST_F(DemoTool, GoesOnAndSaysSoWhenTheSimulatorDies) {
 }
 
 TEST_F(DemoTool, FailsWhenTheHostDies) {
-  ToolProcess demo({"demo"});
+  ToolProcess demo({"demo", "--no-page"});
   waitForValues(demo);
   kill(processOf("host"), SIGKILL);
   EXPECT_EQ(demo.waitExit(), 1);
@@ -188,7 +199,7 @@ TEST_F(DemoTool, LeavesNothingBehindWhenItIsKilled) {
   std::optional<EndOf> simulator;
   std::optional<EndOf> host;
   {
-    ToolProcess demo({"demo"});
+    ToolProcess demo({"demo", "--no-page"});
     waitForValues(demo);
     simulator.emplace(processOf("sim"));
     host.emplace(processOf("host"));
@@ -201,7 +212,7 @@ TEST_F(DemoTool, LeavesNothingBehindWhenItIsKilled) {
 }
 
 TEST_F(DemoTool, HandsOnWhatTheHostRefuses) {
-  ToolProcess unknown({"demo", "--set", "gian=1"});
+  ToolProcess unknown({"demo", "--no-page", "--set", "gian=1"});
   EXPECT_EQ(unknown.waitExit(), 1);
   EXPECT_NE(unknown.errors().find("no engine slot \"gian\""), std::string::npos);
   ToolProcess wrong({"demo", "--watch-rate", "1000"});

@@ -75,7 +75,7 @@ std::vector<std::string> simArguments(const std::string& config, const std::stri
 }
 
 std::vector<std::string> hostArguments(const std::string& config) {
-  return {"host", config, "--watch", "--watch-rate", "20"};
+  return {"host", config, "--no-page", "--watch"};
 }
 
 // Lines that come from now on.
