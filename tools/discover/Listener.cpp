@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "common.pb.h"
+#include "tools/ByteBuffer.h"
 #include "tools/sanitizers/ReactionOrder.h"
 
 namespace discover {
@@ -28,16 +29,6 @@ std::shared_ptr<grpc::Channel> connect(const std::string& target) {
   grpc::ChannelArguments arguments;
   arguments.SetMaxReceiveMessageSize(-1);
   return grpc::CreateCustomChannel(target, grpc::InsecureChannelCredentials(), arguments);
-}
-
-std::string bytesOf(const grpc::ByteBuffer& buffer) {
-  std::vector<grpc::Slice> slices;
-  std::string bytes;
-  if (!buffer.Dump(&slices).ok()) return bytes;
-  for (const auto& slice : slices) {
-    bytes.append(reinterpret_cast<const char*>(slice.begin()), slice.size());
-  }
-  return bytes;
 }
 
 // Hears of both streams.
@@ -69,7 +60,7 @@ class Stream final : public grpc::ClientBidiReactor<grpc::ByteBuffer, grpc::Byte
   void OnReadDone(bool ok) override {
     const ReactionOrder order(this);
     if (!ok) return;
-    listener_.took(rate_, bytesOf(message_));
+    listener_.took(rate_, tools::bytesOf(message_));
     message_.Clear();
     StartRead(&message_);
   }

@@ -16,6 +16,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "tools/ByteBuffer.h"
 #include "tools/sanitizers/ReactionOrder.h"
 
 namespace sim {
@@ -38,16 +39,6 @@ std::optional<Method> methodAt(std::string_view path) {
     if (names.path == path) return names.method;
   }
   return std::nullopt;
-}
-
-std::string bytesOf(const grpc::ByteBuffer& buffer) {
-  std::vector<grpc::Slice> slices;
-  std::string bytes;
-  if (!buffer.Dump(&slices).ok()) return bytes;
-  for (const auto& slice : slices) {
-    bytes.append(reinterpret_cast<const char*>(slice.begin()), slice.size());
-  }
-  return bytes;
 }
 
 bool belongsToGrpc(std::string_view key) {
@@ -293,7 +284,7 @@ void ServedCall::OnDone() {
 }
 
 void ServedCall::fillOpening() {
-  opening_.request = bytesOf(request_);
+  opening_.request = tools::bytesOf(request_);
   request_.Clear();
   opening_.hasDeadline = context_.deadline() != std::chrono::system_clock::time_point::max();
   opening_.metadata = customKeys(context_);
