@@ -9,6 +9,7 @@
 #include <CLI/CLI.hpp>
 #include <exception>
 
+#include "tools/check/check.h"
 #include "tools/host/host.h"
 #include "tools/sim/sim.h"
 
@@ -18,6 +19,7 @@ int main(int argc, char** argv) {
   CLI::App app("Tools around the grpc-gateway module.", "gatewayctl");
   app.require_subcommand(1);
   int exitCode = 0;
+  addCheck(app, exitCode);
   addHost(app, exitCode);
   addSim(app, exitCode);
 

@@ -79,10 +79,14 @@ const std::vector<Room> rooms = {
     {"src/standin/", {"src/host/", "src/standin/"}},
     // What one sub-command is made of is of no concern to another; all of them may use the files
     // right in tools/, the last room, which is below them.
-    {"tools/gatewayctl", {"tools/sim/", "tools/host/", "tools/discover/", "tools/demo/", "tools/"}},
+    {"tools/gatewayctl",
+     {"tools/sim/", "tools/host/", "tools/check/", "tools/discover/", "tools/demo/", "tools/"}},
     {"tools/sim/", {"proto/", "src/standin/", "tools/sanitizers/", "tools/", "tools/sim/"}},
     {"tools/host/",
      {"src/host/", "src/standin/", module + "ConfigManager", "tools/", "tools/host/"}},
+    {"tools/check/",
+     {"src/host/", "src/shquote/", "src/standin/", module + "ConfigManager", "tools/",
+      "tools/check/"}},
     {"tools/discover/", {"proto/", "tools/sanitizers/", "tools/", "tools/discover/"}},
     {"tools/demo/", {"tools/", "tools/demo/"}},
     {"tools/sanitizers/", {"tools/sanitizers/"}},
