@@ -27,9 +27,9 @@ std::vector<std::string> filesIn(const std::string& folder,
                                  const std::set<std::string>& endings = {".h", ".cpp", ".c"}) {
   std::vector<std::string> files;
   for (const auto& entry : fs::recursive_directory_iterator(root / folder)) {
-    if (!entry.is_regular_file() || entry.path().string().find("/corpus/") != std::string::npos) {
-      continue;
-    }
+    const std::string path = entry.path();
+    const bool isInput = path.find("/corpus/") != path.npos || path.find("/cases/") != path.npos;
+    if (!entry.is_regular_file() || isInput) continue;
     const bool wanted = endings.empty() || endings.contains(entry.path().extension());
     if (wanted) files.push_back(fs::relative(entry.path(), root));
   }

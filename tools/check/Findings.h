@@ -43,6 +43,9 @@ class Findings {
 
   void add(Diagnostic diagnostic);
 
+  // Whether one more of the severity would be kept: what is only counted needs no text.
+  bool keepsMore(Severity severity) const { return count(severity) < kept; }
+
   // How many of a severity there are, kept or not.
   std::size_t count(Severity severity) const { return counts_[index(severity)]; }
   std::size_t omitted() const;

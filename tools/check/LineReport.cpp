@@ -49,6 +49,11 @@ std::string LineReport::consequence() const {
   return isDedicated() ? "the module passes over the line" : "the module refuses the file";
 }
 
+std::string LineReport::ownName() const {
+  return isDedicated() ? fmt::format("{}:{}", file_.name, line_.number)
+                       : fmt::format("line {}", line_.number);
+}
+
 std::string LineReport::nameOf(Spot spot) const {
   if (spot.file == file_.number) return fmt::format("line {}", spot.line);
   return fmt::format("{}:{}", fileNames_[spot.file], spot.line);

@@ -52,7 +52,10 @@ class LineReport {
   // What the module does about a bad line, for the end of a text.
   std::string consequence() const;
 
-  // "line 7", or "other.conf:7".
+  // This line, wherever it is told of: "line 7" of the main file, or "other.conf:7".
+  std::string ownName() const;
+
+  // Another line as seen from here: "line 7", or "other.conf:7".
   std::string nameOf(Spot spot) const;
 
  private:

@@ -123,8 +123,11 @@ Fault addressListFault(std::string_view scheme, std::string_view text) {
   for (std::string_view rest = *path;;) {
     const std::size_t comma = std::min(rest.find(','), rest.size());
     const auto parts = split(rest.substr(0, comma));
-    const bool good = parts && parts->port && (six ? isIpv6(parts->host) : isIpv4(parts->host)) &&
-                      isPort(*parts->port);
+    // Empty ones are passed over, but not if there is no other.
+    const bool isEmpty = comma == 0 && path->find_first_not_of(',') != path->npos;
+    const bool good =
+        isEmpty || (parts && parts->port && (six ? isIpv6(parts->host) : isIpv4(parts->host)) &&
+                    isPort(*parts->port));
     if (!good) {
       return TargetFault{
           fmt::format("{} is no {} address with a port, and no stream opens",
@@ -202,10 +205,12 @@ Fault strangerFault(std::string_view name, std::string_view text) {
   if (!behind.starts_with("//")) return hostPortFault(text);
   const std::string_view address =
       behind.substr(std::min(behind.find_first_not_of('/'), behind.size()));
+  const std::string_view host = address.substr(0, address.find('/'));
+  const bool hasPort = host.find(':') != host.npos;
   return TargetFault{
       fmt::format("gRPC knows no scheme {} and takes all of it for the name of a host",
                   inQuotes(name)),
-      fmt::format("write {} instead", inQuotes(address.substr(0, address.find('/'))))};
+      fmt::format("write {} instead", hasPort ? std::string(host) : std::string(host) + ":PORT")};
 }
 
 }  // namespace

@@ -137,6 +137,8 @@ class Walker {
   std::size_t included_ = 0;
   std::size_t includedBytes_ = 0;
   bool isAstray_ = false;
+  bool tooManyReported_ = false;
+  bool relativeReported_ = false;
 };
 
 // ---- Files ------------------------------------------------------------------------------------
@@ -312,6 +314,8 @@ void Walker::closeHeader(Frame& frame) {
   if (!frame.header || frame.header->isUsed) return;
   const Header& header = *frame.header;
   if (header.section->kind != SectionKind::Unknown) return;
+  if (!findings_.keepsMore(Severity::Warning))
+    return findings_.add({.rule = Rule::UnusedSection, .severity = Severity::Warning});
   std::vector<std::string> names;
   for (const Section& section : namedSections()) names.emplace_back(section.name);
   const std::string close = tools::closestTo(header.name, names);
@@ -397,34 +401,41 @@ void Walker::takeValue(Frame& frame, std::string_view key, LineReport& report) {
   }
 }
 
-void Walker::useUnknownSection(Frame& frame, LineReport& report) {
-  Header& header = *frame.header;
-  if (std::exchange(header.isUsed, true)) return;
+std::string remedyForSection(std::string_view name) {
   std::vector<std::string> names;
   for (const Section& section : namedSections()) names.emplace_back(section.name);
   names.emplace_back(conditionPrefix);
-  std::string_view bare = header.name;
+  std::string_view bare = name;
   while (!bare.empty() && isBlank(bare.front())) bare.remove_prefix(1);
   while (!bare.empty() && isBlank(bare.back())) bare.remove_suffix(1);
   const std::string_view front = bare.substr(0, bare.find(':') + 1);
   const std::string close = tools::closestTo(front.empty() ? bare : front, names);
-  std::string remedy = fmt::format("the sections are {}PATH", fmt::join(names, ", "));
+  const std::string all = fmt::format("the sections are {}PATH", fmt::join(names, ", "));
   if (const auto same = sameNameIn(bare, names); !same.empty()) {
-    remedy = fmt::format("write [{}], without the white space in the brackets", same);
-  } else if (sameName(front, conditionPrefix)) {
-    remedy = fmt::format("write [{}{}], with these capitals and nothing in front", conditionPrefix,
-                         bare.substr(front.size()));
-  } else if (close == conditionPrefix) {
-    remedy = fmt::format("did you mean [{}PATH]?", conditionPrefix);
-  } else if (!close.empty()) {
-    remedy = fmt::format("did you mean [{}]?", close);
+    return fmt::format("write [{}], without the white space in the brackets", same);
   }
+  if (sameName(front, conditionPrefix)) {
+    return fmt::format("write [{}{}], with these capitals and nothing in front", conditionPrefix,
+                       bare.substr(front.size()));
+  }
+  if (close == conditionPrefix) {
+    return fmt::format("did you mean [{}PATH]?", conditionPrefix);
+  }
+  if (!close.empty()) {
+    return fmt::format("did you mean [{}]?", close);
+  }
+  return all;
+}
+
+void Walker::useUnknownSection(Frame& frame, LineReport& report) {
+  Header& header = *frame.header;
+  if (std::exchange(header.isUsed, true)) return;
   Diagnostic at = header.at;
   at.rule = Rule::UnknownSection;
   at.severity = report.isDedicated() ? Severity::Warning : Severity::Error;
   at.text = fmt::format("there is no section {}, and because of the pair in line {} {}",
                         inQuotes(header.name), report.line().number, report.consequence());
-  at.remedy = std::move(remedy);
+  if (findings_.keepsMore(at.severity)) at.remedy = remedyForSection(header.name);
   ++frame.source.badLines;
   findings_.add(std::move(at));
 }
@@ -503,13 +514,12 @@ void Walker::takeFileLine(Frame& frame, LineReport& report) {
                            inQuotes(whole), inQuotes(path)),
                "name the same path in the header and here, unless both are meant");
   }
-  if (!path.empty() && path.front() != '/') {
-    report.add(
-        Rule::RelativePath, place,
-        fmt::format("the module looks for {} from the folder in which the engine is started, "
-                    "not from that of this file",
-                    inQuotes(path)),
-        "write a path that begins with \"/\"");
+  if (!path.empty() && path.front() != '/' && !std::exchange(relativeReported_, true)) {
+    report.add(Rule::RelativePath, place,
+               fmt::format("the module looks for {} and other such paths from the folder in which "
+                           "the engine is started, not from that of this file",
+                           inQuotes(path)),
+               "write a path that begins with \"/\"");
   }
   if (header.conditionHolds) include(path, place, report);
 }
@@ -542,6 +552,7 @@ void Walker::include(const std::string& path, Span place, LineReport& report) {
   includedBytes_ += static_cast<std::size_t>(opened.status.st_size);
   if (frames_.size() > limits_.depth || included_ > limits_.files ||
       includedBytes_ > limits_.bytes) {
+    if (std::exchange(tooManyReported_, true)) return;
     return goAstray(
         Rule::TooManyFiles, place,
         fmt::format("dedicated files are named {} times by here, {} deep, with {} bytes, "

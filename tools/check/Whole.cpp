@@ -74,6 +74,7 @@ void Whole::replace(Setting& setting, std::string_view key, Span place, LineRepo
   }
   setting.isGiven = true;
   setting.spot = report.spot();
+  setting.name = report.ownName();
   setting.at = report.at(place);
 }
 
@@ -171,7 +172,7 @@ void Whole::checkName(const Section& section, Set set, std::size_t position, con
 
 void Whole::noteUser(Users& users, const Entry& entry, const LineReport& report) const {
   if (users.count++ >= Users::named) return;
-  users.lines.push_back(report.nameOf(report.spot()));
+  users.lines.push_back(report.ownName());
   if (!users.first) users.first = report.at(entry.place);
 }
 
@@ -190,6 +191,10 @@ std::string Whole::metersNeed() const {
                ? fmt::format("{} meters are switched on in line {}", name, setting.spot.line)
                : fmt::format("{} meters are on unless switched off", name);
   };
+  const bool nothingSaid = !fast_.isGiven && !slow_.isGiven;
+  if (nothingSaid && users_[Fast].count + users_[Slow].count == 0) {
+    return "fast and slow meters are on unless they are switched off";
+  }
   std::vector<std::string> reasons;
   for (const Set set : {Fast, Slow}) {
     const Users& users = users_[set];
@@ -209,12 +214,11 @@ void Whole::judgeMeters(const Diagnostic& atFile, Findings& findings) const {
   if (!metersTarget_.isEmpty) {
     if (!anyRate) {
       const bool fastIsLast = fast_.at.order > slow_.at.order;
-      findings.add(
-          with(fastIsLast ? fast_.at : slow_.at, Rule::NoRateEnabled,
-               fmt::format("[Meters] has a Target in line {}, but fast and slow meters are "
-                           "both off, and the module refuses the configuration",
-                           metersTarget_.spot.line),
-               "switch one on by the value true, or remove the Target and all meters"));
+      findings.add(with(fastIsLast ? fast_.at : slow_.at, Rule::NoRateEnabled,
+                        fmt::format("[Meters] has a Target in {}, but fast and slow meters are "
+                                    "both off, and the module refuses the configuration",
+                                    metersTarget_.name),
+                        "switch one on by the value true, or remove the Target and all meters"));
       return;
     }
     judgeRate(fast_, Fast, findings);
@@ -259,7 +263,7 @@ void Whole::judgeRate(const Setting& rate, Set set, Findings& findings) const {
   const std::string_view key = set == Fast ? "EnableFastMeters" : "EnableSlowMeters";
   findings.add(with(
       *users.first, Rule::RateOff,
-      fmt::format("line {} switches {} meters off, so {} ({}) never get a value", rate.spot.line,
+      fmt::format("{} switches {} meters off, so {} ({}) never get a value", rate.name,
                   setNames[set], users.count == 1 ? "this slot" : "these slots", linesOf(users)),
       fmt::format("write {}=true, or Type={}", key, other)));
 }

@@ -40,6 +40,7 @@ class Whole {
   struct Setting {
     bool isGiven = false;
     Spot spot;
+    std::string name;  // of the line
     Diagnostic at;
     bool isOn = true;     // of a switch
     bool isEmpty = true;  // of a target
