@@ -1,7 +1,7 @@
 // The sections, keys and words that the module knows. Any thread; nothing here changes.
 //
-// ConfigManager has them for itself and does not tell them; a test compares the verdicts of both over
-// many files.
+// ConfigManager has them for itself and does not tell them; a test compares the verdicts of both
+// over many files.
 #pragma once
 
 #include <span>

@@ -410,7 +410,6 @@ std::string remedyForSection(std::string_view name) {
   while (!bare.empty() && isBlank(bare.back())) bare.remove_suffix(1);
   const std::string_view front = bare.substr(0, bare.find(':') + 1);
   const std::string close = tools::closestTo(front.empty() ? bare : front, names);
-  const std::string all = fmt::format("the sections are {}PATH", fmt::join(names, ", "));
   if (const auto same = sameNameIn(bare, names); !same.empty()) {
     return fmt::format("write [{}], without the white space in the brackets", same);
   }
@@ -424,7 +423,7 @@ std::string remedyForSection(std::string_view name) {
   if (!close.empty()) {
     return fmt::format("did you mean [{}]?", close);
   }
-  return all;
+  return fmt::format("the sections are {}PATH", fmt::join(names, ", "));
 }
 
 void Walker::useUnknownSection(Frame& frame, LineReport& report) {
