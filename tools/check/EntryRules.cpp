@@ -9,6 +9,7 @@
 #include <limits>
 #include <stdexcept>
 #include <utility>
+#include <vector>
 
 #include "tools/Suggestion.h"
 #include "tools/check/EntryWords.h"
@@ -322,8 +323,9 @@ void EntryReader::takeType(const Word& word, const Field& field) {
   good_ = false;
   constexpr std::array<std::string_view, 6> valueTypes = {"string", "int",    "uint",
                                                           "float",  "double", "text"};
-  const auto lower = sameNameIn(field.value, {"fast", "slow"});
-  const std::string close = tools::closestTo(field.value, {"fast", "slow"});
+  const std::vector<std::string> rates = {"fast", "slow"};
+  const auto lower = sameNameIn(field.value, rates);
+  const std::string close = tools::closestTo(field.value, rates);
   const bool isValueType =
       std::any_of(valueTypes.begin(), valueTypes.end(),
                   [&](std::string_view each) { return sameName(each, field.value); });

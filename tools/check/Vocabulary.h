@@ -37,8 +37,9 @@ const std::vector<std::string>& wordsOf(SectionKind kind);
 // Without regard to case, as the module compares names of sections and keys.
 bool sameName(std::string_view a, std::string_view b);
 
-// The one of `names` that is the same name; empty if none is.
+// The one of `names` that is the same name, as a part of that; empty if none is.
 std::string_view sameNameIn(std::string_view name, const std::vector<std::string>& names);
+std::string_view sameNameIn(std::string_view name, std::vector<std::string>&& names) = delete;
 
 // All keys of all sections.
 const std::vector<std::string>& allKeys();

@@ -1,6 +1,6 @@
 // Each rule, by files that break it and files that nearly do: cases/RULE.conf has to break the
-// rule, cases/RULE.near.conf must not, and further files are called RULE.ANYTHING.conf. All that is told
-// of a file is kept beside it, in FILE.expected, and compared whole.
+// rule, cases/RULE.near.conf must not, and further files are called RULE.ANYTHING.conf. All that is
+// told of a file is kept beside it, in FILE.expected, and compared whole.
 //
 // To see what a change of the texts does, run this with KEEP_EXPECTATIONS=1 in the environment,
 // which writes the files anew, and read the difference.
