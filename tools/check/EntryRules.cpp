@@ -274,9 +274,14 @@ std::string EntryReader::remedyForUnknownWord(std::size_t index, const Field& fi
   if (const auto name = sameNameIn(field.name, known); !name.empty()) {
     return fmt::format("write {}, case matters here", name);
   }
+  const auto begun = std::find_if(known.begin(), known.end(), [&](const std::string& word) {
+    return field.name.size() > 2 && sameName(word.substr(0, field.name.size()), field.name);
+  });
+  if (begun != known.end()) return fmt::format("did you mean {}=?", *begun);
   if (!sameNameIn(field.name, wordsOf(SectionKind::MeterEntries)).empty()) {
     return "remove it: a parameter has one rate and no default";
   }
+  if (sameName(field.name, "Name")) return "write Key=, or CustomKey= for the name of the slot";
   if (const std::string close = tools::closestTo(field.name, known); !close.empty()) {
     return fmt::format("did you mean {}=?", close);
   }
@@ -299,6 +304,13 @@ void EntryReader::takeName(const Word& word, const Field& field) {
                                         "can't read a call that carries it",
                                         inQuotes(field.value)),
                 "save the file as UTF-8, or correct the key");
+  }
+  if (field.value.ends_with(',') || field.value.ends_with(';')) {
+    report_.add(
+        Rule::TrailingComma, place,
+        fmt::format("{} {} ends in \"{}\", which belongs to the name: blanks alone part words",
+                    field.name, inQuotes(field.value), field.value.back()),
+        fmt::format("remove the \"{}\"", field.value.back()));
   }
   if (hasControlCharacter(field.value)) {
     report_.add(Rule::ControlCharacter, place,

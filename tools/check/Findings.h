@@ -20,15 +20,14 @@ struct Diagnostic {
   Rule rule{};
   Severity severity{};
   std::string file = {};
-  std::size_t line = 0;      // from 1; 0 for the file as a whole
-  std::size_t column = 0;    // the byte of the line, from 1; 0 if there is no line
-  std::size_t size = 0;      // bytes from there on
-  std::string text = {};     // what is the matter and what the module does
-  std::string remedy = {};   // what to do about it
-  std::string section = {};  // in which the line stands, if it stands in one
-  std::string readAt = {};   // where a dedicated file was named, as FILE:LINE
-  std::string source =
-      {};  // the line, or the chunk of a long one; without control characters' sense
+  std::size_t line = 0;          // from 1; 0 for the file as a whole
+  std::size_t column = 0;        // the byte of the line, from 1; 0 if there is no line
+  std::size_t size = 0;          // bytes from there on
+  std::string text = {};         // what is the matter and what the module does
+  std::string remedy = {};       // what to do about it
+  std::string section = {};      // in which the line stands, if it stands in one
+  std::string readAt = {};       // where a dedicated file was named, as FILE:LINE
+  std::string source = {};       // the line, or the chunk of a long one
   std::size_t sourceColumn = 1;  // of the first byte of `source`
   std::uint64_t order = 0;       // of the line among all lines that were read
 };

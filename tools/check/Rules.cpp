@@ -179,6 +179,11 @@ constexpr RuleText table[] = {
      "a. Quotes do not help. Choose a name without \"=\"."},
     {Rule::RepeatedWord, Weight::Warning, "repeated-word", "a word that is given twice in an entry",
      "The last one wins, without a message. Remove the one that is not meant."},
+    {Rule::TrailingComma, Weight::Warning, "trailing-comma",
+     "a Key or CustomKey that ends in a comma or semicolon",
+     "Blanks alone part the words of an entry, so that a \",\" or \";\" right behind a name "
+     "belongs to "
+     "the name: Key=a, gives the key \"a,\", which no meter has. Remove it."},
     {Rule::TrailingText, Weight::Warning, "trailing-text",
      "text behind the number of a DefaultValue",
      "The module reads the number at the begin and passes over the rest: 12abc is 12, 1,5 is 1, "

@@ -57,6 +57,7 @@ enum class Rule : std::uint8_t {
   WordEndsInEquals,
   TextAfterSecondEquals,
   RepeatedWord,
+  TrailingComma,
   TrailingText,
   UnsignedRange,
   LongDefault,

@@ -423,6 +423,15 @@ std::string remedyForSection(std::string_view name) {
   if (!close.empty()) {
     return fmt::format("did you mean [{}]?", close);
   }
+  // "FloatMeters": Meters and Engine, the first halves, have equally many letters.
+  constexpr std::size_t half = 6;
+  for (const Section& section : namedSections()) {
+    const std::string swapped =
+        std::string(section.name.substr(half)) + std::string(section.name.substr(0, half));
+    if (section.name.size() > half && sameName(bare, swapped)) {
+      return fmt::format("did you mean [{}]?", section.name);
+    }
+  }
   return fmt::format("the sections are {}PATH", fmt::join(names, ", "));
 }
 
