@@ -1,0 +1,35 @@
+// Configurations as nobody would write them, from a seed: the same seed gives the same texts.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <random>
+#include <string>
+#include <vector>
+
+class ConfigGenerator {
+ public:
+  explicit ConfigGenerator(std::uint32_t seed) : random_(seed) {}
+
+  // Any bytes, with a liking for those that mean something to the INI reader.
+  std::string soup();
+
+  // A configuration with sections and entries. `badness` is the number of mistakes that each
+  // hundred lines have; `files` are what File lines name.
+  std::string configuration(unsigned badness, const std::vector<std::string>& files);
+
+  // From 0 to `bound` - 1.
+  std::size_t below(std::size_t bound) { return random_() % bound; }
+
+ private:
+  bool oneIn(std::size_t n) { return below(n) == 0; }
+  const std::string& pick(const std::vector<std::string>& texts) {
+    return texts[below(texts.size())];
+  }
+  std::string settings(unsigned badness);
+  std::string entries(unsigned badness);
+  std::string entry(bool isMeter, unsigned badness);
+  std::string spoilt(const std::string& line);
+
+  std::mt19937 random_;
+};

@@ -1,0 +1,28 @@
+// A file for thousands of texts, one after the other, and in memory: a disk would be waited for at
+// each of them.
+#pragma once
+
+#include <unistd.h>
+
+#include <stdexcept>
+#include <string>
+
+#include "tools/MemoryFile.h"
+
+class RewrittenFile {
+ public:
+  std::string path() const { return file_.path(); }
+
+  // Replaces the text and returns the path.
+  std::string write(const std::string& text) {
+    const auto size = static_cast<ssize_t>(text.size());
+    if (ftruncate(file_.descriptor(), 0) != 0 ||
+        pwrite(file_.descriptor(), text.data(), text.size(), 0) != size) {
+      throw std::runtime_error("can't write to memory");
+    }
+    return path();
+  }
+
+ private:
+  tools::MemoryFile file_;
+};

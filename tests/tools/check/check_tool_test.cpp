@@ -1,0 +1,232 @@
+// gatewayctl check, as a person or a script uses it.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "tests/support/SimProcess.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace {
+
+using nlohmann::json;
+
+constexpr const char* sound = "[Meters]\nTarget=localhost:50005\n";
+
+class CheckTool : public ::testing::Test {
+ protected:
+  struct Outcome {
+    int code;
+    std::string output;
+    std::string errors;
+  };
+
+  static Outcome run(std::vector<std::string> arguments, const std::string& input = "") {
+    arguments.insert(arguments.begin(), "check");
+    ToolProcess tool(arguments);
+    if (!input.empty()) tool.write(input);
+    tool.closeInput();
+    const int code = tool.waitExit();
+    std::string output;
+    for (const std::string& line : tool.lines()) output += line + "\n";
+    return {code, output, tool.errors()};
+  }
+
+  const TemporaryFolder files;
+  const std::string good = files.write("good.conf", sound);
+  const std::string bad = files.write("bad.conf", "nonsense\n");
+  const std::string doubtful = files.write("doubtful.conf", std::string(sound) + "[Levels]\n");
+};
+
+TEST_F(CheckTool, TellsTheVerdictByItsExitCode) {
+  EXPECT_EQ(run({good}).code, 0);
+  EXPECT_EQ(run({good}).output, good + ": accepted\n");
+  EXPECT_EQ(run({bad}).code, 1);
+  EXPECT_EQ(run({doubtful}).code, 0);
+  EXPECT_EQ(run({"--strict", doubtful}).code, 3);
+  EXPECT_EQ(run({"--strict", good}).code, 0);
+  EXPECT_EQ(run({"--strict", bad}).code, 1);
+  EXPECT_EQ(run({files.path("missing")}).code, 2);
+  EXPECT_EQ(run({}).code, 2);
+}
+
+TEST_F(CheckTool, EndsWithTheWorstOfSeveralFiles) {
+  EXPECT_EQ(run({"--strict", good, doubtful}).code, 3);
+  EXPECT_EQ(run({"--strict", doubtful, bad, good}).code, 1);
+  EXPECT_EQ(run({bad, files.path("missing"), good}).code, 2);
+}
+
+TEST_F(CheckTool, ReadsStandardInput) {
+  EXPECT_EQ(run({"-"}, sound).output, "<stdin>: accepted\n");
+  const Outcome refused = run({"-"}, "nonsense\n");
+  EXPECT_EQ(refused.code, 1);
+  EXPECT_TRUE(refused.output.starts_with("<stdin>:1:1: error: ")) << refused.output;
+}
+
+TEST_F(CheckTool, SaysWhyAFileCannotBeRead) {
+  EXPECT_EQ(
+      run({files.path("missing")}).errors,
+      "gatewayctl check: can't check " + files.path("missing") + ": No such file or directory\n");
+  EXPECT_EQ(run({files.path("")}).errors,
+            "gatewayctl check: can't check " + files.path("") + ": it is a folder\n");
+  const std::string pipe = files.path("pipe");
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  const Outcome outcome = run({pipe});
+  EXPECT_EQ(outcome.code, 2);
+  EXPECT_EQ(outcome.errors, "gatewayctl check: can't check " + pipe +
+                                ": it is a pipe or a device: name a regular file, or - for "
+                                "standard input\n");
+}
+
+TEST_F(CheckTool, DoesNotWaitForADedicatedPipe) {
+  const std::string pipe = files.path("pipe");
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  const Outcome outcome =
+      run({"-"}, std::string(sound) + "[ParseIfExist:" + pipe + "]\nFile=" + pipe + "\n");
+  EXPECT_EQ(outcome.code, 1);
+  EXPECT_NE(outcome.output.find("[endless-file]"), std::string::npos) << outcome.output;
+}
+
+TEST_F(CheckTool, AllowsWarningsOfARule) {
+  const Outcome outcome = run({"--strict", "--allow", "unused-section", doubtful});
+  EXPECT_EQ(outcome.code, 0);
+  EXPECT_EQ(outcome.output, doubtful + ": accepted\n");
+}
+
+TEST_F(CheckTool, RefusesToAllowWhatIsNoWarning) {
+  const Outcome unknown = run({"--allow", "unused-secton", doubtful});
+  EXPECT_EQ(unknown.code, 2);
+  EXPECT_NE(unknown.errors.find("there is no rule \"unused-secton\", did you mean "
+                                "\"unused-section\"?"),
+            std::string::npos)
+      << unknown.errors;
+  const Outcome error = run({"--allow", "duplicate-key", doubtful});
+  EXPECT_EQ(error.code, 2);
+  EXPECT_NE(error.errors.find("duplicate-key is no warning but an error"), std::string::npos)
+      << error.errors;
+}
+
+TEST_F(CheckTool, ListsAndExplainsRules) {
+  const Outcome list = run({"--list-rules"});
+  EXPECT_EQ(list.code, 0);
+  EXPECT_NE(list.output.find("\nduplicate-key            "), std::string::npos) << list.output;
+  const Outcome explanation = run({"--explain", "duplicate-key"});
+  EXPECT_EQ(explanation.code, 0);
+  EXPECT_TRUE(explanation.output.starts_with(
+      "duplicate-key (error): two entries of one list with the same Key\n\nWithin one list"))
+      << explanation.output;
+  EXPECT_EQ(run({"--explain", "duplicate"}).code, 2);
+}
+
+TEST_F(CheckTool, PrintsTheSlotsOfTheHost) {
+  const Outcome outcome =
+      run({"--slots", "-"}, std::string(sound) +
+                                "[MetersFloat]\nMeter=Key=in DefaultValue=-1.5\n"
+                                "Meter=Key=out CustomKey=level Type=slow\n"
+                                "[Engine]\nTarget=x:1\n[EngineString]\nParam=Key=preset\n");
+  EXPECT_EQ(outcome.output,
+            "<stdin>: accepted\n"
+            "SET     POSITION  TYPE    NAME              GENERATED  DEFAULT  KEY\n"
+            "fast    0         float   gateway_float_0   yes        -1.5     in\n"
+            "slow    0         float   level             no         0        out\n"
+            "engine  0         string  gateway_string_0  yes        -        preset\n");
+}
+
+TEST_F(CheckTool, WritesOneJsonDocument) {
+  const std::string path = files.write(
+      "main.conf", std::string(sound) + "[MetersFloat]\nMeter=Key=\"T\xFCr\" DefaultValue=0.1\n");
+  const Outcome outcome = run({"--json", "--strict", path, bad, files.path("missing")});
+  EXPECT_EQ(outcome.code, 2);
+  const json document = json::parse(outcome.output);
+  EXPECT_EQ(document["version"], 1);
+  EXPECT_EQ(document["exit_code"], 2);
+  const json& accepted = document["files"][0];
+  EXPECT_EQ(accepted["verdict"], "accepted");
+  EXPECT_EQ(accepted["reason"], json());
+  EXPECT_EQ(accepted["slots"], json::parse(R"([{"set": "fast", "position": 0, "type": "float",
+                                  "name": "gateway_float_0", "generated": true,
+                                  "key": "T\ufffdr", "default": 0.1}])"));
+  EXPECT_EQ(accepted["diagnostics"].size(), 1u);
+  const json& refused = document["files"][1];
+  EXPECT_EQ(refused["verdict"], "refused");
+  EXPECT_EQ(refused["errors"], 2);
+  EXPECT_EQ(refused["diagnostics"][0],
+            (json{{"rule", "bad-line"},
+                  {"severity", "error"},
+                  {"file", bad},
+                  {"line", 1},
+                  {"column", 1},
+                  {"length", 8},
+                  {"text",
+                   "this line is no pair, because it has no \"=\", and the module refuses "
+                   "the file"},
+                  {"remedy", "write NAME=VALUE, or \";\" in front of a comment"},
+                  {"section", json()},
+                  {"read_at", json()},
+                  {"source", "nonsense"}}));
+  EXPECT_EQ(refused["diagnostics"][1]["line"], json());
+  EXPECT_EQ(refused["module_log"][0]["level"], 3);
+  EXPECT_EQ(document["files"][2]["verdict"], "unreadable");
+}
+
+TEST_F(CheckTool, UsesNoColoursInAPipe) {
+  EXPECT_EQ(run({bad}).output.find('\033'), std::string::npos);
+}
+
+// ---- Bad input --------------------------------------------------------------------------------
+
+class HugeFile : public CheckTool {
+ protected:
+  // A file of 100 MB of repeated text.
+  std::string huge(const std::string& text) const {
+    constexpr std::size_t size = 100 << 20;
+    const std::string path = files.path("huge");
+    std::string block;
+    while (block.size() < (1 << 20)) block += text;
+    std::ofstream file(path, std::ios::binary);
+    for (std::size_t written = 0; written < size; written += block.size()) file << block;
+    return path;
+  }
+
+  // Under a limit of its memory, which is that of all its children.
+  static int codeWithin(std::size_t kilobytes, const std::string& path) {
+    const std::string command = "ulimit -v " + std::to_string(kilobytes) + "; " + GATEWAYCTL_PATH +
+                                " check " + path + " > /dev/null 2>&1";
+    return WEXITSTATUS(std::system(command.c_str()));
+  }
+
+  static constexpr std::size_t memory = 1000000;
+};
+
+// The sanitizers reserve more addresses than any limit.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+TEST_F(HugeFile, OfBadLinesIsRefused) {
+  EXPECT_EQ(codeWithin(memory, huge("nonsense\n")), 1);
+}
+
+TEST_F(HugeFile, OfOneLineIsRefused) {
+  EXPECT_EQ(codeWithin(memory, huge("endless ")), 1);
+}
+
+TEST_F(HugeFile, OfRandomBytesIsRefused) {
+  std::string bytes;
+  for (unsigned i = 0; i < 100000; ++i) bytes += static_cast<char>(i * 2654435761u >> 24);
+  EXPECT_EQ(codeWithin(memory, huge(bytes)), 1);
+}
+
+TEST_F(HugeFile, OfEntriesHasTooMany) {
+  EXPECT_EQ(codeWithin(memory, huge("[MetersFloat]\nMeter=Key=level Type=slow\n")), 2);
+}
+
+TEST_F(HugeFile, OfUnknownSectionsIsRefused) {
+  EXPECT_EQ(codeWithin(memory, huge("[x]\na=b\n")), 1);
+}
+#endif
+
+}  // namespace

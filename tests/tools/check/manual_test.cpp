@@ -1,0 +1,131 @@
+// The manual of configurations says what the checker says: the same rules in the same words, and
+// each of its configurations is what the text around claims.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cctype>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "standin/Host.h"
+#include "tests/tools/check/RewrittenFile.h"
+#include "tools/check/Checker.h"
+#include "tools/check/Report.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+using check::Checked;
+using check::Severity;
+using check::Verdict;
+
+const fs::path root = SOURCE_FOLDER;
+
+std::string contentOf(const fs::path& path) {
+  std::ostringstream text;
+  text << std::ifstream(path).rdbuf();
+  return text.str();
+}
+
+// With one blank wherever there is white space.
+std::string joined(const std::string& text) {
+  std::istringstream words(text);
+  std::string line;
+  for (std::string word; words >> word;) line += (line.empty() ? "" : " ") + word;
+  return line;
+}
+
+std::vector<std::string> snippetsOf(const std::string& markdown) {
+  constexpr std::string_view begin = "\n```ini\n";
+  std::vector<std::string> snippets;
+  for (std::size_t at = markdown.find(begin); at != markdown.npos; at = markdown.find(begin, at)) {
+    at += begin.size();
+    const std::size_t end = markdown.find("```\n", at);
+    snippets.push_back(markdown.substr(at, end - at));
+  }
+  return snippets;
+}
+
+class Manual : public ::testing::Test {
+ protected:
+  Checked checkText(const std::string& text) {
+    return check::check({.path = file_.write(text), .name = "snippet"});
+  }
+
+  static void expectSound(const Checked& checked) {
+    EXPECT_TRUE(checked.verdict == Verdict::Accepted && checked.count(Severity::Warning) == 0)
+        << check::textOf(checked, false);
+  }
+
+ private:
+  const standin::Host host_{{.keepRecords = false}};
+  RewrittenFile file_;
+};
+
+TEST_F(Manual, ExplainsEachRuleAsTheCheckerDoes) {
+  const std::string manual = joined(contentOf(root / "docs/configuration.md"));
+  std::size_t last = 0;
+  for (const auto& rule : check::allRules()) {
+    std::string weight(check::describe(rule.weight));
+    weight.front() = static_cast<char>(std::toupper(weight.front()));
+    const std::string paragraph = "### " + std::string(rule.name) + " *" + weight + ": " +
+                                  std::string(rule.summary) + ".* " + std::string(rule.explanation);
+    const std::size_t found = manual.find(joined(paragraph));
+    EXPECT_NE(found, manual.npos) << "docs/configuration.md does not say:\n" << paragraph;
+    EXPECT_GE(found, last) << rule.name << " stands at another place than in the table";
+    last = found;
+  }
+}
+
+TEST_F(Manual, HasNoOtherRules) {
+  std::istringstream manual(contentOf(root / "docs/configuration.md"));
+  for (std::string line; std::getline(manual, line);) {
+    if (!line.starts_with("### ")) continue;
+    EXPECT_NE(check::ruleOf(line.substr(4)), nullptr) << line;
+  }
+}
+
+// A snippet is sound, or says in its first line which trap it falls into.
+TEST_F(Manual, ShowsConfigurationsThatDoAsItSays) {
+  constexpr std::string_view mark = "; trap: ";
+  const auto snippets = snippetsOf(contentOf(root / "docs/configuration.md"));
+  EXPECT_GE(snippets.size(), 5u);
+  for (const std::string& snippet : snippets) {
+    const Checked checked = checkText(snippet);
+    if (!snippet.starts_with(mark)) {
+      expectSound(checked);
+      continue;
+    }
+    const std::string name = snippet.substr(mark.size(), snippet.find('\n') - mark.size());
+    const auto* const rule = check::ruleOf(name);
+    ASSERT_NE(rule, nullptr) << name;
+    EXPECT_TRUE(std::any_of(checked.diagnostics.begin(), checked.diagnostics.end(),
+                            [&](const auto& each) { return each.rule == rule->rule; }))
+        << snippet;
+  }
+}
+
+TEST_F(Manual, OfOtherPartsShowsSoundConfigurations) {
+  for (const char* name : {"README.md", "ARCHITECTURE.md", "CONTRIBUTING.md"}) {
+    for (const std::string& snippet : snippetsOf(contentOf(root / name))) {
+      expectSound(checkText(snippet));
+    }
+  }
+}
+
+TEST_F(Manual, HasSoundExamples) {
+  std::size_t examples = 0;
+  for (const auto& entry : fs::directory_iterator(root / "examples")) {
+    if (entry.path().extension() != ".conf") continue;
+    expectSound(check::check({.path = entry.path(), .name = entry.path()}));
+    ++examples;
+  }
+  EXPECT_GE(examples, 1u);
+}
+
+}  // namespace

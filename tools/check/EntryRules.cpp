@@ -1,0 +1,433 @@
+#include "tools/check/EntryRules.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <exception>
+#include <limits>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+#include "tools/Suggestion.h"
+#include "tools/check/EntryWords.h"
+#include "tools/check/Text.h"
+
+namespace check {
+namespace {
+
+constexpr std::size_t slotTextSize = 99;
+
+// Goes through the words of one value.
+class EntryReader {
+ public:
+  EntryReader(const Section& section, Span value, LineReport& report)
+      : section_(section),
+        place_(value),
+        value_(value.of(report.line().text)),
+        words_(entryWordsOf(value_)),
+        report_(report) {}
+
+  std::optional<Entry> read();
+
+ private:
+  bool isMeter() const { return section_.kind == SectionKind::MeterEntries; }
+  bool isContinuation() const { return report_.line().kind == LineKind::Continuation; }
+  std::string_view kindName() const { return isMeter() ? "Meter" : "Param"; }
+
+  // The place in the line of a part of the value.
+  Span inLine(Span part) const { return {place_.begin + part.begin, part.size}; }
+
+  void reportQuote();
+  void reportComment();
+  void take(std::size_t index);
+  void takeField(const Word& word, const Field& field);
+  void passOver(std::size_t index);
+  void reportBlankAroundEquals(std::size_t index);
+  bool isBlankAroundEquals(std::size_t index) const;
+  std::string remedyForBareWord(std::size_t index) const;
+  void refuseWord(std::size_t index, const Field& field);
+  std::string remedyForUnknownWord(std::size_t index, const Field& field) const;
+  void takeName(const Word& word, const Field& field);
+  void takeType(const Word& word, const Field& field);
+  void takeDefault(const Word& word, const Field& field);
+  void takeNumber(const std::string& text, Span place);
+  void reportOutOfRange(const std::string& text, Span place);
+  void reportUnsigned(const std::string& text, unsigned long number, Span place);
+  void reportRepeated(const Word& word, const Field& field);
+
+  const Section& section_;
+  const Span place_;
+  const std::string_view value_;
+  const EntryWords words_;
+  LineReport& report_;
+  Entry entry_;
+  bool good_ = true;
+  std::size_t skip_ = 0;    // words that a diagnostic in front of them has covered
+  bool inComment_ = false;  // behind a ";" that was meant to begin one
+  std::vector<std::pair<std::string, std::string>> seen_;  // names and values
+};
+
+std::optional<Entry> EntryReader::read() {
+  const Span whole = place_.size > 0 ? place_ : report_.line().body;
+  entry_.place = entry_.keyPlace = entry_.customKeyPlace = whole;
+  if (words_.openQuote) {
+    reportQuote();
+    return std::nullopt;
+  }
+  for (std::size_t i = 0; i < words_.words.size(); ++i) take(i);
+  if (words_.comment) reportComment();
+  return good_ ? std::optional(entry_) : std::nullopt;
+}
+
+void EntryReader::reportQuote() {
+  const Span place = inLine({*words_.openQuote, 1});
+  const std::string_view rest = report_.line().rest.of(report_.line().text);
+  const char quote = value_[*words_.openQuote];
+  // Closed within what was cut as a comment: then the comment was none.
+  if (rest.starts_with(';') && rest.find(quote) != rest.npos) {
+    report_.add(
+        Rule::CommentInQuotes, {report_.line().rest.begin, 1},
+        fmt::format("this \";\" begins a comment although it stands in quotes, the quote is "
+                    "left open, and {}",
+                    report_.consequence()),
+        "take the white space in front of the \";\" away, or the \";\"");
+    return;
+  }
+  report_.add(Rule::OpenQuote, place,
+              fmt::format("this quote is never closed, and {}", report_.consequence()),
+              fmt::format("close it with {}, or write \\{} for the mark itself", quote, quote));
+}
+
+void EntryReader::reportComment() {
+  const std::size_t begin = *words_.comment;
+  const std::string_view comment = value_.substr(begin);
+  report_.add(
+      Rule::HashComment, inLine({begin, comment.size()}),
+      fmt::format("a \"#\" in front of a word begins a comment, and the module passes over {}",
+                  inQuotes(comment)),
+      "put quotes around the word if the \"#\" belongs to it; for a comment write \" ;\"");
+}
+
+void EntryReader::take(std::size_t index) {
+  if (skip_ > 0) {
+    --skip_;
+    return;
+  }
+  const Word& word = words_.words[index];
+  const Field field = fieldOf(word.text);
+  if (isContinuation() && word.text.starts_with(';') && !inComment_) {
+    inComment_ = true;
+    const std::size_t size = value_.size() - word.place.begin;
+    report_.add(Rule::CommentInContinuation, inLine({word.place.begin, size}),
+                "a \";\" begins no comment in a line that continues an entry, and what follows is "
+                "read as words",
+                "put the comment on a line of its own");
+  }
+  if (field.shape == Field::Shape::Whole || field.shape == Field::Shape::Cut) {
+    const auto& known = wordsOf(section_.kind);
+    const bool isKnown = std::find(known.begin(), known.end(), field.name) != known.end();
+    if (isKnown)
+      takeField(word, field);
+    else
+      refuseWord(index, field);
+  } else if (isBlankAroundEquals(index)) {
+    reportBlankAroundEquals(index);
+  } else if (!inComment_) {
+    passOver(index);
+  }
+}
+
+void EntryReader::takeField(const Word& word, const Field& field) {
+  reportRepeated(word, field);
+  if (field.shape == Field::Shape::Cut) {
+    const Span place = placeOfValue(value_, word);
+    report_.add(Rule::TextAfterSecondEquals, inLine(place),
+                fmt::format("a value ends at the second \"=\" of its word, so {} is {} and {} is "
+                            "dropped",
+                            field.name, inQuotes(field.value), inQuotes(field.dropped)),
+                field.dropped.find_first_of(",;") != field.dropped.npos ||
+                        field.value.find_first_of(",;") != field.value.npos
+                    ? "part words by blanks, not by \",\" or \";\""
+                    : "choose a text without \"=\"");
+  }
+  if (field.name == "Type")
+    takeType(word, field);
+  else if (field.name == "DefaultValue")
+    takeDefault(word, field);
+  else
+    takeName(word, field);
+}
+
+void EntryReader::reportRepeated(const Word& word, const Field& field) {
+  const auto earlier = std::find_if(seen_.rbegin(), seen_.rend(),
+                                    [&](const auto& each) { return each.first == field.name; });
+  if (earlier != seen_.rend()) {
+    report_.add(Rule::RepeatedWord, inLine(word.place),
+                fmt::format("{} is given twice, and the last one wins: {}, not {}", field.name,
+                            inQuotes(field.value), inQuotes(earlier->second)),
+                "remove the one that is not meant");
+  }
+  seen_.emplace_back(field.name, field.value);
+}
+
+// ---- Words that say nothing -------------------------------------------------------------------
+
+// "Key = a" or "Key= a": words that were meant as one.
+bool EntryReader::isBlankAroundEquals(std::size_t index) const {
+  const auto& words = words_.words;
+  const auto& known = wordsOf(section_.kind);
+  std::string_view name = words[index].text;
+  std::size_t next = index + 1;
+  if (name.ends_with('=')) {
+    name.remove_suffix(1);
+  } else if (next < words.size() && words[next].text == "=") {
+    ++next;
+  } else {
+    return false;
+  }
+  return std::find(known.begin(), known.end(), name) != known.end() && next < words.size() &&
+         words[next].text.find('=') == std::string::npos;
+}
+
+void EntryReader::reportBlankAroundEquals(std::size_t index) {
+  const auto& words = words_.words;
+  skip_ = words[index].text.ends_with('=') ? 1 : 2;
+  const Word& last = words[index + skip_];
+  const std::string_view name(words[index].text.data(), words[index].text.find('='));
+  const std::size_t begin = words[index].place.begin;
+  const bool joined = skip_ == 1;
+  report_.add(
+      joined ? Rule::WordEndsInEquals : Rule::WordWithoutEquals,
+      inLine({begin, last.place.end() - begin}),
+      "blanks part words, so the module passes over each of these by itself",
+      fmt::format("write {}={} without a blank",
+                  joined ? name : std::string_view(words[index].text), last.place.of(value_)));
+}
+
+void EntryReader::passOver(std::size_t index) {
+  const Word& word = words_.words[index];
+  const Field field = fieldOf(word.text);
+  if (field.shape == Field::Shape::EndingInEquals) {
+    report_.add(
+        Rule::WordEndsInEquals, inLine(word.place),
+        fmt::format("the word {} ends in \"=\", and the module passes over it",
+                    inQuotes(word.text)),
+        field.name.empty() ? "remove it" : fmt::format("write {}=VALUE, or remove it", field.name));
+    return;
+  }
+  const std::string what = field.shape == Field::Shape::Empty
+                               ? "there is nothing between these quotes"
+                               : fmt::format("the word {} has no \"=\"", inQuotes(word.text));
+  report_.add(Rule::WordWithoutEquals, inLine(word.place), what + ", and the module passes over it",
+              remedyForBareWord(index));
+}
+
+std::string EntryReader::remedyForBareWord(std::size_t index) const {
+  const std::string& text = words_.words[index].text;
+  const auto& known = wordsOf(section_.kind);
+  if (text.empty()) return "remove it, or write NAME=VALUE";
+  const std::size_t colon = text.find(':');
+  if (const auto name = sameNameIn(text.substr(0, colon), known); !name.empty()) {
+    const bool hasValue = colon != text.npos && colon + 1 < text.size();
+    return fmt::format("write {}={}", name, hasValue ? text.substr(colon + 1) : "VALUE");
+  }
+  if (index == 0) return fmt::format("write Key={} if that is the key", text);
+  const std::string_view before = words_.words[index - 1].place.of(value_);
+  const std::size_t equals = before.find('=');
+  if (equals == before.npos || before.find_first_of("\"'\\") != before.npos) {
+    return "remove it, or put quotes around the value that it belongs to";
+  }
+  return fmt::format("if it belongs to the word before, write {}=\"{} {}\"",
+                     before.substr(0, equals), before.substr(equals + 1), text);
+}
+
+// ---- Words that are refused -------------------------------------------------------------------
+
+void EntryReader::refuseWord(std::size_t index, const Field& field) {
+  const Word& word = words_.words[index];
+  good_ = false;
+  const Span place = inLine(word.place);
+  const std::string what =
+      field.name.empty()
+          ? fmt::format("the word {} has no name in front of its \"=\"", inQuotes(word.text))
+          : fmt::format("a {} has no word {}", kindName(), inQuotes(field.name));
+  report_.add(
+      Rule::UnknownWord,
+      {place.begin, field.name.empty() ? place.size : std::min(place.size, field.name.size())},
+      fmt::format("{}, and {}", what, report_.consequence()), remedyForUnknownWord(index, field));
+}
+
+std::string EntryReader::remedyForUnknownWord(std::size_t index, const Field& field) const {
+  const auto& known = wordsOf(section_.kind);
+  if (isContinuation() && !sameNameIn(field.name, allKeys()).empty()) {
+    return "remove the indentation: the line continues the entry above it";
+  }
+  if (field.name.empty() && index > 0) {
+    const std::string& before = words_.words[index - 1].text;
+    if (std::find(known.begin(), known.end(), before) != known.end()) {
+      return fmt::format("write {}={} without a blank", before, field.value);
+    }
+  }
+  if (const auto name = sameNameIn(field.name, known); !name.empty()) {
+    return fmt::format("write {}, case matters here", name);
+  }
+  const auto begun = std::find_if(known.begin(), known.end(), [&](const std::string& word) {
+    return field.name.size() > 2 && sameName(word.substr(0, field.name.size()), field.name);
+  });
+  if (begun != known.end()) return fmt::format("did you mean {}=?", *begun);
+  if (!sameNameIn(field.name, wordsOf(SectionKind::MeterEntries)).empty()) {
+    return "remove it: a parameter has one rate and no default";
+  }
+  if (sameName(field.name, "Name")) return "write Key=, or CustomKey= for the name of the slot";
+  if (const std::string close = tools::closestTo(field.name, known); !close.empty()) {
+    return fmt::format("did you mean {}=?", close);
+  }
+  return fmt::format("the words of a {} are {}", kindName(), fmt::join(known, ", "));
+}
+
+// ---- Known words ------------------------------------------------------------------------------
+
+void EntryReader::takeName(const Word& word, const Field& field) {
+  const Span place = inLine(placeOfValue(value_, word));
+  const bool isKey = field.name == "Key";
+  (isKey ? entry_.key : entry_.customKey) = field.value;
+  (isKey ? entry_.keyPlace : entry_.customKeyPlace) = place;
+  if (isKey && !isUtf8(field.value)) {
+    report_.add(Rule::KeyNotUtf8, place,
+                isMeter() ? fmt::format("the key {} is not valid UTF-8: no meter can carry it, and "
+                                        "its slot keeps its default for good",
+                                        inQuotes(field.value))
+                          : fmt::format("the key {} is not valid UTF-8, and the engine service "
+                                        "can't read a call that carries it",
+                                        inQuotes(field.value)),
+                "save the file as UTF-8, or correct the key");
+  }
+  if (field.value.ends_with(',') || field.value.ends_with(';')) {
+    report_.add(
+        Rule::TrailingComma, place,
+        fmt::format("{} {} ends in \"{}\", which belongs to the name: blanks alone part words",
+                    field.name, inQuotes(field.value), field.value.back()),
+        fmt::format("remove the \"{}\"", field.value.back()));
+  }
+  if (hasControlCharacter(field.value)) {
+    report_.add(Rule::ControlCharacter, place,
+                fmt::format("there is a control character in {} {}, which belongs to the name and "
+                            "can't be seen",
+                            field.name, inQuotes(field.value)),
+                "remove it");
+  }
+  if (!field.value.empty() && (isBlank(field.value.front()) || isBlank(field.value.back()))) {
+    report_.add(Rule::OuterBlanks, place,
+                fmt::format("{} {} begins or ends with white space, which belongs to the name",
+                            field.name, inQuotes(field.value)),
+                "remove the white space within the quotes");
+  }
+}
+
+void EntryReader::takeType(const Word& word, const Field& field) {
+  if (field.value == "fast" || field.value == "slow") {
+    entry_.isSlow = field.value == "slow";
+    return;
+  }
+  good_ = false;
+  constexpr std::array<std::string_view, 6> valueTypes = {"string", "int",    "uint",
+                                                          "float",  "double", "text"};
+  const std::vector<std::string> rates = {"fast", "slow"};
+  const auto lower = sameNameIn(field.value, rates);
+  const std::string close = tools::closestTo(field.value, rates);
+  const bool isValueType =
+      std::any_of(valueTypes.begin(), valueTypes.end(),
+                  [&](std::string_view each) { return sameName(each, field.value); });
+  std::string remedy = "write Type=fast or Type=slow";
+  if (!lower.empty())
+    remedy = fmt::format("write Type={}, in lower case", lower);
+  else if (!close.empty())
+    remedy = fmt::format("did you mean Type={}?", close);
+  else if (isValueType)
+    remedy += "; the type of the value is said by the section";
+  report_.add(
+      Rule::UnknownType, inLine(placeOfValue(value_, word)),
+      fmt::format("there is no type {}, and {}", inQuotes(field.value), report_.consequence()),
+      remedy);
+}
+
+void EntryReader::takeDefault(const Word& word, const Field& field) {
+  const Span place = inLine(placeOfValue(value_, word));
+  if (section_.type != ValueType::String) {
+    takeNumber(field.value, place);
+  } else if (field.value.size() > slotTextSize) {
+    report_.add(Rule::LongDefault, place,
+                fmt::format("the default has {} bytes, and its slot keeps the first {}",
+                            field.value.size(), slotTextSize),
+                "shorten it");
+  }
+}
+
+// Converts as the module does, so that both agree on every text.
+void EntryReader::takeNumber(const std::string& text, Span place) {
+  std::size_t used = 0;
+  std::string read;
+  try {
+    if (section_.type == ValueType::Float) {
+      read = fmt::format("{}", std::stof(text, &used));
+    } else if (section_.type == ValueType::Int) {
+      read = std::to_string(std::stoi(text, &used));
+    } else {
+      const unsigned long number = std::stoul(text, &used);
+      read = std::to_string(static_cast<std::uint32_t>(number));
+      reportUnsigned(text, number, place);
+    }
+  } catch (const std::out_of_range&) {
+    reportOutOfRange(text, place);
+    return;
+  } catch (const std::exception&) {
+    good_ = false;
+    report_.add(
+        Rule::BadDefault, place,
+        fmt::format("the default {} is no number, and {}", inQuotes(text), report_.consequence()),
+        "write a number, or move the entry to [MetersString]");
+    return;
+  }
+  if (used == text.size()) return;
+  report_.add(Rule::TrailingText, place,
+              fmt::format("only the number at the begin of {} is read: the default is {}",
+                          inQuotes(text), read),
+              text[used] == ',' ? "write \".\" for the decimal point"
+              : text[used] == '.' && section_.type != ValueType::Float
+                  ? "write a whole number, or move the entry to [MetersFloat]"
+                  : "write the number alone");
+}
+
+void EntryReader::reportOutOfRange(const std::string& text, Span place) {
+  good_ = false;
+  const std::string_view range =
+      section_.type == ValueType::Int    ? "write a number from -2147483648 to 2147483647"
+      : section_.type == ValueType::Uint ? "write a number from 0 to 4294967295"
+                                         : "write 0, or a number that a 32-bit float can hold";
+  report_.add(Rule::BadDefault, place,
+              fmt::format("the default {} is out of the range of {} {}, and {}", inQuotes(text),
+                          section_.type == ValueType::Int ? "an" : "a", nameOf(section_.type),
+                          report_.consequence()),
+              std::string(range));
+}
+
+void EntryReader::reportUnsigned(const std::string& text, unsigned long number, Span place) {
+  const bool isNegative = text.find('-') < text.find_first_of("0123456789");
+  const bool isZero = number == 0;
+  if (number <= std::numeric_limits<std::uint32_t>::max() && (!isNegative || isZero)) return;
+  report_.add(Rule::UnsignedRange, place,
+              fmt::format("an unsigned default keeps its low 32 bits, so {} becomes {}",
+                          inQuotes(text), static_cast<std::uint32_t>(number)),
+              "write a number from 0 to 4294967295, or move the entry to [MetersInt]");
+}
+
+}  // namespace
+
+std::optional<Entry> readEntry(const Section& section, Span value, LineReport& report) {
+  return EntryReader(section, value, report).read();
+}
+
+}  // namespace check

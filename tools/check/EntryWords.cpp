@@ -1,0 +1,69 @@
+#include "tools/check/EntryWords.h"
+
+#include "shquote/shquote.h"
+
+namespace check {
+namespace {
+
+// Where the quote is that is left open in `text`, known to have one.
+std::size_t openQuoteIn(std::string_view text) {
+  std::size_t i = 0;
+  while (i < text.size()) {
+    const std::size_t begin = i;
+    const char quote = text[i++];
+    if (quote == '\\') ++i;
+    if (quote != '"' && quote != '\'') continue;
+    while (i < text.size() && text[i] != quote) i += quote == '"' && text[i] == '\\' ? 2 : 1;
+    if (i >= text.size()) return begin;
+    ++i;
+  }
+  return text.size();
+}
+
+}  // namespace
+
+EntryWords entryWordsOf(std::string_view value) {
+  EntryWords found;
+  std::string room(value.size(), '\0');
+  const char* in = value.data();
+  std::size_t left = value.size();
+  for (;;) {
+    const std::size_t begin = value.size() - left;
+    char* out = room.data();
+    std::size_t roomLeft = room.size();
+    const int result = c_shquote_parse_next(&out, &roomLeft, &in, &left);
+    // A comment reaches to the end: a value holds no newline.
+    if (left > 0 && *in == '#' && result != 0) found.comment = begin;
+    if (result == SHQUOTE_ERR_UNTERMINATED) found.openQuote = begin + openQuoteIn({in, left});
+    if (result != 0) return found;
+    std::size_t size = value.size() - left - begin;
+    const std::string_view taken = value.substr(begin, size);
+    const std::size_t lastByte = taken.find_last_not_of(" \t");
+    if (lastByte != taken.npos) size = lastByte + 1;
+    found.words.push_back({{begin, size}, {room.data(), room.size() - roomLeft}});
+  }
+}
+
+Field fieldOf(std::string_view word) {
+  const std::size_t equals = word.find('=');
+  if (word.empty()) return {.shape = Field::Shape::Empty};
+  if (equals == word.npos) return {.shape = Field::Shape::WithoutEquals};
+  const std::string name(word.substr(0, equals));
+  if (word.back() == '=') return {.shape = Field::Shape::EndingInEquals, .name = name};
+  const std::string_view rest = word.substr(equals + 1);
+  const std::size_t second = rest.find('=');
+  if (second == rest.npos) return {.name = name, .value = std::string(rest)};
+  return {.shape = Field::Shape::Cut,
+          .name = name,
+          .value = std::string(rest.substr(0, second)),
+          .dropped = std::string(rest.substr(second))};
+}
+
+Span placeOfValue(std::string_view value, const Word& word) {
+  const std::string_view text = word.place.of(value);
+  const std::size_t equals = text.find('=');
+  if (equals == text.npos || text.find_first_of("\"'\\") < equals) return word.place;
+  return {word.place.begin + equals + 1, word.place.size - equals - 1};
+}
+
+}  // namespace check

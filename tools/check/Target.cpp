@@ -1,0 +1,231 @@
+#include "tools/check/Target.h"
+
+#include <arpa/inet.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+
+#include "tools/check/Text.h"
+
+namespace check {
+namespace {
+
+using Fault = std::optional<TargetFault>;
+
+constexpr std::string_view digits = "0123456789";
+
+bool isAddress(int family, std::string_view text) {
+  std::array<unsigned char, sizeof(in6_addr)> address{};
+  return inet_pton(family, std::string(text).c_str(), address.data()) == 1;
+}
+
+bool isIpv4(std::string_view text) {
+  return isAddress(AF_INET, text);
+}
+
+// "%" and a zone may follow.
+bool isIpv6(std::string_view text) {
+  return isAddress(AF_INET6, text.substr(0, text.find('%')));
+}
+
+struct HostPort {
+  std::string_view host;
+  std::optional<std::string_view> port;
+};
+
+// As gRPC splits: without brackets only a single ":" separates. Nothing if it can't be split.
+std::optional<HostPort> split(std::string_view text) {
+  if (text.starts_with('[')) {
+    const std::size_t close = text.find(']');
+    if (close == text.npos || text.substr(0, close).find(':') == text.npos) return std::nullopt;
+    const std::string_view host = text.substr(1, close - 1);
+    const std::string_view behind = text.substr(close + 1);
+    if (behind.empty()) return HostPort{host, {}};
+    if (!behind.starts_with(':')) return std::nullopt;
+    return HostPort{host, behind.substr(1)};
+  }
+  const std::size_t colon = text.find(':');
+  if (colon == text.npos || text.find(':', colon + 1) != text.npos) return HostPort{text, {}};
+  return HostPort{text.substr(0, colon), text.substr(colon + 1)};
+}
+
+bool isPort(std::string_view text) {
+  if (text.empty() || text.size() > 5 || text.find_first_not_of(digits) != text.npos) return false;
+  const int port = std::stoi(std::string(text));
+  return port > 0 && port <= 65535;
+}
+
+Fault portFault(std::string_view port) {
+  if (isPort(port)) return std::nullopt;
+  return TargetFault{fmt::format("{} is no port, and gRPC tries another one", inQuotes(port)),
+                     "write a number from 1 to 65535"};
+}
+
+bool isHostName(std::string_view text) {
+  return std::all_of(text.begin(), text.end(), [](unsigned char c) {
+    return std::isalnum(c) != 0 || c == '.' || c == '-' || c == '_' || c >= 0x80;
+  });
+}
+
+Fault missingPort(std::string_view host) {
+  const bool isLiteral = isIpv4(host) || isIpv6(host);
+  const std::string written = isIpv6(host) ? fmt::format("[{}]", host) : std::string(host);
+  return TargetFault{isLiteral
+                         ? "there is no port, and gRPC tries port 0, which nobody can listen on"
+                         : "there is no port, and gRPC takes 443",
+                     fmt::format("write {}:PORT", written)};
+}
+
+Fault hostPortFault(std::string_view text) {
+  const auto parts = split(text);
+  if (!parts || parts->host.empty()) {
+    return TargetFault{"gRPC can't split it into host and port",
+                       "write HOST:PORT, such as localhost:50005 or [::1]:50005"};
+  }
+  const auto& [host, port] = *parts;
+  if (text.starts_with('[') && !isIpv6(host)) {
+    return TargetFault{fmt::format("{} is no IPv6 address", inQuotes(host)),
+                       "write it as [::1]:50005, and a name without brackets"};
+  }
+  if (host.find(':') != host.npos && !isIpv6(host)) {
+    return TargetFault{
+        fmt::format("there is more than one \":\", and gRPC looks for a host called {}",
+                    inQuotes(host)),
+        "write HOST:PORT"};
+  }
+  if (!isIpv6(host) && !isHostName(host)) {
+    return TargetFault{fmt::format("{} can't be the name of a host", inQuotes(host)),
+                       "write HOST:PORT, such as localhost:50005"};
+  }
+  return port ? portFault(*port) : missingPort(host);
+}
+
+// The part behind "SCHEME:" that is the path of the URI, without its first "/". Nothing if there is
+// an authority, which "//" begins and the next "/" ends.
+std::optional<std::string_view> withoutAuthority(std::string_view text) {
+  if (text.starts_with("///")) return text.substr(3);
+  if (text.starts_with("//")) return std::nullopt;
+  return text.substr(text.starts_with('/') ? 1 : 0);
+}
+
+Fault authorityFault(std::string_view scheme) {
+  return TargetFault{
+      fmt::format("{}: takes no host between \"//\" and \"/\", and no stream opens", scheme),
+      fmt::format("leave the \"//\" away: {}:...", scheme)};
+}
+
+Fault addressListFault(std::string_view scheme, std::string_view text) {
+  const bool six = scheme == "ipv6";
+  const auto path = withoutAuthority(text);
+  if (!path) return authorityFault(scheme);
+  for (std::string_view rest = *path;;) {
+    const std::size_t comma = std::min(rest.find(','), rest.size());
+    const auto parts = split(rest.substr(0, comma));
+    // Empty ones are passed over, but not if there is no other.
+    const bool isEmpty = comma == 0 && path->find_first_not_of(',') != path->npos;
+    const bool good =
+        isEmpty || (parts && parts->port && (six ? isIpv6(parts->host) : isIpv4(parts->host)) &&
+                    isPort(*parts->port));
+    if (!good) {
+      return TargetFault{
+          fmt::format("{} is no {} address with a port, and no stream opens",
+                      inQuotes(rest.substr(0, comma)), six ? "IPv6" : "IPv4"),
+          six ? "write ipv6:[::1]:50005" : "write ipv4:127.0.0.1:50005; a name has no \"ipv4:\""};
+    }
+    if (comma == rest.size()) return std::nullopt;
+    rest.remove_prefix(comma + 1);
+  }
+}
+
+Fault pathFault(std::string_view scheme, std::string_view text) {
+  constexpr std::size_t longest = 107;
+  if (text.empty()) {
+    return TargetFault{"there is no name behind the scheme, so there is nowhere to connect to",
+                       fmt::format("write {}:NAME", scheme)};
+  }
+  if (text.starts_with("//") && !text.starts_with("///")) return authorityFault(scheme);
+  const std::size_t size = text.size() - (text.starts_with("///") ? 2 : 0);
+  if (size <= longest) return std::nullopt;
+  return TargetFault{fmt::format("the path has {} bytes, and no stream opens", size),
+                     fmt::format("shorten it to {} bytes", longest)};
+}
+
+Fault dnsFault(std::string_view text) {
+  const std::size_t authority = text.starts_with("//") ? 2 : 0;
+  const std::size_t slash = text.find('/', authority);
+  const bool hasPath = authority == 0 || slash != text.npos;
+  const bool isCut = authority > 0 || slash == 0;
+  const std::string_view path = hasPath ? text.substr(isCut ? slash + 1 : 0) : "";
+  if (!path.empty()) return hostPortFault(path);
+  return TargetFault{"there is no host behind the scheme, and no stream opens",
+                     "write dns:///HOST:PORT"};
+}
+
+// What is wrong with the text before its parts are looked at.
+Fault textFault(std::string_view text) {
+  if (text.starts_with('"') || text.starts_with('\'')) {
+    return TargetFault{"quotes are part of a target, and no host is called so",
+                       "leave the quotes away"};
+  }
+  if (text.find('#') != text.npos) {
+    return TargetFault{"a \"#\" begins no comment behind a target, and is part of it",
+                       "remove it, or write \" ;\" in front of a comment"};
+  }
+  if (text.find_first_of(" \t") != text.npos || hasControlCharacter(text)) {
+    return TargetFault{"there is white space or a control character in it, and no host has that",
+                       "write HOST:PORT without it"};
+  }
+  if (!isUtf8(text)) return TargetFault{"it is not valid UTF-8", "save the file as UTF-8"};
+  return std::nullopt;
+}
+
+std::string lowered(std::string_view text) {
+  std::string lower(text);
+  std::transform(lower.begin(), lower.end(), lower.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return lower;
+}
+
+bool isScheme(std::string_view name) {
+  constexpr std::array<std::string_view, 6> schemes = {"dns",  "ipv4",          "ipv6",
+                                                       "unix", "unix-abstract", "xds"};
+  return std::find(schemes.begin(), schemes.end(), name) != schemes.end();
+}
+
+// What is in front of the first ":" can be a host as well as a scheme.
+Fault strangerFault(std::string_view name, std::string_view text) {
+  const std::string_view behind = text.substr(name.size() + 1);
+  if (isScheme(lowered(name)) && !isPort(behind)) {
+    return TargetFault{
+        fmt::format("schemes are in lower case, and gRPC knows no {}", inQuotes(name)),
+        fmt::format("write {}:{}", lowered(name), behind)};
+  }
+  if (!behind.starts_with("//")) return hostPortFault(text);
+  const std::string_view address =
+      behind.substr(std::min(behind.find_first_not_of('/'), behind.size()));
+  const std::string_view host = address.substr(0, address.find('/'));
+  const bool hasPort = host.find(':') != host.npos;
+  return TargetFault{
+      fmt::format("gRPC knows no scheme {} and takes all of it for the name of a host",
+                  inQuotes(name)),
+      fmt::format("write {} instead", hasPort ? std::string(host) : std::string(host) + ":PORT")};
+}
+
+}  // namespace
+
+std::optional<TargetFault> faultOf(std::string_view target) {
+  if (Fault fault = textFault(target)) return fault;
+  const std::size_t colon = target.find(':');
+  if (colon == target.npos || target.starts_with('[')) return hostPortFault(target);
+  const std::string_view scheme = target.substr(0, colon);
+  const std::string_view behind = target.substr(colon + 1);
+  if (!isScheme(scheme)) return strangerFault(scheme, target);
+  if (scheme == "dns") return dnsFault(behind);
+  if (scheme.starts_with("ipv")) return addressListFault(scheme, behind);
+  if (scheme == "xds") return std::nullopt;
+  return pathFault(scheme, behind);
+}
+
+}  // namespace check

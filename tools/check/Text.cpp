@@ -1,0 +1,127 @@
+#include "tools/check/Text.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <iterator>
+
+namespace check {
+namespace {
+
+bool isControl(char character) {
+  const auto code = static_cast<unsigned char>(character);
+  return code < 0x20 || code == 0x7f;
+}
+
+// How many bytes of UTF-8 the first character of `text` has, or 0 if it is none. Only what a
+// receiver of messages takes: shortest forms, no surrogates, up to U+10FFFF.
+std::size_t characterSize(std::string_view text) {
+  struct Lead {
+    unsigned char first, last;  // of the first byte
+    std::size_t size;
+    unsigned char secondFirst, secondLast;
+  };
+  constexpr std::array<Lead, 9> leads = {{{0x00, 0x7F, 1, 0, 0},
+                                          {0xC2, 0xDF, 2, 0x80, 0xBF},
+                                          {0xE0, 0xE0, 3, 0xA0, 0xBF},
+                                          {0xE1, 0xEC, 3, 0x80, 0xBF},
+                                          {0xED, 0xED, 3, 0x80, 0x9F},
+                                          {0xEE, 0xEF, 3, 0x80, 0xBF},
+                                          {0xF0, 0xF0, 4, 0x90, 0xBF},
+                                          {0xF1, 0xF3, 4, 0x80, 0xBF},
+                                          {0xF4, 0xF4, 4, 0x80, 0x8F}}};
+  const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+  for (const Lead& lead : leads) {
+    if (byte(0) < lead.first || byte(0) > lead.last) continue;
+    if (text.size() < lead.size) return 0;
+    if (lead.size > 1 && (byte(1) < lead.secondFirst || byte(1) > lead.secondLast)) return 0;
+    for (std::size_t i = 2; i < lead.size; ++i) {
+      if ((byte(i) & 0xC0) != 0x80) return 0;
+    }
+    return lead.size;
+  }
+  return 0;
+}
+
+// Calls `use` with each character, and with each byte that is none.
+template <class Use>
+void eachCharacter(std::string_view text, Use use) {
+  while (!text.empty()) {
+    const std::size_t size = characterSize(text);
+    use(text.substr(0, std::max<std::size_t>(size, 1)), size > 0);
+    text.remove_prefix(std::max<std::size_t>(size, 1));
+  }
+}
+
+std::string escaped(std::string_view text) {
+  std::string shown;
+  eachCharacter(text, [&](std::string_view character, bool isWhole) {
+    if (isWhole && !isControl(character.front())) {
+      shown += character;
+    } else {
+      fmt::format_to(std::back_inserter(shown), "\\x{:02x}",
+                     static_cast<unsigned char>(character.front()));
+    }
+  });
+  return shown;
+}
+
+// The first byte of the character that `position` is in.
+std::size_t characterBegin(std::string_view text, std::size_t position) {
+  while (position > 0 && position < text.size() && (text[position] & 0xC0) == 0x80) --position;
+  return position;
+}
+
+}  // namespace
+
+bool isUtf8(std::string_view text) {
+  bool whole = true;
+  eachCharacter(text, [&](std::string_view, bool isWhole) { whole = whole && isWhole; });
+  return whole;
+}
+
+bool hasControlCharacter(std::string_view text) {
+  return std::any_of(text.begin(), text.end(), isControl);
+}
+
+std::string inQuotes(std::string_view text) {
+  constexpr std::size_t longest = 72;
+  constexpr std::size_t kept = 32;
+  if (text.size() <= longest) return "\"" + escaped(text) + "\"";
+  const std::size_t tail = characterBegin(text, text.size() - kept);
+  return "\"" + escaped(text.substr(0, characterBegin(text, kept))) + "..." +
+         escaped(text.substr(tail)) + "\"";
+}
+
+Excerpt excerptOf(std::string_view line, std::size_t begin, std::size_t size) {
+  constexpr std::size_t widest = 110;
+  constexpr std::size_t lead = 40;
+  constexpr std::string_view dots = "...";
+  begin = std::min(begin, line.size());
+  const bool fits = line.size() <= widest;
+  const std::size_t from = fits || begin <= lead ? 0 : characterBegin(line, begin - lead);
+  const std::size_t to =
+      fits ? line.size() : characterBegin(line, std::min(from + widest, line.size()));
+  Excerpt excerpt{.text = std::string(from > 0 ? dots : ""), .marker = {}};
+  excerpt.marker.assign(excerpt.text.size(), ' ');
+  std::size_t at = from;
+  eachCharacter(line.substr(from, to - from), [&](std::string_view character, bool isWhole) {
+    const bool shown = isWhole && !isControl(character.front());
+    excerpt.text += shown ? character : character == "\t" ? " " : "?";
+    if (at <= begin)
+      excerpt.marker += at + character.size() > begin ? '^' : ' ';
+    else if (at < begin + size)
+      excerpt.marker += '~';
+    at += character.size();
+  });
+  if (begin >= at) excerpt.marker += '^';
+  if (to < line.size()) excerpt.text += dots;
+  return excerpt;
+}
+
+std::string counted(std::size_t count, std::string_view noun) {
+  return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
+}
+
+}  // namespace check

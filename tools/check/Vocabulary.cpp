@@ -1,0 +1,80 @@
+#include "tools/check/Vocabulary.h"
+
+#include <strings.h>
+
+#include <algorithm>
+
+namespace check {
+namespace {
+
+std::vector<Section> makeSections() {
+  using enum SectionKind;
+  using enum ValueType;
+  return {{Meters, "Meters", String, {"Target", "EnableFastMeters", "EnableSlowMeters"}},
+          {Engine, "Engine", String, {"Target"}},
+          {MeterEntries, "MetersString", String, {"Meter"}},
+          {MeterEntries, "MetersInt", Int, {"Meter"}},
+          {MeterEntries, "MetersUint", Uint, {"Meter"}},
+          {MeterEntries, "MetersFloat", Float, {"Meter"}},
+          {EngineEntries, "EngineString", String, {"Param"}},
+          {EngineEntries, "EngineInt", Int, {"Param"}},
+          {EngineEntries, "EngineUint", Uint, {"Param"}},
+          {EngineEntries, "EngineFloat", Float, {"Param"}}};
+}
+
+const std::vector<Section>& sections() {
+  static const std::vector<Section> all = makeSections();
+  return all;
+}
+
+}  // namespace
+
+std::string_view nameOf(ValueType type) {
+  switch (type) {
+    case ValueType::String:
+      return "string";
+    case ValueType::Int:
+      return "int";
+    case ValueType::Uint:
+      return "uint";
+    default:
+      return "float";
+  }
+}
+
+std::span<const Section> namedSections() {
+  return sections();
+}
+
+const Section& sectionOf(std::string_view name) {
+  static const Section condition{SectionKind::Condition, conditionPrefix, {}, {"File"}};
+  static const Section unknown;
+  for (const Section& section : sections()) {
+    if (sameName(section.name, name)) return section;
+  }
+  return name.starts_with(conditionPrefix) ? condition : unknown;
+}
+
+const std::vector<std::string>& wordsOf(SectionKind kind) {
+  static const std::vector<std::string> meter = {"Key", "CustomKey", "Type", "DefaultValue"};
+  static const std::vector<std::string> param = {"Key", "CustomKey"};
+  return kind == SectionKind::MeterEntries ? meter : param;
+}
+
+bool sameName(std::string_view a, std::string_view b) {
+  return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
+}
+
+std::string_view sameNameIn(std::string_view name, const std::vector<std::string>& names) {
+  const auto found = std::find_if(names.begin(), names.end(),
+                                  [&](const std::string& each) { return sameName(each, name); });
+  return found == names.end() ? std::string_view() : *found;
+}
+
+const std::vector<std::string>& allKeys() {
+  static const std::vector<std::string> keys = {
+      "Target", "EnableFastMeters", "EnableSlowMeters", "Meter", "Param", "File"};
+  return keys;
+}
+
+}  // namespace check

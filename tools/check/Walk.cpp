@@ -1,0 +1,599 @@
+#include "tools/check/Walk.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "tools/Suggestion.h"
+#include "tools/check/EntryRules.h"
+#include "tools/check/LineReport.h"
+#include "tools/check/Scanner.h"
+#include "tools/check/Text.h"
+#include "tools/check/Vocabulary.h"
+#include "tools/check/Whole.h"
+
+namespace check {
+namespace {
+
+struct FileCloser {
+  void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using File = std::unique_ptr<std::FILE, FileCloser>;
+
+// A file that was opened, or why it was not.
+struct Opened {
+  File file;
+  struct stat status {};
+  std::string problem;
+  bool mayBeEndless = false;
+};
+
+bool isNullDevice(const struct stat& status) {
+  return S_ISCHR(status.st_mode) && status.st_rdev == makedev(1, 3);
+}
+
+// Never waits: what is no regular file is not opened.
+Opened openFile(const std::string& path) {
+  Opened opened;
+  if (stat(path.c_str(), &opened.status) != 0) {
+    opened.problem = std::strerror(errno);
+    return opened;
+  }
+  const mode_t mode = opened.status.st_mode;
+  opened.mayBeEndless =
+      S_ISFIFO(mode) || S_ISBLK(mode) || (S_ISCHR(mode) && !isNullDevice(opened.status));
+  if (S_ISDIR(mode))
+    opened.problem = "it is a folder";
+  else if (S_ISSOCK(mode))
+    opened.problem = "it is a socket";
+  else if (opened.mayBeEndless)
+    opened.problem = "it is a pipe or a device";
+  if (!opened.problem.empty()) return opened;
+  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (descriptor >= 0) opened.file.reset(fdopen(descriptor, "r"));
+  if (!opened.file) opened.problem = std::strerror(errno);
+  return opened;
+}
+
+// A section header, until the first pair below it shows whether it matters.
+struct Header {
+  const Section* section = nullptr;
+  std::string name = {};  // whole
+  Diagnostic at = {};
+  Spot spot = {};
+  bool isUsed = false;
+  std::string condition = {};  // as the module tests it
+  bool conditionHolds = false;
+};
+
+// A file that is being read.
+struct Frame {
+  Frame(Opened opened, SourceFile read)
+      : file(std::move(opened.file)),
+        scanner(file.get()),
+        device(opened.status.st_dev),
+        inode(opened.status.st_ino),
+        source(std::move(read)) {}
+
+  File file;
+  Scanner scanner;
+  dev_t device;
+  ino_t inode;
+  SourceFile source;
+  std::optional<Header> header;
+  Spot pendingSpot;  // of the pair whose name is pending
+  bool strayPairReported = false;
+  bool nulReported = false;
+  std::size_t tailReported = 0;       // the line whose tail was told of
+  std::size_t badTail = 0;            // the line with a bad tail that was told of
+  std::optional<Diagnostic> namedAt;  // the File line that opened it
+};
+
+class Walker {
+ public:
+  Walker(Findings& findings, const WalkLimits& limits) : findings_(findings), limits_(limits) {}
+
+  Ending operator()(const std::string& path, const std::string& name);
+
+ private:
+  void openMain(const std::string& path, const std::string& name);
+  void takeLine(Frame& frame);
+  void leave();
+
+  void reportChunk(Frame& frame, LineReport& report);
+  void takeHeader(Frame& frame, LineReport& report);
+  void reportConditionHeader(Header& header, Span place, LineReport& report);
+  void closeHeader(Frame& frame);
+  void takeBadLine(Frame& frame, LineReport& report);
+  void takePair(Frame& frame, LineReport& report);
+  void takeValue(Frame& frame, std::string_view key, LineReport& report);
+  void reportContinuation(const Frame& frame, LineReport& report);
+  void useUnknownSection(Frame& frame, LineReport& report);
+  void reportUnknownKey(const Section& section, std::string_view key, LineReport& report);
+  void takeFileLine(Frame& frame, LineReport& report);
+  void include(const std::string& path, Span place, LineReport& report);
+  bool leadsBack(const Opened& opened) const;
+  void goAstray(Rule rule, Span place, std::string text, std::string remedy, LineReport& report);
+
+  Findings& findings_;
+  const WalkLimits limits_;
+  Whole whole_;
+  std::vector<std::string> fileNames_;
+  std::vector<std::unique_ptr<Frame>> frames_;  // the main file first
+  std::uint64_t order_ = 0;
+  std::size_t included_ = 0;
+  std::size_t includedBytes_ = 0;
+  bool isAstray_ = false;
+  bool tooManyReported_ = false;
+  bool relativeReported_ = false;
+};
+
+// ---- Files ------------------------------------------------------------------------------------
+
+Ending Walker::operator()(const std::string& path, const std::string& name) {
+  openMain(path, name);
+  while (!frames_.empty()) {
+    Frame& frame = *frames_.back();
+    if (frame.scanner.next())
+      takeLine(frame);
+    else
+      leave();
+  }
+  whole_.finish(name, order_, findings_);
+  return isAstray_ ? Ending::Astray : Ending::Regular;
+}
+
+void Walker::openMain(const std::string& path, const std::string& name) {
+  Opened opened = openFile(path);
+  if (opened.mayBeEndless) {
+    throw UncheckableFile("it is a pipe or a device: name a regular file, or - for standard input");
+  }
+  if (!opened.file) throw UncheckableFile(opened.problem);
+  fileNames_.push_back(name);
+  frames_.push_back(std::make_unique<Frame>(std::move(opened), SourceFile{.name = name}));
+}
+
+void Walker::leave() {
+  closeHeader(*frames_.back());
+  const std::unique_ptr<Frame> left = std::move(frames_.back());
+  frames_.pop_back();
+  if (left->source.badLines == 0 || !left->namedAt) return;
+  Diagnostic at = *left->namedAt;
+  at.rule = Rule::DedicatedFileErrors;
+  at.severity = Severity::Warning;
+  at.text = fmt::format(
+      "{} has {}, which do not make the module refuse the configuration: it passes "
+      "over them and starts with the others",
+      inQuotes(left->source.name), counted(left->source.badLines, "bad line"));
+  at.remedy = "correct them, as told below";
+  findings_.add(std::move(at));
+}
+
+void Walker::takeLine(Frame& frame) {
+  const Line& line = frame.scanner.line();
+  const bool hasSection = frame.header.has_value();
+  LineReport report(findings_, fileNames_, frame.source, line,
+                    hasSection && line.kind != LineKind::Header ? frame.header->name : "",
+                    ++order_);
+  reportChunk(frame, report);
+  switch (line.kind) {
+    case LineKind::Blank:
+    case LineKind::Comment:
+      return;
+    case LineKind::Header:
+      return takeHeader(frame, report);
+    case LineKind::BadHeader:
+    case LineKind::BadPair:
+      return takeBadLine(frame, report);
+    case LineKind::Continuation:
+      reportContinuation(frame, report);
+      return takePair(frame, report);
+    case LineKind::Pair:
+      frame.pendingSpot = report.spot();
+      return takePair(frame, report);
+  }
+}
+
+// ---- Lines ------------------------------------------------------------------------------------
+
+void Walker::reportChunk(Frame& frame, LineReport& report) {
+  const Line& line = report.line();
+  if (line.hasNul && !std::exchange(frame.nulReported, true)) {
+    report.add(Rule::NulByte, {line.text.size(), 1},
+               "a NUL byte hides the rest of its line from the module, here and wherever it occurs",
+               "save the file as UTF-8 text");
+  }
+  const bool matters = line.kind != LineKind::Blank && line.kind != LineKind::Comment;
+  if (!line.isTail || !matters) return;
+  if (std::exchange(frame.tailReported, line.number) == line.number) return;
+  report.add(
+      Rule::LongLine, {0, line.text.size()},
+      fmt::format("the line has more than {} bytes, and the module reads the rest, from here "
+                  "on, as a line of its own",
+                  Scanner::chunkSize),
+      "shorten the line");
+}
+
+void Walker::takeBadLine(Frame& frame, LineReport& report) {
+  const Line& line = report.line();
+  if (line.isTail && std::exchange(frame.badTail, line.number) == line.number) return;
+  if (line.kind == LineKind::BadHeader) {
+    const bool isCut = line.body.of(line.text).find(']') != std::string_view::npos;
+    report.add(Rule::BadHeader, line.body,
+               fmt::format("{}, the lines below stay in the section before, and {}",
+                           isCut ? "a \" ;\" begins a comment in front of the \"]\" of this header"
+                                 : "this header has no \"]\"",
+                           report.consequence()),
+               isCut ? "remove the \";\"" : "close it, as in [Meters]");
+    return;
+  }
+  report.add(
+      Rule::BadLine, line.body,
+      fmt::format("this line is no pair, because it has no \"=\", and {}", report.consequence()),
+      "write NAME=VALUE, or \";\" in front of a comment");
+}
+
+void Walker::takeHeader(Frame& frame, LineReport& report) {
+  closeHeader(frame);
+  frame.strayPairReported = false;
+  const Line& line = report.line();
+  const Span brackets{line.body.begin, line.name.end() + 1 - line.body.begin};
+  Header header{.section = &sectionOf(frame.scanner.section()),
+                .name = std::string(line.name.of(line.text)),
+                .at = report.at(brackets),
+                .spot = report.spot()};
+  const std::string_view rest = line.rest.of(line.text);
+  if (!rest.empty() && rest.front() != ';' && rest.front() != '#') {
+    report.add(Rule::TextAfterHeader, line.rest,
+               fmt::format("the module passes over {} behind the header", inQuotes(rest)),
+               "put it on a line of its own");
+  }
+  if (header.section->kind == SectionKind::Condition) {
+    reportConditionHeader(header, line.name, report);
+  } else if (header.name.size() > Scanner::keptName) {
+    report.add(
+        Rule::LongSectionName, line.name,
+        fmt::format("the section name has {} bytes, and the module cuts it to {}: {}",
+                    header.name.size(), Scanner::keptName, inQuotes(frame.scanner.section())),
+        "shorten it to the name of a section");
+  }
+  frame.header = std::move(header);
+}
+
+void Walker::reportConditionHeader(Header& header, Span place, LineReport& report) {
+  const std::size_t prefix = conditionPrefix.size();
+  const Span pathPlace{place.begin + prefix, place.size - prefix};
+  const std::string whole = header.name.substr(prefix);
+  header.condition = header.name.substr(0, Scanner::keptName).substr(prefix);
+  header.conditionHolds = !header.condition.empty() && access(header.condition.c_str(), F_OK) == 0;
+  if (whole.empty()) {
+    report.add(Rule::EmptyCondition, place,
+               "there is no path behind ParseIfExist:, so the module passes over this section",
+               "write [ParseIfExist:/path]");
+    return;
+  }
+  if (whole.size() != header.condition.size()) {
+    report.add(
+        Rule::LongCondition, pathPlace,
+        fmt::format("the condition path has {} bytes, and the module looks for its first {}: "
+                    "{}",
+                    whole.size(), header.condition.size(), inQuotes(header.condition)),
+        "name a path of at most 36 bytes; the File may be longer");
+  }
+  if (isBlank(whole.front()) || isBlank(whole.back())) {
+    report.add(
+        Rule::OuterBlanks, pathPlace,
+        fmt::format("the condition path {} begins or ends with white space, which belongs to "
+                    "the path",
+                    inQuotes(whole)),
+        "remove the white space within the brackets");
+  }
+  if (!header.conditionHolds) {
+    report.add(Rule::MissingCondition, pathPlace,
+               fmt::format("{} does not exist here, so the module passes over this section",
+                           inQuotes(header.condition)),
+               "nothing, if the file is optional; otherwise correct the path");
+  }
+}
+
+// What is known of a section only when it is over.
+void Walker::closeHeader(Frame& frame) {
+  if (!frame.header || frame.header->isUsed) return;
+  const Header& header = *frame.header;
+  if (header.section->kind != SectionKind::Unknown) return;
+  if (!findings_.keepsMore(Severity::Warning))
+    return findings_.add({.rule = Rule::UnusedSection, .severity = Severity::Warning});
+  std::vector<std::string> names;
+  for (const Section& section : namedSections()) names.emplace_back(section.name);
+  const std::string close = tools::closestTo(header.name, names);
+  Diagnostic at = header.at;
+  at.rule = Rule::UnusedSection;
+  at.severity = Severity::Warning;
+  at.text = fmt::format(
+      "there is no section {}; the module does not notice, because no pair stands "
+      "in it",
+      inQuotes(header.name));
+  at.remedy = close.empty() ? "remove the header, or put \";\" in front"
+                            : fmt::format("did you mean [{}]?", close);
+  findings_.add(std::move(at));
+}
+
+// ---- Pairs and continuations ------------------------------------------------------------------
+
+std::string_view leadingName(std::string_view text) {
+  std::string_view name = text.substr(0, text.find_first_of("=:"));
+  while (!name.empty() && isBlank(name.back())) name.remove_suffix(1);
+  return name.size() < text.size() ? name : std::string_view();
+}
+
+void Walker::reportContinuation(const Frame& frame, LineReport& report) {
+  const Line& line = report.line();
+  const std::string& key = frame.scanner.pendingName();
+  const std::string_view text = line.body.of(line.text);
+  const bool isEntry = sameName(key, "Meter") || sameName(key, "Param");
+  const bool looksLikeHeader = text.starts_with('[') && text.find(']') != text.npos;
+  const bool looksLikePair = !sameNameIn(leadingName(text), allKeys()).empty();
+  const std::string looks = looksLikeHeader ? "no header but "
+                            : looksLikePair ? "no pair but "
+                                            : "";
+  const bool isSwitch = sameName(key, "EnableFastMeters") || sameName(key, "EnableSlowMeters");
+  const std::string effect = isEntry                  ? "one more entry"
+                             : sameName(key, "File")  ? "one more file"
+                             : !isSwitch              ? "it replaces that value"
+                             : sameName(text, "true") ? "it switches it on"
+                                                      : "it switches it off";
+  report.add(Rule::IndentedLine, {0, line.body.end()},
+             fmt::format("this line is indented, and so {}a further value of {} from {}: {}", looks,
+                         inQuotes(key), report.nameOf(frame.pendingSpot), effect),
+             looks.empty() && isEntry ? fmt::format("remove the indentation and write {}={}", key,
+                                                    text.size() <= 40 ? text : "...")
+                                      : "remove the indentation");
+}
+
+void Walker::takePair(Frame& frame, LineReport& report) {
+  if (frame.header && frame.header->section->kind == SectionKind::Unknown) {
+    useUnknownSection(frame, report);
+  } else if (frame.header) {
+    frame.header->isUsed = true;
+    const Line& line = report.line();
+    const bool isPair = line.kind == LineKind::Pair;
+    takeValue(frame, isPair ? line.name.of(line.text) : frame.scanner.pendingName(), report);
+  } else if (!std::exchange(frame.strayPairReported, true)) {
+    report.add(
+        Rule::PairOutsideSection, report.line().body,
+        fmt::format("no section header stands above this line, and {}", report.consequence()),
+        "put a header such as [Meters] above it");
+  }
+}
+
+void Walker::takeValue(Frame& frame, std::string_view key, LineReport& report) {
+  const Section& section = *frame.header->section;
+  const Span value = report.line().value;
+  const bool isKnown = !sameNameIn(key, section.keys).empty();
+  if (section.kind == SectionKind::Condition) {
+    if (isKnown)
+      takeFileLine(frame, report);
+    else
+      reportUnknownKey(section, key, report);
+  } else if (!isKnown) {
+    // The continuations of a bad pair are as bad; it was told of.
+    if (report.line().kind == LineKind::Pair) reportUnknownKey(section, key, report);
+  } else if (section.kind == SectionKind::Meters || section.kind == SectionKind::Engine) {
+    whole_.set(section.kind, key, value, report);
+  } else if (const auto entry = readEntry(section, value, report)) {
+    whole_.add(section, *entry, report);
+    if (whole_.entries() <= limits_.entries) return;
+    throw UncheckableFile(fmt::format(
+        "it has more than {} entries, and only so many can be checked", limits_.entries));
+  }
+}
+
+std::string remedyForSection(std::string_view name) {
+  std::vector<std::string> names;
+  for (const Section& section : namedSections()) names.emplace_back(section.name);
+  names.emplace_back(conditionPrefix);
+  std::string_view bare = name;
+  while (!bare.empty() && isBlank(bare.front())) bare.remove_prefix(1);
+  while (!bare.empty() && isBlank(bare.back())) bare.remove_suffix(1);
+  const std::string_view front = bare.substr(0, bare.find(':') + 1);
+  const std::string close = tools::closestTo(front.empty() ? bare : front, names);
+  if (const auto same = sameNameIn(bare, names); !same.empty()) {
+    return fmt::format("write [{}], without the white space in the brackets", same);
+  }
+  if (sameName(front, conditionPrefix)) {
+    return fmt::format("write [{}{}], with these capitals and nothing in front", conditionPrefix,
+                       bare.substr(front.size()));
+  }
+  if (close == conditionPrefix) {
+    return fmt::format("did you mean [{}PATH]?", conditionPrefix);
+  }
+  if (!close.empty()) {
+    return fmt::format("did you mean [{}]?", close);
+  }
+  // "FloatMeters": Meters and Engine, the first halves, have equally many letters.
+  constexpr std::size_t half = 6;
+  for (const Section& section : namedSections()) {
+    const std::string swapped =
+        std::string(section.name.substr(half)) + std::string(section.name.substr(0, half));
+    if (section.name.size() > half && sameName(bare, swapped)) {
+      return fmt::format("did you mean [{}]?", section.name);
+    }
+  }
+  return fmt::format("the sections are {}PATH", fmt::join(names, ", "));
+}
+
+void Walker::useUnknownSection(Frame& frame, LineReport& report) {
+  Header& header = *frame.header;
+  if (std::exchange(header.isUsed, true)) return;
+  Diagnostic at = header.at;
+  at.rule = Rule::UnknownSection;
+  at.severity = report.isDedicated() ? Severity::Warning : Severity::Error;
+  at.text = fmt::format("there is no section {}, and because of the pair in line {} {}",
+                        inQuotes(header.name), report.line().number, report.consequence());
+  if (findings_.keepsMore(at.severity)) at.remedy = remedyForSection(header.name);
+  ++frame.source.badLines;
+  findings_.add(std::move(at));
+}
+
+// The key of the section that `name` begins with, if more follows it.
+std::string_view keyAtBegin(std::string_view name, const std::vector<std::string>& keys) {
+  for (const std::string& key : keys) {
+    if (name.size() <= key.size() || !sameName(name.substr(0, key.size()), key)) continue;
+    const char next = name[key.size()];
+    if (isBlank(next) || next == ':') return key;
+  }
+  return {};
+}
+
+// Where a key, or a word that was taken for one, belongs.
+std::string remedyForKey(const Section& section, std::string_view key, std::string_view value) {
+  const auto& words = wordsOf(section.kind);
+  const bool isEntry =
+      section.kind == SectionKind::MeterEntries || section.kind == SectionKind::EngineEntries;
+  if (isEntry && !sameNameIn(key, words).empty()) {
+    return fmt::format("write {}={}={}", section.keys.front(), sameNameIn(key, words), value);
+  }
+  const std::string close = tools::closestTo(key, section.keys);
+  const auto elsewhere = sameNameIn(key, allKeys());
+  if (elsewhere == "Meter") {
+    return "move it to [MetersString], [MetersInt], [MetersUint] or [MetersFloat]";
+  }
+  if (elsewhere == "Param") {
+    return "move it to [EngineString], [EngineInt], [EngineUint] or [EngineFloat]";
+  }
+  if (elsewhere == "Target") return "move it to [Meters] or [Engine]";
+  if (elsewhere == "File") return "move it to a section [ParseIfExist:PATH]";
+  if (!elsewhere.empty()) return "move it to [Meters]";
+  if (!close.empty()) return fmt::format("did you mean {}?", close);
+  return fmt::format("the section has {}", fmt::join(section.keys, ", "));
+}
+
+void Walker::reportUnknownKey(const Section& section, std::string_view key, LineReport& report) {
+  const Line& line = report.line();
+  const Span place = line.kind == LineKind::Pair && line.name.size > 0 ? line.name : line.body;
+  const bool isCondition = section.kind == SectionKind::Condition;
+  const std::string consequence =
+      isCondition ? "the module passes over the line" : report.consequence();
+  if (const auto meant = keyAtBegin(key, section.keys); !meant.empty()) {
+    const std::string_view body = line.body.of(line.text);
+    std::string_view behind = body.substr(meant.size());
+    while (!behind.empty() && (isBlank(behind.front()) || behind.front() == ':')) {
+      behind.remove_prefix(1);
+    }
+    report.add(
+        isCondition ? Rule::StrayKey : Rule::EarlySeparator, place,
+        fmt::format("a pair is split at its first {}, so the name of this one is {}, and {}",
+                    body.find('=') != body.npos ? "\"=\"" : "\":\"", inQuotes(key), consequence),
+        fmt::format("write {}={}", meant, behind));
+    return;
+  }
+  report.add(
+      isCondition ? Rule::StrayKey : Rule::UnknownKey, place,
+      fmt::format("{} has no key {}, and {}",
+                  isCondition ? "a ParseIfExist: section" : fmt::format("[{}]", section.name),
+                  inQuotes(key), consequence),
+      remedyForKey(section, key, line.value.of(line.text)));
+}
+
+// ---- Dedicated files --------------------------------------------------------------------------
+
+void Walker::takeFileLine(Frame& frame, LineReport& report) {
+  const Header& header = *frame.header;
+  const Line& line = report.line();
+  const Span place = line.value.size > 0 ? line.value : line.body;
+  const std::string path(line.value.of(line.text));
+  const std::string whole = header.name.substr(conditionPrefix.size());
+  if (!path.empty() && !whole.empty() && path != whole) {
+    report.add(Rule::ConditionDiffers, place,
+               fmt::format("the section is read if {} exists, but what is read is {}",
+                           inQuotes(whole), inQuotes(path)),
+               "name the same path in the header and here, unless both are meant");
+  }
+  if (!path.empty() && path.front() != '/' && !std::exchange(relativeReported_, true)) {
+    report.add(Rule::RelativePath, place,
+               fmt::format("the module looks for {} and other such paths from the folder in which "
+                           "the engine is started, not from that of this file",
+                           inQuotes(path)),
+               "write a path that begins with \"/\"");
+  }
+  if (header.conditionHolds) include(path, place, report);
+}
+
+void Walker::include(const std::string& path, Span place, LineReport& report) {
+  Opened opened = openFile(path);
+  if (opened.mayBeEndless) {
+    return goAstray(Rule::EndlessFile, place,
+                    fmt::format("{} is a pipe or a device, and the engine would wait for its end "
+                                "within the start",
+                                inQuotes(path)),
+                    "name a regular file", report);
+  }
+  if (!opened.file) {
+    const bool isQuoted = path.starts_with('"') || path.starts_with('\'');
+    report.add(Rule::MissingFile, place,
+               fmt::format("the module can't read {} and starts without it: {}", inQuotes(path),
+                           opened.problem),
+               isQuoted ? "leave the quotes away: they belong to the path" : "correct the path");
+    return;
+  }
+  if (leadsBack(opened)) {
+    return goAstray(Rule::IncludeCycle, place,
+                    fmt::format("{} is being read already, and the module would read it again and "
+                                "again until it breaks",
+                                inQuotes(path)),
+                    "remove this File line", report);
+  }
+  ++included_;
+  includedBytes_ += static_cast<std::size_t>(opened.status.st_size);
+  if (frames_.size() > limits_.depth || included_ > limits_.files ||
+      includedBytes_ > limits_.bytes) {
+    if (std::exchange(tooManyReported_, true)) return;
+    return goAstray(
+        Rule::TooManyFiles, place,
+        fmt::format("dedicated files are named {} times by here, {} deep, with {} bytes, "
+                    "and the module would follow all of them",
+                    included_, frames_.size(), includedBytes_),
+        "name each dedicated file once", report);
+  }
+  SourceFile source{
+      .number = static_cast<std::uint32_t>(fileNames_.size()),
+      .name = path,
+      .readAt = fmt::format("{}:{}", fileNames_[report.spot().file], report.line().number)};
+  fileNames_.push_back(path);
+  frames_.push_back(std::make_unique<Frame>(std::move(opened), std::move(source)));
+  frames_.back()->namedAt = report.at(place);
+}
+
+bool Walker::leadsBack(const Opened& opened) const {
+  return std::any_of(frames_.begin(), frames_.end(), [&](const auto& frame) {
+    return frame->device == opened.status.st_dev && frame->inode == opened.status.st_ino;
+  });
+}
+
+void Walker::goAstray(Rule rule, Span place, std::string text, std::string remedy,
+                      LineReport& report) {
+  isAstray_ = true;
+  report.add(rule, place, std::move(text), std::move(remedy));
+}
+
+}  // namespace
+
+Ending walk(const std::string& path, const std::string& name, Findings& findings,
+            const WalkLimits& limits) {
+  return Walker(findings, limits)(path, name);
+}
+
+}  // namespace check

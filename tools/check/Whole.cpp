@@ -1,0 +1,271 @@
+#include "tools/check/Whole.h"
+
+#include <fmt/format.h>
+
+#include <utility>
+
+#include "tools/Suggestion.h"
+#include "tools/check/Target.h"
+#include "tools/check/Text.h"
+
+namespace check {
+namespace {
+
+constexpr std::size_t slotTextSize = 99;
+constexpr std::array<std::string_view, 3> setNames = {"fast", "slow", "engine"};
+
+Diagnostic with(Diagnostic at, Rule rule, std::string text, std::string remedy) {
+  const Weight weight = textOf(rule).weight;
+  at.rule = rule;
+  at.severity = weight == Weight::Error ? Severity::Error : Severity::Warning;
+  at.text = std::move(text);
+  at.remedy = std::move(remedy);
+  return at;
+}
+
+// What somebody who wrote this value of a switch wants.
+bool meansOn(std::string_view value) {
+  const auto is = [&](std::string_view word) { return sameName(value, word); };
+  return is("yes") || is("on") || is("1") || is("enable") || is("enabled") || is("y") || is("t") ||
+         !tools::closestTo(value, {"true"}).empty() || value.starts_with("true");
+}
+
+bool meansOff(std::string_view value) {
+  const auto is = [&](std::string_view word) { return sameName(value, word); };
+  return is("no") || is("off") || is("0") || is("disable") || is("disabled") || is("n") ||
+         is("f") || !tools::closestTo(value, {"false"}).empty() || value.starts_with("false");
+}
+
+// "line 4", "lines 4, 6 and 2 more".
+template <class Users>
+std::string linesOf(const Users& users) {
+  const std::size_t more = users.count - users.lines.size();
+  const std::string rest = more > 0 ? fmt::format(" and {} more", more) : "";
+  return fmt::format("{}{}", fmt::join(users.lines, ", "), rest);
+}
+
+}  // namespace
+
+// ---- Settings ---------------------------------------------------------------------------------
+
+void Whole::set(SectionKind section, std::string_view key, Span value, LineReport& report) {
+  const std::string_view text = value.of(report.line().text);
+  const Span place = value.size > 0 ? value : report.line().body;
+  if (section == SectionKind::Engine) {
+    setTarget(engineTarget_, text, place, report);
+  } else if (sameName(key, "Target")) {
+    setTarget(metersTarget_, text, place, report);
+  } else {
+    const bool isFast = sameName(key, "EnableFastMeters");
+    setSwitch(isFast ? fast_ : slow_, isFast ? "EnableFastMeters" : "EnableSlowMeters", text, place,
+              report);
+  }
+}
+
+void Whole::replace(Setting& setting, std::string_view key, Span place, LineReport& report) {
+  // Of a further value of the same pair its own rule tells.
+  const bool isContinuation = report.line().kind == LineKind::Continuation;
+  if (setting.isGiven && !isContinuation) {
+    const bool sameFile = setting.spot.file == report.spot().file;
+    report.add(sameFile ? Rule::RepeatedSetting : Rule::OverriddenSetting, place,
+               fmt::format("{} was given in {} already, and this line wins", key,
+                           report.nameOf(setting.spot)),
+               sameFile ? "remove the one that is not meant" : "nothing, if this is meant");
+  }
+  setting.isGiven = true;
+  setting.spot = report.spot();
+  setting.name = report.ownName();
+  setting.at = report.at(place);
+}
+
+void Whole::setTarget(Setting& setting, std::string_view value, Span place, LineReport& report) {
+  replace(setting, "Target", place, report);
+  setting.isEmpty = value.empty();
+  if (value.empty() || report.line().kind == LineKind::Continuation) return;
+  const auto fault = faultOf(value);
+  if (!fault) return;
+  report.add(Rule::BadTarget, place,
+             fmt::format("{} is no good target: {}", inQuotes(value), fault->text), fault->remedy);
+}
+
+void Whole::setSwitch(Setting& setting, std::string_view key, std::string_view value, Span place,
+                      LineReport& report) {
+  replace(setting, key, place, report);
+  setting.isOn = sameName(value, "true");
+  if (setting.isOn || sameName(value, "false")) return;
+  if (report.line().kind == LineKind::Continuation) return;
+  const std::string what = value.empty() ? "without a value" : "with the value " + inQuotes(value);
+  std::string remedy = "write true or false";
+  if (value.find('#') != value.npos) {
+    remedy = "a \"#\" begins no comment here: write \" ;\" in front of the comment";
+  } else if (meansOn(value)) {
+    remedy = fmt::format("write {}=true to switch it on", key);
+  } else if (meansOff(value)) {
+    remedy = fmt::format("write {}=false if that is meant", key);
+  }
+  report.add(Rule::SwitchValue, place,
+             fmt::format("{} {} is off, because nothing but \"true\" switches it on", key, what),
+             remedy);
+}
+
+// ---- Entries ----------------------------------------------------------------------------------
+
+void Whole::add(const Section& section, const Entry& entry, LineReport& report) {
+  const bool isMeter = section.kind == SectionKind::MeterEntries;
+  const Set set = !isMeter ? Engine : entry.isSlow ? Slow : Fast;
+  const auto type = static_cast<std::size_t>(section.type);
+  const std::size_t position = sizes_[set][type]++;
+  ++entries_;
+  noteUser(users_[set], entry, report);
+  const std::string list =
+      isMeter ? fmt::format("{} {} meters", setNames[set], check::nameOf(section.type))
+              : fmt::format("{} parameters", check::nameOf(section.type));
+  checkKey(list, keys_[set][type], entry, report);
+  checkName(section, set, position, entry, report);
+}
+
+void Whole::checkKey(const std::string& list, std::unordered_map<std::string, Spot>& keys,
+                     const Entry& entry, LineReport& report) {
+  if (entry.key.empty()) {
+    report.add(Rule::EmptyKey, entry.place,
+               "this entry has no Key, and the module refuses the configuration", "write Key=NAME");
+    return;
+  }
+  const auto [first, isNew] = keys.emplace(entry.key, report.spot());
+  if (isNew) return;
+  report.add(Rule::DuplicateKey, entry.keyPlace,
+             fmt::format("the key {} is that of {} already, in the list of {}, and the module "
+                         "refuses the configuration",
+                         inQuotes(entry.key), report.nameOf(first->second), list),
+             "remove one of the two, or correct its key");
+}
+
+void Whole::checkName(const Section& section, Set set, std::size_t position, const Entry& entry,
+                      LineReport& report) {
+  const std::string& custom = entry.customKey;
+  const bool isGenerated = custom.empty();
+  if (custom.size() > slotTextSize) {
+    report.add(
+        Rule::LongCustomKey, entry.customKeyPlace,
+        fmt::format("this CustomKey has {} bytes, slot names have {} at most, and the module "
+                    "refuses the configuration",
+                    custom.size(), slotTextSize),
+        "shorten it");
+    return;
+  }
+  const std::string name =
+      isGenerated ? fmt::format("gateway_{}_{}", check::nameOf(section.type), position) : custom;
+  const auto [first, isNew] = names_[set].emplace(name, SlotName{report.spot(), isGenerated});
+  if (isNew) return;
+  const std::string where = report.nameOf(first->second.spot);
+  const std::string what =
+      isGenerated ? fmt::format("without a CustomKey this slot is called {}, like that of {}",
+                                inQuotes(name), where)
+      : first->second.isGenerated
+          ? fmt::format("{} is the name that the slot of {} has for want of a CustomKey",
+                        inQuotes(name), where)
+          : fmt::format("{} is the CustomKey of {} already", inQuotes(name), where);
+  report.add(Rule::RepeatedSlotName, isGenerated ? entry.place : entry.customKeyPlace,
+             fmt::format("{}: two {} slots with one name", what, setNames[set]),
+             isGenerated ? "give this entry a CustomKey" : "choose another CustomKey");
+}
+
+void Whole::noteUser(Users& users, const Entry& entry, const LineReport& report) const {
+  if (users.count++ >= Users::named) return;
+  users.lines.push_back(report.ownName());
+  if (!users.first) users.first = report.at(entry.place);
+}
+
+// ---- The end ----------------------------------------------------------------------------------
+
+void Whole::finish(const std::string& file, std::uint64_t lastOrder, Findings& findings) const {
+  const Diagnostic atFile{.file = file, .order = lastOrder + 1};
+  judgeMeters(atFile, findings);
+  judgeEngine(atFile, findings);
+}
+
+// Who needs a meters target, as the end of a sentence; empty if nobody does.
+std::string Whole::metersNeed() const {
+  const auto rate = [](const Setting& setting, std::string_view name) {
+    return setting.isGiven
+               ? fmt::format("{} meters are switched on in line {}", name, setting.spot.line)
+               : fmt::format("{} meters are on unless switched off", name);
+  };
+  const bool nothingSaid = !fast_.isGiven && !slow_.isGiven;
+  if (nothingSaid && users_[Fast].count + users_[Slow].count == 0) {
+    return "fast and slow meters are on unless they are switched off";
+  }
+  std::vector<std::string> reasons;
+  for (const Set set : {Fast, Slow}) {
+    const Users& users = users_[set];
+    const Setting& setting = set == Fast ? fast_ : slow_;
+    if (users.count > 0) {
+      reasons.push_back(fmt::format("there are {} meters ({})", setNames[set], linesOf(users)));
+    } else if (setting.isOn) {
+      reasons.push_back(rate(setting, setNames[set]));
+    }
+  }
+  return fmt::format("{}", fmt::join(reasons, ", "));
+}
+
+void Whole::judgeMeters(const Diagnostic& atFile, Findings& findings) const {
+  const bool anyRate = fast_.isOn || slow_.isOn;
+  const bool anyMeter = users_[Fast].count + users_[Slow].count > 0;
+  if (!metersTarget_.isEmpty) {
+    if (!anyRate) {
+      const bool fastIsLast = fast_.at.order > slow_.at.order;
+      findings.add(with(fastIsLast ? fast_.at : slow_.at, Rule::NoRateEnabled,
+                        fmt::format("[Meters] has a Target in {}, but fast and slow meters are "
+                                    "both off, and the module refuses the configuration",
+                                    metersTarget_.name),
+                        "switch one on by the value true, or remove the Target and all meters"));
+      return;
+    }
+    judgeRate(fast_, Fast, findings);
+    judgeRate(slow_, Slow, findings);
+    return;
+  }
+  if (!anyRate && !anyMeter) return;
+  const Users& users = users_[Fast].first ? users_[Fast] : users_[Slow];
+  const Diagnostic& at = metersTarget_.isGiven         ? metersTarget_.at
+                         : users.first                 ? *users.first
+                         : fast_.isGiven && fast_.isOn ? fast_.at
+                         : slow_.isGiven && slow_.isOn ? slow_.at
+                                                       : atFile;
+  findings.add(
+      with(at, Rule::NoMetersTarget,
+           fmt::format("there is no Target in [Meters], but {}, and the module refuses the "
+                       "configuration",
+                       metersNeed()),
+           anyMeter ? "write Target=HOST:PORT in [Meters]"
+                    : "write Target=HOST:PORT in [Meters], or to have no meters "
+                      "EnableFastMeters=false and EnableSlowMeters=false"));
+}
+
+void Whole::judgeEngine(const Diagnostic& atFile, Findings& findings) const {
+  const Users& users = users_[Engine];
+  if (!engineTarget_.isEmpty || users.count == 0) return;
+  const Diagnostic& at = engineTarget_.isGiven ? engineTarget_.at
+                         : users.first         ? *users.first
+                                               : atFile;
+  findings.add(
+      with(at, Rule::NoEngineTarget,
+           fmt::format("there is no Target in [Engine], but there are parameters ({}), and "
+                       "the module refuses the configuration",
+                       linesOf(users)),
+           "write Target=HOST:PORT in [Engine]"));
+}
+
+void Whole::judgeRate(const Setting& rate, Set set, Findings& findings) const {
+  const Users& users = users_[set];
+  if (rate.isOn || users.count == 0) return;
+  const std::string_view other = setNames[set == Fast ? Slow : Fast];
+  const std::string_view key = set == Fast ? "EnableFastMeters" : "EnableSlowMeters";
+  findings.add(with(
+      *users.first, Rule::RateOff,
+      fmt::format("{} switches {} meters off, so {} ({}) never get a value", rate.name,
+                  setNames[set], users.count == 1 ? "this slot" : "these slots", linesOf(users)),
+      fmt::format("write {}=true, or Type={}", key, other)));
+}
+
+}  // namespace check
