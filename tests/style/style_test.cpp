@@ -60,8 +60,11 @@ const std::string module = "src/module/grpc-gateway/";
 
 // From the ground up. A file belongs to the first room whose name its path begins with.
 const std::vector<Room> rooms = {
-    {"src/host/", {}}, {"src/shquote/", {"src/shquote/"}}, {"src/ini/", {"src/ini/"}},
-    {"proto/", {"proto/"}}, {module + "HostAccess", {"src/host/"}},
+    {"src/host/", {}},
+    {"src/shquote/", {"src/shquote/"}},
+    {"src/ini/", {"src/ini/"}},
+    {"proto/", {"proto/"}},
+    {module + "HostAccess", {"src/host/"}},
     {module + "ConfigManager",
      {"src/host/", "src/shquote/", "src/ini/", module + "HostAccess", module + "ConfigManager"}},
     {module + "GatewaySlots", {"src/host/", module + "ConfigManager", module + "GatewaySlots"}},
@@ -78,24 +81,24 @@ const std::vector<Room> rooms = {
     {"src/standin/", {"src/host/", "src/standin/"}},
     // What one sub-command is made of is of no concern to another; all of them may use the files
     // right in tools/, the last room, which is below them.
-    {
-        "tools/gatewayctl",
-        {"tools/sim/",
-         {"proto/", "src/standin/", module + "ConfigManager", "tools/sanitizers/", "tools/",
-          "tools/sim/"}},
-        {"tools/host/",
-         {"src/host/", "src/standin/", module + "ConfigManager", "tools/", "tools/host/"}},
-        {"tools/check/",
-         {"src/host/", "src/shquote/", "src/standin/", module + "ConfigManager", "tools/",
-          "tools/check/"}},
-        {"tools/discover/",
-         {"src/host/", "proto/", "src/standin/", "tools/sanitizers/", "tools/", "tools/discover/"}},
-        {"tools/demo/", {"tools/", "tools/demo/"}},
-        {"tools/sanitizers/", {"tools/sanitizers/"}},
-        {"tools/",
-         {"src/host/", "src/shquote/", "src/standin/", module + "ConfigManager",
-          module + "GatewaySlots", "tools/"}},
-    };
+    {"tools/gatewayctl",
+     {"tools/sim/", "tools/host/", "tools/check/", "tools/discover/", "tools/demo/", "tools/"}},
+    {"tools/sim/",
+     {"proto/", "src/standin/", module + "ConfigManager", "tools/sanitizers/", "tools/",
+      "tools/sim/"}},
+    {"tools/host/",
+     {"src/host/", "src/standin/", module + "ConfigManager", "tools/", "tools/host/"}},
+    {"tools/check/",
+     {"src/host/", "src/shquote/", "src/standin/", module + "ConfigManager", "tools/",
+      "tools/check/"}},
+    {"tools/discover/",
+     {"src/host/", "proto/", "src/standin/", "tools/sanitizers/", "tools/", "tools/discover/"}},
+    {"tools/demo/", {"tools/", "tools/demo/"}},
+    {"tools/sanitizers/", {"tools/sanitizers/"}},
+    {"tools/",
+     {"src/host/", "src/shquote/", "src/standin/", module + "ConfigManager",
+      module + "GatewaySlots", "tools/"}},
+};
 
 std::string roomOf(const std::string& path) {
   for (const Room& room : rooms) {
