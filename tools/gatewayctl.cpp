@@ -2,8 +2,8 @@
 //
 // Exit codes of all sub-commands: 0 done, 1 the configuration was refused or the run failed, 2
 // wrong use, 130 interrupted by SIGINT or SIGTERM; check has more. A sub-command throws
-// CLI::ParseError for wrong use and any other std::exception for a failed run; otherwise it sets the
-// code itself. Results go to standard output, logs and messages to standard error.
+// CLI::ParseError for wrong use and any other std::exception for a failed run; otherwise it sets
+// the code itself. Results go to standard output, logs and messages to standard error.
 #include <fmt/core.h>
 
 #include <CLI/CLI.hpp>

@@ -10,9 +10,9 @@
 #include "module/grpc-gateway/gRPCGatewayClient.h"
 #include "standin/Host.h"
 #include "standin/KeyValueList.h"
-#include "tests/support/AcceptedLeak.h"
 #include "tests/support/SimProcess.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tools/sanitizers/AcceptedLeak.h"
 
 namespace gateway {
 

@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "tests/module/grpc-gateway/GatewayTest.h"
-#include "tests/support/AcceptedLeak.h"
+#include "tools/sanitizers/AcceptedLeak.h"
 
 namespace {
 

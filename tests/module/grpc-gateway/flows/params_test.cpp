@@ -4,7 +4,7 @@
 
 #include "engine.pb.h"
 #include "tests/module/grpc-gateway/flows/FlowTest.h"
-#include "tests/support/AcceptedLeak.h"
+#include "tools/sanitizers/AcceptedLeak.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <latch>
 
 #include "tests/module/grpc-gateway/flows/FlowTest.h"
-#include "tests/support/AcceptedLeak.h"
+#include "tools/sanitizers/AcceptedLeak.h"
 
 namespace {
 
