@@ -261,11 +261,12 @@ void Whole::judgeRate(const Setting& rate, Set set, Findings& findings) const {
   if (rate.isOn || users.count == 0) return;
   const std::string_view other = setNames[set == Fast ? Slow : Fast];
   const std::string_view key = set == Fast ? "EnableFastMeters" : "EnableSlowMeters";
-  findings.add(with(
-      *users.first, Rule::RateOff,
-      fmt::format("{} switches {} meters off, so {} ({}) never get a value", rate.name,
-                  setNames[set], users.count == 1 ? "this slot" : "these slots", linesOf(users)),
-      fmt::format("write {}=true, or Type={}", key, other)));
+  findings.add(
+      with(*users.first, Rule::RateOff,
+           fmt::format("{} switches {} meters off, so {} a value ({})", rate.name, setNames[set],
+                       users.count == 1 ? "this slot never gets" : "these slots never get",
+                       linesOf(users)),
+           fmt::format("write {}=true, or Type={}", key, other)));
 }
 
 }  // namespace check
