@@ -1,7 +1,10 @@
 #include "tools/Output.h"
 
+#include <unistd.h>
+
 #include <atomic>
 #include <cstdio>
+#include <cstdlib>
 
 namespace tools {
 namespace {
@@ -25,6 +28,11 @@ bool outputFailed() noexcept {
 
 void writeError(std::string_view text) noexcept {
   write(text, stderr);
+}
+
+bool showsColours(int descriptor) {
+  const char* const never = std::getenv("NO_COLOR");
+  return isatty(descriptor) == 1 && (never == nullptr || *never == '\0');
 }
 
 }  // namespace tools

@@ -16,4 +16,8 @@ bool outputFailed() noexcept;
 // To standard error. What can't be written is lost.
 void writeError(std::string_view text) noexcept;
 
+// Whether what is written there may be coloured: it is a terminal, and NO_COLOR is not set, or
+// empty.
+bool showsColours(int descriptor);
+
 }  // namespace tools

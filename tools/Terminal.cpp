@@ -1,19 +1,25 @@
 #include "tools/Terminal.h"
 
 #include <poll.h>
+#include <sys/eventfd.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <climits>
 #include <csignal>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
 
+#include "tools/Output.h"
+
 namespace tools {
 namespace {
+
+constexpr Clock::time_point never = Clock::time_point::max();
 
 // For poll: rounded up, so that it does not return early; -1 for no limit.
 int millisecondsUntil(Clock::time_point moment) {
@@ -23,6 +29,14 @@ int millisecondsUntil(Clock::time_point moment) {
 }
 
 }  // namespace
+
+std::string checkSeconds(const std::string& text) {
+  double seconds = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, seconds);
+  if (error == std::errc() && stop == end && seconds >= 0 && seconds <= 1e9) return {};
+  return "\"" + text + "\" is not a number of seconds from 0 to 1000000000";
+}
 
 Clock::time_point momentIn(std::optional<double> seconds) {
   if (!seconds) return Clock::time_point::max();
@@ -36,12 +50,43 @@ SignalDescriptor::SignalDescriptor() {
   sigaddset(&set, SIGINT);
   sigaddset(&set, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &set, nullptr);
-  descriptor_ = signalfd(-1, &set, SFD_CLOEXEC);
-  if (descriptor_ < 0) throw std::runtime_error("can't wait for signals: signalfd failed");
+  signals_ = signalfd(-1, &set, SFD_CLOEXEC);
+  arrived_ = eventfd(0, EFD_CLOEXEC);
+  end_ = eventfd(0, EFD_CLOEXEC);
+  if (signals_ < 0 || arrived_ < 0 || end_ < 0) {
+    throw std::runtime_error("can't wait for signals: the system has no descriptor for it");
+  }
+  watcher_ = std::thread([this] { watch(); });
 }
 
 SignalDescriptor::~SignalDescriptor() {
-  close(descriptor_);
+  eventfd_write(end_, 1);
+  watcher_.join();
+  for (const int descriptor : {signals_, arrived_, end_}) close(descriptor);
+}
+
+void SignalDescriptor::watch() const {
+  constexpr int interruptedCode = 130;
+  constexpr std::chrono::seconds sameWish(1);
+  std::optional<Clock::time_point> first;
+  bool hasHinted = false;
+  for (;;) {
+    std::array<pollfd, 2> sources{{{signals_, POLLIN, 0}, {end_, POLLIN, 0}}};
+    const bool mayHint = first && !hasHinted;
+    poll(sources.data(), sources.size(),
+         mayHint ? millisecondsUntil(*first + sameWish) : millisecondsUntil(never));
+    if (sources[1].revents != 0) return;
+    const bool isLater = first && Clock::now() - *first >= sameWish;
+    if (isLater && !hasHinted) {
+      writeError("gatewayctl: stopping takes its time; a further signal ends it at once\n");
+      hasHinted = true;
+    }
+    signalfd_siginfo signal;
+    if (sources[0].revents == 0 || read(signals_, &signal, sizeof signal) < 0) continue;
+    if (isLater) _exit(interruptedCode);
+    if (!first) first = Clock::now();
+    eventfd_write(arrived_, 1);
+  }
 }
 
 std::vector<std::string> InputLines::take() {

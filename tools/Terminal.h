@@ -11,17 +11,25 @@
 #include <chrono>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace tools {
 
 using Clock = std::chrono::steady_clock;
 
-// The moment that is `seconds` (not negative) from now, or never.
+// The moment that is `seconds` from now, or never. They must be what checkSeconds accepts.
 Clock::time_point momentIn(std::optional<double> seconds);
+
+// Nothing if the text is a number of seconds from 0 to 1000000000; otherwise what is wrong with it.
+std::string checkSeconds(const std::string& text);
 
 // Takes SIGINT and SIGTERM out of a descriptor instead of dying from them. It blocks them for the
 // thread that makes it and those started from that one later on, for good: make it first of all.
+//
+// Whoever asks twice is not kept waiting: a further signal, a second or more after the first (a
+// terminal and a parent may both pass on the one wish), ends the process at once, with code 130. A
+// thread of its own sees to that, whatever the others hang in.
 class SignalDescriptor {
  public:
   // Throws std::runtime_error if the system has no descriptor for it.
@@ -31,10 +39,15 @@ class SignalDescriptor {
   SignalDescriptor& operator=(const SignalDescriptor&) = delete;
 
   // Readable once a signal has come; it is never read, and so stays readable.
-  int descriptor() const { return descriptor_; }
+  int descriptor() const { return arrived_; }
 
  private:
-  int descriptor_;
+  void watch() const;
+
+  int signals_ = -1;
+  int arrived_ = -1;
+  int end_ = -1;
+  std::thread watcher_;
 };
 
 // Standard input, or what another descriptor gives, a line at a time. There should be only one of a

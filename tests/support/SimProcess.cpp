@@ -122,6 +122,7 @@ struct ToolProcess::Output {
       const std::lock_guard lock(mutex);
       errors += fresh;
       std::fwrite(fresh.data(), 1, fresh.size(), stderr);
+      changed.notify_all();
     });
     finish(errEnded);
   }
@@ -207,6 +208,15 @@ std::vector<std::string> ToolProcess::lines() const {
   std::vector<std::string> texts;
   for (const auto& line : output_->lines) texts.push_back(line.text);
   return texts;
+}
+
+void ToolProcess::waitError(std::string_view text) {
+  std::unique_lock lock(output_->mutex);
+  const auto hasCome = [&] { return output_->errors.find(text) != std::string::npos; };
+  output_->changed.wait_for(lock, patience, [&] { return hasCome() || output_->errEnded; });
+  if (hasCome()) return;
+  lock.unlock();
+  throw std::runtime_error(report("\"" + std::string(text) + "\" was not logged"));
 }
 
 std::string ToolProcess::errors() const {

@@ -39,6 +39,9 @@ class ToolProcess {
   // all that the process has said, when patience ends or no such line can come any more.
   std::string waitLine(std::string_view prefix);
 
+  // Returns when standard error has this text somewhere. Throws std::runtime_error likewise.
+  void waitError(std::string_view text);
+
   // Whether a line that begins with `prefix` has come so far, waited for or not.
   bool hasLine(std::string_view prefix) const;
 

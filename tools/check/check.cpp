@@ -19,6 +19,7 @@
 
 #include "standin/Host.h"
 #include "tools/MemoryFile.h"
+#include "tools/Output.h"
 #include "tools/Suggestion.h"
 #include "tools/check/Checker.h"
 #include "tools/check/Report.h"
@@ -89,11 +90,6 @@ int worse(int a, int b) {
                        [&](int code) { return code == a || code == b; });
 }
 
-bool isColoured() {
-  const char* const never = std::getenv("NO_COLOR");
-  return (never == nullptr || *never == '\0') && isatty(STDOUT_FILENO) == 1;
-}
-
 // A refusal that no rule explains would be a fault of this program; it is not kept secret.
 void complainIfUnexplained(const Checked& checked) {
   const bool isRefused = checked.verdict == Verdict::Refused;
@@ -111,7 +107,7 @@ void print(const Checked& checked, const Options& options) {
     fmt::print(stderr, "gatewayctl check: can't check {}: {}\n", checked.file, checked.reason);
   }
   if (options.json) return;
-  fmt::print("{}", textOf(checked, isColoured()));
+  fmt::print("{}", textOf(checked, tools::showsColours(STDOUT_FILENO)));
   if (options.slots && checked.verdict == Verdict::Accepted) {
     fmt::print("{}", tableOf(checked.slots));
   }

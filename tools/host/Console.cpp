@@ -98,7 +98,7 @@ void Console::set(const Arguments& arguments) {
   for (std::size_t i = 0; i < arguments.size(); i += 2) {
     changes.push_back({arguments[i], arguments[i + 1]});
   }
-  reporter_.notified(module_.set(changes));
+  module_.set(changes);
 }
 
 void Console::quit(const Arguments& arguments) {

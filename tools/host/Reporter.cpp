@@ -6,10 +6,9 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
-#include <cstdlib>
 #include <string_view>
 
+#include "tools/Output.h"
 #include "tools/Words.h"
 #include "tools/host/Json.h"
 
@@ -19,8 +18,7 @@ namespace {
 using Json = nlohmann::json;
 
 void print(const std::string& line) {
-  fmt::print("{}\n", line);
-  std::fflush(stdout);
+  tools::writeOut(line + "\n");
 }
 
 void printEvent(std::string_view event, Json fields) {
@@ -64,8 +62,7 @@ std::string_view colourOf(int level) {
 
 }  // namespace
 
-Reporter::Reporter(bool json)
-    : json_(json), colours_(isatty(STDERR_FILENO) == 1 && std::getenv("NO_COLOR") == nullptr) {}
+Reporter::Reporter(bool json) : json_(json), colours_(tools::showsColours(STDERR_FILENO)) {}
 
 void Reporter::started(const RunningModule& module) const {
   if (!json_) return;
@@ -107,8 +104,7 @@ void Reporter::slots(const SlotBoard& board, const std::vector<std::size_t>& ind
     }
   }
   if (json_) return printEvent("slots", {{"slots", slots}});
-  fmt::print("{}", tableOf(rows));
-  std::fflush(stdout);
+  tools::writeOut(tableOf(rows));
 }
 
 void Reporter::notified(const Notification& notification) const {
@@ -121,7 +117,7 @@ void Reporter::notified(const Notification& notification) const {
 }
 
 void Reporter::complain(const std::string& text) const {
-  fmt::print(stderr, "gatewayctl: {}\n", text);
+  tools::writeError(fmt::format("gatewayctl: {}\n", tools::printable(text)));
   if (json_) printEvent("error", {{"text", text}});
 }
 
@@ -129,9 +125,10 @@ void Reporter::log(const standin::LogLine& line) const {
   const auto time = std::chrono::time_point_cast<std::chrono::milliseconds>(line.time);
   const auto milliseconds = time.time_since_epoch().count() % 1000;
   const std::string_view colour = colours_ ? colourOf(line.level) : "";
-  fmt::print(stderr, "{}{:%H:%M:%S}.{:03} [{}] {}:{}  {}{}\n", colour,
-             fmt::localtime(std::chrono::system_clock::to_time_t(line.time)), milliseconds,
-             line.level, line.file, line.line, line.text, colour.empty() ? "" : "\x1b[0m");
+  tools::writeError(fmt::format("{}{:%H:%M:%S}.{:03} [{}] {}:{}  {}{}\n", colour,
+                                fmt::localtime(std::chrono::system_clock::to_time_t(line.time)),
+                                milliseconds, line.level, line.file, line.line,
+                                tools::printable(line.text), colour.empty() ? "" : "\x1b[0m"));
 }
 
 std::string ageText(Clock::duration age) {

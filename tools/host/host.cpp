@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
+#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <filesystem>
@@ -11,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/Output.h"
 #include "tools/Terminal.h"
 #include "tools/host/Console.h"
 #include "tools/host/Cycles.h"
@@ -50,6 +53,8 @@ class Run {
 
   // Returns the exit code.
   int operator()() {
+    // A reader that has gone is noticed at the next line, and then the module is stopped.
+    std::signal(SIGPIPE, SIG_IGN);
     try {
       return options_.cycles > 0 ? cycle() : attend();
     } catch (const std::exception& error) {
@@ -63,6 +68,7 @@ class Run {
   int attend(RunningModule& module);
   std::unique_ptr<PageServer> openPage(RunningModule& module) const;
   void watch(const RunningModule& module);
+  void tellNotifications(const RunningModule& module);
   int cycle();
   void log(const standin::LogLine& line);
   int judge(const Leftovers& leftovers) const;
@@ -73,6 +79,7 @@ class Run {
   const Reporter reporter_;
   LogBook logBook_;
   std::optional<std::uint64_t> watched_;  // the look whose changes have been told
+  unsigned notificationsTold_ = 0;
 };
 
 void Run::log(const standin::LogLine& line) {
@@ -83,9 +90,10 @@ void Run::log(const standin::LogLine& line) {
 int Run::attend() {
   RunningModule module(options_.setup, [this](const auto& line) { log(line); });
   reporter_.started(module);
-  if (!options_.settings.empty()) reporter_.notified(module.set(options_.settings));
+  if (!options_.settings.empty()) module.set(options_.settings);
   const int code = attend(module);
-  return std::max(code, judge(module.stop()));
+  const int verdict = judge(module.stop());
+  return verdict == done ? code : verdict;
 }
 
 // Until a signal, `quit` or the end of the time; returns the exit code.
@@ -105,16 +113,20 @@ int Run::attend(RunningModule& module) {
       module.sample();
       nextLook = now + lookPeriod;
     }
+    tellNotifications(module);
     if (now >= nextWatch) {
       watch(module);
       nextWatch = now + watchPeriod;
     }
+    if (tools::outputFailed()) throw std::runtime_error("can't write to standard output");
     if (now >= end) return done;
     const Arrival arrival = tools::waitFor(signals_, &input_, std::min({end, nextLook, nextWatch}));
     if (arrival == Arrival::Signal) return interrupted;
     if (arrival != Arrival::Input) continue;
     for (const std::string& line : input_.take()) {
-      if (!console.obey(line)) return done;
+      const bool goesOn = console.obey(line);
+      tellNotifications(module);
+      if (!goesOn) return done;
     }
   }
 }
@@ -123,11 +135,19 @@ std::unique_ptr<PageServer> Run::openPage(RunningModule& module) const {
   if (options_.noPage) return nullptr;
   auto page = std::make_unique<PageServer>(module, logBook_, options_.page);
   if (page->hasMoved()) {
-    fmt::print(stderr, "gatewayctl: {} is taken, so the live page is at {}\n",
-               addressText(options_.page), page->url());
+    tools::writeError(fmt::format("gatewayctl: {} is taken, so the live page is at {}\n",
+                                  addressText(options_.page), page->url()));
   }
   reporter_.page(page->url());
   return page;
+}
+
+// Whoever made them: a command, or somebody at the page.
+void Run::tellNotifications(const RunningModule& module) {
+  for (const auto& notification : module.notificationsAfter(notificationsTold_)) {
+    reporter_.notified(notification);
+    notificationsTold_ = notification.number;
+  }
 }
 
 // At first all slots, then those that have changed.
@@ -155,7 +175,7 @@ int Run::cycle() {
         arrival = tools::waitFor(signals_, nullptr, tools::momentIn(options_.seconds.value_or(0)));
         return arrival != Arrival::Signal;
       });
-  fmt::print("{}", options_.json ? textOf(jsonOf(report)) + "\n" : textOf(report));
+  tools::writeOut(options_.json ? textOf(jsonOf(report)) + "\n" : textOf(report));
   if (!report.leftovers.isClean()) return failed;
   return arrival == Arrival::Signal ? interrupted : done;
 }
@@ -197,6 +217,11 @@ std::string manual() {
          "Examples:\n"
          "  gatewayctl host examples/grpc-gateway.conf --watch --set out_gain=-6.5\n"
          "  gatewayctl host examples/grpc-gateway.conf --cycles 100\n\n"
+         "--cycles fails if the module keeps memory, lists or callbacks of the host, or breaks a "
+         "rule "
+         "of its\nboundary. Threads and descriptors are the whole process's, gRPC's own included, "
+         "and "
+         "only told.\n\n"
          "Exit codes: 0 done, 1 the configuration was refused or the run failed, 2 wrong use, "
          "130 interrupted.";
 }
@@ -228,19 +253,19 @@ void setPageAddress(PageSettings& page, const std::string& text) {
   }
 }
 
-// Returns the option that is not for --cycles.
-CLI::Option* addPageOptions(CLI::App& host, Options& options) {
+// Returns those that are not for --cycles.
+std::array<CLI::Option*, 2> addPageOptions(CLI::App& host, Options& options) {
   auto* page = host.add_option_function<std::string>(
       "--page", [&](const auto& text) { setPageAddress(options.page, text); },
       fmt::format("Where to serve the live page, by default {}, or any free port if that is taken",
                   addressText(options.page)));
   page->type_name("ADDRESS:PORT");
   auto* noPage = host.add_flag("--no-page", options.noPage, "Serve no live page")->excludes(page);
-  host.add_option("--token", options.page.token,
-                  "What whoever wants the live page must know: /?token=TOKEN")
-      ->type_name("TOKEN")
-      ->excludes(noPage);
-  return page;
+  auto* token = host.add_option("--token", options.page.token,
+                                "What whoever wants the live page must know: /?token=TOKEN")
+                    ->excludes(noPage);
+  token->type_name("TOKEN");
+  return {page, token};
 }
 
 void addOptions(CLI::App& host, Options& options) {
@@ -260,19 +285,19 @@ void addOptions(CLI::App& host, Options& options) {
       ->check(CLI::Range(0.1, 20.0));
   host.add_option("--for", options.seconds, "End after so long; with --cycles, end each")
       ->type_name("SECONDS")
-      ->check(CLI::NonNegativeNumber);
+      ->check(tools::checkSeconds, "");
   auto* set = host.add_option_function<std::vector<std::string>>(
       "--set", [&](const auto& texts) { addSettings(options.settings, texts); },
       "Change engine slots right after the start, in one notification");
   set->type_name("NAME=VALUE");
-  auto* page = addPageOptions(host, options);
-  host.add_option("--cycles", options.cycles,
-                  "Start and stop so many times, then tell what is left of it")
-      ->type_name("N")
-      ->check(CLI::Range(1, 1000000))
-      ->excludes(watch)
-      ->excludes(set)
-      ->excludes(page);
+  const auto page = addPageOptions(host, options);
+  auto* cycles = host.add_option("--cycles", options.cycles,
+                                 "Start and stop so many times, then tell what is left of it")
+                     ->type_name("N")
+                     ->check(CLI::Range(1, 1000000))
+                     ->excludes(watch)
+                     ->excludes(set);
+  for (CLI::Option* option : page) cycles->excludes(option);
 }
 
 }  // namespace
@@ -288,6 +313,8 @@ void addHost(CLI::App& app, int& exitCode) {
   command->callback([options, &exitCode] {
     const std::string problem = host::pageProblem(options->page);
     if (!problem.empty()) throw CLI::ValidationError("--page", problem);
+    // A name without a folder would be looked for among the system's libraries.
+    options->setup.module = std::filesystem::absolute(options->setup.module);
     exitCode = host::Run(*options)();
   });
 }

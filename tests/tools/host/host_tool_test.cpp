@@ -1,7 +1,10 @@
 // gatewayctl host, as a person or a script uses it.
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 
 #include <csignal>
+#include <cstdlib>
+#include <fstream>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
@@ -205,7 +208,7 @@ TEST_F(HostTool, CyclesAndTellsWhatIsLeft) {
   EXPECT_EQ(host.waitLine("memory"), "memory            0 blocks with 0 bytes not returned");
   EXPECT_EQ(host.waitLine("key/value"), "key/value lists   0 not returned");
   EXPECT_EQ(host.waitLine("callbacks"), "callbacks         0 not removed");
-  host.waitLine("threads           1 before, ");
+  host.waitLine("threads           2 before, ");
   host.waitLine("descriptors       ");
   EXPECT_EQ(host.waitLine("violations"), "violations        0");
 }
@@ -219,7 +222,7 @@ TEST_F(HostTool, FindsWhatAModuleKeeps) {
       report["not_returned"],
       (nlohmann::json{{"blocks", 2}, {"bytes", 48}, {"key_value_lists", 0}, {"callbacks", 0}}));
   EXPECT_EQ(report["violations"], nlohmann::json::array());
-  EXPECT_EQ(report["threads"]["before"], 1);
+  EXPECT_EQ(report["threads"]["before"], 2);  // one waits for signals
   EXPECT_EQ(report["descriptors"].size(), 3u);
 }
 
@@ -253,6 +256,43 @@ TEST_F(HostTool, EndsByItselfAndBySignals) {
     host.signal(signal);
     EXPECT_EQ(host.waitExit(), 130);
     EXPECT_NE(host.errors().find("Completion queue flush ended"), std::string::npos);
+  }
+}
+
+// The engine service leaves the call unanswered, and the module's stop waits for it.
+TEST_F(HostTool, EndsAtOnceAtAFurtherSignal) {
+  servers.command("engine hold");
+  ToolProcess host({"host", config(), "--no-page", "--set", "gain=1"});
+  servers.waitEvent("SetParams 1 ");
+  host.signal(SIGINT);
+  host.signal(SIGTERM);  // the same wish, from another side
+  host.waitError("gatewayctl: stopping takes its time; a further signal ends it at once\n");
+  host.signal(SIGINT);
+  EXPECT_EQ(host.waitExit(), 130);
+  EXPECT_EQ(host.errors().find("Completion queue flush ended"), std::string::npos);
+}
+
+TEST_F(HostTool, RunsWhereItsLogCannotBeWritten) {
+  for (const char* nowhere : {"2>/dev/full", "2>&-"}) {
+    const std::string command = std::string(GATEWAYCTL_PATH) + " host " + config() +
+                                " --no-page --for 0 --set gain=1 </dev/null " + nowhere;
+    const int status = std::system(command.c_str());
+    EXPECT_TRUE(WIFEXITED(status)) << nowhere;
+    EXPECT_EQ(WEXITSTATUS(status), 0) << nowhere;
+  }
+}
+
+TEST_F(HostTool, StopsTheModuleWhenNobodyTakesItsResults) {
+  for (const char* nowhere : {">/dev/full", ">&-"}) {
+    const std::string log = files.path("log");
+    const std::string command = std::string(GATEWAYCTL_PATH) + " host " + config() +
+                                " --no-page --watch </dev/null " + nowhere + " 2>" + log;
+    const int status = std::system(command.c_str());
+    EXPECT_EQ(WEXITSTATUS(status), 1) << nowhere;
+    std::ostringstream text;
+    text << std::ifstream(log).rdbuf();
+    EXPECT_NE(text.str().find("gatewayctl: can't write to standard output\n"), std::string::npos);
+    EXPECT_NE(text.str().find("Completion queue flush ended"), std::string::npos);
   }
 }
 
@@ -293,6 +333,9 @@ TEST_F(HostTool, GivesTwoForWrongUse) {
        std::vector<std::vector<std::string>>{{"host"},
                                              {"host", config(), "--name", std::string(32, 'x')},
                                              {"host", config(), "--watch-rate", "1000"},
+                                             {"host", config(), "--for", "nan"},
+                                             {"host", config(), "--for", "1e10"},
+                                             {"host", config(), "--for", "soon"},
                                              {"host", config(), "--set", "gain"},
                                              {"host", config(), "--cycles", "0"},
                                              {"host", config(), "--cycles", "2", "--watch"},
