@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "standin/Host.h"
+#include "tools/Output.h"
 #include "tools/Terminal.h"
 #include "tools/discover/Draft.h"
 #include "tools/discover/Listener.h"
@@ -64,7 +65,7 @@ struct Options {
 };
 
 void say(std::string_view text) {
-  fmt::print(stderr, "gatewayctl discover: {}\n", text);
+  tools::writeError(fmt::format("gatewayctl discover: {}\n", text));
 }
 
 // ---- Listening ------------------------------------------------------------------------------

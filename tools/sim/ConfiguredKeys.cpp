@@ -2,12 +2,12 @@
 
 #include <fmt/format.h>
 
-#include <cstdio>
 #include <stdexcept>
 
 #include "module/grpc-gateway/ConfigManager.h"
 #include "standin/Host.h"
 #include "tools/ConfiguredSlots.h"
+#include "tools/Output.h"
 
 namespace sim {
 namespace {
@@ -31,8 +31,9 @@ ValueType typeOf(std::uint32_t slotType) {
 
 std::vector<KeySpec> configuredKeys(const std::string& path) {
   standin::Host host({.keepRecords = false});
-  host.setLogSink(
-      [](const standin::LogLine& line) { fmt::print(stderr, "gatewayctl sim: {}\n", line.text); });
+  host.setLogSink([](const standin::LogLine& line) {
+    tools::writeError(fmt::format("gatewayctl sim: {}\n", line.text));
+  });
   const gateway::ConfigManager config(path);
   if (!config.valid) {
     throw std::runtime_error(

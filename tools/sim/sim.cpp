@@ -18,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "tools/Output.h"
 #include "tools/Terminal.h"
 #include "tools/sim/Commander.h"
 #include "tools/sim/ConfiguredKeys.h"
@@ -100,7 +101,7 @@ class LoopThread {
     try {
       loop_.run();
     } catch (const std::exception& error) {
-      fmt::print(stderr, "gatewayctl sim: {}\n", error.what());
+      tools::writeError(fmt::format("gatewayctl sim: {}\n", error.what()));
     }
   }
 
@@ -169,8 +170,8 @@ class Services {
 
 Ending play(const Settings& settings, const SignalDescriptor& signals, Clock::time_point deadline) {
   const auto& playing = settings.playing;
-  fmt::print(stderr, "gatewayctl sim: playing {} keys with seed {}\n", playing.keys.size(),
-             playing.seed);
+  tools::writeError(fmt::format("gatewayctl sim: playing {} keys with seed {}\n",
+                                playing.keys.size(), playing.seed));
   const Report report(settings.json);
   asio::io_context loop;
   EngineAnswers answers(loop);
@@ -215,7 +216,6 @@ void readFiles(Settings& settings) {
 
 int run(Settings& settings) {
   constexpr int interruptedCode = 130;
-  setvbuf(stdout, nullptr, _IOLBF, 0);
   readFiles(settings);
   // First of all: threads inherit which signals are blocked.
   const SignalDescriptor signals;
