@@ -9,6 +9,7 @@
 #include <charconv>
 #include <cstdio>
 #include <functional>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -51,6 +52,10 @@ struct Settings {
   std::optional<double> limit;  // seconds to run
   bool commands = false;
 };
+
+void say(std::string_view text) {
+  tools::writeError(fmt::format("gatewayctl sim: {}\n", text));
+}
 
 // ---- Running --------------------------------------------------------------------------------
 
@@ -101,7 +106,7 @@ class LoopThread {
     try {
       loop_.run();
     } catch (const std::exception& error) {
-      tools::writeError(fmt::format("gatewayctl sim: {}\n", error.what()));
+      say(error.what());
     }
   }
 
@@ -170,8 +175,7 @@ class Services {
 
 Ending play(const Settings& settings, const SignalDescriptor& signals, Clock::time_point deadline) {
   const auto& playing = settings.playing;
-  tools::writeError(fmt::format("gatewayctl sim: playing {} keys with seed {}\n",
-                                playing.keys.size(), playing.seed));
+  say(fmt::format("playing {} keys with seed {}", playing.keys.size(), playing.seed));
   const Report report(settings.json);
   asio::io_context loop;
   EngineAnswers answers(loop);
@@ -209,9 +213,9 @@ void readFiles(Settings& settings) {
     }
   }
   if (settings.faultPlan.empty()) return;
-  for (auto& fault : readFaultPlan(settings.faultPlan)) {
-    settings.faults.push_back(std::move(fault));
-  }
+  auto plan = readFaultPlan(settings.faultPlan);
+  if (plan.empty()) say(fmt::format("the fault plan {} has no faults", settings.faultPlan));
+  std::move(plan.begin(), plan.end(), std::back_inserter(settings.faults));
 }
 
 int run(Settings& settings) {
