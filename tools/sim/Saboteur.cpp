@@ -48,8 +48,8 @@ void Saboteur::schedule(Planned& planned) {
   planned.timer.expires_at(momentAt(*seconds));
   planned.timer.async_wait([this, &planned, seconds](asio::error_code error) {
     if (error) return;
-    happen(planned.fault, *seconds);
     schedule(planned);
+    happen(planned.fault, *seconds);
   });
 }
 
