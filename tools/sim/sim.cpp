@@ -176,6 +176,9 @@ class Services {
 Ending play(const Settings& settings, const SignalDescriptor& signals, Clock::time_point deadline) {
   const auto& playing = settings.playing;
   say(fmt::format("playing {} keys with seed {}", playing.keys.size(), playing.seed));
+  if (playing.keys.empty() && !settings.addresses.meters.empty()) {
+    say("nothing plays: give --config or --keys");
+  }
   const Report report(settings.json);
   asio::io_context loop;
   EngineAnswers answers(loop);

@@ -230,6 +230,14 @@ TEST(PlayingSim, playsWhatAConfigurationWantsToReceive) {
             (Keys{{"dsp state", Value::kSstring}, {"a", Value::kSfloat}}));
 }
 
+TEST(PlayingSim, saysThatNothingPlays) {
+  const std::string said = "gatewayctl sim: nothing plays: give --config or --keys\n";
+  PlayingSim without({});
+  EXPECT_NE(without.process().errors().find(said), std::string::npos);
+  PlayingSim with({"--keys", "fast:int:a"});
+  EXPECT_EQ(with.process().errors().find(said), std::string::npos);
+}
+
 TEST(PlayingSim, refusesWhatTheGatewayRefuses) {
   const TemporaryFolder files;
   const auto path = files.write("gateway.conf", "[Meters]\nTarget=any:1\n[MetersFloat]\nMeter=x\n");
