@@ -8,7 +8,6 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -20,6 +19,7 @@
 
 #include "example.h"
 #include "tools/MemoryFile.h"
+#include "tools/Output.h"
 #include "tools/Terminal.h"
 #include "tools/demo/Child.h"
 
@@ -54,7 +54,7 @@ struct Options {
 };
 
 void say(std::string_view text) {
-  fmt::print(stderr, "gatewayctl demo: {}\n", text);
+  tools::writeError(fmt::format("gatewayctl demo: {}\n", text));
 }
 
 // ---- Arguments of the two -------------------------------------------------------------------
@@ -158,7 +158,7 @@ class SimulatorProcess {
     std::array<char, 65536> chunk;
     off_t at = 0;
     for (ssize_t count; (count = pread(log_.descriptor(), chunk.data(), chunk.size(), at)) > 0;) {
-      std::fwrite(chunk.data(), 1, static_cast<std::size_t>(count), stderr);
+      tools::writeError({chunk.data(), static_cast<std::size_t>(count)});
       at += count;
     }
     return describeExit(exitCode);
@@ -242,8 +242,8 @@ void Demo::attend(const Child& host) {
 }
 
 void Demo::passOn() {
-  for (const auto& line : simulator_.takeLines()) fmt::print("simulator: {}\n", line);
-  std::fflush(stdout);
+  for (const auto& line : simulator_.takeLines())
+    tools::writeOut(fmt::format("simulator: {}\n", line));
 }
 
 int Demo::exitCodeOf(int hostExit) {

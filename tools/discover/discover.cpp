@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "standin/Host.h"
+#include "tools/Output.h"
 #include "tools/Terminal.h"
 #include "tools/discover/Draft.h"
 #include "tools/discover/Listener.h"
@@ -43,7 +44,8 @@ constexpr char manual[] =
     "written all the same. Only a whole configuration is written, which has been read back as the\n"
     "module reads it; an interrupted run writes nothing.\n"
     "\n"
-    "With --json it writes one document instead, also if nothing of it can be carried:\n"
+    "With --json it writes one document instead, also if nothing came (exit code 1) or nothing of\n"
+    "it can be carried:\n"
     "  target, seconds   as given\n"
     "  streams           of each: rate (fast, slow), messages, unreadable\n"
     "  problems          what went wrong with streams, a text each\n"
@@ -54,7 +56,7 @@ constexpr char manual[] =
     "none\n"
     "(no value) or several; types has them all.\n"
     "\n"
-    "Exit codes: 0 done, 1 nothing could be written, 2 wrong use, 130 interrupted.";
+    "Exit codes: 0 done, 1 nothing came that could be written, 2 wrong use, 130 interrupted.";
 
 struct Options {
   std::string target;
@@ -64,7 +66,7 @@ struct Options {
 };
 
 void say(std::string_view text) {
-  fmt::print(stderr, "gatewayctl discover: {}\n", text);
+  tools::writeError(fmt::format("gatewayctl discover: {}\n", text));
 }
 
 // ---- Listening ------------------------------------------------------------------------------
@@ -135,8 +137,10 @@ void write(const std::string& text) {
   if (!written) throw std::system_error(errno, std::generic_category(), "can't write the result");
 }
 
-int failWithoutKeys(const std::vector<std::string>& problems) {
+int failWithoutKeys(const Options& options, const Heard& heard,
+                    const std::vector<std::string>& problems) {
   for (const auto& problem : problems) say(problem);
+  if (options.json) write(documentOf(options, {}, heard, problems));
   return 1;
 }
 
@@ -152,7 +156,7 @@ int failWithoutEntries(const Draft& draft) {
 int report(const Options& options, const Heard& heard) {
   const auto problems = problemsOf(options.target, options.seconds, heard);
   const auto keys = heard.sightings.keys();
-  if (keys.empty()) return failWithoutKeys(problems);
+  if (keys.empty()) return failWithoutKeys(options, heard, problems);
   for (const auto& problem : problems) say("warning: " + problem);
   const Draft draft = draftOf(options.target, keys, options.customKeys);
   if (!options.json && !draft.hasEntries()) return failWithoutEntries(draft);

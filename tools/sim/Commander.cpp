@@ -9,6 +9,7 @@
 #include <system_error>
 #include <utility>
 
+#include "tools/Output.h"
 #include "tools/StatusName.h"
 #include "tools/Words.h"
 #include "tools/sim/EventText.h"
@@ -140,7 +141,7 @@ bool Commander::carryOut(const Simulator& simulator, std::string_view line) {
     if (!command.takes(arguments)) throw CommandError("usage: " + command.usage());
     (this->*command.carryOut)(simulator, arguments);
   } catch (const CommandError& error) {
-    fmt::print("error {}\n", tools::printable(error.what()));
+    tools::writeOut(fmt::format("error {}\n", tools::printable(error.what())));
   }
   return !quit_;
 }
@@ -149,9 +150,10 @@ void Commander::opened(const std::shared_ptr<Call>& call) {
   const auto& opening = call->opening();
   const bool engine = opening.method == Method::SetParams;
   const std::lock_guard lock(mutex_);
-  fmt::print("{}{} {} {} deadline={} metadata={}\n", engine ? "" : "open ", nameOf(opening.method),
-             opening.number, hexOf(opening.request), opening.hasDeadline ? "set" : "none",
-             opening.metadata.empty() ? "-" : fmt::to_string(fmt::join(opening.metadata, ",")));
+  tools::writeOut(fmt::format(
+      "{}{} {} {} deadline={} metadata={}\n", engine ? "" : "open ", nameOf(opening.method),
+      opening.number, hexOf(opening.request), opening.hasDeadline ? "set" : "none",
+      opening.metadata.empty() ? "-" : fmt::to_string(fmt::join(opening.metadata, ","))));
   if (!engine) return;
   if (holding_) {
     held_.push_back(call);
@@ -163,14 +165,14 @@ void Commander::opened(const std::shared_ptr<Call>& call) {
 void Commander::sent(const Call& call, std::uint64_t count) {
   const auto& opening = call.opening();
   if (opening.method == Method::SetParams) return;
-  fmt::print("sent {} {} {}\n", nameOf(opening.method), opening.number, count);
+  tools::writeOut(fmt::format("sent {} {} {}\n", nameOf(opening.method), opening.number, count));
 }
 
 void Commander::closed(const Call& call, bool cancelled) {
   const auto& opening = call.opening();
   const auto ended = opening.method == Method::SetParams ? "replied" : "ended";
-  fmt::print("closed {} {} {}\n", nameOf(opening.method), opening.number,
-             cancelled ? "cancelled" : ended);
+  tools::writeOut(fmt::format("closed {} {} {}\n", nameOf(opening.method), opening.number,
+                              cancelled ? "cancelled" : ended));
   const std::lock_guard lock(mutex_);
   std::erase_if(held_, [&](const auto& held) { return held.get() == &call; });
 }
@@ -219,7 +221,7 @@ void Commander::engineRelease(const Simulator&, Words) {
 }
 
 void Commander::sync(const Simulator&, Words arguments) {
-  fmt::print("sync {}\n", arguments[0]);
+  tools::writeOut(fmt::format("sync {}\n", arguments[0]));
 }
 
 void Commander::quit(const Simulator&, Words) {

@@ -1,13 +1,16 @@
 #include "tools/sim/ConfiguredKeys.h"
 
 #include <fmt/format.h>
+#include <google/protobuf/stubs/common.h>
 
-#include <cstdio>
 #include <stdexcept>
+#include <string_view>
 
 #include "module/grpc-gateway/ConfigManager.h"
 #include "standin/Host.h"
 #include "tools/ConfiguredSlots.h"
+#include "tools/Output.h"
+#include "tools/Words.h"
 
 namespace sim {
 namespace {
@@ -27,12 +30,26 @@ ValueType typeOf(std::uint32_t slotType) {
   }
 }
 
+void say(std::string_view text) {
+  tools::writeError(fmt::format("gatewayctl sim: {}\n", text));
+}
+
+bool canBeSent(const std::string& key) {
+  const bool isUtf8 = google::protobuf::internal::IsStructurallyValidUTF8(key);
+  if (!isUtf8) {
+    say(
+        fmt::format("warning: the key \"{}\" is left out: it is not UTF-8, and clients would "
+                    "refuse each message with it",
+                    tools::printable(key)));
+  }
+  return isUtf8;
+}
+
 }  // namespace
 
 std::vector<KeySpec> configuredKeys(const std::string& path) {
   standin::Host host({.keepRecords = false});
-  host.setLogSink(
-      [](const standin::LogLine& line) { fmt::print(stderr, "gatewayctl sim: {}\n", line.text); });
+  host.setLogSink([](const standin::LogLine& line) { say(line.text); });
   const gateway::ConfigManager config(path);
   if (!config.valid) {
     throw std::runtime_error(
@@ -40,7 +57,7 @@ std::vector<KeySpec> configuredKeys(const std::string& path) {
   }
   std::vector<KeySpec> keys;
   for (const auto& slot : tools::slotsOf(config)) {
-    if (slot.set == SlotSet::Engine) continue;
+    if (slot.set == SlotSet::Engine || !canBeSent(slot.key)) continue;
     const auto rate = slot.set == SlotSet::Fast ? Method::Fast : Method::Slow;
     keys.push_back({rate, typeOf(slot.valueType), slot.key});
   }

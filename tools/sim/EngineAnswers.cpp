@@ -30,6 +30,11 @@ void EngineAnswers::take(const std::shared_ptr<Call>& call) {
   }
 }
 
+void EngineAnswers::closed(const Call& call) {
+  const std::lock_guard lock(mutex_);
+  std::erase_if(unanswered_, [&](const auto& each) { return each.get() == &call; });
+}
+
 void EngineAnswers::answer(const std::shared_ptr<Call>& call) {
   if (manner_.delay <= 0) return reply(*call, manner_);
   const std::chrono::duration<double> delay(manner_.delay);

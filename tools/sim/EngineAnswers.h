@@ -33,6 +33,9 @@ class EngineAnswers {
 
   void take(const std::shared_ptr<Call>& call);
 
+  // Nobody waits for an answer to it any more.
+  void closed(const Call& call);
+
  private:
   // The mutex is held.
   void answer(const std::shared_ptr<Call>& call);

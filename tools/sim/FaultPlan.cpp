@@ -302,6 +302,9 @@ FaultPlan readFaultPlan(const std::string& path) {
       throw std::runtime_error(fmt::format("{}:{}: {}", path, number, error.what()));
     }
   }
+  if (file.bad()) {
+    throw std::runtime_error(fmt::format("the fault plan {} is a folder or can't be read", path));
+  }
   return plan;
 }
 

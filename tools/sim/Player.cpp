@@ -78,7 +78,7 @@ void Player::sent(const Call& call, std::uint64_t) {
 }
 
 void Player::closed(const Call& call, bool cancelled) {
-  if (call.opening().method == Method::SetParams) return;
+  if (call.opening().method == Method::SetParams) return answers_.closed(call);
   report_.closed(call.opening(), cancelled);
   const std::lock_guard lock(timesMutex_);
   lastSent_.erase(&call);

@@ -43,15 +43,19 @@ struct Relay::State {
 
   State(asio::io_context& loop, const std::string& wanted, unsigned short serverPort)
       : acceptor(loop, endpointOf(loop, wanted)),
+        retry(loop),
         place(acceptor.local_endpoint()),
         address(fmt::format("{}:{}", wanted.substr(0, wanted.rfind(':')), place.port())),
         server(asio::ip::address_v4::loopback(), serverPort) {}
 
   void accept();
+  // A process that is out of descriptors may have some again soon.
+  void acceptLater();
   // Those that are there.
   void forEach(const std::function<void(Connection&)>& use);
 
   tcp::acceptor acceptor;
+  asio::steady_timer retry;  // of an accept that failed
   const tcp::endpoint place;
   const std::string address;
   const tcp::endpoint server;
@@ -105,12 +109,21 @@ class Relay::State::Connection : public std::enable_shared_from_this<Connection>
 
 void Relay::State::accept() {
   acceptor.async_accept([this](asio::error_code error, tcp::socket client) {
-    if (error) return;
+    if (error == asio::error::operation_aborted) return;
+    if (error) return acceptLater();
     const auto connection = std::make_shared<Connection>(*this, std::move(client));
     std::erase_if(connections, [](const auto& known) { return known->isClosed(); });
     connections.push_back(connection);
     connection->start();
     accept();
+  });
+}
+
+void Relay::State::acceptLater() {
+  constexpr auto pause = std::chrono::milliseconds(100);
+  retry.expires_after(pause);
+  retry.async_wait([this](asio::error_code error) {
+    if (!error) accept();
   });
 }
 
@@ -233,6 +246,7 @@ void Relay::refuse(bool refuses) {
     state_->accept();
     return;
   }
+  state_->retry.cancel();
   acceptor.close();
   acceptor.open(state_->place.protocol());
   acceptor.set_option(asio::socket_base::reuse_address(true));

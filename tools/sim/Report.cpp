@@ -3,10 +3,10 @@
 #include <fmt/format.h>
 
 #include <cmath>
-#include <cstdio>
 #include <nlohmann/json.hpp>
 
 #include "engine.pb.h"
+#include "tools/Output.h"
 #include "tools/Words.h"
 #include "tools/sim/EventText.h"
 
@@ -94,7 +94,8 @@ std::string unreadable(const Opening& opening, bool json) {
 }
 
 void log(const Opening& opening, std::string_view what) {
-  fmt::print(stderr, "gatewayctl sim: {} {} {}\n", nameOf(opening.method), opening.number, what);
+  tools::writeError(
+      fmt::format("gatewayctl sim: {} {} {}\n", nameOf(opening.method), opening.number, what));
 }
 
 }  // namespace
@@ -103,9 +104,9 @@ void Report::listening(const Addresses& addresses) const {
   for (const auto& [service, address] :
        {std::pair("meters", addresses.meters), std::pair("engine", addresses.engine)}) {
     if (address.empty()) continue;
-    fmt::print("{}",
-               json_ ? lineOf({{"event", "listening"}, {"service", service}, {"address", address}})
-                     : fmt::format("{} {}\n", service, address));
+    tools::writeOut(
+        json_ ? lineOf({{"event", "listening"}, {"service", service}, {"address", address}})
+              : fmt::format("{} {}\n", service, address));
   }
 }
 
@@ -116,39 +117,40 @@ void Report::params(const Opening& opening) const {
   for (const auto& param : request.params()) {
     lines += json_ ? jsonLine(opening, param) : textLine(opening, param);
   }
-  fmt::print("{}", lines);
+  tools::writeOut(lines);
 }
 
 void Report::opened(const Opening& opening) const {
   if (!json_) return log(opening, "open from " + opening.peer);
-  fmt::print("{}", lineOf({{"event", "opened"},
-                           {"stream", nameOf(opening.method)},
-                           {"call", opening.number},
-                           {"peer", opening.peer}}));
+  tools::writeOut(lineOf({{"event", "opened"},
+                          {"stream", nameOf(opening.method)},
+                          {"call", opening.number},
+                          {"peer", opening.peer}}));
 }
 
 void Report::closed(const Opening& opening, bool cancelled) const {
   const auto* const end = cancelled ? "cancelled" : "ended";
   if (!json_) return log(opening, end);
-  fmt::print("{}", lineOf({{"event", "closed"},
-                           {"stream", nameOf(opening.method)},
-                           {"call", opening.number},
-                           {"end", end}}));
+  tools::writeOut(lineOf({{"event", "closed"},
+                          {"stream", nameOf(opening.method)},
+                          {"call", opening.number},
+                          {"end", end}}));
 }
 
 void Report::fault(FaultEvent event, double seconds, const Fault& fault, Subject subject) const {
   const bool over = event == FaultEvent::Over;
   const auto name = rowOf(fault.kind).name;
   if (!json_) {
-    fmt::print("fault {:.3f} {} {}{}{}{}\n", seconds, name, nameOf(subject),
-               fault.argument.empty() ? "" : " ", fault.argument, over ? " over" : "");
+    tools::writeOut(fmt::format("fault {:.3f} {} {}{}{}{}\n", seconds, name, nameOf(subject),
+                                fault.argument.empty() ? "" : " ", fault.argument,
+                                over ? " over" : ""));
     return;
   }
-  fmt::print("{}", lineOf({{"event", over ? "fault_over" : "fault"},
-                           {"at", std::round(seconds * 1000) / 1000},
-                           {"fault", name},
-                           {"subject", nameOf(subject)},
-                           {"argument", fault.argument}}));
+  tools::writeOut(lineOf({{"event", over ? "fault_over" : "fault"},
+                          {"at", std::round(seconds * 1000) / 1000},
+                          {"fault", name},
+                          {"subject", nameOf(subject)},
+                          {"argument", fault.argument}}));
 }
 
 }  // namespace sim

@@ -3,8 +3,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cstdio>
 
+#include "tools/Output.h"
 #include "tools/sim/WrongMessages.h"
 
 namespace sim {
@@ -48,8 +48,8 @@ void Saboteur::schedule(Planned& planned) {
   planned.timer.expires_at(momentAt(*seconds));
   planned.timer.async_wait([this, &planned, seconds](asio::error_code error) {
     if (error) return;
-    happen(planned.fault, *seconds);
     schedule(planned);
+    happen(planned.fault, *seconds);
   });
 }
 
@@ -128,7 +128,8 @@ void Saboteur::undo(const Fault& fault, Subject subject) {
 void Saboteur::send(const Fault& fault, Method method) {
   const auto calls = targets_.simulator.openCalls(method);
   if (calls.empty()) {
-    fmt::print(stderr, "gatewayctl sim: no {} stream is open for this fault\n", nameOf(method));
+    tools::writeError(
+        fmt::format("gatewayctl sim: no {} stream is open for this fault\n", nameOf(method)));
   }
   for (const auto& call : calls) {
     if (fault.kind == FaultKind::End) {

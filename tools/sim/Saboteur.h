@@ -59,6 +59,7 @@ class Saboteur {
   };
   using Place = std::pair<FaultGroup, Subject>;
 
+  // Its next moment, and from there the one after it: also if the fault can't be carried out.
   void schedule(Planned& planned);
   void happen(const Fault& fault, double seconds);
   void begin(const Fault& fault, Subject subject, double seconds);

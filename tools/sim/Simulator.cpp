@@ -17,6 +17,7 @@
 #include <utility>
 
 #include "tools/ByteBuffer.h"
+#include "tools/Output.h"
 #include "tools/sanitizers/ReactionOrder.h"
 
 namespace sim {
@@ -347,7 +348,7 @@ class Service final : public grpc::CallbackGenericService {
       grpc::GenericCallbackServerContext* context) override {
     const auto method = methodAt(context->method());
     if (!method || !serves(*method)) {
-      fmt::print(stderr, "gatewayctl sim: no method {} here\n", context->method());
+      tools::writeError(fmt::format("gatewayctl sim: no method {} here\n", context->method()));
       return CallbackGenericService::CreateReactor(context);
     }
     return std::make_shared<ServedCall>(registry_, *method, *context)->begin();

@@ -9,6 +9,7 @@
 #include <charconv>
 #include <cstdio>
 #include <functional>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -18,6 +19,7 @@
 #include <thread>
 #include <vector>
 
+#include "tools/Output.h"
 #include "tools/Terminal.h"
 #include "tools/sim/Commander.h"
 #include "tools/sim/ConfiguredKeys.h"
@@ -50,6 +52,10 @@ struct Settings {
   std::optional<double> limit;  // seconds to run
   bool commands = false;
 };
+
+void say(std::string_view text) {
+  tools::writeError(fmt::format("gatewayctl sim: {}\n", text));
+}
 
 // ---- Running --------------------------------------------------------------------------------
 
@@ -100,7 +106,7 @@ class LoopThread {
     try {
       loop_.run();
     } catch (const std::exception& error) {
-      fmt::print(stderr, "gatewayctl sim: {}\n", error.what());
+      say(error.what());
     }
   }
 
@@ -169,8 +175,10 @@ class Services {
 
 Ending play(const Settings& settings, const SignalDescriptor& signals, Clock::time_point deadline) {
   const auto& playing = settings.playing;
-  fmt::print(stderr, "gatewayctl sim: playing {} keys with seed {}\n", playing.keys.size(),
-             playing.seed);
+  say(fmt::format("playing {} keys with seed {}", playing.keys.size(), playing.seed));
+  if (playing.keys.empty() && !settings.addresses.meters.empty()) {
+    say("nothing plays: give --config or --keys");
+  }
   const Report report(settings.json);
   asio::io_context loop;
   EngineAnswers answers(loop);
@@ -208,14 +216,13 @@ void readFiles(Settings& settings) {
     }
   }
   if (settings.faultPlan.empty()) return;
-  for (auto& fault : readFaultPlan(settings.faultPlan)) {
-    settings.faults.push_back(std::move(fault));
-  }
+  auto plan = readFaultPlan(settings.faultPlan);
+  if (plan.empty()) say(fmt::format("the fault plan {} has no faults", settings.faultPlan));
+  std::move(plan.begin(), plan.end(), std::back_inserter(settings.faults));
 }
 
 int run(Settings& settings) {
   constexpr int interruptedCode = 130;
-  setvbuf(stdout, nullptr, _IOLBF, 0);
   readFiles(settings);
   // First of all: threads inherit which signals are blocked.
   const SignalDescriptor signals;

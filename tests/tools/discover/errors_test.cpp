@@ -77,6 +77,17 @@ TEST_F(DiscoverErrors, AServerThatDoesNotAnswerIsTold) {
                 "running there, and does no firewall stand between?\n");
 }
 
+TEST_F(DiscoverErrors, WithoutKeysADocumentTellsWhatIsWrong) {
+  const std::string target = unusedTarget();
+  const auto result = run({target, "--for", longTime, "--json"});
+  EXPECT_EQ(result.exitCode, 1);
+  const std::string begin = "{\n  \"target\": \"" + target + "\",";
+  EXPECT_TRUE(result.output.starts_with(begin)) << result.output;
+  const std::string problem = "\"problems\": [\n    \"no meter server can be reached at " + target;
+  EXPECT_NE(result.output.find(problem), result.output.npos) << result.output;
+  EXPECT_TRUE(result.output.ends_with("\"keys\": []\n}\n")) << result.output;
+}
+
 // The time has to be enough for the connection.
 TEST_F(DiscoverErrors, AServerThatSendsNothingIsTold) {
   const auto result = run({servers.metersTarget(), "--for", "10"});

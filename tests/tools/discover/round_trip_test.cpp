@@ -1,5 +1,6 @@
 // What discover writes, the module takes: a server's keys, whatever they look like, arrive in slots
 // of the configuration that was made of them.
+#include "tests/support/TemporaryFolder.h"
 #include "tests/tools/discover/DiscoverTest.h"
 
 namespace {
@@ -11,9 +12,16 @@ class RoundTrip : public DiscoverTest {
  protected:
   // Starts the module with the configuration, and returns when both streams are open again.
   void startWith(const std::string& configuration) {
+    expectToPassTheCheck(configuration);
     ASSERT_EQ(start(configuration), 0) << configuration;
     servers.waitEvent("open fast ");
     servers.waitEvent("open slow ");
+  }
+
+  static void expectToPassTheCheck(const std::string& configuration) {
+    const TemporaryFolder files;
+    ToolProcess check({"check", files.write("gateway.conf", configuration)});
+    EXPECT_EQ(check.waitExit(), 0) << check.errors() << testing::PrintToString(check.lines());
   }
 
   // Whether the slot comes to hold the text. What stands before it in the message has come by then.

@@ -1,6 +1,7 @@
 // What the simulator says to wrong use, and its manual.
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -107,6 +108,20 @@ TEST(Sim, helpHasAnExampleToPaste) {
   EXPECT_EQ(help.waitExit(), 0);
   EXPECT_TRUE(
       help.hasLine("  gatewayctl sim --keys fast:float:out.level \"slow:string:dsp state\""));
+}
+
+// The calls are told of on gRPC's threads.
+TEST(Sim, servesOnWhenNothingCanBeWritten) {
+  const auto target = unusedTarget();
+  const std::string command = GATEWAYCTL_PATH " sim --commands --meters '' --engine " + target;
+  FILE* const input = popen((command + " >/dev/full 2>/dev/full").c_str(), "we");
+  ASSERT_NE(input, nullptr);
+  for (int i = 0; i < 2; ++i) {
+    RawCall call(target, setParamsPath, "",
+                 [](grpc::ClientContext& context) { context.set_wait_for_ready(true); });
+    EXPECT_EQ(replyTo(call), (Reply{grpc::StatusCode::OK, {""}}));
+  }
+  EXPECT_EQ(pclose(input), 0);
 }
 
 }  // namespace

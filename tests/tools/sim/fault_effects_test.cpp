@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
@@ -32,6 +33,19 @@ PlayingSim simWith(std::vector<std::string> faults, std::vector<std::string> mor
   arguments.insert(arguments.end(), more.begin(), more.end());
   for (auto& fault : faults) arguments.insert(arguments.end(), {"--fault", std::move(fault)});
   return PlayingSim(std::move(arguments));
+}
+
+int listenAt(const std::string& target) {
+  const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const int yes = 1;
+  setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  address.sin_port = htons(static_cast<in_port_t>(std::stoi(target.substr(target.find(':') + 1))));
+  EXPECT_EQ(bind(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  EXPECT_EQ(listen(descriptor, 1), 0);
+  return descriptor;
 }
 
 // The first message for which `wanted` holds.
@@ -328,6 +342,17 @@ TEST(FaultEffect, badRepliesAreNotParsed) {
   auto sim = simWith({"at 0: bad-reply"});
   sim.process().waitLine("fault 0.000 bad-reply engine");
   EXPECT_EQ(setParams(sim.engineTarget()), (Reply{StatusCode::OK, {"\xff"}}));
+}
+
+// While nobody listens at its place, another can: what is refused can't be taken again then.
+TEST(FaultEffect, comesAgainAfterItCouldNotBeCarriedOut) {
+  auto sim = simWith({"every 2: refuse meters", "at 4.5: empty fast"});
+  sim.process().waitLine("fault 2.000 refuse meters");
+  const int other = listenAt(sim.metersTarget());
+  sim.process().waitLine("fault 4.500 empty fast");
+  close(other);
+  sim.process().waitLine("fault 6.000 refuse meters");
+  EXPECT_NE(sim.process().errors().find("gatewayctl sim: listen: "), std::string::npos);
 }
 
 // ---- The run --------------------------------------------------------------------------------

@@ -184,4 +184,21 @@ TEST(FaultPlan, onTheCommandLineTellsTheFlagOfAnError) {
             "Run with --help for more information.\n");
 }
 
+TEST(FaultPlanFile, isNoFolder) {
+  const TemporaryFolder files;
+  ToolProcess sim({"sim", "--meters", SimProcess::anyPort, "--fault-plan", files.path("")});
+  EXPECT_EQ(sim.waitExit(), 1);
+  EXPECT_EQ(sim.errors(),
+            "gatewayctl: the fault plan " + files.path("") + " is a folder or can't be read\n");
+}
+
+TEST(FaultPlanFile, isToldOfIfItIsEmpty) {
+  const TemporaryFolder files;
+  const auto path = files.write("plan", "# at 1: end\n");
+  PlayingSim sim({"--fault-plan", path});
+  EXPECT_TRUE(sim.process().errors().starts_with("gatewayctl sim: the fault plan " + path +
+                                                 " has no faults\n"))
+      << sim.process().errors();
+}
+
 }  // namespace

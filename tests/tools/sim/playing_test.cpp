@@ -230,6 +230,26 @@ TEST(PlayingSim, playsWhatAConfigurationWantsToReceive) {
             (Keys{{"dsp state", Value::kSstring}, {"a", Value::kSfloat}}));
 }
 
+TEST(PlayingSim, leavesOutConfiguredKeysThatClientsWouldRefuse) {
+  const TemporaryFolder files;
+  const auto path = files.write(
+      "gateway.conf", "[Meters]\nTarget=any:1\n[MetersInt]\nMeter=Key=b\xff\nMeter=Key=a\n");
+  PlayingSim sim({"--config", path});
+  RawCall fast(sim.metersTarget(), fastPath);
+  using Keys = std::vector<std::pair<std::string, int>>;
+  EXPECT_EQ(keysOf(meterOf(fast.read())), (Keys{{"a", sonalith::grpc::AnyValue::kSint}}));
+  EXPECT_TRUE(sim.process().errors().starts_with("gatewayctl sim: warning: the key \"b"))
+      << sim.process().errors();
+}
+
+TEST(PlayingSim, saysThatNothingPlays) {
+  const std::string said = "gatewayctl sim: nothing plays: give --config or --keys\n";
+  PlayingSim without({});
+  EXPECT_NE(without.process().errors().find(said), std::string::npos);
+  PlayingSim with({"--keys", "fast:int:a"});
+  EXPECT_EQ(with.process().errors().find(said), std::string::npos);
+}
+
 TEST(PlayingSim, refusesWhatTheGatewayRefuses) {
   const TemporaryFolder files;
   const auto path = files.write("gateway.conf", "[Meters]\nTarget=any:1\n[MetersFloat]\nMeter=x\n");

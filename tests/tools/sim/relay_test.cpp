@@ -1,0 +1,56 @@
+// The relay in front of the simulator, when the machine it runs on has too little.
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <asio/io_context.hpp>
+#include <asio/ip/tcp.hpp>
+#include <string>
+
+#include "tests/support/SimProcess.h"
+#include "tools/sim/Relay.h"
+
+namespace {
+
+using asio::ip::tcp;
+
+// As long as it lives, this process can't open anything.
+class NoDescriptors {
+ public:
+  NoDescriptors() {
+    getrlimit(RLIMIT_NOFILE, &before_);
+    set(0);
+  }
+  ~NoDescriptors() { set(before_.rlim_cur); }
+  NoDescriptors(const NoDescriptors&) = delete;
+  NoDescriptors& operator=(const NoDescriptors&) = delete;
+
+ private:
+  void set(rlim_t limit) const {
+    const rlimit now{limit, before_.rlim_max};
+    EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &now), 0);
+  }
+
+  rlimit before_{};
+};
+
+TEST(Relay, acceptsAgainAfterItHadNoDescriptors) {
+  asio::io_context loop;
+  tcp::acceptor server(loop, {asio::ip::address_v4::loopback(), 0});
+  sim::Relay relay(loop, SimProcess::anyPort, "--meters", server.local_endpoint().port());
+  const auto port = std::stoi(relay.address().substr(relay.address().rfind(':') + 1));
+  tcp::socket client(loop, tcp::v4());
+  client.connect({asio::ip::address_v4::loopback(), static_cast<unsigned short>(port)});
+  {
+    const NoDescriptors none;
+    ASSERT_EQ(loop.run_one_for(patience), 1U);
+  }
+  bool arrived = false;
+  server.async_accept([&](asio::error_code error, const tcp::socket&) {
+    arrived = !error;
+    loop.stop();
+  });
+  loop.run_for(patience);
+  EXPECT_TRUE(arrived);
+}
+
+}  // namespace
