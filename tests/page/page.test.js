@@ -144,6 +144,10 @@ pageTest("a parameter changed here arrives, and shows its number", {}, async (pa
     () => document.querySelector('.row[data-name="out_gain"] [type=range]').value === "-6.5",
   );
 
+  const age = (name, text) => row(page, name).locator(".age").filter({ hasText: text }).waitFor();
+  await age("out_gain", /^\d+(\.\d)? s$/);
+  await age("delay", /^not moved$/);
+
   await row(page, "preset").locator("input").fill("two words");
   await row(page, "preset").locator("input").press("Enter");
   await page.locator("#sent").getByText("preset two words").waitFor();
