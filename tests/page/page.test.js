@@ -144,6 +144,10 @@ pageTest("a parameter changed here arrives, and shows its number", {}, async (pa
     () => document.querySelector('.row[data-name="out_gain"] [type=range]').value === "-6.5",
   );
 
+  const age = (name, text) => row(page, name).locator(".age").filter({ hasText: text }).waitFor();
+  await age("out_gain", /^\d+(\.\d)? s$/);
+  await age("delay", /^not moved$/);
+
   await row(page, "preset").locator("input").fill("two words");
   await row(page, "preset").locator("input").press("Enter");
   await page.locator("#sent").getByText("preset two words").waitFor();
@@ -271,6 +275,53 @@ pageTest("texts can be read in both themes, at every width", {}, async (page) =>
   await page.getByRole("button", { name: /^Theme/ }).click();
 });
 
+// Each part has room of its own: it is inside its row and over no other part.
+const misplaced = () => {
+  const wrong = [];
+  for (const row of document.querySelectorAll(".rows .row")) {
+    const box = row.getBoundingClientRect();
+    const parts = [...row.children].filter(
+      (p) => p.checkVisibility() && (p.textContent || p.querySelector("input, canvas")),
+    );
+    const boxes = parts.map((part) => part.getBoundingClientRect());
+    boxes.forEach((one, i) => {
+      const what = `${row.dataset.name} ${parts[i].className}`;
+      const isInside = one.left >= box.left && one.right <= box.right + 1 &&
+        one.top >= box.top - 1 && one.bottom <= box.bottom + 1;
+      if (one.width < 8 || one.height < 8 || !isInside) wrong.push(`${what} has no room`);
+      boxes.slice(i + 1).forEach((other, j) => {
+        const isApart = one.right <= other.left + 1 || other.right <= one.left + 1 ||
+          one.bottom <= other.top + 1 || other.bottom <= one.top + 1;
+        if (!isApart) wrong.push(`${what} is over ${parts[i + 1 + j].className}`);
+      });
+    });
+  }
+  return wrong;
+};
+
+pageTest("every part of a row is seen at every width", {}, async (page) => {
+  await row(page, "out_left").locator("canvas").waitFor();
+  await row(page, "delay").locator("input").fill("loud");
+  await row(page, "delay").locator("input").press("Enter");
+  await row(page, "delay").locator(".told.bad").waitFor();
+  for (const width of [360, 480, 640, 641, 900, 901, 1250, 1251, 1440]) {
+    await page.setViewportSize({ width, height: 900 });
+    await page.locator(".rows .row").first().waitFor();
+    for (const part of ["name", "type", "key", "value", "age", "level", "history"]) {
+      const seen = row(page, "out_left").locator(`.${part}`);
+      assert.ok(await seen.isVisible(), `${part} at ${width}`);
+    }
+    const pane = page.locator("#pane");
+    assert.ok(await pane.evaluate((p) => p.scrollWidth <= p.clientWidth), `pane at ${width}`);
+    await page.waitForFunction(
+      () => document.querySelector(".rows .row").offsetHeight ===
+        parseFloat(getComputedStyle(document.documentElement).getPropertyValue("--row")),
+    );
+    const wrong = await page.evaluate(misplaced);
+    assert.deepEqual(wrong, [], `at ${width}`);
+  }
+});
+
 pageTest("a restart of the tool is survived", {}, async (page) => {
   await row(page, "mic_2").waitFor();
   const { address } = rig;
@@ -290,7 +341,8 @@ pageTest("a restart of the tool is survived", {}, async (page) => {
 for (const [name, scheme, width, height] of [
   ["wide-dark", "dark", 1440, 900],
   ["wide-light", "light", 1440, 900],
-  ["narrow", "dark", 360, 800],
+  ["medium", "dark", 950, 800],
+  ["narrow", "dark", 360, 1100],
 ]) {
   pageTest(`looks: ${name}`, { scheme, size: { width, height } }, async (page) => {
     await waitForChanges(row(page, "out_left").locator(".value"), 30);

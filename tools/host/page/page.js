@@ -323,8 +323,8 @@ class Row {
   tick(now) {
     const slot = this.slot;
     this.showFresh(now);
-    if (slot.isParameter) return;
     setText(this.age, slot.moved ? ageText(now - slot.changedAt) : "not moved");
+    if (slot.isParameter) return;
     if (slot.points) this.draw(now);
     if (!this.fill) return;
     if (now > slot.holdUntil && typeof slot.value === "number") slot.holdValue = slot.value;
