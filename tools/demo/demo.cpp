@@ -37,7 +37,9 @@ constexpr char manual[] =
     "  simulator: SetParams 1 out.gain float -6.5\n"
     "Standard input takes the commands of `gatewayctl host`, such as: set out_gain -6.5\n"
     "\n"
-    "Options are those of `gatewayctl host --help`. It ends by Ctrl-C, by quit or by --for.\n"
+    "--for, --set, --page, --no-page and --watch-rate are passed on to `gatewayctl host`, whose\n"
+    "--help tells more of them; its --watch is given too, unless there is --no-watch. No other\n"
+    "options of host or of `gatewayctl sim` are taken. It ends by Ctrl-C, by quit or by --for.\n"
     "\n"
     "Exit codes: that of the host, which are 0 done, 1 the run failed, 2 wrong use, 130\n"
     "interrupted.";
@@ -263,13 +265,13 @@ void addDemo(CLI::App& app, int& exitCode) {
   command->footer(demo::manual);
   command->add_option("--for", options->seconds, "End by itself after so long")
       ->type_name("SECONDS");
-  command->add_option("--set", options->settings, "Change an engine slot after the start")
+  command->add_option("--set", options->settings, "Change engine slots right after the start")
       ->type_name("NAME=VALUE");
   auto* page = command->add_option("--page", options->page, "Where to serve the live page")
                    ->type_name("ADDRESS:PORT");
   command->add_flag("--no-page", options->noPage, "Serve no live page")->excludes(page);
   auto* rate = command->add_option("--watch-rate", options->watchRate,
-                                   "Looks at the slots per second, for changes to print");
+                                   "Changes printed per second and slot at most");
   rate->type_name("N")->capture_default_str();
   command->add_flag("--no-watch", options->noWatch, "Print no changes")->excludes(rate);
   command->callback([options, &exitCode] { exitCode = demo::Demo(*options).run(); });
