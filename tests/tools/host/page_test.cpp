@@ -685,9 +685,42 @@ class SilentConnection {
   SilentConnection(const SilentConnection&) = delete;
   SilentConnection& operator=(const SilentConnection&) = delete;
 
+  // All that is answered until the other side ends.
+  std::string answer() const {
+    const timeval limit{std::chrono::seconds(patience).count(), 0};
+    setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    std::string text;
+    char buffer[1024];
+    for (ssize_t got; (got = read(socket_, buffer, sizeof buffer)) != 0;) {
+      if (got < 0) throw std::runtime_error("the connection was not closed");
+      text.append(buffer, static_cast<std::size_t>(got));
+    }
+    return text;
+  }
+
  private:
   int socket_;
 };
+
+TEST_F(Page, TurnsIdleConnectionsAwayAndAnswersAgain) {
+  std::deque<SilentConnection> silent;
+  for (int i = 0; i < host::PageServer::maximalConnections; ++i) silent.emplace_back(port(), "");
+  const std::string answer = SilentConnection(port(), "").answer();
+  EXPECT_TRUE(answer.starts_with("HTTP/1.1 503 ")) << answer;
+  const std::size_t body = answer.find("\r\n\r\n") + 4;
+  EXPECT_EQ(Json::parse(answer.substr(body)), Json({{"error", "too many open connections"}}));
+  EXPECT_NE(answer.find("Content-Length: " + std::to_string(answer.size() - body) + "\r\n"),
+            answer.npos);
+  // Nobody else has the room of those that said nothing for too long.
+  for (const SilentConnection& each : silent) EXPECT_EQ(each.answer(), "");
+  const auto end = std::chrono::steady_clock::now() + patience;
+  int status = 0;
+  while (status != 200 && std::chrono::steady_clock::now() < end) {
+    const auto result = client().Get("/api/status");
+    status = result ? result->status : 0;
+  }
+  EXPECT_EQ(status, 200);
+}
 
 TEST_F(Page, EndsWithAllThatIsOpen) {
   EventStream one(origin);
