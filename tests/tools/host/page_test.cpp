@@ -558,19 +558,24 @@ TEST_F(Page, GivesMetrics) {
   EXPECT_EQ(infos, 1);
 }
 
-TEST_F(Page, ReplacesWhatIsNotUtf8) {
+TEST_F(Page, ReplacesWhatIsNotUtf8AndKeepsMetricsApart) {
   host.reset();
   const std::string odd = files.write("odd.conf", "[Meters]\nTarget=" + servers.metersTarget() +
                                                       "\n[MetersFloat]\nMeter=Key=a\xff"
-                                                      "b CustomKey=odd\xc3\n");
+                                                      "b CustomKey=odd\xc3\n"
+                                                      "Meter=Key=a\xfe"
+                                                      "b CustomKey=odd\xc4\n"
+                                                      "Meter=Key=\xc3\xa4\xe2\x82\xac\xf0\x9f"
+                                                      "\x8e\xb5\xed\xa0\x80 CustomKey=fit\n");
   host.emplace(std::vector<std::string>{"host", odd, "--page", "127.0.0.1:0"});
   const std::string url = host->waitLine("page ").substr(5);
   origin = url.substr(0, url.size() - 1);
   const auto samples = readMetrics(client().Get("/metrics")->body);
-  EXPECT_EQ(samples.at(0).labels.at("key"),
-            "a\uFFFD"
-            "b");
-  EXPECT_EQ(samples.at(0).labels.at("name"), "odd\uFFFD");
+  EXPECT_EQ(samples.at(0).labels.at("key"), "a\\xffb");
+  EXPECT_EQ(samples.at(0).labels.at("name"), "odd\\xc3");
+  EXPECT_EQ(samples.at(1).labels.at("key"), "a\\xfeb");
+  EXPECT_EQ(samples.at(1).labels.at("name"), "odd\\xc4");
+  EXPECT_EQ(samples.at(2).labels.at("key"), "\u00e4\u20ac\U0001f3b5\\xed\\xa0\\x80");
   EventStream events(origin);
   EXPECT_EQ(events.next("snapshot").data["slots"][0]["key"],
             "a\uFFFD"
