@@ -6,6 +6,7 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <strings.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -438,8 +439,8 @@ void PageServer::Serving::checkAccess(const Request& request) const {
 bool PageServer::Serving::showsToken(const Request& request) const {
   constexpr std::string_view bearer = "Bearer ";
   const std::string header = request.get_header_value("Authorization");
-  if (header.starts_with(bearer) &&
-      isToken(std::string_view(header).substr(bearer.size()), settings_.token)) {
+  const bool isBearer = strncasecmp(header.c_str(), bearer.data(), bearer.size()) == 0;
+  if (isBearer && isToken(std::string_view(header).substr(bearer.size()), settings_.token)) {
     return true;
   }
   return isToken(request.get_param_value("token"), settings_.token) ||

@@ -605,7 +605,10 @@ TEST_F(Page, WantsItsTokenInAnyOfThreeWays) {
                                      {{"Cookie", "x" + cookie + "=0123-abc_DEF"}}}) {
     expectRefusal(client().Get("/api/slots", wrong), 401, error);
   }
-  EXPECT_EQ(client().Get("/api/slots", {{"Authorization", "Bearer 0123-abc_DEF"}})->status, 200);
+  for (const char* scheme : {"Bearer", "bearer", "BEARER"}) {
+    const httplib::Headers header = {{"Authorization", scheme + std::string(" 0123-abc_DEF")}};
+    EXPECT_EQ(client().Get("/api/slots", header)->status, 200) << scheme;
+  }
   const auto page = client().Get("/?token=0123-abc_DEF");
   EXPECT_EQ(page->status, 200);
   EXPECT_EQ(page->get_header_value("Set-Cookie"),
