@@ -245,6 +245,8 @@ void reply(Response& response, int status, const Json& json) {
 // refused has to be able to read the reason.
 std::string bodyOf(const Request& request, const httplib::ContentReader& reader) {
   if (request.is_multipart_form_data()) throw Refusal(415, "only application/json is taken");
+  // Without a length there is none; the library would wait for the end of the connection.
+  if (!request.has_header("Content-Length") && !request.has_header("Transfer-Encoding")) return {};
   std::string body;
   bool isTooLong = false;
   const bool isWhole = reader([&](const char* data, std::size_t size) {

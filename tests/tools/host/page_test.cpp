@@ -730,6 +730,19 @@ TEST_F(Page, TurnsIdleConnectionsAwayAndAnswersAgain) {
   EXPECT_EQ(status, 200);
 }
 
+TEST_F(Page, TakesAMissingLengthAsAnEmptyBody) {
+  const std::string post = "POST /api/set HTTP/1.1\r\nHost: " + origin.substr(7) + "\r\n";
+  const std::string own = "Origin: " + origin + "\r\n";
+  const std::string json = "Content-Type: application/json\r\n";
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"", "HTTP/1.1 403 "}, {own, "HTTP/1.1 415 "}, {own + json, "HTTP/1.1 400 "}};
+  for (const auto& [headers, status] : cases) {
+    const std::string answer = SilentConnection(port(), post + headers + "\r\n").answer();
+    EXPECT_TRUE(answer.starts_with(status)) << answer;
+    EXPECT_EQ(answer.find("not whole"), answer.npos) << answer;
+  }
+}
+
 TEST_F(Page, EndsWithAllThatIsOpen) {
   EventStream one(origin);
   EventStream two(origin);
