@@ -398,7 +398,8 @@ for (const [name, scheme, width, height] of [
 
 // What the page should keep to is 50 ms. A machine that is busy with other things, and draws
 // without a graphics processor, is allowed more.
-const generousTask = 400; // milliseconds
+const generousTask = 1000; // milliseconds
+const generousShare = 100; // percent of a core that the tool takes
 const slotCount = 2000;
 const watched = 20000; // milliseconds
 
@@ -441,11 +442,13 @@ test("2,000 slots that all move stay smooth", { timeout: 3 * patience }, async (
   const tasks = await page.evaluate(() => window.tasks);
   const rate = Math.round((status.changes - changesBefore) / seconds);
   t.diagnostic(
-    `${rate} changes/s; tasks over 50 ms: ${tasks.length} [${tasks}]; ` +
+    `${rate} changes/s; longest task: ${Math.max(0, ...tasks)} ms; ` +
+      `tasks over 50 ms: ${tasks.length} [${tasks}]; ` +
       `tool: ${cpu.toFixed(1)} % of a core`,
   );
   assert.ok(rate > 0);
   assert.ok(Math.max(0, ...tasks) < generousTask, `tasks of ${tasks} ms`);
+  assert.ok(cpu < generousShare, `the tool takes ${cpu} % of a core`);
   assert.ok((await page.locator(".rows .row").count()) < 200);
   await page.close();
   await big.stop();
