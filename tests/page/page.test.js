@@ -160,6 +160,50 @@ pageTest("a parameter changed here arrives, and shows its number", {}, async (pa
   assert.equal(await delay.inputValue(), "loud");
 });
 
+// Holds the answers to changes back until it is let go; gives that.
+async function holdAnswers(page) {
+  let letGo;
+  const held = new Promise((resolve) => (letGo = resolve));
+  await page.route("**/api/set", async (route) => {
+    const response = await route.fetch();
+    await held;
+    await route.fulfill({ response });
+  });
+  return letGo;
+}
+
+pageTest("a change that comes while another one is sent is shown after it", {}, async (page) => {
+  const letGo = await holdAnswers(page);
+  const field = row(page, "delay").locator(".value input");
+  await field.fill("41");
+  await field.press("Enter");
+  await page.locator("#sent").getByText("delay 41").first().waitFor();
+  rig.host.child.stdin.write("set delay 42\n");
+  await page.locator("#sent").getByText("delay 42").first().waitFor();
+  letGo();
+  await page.waitForFunction(
+    () => document.querySelector('.row[data-name="delay"] .value input').value === "42",
+  );
+});
+
+pageTest("an answer does not take what somebody is typing", {}, async (page) => {
+  const letGo = await holdAnswers(page);
+  const field = row(page, "delay").locator(".value input");
+  await field.fill("51");
+  await field.press("Enter");
+  await page.locator("#sent").getByText("delay 51").first().waitFor();
+  await field.fill("52");
+  letGo();
+  await row(page, "delay").locator(".told").filter({ hasText: /^sent/ }).waitFor();
+  rig.host.child.stdin.write("set delay 53\n");
+  await page.locator("#sent").getByText("delay 53").first().waitFor();
+  // The next change of another row comes after it.
+  await waitForChanges(row(page, "out_left").locator(".value"), 3);
+  assert.equal(await field.inputValue(), "52");
+  await field.press("Escape");
+  assert.equal(await field.inputValue(), "53");
+});
+
 pageTest("a slider sends what it shows", {}, async (page) => {
   const slider = row(page, "out_gain").locator("[type=range]");
   await slider.focus();
@@ -354,7 +398,8 @@ for (const [name, scheme, width, height] of [
 
 // What the page should keep to is 50 ms. A machine that is busy with other things, and draws
 // without a graphics processor, is allowed more.
-const generousTask = 400; // milliseconds
+const generousTask = 1000; // milliseconds
+const generousShare = 100; // percent of a core that the tool takes
 const slotCount = 2000;
 const watched = 20000; // milliseconds
 
@@ -397,11 +442,13 @@ test("2,000 slots that all move stay smooth", { timeout: 3 * patience }, async (
   const tasks = await page.evaluate(() => window.tasks);
   const rate = Math.round((status.changes - changesBefore) / seconds);
   t.diagnostic(
-    `${rate} changes/s; tasks over 50 ms: ${tasks.length} [${tasks}]; ` +
+    `${rate} changes/s; longest task: ${Math.max(0, ...tasks)} ms; ` +
+      `tasks over 50 ms: ${tasks.length} [${tasks}]; ` +
       `tool: ${cpu.toFixed(1)} % of a core`,
   );
   assert.ok(rate > 0);
   assert.ok(Math.max(0, ...tasks) < generousTask, `tasks of ${tasks} ms`);
+  assert.ok(cpu < generousShare, `the tool takes ${cpu} % of a core`);
   assert.ok((await page.locator(".rows .row").count()) < 200);
   await page.close();
   await big.stop();

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cmath>
 #include <initializer_list>
 #include <iterator>
@@ -19,21 +20,42 @@ namespace {
 using Labels = std::initializer_list<std::pair<std::string_view, std::string_view>>;
 using Seconds = std::chrono::duration<double>;
 
-std::string asUtf8(std::string_view text) {
+// The bytes of the UTF-8 character that begins here; 0 if none does.
+std::size_t characterSize(std::string_view text) {
+  if (static_cast<unsigned char>(text.front()) < 0x80) return 1;
   constexpr int compact = -1;
-  const auto replace = nlohmann::json::error_handler_t::replace;
-  return nlohmann::json::parse(nlohmann::json(text).dump(compact, ' ', false, replace));
+  const auto ignore = nlohmann::json::error_handler_t::ignore;
+  for (std::size_t size = 2; size <= std::min<std::size_t>(4, text.size()); ++size) {
+    const auto character = text.substr(0, size);
+    const std::string valid = nlohmann::json(character).dump(compact, ' ', false, ignore);
+    if (valid == fmt::format("\"{}\"", character)) return size;
+  }
+  return 0;
 }
 
+void addEscaped(std::string& to, char c) {
+  if (c == '\\' || c == '"') to += '\\';
+  if (c == '\n') {
+    to += "\\n";
+  } else {
+    to += c;
+  }
+}
+
+// What is no UTF-8 is told as \xff by byte, so that labels that differ stay different: two series
+// of the same labels would make the whole answer useless.
 std::string labelText(std::string_view text) {
   std::string escaped;
-  for (const char c : asUtf8(text)) {
-    if (c == '\\' || c == '"') escaped += '\\';
-    if (c == '\n') {
-      escaped += "\\n";
+  while (!text.empty()) {
+    const std::size_t size = characterSize(text);
+    if (size == 0) {
+      escaped += fmt::format("\\\\x{:02x}", static_cast<unsigned char>(text.front()));
+    } else if (size == 1) {
+      addEscaped(escaped, text.front());
     } else {
-      escaped += c;
+      escaped += text.substr(0, size);
     }
+    text.remove_prefix(std::max<std::size_t>(1, size));
   }
   return escaped;
 }

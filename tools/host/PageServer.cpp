@@ -6,6 +6,7 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <strings.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -39,7 +40,7 @@ using httplib::Request;
 using httplib::Response;
 using std::chrono::milliseconds;
 
-constexpr milliseconds requestLimit{5000};  // to have a request whole
+constexpr milliseconds requestLimit{2000};  // to have a request whole
 constexpr milliseconds writeLimit{5000};    // without a byte being taken
 constexpr milliseconds heartbeat{2000};
 constexpr std::size_t bodyLimit = 65536;  // bytes
@@ -69,6 +70,46 @@ class Bell {
  private:
   int descriptor_;
 };
+
+// A thread for each connection that may be open. Those beyond are turned away by the thread that
+// takes them in: they would wait where nothing bounds them, and hold up those that come later.
+class Door : public httplib::ThreadPool {
+ public:
+  Door() : ThreadPool(PageServer::maximalConnections) {}
+
+  void enqueue(std::function<void()> serve) override {
+    if (open_ == PageServer::maximalConnections) {
+      isFull_ = true;
+      serve();
+      isFull_ = false;
+      return;
+    }
+    ++open_;
+    ThreadPool::enqueue([this, serve = std::move(serve)] {
+      serve();
+      --open_;
+    });
+  }
+
+  // Whether this thread is to turn the connection away.
+  static bool isFull() { return isFull_; }
+
+ private:
+  inline static thread_local bool isFull_ = false;
+  std::atomic<int> open_ = 0;
+};
+
+// Says no more than that there is no room; nobody is waited for.
+bool turnAway(socket_t socket) {
+  constexpr std::string_view answer =
+      "HTTP/1.1 503 Service Unavailable\r\nRetry-After: 2\r\nConnection: close\r\n"
+      "Content-Type: application/json\r\nContent-Length: 37\r\n\r\n"
+      "{\"error\":\"too many open connections\"}";
+  send(socket, answer.data(), answer.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+  shutdown(socket, SHUT_WR);
+  close(socket);
+  return false;
+}
 
 // One connection. Unlike the library's own it ends at the bell, and bounds the time of a request as
 // a whole, so that nobody can hold a thread by a byte now and then.
@@ -204,6 +245,8 @@ void reply(Response& response, int status, const Json& json) {
 // refused has to be able to read the reason.
 std::string bodyOf(const Request& request, const httplib::ContentReader& reader) {
   if (request.is_multipart_form_data()) throw Refusal(415, "only application/json is taken");
+  // Without a length there is none; the library would wait for the end of the connection.
+  if (!request.has_header("Content-Length") && !request.has_header("Transfer-Encoding")) return {};
   std::string body;
   bool isTooLong = false;
   const bool isWhole = reader([&](const char* data, std::size_t size) {
@@ -311,8 +354,7 @@ void PageServer::Serving::addFile(const std::string& path, const char* type,
 }
 
 void PageServer::Serving::setUp() {
-  // Streams must not take the threads of other requests.
-  new_task_queue = [] { return new httplib::ThreadPool(maximalStreams + 8); };
+  new_task_queue = [] { return new Door; };
   // The library would share a port with whoever has it already.
   set_socket_options([](socket_t socket) {
     constexpr int on = 1;
@@ -341,8 +383,10 @@ void PageServer::Serving::setUp() {
 }
 
 void PageServer::Serving::bind() {
-  if (bindTo(settings_.port)) return;
-  if (errno == EADDRINUSE && settings_.anyPortIfTaken && bindTo(0)) return;
+  const bool isBound =
+      bindTo(settings_.port) || (errno == EADDRINUSE && settings_.anyPortIfTaken && bindTo(0));
+  // The library lets five wait to be taken in; those beyond would be heard after a second or more.
+  if (isBound && ::listen(svr_sock_, SOMAXCONN) == 0) return;
   throw std::runtime_error(listenProblem(settings_, errno));
 }
 
@@ -354,6 +398,7 @@ bool PageServer::Serving::bindTo(int port) {
 }
 
 bool PageServer::Serving::process_and_close_socket(socket_t socket) {
+  if (Door::isFull()) return turnAway(socket);
   Connection connection(socket, bell_);
   bool isClosed = false;
   constexpr bool close = true;
@@ -396,8 +441,8 @@ void PageServer::Serving::checkAccess(const Request& request) const {
 bool PageServer::Serving::showsToken(const Request& request) const {
   constexpr std::string_view bearer = "Bearer ";
   const std::string header = request.get_header_value("Authorization");
-  if (header.starts_with(bearer) &&
-      isToken(std::string_view(header).substr(bearer.size()), settings_.token)) {
+  const bool isBearer = strncasecmp(header.c_str(), bearer.data(), bearer.size()) == 0;
+  if (isBearer && isToken(std::string_view(header).substr(bearer.size()), settings_.token)) {
     return true;
   }
   return isToken(request.get_param_value("token"), settings_.token) ||

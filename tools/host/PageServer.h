@@ -17,7 +17,9 @@
 // itself: its Origin is the address it was asked under.
 //
 // Threads: made and destroyed by one thread; serves on threads of its own. A connection carries one
-// request, so that idle ones hold nobody up.
+// request and has two seconds to tell it, and no more of them than `maximalConnections` are open at
+// a time, so that idle ones hold nobody up for long; those beyond are answered 503 and closed at
+// once.
 // Ownership: module and log are borrowed, and have to outlive the server. The module's board has to
 // be sampled for streams to go on.
 #pragma once
@@ -33,7 +35,8 @@ namespace host {
 
 class PageServer {
  public:
-  static constexpr int maximalStreams = 8;  // open event streams at a time
+  static constexpr int maximalStreams = 8;                        // open event streams at a time
+  static constexpr int maximalConnections = maximalStreams + 24;  // of streams and others
 
   // Listens when this returns. Settings must be without `pageProblem`. Throws std::runtime_error,
   // with the remedy, if it can't listen there.

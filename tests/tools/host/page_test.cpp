@@ -558,19 +558,24 @@ TEST_F(Page, GivesMetrics) {
   EXPECT_EQ(infos, 1);
 }
 
-TEST_F(Page, ReplacesWhatIsNotUtf8) {
+TEST_F(Page, ReplacesWhatIsNotUtf8AndKeepsMetricsApart) {
   host.reset();
   const std::string odd = files.write("odd.conf", "[Meters]\nTarget=" + servers.metersTarget() +
                                                       "\n[MetersFloat]\nMeter=Key=a\xff"
-                                                      "b CustomKey=odd\xc3\n");
+                                                      "b CustomKey=odd\xc3\n"
+                                                      "Meter=Key=a\xfe"
+                                                      "b CustomKey=odd\xc4\n"
+                                                      "Meter=Key=\xc3\xa4\xe2\x82\xac\xf0\x9f"
+                                                      "\x8e\xb5\xed\xa0\x80 CustomKey=fit\n");
   host.emplace(std::vector<std::string>{"host", odd, "--page", "127.0.0.1:0"});
   const std::string url = host->waitLine("page ").substr(5);
   origin = url.substr(0, url.size() - 1);
   const auto samples = readMetrics(client().Get("/metrics")->body);
-  EXPECT_EQ(samples.at(0).labels.at("key"),
-            "a\uFFFD"
-            "b");
-  EXPECT_EQ(samples.at(0).labels.at("name"), "odd\uFFFD");
+  EXPECT_EQ(samples.at(0).labels.at("key"), "a\\xffb");
+  EXPECT_EQ(samples.at(0).labels.at("name"), "odd\\xc3");
+  EXPECT_EQ(samples.at(1).labels.at("key"), "a\\xfeb");
+  EXPECT_EQ(samples.at(1).labels.at("name"), "odd\\xc4");
+  EXPECT_EQ(samples.at(2).labels.at("key"), "\u00e4\u20ac\U0001f3b5\\xed\\xa0\\x80");
   EventStream events(origin);
   EXPECT_EQ(events.next("snapshot").data["slots"][0]["key"],
             "a\uFFFD"
@@ -600,7 +605,10 @@ TEST_F(Page, WantsItsTokenInAnyOfThreeWays) {
                                      {{"Cookie", "x" + cookie + "=0123-abc_DEF"}}}) {
     expectRefusal(client().Get("/api/slots", wrong), 401, error);
   }
-  EXPECT_EQ(client().Get("/api/slots", {{"Authorization", "Bearer 0123-abc_DEF"}})->status, 200);
+  for (const char* scheme : {"Bearer", "bearer", "BEARER"}) {
+    const httplib::Headers header = {{"Authorization", scheme + std::string(" 0123-abc_DEF")}};
+    EXPECT_EQ(client().Get("/api/slots", header)->status, 200) << scheme;
+  }
   const auto page = client().Get("/?token=0123-abc_DEF");
   EXPECT_EQ(page->status, 200);
   EXPECT_EQ(page->get_header_value("Set-Cookie"),
@@ -685,9 +693,55 @@ class SilentConnection {
   SilentConnection(const SilentConnection&) = delete;
   SilentConnection& operator=(const SilentConnection&) = delete;
 
+  // All that is answered until the other side ends.
+  std::string answer() const {
+    const timeval limit{std::chrono::seconds(patience).count(), 0};
+    setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    std::string text;
+    char buffer[1024];
+    for (ssize_t got; (got = read(socket_, buffer, sizeof buffer)) != 0;) {
+      if (got < 0) throw std::runtime_error("the connection was not closed");
+      text.append(buffer, static_cast<std::size_t>(got));
+    }
+    return text;
+  }
+
  private:
   int socket_;
 };
+
+TEST_F(Page, TurnsIdleConnectionsAwayAndAnswersAgain) {
+  std::deque<SilentConnection> silent;
+  for (int i = 0; i < host::PageServer::maximalConnections; ++i) silent.emplace_back(port(), "");
+  const std::string answer = SilentConnection(port(), "").answer();
+  EXPECT_TRUE(answer.starts_with("HTTP/1.1 503 ")) << answer;
+  const std::size_t body = answer.find("\r\n\r\n") + 4;
+  EXPECT_EQ(Json::parse(answer.substr(body)), Json({{"error", "too many open connections"}}));
+  EXPECT_NE(answer.find("Content-Length: " + std::to_string(answer.size() - body) + "\r\n"),
+            answer.npos);
+  // Nobody else has the room of those that said nothing for too long.
+  for (const SilentConnection& each : silent) EXPECT_EQ(each.answer(), "");
+  const auto end = std::chrono::steady_clock::now() + patience;
+  int status = 0;
+  while (status != 200 && std::chrono::steady_clock::now() < end) {
+    const auto result = client().Get("/api/status");
+    status = result ? result->status : 0;
+  }
+  EXPECT_EQ(status, 200);
+}
+
+TEST_F(Page, TakesAMissingLengthAsAnEmptyBody) {
+  const std::string post = "POST /api/set HTTP/1.1\r\nHost: " + origin.substr(7) + "\r\n";
+  const std::string own = "Origin: " + origin + "\r\n";
+  const std::string json = "Content-Type: application/json\r\n";
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"", "HTTP/1.1 403 "}, {own, "HTTP/1.1 415 "}, {own + json, "HTTP/1.1 400 "}};
+  for (const auto& [headers, status] : cases) {
+    const std::string answer = SilentConnection(port(), post + headers + "\r\n").answer();
+    EXPECT_TRUE(answer.starts_with(status)) << answer;
+    EXPECT_EQ(answer.find("not whole"), answer.npos) << answer;
+  }
+}
 
 TEST_F(Page, EndsWithAllThatIsOpen) {
   EventStream one(origin);

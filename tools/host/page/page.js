@@ -437,6 +437,7 @@ class Control {
     this.slider.type = "range";
     this.slider.setAttribute("aria-label", this.slot.name);
     this.slider.addEventListener("input", () => {
+      this.isEdited = false;
       this.field.value = this.slider.value;
       this.send(this.slider.value);
     });
@@ -496,12 +497,12 @@ class Control {
       await this.sendOne(value);
     }
     this.isSending = false;
+    this.show(); // what changed meanwhile
   }
 
   async sendOne(value) {
     try {
       const number = await postChange(this.slot.name, value);
-      this.isEdited = false;
       this.say(`sent #${number}`, false);
     } catch (error) {
       this.isEdited = true;
