@@ -261,9 +261,11 @@ std::array<CLI::Option*, 2> addPageOptions(CLI::App& host, Options& options) {
                   addressText(options.page)));
   page->type_name("ADDRESS:PORT");
   auto* noPage = host.add_flag("--no-page", options.noPage, "Serve no live page")->excludes(page);
-  auto* token = host.add_option("--token", options.page.token,
-                                "What whoever wants the live page must know: /?token=TOKEN")
-                    ->excludes(noPage);
+  auto* token =
+      host.add_option("--token", options.page.token,
+                      "What whoever wants the live page must know: a browser opens /?token=TOKEN, "
+                      "a program sends the header \"Authorization: Bearer TOKEN\"")
+          ->excludes(noPage);
   token->type_name("TOKEN");
   return {page, token};
 }
