@@ -76,13 +76,13 @@ KeySpec parseKeySpec(std::string_view text) {
 }
 
 Signals::Signals(const std::vector<KeySpec>& keys, std::uint64_t seed) {
-  for (const auto& spec : keys) {
-    const auto typed = hashOf(spec.key, static_cast<std::uint64_t>(spec.type) + 1);
-    std::mt19937_64 random(hashOf(nameOf(spec.rate), typed ^ seed));
+  for (const auto& played : keys) {
+    const auto typed = hashOf(played.key, static_cast<std::uint64_t>(played.type) + 1);
+    std::mt19937_64 random(hashOf(nameOf(played.rate), typed ^ seed));
     const double phase = drawFrom(random);
     const double pace = drawFrom(random);
     const double offset = drawFrom(random);
-    signals_.push_back({spec, phase, pace, offset});
+    signals_.push_back({played, phase, pace, offset});
   }
 }
 
@@ -90,7 +90,7 @@ std::vector<std::string> Signals::metersAt(Method rate, double seconds, std::siz
   std::vector<std::string> messages;
   sonalith::grpc::Meter meter;
   for (const auto& signal : signals_) {
-    if (signal.spec.rate != rate) continue;
+    if (signal.played.rate != rate) continue;
     if (static_cast<std::size_t>(meter.values_size()) == most) {
       messages.push_back(meter.SerializeAsString());
       meter.Clear();
@@ -108,11 +108,11 @@ std::string Signals::meterAt(Method rate, double seconds) const {
 void Signals::addValue(sonalith::grpc::Meter& meter, const Signal& signal, double seconds) {
   constexpr std::array states{"ready", "running", "muted"};
   constexpr std::size_t uintStates = 4;
-  const auto& [spec, phase, pace, offset] = signal;
+  const auto& [played, phase, pace, offset] = signal;
   auto& entry = *meter.add_values();
-  entry.set_key(spec.key);
+  entry.set_key(played.key);
   auto& value = *entry.mutable_value();
-  switch (spec.type) {
+  switch (played.type) {
     case ValueType::String:
       value.mutable_sstring()->set_data(states[stateAt(seconds, phase, pace, states.size())]);
       break;

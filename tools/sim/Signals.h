@@ -57,7 +57,7 @@ class Signals {
  private:
   // Each number is in [0, 1) and makes one key's signal differ from another's.
   struct Signal {
-    KeySpec spec;
+    KeySpec played;
     double phase;
     double pace;
     double offset;

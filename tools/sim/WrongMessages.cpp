@@ -28,12 +28,12 @@ Meter meterWith(const std::vector<KeySpec>& keys, Method rate, const SetValue& s
   return meter;
 }
 
-void setOtherType(AnyValue& value, const KeySpec& spec, std::size_t) {
-  if (spec.type == ValueType::String) {
+void setOtherType(AnyValue& value, const KeySpec& played, std::size_t) {
+  if (played.type == ValueType::String) {
     value.set_sint(-1);
-  } else if (spec.type == ValueType::Int) {
+  } else if (played.type == ValueType::Int) {
     value.set_suint(1);
-  } else if (spec.type == ValueType::Uint) {
+  } else if (played.type == ValueType::Uint) {
     value.set_sfloat(1);
   } else {
     value.mutable_sstring()->set_data("1");

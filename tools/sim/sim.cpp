@@ -357,7 +357,7 @@ std::vector<CLI::Option*> addSignals(CLI::App& sim, Settings& settings) {
   auto* keys = sim.add_option_function<std::vector<std::string>>(
       "--keys", [&](const auto& texts) { addKeys(settings, texts); },
       "What plays, each RATE:TYPE:KEY with RATE fast or slow and TYPE string, int, uint or float");
-  keys->type_name("SPEC")->expected(1, CLI::detail::expected_max_vector_size);
+  keys->type_name("RATE:TYPE:KEY")->expected(1, CLI::detail::expected_max_vector_size);
   auto* config = sim.add_option("--config", settings.config,
                                 "A configuration of the gateway: all its meter keys play, too");
   config->type_name("FILE");

@@ -18,11 +18,11 @@ using sim::Signals;
 using sim::ValueType;
 
 // A signal's values over a minute, a hundredth of a second apart.
-std::vector<sonalith::grpc::AnyValue> minuteOf(const KeySpec& spec, std::uint64_t seed = 1) {
-  const Signals signals({spec}, seed);
+std::vector<sonalith::grpc::AnyValue> minuteOf(const KeySpec& played, std::uint64_t seed = 1) {
+  const Signals signals({played}, seed);
   std::vector<sonalith::grpc::AnyValue> values;
   for (int i = 0; i < 6000; ++i) {
-    values.push_back(meterOf(signals.meterAt(spec.rate, i / 100.0)).values(0).value());
+    values.push_back(meterOf(signals.meterAt(played.rate, i / 100.0)).values(0).value());
   }
   return values;
 }
@@ -38,15 +38,15 @@ const std::vector<ValueType> allTypes{ValueType::String, ValueType::Int, ValueTy
 
 TEST(Signals, areTheSameWithTheSameSeed) {
   for (const auto type : allTypes) {
-    const KeySpec spec{Method::Fast, type, "key"};
-    EXPECT_EQ(bytesOf(minuteOf(spec, 5)), bytesOf(minuteOf(spec, 5)));
+    const KeySpec played{Method::Fast, type, "key"};
+    EXPECT_EQ(bytesOf(minuteOf(played, 5)), bytesOf(minuteOf(played, 5)));
   }
 }
 
 TEST(Signals, areOthersWithAnotherSeed) {
   for (const auto type : allTypes) {
-    const KeySpec spec{Method::Fast, type, "key"};
-    EXPECT_NE(bytesOf(minuteOf(spec, 5)), bytesOf(minuteOf(spec, 6)));
+    const KeySpec played{Method::Fast, type, "key"};
+    EXPECT_NE(bytesOf(minuteOf(played, 5)), bytesOf(minuteOf(played, 6)));
   }
 }
 
