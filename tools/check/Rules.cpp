@@ -225,11 +225,11 @@ constexpr RuleText table[] = {
      "a ParseIfExist: section without a path",
      "Without a path the condition never holds, and the section is passed over. Write "
      "[ParseIfExist:/path]."},
-    {Rule::MissingCondition, Weight::Note, "missing-condition",
+    {Rule::MissingCondition, Weight::Warning, "missing-condition",
      "a condition path that does not exist here",
-     "The module passes over the section as long as the path does not exist, which is what such a "
-     "section is for. Look at the path if the file should be there. The file system that counts is "
-     "the engine's."},
+     "The module passes over the section as long as the path does not exist, and says nothing. "
+     "Look at the path if the file should be there, or check on the device: the file system that "
+     "counts is the engine's. For a file that may be absent, pass --allow missing-condition."},
     {Rule::ConditionDiffers, Weight::Warning, "condition-differs",
      "a condition path that is not the File",
      "The path in the header is only tested for; what is read is the value of File. Mostly both "

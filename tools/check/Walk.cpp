@@ -305,7 +305,7 @@ void Walker::reportConditionHeader(Header& header, Span place, LineReport& repor
     report.add(Rule::MissingCondition, pathPlace,
                fmt::format("{} does not exist here, so the module passes over this section",
                            inQuotes(header.condition)),
-               "nothing, if the file is optional; otherwise correct the path");
+               "correct the path, or pass --allow missing-condition for a file that may be absent");
   }
 }
 

@@ -53,8 +53,11 @@ std::vector<std::string> snippetsOf(const std::string& markdown) {
 
 class Manual : public ::testing::Test {
  protected:
-  Checked checkText(const std::string& text) {
-    return check::check({.path = file_.write(text), .name = "snippet"});
+  Checked checkText(const std::string& text) { return checkFile(file_.write(text)); }
+
+  // The dedicated files that examples name need not be on this machine.
+  static Checked checkFile(const std::string& path) {
+    return check::check({.path = path, .name = path, .allowed = {check::Rule::MissingCondition}});
   }
 
   static void expectSound(const Checked& checked) {
@@ -122,7 +125,7 @@ TEST_F(Manual, HasSoundExamples) {
   std::size_t examples = 0;
   for (const auto& entry : fs::directory_iterator(root / "examples")) {
     if (entry.path().extension() != ".conf") continue;
-    expectSound(check::check({.path = entry.path(), .name = entry.path()}));
+    expectSound(checkFile(entry.path()));
     ++examples;
   }
   EXPECT_GE(examples, 1u);
