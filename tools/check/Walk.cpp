@@ -549,16 +549,18 @@ std::string remedyForSection(std::string_view name) {
   if (!close.empty()) {
     return fmt::format("did you mean [{}]?", close);
   }
+  std::string solid(bare);
+  std::erase_if(solid, [](char each) { return isBlank(each) || each == '.' || each == '-'; });
   // "FloatMeters": Meters and Engine, the first halves, have equally many letters.
   constexpr std::size_t half = 6;
   for (const Section& section : namedSections()) {
     const std::string swapped =
         std::string(section.name.substr(half)) + std::string(section.name.substr(0, half));
-    if (section.name.size() > half && sameName(bare, swapped)) {
+    if (section.name.size() > half && sameName(solid, swapped)) {
       return fmt::format("did you mean [{}]?", section.name);
     }
   }
-  if (const auto meant = sectionByOtherWord(bare); !meant.empty()) {
+  if (const auto meant = sectionByOtherWord(solid); !meant.empty()) {
     return fmt::format("did you mean [{}]?", meant);
   }
   return fmt::format("the sections are {}PATH", fmt::join(names, ", "));

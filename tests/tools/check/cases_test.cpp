@@ -2,9 +2,9 @@
 // rule, cases/RULE.near.conf must not, and further files are called RULE.ANYTHING.conf. All that is
 // told of a file is kept beside it, in FILE.expected, and compared whole.
 //
-// Whole configurations of beginners stand in repairs/, each in the states of its repair: 1 as it was
-// written, and each further one with what was told of the state before, obeyed without other
-// knowledge. The last state is sound.
+// Whole configurations of beginners stand in cases/repairs/, each in the states of its repair:
+// 1 as it was written, and each further one with what was told of the state before, obeyed without
+// other knowledge. The last state is sound.
 //
 // To see what a change of the texts does, run this with KEEP_EXPECTATIONS=1 in the environment,
 // which writes the files anew, and read the difference.
@@ -136,7 +136,7 @@ class Repairs : public Cases {
 
 TEST_F(Repairs, NeedNothingButWhatIsTold) {
   std::size_t configurations = 0;
-  for (const auto& configuration : fs::directory_iterator(REPAIRS_FOLDER)) {
+  for (const auto& configuration : fs::directory_iterator(fs::path(CASES_FOLDER) / "repairs")) {
     ++configurations;
     int state = 1;
     EXPECT_GE(checkState(configuration.path() / "1").diagnostics.size(), 12u);
