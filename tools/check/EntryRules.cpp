@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <cstdint>
 #include <exception>
 #include <limits>
@@ -11,7 +12,6 @@
 #include <utility>
 #include <vector>
 
-#include "tools/Suggestion.h"
 #include "tools/check/EntryWords.h"
 #include "tools/check/Text.h"
 
@@ -19,6 +19,14 @@ namespace check {
 namespace {
 
 constexpr std::size_t slotTextSize = 99;
+
+// Quotes of a word processor, which quote nothing here.
+bool beginsCurly(std::string_view text) {
+  constexpr std::array<std::string_view, 5> curly = {"\u201C", "\u201D", "\u201E", "\u2018",
+                                                     "\u2019"};
+  return std::any_of(curly.begin(), curly.end(),
+                     [&](std::string_view each) { return text.starts_with(each); });
+}
 
 // Goes through the words of one value.
 class EntryReader {
@@ -41,19 +49,30 @@ class EntryReader {
   Span inLine(Span part) const { return {place_.begin + part.begin, part.size}; }
 
   void reportQuote();
+  std::string_view wordWithin(std::string_view text) const;
+  std::string_view wordAtEnd(std::string_view text) const;
+  void reportBackslash();
   void reportComment();
   void take(std::size_t index);
   void takeField(const Word& word, const Field& field);
   void passOver(std::size_t index);
   void reportBlankAroundEquals(std::size_t index);
   bool isBlankAroundEquals(std::size_t index) const;
+  bool isPlain(std::size_t index) const;
+  bool isKnownName(std::string_view name) const {
+    return !sameNameIn(name, wordsOf(section_.kind)).empty();
+  }
   std::string remedyForBareWord(std::size_t index) const;
+  std::string remedyForTail(std::string_view before, std::string_view text) const;
+  std::string remedyForSecondEquals(const Field& field) const;
   void refuseWord(std::size_t index, const Field& field);
   std::string remedyForUnknownWord(std::size_t index, const Field& field) const;
   void takeName(const Word& word, const Field& field);
   void takeType(const Word& word, const Field& field);
   void takeDefault(const Word& word, const Field& field);
   void takeNumber(const std::string& text, Span place);
+  std::string remedyForRest(std::string_view rest) const;
+  void reportCurlyQuote(const Word& word);
   void reportOutOfRange(const std::string& text, Span place);
   void reportUnsigned(const std::string& text, unsigned long number, Span place);
   void reportRepeated(const Word& word, const Field& field);
@@ -66,7 +85,7 @@ class EntryReader {
   Entry entry_;
   bool good_ = true;
   std::size_t skip_ = 0;    // words that a diagnostic in front of them has covered
-  bool inComment_ = false;  // behind a ";" that was meant to begin one
+  bool inComment_ = false;  // behind a ";" or "//" that was meant to begin one
   std::vector<std::pair<std::string, std::string>> seen_;  // names and values
 };
 
@@ -79,6 +98,7 @@ std::optional<Entry> EntryReader::read() {
   }
   for (std::size_t i = 0; i < words_.words.size(); ++i) take(i);
   if (words_.comment) reportComment();
+  reportBackslash();
   return good_ ? std::optional(entry_) : std::nullopt;
 }
 
@@ -96,9 +116,65 @@ void EntryReader::reportQuote() {
         "take the white space in front of the \";\" away, or the \";\"");
     return;
   }
+  const std::size_t behind = words_.words.empty() ? 0 : words_.words.back().place.end();
+  const std::size_t first = value_.find_first_of("\"'", behind);
+  const std::string_view swallowed = wordWithin(value_.substr(first));
+  if (!swallowed.empty()) {
+    report_.add(
+        Rule::OpenQuote, inLine({first, 1}),
+        fmt::format("this quote is not closed in front of {}=, so that one is open at the "
+                    "end of the line, and {}",
+                    swallowed, report_.consequence()),
+        fmt::format("write {0} in front of the blank before {1}=, or \\{0} for the mark itself",
+                    value_[first], swallowed));
+    return;
+  }
   report_.add(Rule::OpenQuote, place,
               fmt::format("this quote is never closed, and {}", report_.consequence()),
               fmt::format("close it with {}, or write \\{} for the mark itself", quote, quote));
+}
+
+// The first known word that begins behind a blank in quoted text.
+std::string_view EntryReader::wordWithin(std::string_view text) const {
+  std::string_view first;
+  std::size_t least = text.npos;
+  for (const std::string& word : wordsOf(section_.kind)) {
+    const std::size_t begin = text.find(" " + word + "=");
+    if (begin >= least) continue;
+    least = begin;
+    first = word;
+  }
+  return first;
+}
+
+// The known word that the text ends with, as if it was meant to begin one of its own.
+std::string_view EntryReader::wordAtEnd(std::string_view text) const {
+  std::string_view longest;
+  for (const std::string& word : wordsOf(section_.kind)) {
+    if (!text.ends_with(word) || word.size() <= longest.size()) continue;
+    const std::string_view before = text.substr(0, text.size() - word.size());
+    // "Monkey" is no Key.
+    const bool isApart =
+        before.empty() || std::isalnum(static_cast<unsigned char>(before.back())) == 0;
+    if (isApart || word != "Key") longest = word;
+  }
+  return longest;
+}
+
+void EntryReader::reportBackslash() {
+  const auto lost = lostBackslashIn(value_, words_.comment.value_or(value_.size()));
+  if (!lost) return;
+  if (*lost + 1 == value_.size()) {
+    report_.add(Rule::LostBackslash, inLine({*lost, 1}),
+                "a \"\\\" at the end of a line does not join it with the next one, and is passed "
+                "over",
+                "write the whole entry on one line");
+    return;
+  }
+  report_.add(Rule::LostBackslash, inLine({*lost, 2}),
+              fmt::format("a \"\\\" outside quotes is taken away, and {} is read as \"{}\"",
+                          inQuotes(value_.substr(*lost, 2)), value_[*lost + 1]),
+              "put double quotes around the value if the \"\\\" belongs to it");
 }
 
 void EntryReader::reportComment() {
@@ -148,17 +224,29 @@ void EntryReader::takeField(const Word& word, const Field& field) {
                 fmt::format("a value ends at the second \"=\" of its word, so {} is {} and {} is "
                             "dropped",
                             field.name, inQuotes(field.value), inQuotes(field.dropped)),
-                field.dropped.find_first_of(",;") != field.dropped.npos ||
-                        field.value.find_first_of(",;") != field.value.npos
-                    ? "part words by blanks, not by \",\" or \";\""
-                    : "choose a text without \"=\"");
+                remedyForSecondEquals(field));
   }
+  if (beginsCurly(placeOfValue(value_, word).of(value_))) reportCurlyQuote(word);
   if (field.name == "Type")
     takeType(word, field);
   else if (field.name == "DefaultValue")
     takeDefault(word, field);
   else
     takeName(word, field);
+}
+
+std::string EntryReader::remedyForSecondEquals(const Field& field) const {
+  if (field.dropped.find_first_of(",;") != field.dropped.npos ||
+      field.value.find_first_of(",;") != field.value.npos) {
+    return "part words by blanks, not by \",\" or \";\"";
+  }
+  const std::string_view next = wordAtEnd(field.value);
+  if (next.empty()) return "choose a text without \"=\"";
+  if (field.value.size() > next.size() &&
+      isBlank(field.value[field.value.size() - next.size() - 1])) {
+    return fmt::format("quote each value by itself, so that {}= stands outside of quotes", next);
+  }
+  return fmt::format("write a blank in front of {}=", next);
 }
 
 void EntryReader::reportRepeated(const Word& word, const Field& field) {
@@ -171,6 +259,11 @@ void EntryReader::reportRepeated(const Word& word, const Field& field) {
                 "remove the one that is not meant");
   }
   seen_.emplace_back(field.name, field.value);
+}
+
+void EntryReader::reportCurlyQuote(const Word& word) {
+  report_.add(Rule::CurlyQuote, inLine(placeOfValue(value_, word)),
+              "typographic quotes quote nothing, and belong to the value", "write \" for them");
 }
 
 // ---- Words that say nothing -------------------------------------------------------------------
@@ -218,30 +311,87 @@ void EntryReader::passOver(std::size_t index) {
         field.name.empty() ? "remove it" : fmt::format("write {}=VALUE, or remove it", field.name));
     return;
   }
-  const std::string what = field.shape == Field::Shape::Empty
-                               ? "there is nothing between these quotes"
-                               : fmt::format("the word {} has no \"=\"", inQuotes(word.text));
-  report_.add(Rule::WordWithoutEquals, inLine(word.place), what + ", and the module passes over it",
+  if (field.shape == Field::Shape::Empty) {
+    report_.add(Rule::WordWithoutEquals, inLine(word.place),
+                "there is nothing between these quotes, and the module passes over it",
+                "remove it, or write NAME=VALUE");
+    return;
+  }
+  if (word.text.starts_with("//") || word.text == "--") {
+    inComment_ = true;
+    report_.add(Rule::WordWithoutEquals,
+                inLine({word.place.begin, value_.size() - word.place.begin}),
+                fmt::format("{} begins no comment, and what follows is read as words",
+                            inQuotes(word.text.substr(0, 2))),
+                "write \" ;\" in front of the comment");
+    return;
+  }
+  // "Key: a"
+  const bool isName =
+      word.text.ends_with(':') && isKnownName(word.text.substr(0, word.text.size() - 1));
+  if (isName && index + 1 < words_.words.size() && isPlain(index + 1)) ++skip_;
+  if (isPlain(index)) {
+    while (index + skip_ + 1 < words_.words.size() && isPlain(index + skip_ + 1)) ++skip_;
+  }
+  const std::size_t begin = word.place.begin;
+  const Span place{begin, words_.words[index + skip_].place.end() - begin};
+  report_.add(Rule::WordWithoutEquals, inLine(place),
+              skip_ == 0
+                  ? fmt::format("the word {} has no \"=\", and the module passes over it",
+                                inQuotes(word.text))
+                  : fmt::format("the words {} have no \"=\", and the module passes over them",
+                                inQuotes(place.of(value_))),
               remedyForBareWord(index));
+}
+
+// A word without "=" that makes no sense by itself, but could be a part of a value.
+bool EntryReader::isPlain(std::size_t index) const {
+  const Word& word = words_.words[index];
+  const auto isRate = [&](std::string_view rate) { return isMeter() && sameName(word.text, rate); };
+  const std::string_view name = std::string_view(word.text).substr(0, word.text.find(':'));
+  return fieldOf(word.text).shape == Field::Shape::WithoutEquals && !word.text.starts_with("//") &&
+         word.place.of(value_).find_first_of("\"'\\") == std::string_view::npos &&
+         !isKnownName(name) && !isRate("fast") && !isRate("slow");
 }
 
 std::string EntryReader::remedyForBareWord(std::size_t index) const {
   const std::string& text = words_.words[index].text;
   const auto& known = wordsOf(section_.kind);
-  if (text.empty()) return "remove it, or write NAME=VALUE";
   const std::size_t colon = text.find(':');
   if (const auto name = sameNameIn(text.substr(0, colon), known); !name.empty()) {
     const bool hasValue = colon != text.npos && colon + 1 < text.size();
-    return fmt::format("write {}={}", name, hasValue ? text.substr(colon + 1) : "VALUE");
+    const bool isNext = skip_ > 0;
+    return fmt::format("write {}={}", name,
+                       hasValue ? text.substr(colon + 1)
+                       : isNext ? words_.words[index + 1].text
+                                : "VALUE");
   }
+  if (isMeter() && (sameName(text, "fast") || sameName(text, "slow"))) {
+    return fmt::format("write Type={} if that is the rate",
+                       sameName(text, "fast") ? "fast" : "slow");
+  }
+  const std::size_t begin = words_.words[index].place.begin;
+  const std::size_t end = words_.words[index + skip_].place.end();
+  const std::string_view all = value_.substr(begin, end - begin);
+  if (index == 0 && skip_ > 0) return fmt::format("write Key=\"{}\" if that is the key", all);
   if (index == 0) return fmt::format("write Key={} if that is the key", text);
-  const std::string_view before = words_.words[index - 1].place.of(value_);
+  return remedyForTail(words_.words[index - 1].place.of(value_), all);
+}
+
+// For bare text behind the word `before`.
+std::string EntryReader::remedyForTail(std::string_view before, std::string_view text) const {
   const std::size_t equals = before.find('=');
+  if (beginsCurly(before.substr(std::min(equals, before.size() - 1) + 1))) {
+    return "write \" for the typographic quotes";
+  }
   if (equals == before.npos || before.find_first_of("\"'\\") != before.npos) {
     return "remove it, or put quotes around the value that it belongs to";
   }
-  return fmt::format("if it belongs to the word before, write {}=\"{} {}\"",
-                     before.substr(0, equals), before.substr(equals + 1), text);
+  const std::string_view name = before.substr(0, equals);
+  const bool isNumber = name == "DefaultValue" && section_.type != ValueType::String;
+  if (isNumber || name == "Type") return "remove it";
+  return fmt::format("if it belongs to the word before, write {}=\"{} {}\"", name,
+                     before.substr(equals + 1), text);
 }
 
 // ---- Words that are refused -------------------------------------------------------------------
@@ -262,14 +412,14 @@ void EntryReader::refuseWord(std::size_t index, const Field& field) {
 
 std::string EntryReader::remedyForUnknownWord(std::size_t index, const Field& field) const {
   const auto& known = wordsOf(section_.kind);
-  if (isContinuation() && !sameNameIn(field.name, allKeys()).empty()) {
-    return "remove the indentation: the line continues the entry above it";
-  }
   if (field.name.empty() && index > 0) {
     const std::string& before = words_.words[index - 1].text;
     if (std::find(known.begin(), known.end(), before) != known.end()) {
       return fmt::format("write {}={} without a blank", before, field.value);
     }
+  }
+  if (words_.words[index].place.of(value_).starts_with('\\')) {
+    return "remove the \"\\\", which joins the word with what follows it";
   }
   if (const auto name = sameNameIn(field.name, known); !name.empty()) {
     return fmt::format("write {}, case matters here", name);
@@ -282,7 +432,7 @@ std::string EntryReader::remedyForUnknownWord(std::size_t index, const Field& fi
     return "remove it: a parameter has one rate and no default";
   }
   if (sameName(field.name, "Name")) return "write Key=, or CustomKey= for the name of the slot";
-  if (const std::string close = tools::closestTo(field.name, known); !close.empty()) {
+  if (const std::string close = closestName(field.name, known); !close.empty()) {
     return fmt::format("did you mean {}=?", close);
   }
   return fmt::format("the words of a {} are {}", kindName(), fmt::join(known, ", "));
@@ -312,12 +462,12 @@ void EntryReader::takeName(const Word& word, const Field& field) {
                     field.name, inQuotes(field.value), field.value.back()),
         fmt::format("remove the \"{}\"", field.value.back()));
   }
-  if (hasControlCharacter(field.value)) {
+  if (hasUnseenCharacter(field.value)) {
     report_.add(Rule::ControlCharacter, place,
-                fmt::format("there is a control character in {} {}, which belongs to the name and "
-                            "can't be seen",
+                fmt::format("there is a character in {} {} that can't be seen and belongs to the "
+                            "name",
                             field.name, inQuotes(field.value)),
-                "remove it");
+                "remove it, or write a blank for it");
   }
   if (!field.value.empty() && (isBlank(field.value.front()) || isBlank(field.value.back()))) {
     report_.add(Rule::OuterBlanks, place,
@@ -337,7 +487,7 @@ void EntryReader::takeType(const Word& word, const Field& field) {
                                                           "float",  "double", "text"};
   const std::vector<std::string> rates = {"fast", "slow"};
   const auto lower = sameNameIn(field.value, rates);
-  const std::string close = tools::closestTo(field.value, rates);
+  const std::string close = closestName(field.value, rates);
   const bool isValueType =
       std::any_of(valueTypes.begin(), valueTypes.end(),
                   [&](std::string_view each) { return sameName(each, field.value); });
@@ -395,10 +545,20 @@ void EntryReader::takeNumber(const std::string& text, Span place) {
   report_.add(Rule::TrailingText, place,
               fmt::format("only the number at the begin of {} is read: the default is {}",
                           inQuotes(text), read),
-              text[used] == ',' ? "write \".\" for the decimal point"
-              : text[used] == '.' && section_.type != ValueType::Float
-                  ? "write a whole number, or move the entry to [MetersFloat]"
-                  : "write the number alone");
+              remedyForRest(std::string_view(text).substr(used)));
+}
+
+// For what stands behind a number.
+std::string EntryReader::remedyForRest(std::string_view rest) const {
+  const bool isWhole = section_.type != ValueType::Float;
+  if (rest == "," || rest == ";") return fmt::format("remove the \"{}\"", rest);
+  if (rest.front() == ',') return "write \".\" for the decimal point";
+  if (rest.front() == '.' && isWhole) {
+    return "write a whole number, or move the entry to [MetersFloat]";
+  }
+  constexpr std::string_view notations = "eExX";
+  if (isWhole && notations.find(rest.front()) != rest.npos) return "write it in decimal digits";
+  return "write the number alone";
 }
 
 void EntryReader::reportOutOfRange(const std::string& text, Span place) {

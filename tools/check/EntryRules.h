@@ -14,7 +14,7 @@ struct Entry {
   std::string key;
   std::string customKey;
   bool isSlow = false;
-  Span place;  // the whole value; without one, the first byte of the line
+  Span place;  // the whole value; without one, the text of the line
   Span keyPlace;
   Span customKeyPlace;
 };

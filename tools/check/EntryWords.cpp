@@ -1,5 +1,7 @@
 #include "tools/check/EntryWords.h"
 
+#include <cctype>
+
 #include "shquote/shquote.h"
 
 namespace check {
@@ -42,6 +44,26 @@ EntryWords entryWordsOf(std::string_view value) {
     if (lastByte != taken.npos) size = lastByte + 1;
     found.words.push_back({{begin, size}, {room.data(), room.size() - roomLeft}});
   }
+}
+
+std::optional<std::size_t> lostBackslashIn(std::string_view value, std::size_t end) {
+  const std::string_view text = value.substr(0, end);
+  std::size_t i = 0;
+  while (i < text.size()) {
+    const char character = text[i];
+    if (character == '\\') {
+      if (i + 1 == text.size() || std::isalnum(static_cast<unsigned char>(text[i + 1])) != 0) {
+        return i;
+      }
+      ++i;
+    } else if (character == '"' || character == '\'') {
+      for (++i; i < text.size() && text[i] != character; ++i) {
+        if (character == '"' && text[i] == '\\') ++i;
+      }
+    }
+    ++i;
+  }
+  return std::nullopt;
 }
 
 Field fieldOf(std::string_view word) {

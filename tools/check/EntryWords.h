@@ -24,6 +24,10 @@ struct EntryWords {
 
 EntryWords entryWordsOf(std::string_view value);
 
+// The first "\" in front of `end` that is taken away although what follows it stands for itself: a
+// letter or a digit outside quotes, or the end of the text.
+std::optional<std::size_t> lostBackslashIn(std::string_view value, std::size_t end);
+
 // A word taken apart as the module does it.
 struct Field {
   enum class Shape {

@@ -37,12 +37,18 @@ Diagnostic LineReport::at(Span place) const {
 void LineReport::add(Rule rule, Span place, std::string text, std::string remedy) {
   const Weight weight = textOf(rule).weight;
   if (weight == Weight::LineError) ++file_.badLines;
+  const bool isError = weight == Weight::LineError || weight == Weight::Error;
+  if (!misplaced_.empty() && !isError) return;
   Diagnostic diagnostic = at(place);
   diagnostic.rule = rule;
   diagnostic.severity = severityOf(weight, isDedicated());
   diagnostic.text = std::move(text);
-  diagnostic.remedy = std::move(remedy);
+  diagnostic.remedy = misplaced_.empty() ? std::move(remedy) : misplaced_;
   findings_.add(std::move(diagnostic));
+}
+
+bool LineReport::keepsMore(Rule rule) const {
+  return findings_.keepsMore(severityOf(textOf(rule).weight, isDedicated()));
 }
 
 std::string LineReport::consequence() const {
@@ -57,6 +63,11 @@ std::string LineReport::ownName() const {
 std::string LineReport::nameOf(Spot spot) const {
   if (spot.file == file_.number) return fmt::format("line {}", spot.line);
   return fmt::format("{}:{}", fileNames_[spot.file], spot.line);
+}
+
+bool LineReport::isReadAgain(Spot spot) const {
+  return spot.file != file_.number && spot.line == line_.number &&
+         fileNames_[spot.file] == file_.name;
 }
 
 }  // namespace check

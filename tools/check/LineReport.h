@@ -49,6 +49,13 @@ class LineReport {
 
   void add(Rule rule, Span place, std::string text, std::string remedy);
 
+  // Whether more than the number of its breaches would be kept: without that, add() needs no text.
+  bool keepsMore(Rule rule) const;
+
+  // It was told that the line as a whole stands where it does not belong: from here on only what is
+  // an error in the main file is told, with this remedy.
+  void takeAsMisplaced(std::string remedy) { misplaced_ = std::move(remedy); }
+
   // What the module does about a bad line, for the end of a text.
   std::string consequence() const;
 
@@ -58,6 +65,9 @@ class LineReport {
   // Another line as seen from here: "line 7", or "other.conf:7".
   std::string nameOf(Spot spot) const;
 
+  // Whether it is this very line, in a file that is read a second time.
+  bool isReadAgain(Spot spot) const;
+
  private:
   Findings& findings_;
   const std::vector<std::string>& fileNames_;
@@ -65,6 +75,7 @@ class LineReport {
   const Line& line_;
   const std::string section_;
   const std::uint64_t order_;
+  std::string misplaced_ = {};  // the remedy
 };
 
 }  // namespace check

@@ -177,6 +177,15 @@ constexpr RuleText table[] = {
      "text behind a second \"=\" of a word",
      "A word is split at its first \"=\", and its value ends at the second: Key=a=b gives the key "
      "a. Quotes do not help. Choose a name without \"=\"."},
+    {Rule::LostBackslash, Weight::Warning, "lost-backslash",
+     "a \"\\\" that is taken out of an entry",
+     "As in a shell, a \"\\\" outside quotes is taken away, and what follows it stands for itself: "
+     "C:\\temp is C:temp. At the end of a line it does not join the line with the next one. Put "
+     "double quotes around a value with a \"\\\" in it, and write an entry on one line."},
+    {Rule::CurlyQuote, Weight::Warning, "curly-quote",
+     "a value that begins with a typographic quote",
+     "Only \" and ' quote. The quotes of word processors and web pages are letters like others: "
+     "they belong to the value, and a blank between them ends it. Write \" for them."},
     {Rule::RepeatedWord, Weight::Warning, "repeated-word", "a word that is given twice in an entry",
      "The last one wins, without a message. Remove the one that is not meant."},
     {Rule::TrailingComma, Weight::Warning, "trailing-comma",
@@ -200,9 +209,10 @@ constexpr RuleText table[] = {
     {Rule::KeyNotUtf8, Weight::Warning, "key-not-utf8", "a Key that is not valid UTF-8",
      "Keys travel as UTF-8. No meter can carry such a key, so its slot never gets a value, and a "
      "parameter with such a key is not understood by its service. Save the file as UTF-8."},
-    {Rule::ControlCharacter, Weight::Warning, "control-character", "a control character in a name",
-     "Names are compared byte by byte, and nobody sees this one. Remove it, or type the name "
-     "again."},
+    {Rule::ControlCharacter, Weight::Warning, "control-character",
+     "a character in a name that can't be seen",
+     "Names are compared byte by byte, and nobody sees a control character, a mark of direction or "
+     "a special blank, such as web pages have. Remove it, or type the name again."},
     {Rule::OuterBlanks, Weight::Warning, "outer-blanks", "a name that begins or ends with a blank",
      "Quotes keep the blank in a Key or CustomKey, and the brackets of a header keep it in a "
      "condition. Names are compared byte by byte, so that the name without it is another. Remove "
@@ -235,6 +245,10 @@ constexpr RuleText table[] = {
      "The path in the header is only tested for; what is read is the value of File. Mostly both "
      "are "
      "meant to be the same."},
+    {Rule::ConditionWithoutFile, Weight::Warning, "condition-without-file",
+     "a ParseIfExist: section without a File",
+     "The path in the header is only tested for, and nothing is read without a File line below it. "
+     "Write File=PATH, or remove the header."},
     {Rule::MissingFile, Weight::Warning, "missing-file", "a File that can't be read",
      "The condition holds, but the file that File names is not there, is no file or may not be "
      "read. The module then starts without it, and only its log tells. The value is taken as it "

@@ -63,6 +63,12 @@ Fault portFault(std::string_view port) {
                      "write a number from 1 to 65535"};
 }
 
+// Digits in four or more parts, which nothing but an address has.
+bool looksLikeIpv4(std::string_view text) {
+  return text.find_first_not_of("0123456789.") == text.npos &&
+         std::count(text.begin(), text.end(), '.') >= 3;
+}
+
 bool isHostName(std::string_view text) {
   return std::all_of(text.begin(), text.end(), [](unsigned char c) {
     return std::isalnum(c) != 0 || c == '.' || c == '-' || c == '_' || c >= 0x80;
@@ -98,6 +104,11 @@ Fault hostPortFault(std::string_view text) {
   if (!isIpv6(host) && !isHostName(host)) {
     return TargetFault{fmt::format("{} can't be the name of a host", inQuotes(host)),
                        "write HOST:PORT, such as localhost:50005"};
+  }
+  if (looksLikeIpv4(host) && !isIpv4(host)) {
+    return TargetFault{
+        fmt::format("{} is no IPv4 address, and no host is called so", inQuotes(host)),
+        "write four numbers from 0 to 255, without zeros in front"};
   }
   return port ? portFault(*port) : missingPort(host);
 }
@@ -173,9 +184,10 @@ Fault textFault(std::string_view text) {
     return TargetFault{"a \"#\" begins no comment behind a target, and is part of it",
                        "remove it, or write \" ;\" in front of a comment"};
   }
-  if (text.find_first_of(" \t") != text.npos || hasControlCharacter(text)) {
-    return TargetFault{"there is white space or a control character in it, and no host has that",
-                       "write HOST:PORT without it"};
+  if (text.find_first_of(" \t") != text.npos || hasUnseenCharacter(text)) {
+    return TargetFault{
+        "there is white space or a character that can't be seen in it, and no host has that",
+        "write HOST:PORT without it"};
   }
   if (!isUtf8(text)) return TargetFault{"it is not valid UTF-8", "save the file as UTF-8"};
   return std::nullopt;

@@ -4,15 +4,11 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <iterator>
 
 namespace check {
 namespace {
-
-bool isControl(char character) {
-  const auto code = static_cast<unsigned char>(character);
-  return code < 0x20 || code == 0x7f;
-}
 
 // How many bytes of UTF-8 the first character of `text` has, or 0 if it is none. Only what a
 // receiver of messages takes: shortest forms, no surrogates, up to U+10FFFF.
@@ -44,6 +40,36 @@ std::size_t characterSize(std::string_view text) {
   return 0;
 }
 
+// Of a whole character.
+std::uint32_t codeOf(std::string_view character) {
+  constexpr std::array<unsigned char, 5> leadBits = {0, 0x7F, 0x1F, 0x0F, 0x07};
+  std::uint32_t code = 0;
+  for (const char byte : character) code = code << 6 | (static_cast<unsigned char>(byte) & 0x3Fu);
+  const unsigned shift = 6 * (static_cast<unsigned>(character.size()) - 1);
+  const auto lead = static_cast<unsigned char>(character.front());
+  const std::uint32_t behindLead = code & ((1u << shift) - 1);
+  return behindLead | static_cast<std::uint32_t>(lead & leadBits[character.size()]) << shift;
+}
+
+bool isUnseen(std::string_view character) {
+  struct Range {
+    std::uint32_t first, last;
+  };
+  // The joiners U+200C and U+200D are not among them: some languages write them.
+  constexpr std::array<Range, 9> unseen = {{{0x00, 0x1F},
+                                            {0x7F, 0xA0},
+                                            {0xAD, 0xAD},
+                                            {0x2000, 0x200B},
+                                            {0x200E, 0x200F},
+                                            {0x2028, 0x202F},
+                                            {0x2060, 0x206F},
+                                            {0x3000, 0x3000},
+                                            {0xFEFF, 0xFEFF}}};
+  const std::uint32_t code = codeOf(character);
+  return std::any_of(unseen.begin(), unseen.end(),
+                     [&](const Range& range) { return code >= range.first && code <= range.last; });
+}
+
 // Calls `use` with each character, and with each byte that is none.
 template <class Use>
 void eachCharacter(std::string_view text, Use use) {
@@ -57,11 +83,12 @@ void eachCharacter(std::string_view text, Use use) {
 std::string escaped(std::string_view text) {
   std::string shown;
   eachCharacter(text, [&](std::string_view character, bool isWhole) {
-    if (isWhole && !isControl(character.front())) {
+    if (isWhole && !isUnseen(character)) {
       shown += character;
-    } else {
-      fmt::format_to(std::back_inserter(shown), "\\x{:02x}",
-                     static_cast<unsigned char>(character.front()));
+      return;
+    }
+    for (const char byte : character) {
+      fmt::format_to(std::back_inserter(shown), "\\x{:02x}", static_cast<unsigned char>(byte));
     }
   });
   return shown;
@@ -81,8 +108,17 @@ bool isUtf8(std::string_view text) {
   return whole;
 }
 
-bool hasControlCharacter(std::string_view text) {
-  return std::any_of(text.begin(), text.end(), isControl);
+bool hasUnseenCharacter(std::string_view text) {
+  bool unseen = false;
+  eachCharacter(text, [&](std::string_view character, bool isWhole) {
+    unseen = unseen || (isWhole && isUnseen(character));
+  });
+  return unseen;
+}
+
+bool beginsUnseen(std::string_view text) {
+  const std::size_t size = text.empty() ? 0 : characterSize(text);
+  return size > 0 && isUnseen(text.substr(0, size));
 }
 
 std::string inQuotes(std::string_view text) {
@@ -98,6 +134,7 @@ Excerpt excerptOf(std::string_view line, std::size_t begin, std::size_t size) {
   constexpr std::size_t widest = 110;
   constexpr std::size_t lead = 40;
   constexpr std::string_view dots = "...";
+  if (line.ends_with('\r')) line.remove_suffix(1);  // of the end of the line
   begin = std::min(begin, line.size());
   const bool fits = line.size() <= widest;
   const std::size_t from = fits || begin <= lead ? 0 : characterBegin(line, begin - lead);
@@ -107,7 +144,7 @@ Excerpt excerptOf(std::string_view line, std::size_t begin, std::size_t size) {
   excerpt.marker.assign(excerpt.text.size(), ' ');
   std::size_t at = from;
   eachCharacter(line.substr(from, to - from), [&](std::string_view character, bool isWhole) {
-    const bool shown = isWhole && !isControl(character.front());
+    const bool shown = isWhole && !isUnseen(character);
     excerpt.text += shown ? character : character == "\t" ? " " : "?";
     if (at <= begin)
       excerpt.marker += at + character.size() > begin ? '^' : ' ';

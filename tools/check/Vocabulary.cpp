@@ -3,6 +3,9 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <cctype>
+
+#include "tools/Suggestion.h"
 
 namespace check {
 namespace {
@@ -69,6 +72,21 @@ std::string_view sameNameIn(std::string_view name, const std::vector<std::string
   const auto found = std::find_if(names.begin(), names.end(),
                                   [&](const std::string& each) { return sameName(each, name); });
   return found == names.end() ? std::string_view() : *found;
+}
+
+std::string closestName(std::string_view name, const std::vector<std::string>& names) {
+  const auto lower = [](std::string_view text) {
+    std::string lowered(text);
+    std::transform(lowered.begin(), lowered.end(), lowered.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return lowered;
+  };
+  std::vector<std::string> candidates;
+  for (const std::string& each : names) candidates.push_back(lower(each));
+  const std::string closest = tools::closestTo(lower(name), candidates);
+  const auto found = std::find(candidates.begin(), candidates.end(), closest);
+  return found == candidates.end() ? ""
+                                   : names[static_cast<std::size_t>(found - candidates.begin())];
 }
 
 const std::vector<std::string>& allKeys() {

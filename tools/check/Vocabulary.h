@@ -41,6 +41,9 @@ bool sameName(std::string_view a, std::string_view b);
 std::string_view sameNameIn(std::string_view name, const std::vector<std::string>& names);
 std::string_view sameNameIn(std::string_view name, std::vector<std::string>&& names) = delete;
 
+// The one of `names` that was probably meant by `name`, or nothing. Case counts for little.
+std::string closestName(std::string_view name, const std::vector<std::string>& names);
+
 // All keys of all sections.
 const std::vector<std::string>& allKeys();
 

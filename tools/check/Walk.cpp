@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
@@ -17,8 +18,8 @@
 #include <utility>
 #include <vector>
 
-#include "tools/Suggestion.h"
 #include "tools/check/EntryRules.h"
+#include "tools/check/EntryWords.h"
 #include "tools/check/LineReport.h"
 #include "tools/check/Scanner.h"
 #include "tools/check/Text.h"
@@ -75,6 +76,7 @@ struct Header {
   Diagnostic at = {};
   Spot spot = {};
   bool isUsed = false;
+  bool hasFile = false;        // of a condition
   std::string condition = {};  // as the module tests it
   bool conditionHolds = false;
 };
@@ -117,8 +119,11 @@ class Walker {
   void takeHeader(Frame& frame, LineReport& report);
   void reportConditionHeader(Header& header, Span place, LineReport& report);
   void closeHeader(Frame& frame);
+  void reportNoFile(const Header& header);
   void takeBadLine(Frame& frame, LineReport& report);
+  static std::string remedyForBadLine(const Frame& frame, std::string_view body);
   void takePair(Frame& frame, LineReport& report);
+  void takeStrayPair(Frame& frame, LineReport& report);
   void takeValue(Frame& frame, std::string_view key, LineReport& report);
   void reportContinuation(const Frame& frame, LineReport& report);
   void useUnknownSection(Frame& frame, LineReport& report);
@@ -162,6 +167,9 @@ void Walker::openMain(const std::string& path, const std::string& name) {
     throw UncheckableFile("it is a pipe or a device: name a regular file, or - for standard input");
   }
   if (!opened.file) throw UncheckableFile(opened.problem);
+  if (static_cast<std::size_t>(opened.status.st_size) > limits_.bytes) {
+    throw UncheckableFile(fmt::format("it has more than {} bytes", limits_.bytes));
+  }
   fileNames_.push_back(name);
   frames_.push_back(std::make_unique<Frame>(std::move(opened), SourceFile{.name = name}));
 }
@@ -209,6 +217,36 @@ void Walker::takeLine(Frame& frame) {
 
 // ---- Lines ------------------------------------------------------------------------------------
 
+// The key of the section that `name` begins with, if more follows it.
+std::string_view keyAtBegin(std::string_view name, const std::vector<std::string>& keys) {
+  for (const std::string& key : keys) {
+    if (name.size() <= key.size() || !sameName(name.substr(0, key.size()), key)) continue;
+    const char next = name[key.size()];
+    if (isBlank(next) || next == ':') return key;
+  }
+  return {};
+}
+
+// What was meant as the value in a text that keyAtBegin() has found the key of.
+std::string_view valueBehind(std::string_view text, std::string_view key) {
+  text.remove_prefix(key.size());
+  while (!text.empty() && (isBlank(text.front()) || text.front() == ':')) text.remove_prefix(1);
+  return text;
+}
+
+// A value without the quotes around it.
+std::string_view unquoted(std::string_view value) {
+  const bool isQuoted = value.size() > 1 && (value.front() == '"' || value.front() == '\'') &&
+                        value.back() == value.front();
+  return isQuoted ? value.substr(1, value.size() - 2) : value;
+}
+
+constexpr const char* remedyForComment = "write \";\" in front of a comment";
+
+bool looksLikeComment(std::string_view text) {
+  return text.starts_with("//") || text.starts_with("--");
+}
+
 void Walker::reportChunk(Frame& frame, LineReport& report) {
   const Line& line = report.line();
   if (line.hasNul && !std::exchange(frame.nulReported, true)) {
@@ -233,17 +271,33 @@ void Walker::takeBadLine(Frame& frame, LineReport& report) {
   if (line.kind == LineKind::BadHeader) {
     const bool isCut = line.body.of(line.text).find(']') != std::string_view::npos;
     report.add(Rule::BadHeader, line.body,
-               fmt::format("{}, the lines below stay in the section before, and {}",
+               fmt::format("{}, the lines below {}, and {}",
                            isCut ? "a \" ;\" begins a comment in front of the \"]\" of this header"
                                  : "this header has no \"]\"",
+                           frame.header ? "stay in the section before" : "stand in no section",
                            report.consequence()),
                isCut ? "remove the \";\"" : "close it, as in [Meters]");
     return;
   }
-  report.add(
-      Rule::BadLine, line.body,
-      fmt::format("this line is no pair, because it has no \"=\", and {}", report.consequence()),
-      "write NAME=VALUE, or \";\" in front of a comment");
+  const std::string_view body = line.body.of(line.text);
+  report.add(Rule::BadLine, line.body,
+             fmt::format("this line is no pair, because it has no \"=\"{}, and {}",
+                         body.find('=') != body.npos ? " in front of its comment" : "",
+                         report.consequence()),
+             remedyForBadLine(frame, body));
+}
+
+std::string Walker::remedyForBadLine(const Frame& frame, std::string_view body) {
+  if (beginsUnseen(body)) return "remove the character in front, which can't be seen";
+  const auto& keys = frame.header ? frame.header->section->keys : allKeys();
+  if (const auto key = sameNameIn(body, keys); !key.empty()) {
+    return fmt::format("write {}=VALUE", key);
+  }
+  if (const auto key = keyAtBegin(body, keys); !key.empty()) {
+    const std::string_view value = valueBehind(body, key);
+    return fmt::format("write {}={}", key, value.starts_with(';') ? "VALUE" : value);
+  }
+  return "write NAME=VALUE, or \";\" in front of a comment";
 }
 
 void Walker::takeHeader(Frame& frame, LineReport& report) {
@@ -259,7 +313,7 @@ void Walker::takeHeader(Frame& frame, LineReport& report) {
   if (!rest.empty() && rest.front() != ';' && rest.front() != '#') {
     report.add(Rule::TextAfterHeader, line.rest,
                fmt::format("the module passes over {} behind the header", inQuotes(rest)),
-               "put it on a line of its own");
+               rest.front() == ']' ? "remove it" : "put it on a line of its own");
   }
   if (header.section->kind == SectionKind::Condition) {
     reportConditionHeader(header, line.name, report);
@@ -311,14 +365,16 @@ void Walker::reportConditionHeader(Header& header, Span place, LineReport& repor
 
 // What is known of a section only when it is over.
 void Walker::closeHeader(Frame& frame) {
-  if (!frame.header || frame.header->isUsed) return;
+  if (!frame.header) return;
   const Header& header = *frame.header;
-  if (header.section->kind != SectionKind::Unknown) return;
+  if (header.section->kind == SectionKind::Condition && !header.hasFile)
+    return reportNoFile(header);
+  if (header.section->kind != SectionKind::Unknown || header.isUsed) return;
   if (!findings_.keepsMore(Severity::Warning))
     return findings_.add({.rule = Rule::UnusedSection, .severity = Severity::Warning});
   std::vector<std::string> names;
   for (const Section& section : namedSections()) names.emplace_back(section.name);
-  const std::string close = tools::closestTo(header.name, names);
+  const std::string close = closestName(header.name, names);
   Diagnostic at = header.at;
   at.rule = Rule::UnusedSection;
   at.severity = Severity::Warning;
@@ -331,7 +387,33 @@ void Walker::closeHeader(Frame& frame) {
   findings_.add(std::move(at));
 }
 
+void Walker::reportNoFile(const Header& header) {
+  Diagnostic at = header.at;
+  at.rule = Rule::ConditionWithoutFile;
+  at.severity = Severity::Warning;
+  at.text = "there is no File in this section, so nothing is read here";
+  at.remedy =
+      fmt::format("write File={} below it",
+                  header.condition.empty() ? "PATH" : header.name.substr(conditionPrefix.size()));
+  findings_.add(std::move(at));
+}
+
 // ---- Pairs and continuations ------------------------------------------------------------------
+
+// Words of an entry that lack a Key: somebody went on with the entry on a second line.
+bool isRestOfEntry(std::string_view value) {
+  const auto words = entryWordsOf(value).words;
+  const auto& known = wordsOf(SectionKind::MeterEntries);
+  std::size_t found = 0;
+  for (const Word& word : words) {
+    const Field field = fieldOf(word.text);
+    if (field.shape != Field::Shape::Whole && field.shape != Field::Shape::Cut) continue;
+    const bool isKnown = std::find(known.begin(), known.end(), field.name) != known.end();
+    if (!isKnown || field.name == "Key") return false;
+    ++found;
+  }
+  return found > 0;
+}
 
 std::string_view leadingName(std::string_view text) {
   std::string_view name = text.substr(0, text.find_first_of("=:"));
@@ -350,17 +432,32 @@ void Walker::reportContinuation(const Frame& frame, LineReport& report) {
                             : looksLikePair ? "no pair but "
                                             : "";
   const bool isSwitch = sameName(key, "EnableFastMeters") || sameName(key, "EnableSlowMeters");
-  const std::string effect = isEntry                  ? "one more entry"
-                             : sameName(key, "File")  ? "one more file"
-                             : !isSwitch              ? "it replaces that value"
-                             : sameName(text, "true") ? "it switches it on"
-                                                      : "it switches it off";
+  const auto& keys = frame.header && frame.header->section->kind != SectionKind::Unknown
+                         ? frame.header->section->keys
+                         : allKeys();
+  if (isEntry && looks.empty() && isRestOfEntry(text)) {
+    const std::string remedy = fmt::format("write it behind the words of {}, on the same line",
+                                           report.nameOf(frame.pendingSpot));
+    report.add(Rule::IndentedLine, {0, line.body.end()},
+               fmt::format("an indented line does not go on with the entry of {}: it is one more "
+                           "entry, without a Key",
+                           report.nameOf(frame.pendingSpot)),
+               remedy);
+    return report.takeAsMisplaced(remedy);
+  }
+  const std::string effect = sameNameIn(key, keys).empty() ? "as bad as that line"
+                             : isEntry                     ? "one more entry"
+                             : sameName(key, "File")       ? "one more file"
+                             : !isSwitch                   ? "it replaces that value"
+                             : sameName(text, "true")      ? "it switches it on"
+                                                           : "it switches it off";
   report.add(Rule::IndentedLine, {0, line.body.end()},
              fmt::format("this line is indented, and so {}a further value of {} from {}: {}", looks,
                          inQuotes(key), report.nameOf(frame.pendingSpot), effect),
              looks.empty() && isEntry ? fmt::format("remove the indentation and write {}={}", key,
                                                     text.size() <= 40 ? text : "...")
                                       : "remove the indentation");
+  if (!looks.empty()) report.takeAsMisplaced("remove the indentation");
 }
 
 void Walker::takePair(Frame& frame, LineReport& report) {
@@ -371,12 +468,19 @@ void Walker::takePair(Frame& frame, LineReport& report) {
     const Line& line = report.line();
     const bool isPair = line.kind == LineKind::Pair;
     takeValue(frame, isPair ? line.name.of(line.text) : frame.scanner.pendingName(), report);
-  } else if (!std::exchange(frame.strayPairReported, true)) {
-    report.add(
-        Rule::PairOutsideSection, report.line().body,
-        fmt::format("no section header stands above this line, and {}", report.consequence()),
-        "put a header such as [Meters] above it");
+  } else {
+    takeStrayPair(frame, report);
   }
+}
+
+void Walker::takeStrayPair(Frame& frame, LineReport& report) {
+  const Line& line = report.line();
+  if (sameName(line.name.of(line.text), "Target")) whole_.noteLostTarget("", report.ownName());
+  if (std::exchange(frame.strayPairReported, true)) return;
+  report.add(Rule::PairOutsideSection, line.body,
+             fmt::format("no section header stands above this line, and {}", report.consequence()),
+             looksLikeComment(line.body.of(line.text)) ? remedyForComment
+                                                       : "put a header such as [Meters] above it");
 }
 
 void Walker::takeValue(Frame& frame, std::string_view key, LineReport& report) {
@@ -401,6 +505,28 @@ void Walker::takeValue(Frame& frame, std::string_view key, LineReport& report) {
   }
 }
 
+// A section whose type has another name elsewhere: "MetersDouble".
+std::string sectionByOtherWord(std::string_view name) {
+  struct Synonym {
+    std::string_view word, type;
+  };
+  constexpr std::array<Synonym, 7> synonyms = {{{"Integer", "Int"},
+                                                {"Signed", "Int"},
+                                                {"Unsigned", "Uint"},
+                                                {"UnsignedInt", "Uint"},
+                                                {"Double", "Float"},
+                                                {"Real", "Float"},
+                                                {"Text", "String"}}};
+  for (const std::string_view kind : {"Meters", "Engine"}) {
+    for (const Synonym& each : synonyms) {
+      if (sameName(name, std::string(kind) + std::string(each.word))) {
+        return std::string(kind) + std::string(each.type);
+      }
+    }
+  }
+  return {};
+}
+
 std::string remedyForSection(std::string_view name) {
   std::vector<std::string> names;
   for (const Section& section : namedSections()) names.emplace_back(section.name);
@@ -409,7 +535,7 @@ std::string remedyForSection(std::string_view name) {
   while (!bare.empty() && isBlank(bare.front())) bare.remove_prefix(1);
   while (!bare.empty() && isBlank(bare.back())) bare.remove_suffix(1);
   const std::string_view front = bare.substr(0, bare.find(':') + 1);
-  const std::string close = tools::closestTo(front.empty() ? bare : front, names);
+  const std::string close = closestName(front.empty() ? bare : front, names);
   if (const auto same = sameNameIn(bare, names); !same.empty()) {
     return fmt::format("write [{}], without the white space in the brackets", same);
   }
@@ -423,20 +549,29 @@ std::string remedyForSection(std::string_view name) {
   if (!close.empty()) {
     return fmt::format("did you mean [{}]?", close);
   }
+  std::string solid(bare);
+  std::erase_if(solid, [](char each) { return isBlank(each) || each == '.' || each == '-'; });
   // "FloatMeters": Meters and Engine, the first halves, have equally many letters.
   constexpr std::size_t half = 6;
   for (const Section& section : namedSections()) {
     const std::string swapped =
         std::string(section.name.substr(half)) + std::string(section.name.substr(0, half));
-    if (section.name.size() > half && sameName(bare, swapped)) {
+    if (section.name.size() > half && sameName(solid, swapped)) {
       return fmt::format("did you mean [{}]?", section.name);
     }
+  }
+  if (const auto meant = sectionByOtherWord(solid); !meant.empty()) {
+    return fmt::format("did you mean [{}]?", meant);
   }
   return fmt::format("the sections are {}PATH", fmt::join(names, ", "));
 }
 
 void Walker::useUnknownSection(Frame& frame, LineReport& report) {
   Header& header = *frame.header;
+  const Line& line = report.line();
+  if (sameName(line.name.of(line.text), "Target")) {
+    whole_.noteLostTarget(header.name, report.ownName());
+  }
   if (std::exchange(header.isUsed, true)) return;
   Diagnostic at = header.at;
   at.rule = Rule::UnknownSection;
@@ -448,26 +583,26 @@ void Walker::useUnknownSection(Frame& frame, LineReport& report) {
   findings_.add(std::move(at));
 }
 
-// The key of the section that `name` begins with, if more follows it.
-std::string_view keyAtBegin(std::string_view name, const std::vector<std::string>& keys) {
-  for (const std::string& key : keys) {
-    if (name.size() <= key.size() || !sameName(name.substr(0, key.size()), key)) continue;
-    const char next = name[key.size()];
-    if (isBlank(next) || next == ':') return key;
-  }
-  return {};
-}
-
 // Where a key, or a word that was taken for one, belongs.
 std::string remedyForKey(const Section& section, std::string_view key, std::string_view value) {
   const auto& words = wordsOf(section.kind);
   const bool isEntry =
       section.kind == SectionKind::MeterEntries || section.kind == SectionKind::EngineEntries;
   if (isEntry && !sameNameIn(key, words).empty()) {
-    return fmt::format("write {}={}={}", section.keys.front(), sameNameIn(key, words), value);
+    const auto word = sameNameIn(key, words);
+    return word == "Key"
+               ? fmt::format("write {}={}={}", section.keys.front(), word, value)
+               : fmt::format("write {}={} behind the words of its entry, on the same line", word,
+                             value);
   }
-  const std::string close = tools::closestTo(key, section.keys);
+  const std::string close = closestName(key, section.keys);
   const auto elsewhere = sameNameIn(key, allKeys());
+  if (isEntry && (elsewhere == "Meter" || elsewhere == "Param")) {
+    const bool isMeter = elsewhere == "Meter";
+    return fmt::format("write {}={} if it is a {}, or move it to [{}{}]", section.keys.front(),
+                       value, isMeter ? "parameter" : "meter", isMeter ? "Meters" : "Engine",
+                       section.name.substr(std::string_view("Meters").size()));
+  }
   if (elsewhere == "Meter") {
     return "move it to [MetersString], [MetersInt], [MetersUint] or [MetersFloat]";
   }
@@ -485,44 +620,67 @@ void Walker::reportUnknownKey(const Section& section, std::string_view key, Line
   const Line& line = report.line();
   const Span place = line.kind == LineKind::Pair && line.name.size > 0 ? line.name : line.body;
   const bool isCondition = section.kind == SectionKind::Condition;
+  const Rule unknown = isCondition ? Rule::StrayKey : Rule::UnknownKey;
+  if (!report.keepsMore(unknown)) return report.add(unknown, place, {}, {});
+  const bool isSettings =
+      section.kind == SectionKind::Meters || section.kind == SectionKind::Engine;
+  if (!closestName(key.substr(0, key.find_first_of(" \t:")), {"Target"}).empty()) {
+    whole_.noteLostTarget(section.name, report.ownName());
+  }
   const std::string consequence =
       isCondition ? "the module passes over the line" : report.consequence();
   if (const auto meant = keyAtBegin(key, section.keys); !meant.empty()) {
     const std::string_view body = line.body.of(line.text);
-    std::string_view behind = body.substr(meant.size());
-    while (!behind.empty() && (isBlank(behind.front()) || behind.front() == ':')) {
-      behind.remove_prefix(1);
-    }
+    const std::string_view behind = valueBehind(body, meant);
     report.add(
         isCondition ? Rule::StrayKey : Rule::EarlySeparator, place,
         fmt::format("a pair is split at its first {}, so the name of this one is {}, and {}",
                     body.find('=') != body.npos ? "\"=\"" : "\":\"", inQuotes(key), consequence),
-        fmt::format("write {}={}", meant, behind));
+        fmt::format("write {}={}", meant, isSettings || isCondition ? unquoted(behind) : behind));
     return;
   }
   report.add(
-      isCondition ? Rule::StrayKey : Rule::UnknownKey, place,
+      unknown, place,
       fmt::format("{} has no key {}, and {}",
                   isCondition ? "a ParseIfExist: section" : fmt::format("[{}]", section.name),
                   inQuotes(key), consequence),
-      remedyForKey(section, key, line.value.of(line.text)));
+      looksLikeComment(key) ? remedyForComment
+                            : remedyForKey(section, key, line.value.of(line.text)));
 }
 
 // ---- Dedicated files --------------------------------------------------------------------------
 
+// What to do about a path with marks that somebody did not mean to be a part of it; empty if it has
+// none.
+std::string remedyForMarks(std::string_view path) {
+  if (path.starts_with('"') || path.starts_with('\'')) {
+    return "leave the quotes away: they belong to the path";
+  }
+  if (path.find(" #") != path.npos) {
+    return "a \"#\" begins no comment here: write \" ;\" in front of the comment";
+  }
+  return {};
+}
+
 void Walker::takeFileLine(Frame& frame, LineReport& report) {
-  const Header& header = *frame.header;
+  Header& header = *frame.header;
+  header.hasFile = true;
   const Line& line = report.line();
   const Span place = line.value.size > 0 ? line.value : line.body;
   const std::string path(line.value.of(line.text));
   const std::string whole = header.name.substr(conditionPrefix.size());
-  if (!path.empty() && !whole.empty() && path != whole) {
+  // Of marks that belong to the path, the missing file tells more.
+  const std::string marks = remedyForMarks(path);
+  const bool isToldOf = !marks.empty() && header.conditionHolds && access(path.c_str(), F_OK) != 0;
+  if (!path.empty() && !whole.empty() && path != whole && !isToldOf) {
     report.add(Rule::ConditionDiffers, place,
                fmt::format("the section is read if {} exists, but what is read is {}",
                            inQuotes(whole), inQuotes(path)),
-               "name the same path in the header and here, unless both are meant");
+               !marks.empty() ? marks
+                              : "name the same path in the header and here, unless both are meant");
   }
-  if (!path.empty() && path.front() != '/' && !std::exchange(relativeReported_, true)) {
+  const bool isRelative = !unquoted(path).empty() && unquoted(path).front() != '/';
+  if (isRelative && !std::exchange(relativeReported_, true)) {
     report.add(Rule::RelativePath, place,
                fmt::format("the module looks for {} and other such paths from the folder in which "
                            "the engine is started, not from that of this file",
@@ -542,11 +700,11 @@ void Walker::include(const std::string& path, Span place, LineReport& report) {
                     "name a regular file", report);
   }
   if (!opened.file) {
-    const bool isQuoted = path.starts_with('"') || path.starts_with('\'');
+    const std::string marks = remedyForMarks(path);
     report.add(Rule::MissingFile, place,
                fmt::format("the module can't read {} and starts without it: {}", inQuotes(path),
                            opened.problem),
-               isQuoted ? "leave the quotes away: they belong to the path" : "correct the path");
+               marks.empty() ? "correct the path" : marks);
     return;
   }
   if (leadsBack(opened)) {

@@ -2,9 +2,10 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <cctype>
 #include <utility>
 
-#include "tools/Suggestion.h"
 #include "tools/check/Target.h"
 #include "tools/check/Text.h"
 
@@ -27,16 +28,21 @@ Diagnostic with(Diagnostic at, Rule rule, std::string text, std::string remedy) 
 bool meansOn(std::string_view value) {
   const auto is = [&](std::string_view word) { return sameName(value, word); };
   return is("yes") || is("on") || is("1") || is("enable") || is("enabled") || is("y") || is("t") ||
-         !tools::closestTo(value, {"true"}).empty() || value.starts_with("true");
+         !closestName(value, {"true"}).empty() || value.starts_with("true");
 }
 
 bool meansOff(std::string_view value) {
   const auto is = [&](std::string_view word) { return sameName(value, word); };
   return is("no") || is("off") || is("0") || is("disable") || is("disabled") || is("n") ||
-         is("f") || !tools::closestTo(value, {"false"}).empty() || value.starts_with("false");
+         is("f") || !closestName(value, {"false"}).empty() || value.starts_with("false");
 }
 
-// "line 4", "lines 4, 6 and 2 more".
+std::string remedyForTarget(std::string_view section, const std::string& lost) {
+  if (lost.empty()) return fmt::format("write Target=HOST:PORT in [{}]", section);
+  return fmt::format("see to {}, whose Target does not count for [{}] as it stands", lost, section);
+}
+
+// "line 4, line 6 and 2 more".
 template <class Users>
 std::string linesOf(const Users& users) {
   const std::size_t more = users.count - users.lines.size();
@@ -70,7 +76,7 @@ void Whole::replace(Setting& setting, std::string_view key, Span place, LineRepo
     report.add(sameFile ? Rule::RepeatedSetting : Rule::OverriddenSetting, place,
                fmt::format("{} was given in {} already, and this line wins", key,
                            report.nameOf(setting.spot)),
-               sameFile ? "remove the one that is not meant" : "nothing, if this is meant");
+               sameFile ? "remove the one that is not meant" : "nothing to do if this is meant");
   }
   setting.isGiven = true;
   setting.spot = report.spot();
@@ -137,7 +143,8 @@ void Whole::checkKey(const std::string& list, std::unordered_map<std::string, Sp
              fmt::format("the key {} is that of {} already, in the list of {}, and the module "
                          "refuses the configuration",
                          inQuotes(entry.key), report.nameOf(first->second), list),
-             "remove one of the two, or correct its key");
+             report.isReadAgain(first->second) ? "name this file once"
+                                               : "remove one of the two, or correct its key");
 }
 
 void Whole::checkName(const Section& section, Set set, std::size_t position, const Entry& entry,
@@ -176,6 +183,17 @@ void Whole::noteUser(Users& users, const Entry& entry, const LineReport& report)
   if (!users.first) users.first = report.at(entry.place);
 }
 
+void Whole::noteLostTarget(std::string_view section, const std::string& line) {
+  const auto has = [&](std::string_view part) {
+    const auto same = [](unsigned char a, unsigned char b) { return std::tolower(a) == b; };
+    return std::search(section.begin(), section.end(), part.begin(), part.end(), same) !=
+           section.end();
+  };
+  // Of a section that is called neither way, either can be meant.
+  if (!has("eng") && lostMetersTarget_.empty()) lostMetersTarget_ = line;
+  if (!has("met") && lostEngineTarget_.empty()) lostEngineTarget_ = line;
+}
+
 // ---- The end ----------------------------------------------------------------------------------
 
 void Whole::finish(const std::string& file, std::uint64_t lastOrder, Findings& findings) const {
@@ -187,9 +205,8 @@ void Whole::finish(const std::string& file, std::uint64_t lastOrder, Findings& f
 // Who needs a meters target, as the end of a sentence; empty if nobody does.
 std::string Whole::metersNeed() const {
   const auto rate = [](const Setting& setting, std::string_view name) {
-    return setting.isGiven
-               ? fmt::format("{} meters are switched on in line {}", name, setting.spot.line)
-               : fmt::format("{} meters are on unless switched off", name);
+    return setting.isGiven ? fmt::format("{} meters are switched on in {}", name, setting.name)
+                           : fmt::format("{} meters are on unless switched off", name);
   };
   const bool nothingSaid = !fast_.isGiven && !slow_.isGiven;
   if (nothingSaid && users_[Fast].count + users_[Slow].count == 0) {
@@ -237,9 +254,10 @@ void Whole::judgeMeters(const Diagnostic& atFile, Findings& findings) const {
            fmt::format("there is no Target in [Meters], but {}, and the module refuses the "
                        "configuration",
                        metersNeed()),
-           anyMeter ? "write Target=HOST:PORT in [Meters]"
-                    : "write Target=HOST:PORT in [Meters], or to have no meters "
-                      "EnableFastMeters=false and EnableSlowMeters=false"));
+           remedyForTarget("Meters", lostMetersTarget_) +
+               (anyMeter || !lostMetersTarget_.empty()
+                    ? ""
+                    : ", or to have no meters EnableFastMeters=false and EnableSlowMeters=false")));
 }
 
 void Whole::judgeEngine(const Diagnostic& atFile, Findings& findings) const {
@@ -253,7 +271,7 @@ void Whole::judgeEngine(const Diagnostic& atFile, Findings& findings) const {
            fmt::format("there is no Target in [Engine], but there are parameters ({}), and "
                        "the module refuses the configuration",
                        linesOf(users)),
-           "write Target=HOST:PORT in [Engine]"));
+           remedyForTarget("Engine", lostEngineTarget_)));
 }
 
 void Whole::judgeRate(const Setting& rate, Set set, Findings& findings) const {

@@ -29,6 +29,10 @@ class Whole {
   // An entry that the module appends.
   void add(const Section& section, const Entry& entry, LineReport& report);
 
+  // A Target at `line` that counts for nothing, because of where and how it stands: below a header
+  // with this name.
+  void noteLostTarget(std::string_view section, const std::string& line);
+
   std::size_t entries() const { return entries_; }
 
   // Judges what there is when all has been read; `file` is the main file.
@@ -81,6 +85,8 @@ class Whole {
   std::array<std::array<std::size_t, 4>, 3> sizes_{};
   std::array<std::unordered_map<std::string, SlotName>, 3> names_;
   std::array<Users, 3> users_;
+  std::string lostMetersTarget_;  // the line
+  std::string lostEngineTarget_;
   std::size_t entries_ = 0;
 };
 

@@ -107,9 +107,9 @@ void print(const Checked& checked, const Options& options) {
     fmt::print(stderr, "gatewayctl check: can't check {}: {}\n", checked.file, checked.reason);
   }
   if (options.json) return;
-  fmt::print("{}", textOf(checked, tools::showsColours(STDOUT_FILENO)));
+  tools::writeOut(textOf(checked, tools::showsColours(STDOUT_FILENO)));
   if (options.slots && checked.verdict == Verdict::Accepted) {
-    fmt::print("{}", tableOf(checked.slots));
+    tools::writeOut(tableOf(checked.slots));
   }
 }
 
@@ -126,9 +126,11 @@ int run(const Options& options) {
   }
   if (options.json) {
     const nlohmann::json document = {{"version", 1}, {"exit_code", code}, {"files", files}};
-    fmt::print("{}\n", document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace));
+    tools::writeOut(document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n");
   }
-  return code;
+  if (!tools::outputFailed()) return code;
+  fmt::print(stderr, "gatewayctl check: can't write to standard output\n");
+  return wrongUse;
 }
 
 // ---- Command line -----------------------------------------------------------------------------

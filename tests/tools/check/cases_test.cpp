@@ -2,6 +2,10 @@
 // rule, cases/RULE.near.conf must not, and further files are called RULE.ANYTHING.conf. All that is
 // told of a file is kept beside it, in FILE.expected, and compared whole.
 //
+// Whole configurations of beginners stand in cases/repairs/, each in the states of its repair:
+// 1 as it was written, and each further one with what was told of the state before, obeyed without
+// other knowledge. The last state is sound.
+//
 // To see what a change of the texts does, run this with KEEP_EXPECTATIONS=1 in the environment,
 // which writes the files anew, and read the difference.
 #include <gtest/gtest.h>
@@ -54,20 +58,23 @@ class Cases : public ::testing::Test {
   const standin::Host host_{{.keepRecords = false}};
 };
 
+void expectKept(const std::string& told, const fs::path& kept) {
+  const bool keep = std::getenv("KEEP_EXPECTATIONS") != nullptr;
+  if (keep) std::ofstream(kept, std::ios::binary) << told;
+  EXPECT_EQ(told, contentOf(kept)) << fs::absolute(kept);
+}
+
 bool breaks(const Checked& checked, check::Rule rule) {
   return std::any_of(checked.diagnostics.begin(), checked.diagnostics.end(),
                      [&](const auto& each) { return each.rule == rule; });
 }
 
 TEST_F(Cases, AreToldAsKept) {
-  const bool keep = std::getenv("KEEP_EXPECTATIONS") != nullptr;
   const auto files = caseFiles();
   EXPECT_GE(files.size(), 2 * check::allRules().size());
   for (const std::string& file : files) {
-    const fs::path kept = file.substr(0, file.size() - 5) + ".expected";
-    const std::string told = check::textOf(checkCase(file), false);
-    if (keep) std::ofstream(kept, std::ios::binary) << told;
-    EXPECT_EQ(told, contentOf(kept)) << file;
+    expectKept(check::textOf(checkCase(file), false),
+               file.substr(0, file.size() - 5) + ".expected");
   }
 }
 
@@ -104,6 +111,42 @@ TEST_F(Cases, LoseTheWarningsOfARuleThatIsAllowed) {
       EXPECT_FALSE(each.rule == rule.rule && each.severity == check::Severity::Warning) << file;
     }
   }
+}
+
+// ---- Repairs ----------------------------------------------------------------------------------
+
+class Repairs : public Cases {
+ protected:
+  // Checks a state and compares what is told, with the slots of a sound one.
+  static Checked checkState(const fs::path& state) {
+    fs::current_path(state);
+    const Checked checked =
+        check::check({.path = "gateway.conf", .name = "gateway.conf", .withSlots = true});
+    expectKept(
+        check::textOf(checked, false) + (isSound(checked) ? check::tableOf(checked.slots) : ""),
+        "gateway.expected");
+    return checked;
+  }
+
+  static bool isSound(const Checked& checked) {
+    return checked.verdict == check::Verdict::Accepted &&
+           checked.count(check::Severity::Warning) == 0;
+  }
+};
+
+TEST_F(Repairs, NeedNothingButWhatIsTold) {
+  std::size_t configurations = 0;
+  for (const auto& configuration : fs::directory_iterator(fs::path(CASES_FOLDER) / "repairs")) {
+    ++configurations;
+    int state = 1;
+    EXPECT_GE(checkState(configuration.path() / "1").diagnostics.size(), 12u);
+    while (fs::exists(configuration.path() / std::to_string(state + 1))) {
+      EXPECT_FALSE(isSound(checkState(configuration.path() / std::to_string(state++))));
+    }
+    EXPECT_TRUE(isSound(checkState(configuration.path() / std::to_string(state))))
+        << configuration.path();
+  }
+  EXPECT_GE(configurations, 3u);
 }
 
 TEST(Rules, StandInTheOrderOfTheirNumbers) {

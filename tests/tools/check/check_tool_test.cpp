@@ -175,6 +175,14 @@ TEST_F(CheckTool, WritesOneJsonDocument) {
   EXPECT_EQ(document["files"][2]["verdict"], "unreadable");
 }
 
+TEST_F(CheckTool, DoesNotTakeALostReportForSuccess) {
+  for (const char* option : {"", "--json "}) {
+    const std::string command = std::string(GATEWAYCTL_PATH) + " check " + option + good +
+                                " > /dev/full 2> " + files.path("errors");
+    EXPECT_EQ(WEXITSTATUS(std::system(command.c_str())), 2) << option;
+  }
+}
+
 TEST_F(CheckTool, UsesNoColoursInAPipe) {
   EXPECT_EQ(run({bad}).output.find('\033'), std::string::npos);
 }
@@ -203,6 +211,16 @@ class HugeFile : public CheckTool {
 
   static constexpr std::size_t memory = 1000000;
 };
+
+// A hole in a file takes no room on the disk, but would be read for an hour.
+TEST_F(HugeFile, BeyondAllMeasureIsNotRead) {
+  const std::string path = files.write("hole", sound);
+  std::filesystem::resize_file(path, std::uintmax_t{5} << 40);
+  const Outcome outcome = run({path});
+  EXPECT_EQ(outcome.code, 2);
+  EXPECT_EQ(outcome.errors,
+            "gatewayctl check: can't check " + path + ": it has more than 4294967296 bytes\n");
+}
 
 // The sanitizers reserve more addresses than any limit.
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
