@@ -6,7 +6,7 @@
 //   GATEWAY_PROOF_SCALE    "quick" (also when absent) or "full"
 //   GATEWAY_PROOF_SOAK     minutes that a run without an end of its own shall last; 0 when absent
 //   GATEWAY_PROOF_SEED     the seed of an earlier run, to see it again
-//   GATEWAY_PROOF_ROWS     a folder; each row becomes a file there. Without it rows are printed only
+//   GATEWAY_PROOF_ROWS     a folder where each row becomes a file; rows are only printed without it
 //
 // Threads: any.
 #pragma once
