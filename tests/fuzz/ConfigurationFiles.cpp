@@ -51,11 +51,19 @@ bool ConfigurationFiles::write(std::string_view input) {
   mayLoop_ = false;
   // Only below such a section does the module open a file.
   const bool mayName = input.find("ParseIfExist:") != input.npos;
-  for (std::size_t i = 0; i < count; ++i) files_[i].write(takePart(input, i + 1 == count));
+  for (std::size_t i = 0; i < count; ++i) {
+    texts_[i] = takePart(input, i + 1 == count);
+    files_[i].write(texts_[i]);
+  }
   if (!mayName) return true;
   bool readable = true;
   for (std::size_t i = 0; i < count; ++i) readable = look(i) && readable;
   return readable;
+}
+
+const std::string* ConfigurationFiles::textOf(std::string_view path) const {
+  const auto own = std::find(paths.begin(), paths.end(), path);
+  return own == paths.end() ? nullptr : &texts_[static_cast<std::size_t>(own - paths.begin())];
 }
 
 bool ConfigurationFiles::look(std::size_t file) {

@@ -28,6 +28,9 @@ class ConfigurationFiles {
   // more often than a reading should take.
   bool write(std::string_view input);
 
+  // The last input's file of that name; null if it is none of its three.
+  const std::string* textOf(std::string_view path) const;
+
   // Whether a file of the last input names itself or one in front of it: it may be read without
   // end.
   bool mayLoop() const { return mayLoop_; }
@@ -38,6 +41,7 @@ class ConfigurationFiles {
   bool look(std::size_t file);
 
   std::array<RewrittenFile, count> files_;
+  std::array<std::string, count> texts_;
   bool mayLoop_ = false;
 };
 

@@ -1,6 +1,8 @@
 // Any bytes as a configuration of up to three files for the checker: it comes to an end, calls
 // errors what the module refuses, and can tell all of it.
+#include <functional>
 #include <string>
+#include <string_view>
 
 #include "module/grpc-gateway/ConfigManager.h"
 #include "standin/Host.h"
@@ -39,6 +41,11 @@ void requirePlaces(const Checked& checked) {
   }
 }
 
+// Made of one input in eight, chosen by its bytes, since they take far longer than the verdict.
+bool isForTexts(std::string_view input) {
+  return std::hash<std::string_view>()(input) % 8 == 0;
+}
+
 void requireTexts(const Checked& checked) {
   require(!check::textOf(checked, true).empty(), "there is a report");
   require(!check::tableOf(checked.slots).empty(), "there is a table");
@@ -56,6 +63,6 @@ fuzz::Result fuzz::tryInput(std::string_view input) {
       check::check({.path = ConfigurationFiles::mainPath, .name = "input", .withSlots = true});
   requireVerdict(checked, files.mayLoop());
   requirePlaces(checked);
-  requireTexts(checked);
+  if (isForTexts(input)) requireTexts(checked);
   return checked.verdict == Verdict::Accepted ? Result::Accepted : Result::Refused;
 }

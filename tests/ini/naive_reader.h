@@ -4,22 +4,39 @@
 #define TESTS_INI_NAIVE_READER_H
 
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "ini/conformance.h"
 
 class NaiveIniReader {
  public:
-  // What a pass over the bytes shows; the handler is recordPair.
-  static ini::conformance::Reading read(std::string_view bytes) {
-    NaiveIniReader reader;
+  // Tells whether it accepts the pair.
+  using Handler = std::function<bool(const ini::conformance::Pair& pair)>;
+
+  // The result of a pass over the bytes.
+  static int read(std::string_view bytes, Handler handler) {
+    NaiveIniReader reader(std::move(handler));
     for (const char byte : bytes) reader.take(byte);
     if (!reader.chunk_.empty()) reader.endChunk();
-    return reader.reading_;
+    return reader.result_;
+  }
+
+  // All that a pass shows, with the handler of the conformance cases.
+  static ini::conformance::Reading read(std::string_view bytes) {
+    ini::conformance::Reading reading{{}, 0};
+    reading.result = read(bytes, [&](const ini::conformance::Pair& pair) {
+      reading.pairs.push_back(pair);
+      return pair.value != "refuse";
+    });
+    return reading;
   }
 
  private:
+  explicit NaiveIniReader(Handler handler) : handler_(std::move(handler)) {}
+
   void take(char byte) {
     chunk_ += byte;
     if (byte == '\n' || chunk_.size() == 1023) endChunk();
@@ -29,7 +46,7 @@ class NaiveIniReader {
     ++number_;
     std::string line = chunk_.c_str();
     if (number_ == 1 && line.substr(0, 3) == "\xEF\xBB\xBF") line.erase(0, 3);
-    if (!isGood(line) && reading_.result == 0) reading_.result = number_;
+    if (!isGood(line) && result_ == 0) result_ = number_;
     chunk_.clear();
   }
 
@@ -74,8 +91,7 @@ class NaiveIniReader {
   }
 
   bool hand(const std::string& name, const std::string& value) {
-    return ini::conformance::recordPair(&reading_.pairs, section_.c_str(), name.c_str(),
-                                        value.c_str()) != 0;
+    return handler_({section_, name, value});
   }
 
   static bool isBlank(char byte) {
@@ -93,7 +109,8 @@ class NaiveIniReader {
     return text;
   }
 
-  ini::conformance::Reading reading_{{}, 0};
+  const Handler handler_;
+  int result_ = 0;
   std::string chunk_;
   int number_ = 0;
   std::string section_;
