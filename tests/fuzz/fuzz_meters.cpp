@@ -223,7 +223,7 @@ extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t s
   Meter meter;
   if (seed % 4 == 0 || meter.ParseFromArray(data, static_cast<int>(mutated))) return mutated;
   const std::string readable = meter.SerializePartialAsString();
-  if (readable.size() > maxSize) return mutated;
+  if (readable.empty() || readable.size() > maxSize) return mutated;
   readable.copy(reinterpret_cast<char*>(data), readable.size());
   return readable.size();
 }
