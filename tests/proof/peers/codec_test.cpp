@@ -138,6 +138,10 @@ struct Implementation {
   std::string program;
   std::string library;
 };
+// How GoogleTest shows one.
+void PrintTo(const Implementation& implementation, std::ostream* out) {
+  *out << implementation.library;
+}
 const Implementation protobufjs{"protobufjs", PEERS_FOLDER "/codec.js", "protobufjs"};
 const Implementation python{"python", PEERS_FOLDER "/codec.py", "protobuf for Python, pure Python"};
 
@@ -278,11 +282,11 @@ TEST_P(Encoding, OfKnownBytesIsTheirsAndOurs) {
         ++left;
         continue;
       }
-      EXPECT_EQ(codec.read(type, {hexOf(bytes)}), json::array({value}));
+      EXPECT_EQ(codec.read(type, json::array({hexOf(bytes)})), json::array({value}));
       ++tried;
       // An unknown field is no part of the value.
       if (rewritten == bytes && example.beyondProtobufjs) continue;
-      EXPECT_EQ(codec.write(type, {value}), json::array({hexOf(rewritten)}));
+      EXPECT_EQ(codec.write(type, json::array({value})), json::array({hexOf(rewritten)}));
     }
   }
   report("known bytes, read and written", std::to_string(tried) + " encodings",

@@ -265,11 +265,11 @@ TEST_F(PeersReturn, FiveSecondsAfterAnyEndOfTheStream) {
   const std::size_t rounds = proof::scaled(1, statuses.size() / 2);
   std::map<std::string, std::pair<std::chrono::milliseconds, std::chrono::milliseconds>> times;
   for (std::size_t round = 0; round < rounds; ++round) {
-    const auto start = Clock::now();
     std::vector<std::pair<std::string, std::future<std::chrono::milliseconds>>> returns;
     const std::string next = std::to_string(round + 2);
     for (Pair& pair : pairs) {
       const std::string name = pair.peer.name;
+      const auto start = Clock::now();
       pair.ended->server().command("end fast " + statuses[2 * round]);
       pair.ended->server().command("end slow " + statuses[2 * round + 1]);
       pair.killed->killServer();

@@ -66,13 +66,18 @@ class Targets : public GatewayTest {
     server.process.waitEvent("closed SetParams " + number + " ");
     instance.stop();
     expectNothingLeft();
-    tried_ += (tried_.empty() ? "" : ", ") + shown(metersTarget);
-    ++count_;
+    tried_.push_back(shown(metersTarget));
+  }
+
+  std::string relativeFolder() const {
+    return std::filesystem::relative(files.path("")).string() + "/";
   }
 
   void report(const std::string& what) {
-    proof::report({peers::heading, what, std::to_string(count_) + " forms: " + tried_,
-                   "meters arrive and parameters go out through each"});
+    std::string forms = std::to_string(tried_.size()) + ":";
+    for (const std::string& form : tried_) forms += " " + form;
+    proof::report(
+        {peers::heading, what, forms, "meters arrive and parameters go out through each"});
   }
 
  private:
@@ -82,18 +87,12 @@ class Targets : public GatewayTest {
       const auto at = target.find(place);
       if (at != target.npos) target.replace(at, place.size(), place.front() == '/' ? "/" : "");
     }
-    if (target.starts_with("unix")) return target;
-    return std::regex_replace(target, std::regex(":[0-9]{2,}"), ":PORT");
+    if (target.starts_with("unix-abstract:")) return "unix-abstract:NAME";
+    if (target.starts_with("unix:")) return target;
+    return std::regex_replace(target, std::regex(":[0-9]+(,|$)"), ":PORT$1");
   }
 
- protected:
-  std::string relativeFolder() const {
-    return std::filesystem::relative(files.path("")).string() + "/";
-  }
-
- private:
-  int count_ = 0;
-  std::string tried_;
+  std::vector<std::string> tried_;
 };
 
 TEST_F(Targets, OfNamesAndAddresses) {
@@ -138,7 +137,7 @@ TEST_F(Targets, OfSocketsInTheFileSystem) {
 }
 
 TEST_F(Targets, OfSocketsWithoutAFile) {
-  const std::string name = "unix-abstract:gateway-test-" + std::to_string(getpid());
+  const std::string name = "unix-abstract:gateway-" + std::to_string(getpid());
   Server server(name + "-meters", name + "-engine");
   expectFlows(server, name + "-meters", name + "-engine");
   report("targets by abstract name");
