@@ -77,7 +77,7 @@ const play = (period, valuesAt) => (call) => {
 
 function setParams({ request }, answer) {
   answer(null, {});
-  for (const { key, value } of request.params) {
+  for (const { key, value = {} } of request.params) {
     console.log("SetParams", key, value.value, value[value.value]);
   }
 }

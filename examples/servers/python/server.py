@@ -85,7 +85,8 @@ class Engine(engine_pb2_grpc.EngineServicer):
     def SetParams(self, request, context):
         for param in request.params:
             member = param.value.WhichOneof("value")
-            print("SetParams", param.key, member, getattr(param.value, member), flush=True)
+            value = getattr(param.value, member) if member else None
+            print("SetParams", param.key, member, value, flush=True)
         return engine_pb2.ResponseSetParams()
 
 
