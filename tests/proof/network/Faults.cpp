@@ -44,9 +44,11 @@ bool silences(FaultKind kind) {
   return kind == FaultKind::Stall || kind == FaultKind::Half || kind == FaultKind::Freeze;
 }
 
+// One that has been left without an answer gets it when the manner of answering changes.
 bool endsCall(const sim::FaultKindRow& row) {
   if (row.kind == FaultKind::NoReply) return false;
-  return row.group == FaultGroup::Answer || effectOf(row.kind) == Effect::EndsConnection;
+  return row.group == FaultGroup::Answer || row.kind == FaultKind::Normal ||
+         effectOf(row.kind) == Effect::EndsConnection;
 }
 
 // A number or status where there must be one.
@@ -81,6 +83,7 @@ Fault ofWire(const std::string& name, const Weather& weather, Effect effect = Ef
 Fault prolonged(Fault fault) {
   fault.name += ", for long";
   fault.effect = Effect::EndsConnection;
+  fault.endsCall = true;
   fault.held = untilGivenUp;
   return fault;
 }
@@ -147,8 +150,10 @@ std::vector<Cell> allCells() {
     for (const auto part : parts) {
       if (!fault.canBefall(part)) continue;
       for (const auto moment : moments) {
-        // What lasts for long differs only in what becomes of what runs.
-        if (!fault.isLong() || moment == Moment::Running) {
+        // What lasts for long differs only in what becomes of what runs, and of a call.
+        const bool differs =
+            moment == Moment::Running || (moment == Moment::Stopping && part == Part::SetParams);
+        if (!fault.isLong() || differs) {
           cells.push_back({.fault = &fault, .part = part, .moment = moment, .seed = 0});
         }
       }

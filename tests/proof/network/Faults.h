@@ -1,5 +1,5 @@
-// The table of what can go wrong, of the parts of the gateway that it can befall, and of the moments
-// at which it does.
+// The table of what can go wrong, of the parts of the gateway that it can befall, and of the
+// moments at which it does.
 #pragma once
 
 #include <chrono>

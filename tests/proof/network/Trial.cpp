@@ -1,19 +1,16 @@
 #include "tests/proof/network/Trial.h"
 
 #include <algorithm>
-#include <array>
-#include <fstream>
+#include <chrono>
 #include <map>
 #include <memory>
-#include <optional>
 #include <random>
-#include <sstream>
 #include <stdexcept>
+#include <string>
 #include <thread>
-#include <utility>
+#include <vector>
 
-#include "tests/support/SimProcess.h"
-#include "tests/support/TemporaryFolder.h"
+#include "tests/proof/network/Site.h"
 
 namespace network {
 namespace {
@@ -27,102 +24,34 @@ using std::chrono::seconds;
 constexpr Seconds retryDelay{4.99};
 // What is tried while a stream waits is still so when its retry comes.
 constexpr Seconds beyondTheRetry{6};
+constexpr milliseconds shortlyBeforeTheRetry{3500};
 // The rest of a retry's five seconds, and what a busy machine takes for all else.
-constexpr Seconds longestStop{5 + 5};
-// Messages a second on each stream, and what is about a second's.
-constexpr auto rate = "20";
-constexpr int aSecondsWorth = 20;
-// No value that plays.
-constexpr auto untouched = "-77";
+constexpr Seconds busyMachine{5};
+constexpr Seconds longestStop = Seconds(5) + busyMachine;
+// A peer that keeps silent is pinged after ten seconds and given up after ten more.
+constexpr Seconds longestStopInSilence = Seconds(20) + busyMachine;
 
-constexpr auto paramsEvent = R"({"event":"set_params",)";
-
-const std::array<std::string, 2> streamNames{"fast", "slow"};
+constexpr auto flushEnded = "Completion queue flush ended";
 
 double since(Clock::time_point start) {
   return Seconds(Clock::now() - start).count();
 }
 
-std::string openedEvent(const std::string& stream) {
-  return R"({"event":"opened","stream":")" + stream + "\",";
-}
-
-std::string callOf(const std::string& stream, int call) {
-  return "\"stream\":\"" + stream + "\",\"call\":" + std::to_string(call) + ",";
-}
-
-std::string slotLine(const std::string& stream) {
-  return stream + " level ";
-}
-
-std::ptrdiff_t count(const ToolProcess& process, const std::string& prefix) {
-  const auto lines = process.lines();
-  return std::count_if(lines.begin(), lines.end(),
-                       [&](const auto& line) { return line.starts_with(prefix); });
-}
-
-std::string configuration(const std::string& meters, const std::string& engine) {
-  std::string text = "[Meters]\nTarget=" + meters + "\n[Engine]\nTarget=" + engine +
-                     "\n[EngineInt]\nParam=Key=delay CustomKey=delay\n[MetersFloat]\n";
-  for (const auto& stream : streamNames) {
-    text += "Meter=Key=level CustomKey=level DefaultValue=" + std::string(untouched) +
-            " Type=" + stream + "\n";
-  }
-  return text + "[MetersString]\nMeter=Key=state\nMeter=Key=state Type=slow\n";
-}
-
-// What a process holds of the machine.
-struct Usage {
-  int threads = 0;
-  double memory = 0;  // MiB
-};
-
-Usage usageOf(pid_t process) {
-  std::ifstream status("/proc/" + std::to_string(process) + "/status");
-  Usage usage;
-  for (std::string line; std::getline(status, line);) {
-    if (line.starts_with("Threads:")) usage.threads = std::stoi(line.substr(8));
-    if (line.starts_with("VmRSS:")) usage.memory = std::stod(line.substr(6)) / 1024;
-  }
-  return usage;
-}
-
-// Where gateway and servers are when there is a wire between them, or one for each server.
-struct Net {
-  explicit Net(std::uint64_t seed)
-      : meters({gateway, "10.77.1.1"}, {servers, "10.77.1.2"}, seed),
-        engine({gateway, "10.77.2.1"}, {servers, "10.77.2.2"}, seed + 1) {}
-
-  Namespace gateway;
-  Namespace servers;
-  Wire meters;
-  Wire engine;
-};
-
 class Trial {
  public:
-  explicit Trial(const Cell& cell) : cell_(cell), fault_(*cell.fault), random_(cell.seed) {
-    if (fault_.isOfWire()) net_ = std::make_unique<Net>(cell.seed);
-  }
+  explicit Trial(const Cell& cell)
+      : cell_(cell),
+        random_(cell.seed),
+        net_(fault_.isOfWire() ? std::make_unique<Net>(cell.seed) : nullptr),
+        site_(net_.get()) {}
 
   Finding run();
 
  private:
-  // ---- What goes on ----
-  void startServers();
-  void startGateway();
-  void change();
-  void changeUntilOneArrives();
-  void awaitValues(const std::string& stream, int count = aSecondsWorth) {
-    host_->waitMore(slotLine(stream), count);
-  }
-  std::string valueOf(const std::string& stream);
-
   // ---- What goes wrong ----
   void strike();
   void lift();
-  void tellSimulator(const std::string& line) { sim_->writeLine(line); }
-  void endStream(const std::string& stream);
+  void tellSimulator(const std::string& line) { site_.simulator().writeLine(line); }
   // What the fault leaves alone goes on.
   void watchOthers();
   void watchOthersFor(Seconds time, Clock::time_point from);
@@ -143,9 +72,11 @@ class Trial {
   void expectRetry(const std::string& stream, Clock::time_point end);
   void expectEffect(Clock::time_point begin, Clock::time_point over);
   void expectAttempts();
+  void expectOneAtATime(const std::string& stream);
   void expectValuesKept();
   void expectEachChangeOnce();
   void expectCleanEnd();
+  void expectEnd(ToolProcess& process, const std::string& name);
   void stop();
   void finishStop(Clock::time_point begin);
   void problem(const std::string& text) { finding_.problems.push_back(text); }
@@ -160,88 +91,13 @@ class Trial {
   }
 
   const Cell cell_;
-  const Fault& fault_;
+  const Fault& fault_ = *cell_.fault;
   std::mt19937_64 random_;
+  const std::unique_ptr<Net> net_;
+  Site site_;
+  std::map<std::string, int> attempts_{{"fast", 1}, {"slow", 1}};  // that servers should have seen
   Finding finding_;
-  TemporaryFolder files_;
-  std::unique_ptr<Net> net_;
-  std::unique_ptr<ToolProcess> sim_;
-  std::unique_ptr<ToolProcess> host_;
-  std::map<std::string, int> attempts_;  // that the servers should have seen
-  int changes_ = 0;
 };
-
-// ---- What goes on -------------------------------------------------------------------------------
-
-void Trial::startServers() {
-  const auto keys = files_.write("keys.conf", configuration("any:1", "any:2"));
-  const auto start = [&] {
-    sim_ = std::make_unique<ToolProcess>(std::vector<std::string>{
-        "sim", "--json", "--live-faults", "--config", keys, "--meters",
-        net_ ? "10.77.1.2:0" : SimProcess::anyPort, "--engine",
-        net_ ? "10.77.2.2:0" : SimProcess::anyPort, "--rate-fast", rate, "--rate-slow", rate});
-  };
-  if (net_) {
-    net_->servers.inside(start);
-  } else {
-    start();
-  }
-}
-
-void Trial::startGateway() {
-  const auto addressOf = [&](const std::string& service) {
-    const auto before = R"({"event":"listening","service":")" + service + R"(","address":")";
-    const auto line = sim_->waitLine(before);
-    return line.substr(before.size(), line.find('"', before.size()) - before.size());
-  };
-  const auto path =
-      files_.write("gateway.conf", configuration(addressOf("meters"), addressOf("engine")));
-  const auto start = [&] {
-    host_ = std::make_unique<ToolProcess>(
-        std::vector<std::string>{"host", path, "--no-page", "--watch"});
-  };
-  if (net_) {
-    net_->gateway.inside(start);
-  } else {
-    start();
-  }
-  for (const auto& stream : streamNames) {
-    sim_->waitLine(openedEvent(stream));
-    attempts_[stream] = 1;
-    awaitValues(stream, 2);
-  }
-  change();
-}
-
-void Trial::change() {
-  const auto value = std::to_string(++changes_);
-  host_->writeLine("set delay " + value);
-  while (!sim_->waitLine(paramsEvent).ends_with("\"value\":" + value + "}")) continue;
-}
-
-// Calls may be lost until the connection is back.
-void Trial::changeUntilOneArrives() {
-  constexpr milliseconds lookAgain(20);
-  constexpr int looks = 25;
-  const auto before = count(*sim_, paramsEvent);
-  const auto begin = Clock::now();
-  while (count(*sim_, paramsEvent) == before) {
-    if (Clock::now() - begin > patience) throw std::runtime_error("no SetParams call arrives");
-    host_->writeLine("set delay " + std::to_string(++changes_));
-    for (int i = 0; i < looks && count(*sim_, paramsEvent) == before; ++i) {
-      std::this_thread::sleep_for(lookAgain);
-    }
-  }
-}
-
-// As a row of the table that "get" prints: set, type, name, value.
-std::string Trial::valueOf(const std::string& stream) {
-  host_->writeLine("get level");
-  std::istringstream words(host_->waitLine(stream + "  float"));
-  std::string word;
-  for (int i = 0; i < 4; ++i) words >> word;
-  return word;
-}
 
 // ---- What goes wrong ----------------------------------------------------------------------------
 
@@ -258,21 +114,16 @@ void Trial::lift() {
   }
 }
 
-void Trial::endStream(const std::string& stream) {
-  tellSimulator("end " + stream + " UNAVAILABLE");
-  sim_->waitLine(R"({"event":"closed",)" + callOf(stream, attempts_[stream]));
-}
-
 void Trial::watchOthers() {
   if (!isOfStream()) {
-    awaitValues(own());
-    awaitValues(other(), 1);
+    site_.awaitValues(own());
+    site_.awaitValues(other(), 1);
     return;
   }
-  if (sparesOther()) awaitValues(other());
+  if (sparesOther()) site_.awaitValues(other());
   constexpr milliseconds tenthOfASecond(100);
   for (int i = 0; i < 10; ++i) {
-    change();
+    site_.changeAndAwait();
     if (!sparesOther()) std::this_thread::sleep_for(tenthOfASecond);
   }
 }
@@ -288,10 +139,10 @@ void Trial::streamRunning() {
   strike();
   watchOthers();
   const bool isSilent = fault_.silences || fault_.effect != Effect::None;
-  const auto kept = valueOf(own());
+  const auto kept = site_.valueOf(own());
   watchOthers();
-  const auto later = valueOf(own());
-  const bool isBack = count(*sim_, openedEvent(own())) > attempts_[own()];
+  const auto later = site_.valueOf(own());
+  const bool isBack = count(site_.simulator(), openedEvent(own())) > attempts_[own()];
   if (isSilent && !isBack && kept != later) {
     problem("a slot went from " + kept + " to " + later + " while nothing came");
   }
@@ -303,7 +154,10 @@ void Trial::streamRunning() {
 
 void Trial::streamWaiting() {
   const auto end = Clock::now();
-  endStream(own());
+  site_.endStream(own(), attempts_[own()]);
+  // TCP tries to get through a hole at ever longer intervals: a short one will do.
+  const bool isHole = fault_.isOfWire() && fault_.effect == Effect::None;
+  if (isHole) std::this_thread::sleep_until(end + shortlyBeforeTheRetry);
   const auto begin = Clock::now();
   strike();
   if (fault_.lasts) watchOthersFor(beyondTheRetry, end);
@@ -317,7 +171,7 @@ void Trial::callRunning() {
       !fault_.isOfWire() && sim::rowOf(*fault_.kind).group == sim::FaultGroup::Answer;
   if (!isAnswer) tellSimulator("no-reply engine");
   if (isAnswer) strike();
-  change();
+  site_.changeAndAwait();
   const auto begin = Clock::now();
   if (!isAnswer) strike();
   watchOthersFor(fault_.held, begin);
@@ -328,9 +182,9 @@ void Trial::callRunning() {
 // One that finds nobody is lost.
 void Trial::callWaiting() {
   tellSimulator("refuse engine");
-  host_->writeLine("set delay " + std::to_string(++changes_));
+  site_.change();
   strike();
-  host_->writeLine("set delay " + std::to_string(++changes_));
+  site_.change();
   watchOthers();
   lift();
   tellSimulator("normal engine");
@@ -344,7 +198,7 @@ void Trial::stopWhileStreaming() {
     std::this_thread::sleep_for(between);
   }
   const auto begin = Clock::now();
-  host_->writeLine("quit");
+  site_.host().writeLine("quit");
   if (!faultFirst) {
     std::this_thread::sleep_for(between);
     strike();
@@ -353,25 +207,29 @@ void Trial::stopWhileStreaming() {
 }
 
 void Trial::stopWhileOtherWaits() {
-  endStream(other());
+  site_.endStream(other(), attempts_[other()]);
   const auto begin = Clock::now();
-  host_->writeLine("quit");
-  host_->waitError("Starting completion queue flush");
+  site_.host().writeLine("quit");
+  site_.host().waitError("Starting completion queue flush");
   strike();
   finishStop(begin);
 }
 
-// The call is over when the fault ends it, or else when the answer comes.
+// A call in flight holds the stop up, until the fault ends it or else the answer comes.
 void Trial::stopWithCall() {
   tellSimulator("no-reply engine");
-  change();
+  site_.changeAndAwait();
+  if (cell_.moment == Moment::Flushing) site_.endStream(own(), attempts_[own()]);
+  site_.host().writeLine("quit");
+  site_.host().waitError("Starting completion queue flush");
   auto begin = Clock::now();
-  host_->writeLine("quit");
-  host_->waitError("Starting completion queue flush");
-  if (cell_.moment == Moment::Flushing) std::this_thread::sleep_for(seconds(1));
-  begin = fault_.endsCall ? Clock::now() : begin;
   strike();
   if (!fault_.endsCall) {
+    constexpr seconds aWhile(1);
+    std::this_thread::sleep_for(aWhile);
+    if (site_.host().errors().find(flushEnded) != std::string::npos) {
+      problem("the stop did not wait for a SetParams call");
+    }
     lift();
     begin = Clock::now();
     tellSimulator("normal engine");
@@ -384,7 +242,7 @@ void Trial::stopWithCall() {
 // Not before the five seconds are over, and once.
 void Trial::expectRetry(const std::string& stream, Clock::time_point end) {
   const auto call = ++attempts_[stream];
-  sim_->waitLine(R"({"event":"opened",)" + callOf(stream, call));
+  site_.simulator().waitLine(openedEvent(stream, call));
   const auto after = since(end);
   finding_.retries.push_back(after);
   if (after < retryDelay.count()) {
@@ -398,23 +256,34 @@ void Trial::expectEffect(Clock::time_point begin, Clock::time_point over) {
   if (endsBoth()) expectRetry(other(), begin);
 }
 
+void Trial::expectEnd(ToolProcess& process, const std::string& name) {
+  const int code = process.waitExit();
+  if (code != 0) problem(name + " ended with " + std::to_string(code));
+  for (const char* word : {"Sanitizer", "runtime error:"}) {
+    if (process.errors().find(word) != std::string::npos) problem(name + ": " + word);
+  }
+}
+
+void Trial::expectOneAtATime(const std::string& stream) {
+  int open = 0;
+  for (const auto& line : site_.simulator().lines()) {
+    if (line.starts_with(openedEvent(stream)) && ++open > 1) {
+      problem("two attempts of the " + stream + " stream at a time");
+    }
+    if (line.starts_with(closedEvent(stream))) --open;
+  }
+}
+
 // As many as there should be, and each after the end of the one before.
 void Trial::expectAttempts() {
   for (const auto& stream : streamNames) {
-    const auto seen = count(*sim_, openedEvent(stream));
+    const auto seen = count(site_.simulator(), openedEvent(stream));
     if (seen != attempts_[stream]) {
       problem("the " + stream + " stream was opened " + std::to_string(seen) + " times, not " +
               std::to_string(attempts_[stream]));
     }
     // A server that was cut off for long learns of the end afterwards.
-    if (fault_.isLong()) continue;
-    int open = 0;
-    for (const auto& line : sim_->lines()) {
-      if (line.starts_with(openedEvent(stream)) && ++open > 1) {
-        problem("two attempts of the " + stream + " stream at a time");
-      }
-      if (line.starts_with(R"({"event":"closed","stream":")" + stream)) --open;
-    }
+    if (!fault_.isLong()) expectOneAtATime(stream);
   }
 }
 
@@ -422,9 +291,9 @@ void Trial::expectAttempts() {
 void Trial::expectValuesKept() {
   for (const auto& stream : streamNames) {
     bool hasMoved = false;
-    for (const auto& line : host_->lines()) {
+    for (const auto& line : site_.host().lines()) {
       if (!line.starts_with(slotLine(stream))) continue;
-      const bool isDefault = line == slotLine(stream) + untouched;
+      const bool isDefault = line == untouchedLine(stream);
       if (isDefault && hasMoved) problem("a " + stream + " slot fell back to its default");
       hasMoved = hasMoved || !isDefault;
     }
@@ -433,7 +302,7 @@ void Trial::expectValuesKept() {
 
 void Trial::expectEachChangeOnce() {
   std::vector<std::string> values;
-  for (const auto& line : sim_->lines()) {
+  for (const auto& line : site_.simulator().lines()) {
     if (line.starts_with(paramsEvent)) values.push_back(line.substr(line.rfind(':')));
   }
   std::sort(values.begin(), values.end());
@@ -443,35 +312,28 @@ void Trial::expectEachChangeOnce() {
 }
 
 void Trial::finishStop(Clock::time_point begin) {
-  host_->waitError("Completion queue flush ended");
+  site_.host().waitError(flushEnded);
   finding_.stop = since(begin);
-  if (finding_.stop > longestStop.count()) {
+  // An idle connection learns of what the wire does to it by its pings only.
+  const bool isIdle = fault_.isLong() || (fault_.isOfWire() && !isOfStream());
+  if (finding_.stop > (isIdle ? longestStopInSilence : longestStop).count()) {
     problem("the stop took " + std::to_string(finding_.stop) + " s");
   }
 }
 
 void Trial::stop() {
   // A SetParams call whose end is just being told when the stop begins is lost: let it be told.
-  for (const auto& stream : streamNames) awaitValues(stream);
+  for (const auto& stream : streamNames) site_.awaitValues(stream);
   const auto begin = Clock::now();
-  host_->writeLine("quit");
+  site_.host().writeLine("quit");
   finishStop(begin);
 }
 
-// Nothing of the host's is left, no sanitizer has complained, and no stream comes back.
+// The host ends with another code if the module leaves anything of its, or breaks its rules.
 void Trial::expectCleanEnd() {
-  if (const int code = host_->waitExit(); code != 0) {
-    problem("the host ended with " + std::to_string(code));
-  }
-  sim_->closeInput();
-  if (const int code = sim_->waitExit(); code != 0) {
-    problem("the simulator ended with " + std::to_string(code));
-  }
-  for (const auto* process : {host_.get(), sim_.get()}) {
-    for (const char* word : {"Sanitizer", "runtime error:"}) {
-      if (process->errors().find(word) != std::string::npos) problem("a sanitizer's report");
-    }
-  }
+  expectEnd(site_.host(), "the host");
+  site_.simulator().closeInput();
+  expectEnd(site_.simulator(), "the simulator");
   expectAttempts();
   expectValuesKept();
   expectEachChangeOnce();
@@ -483,8 +345,8 @@ void Trial::befall() {
   } else {
     cell_.moment == Moment::Running ? callRunning() : callWaiting();
   }
-  for (const auto& stream : streamNames) awaitValues(stream);
-  changeUntilOneArrives();
+  for (const auto& stream : streamNames) site_.awaitValues(stream);
+  site_.changeUntilOneArrives();
 }
 
 void Trial::stopAmidst() {
@@ -499,12 +361,12 @@ void Trial::stopAmidst() {
 
 // What the first fault of a series takes is its own: libraries keep what they have once needed.
 void Trial::goThrough() {
-  auto before = usageOf(host_->pid());
+  auto before = usageOf(site_.host().pid());
   for (int round = 0; round < cell_.rounds; ++round) {
-    if (round == 1) before = usageOf(host_->pid());
+    if (round == 1) before = usageOf(site_.host().pid());
     befall();
   }
-  const auto after = usageOf(host_->pid());
+  const auto after = usageOf(site_.host().pid());
   finding_.moreThreads = after.threads - before.threads;
   finding_.moreMemory = after.memory - before.memory;
   finding_.isMeasured = true;
@@ -512,9 +374,6 @@ void Trial::goThrough() {
 }
 
 Finding Trial::run() {
-  startServers();
-  startGateway();
-  for (const auto& stream : streamNames) awaitValues(stream);
   const bool goesThrough = cell_.moment == Moment::Running || cell_.moment == Moment::Waiting;
   goesThrough ? goThrough() : stopAmidst();
   expectCleanEnd();

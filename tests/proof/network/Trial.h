@@ -1,5 +1,5 @@
-// One cell of the table, tried: the simulator and the module in its stand-in host, each a process of
-// its own, and a fault between them.
+// One cell of the table, tried: the simulator and the module in its stand-in host, each a process
+// of its own, and a fault between them.
 //
 // Threads: a Trial lives and dies on one thread, as its processes do; several may run side by side.
 #pragma once

@@ -258,8 +258,9 @@ void Wire::State::run(const std::stop_token& stop) {
       const std::lock_guard lock(mutex);
       now = weather;
     }
-    take(*client, *server, now.toServer);
-    take(*server, *client, now.toClient);
+    const bool isThrough = now.isPlugged && now.isUp;
+    take(*client, *server, isThrough && now.toServer);
+    take(*server, *client, isThrough && now.toClient);
     deliverWhatIsDue();
   }
 }

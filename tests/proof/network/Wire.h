@@ -2,8 +2,8 @@
 // through the test, which delays, loses, doubles, reorders, breaks or answers them. So it takes no
 // traffic control of the kernel, but two permissions: to make namespaces, and /dev/net/tun.
 //
-// Threads: a Wire has one of its own; all else is for one thread at a time, but that the weather may
-// be changed from any.
+// Threads: a Wire has one of its own; all else is for one thread at a time, but that the weather
+// may be changed from any.
 #pragma once
 
 #include <chrono>
