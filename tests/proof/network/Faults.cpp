@@ -58,6 +58,12 @@ std::string argumentOf(const sim::FaultKindRow& row) {
   return row.group == FaultGroup::Answer ? " 0.5" : " 2000";
 }
 
+std::string subjectOf(const sim::FaultKindRow& row, Part part) {
+  if (part == Part::SetParams) return "engine";
+  if (row.group == FaultGroup::Connection) return "meters";
+  return partNames[static_cast<std::size_t>(part)];
+}
+
 Fault ofSimulator(const sim::FaultKindRow& row) {
   Fault fault;
   fault.name = row.name;
@@ -130,12 +136,11 @@ bool Fault::canBefall(Part part) const {
 
 std::string Fault::lineFor(Part part) const {
   const auto& row = sim::rowOf(*kind);
-  const bool ofConnection = row.group == FaultGroup::Connection;
-  const std::string subject = part == Part::SetParams ? "engine"
-                              : ofConnection          ? "meters"
-                              : part == Part::Fast    ? "fast"
-                                                      : "slow";
-  return std::string(row.name) + " " + subject + argumentOf(row);
+  return std::string(row.name) + " " + subjectOf(row, part) + argumentOf(row);
+}
+
+std::string Fault::endLineFor(Part part) const {
+  return "normal " + subjectOf(sim::rowOf(*kind), part);
 }
 
 std::string nameOf(const Cell& cell) {

@@ -46,8 +46,9 @@ struct Fault {
   // Too long for a run among all tests.
   bool isLong() const { return held > std::chrono::seconds(10); }
   bool canBefall(Part part) const;
-  // As the simulator is told.
+  // As the simulator is told, and the end of what lasts.
   std::string lineFor(Part part) const;
+  std::string endLineFor(Part part) const;
 };
 
 std::span<const Fault> faults();

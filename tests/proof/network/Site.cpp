@@ -150,8 +150,13 @@ void Site::changeUntilOneArrives() {
   }
 }
 
+void Site::tellAndAwait(const std::string& fault) {
+  tell(fault);
+  simulator_->waitLine(R"({"event":"fault",)");
+}
+
 void Site::endStream(const std::string& stream, int call) {
-  simulator_->writeLine("end " + stream + " UNAVAILABLE");
+  tellAndAwait("end " + stream + " UNAVAILABLE");
   simulator_->waitLine(closedEvent(stream, call));
 }
 

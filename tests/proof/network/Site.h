@@ -83,6 +83,11 @@ class Site {
   // Calls may be lost until a connection is back: changes go on until one arrives.
   void changeUntilOneArrives();
 
+  // Has the simulator do a fault, a line without its time, sooner or later; the second form returns
+  // when it is in effect. One that has not been waited for must be the last.
+  void tell(const std::string& fault) { simulator_->writeLine(fault); }
+  void tellAndAwait(const std::string& fault);
+
   // Ends attempt number `call` of a stream, and returns when the server has seen that.
   void endStream(const std::string& stream, int call);
 

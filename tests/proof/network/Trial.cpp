@@ -50,8 +50,9 @@ class Trial {
  private:
   // ---- What goes wrong ----
   void strike();
+  // The same, without waiting until it is in effect.
+  void strikeAtOnce();
   void lift();
-  void tellSimulator(const std::string& line) { site_.simulator().writeLine(line); }
   // What the fault leaves alone goes on.
   void watchOthers();
   void watchOthersFor(Seconds time, Clock::time_point from);
@@ -102,7 +103,12 @@ class Trial {
 // ---- What goes wrong ----------------------------------------------------------------------------
 
 void Trial::strike() {
-  if (!fault_.isOfWire()) return tellSimulator(fault_.lineFor(cell_.part));
+  if (fault_.isOfWire()) return strikeAtOnce();
+  site_.tellAndAwait(fault_.lineFor(cell_.part));
+}
+
+void Trial::strikeAtOnce() {
+  if (!fault_.isOfWire()) return site_.tell(fault_.lineFor(cell_.part));
   (isOfStream() ? net_->meters : net_->engine).setWeather(fault_.weather);
 }
 
@@ -110,7 +116,7 @@ void Trial::lift() {
   if (fault_.isOfWire()) {
     (isOfStream() ? net_->meters : net_->engine).setWeather({});
   } else if (fault_.lasts) {
-    tellSimulator("normal");
+    site_.tellAndAwait(fault_.endLineFor(cell_.part));
   }
 }
 
@@ -169,39 +175,39 @@ void Trial::streamWaiting() {
 void Trial::callRunning() {
   const bool isAnswer =
       !fault_.isOfWire() && sim::rowOf(*fault_.kind).group == sim::FaultGroup::Answer;
-  if (!isAnswer) tellSimulator("no-reply engine");
+  if (!isAnswer) site_.tellAndAwait("no-reply engine");
   if (isAnswer) strike();
   site_.changeAndAwait();
   const auto begin = Clock::now();
   if (!isAnswer) strike();
   watchOthersFor(fault_.held, begin);
   lift();
-  tellSimulator("normal engine");
+  site_.tellAndAwait("normal engine");
 }
 
 // One that finds nobody is lost.
 void Trial::callWaiting() {
-  tellSimulator("refuse engine");
+  site_.tellAndAwait("refuse engine");
   site_.change();
   strike();
   site_.change();
   watchOthers();
   lift();
-  tellSimulator("normal engine");
+  site_.tellAndAwait("normal engine");
 }
 
 void Trial::stopWhileStreaming() {
   const bool faultFirst = random_() % 2 == 0;
   const std::chrono::microseconds between(random_() % 5000);
   if (faultFirst) {
-    strike();
+    strikeAtOnce();
     std::this_thread::sleep_for(between);
   }
   const auto begin = Clock::now();
   site_.host().writeLine("quit");
   if (!faultFirst) {
     std::this_thread::sleep_for(between);
-    strike();
+    strikeAtOnce();
   }
   finishStop(begin);
 }
@@ -217,7 +223,7 @@ void Trial::stopWhileOtherWaits() {
 
 // A call in flight holds the stop up, until the fault ends it or else the answer comes.
 void Trial::stopWithCall() {
-  tellSimulator("no-reply engine");
+  site_.tellAndAwait("no-reply engine");
   site_.changeAndAwait();
   if (cell_.moment == Moment::Flushing) site_.endStream(own(), attempts_[own()]);
   site_.host().writeLine("quit");
@@ -232,7 +238,7 @@ void Trial::stopWithCall() {
     }
     lift();
     begin = Clock::now();
-    tellSimulator("normal engine");
+    site_.tellAndAwait("normal engine");
   }
   finishStop(begin);
 }

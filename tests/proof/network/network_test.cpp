@@ -58,12 +58,6 @@ std::vector<Cell> sample(std::vector<Cell> cells, std::mt19937_64& random) {
   std::erase_if(cells, [](const Cell& cell) { return cell.fault->isLong(); });
   std::shuffle(cells.begin(), cells.end(), random);
   cells.resize(std::min(cells.size(), sampled));
-  for (auto& cell : cells) {
-    if (cell.moment == Moment::Running) {
-      cell.rounds = 2;
-      break;
-    }
-  }
   return cells;
 }
 
