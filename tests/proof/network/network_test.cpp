@@ -141,10 +141,10 @@ std::string figuresOf(const std::vector<const Tried*>& trials) {
     retries.insert(retries.end(), finding.retries.begin(), finding.retries.end());
     stop = std::max(stop, finding.stop);
   }
-  auto text = fmt::format("{} retries", retries.size());
+  auto text = fmt::format("{} retries seen", retries.size());
   if (!retries.empty()) {
     const auto [least, most] = std::minmax_element(retries.begin(), retries.end());
-    text += fmt::format(", {:.2f} to {:.2f} s after the end", *least, *most);
+    text += fmt::format(" {:.2f} to {:.2f} s after the end", *least, *most);
   }
   text += fmt::format("; longest stop {:.2f} s", stop);
   return text + growthOf(trials, false) + growthOf(trials, true);
