@@ -1,4 +1,4 @@
-// Carries out a plan of faults, and others as they are told, and tells of each when it is in effect.
+// Carries out a plan of faults, and others as they are told, and tells of each that is in effect.
 //
 // Threads: all is done on the thread that runs the loop; constructor and destructor are called
 // while it does not run.
