@@ -34,8 +34,8 @@ constexpr bool isSanitized = false;
 // Cells mostly wait: for five seconds, or for a second's worth of values.
 constexpr std::size_t atATime = 16;
 constexpr std::size_t sampled = 14;
-constexpr int stopsEach = 5;
-constexpr int seriesLength = 12;
+constexpr int stopsEach = 4;
+constexpr int seriesLength = 8;
 // gRPC makes threads and buffers when it first needs them; from the second fault of a kind on it
 // has what it needs, but for what the allocator happens to keep.
 constexpr int threadsOfGrpc = 4;
