@@ -11,6 +11,7 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -45,6 +46,13 @@ class ToolProcess {
 
   // Whether a line that begins with `prefix` has come so far, waited for or not.
   bool hasLine(std::string_view prefix) const;
+
+  // Returns when so many more lines that begin with `prefix` have come; those that are there do not
+  // count, and none counts as waited for. Throws std::runtime_error as waitLine does.
+  void waitMore(std::string_view prefix, std::ptrdiff_t wanted);
+
+  // While it runs.
+  pid_t pid() const { return pid_; }
 
   // All lines of standard output so far, and all of standard error.
   std::vector<std::string> lines() const;
