@@ -9,7 +9,7 @@
 #include <mutex>
 #include <new>
 
-// ---- The allocator behind this one ----------------------------------------------------------------
+// ---- The allocator behind this one --------------------------------------------------------------
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define GATEWAY_BEHIND(name) __interceptor_##name
@@ -217,7 +217,7 @@ bool OwnBlocks::waitFor(std::size_t count) const {
   return blocks().changed.wait_for(lock, patience, [&] { return blocks().held.size() == count; });
 }
 
-// ---- In front of the libraries' own ---------------------------------------------------------------
+// ---- In front of the libraries' own -------------------------------------------------------------
 
 void* operator new(std::size_t size) {
   return allocate(size, __builtin_return_address(0));

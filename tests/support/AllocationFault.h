@@ -1,8 +1,8 @@
 // Makes allocations of the module fail, and counts the blocks that it holds. A program that links
 // this replaces operator new and malloc with their companions.
 //
-// Only requests of the module's own code count and fail: see ModuleCode.h. Those of the host, of the
-// test and of libraries go on.
+// Only requests of the module's own code count and fail: see ModuleCode.h. Those of the host, of
+// the test and of libraries go on.
 #pragma once
 
 #include <cstddef>

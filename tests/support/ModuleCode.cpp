@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdint>
-#include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <list>
@@ -69,8 +69,8 @@ Owner ownerOf(std::string_view mangled) {
 }
 
 void addFunctions(const std::string& path, Address base, std::vector<Function>& functions) {
-  std::ifstream file(path, std::ios::binary);
-  const std::string bytes((std::istreambuf_iterator<char>(file)), {});
+  std::string bytes(std::filesystem::file_size(path), '\0');
+  std::ifstream(path, std::ios::binary).read(bytes.data(), std::ssize(bytes));
   const auto at = [&](std::size_t offset) { return bytes.data() + offset; };
   const auto& header = *reinterpret_cast<const Elf64_Ehdr*>(at(0));
   const auto* sections = reinterpret_cast<const Elf64_Shdr*>(at(header.e_shoff));

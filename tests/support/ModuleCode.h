@@ -1,9 +1,9 @@
 // Tells whether a piece of memory was asked for by the built module's own code.
 //
 // A request is the module's own if the innermost caller, passing over the C and the C++ library and
-// the templates of the latter, stands in grpc-gateway.so and is not code of gRPC or of protobuf that
-// the compiler put there: inline parts of theirs and the generated messages. Those take memory in
-// ways that do not survive its absence, and neither do the libraries themselves.
+// the templates of the latter, stands in grpc-gateway.so and is not code of gRPC or of protobuf
+// that the compiler put there: inline parts of theirs and the generated messages. Those take memory
+// in ways that do not survive its absence, and neither do the libraries themselves.
 //
 // Threads: any, but for the making of a LoadedModuleCode.
 #pragma once

@@ -1,5 +1,5 @@
-// Peers that say nothing: a port that takes connections and never answers on them, and one that does
-// not even take them. One thread at a time.
+// Peers that say nothing: a port that takes connections and never answers on them, and one that
+// does not even take them. One thread at a time.
 #pragma once
 
 #include <arpa/inet.h>

@@ -1,5 +1,5 @@
-// What a thread does with its time. A busy machine lengthens a call by letting the thread wait for a
-// processor; only what it sleeps says that it waited for something else.
+// What a thread does with its time. A busy machine lengthens a call by letting the thread wait for
+// a processor; only what it sleeps says that it waited for something else.
 //
 // Threads: each measures itself.
 #pragma once

@@ -1,5 +1,6 @@
 // The host's threads do not wait for the network: start and notification take what they take with
-// servers that are well, whatever has become of the servers. A stop may wait, for what is told here.
+// servers that are well, whatever has become of the servers. A stop may wait, for what is told
+// here.
 #include <future>
 #include <map>
 #include <memory>

@@ -1,9 +1,9 @@
 // The vocabulary of proofs that take memory away from the loaded module, one allocation after the
 // other, until an operation comes through without having noticed.
 //
-// What fails is what the module's own code asks for, by itself or through the C and the C++ library:
-// operator new and malloc, which is all that it uses. What gRPC and protobuf ask for, the generated
-// messages included, is left alone: gRPC ends the process when it gets nothing.
+// What fails is what the module's own code asks for, by itself or through the C and the C++
+// library: operator new and malloc, which is all that it uses. What gRPC and protobuf ask for, the
+// generated messages included, is left alone: gRPC ends the process when it gets nothing.
 #pragma once
 
 #include <algorithm>
@@ -40,13 +40,15 @@ inline Outcome outcomeOf(const Request& request) {
   if (callers.include("c_shquote_parse_argv")) {
     return isNested ? Outcome::DedicatedFails : Outcome::BadLine;
   }
-  // What the reader itself asks for is a file.
+  // A file without a buffer is read byte by byte; exceptions have a reserve of their own.
+  if (callers.include("fgets") || callers.include("__cxa_allocate_exception")) {
+    return Outcome::Nothing;
+  }
+  // What else the reader asks for is a file.
   if (callers.innermostOwn() == "ini_parse") {
     return isNested ? Outcome::DedicatedFails : Outcome::BadFile;
   }
-  // A file without a buffer is read byte by byte; exceptions have a reserve of their own.
-  const bool hasReserve = callers.include("fgets") || callers.include("__cxa_allocate_exception");
-  return hasReserve ? Outcome::Nothing : Outcome::Unknown;
+  return Outcome::Unknown;
 }
 
 // Base: GatewayTest, or FlowTest where there are servers.

@@ -3,7 +3,6 @@
 
 #include "engine.pb.h"
 #include "tests/proof/memory/MemoryProof.h"
-#include "tools/sanitizers/AcceptedLeak.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
-// Starts that get no memory: each ends as the stage says in which they were, and what a start leaves
-// the stop takes back.
+// Starts that get no memory: each ends as the stage says in which they were, and what a start
+// leaves the stop takes back.
 #include <sys/wait.h>
 
 #include <algorithm>
@@ -75,8 +75,8 @@ struct Configuration {
 
 class StartWithoutMemory : public WithoutMemory<GatewayTest> {
  protected:
-  // All twelve lists, with texts that need memory of their own and some that do not, and a dedicated
-  // file in the middle. `copies` sets how many entries there are.
+  // All twelve lists, with texts that need memory of their own and some that do not, and a
+  // dedicated file in the middle. `copies` sets how many entries there are.
   Configuration full(std::uint64_t copies) {
     const std::string dedicatedPath = files.path("dedicated.conf");
     Configuration configuration;
