@@ -11,14 +11,9 @@
 
 // ---- The allocator behind this one --------------------------------------------------------------
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef GATEWAY_ALLOCATOR_OF_SANITIZER
 #define GATEWAY_BEHIND(name) __interceptor_##name
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define GATEWAY_BEHIND(name) __interceptor_##name
-#endif
-#endif
-#ifndef GATEWAY_BEHIND
+#else
 #define GATEWAY_BEHIND(name) __libc_##name
 #endif
 
