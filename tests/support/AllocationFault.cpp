@@ -220,6 +220,12 @@ void* operator new(std::size_t size) {
 void* operator new[](std::size_t size) {
   return allocate(size, __builtin_return_address(0));
 }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  return allocateQuietly(__builtin_return_address(0), [=] { return GATEWAY_BEHIND(malloc)(size); });
+}
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+  return allocateQuietly(__builtin_return_address(0), [=] { return GATEWAY_BEHIND(malloc)(size); });
+}
 void operator delete(void* memory) noexcept {
   release(memory);
 }
