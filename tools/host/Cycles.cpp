@@ -15,10 +15,6 @@ std::size_t entriesOf(const char* folder) {
   return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
 }
 
-ProcessUse processUse() {
-  return {entriesOf("/proc/self/task"), entriesOf("/proc/self/fd") - 1};  // but the listing's own
-}
-
 void add(Leftovers& all, const Leftovers& some) {
   all.notReturned.blocks += some.notReturned.blocks;
   all.notReturned.bytes += some.notReturned.bytes;
@@ -39,6 +35,10 @@ std::string courseText(const CyclesReport& report, std::size_t ProcessUse::*what
 }
 
 }  // namespace
+
+ProcessUse processUse() {
+  return {entriesOf("/proc/self/task"), entriesOf("/proc/self/fd") - 1};  // but the listing's own
+}
 
 CyclesReport runCycles(const Setup& setup, unsigned count,
                        const std::function<void(const standin::LogLine&)>& logSink,

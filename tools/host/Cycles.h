@@ -22,6 +22,7 @@ struct ProcessUse {
   std::size_t threads = 0;
   std::size_t descriptors = 0;
 };
+ProcessUse processUse();
 
 struct CyclesReport {
   unsigned cycles = 0;  // carried out
