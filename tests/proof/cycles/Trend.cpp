@@ -3,13 +3,12 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <malloc.h>
-#include <sanitizer/allocator_interface.h>
 #include <unistd.h>
 
 #include <fstream>
 
 #include "tests/proof/Proof.h"
-#include "tools/host/Cycles.h"
+#include "tools/ProcessUse.h"
 
 // Absent but for the sanitizers' builds, whose allocator stands in front of the system's.
 extern "C" __attribute__((weak)) size_t __sanitizer_get_current_allocated_bytes();
@@ -67,7 +66,7 @@ double Line::slope() const {
 void Trend::sample() {
   if (samples_++ < warmUp_) return;
   const auto x = static_cast<double>(samples_ - warmUp_);
-  const auto use = host::processUse();
+  const auto use = tools::processUse();
   heap_.add(x, heapBytes());
   resident_.add(x, residentBytes());
   threads_.add(x, static_cast<double>(use.threads));

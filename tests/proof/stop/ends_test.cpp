@@ -16,8 +16,6 @@ using namespace std::chrono_literals;
 
 constexpr auto part = "Stop in every state";
 constexpr milliseconds retryDelay{5000};
-constexpr int keepaliveFull = 1;
-constexpr int keepaliveQuick = 10;  // pings after one second instead of ten
 
 class StopAt : public StopTest {
  protected:
@@ -128,7 +126,8 @@ TEST_F(StopAt, WithoutAServerEveryAttemptAndEveryCallHasEnded) {
 
 class StopWithASilentPeer : public StopAt {
  protected:
-  const int divisor = isFull() ? keepaliveFull : keepaliveQuick;
+  // A short run has pings after one second instead of ten.
+  const int divisor = isFull() ? 1 : 10;
 
   // Without keepalive it would stay for ever: its ping after ten seconds, and ten more for the
   // answer, and as much again as a bound.
@@ -203,33 +202,68 @@ TEST_F(StopWithASilentPeer, ACallInFlightIsWaitedForUntilKeepaliveEndsIt) {
 
 // ---- Clocks -------------------------------------------------------------------------------------
 
-class StopAcrossAStepOfTheClock : public StopAt, public ::testing::WithParamInterface<int> {};
-
 // The deadline is the wall clock's of the moment when the end was seen. gRPC turns it into its own
-// steady time when the alarm is set, and waits for that on the wall clock: a clock that is set back
-// meanwhile can delay the retry by as much, and one that is set forward does not hurry it.
-TEST_P(StopAcrossAStepOfTheClock, EndsWhenTheAlarmComes) {
-  const seconds step(GetParam());
+// steady time when the alarm is set, and waits for that by the wall clock.
+class ClockStep : public StopAt, public ::testing::WithParamInterface<int> {
+ protected:
+  const seconds step{GetParam()};
+  // A clock that is set back may delay what waits by it.
+  const milliseconds bound = retryDelay + std::max(seconds(0), -step) + promptly;
+
+  // The moment when the fast stream waits, and the clock has moved.
+  steady_clock::time_point moveWhileWaiting() {
+    awaitOpenStreams();
+    servers->command("end fast OK");
+    gate->awaitStarted("GetMetersFast", Step::Retry, 1);
+    const auto set = steady_clock::now();
+    clock.step(step);
+    return set;
+  }
+
+  // Since that moment.
+  milliseconds waited(steady_clock::time_point set) {
+    const auto alarm = gate->retryAlarms().front();
+    EXPECT_GE(alarm.wanted - alarm.at, 4900ms);
+    EXPECT_LE(alarm.wanted - alarm.at, retryDelay);
+    return std::chrono::duration_cast<milliseconds>(steady_clock::now() - set);
+  }
+
+  void reportWaited(const char* what, milliseconds time) {
+    report({part,
+            std::string("Waiting: the wall clock steps by ") + std::to_string(GetParam()) + " s, " +
+                what,
+            "1 stop", "the alarm came " + inMilliseconds(time) + " after it was set"});
+  }
+
   MovedClock clock;
+};
+
+TEST_P(ClockStep, DuringAStopThatWaitsForTheAlarm) {
   begin({.method = "GetMetersFast", .step = Step::Retry, .moment = Moment::Pending});
   startModule();
-  awaitOpenStreams();
-  servers->command("end fast OK");
-  gate->awaitReached();
-  const auto set = steady_clock::now();
-  clock.step(step);
+  const auto set = moveWhileWaiting();
   const Stop seen = stopModule();
-  const auto waited = std::chrono::duration_cast<milliseconds>(steady_clock::now() - set);
+  const auto time = waited(set);
   expectBothStreamsFlushed(seen);
-  const auto alarm = gate->retryAlarms().back();
-  EXPECT_GE(alarm.wanted - alarm.at, 4900ms);
-  EXPECT_LE(alarm.wanted - alarm.at, retryDelay);
-  EXPECT_LT(waited, retryDelay + std::max(seconds(0), -step) + promptly);
-  report({part, "Waiting: the wall clock steps by " + std::to_string(step.count()) + " s", "1 stop",
-          "the alarm came " + inMilliseconds(waited) + " after it was set"});
+  EXPECT_LT(time, bound);
+  reportWaited("during the stop", time);
 }
 
-INSTANTIATE_TEST_SUITE_P(, StopAcrossAStepOfTheClock, ::testing::Values(3, -3),
+TEST_P(ClockStep, BeforeTheRetry) {
+  begin({});
+  startModule();
+  const auto set = moveWhileWaiting();
+  gate->awaitEvents("GetMetersFast", Step::Retry, 1);
+  const auto time = waited(set);
+  EXPECT_LT(time, bound);
+  servers->waitEvent("open fast 2 ");
+  const Stop seen = stopModule();
+  expectStopped(seen);
+  EXPECT_EQ(seen.left, 0);
+  reportWaited("before the retry", time);
+}
+
+INSTANTIATE_TEST_SUITE_P(, ClockStep, ::testing::Values(3, -3),
                          [](const auto& step) { return step.param < 0 ? "Back" : "Forward"; });
 
 // ---- Stops that fail ----------------------------------------------------------------------------

@@ -20,6 +20,7 @@ TEST_F(StartEvent, RunsNoProcessMeters) {
   startModule();
   awaitOpenStreams();
   gate->awaitStarted("GetMetersFast", Step::Read, 1);
+  for (auto& l : log()) std::cerr << l << std::endl;
   host.clearRecords();
   send(SlotSet::Fast, "first");
   ASSERT_TRUE(host.waitUntil([&] { return !log().empty(); }));
