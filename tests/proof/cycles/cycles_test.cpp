@@ -132,12 +132,12 @@ class Cycles : public ::testing::Test {
 TEST_F(Cycles, OfStartAndStopLeaveNothing) {
   addPlaces(1);
   const standin::LoadedModule module(GATEWAY_MODULE);
-  run("start and stop, the module stays loaded", scaled(40, 1000), [&] { cycle(module); });
+  run("start and stop, the module stays loaded", scaled(25, 1000), [&] { cycle(module); });
 }
 
 TEST_F(Cycles, OfLoadingAndUnloadingLeaveNothing) {
   addPlaces(1);
-  run("dlopen, start, stop, dlclose", scaled(25, 200), [&] {
+  run("dlopen, start, stop, dlclose", scaled(15, 200), [&] {
     { cycle(standin::LoadedModule(GATEWAY_MODULE)); }
     EXPECT_EQ(dlopen(GATEWAY_MODULE, RTLD_NOW | RTLD_NOLOAD), nullptr) << "it is still loaded";
   });
@@ -148,7 +148,7 @@ TEST_F(Cycles, OfInstancesSideBySideLeaveNothing) {
   addPlaces(4);
   const standin::LoadedModule module(GATEWAY_MODULE);
   run("4 instances of different names, started, changed and stopped at the same time",
-      scaled(15, 250), [&] { cycle(module); });
+      scaled(8, 250), [&] { cycle(module); });
 }
 
 }  // namespace
