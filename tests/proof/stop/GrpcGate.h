@@ -70,7 +70,8 @@ class GrpcGate {
   // Returns when so many events of that kind have come to the gate. Throws likewise.
   void awaitEvents(const std::string& method, Step step, int count);
 
-  // How many operations of that kind have been started so far; the other returns when it is so many.
+  // How many operations of that kind have been started so far; the other returns when it is so
+  // many.
   int startedCount(const std::string& method, Step step) const;
   void awaitStarted(const std::string& method, Step step, int count);
 
@@ -99,9 +100,9 @@ class JoinFault {
   static constexpr const char* text = "no join";
 };
 
-// While it lives, the wall clock can be moved, as the module and gRPC see it. What waits in gRPC for
-// a time on the wall clock sees it as the system would have it: when the moved clock shows it. Made
-// before the module is started.
+// While it lives, the wall clock can be moved, as the module and gRPC see it. What waits in gRPC
+// for a time on the wall clock goes on when the moved clock shows it, as on a system whose clock was
+// moved. Made before the module is started.
 class MovedClock {
  public:
   MovedClock();
