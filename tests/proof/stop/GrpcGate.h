@@ -101,8 +101,8 @@ class JoinFault {
 };
 
 // While it lives, the wall clock can be moved, as the module and gRPC see it. What waits in gRPC
-// for a time on the wall clock goes on when the moved clock shows it, as on a system whose clock was
-// moved. Made before the module is started.
+// for a time on the wall clock goes on when the moved clock shows it, as where the system's clock
+// was moved. Made before the module is started.
 class MovedClock {
  public:
   MovedClock();
