@@ -230,6 +230,11 @@ bool ToolProcess::hasLine(std::string_view prefix) const {
                      [&](const auto& line) { return line.text.starts_with(prefix); });
 }
 
+void ToolProcess::forgetLines() {
+  const std::lock_guard lock(output_->mutex);
+  output_->lines.clear();
+}
+
 std::vector<std::string> ToolProcess::lines() const {
   const std::lock_guard lock(output_->mutex);
   std::vector<std::string> texts;

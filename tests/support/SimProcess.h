@@ -58,6 +58,9 @@ class ToolProcess {
   std::vector<std::string> lines() const;
   std::string errors() const;
 
+  // Lets go of all lines so far, for runs that last.
+  void forgetLines();
+
   // Sends a signal. When this returns, SIGSTOP has stopped the process and SIGCONT lets it go on.
   void signal(int number);
 
@@ -118,6 +121,9 @@ class SimProcess {
 
   // Whether an event that begins with `prefix` has come so far, waited for or not.
   bool hasEvent(std::string_view prefix) const { return process_.hasLine(prefix); }
+
+  // Lets go of all events so far, waited for or not, for runs that last.
+  void forgetEvents() { process_.forgetLines(); }
 
   // Ends it as it should, and returns its exit code.
   int quit();
