@@ -29,7 +29,7 @@ struct AllocationFault::Plan {
   Lasting lasting;
   bool active = true;
   std::size_t failures = 0;
-  std::vector<Request> requests;
+  std::vector<Allocation> requests;
 };
 
 namespace {
@@ -162,7 +162,7 @@ void AllocationFault::end() {
   plan_.active = false;
 }
 
-std::vector<AllocationFault::Request> AllocationFault::requests() const {
+std::vector<AllocationFault::Allocation> AllocationFault::allocations() const {
   const Busy busy;
   const std::lock_guard lock(mutex());
   return plan_.requests;

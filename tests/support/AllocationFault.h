@@ -32,13 +32,13 @@ class AllocationFault {
   // Memory is back, for all threads.
   void end();
 
-  struct Request {
+  struct Allocation {
     bool failed;
     bool throws;  // operator new, in contrast to malloc
     Callers callers;
   };
   // So far, in their order.
-  std::vector<Request> requests() const;
+  std::vector<Allocation> allocations() const;
   std::size_t requestCount() const;
   std::size_t failureCount() const;
 

@@ -14,7 +14,7 @@
 #include "tests/support/AllocationFault.h"
 
 using Lasting = AllocationFault::Lasting;
-using Request = AllocationFault::Request;
+using Allocation = AllocationFault::Allocation;
 
 constexpr char part[] = "Out of memory";
 
@@ -32,7 +32,7 @@ enum class Outcome {
   Unknown,
 };
 
-inline Outcome outcomeOf(const Request& request) {
+inline Outcome outcomeOf(const Allocation& request) {
   const Callers& callers = request.callers;
   // An exception of a conversion is caught around it, whatever it has become.
   if (request.throws) return callers.include("__throw_") ? Outcome::Nothing : Outcome::Raises;

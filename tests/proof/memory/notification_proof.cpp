@@ -30,7 +30,7 @@ constexpr char text[] = "a text that is too long for a string's own place";
 
 // What a notification asks for, and how many items had passed the filter by then.
 struct Asked {
-  Request request;
+  Allocation request;
   int passed;
 };
 
@@ -91,7 +91,7 @@ class NotificationWithoutMemory : public WithoutMemory<FlowTest> {
     });
     notify();
     host.setHook(standin::Operation::KeyValueListAdd, {});
-    const std::vector<Request> requests = counting.requests();
+    const std::vector<Allocation> requests = counting.allocations();
     passedByRequest.resize(requests.size(), passed);
     expectCall(requestOf(numbersWithout(0, 0)));
     std::vector<Asked> asked;

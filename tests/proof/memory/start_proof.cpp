@@ -25,8 +25,8 @@ const Journal refusal = {
 // How far a start had got: decides what an exception leaves behind.
 enum class Stage { PrivateState, Manager, Configuration, EngineSlots, Client };
 
-Stage stageOf(const std::vector<Request>& requests, std::size_t index) {
-  const auto buildsEngineSlots = [](const Request& request) {
+Stage stageOf(const std::vector<Allocation>& requests, std::size_t index) {
+  const auto buildsEngineSlots = [](const Allocation& request) {
     return request.callers.include("buildEngineSlots");
   };
   if (index == 0) return Stage::PrivateState;
@@ -40,7 +40,7 @@ Stage stageOf(const std::vector<Request>& requests, std::size_t index) {
 // A start that nothing was taken from.
 struct CleanStart {
   int result = 0;
-  std::vector<Request> requests;
+  std::vector<Allocation> requests;
   std::size_t beforeThread = 0;  // requests until the client thread ran
   Journal log;
   std::size_t slots = 0;
@@ -124,7 +124,7 @@ class StartWithoutMemory : public WithoutMemory<GatewayTest> {
     clean.result = instance.start(path_);
     counting.end();
     host.setLogSink({});
-    clean.requests = counting.requests();
+    clean.requests = counting.allocations();
     clean.log = startLog();
     if (clean.result == 0) {
       clean.slots = instance.slots().size();
@@ -148,10 +148,10 @@ class StartWithoutMemory : public WithoutMemory<GatewayTest> {
     AllocationFault fault(static_cast<int>(nth), lasting);
     result_ = instance.start(path_);
     if (lasting == Lasting::Once) fault.end();
-    const std::vector<Request> requests = fault.requests();
+    const std::vector<Allocation> requests = fault.allocations();
     ASSERT_GE(requests.size(), nth);
     ASSERT_TRUE(requests[nth - 1].failed);
-    const auto raising = std::find_if(requests.begin(), requests.end(), [](const Request& each) {
+    const auto raising = std::find_if(requests.begin(), requests.end(), [](const Allocation& each) {
       return each.failed && outcomeOf(each) == Outcome::Raises;
     });
     if (raising != requests.end()) {
@@ -217,8 +217,8 @@ class StartWithoutMemory : public WithoutMemory<GatewayTest> {
 
   // The start has not noticed, or has taken it for a fault of the configuration.
   void expectGotOver(const Configuration& configuration, const CleanStart& clean,
-                     const std::vector<Request>& requests) {
-    const auto failed = std::find_if(requests.begin(), requests.end(), [](const Request& each) {
+                     const std::vector<Allocation>& requests) {
+    const auto failed = std::find_if(requests.begin(), requests.end(), [](const Allocation& each) {
       return each.failed && outcomeOf(each) != Outcome::Nothing;
     });
     switch (failed == requests.end() ? Outcome::Nothing : outcomeOf(*failed)) {
@@ -243,7 +243,7 @@ class StartWithoutMemory : public WithoutMemory<GatewayTest> {
     }
   }
 
-  static std::size_t lostEntries(const Configuration& configuration, const Request& failed) {
+  static std::size_t lostEntries(const Configuration& configuration, const Allocation& failed) {
     const bool isWhole = failed.callers.innermostOwn() == "ini_parse";
     return isWhole ? Configuration::entriesOf(configuration.dedicated) : 1;
   }
@@ -281,9 +281,9 @@ class StartWithoutMemory : public WithoutMemory<GatewayTest> {
 
   // A line that was bad already may come earlier.
   int firstBadLine(const Configuration& configuration, const CleanStart& clean,
-                   const std::vector<Request>& requests,
-                   std::vector<Request>::const_iterator failed) {
-    const auto words = std::count_if(requests.begin(), failed, [](const Request& request) {
+                   const std::vector<Allocation>& requests,
+                   std::vector<Allocation>::const_iterator failed) {
+    const auto words = std::count_if(requests.begin(), failed, [](const Allocation& request) {
       return request.callers.include("c_shquote_parse_argv");
     });
     const int line = configuration.lineOfWords(static_cast<std::size_t>(words));
