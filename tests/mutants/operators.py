@@ -48,6 +48,9 @@ REPLACED_SIGNS = {
     "&=": ("|=",),
 }
 COMPARISONS = {"<", ">", "<=", ">=", "==", "!="}
+NOT_CALLED = {"if", "for", "while", "switch", "catch", "return", "GATEWAY_LOG"}
+# Whose first two arguments may change places.
+SYMMETRIC = {"sameName", "strcasecmp", "min"}
 # What a statement that can be left out does not begin with.
 STATEMENT_KEYWORDS = {
     "auto", "break", "case", "catch", "class", "const", "constexpr", "continue", "default", "do",
@@ -331,9 +334,10 @@ def arguments_of(source, opening):
 
 
 def arguments_swapped(source):
-    no_calls = {"if", "for", "while", "switch", "catch", "return", "GATEWAY_LOG"}
     for index, token in enumerate(source.tokens):
-        if token.text != "(" or not source.is_code(index) or source.word(index - 1) in no_calls:
+        if token.text != "(" or not source.is_code(index):
+            continue
+        if source.word(index - 1) in NOT_CALLED | SYMMETRIC:
             continue
         if source.tokens[index - 1].kind != "name" and source.word(index - 1) != ">":
             continue
