@@ -88,6 +88,8 @@ class Workshop:
             # A copy's objects serve all copies.
             "CCACHE_BASEDIR": str(home),
             "CCACHE_NOHASHDIR": "1",
+            # A mutant is seldom seen twice: it is compiled without being preprocessed first.
+            "CCACHE_DEPEND": "1",
             "CCACHE_IGNOREOPTIONS": "-ffile-prefix-map=* -fdebug-prefix-map=*",
             "TMPDIR": str(self.scratch),
             "ASAN_OPTIONS": f"detect_stack_use_after_return=1:strict_string_checks=1:"
