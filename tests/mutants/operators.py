@@ -50,7 +50,7 @@ REPLACED_SIGNS = {
 COMPARISONS = {"<", ">", "<=", ">=", "==", "!="}
 NOT_CALLED = {"if", "for", "while", "switch", "catch", "return", "GATEWAY_LOG"}
 # Whose first two arguments may change places.
-SYMMETRIC = {"sameName", "strcasecmp", "min"}
+SYMMETRIC = {"sameName", "strcasecmp", "strncmp", "min"}
 # What a statement that can be left out does not begin with.
 STATEMENT_KEYWORDS = {
     "auto", "break", "case", "catch", "class", "const", "constexpr", "continue", "default", "do",
@@ -337,12 +337,13 @@ def arguments_swapped(source):
     for index, token in enumerate(source.tokens):
         if token.text != "(" or not source.is_code(index):
             continue
-        if source.word(index - 1) in NOT_CALLED | SYMMETRIC:
+        if source.word(index - 1) in NOT_CALLED:
             continue
         if source.tokens[index - 1].kind != "name" and source.word(index - 1) != ">":
             continue
         arguments = list(arguments_of(source, index))
-        for (a, b), (c, d) in zip(arguments, arguments[1:]):
+        pairs = list(zip(arguments, arguments[1:]))
+        for (a, b), (c, d) in pairs[1:] if source.word(index - 1) in SYMMETRIC else pairs:
             one, other = source.slice(a, b), source.slice(c, d)
             if one != other:
                 yield "arguments swapped", a, d, f"{other}, {one}"
