@@ -66,6 +66,15 @@ TEST(MeterListCopy, ComparesCaseLengthAndEveryByte) {
   EXPECT_EQ(copy.find("a", 2), MeterListCopy::npos);
 }
 
+TEST(MeterListCopy, LooksAtNoByteBehindTheKeyThatItIsAskedFor) {
+  for (std::size_t size = 1; size <= 8; ++size) {
+    const std::string key(size, 'a');
+    const std::string longer = key + "o";
+    const MeterListCopy copy(entriesOf({key}));
+    EXPECT_EQ(copy.find(std::string_view(longer).substr(0, size), 1), 0u) << key;
+  }
+}
+
 template <class T>
 std::size_t findInListOf(T defaultValue) {
   MeterEntry<T> entry;
