@@ -49,6 +49,8 @@ TEST(MeterListCopy, OutlivesTheListThatItWasMadeOf) {
 
 TEST(MeterListCopy, GivesTheFirstOfEqualKeysAndNoneAtOrBeyondTheBound) {
   const MeterListCopy copy(entriesOf({"a", "b", "a"}));
+  EXPECT_EQ(copy.size(), 3u);
+  EXPECT_GT(MeterListCopy::npos, copy.size()) << "no entry has the position of none";
   EXPECT_EQ(copy.find("a", 3), 0u);
   EXPECT_EQ(copy.find("b", 2), 1u);
   EXPECT_EQ(copy.find("b", 1), MeterListCopy::npos);
