@@ -2,7 +2,10 @@
 // linked so that its calls of malloc, free and operator new come through the functions below.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 #include <string>
 
@@ -10,12 +13,29 @@
 
 namespace {
 
+// Of a block that was given to the functions. A guard stands behind the bytes that they asked for,
+// and nothing that is given holds zeros.
+struct Block {
+  static constexpr std::size_t guardSize = 16;
+  static constexpr char filling = 0x5a;
+
+  char* memory = nullptr;
+  std::size_t size = 0;
+
+  bool isWhole() const {
+    const char* guard = memory + size;
+    return std::ranges::all_of(guard, guard + guardSize, [](char c) { return c == filling; });
+  }
+};
+
 // The heap as seen while a test watches it.
 struct Heap {
   bool watched = false;
   int requests = 0;
   int failing = 0;  // number of the request that fails, counted from 1; 0 for none
   int live = 0;     // blocks given and not released
+  int overrun = 0;  // blocks found with a broken guard when they were released
+  std::array<Block, 2> blocks{};
 
   bool grants() {
     if (!watched) return true;
@@ -24,8 +44,18 @@ struct Heap {
     ++live;
     return true;
   }
+  void gives(void* memory, std::size_t size) {
+    std::memset(memory, Block::filling, size + Block::guardSize);
+    auto* const unused = std::ranges::find(blocks, nullptr, &Block::memory);
+    if (unused != blocks.end()) *unused = {static_cast<char*>(memory), size};
+  }
   void takesBack(const void* memory) {
-    if (watched && memory != nullptr) --live;
+    if (!watched || memory == nullptr) return;
+    --live;
+    auto* const block = std::ranges::find(blocks, memory, &Block::memory);
+    if (block == blocks.end()) return;
+    if (!block->isWhole()) ++overrun;
+    *block = {};
   }
 };
 
@@ -45,7 +75,11 @@ void* __wrap__Znwm(std::size_t size);
 void __wrap_free(void* memory);
 
 void* __wrap_malloc(std::size_t size) {
-  return heap().grants() ? __real_malloc(size) : nullptr;
+  if (!heap().grants()) return nullptr;
+  if (!heap().watched) return __real_malloc(size);
+  void* const memory = __real_malloc(size + Block::guardSize);
+  heap().gives(memory, size);
+  return memory;
 }
 
 void* __wrap__Znwm(std::size_t size) {
@@ -100,6 +134,21 @@ TEST_F(Allocation, ParseArgvMakesTwoAllocationsHoweverManyWordsThereAre) {
     EXPECT_EQ(heap().live, 1) << "for " << expected << " words";
     releaseWords();
     EXPECT_EQ(heap().live, 0) << "for " << expected << " words";
+  }
+}
+
+// Each text is the longest that words of so many bytes can give.
+TEST_F(Allocation, ParseArgvFillsItsBlocksAndWritesNothingBehindThem) {
+  for (const char* text : {"", "a", "a b", "'' ''", "abcdefg", "a b c d e f g"}) {
+    ASSERT_EQ(split(text), 0) << text;
+    std::string seen;
+    for (char** word = words; *word != nullptr; ++word) seen += std::string(*word) + "|";
+    std::string expected = *text == '\0' ? "" : text + std::string("|");
+    std::replace(expected.begin(), expected.end(), ' ', '|');
+    expected.erase(std::remove(expected.begin(), expected.end(), '\''), expected.end());
+    EXPECT_EQ(seen, expected);
+    releaseWords();
+    EXPECT_EQ(heap().overrun, 0) << text;
   }
 }
 

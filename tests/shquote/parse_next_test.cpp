@@ -68,6 +68,17 @@ TEST(ParseNextWithinAToken, EndsAtEachOfTheThreeSeparators) {
   EXPECT_EQ(parseNext("a\nb"), gives("a", "b"));
 }
 
+TEST(ParseNextWithinAToken, TakesEveryByteWithoutAMeaningAsItIs) {
+  for (int value = 0; value < 256; ++value) {
+    const char byte = static_cast<char>(value);
+    if (" \t\n\"'\\#"sv.find(byte) != std::string_view::npos) continue;
+    const std::string text = {byte, 'b'};
+    SCOPED_TRACE(testing::PrintToString(text));
+    expectJoinsToken(text, text);
+    EXPECT_EQ(parseNext(text), gives(text));
+  }
+}
+
 TEST(ParseNextWithinAToken, TakesAHashAsAnOrdinaryByte) {
   expectJoinsToken("#b", "#b");
   expectJoinsToken("##", "##");

@@ -49,6 +49,8 @@ TEST(MeterListCopy, OutlivesTheListThatItWasMadeOf) {
 
 TEST(MeterListCopy, GivesTheFirstOfEqualKeysAndNoneAtOrBeyondTheBound) {
   const MeterListCopy copy(entriesOf({"a", "b", "a"}));
+  EXPECT_EQ(copy.size(), 3u);
+  EXPECT_GT(MeterListCopy::npos, copy.size()) << "no entry has the position of none";
   EXPECT_EQ(copy.find("a", 3), 0u);
   EXPECT_EQ(copy.find("b", 2), 1u);
   EXPECT_EQ(copy.find("b", 1), MeterListCopy::npos);
@@ -64,6 +66,15 @@ TEST(MeterListCopy, ComparesCaseLengthAndEveryByte) {
   EXPECT_EQ(copy.find(std::string_view("a\0b", 3), 2), 1u);
   EXPECT_EQ(copy.find(std::string_view("a\0c", 3), 2), MeterListCopy::npos);
   EXPECT_EQ(copy.find("a", 2), MeterListCopy::npos);
+}
+
+TEST(MeterListCopy, LooksAtNoByteBehindTheKeyThatItIsAskedFor) {
+  for (std::size_t size = 1; size <= 8; ++size) {
+    const std::string key(size, 'a');
+    const std::string longer = key + "o";
+    const MeterListCopy copy(entriesOf({key}));
+    EXPECT_EQ(copy.find(std::string_view(longer).substr(0, size), 1), 0u) << key;
+  }
 }
 
 template <class T>

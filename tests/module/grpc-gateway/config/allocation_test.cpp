@@ -1,5 +1,5 @@
-// Reading a file when memory runs out. The program is linked so that its calls of malloc and
-// operator new come through the functions below.
+// Reading a file when memory runs out, and what it gives back. The program is linked so that its
+// calls of malloc, free and operator new come through the functions below.
 #include <cstdlib>
 #include <new>
 
@@ -11,7 +11,8 @@ namespace {
 struct Heap {
   bool watched = false;
   int requests = 0;
-  int failing = 0;  // number of the request that fails, counted from 1
+  int failing = 0;  // number of the request that fails, counted from 1; 0 for none
+  int returned = 0;
 
   bool grants() { return !watched || ++requests != failing; }
 };
@@ -29,7 +30,7 @@ Heap& mallocHeap() {
 // Fails one request of a heap for as long as it lives.
 class FailingRequest {
  public:
-  FailingRequest(Heap& heap, int number) : heap_(heap) { heap_ = {true, 0, number}; }
+  FailingRequest(Heap& heap, int number) : heap_(heap) { heap_ = {true, 0, number, 0}; }
   ~FailingRequest() { heap_ = {}; }
   FailingRequest(const FailingRequest&) = delete;
   FailingRequest& operator=(const FailingRequest&) = delete;
@@ -43,8 +44,10 @@ class FailingRequest {
 extern "C" {
 void* __real_malloc(std::size_t size);
 void* __real__Znwm(std::size_t size);
+void __real_free(void* memory);
 void* __wrap_malloc(std::size_t size);
 void* __wrap__Znwm(std::size_t size);
+void __wrap_free(void* memory);
 
 void* __wrap_malloc(std::size_t size) {
   return mallocHeap().grants() ? __real_malloc(size) : nullptr;
@@ -53,6 +56,11 @@ void* __wrap_malloc(std::size_t size) {
 void* __wrap__Znwm(std::size_t size) {
   if (!newHeap().grants()) throw std::bad_alloc();
   return __real__Znwm(size);
+}
+
+void __wrap_free(void* memory) {
+  if (memory != nullptr) ++mallocHeap().returned;
+  __real_free(memory);
 }
 }
 
@@ -100,6 +108,15 @@ TEST_F(ConfigAllocation, WordsThatFindNoMemoryAreToldLikeAnOpenQuote) {
   EXPECT_EQ(readFailing(5),
             unsound({.fastMeterInts = {{.key = "a"}, {.key = "b"}}, .engineInts = {{.key = "d"}}}));
   EXPECT_EQ(log(), (Lines{{4, "error in c_shquote_parse_argv"}, problem(9)}));
+}
+
+TEST_F(ConfigAllocation, TheWordsOfAnEntryAreGivenBack) {
+  write("main.conf", std::string(targets) + "[MetersInt]\nMeter=Key=a\nMeter=Unknown=b\n");
+  const FailingRequest none(mallocHeap(), 0);
+  readPath("main.conf");
+  // Each entry needs two blocks of memory.
+  EXPECT_EQ(mallocHeap().requests, 4);
+  EXPECT_EQ(mallocHeap().returned, 4);
 }
 
 }  // namespace
