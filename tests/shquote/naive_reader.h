@@ -137,4 +137,21 @@ inline Outcome naiveParseNext(std::string_view input, std::size_t room) {
   return NaiveReader(true, room).read(input);
 }
 
+inline Split naiveParseArgv(std::string_view input) {
+  if (input.find('\0') != std::string_view::npos) return splitFails(SHQUOTE_ERR_EMBEDDED_NUL);
+  std::vector<std::string> words;
+  Outcome token = naiveParseNext(input, input.size());
+  for (; token.code == 0; token = naiveParseNext(token.rest, input.size())) {
+    words.push_back(token.output);
+  }
+  return token.code == SHQUOTE_ERR_END_OF_INPUT ? splitsInto(words) : splitFails(token.code);
+}
+
+inline Outcome naiveQuote(std::string_view input, std::size_t room) {
+  std::string quoted = "'";
+  for (const char byte : input) quoted += byte == '\'' ? "'\\''" : std::string(1, byte);
+  quoted += '\'';
+  return quoted.size() <= room ? gives(quoted) : fails(SHQUOTE_ERR_NO_ROOM);
+}
+
 #endif  // TESTS_SHQUOTE_NAIVE_READER_H

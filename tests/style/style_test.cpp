@@ -30,7 +30,8 @@ std::vector<std::string> filesIn(const std::string& folder,
     const std::string path = entry.path();
     const bool isForeign = path.find("/corpus/") != path.npos ||
                            path.find("/cases/") != path.npos || path.ends_with("-lock.json") ||
-                           path.find("/node_modules/") != path.npos;
+                           path.find("/node_modules/") != path.npos ||
+                           path.find("/__pycache__/") != path.npos;
     if (!entry.is_regular_file() || isForeign) continue;
     const bool wanted = endings.empty() || endings.contains(entry.path().extension());
     if (wanted) files.push_back(fs::relative(entry.path(), root));

@@ -15,6 +15,7 @@
 #include <condition_variable>
 #include <csignal>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <mutex>
 #include <stdexcept>
@@ -51,13 +52,14 @@ Pipe makeInput() {
   const bool orphaned = getppid() != parent;
   if (!orphaned && dup2(in, STDIN_FILENO) >= 0 && dup2(out, STDOUT_FILENO) >= 0 &&
       dup2(err, STDERR_FILENO) >= 0) {
-    execv(GATEWAYCTL_PATH, arguments);
+    execv(arguments[0], arguments);
   }
   _exit(127);
 }
 
-pid_t spawn(const std::vector<std::string>& arguments, int in, int out, int err) {
-  std::vector<std::string> texts{GATEWAYCTL_PATH};
+pid_t spawn(const std::string& program, const std::vector<std::string>& arguments, int in, int out,
+            int err) {
+  std::vector<std::string> texts{program};
   texts.insert(texts.end(), arguments.begin(), arguments.end());
   std::vector<char*> pointers;
   for (auto& text : texts) pointers.push_back(text.data());
@@ -68,6 +70,14 @@ pid_t spawn(const std::vector<std::string>& arguments, int in, int out, int err)
   if (pid < 0) fail("fork");
   if (pid == 0) becomeTool(pointers.data(), parent, in, out, err);
   return pid;
+}
+
+std::vector<std::string> withTargets(std::vector<std::string> arguments, const std::string& meters,
+                                     const std::string& engine) {
+  for (const auto& word : {std::string("--meters"), meters, std::string("--engine"), engine}) {
+    arguments.push_back(word);
+  }
+  return arguments;
 }
 
 // Hands over what comes, until the writer has closed its end; then closes this one.
@@ -144,11 +154,12 @@ struct ToolProcess::Output {
   std::thread errReader;
 };
 
-ToolProcess::ToolProcess(const std::vector<std::string>& arguments) {
+ToolProcess::ToolProcess(const std::vector<std::string>& arguments, const std::string& program)
+    : program_(program) {
   const auto in = makeInput();
   const auto out = makePipe();
   const auto err = makePipe();
-  pid_ = spawn(arguments, in.read, out.write, err.write);
+  pid_ = spawn(program, arguments, in.read, out.write, err.write);
   for (const int theirs : {in.read, out.write, err.write}) close(theirs);
   input_ = in.write;
   output_ = std::make_unique<Output>(out.read, err.read);
@@ -254,13 +265,15 @@ void ToolProcess::reap(int options) {
 }
 
 std::string ToolProcess::report(std::string_view problem) const {
-  std::string text = "gatewayctl: " + std::string(problem) + "; its output so far:\n";
+  std::string text = std::filesystem::path(program_).filename().string() + ": " +
+                     std::string(problem) + "; its output so far:\n";
   for (const auto& line : lines()) text += line + "\n";
   return text + "and its log:\n" + errors();
 }
 
-SimProcess::SimProcess(const std::string& metersTarget, const std::string& engineTarget)
-    : process_({"sim", "--commands", "--meters", metersTarget, "--engine", engineTarget}) {
+SimProcess::SimProcess(const std::string& metersTarget, const std::string& engineTarget,
+                       const ServerProgram& program)
+    : process_(withTargets(program.arguments, metersTarget, engineTarget), program.path) {
   const auto targetIn = [&](std::string_view prefix) {
     return process_.waitLine(prefix).substr(prefix.size());
   };

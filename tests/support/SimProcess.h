@@ -18,11 +18,12 @@
 
 constexpr std::chrono::seconds patience{60};
 
-// A run of gatewayctl with any arguments.
+// A run of gatewayctl with any arguments, or of another program.
 class ToolProcess {
  public:
   // Throws std::runtime_error if the program can't be started.
-  explicit ToolProcess(const std::vector<std::string>& arguments);
+  explicit ToolProcess(const std::vector<std::string>& arguments,
+                       const std::string& program = GATEWAYCTL_PATH);
   // Kills it if it still runs.
   ~ToolProcess();
   ToolProcess(const ToolProcess&) = delete;
@@ -63,10 +64,18 @@ class ToolProcess {
   bool isRunning() const { return pid_ > 0; }
   void reap(int options);
 
+  const std::string program_;
   pid_t pid_ = -1;  // -1 when it has ended
   int exitCode_ = -1;
   int input_ = -1;
   std::unique_ptr<Output> output_;
+};
+
+// What plays both services: the simulator, or another program that obeys and tells as it does, as
+// far as a test goes. It is given both targets as --meters and --engine behind these arguments.
+struct ServerProgram {
+  std::string path = GATEWAYCTL_PATH;
+  std::vector<std::string> arguments{"sim", "--commands"};
 };
 
 // The simulator of both services, obeying commands. `gatewayctl sim --help` explains commands and
@@ -78,7 +87,7 @@ class SimProcess {
   // Returns when it listens. Targets are "ADDRESS:PORT", or empty for a service that is not there.
   // To come back at the same place, pass the targets of the one before.
   explicit SimProcess(const std::string& metersTarget = anyPort,
-                      const std::string& engineTarget = anyPort);
+                      const std::string& engineTarget = anyPort, const ServerProgram& program = {});
 
   // Lets it end as it should, and reports a test failure if it does not. One that was killed is
   // left at that.

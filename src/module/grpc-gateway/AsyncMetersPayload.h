@@ -39,6 +39,7 @@ class AsyncMetersPayload final : public AsyncEventPayload {
 
  private:
   friend class gRPCGatewayClient;  // prepares the call from `request` and stores it in `reader`
+  friend class AsyncMetersPayloadTest;  // hands it messages without a server
 
   // Writes what the message holds, and the configuration names, into the slots.
   void ProcessMeters();

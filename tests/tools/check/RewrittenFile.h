@@ -12,6 +12,7 @@
 class RewrittenFile {
  public:
   std::string path() const { return file_.path(); }
+  int descriptor() const { return file_.descriptor(); }
 
   // Replaces the text and returns the path.
   std::string write(const std::string& text) {

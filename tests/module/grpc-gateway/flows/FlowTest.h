@@ -4,9 +4,11 @@
 #include <string>
 #include <utility>
 
+#include "engine.pb.h"
 #include "meters.pb.h"
 #include "tests/module/grpc-gateway/GatewayTest.h"
 #include "tests/support/SimProcess.h"
+#include "tools/sanitizers/AcceptedLeak.h"
 
 // One message of a meter stream, built value by value.
 class Batch {
@@ -42,8 +44,39 @@ class Batch {
   sonalith::grpc::Meter meter_;
 };
 
+// What the engine service receives, built parameter by parameter.
+class Request {
+ public:
+  template <class Fill>
+  Request& add(const std::string& key, Fill fill) {
+    auto& param = *request_.add_params();
+    param.set_key(key);
+    fill(*param.mutable_value());
+    return *this;
+  }
+  Request& addFloat(const std::string& key, float value) {
+    return add(key, [&](auto& any) { any.set_sfloat(value); });
+  }
+  Request& addInt(const std::string& key, std::int32_t value) {
+    return add(key, [&](auto& any) { any.set_sint(value); });
+  }
+  Request& addUint(const std::string& key, std::uint32_t value) {
+    return add(key, [&](auto& any) { any.set_suint(value); });
+  }
+  Request& addString(const std::string& key, const std::string& value) {
+    return add(key, [&](auto& any) { any.set_sstring(value); });
+  }
+  std::string hex() const { return toHex(request_); }
+
+ private:
+  sonalith::grpcengine::RequestSetParams request_;
+};
+
 class FlowTest : public GatewayTest {
  protected:
+  explicit FlowTest(const ServerProgram& program = {})
+      : servers(SimProcess::anyPort, SimProcess::anyPort, program) {}
+
   using Text = std::string;
 
   // Both targets, and a string slot for each rate by which `deliver` learns that a message is in.
@@ -71,6 +104,19 @@ class FlowTest : public GatewayTest {
   }
   void deliverFast(Batch batch) { deliver(standin::SlotSet::Fast, std::move(batch)); }
   void deliverSlow(Batch batch) { deliver(standin::SlotSet::Slow, std::move(batch)); }
+
+  // The stop of a test can be what ends the loop at this call's event.
+  void notify(standin::KeyValueList& changes) {
+    const AcceptedLeak lastEvent;
+    engine.notify(&changes);
+  }
+
+  // The next call's request as the service received it.
+  std::string received() {
+    const std::string event = servers.waitEvent("SetParams ");
+    const std::size_t begin = event.find(' ', sizeof("SetParams ") - 1) + 1;
+    return event.substr(begin, event.find(' ', begin) - begin);
+  }
 
   standin::SlotValue read(standin::SlotSet set, const std::string& name) const {
     return instance.slot(set, name).read();

@@ -2,43 +2,13 @@
 #include <latch>
 #include <thread>
 
-#include "engine.pb.h"
 #include "tests/module/grpc-gateway/flows/FlowTest.h"
 #include "tools/sanitizers/AcceptedLeak.h"
 
 namespace {
 
-using sonalith::grpcengine::RequestSetParams;
 using standin::KeyValueList;
 using standin::Operation;
-
-// What the service receives, built parameter by parameter.
-class Request {
- public:
-  template <class Fill>
-  Request& add(const std::string& key, Fill fill) {
-    auto& param = *request_.add_params();
-    param.set_key(key);
-    fill(*param.mutable_value());
-    return *this;
-  }
-  Request& addFloat(const std::string& key, float value) {
-    return add(key, [&](auto& any) { any.set_sfloat(value); });
-  }
-  Request& addInt(const std::string& key, std::int32_t value) {
-    return add(key, [&](auto& any) { any.set_sint(value); });
-  }
-  Request& addUint(const std::string& key, std::uint32_t value) {
-    return add(key, [&](auto& any) { any.set_suint(value); });
-  }
-  Request& addString(const std::string& key, const std::string& value) {
-    return add(key, [&](auto& any) { any.set_sstring(value); });
-  }
-  std::string hex() const { return toHex(request_); }
-
- private:
-  RequestSetParams request_;
-};
 
 class Params : public FlowTest {
  protected:
@@ -54,24 +24,11 @@ class Params : public FlowTest {
               0);
   }
 
-  // The next call's request as the service received it.
-  std::string received() {
-    const std::string event = servers.waitEvent("SetParams ");
-    const std::size_t begin = event.find(' ', sizeof("SetParams ") - 1) + 1;
-    return event.substr(begin, event.find(' ', begin) - begin);
-  }
-
   // Stops the module, which waits for all that it has sent, and then looks at what arrived.
   void expectNothingSent() {
     instance.stop();
     servers.command("engine reply -");  // events of before have come when this is done
     EXPECT_FALSE(servers.hasEvent("SetParams "));
-  }
-
-  // The stop of a test can be what ends the loop at this call's event.
-  void notify(KeyValueList& changes) {
-    const AcceptedLeak lastEvent;
-    engine.notify(&changes);
   }
 
   void stopQuietly() {

@@ -1,73 +1,13 @@
 // The five-second rule: whatever ends a stream, it comes back five seconds later, without a word.
 // One test runs all causes side by side, for each of them takes those five seconds.
-#include <chrono>
 #include <future>
-#include <memory>
 
-#include "tests/module/grpc-gateway/flows/FlowTest.h"
+#include "tests/module/grpc-gateway/flows/StreamTest.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-using std::chrono::milliseconds;
-
-// Five seconds less what clocks that are read at different ends may differ by.
-constexpr milliseconds retryDelay{4990};
-
-milliseconds since(Clock::time_point start) {
-  return std::chrono::duration_cast<milliseconds>(Clock::now() - start);
-}
-
-// A module instance with a meter server of its own.
-class Stream {
- public:
-  Stream(const standin::LoadedModule& module, standin::Engine& engine, const TemporaryFolder& files,
-         const std::string& name, std::unique_ptr<SimProcess> server, const std::string& target)
-      : server_(std::move(server)), target_(target), instance_(module, engine, name) {
-    const std::string path = files.write(
-        name + ".conf", "[Meters]\nTarget=" + target +
-                            "\n[MetersInt]\nMeter=Key=i Type=fast CustomKey=i DefaultValue=1\n"
-                            "Meter=Key=i Type=slow CustomKey=i DefaultValue=1\n"
-                            "[MetersString]\nMeter=Key=last.one Type=fast CustomKey=last_one\n"
-                            "Meter=Key=last.one Type=slow CustomKey=last_one\n");
-    if (instance_.start(path) != 0) throw std::runtime_error(name + " did not start");
-    if (!server_) return;
-    server_->waitEvent("open fast 1 ");
-    server_->waitEvent("open slow 1 ");
-  }
-
-  SimProcess& server() { return *server_; }
-  standin::ModuleInstance& instance() { return instance_; }
-  const std::string& target() const { return target_; }
-
-  // A server that dies and comes back at its place, or comes for the first time.
-  void killServer() { server_->kill(); }
-  void bringServer() { server_ = std::make_unique<SimProcess>(target_, ""); }
-
-  void send(const std::string& set, const Batch& batch) {
-    server_->command("send " + set + " " + batch.hex());
-  }
-  standin::SlotValue read(standin::SlotSet set, const std::string& name) {
-    return instance_.slot(set, name).read();
-  }
-
- private:
-  std::unique_ptr<SimProcess> server_;
-  std::string target_;
-  standin::ModuleInstance instance_;
-};
-
-class Retry : public GatewayTest {
+class Retry : public StreamTest {
  protected:
-  std::unique_ptr<Stream> open(const std::string& name) {
-    auto server = std::make_unique<SimProcess>(SimProcess::anyPort, "");
-    const std::string target = server->metersTarget();
-    return std::make_unique<Stream>(module, engine, files, name, std::move(server), target);
-  }
-  std::unique_ptr<Stream> openWithoutServer(const std::string& name) {
-    return std::make_unique<Stream>(module, engine, files, name, nullptr, unusedTarget());
-  }
-
   Journal logWithoutTags() const {
     Journal lines = log();
     for (std::string& line : lines) {
@@ -75,13 +15,6 @@ class Retry : public GatewayTest {
       if (tag != line.npos) line.erase(tag + sizeof("tag 0x") - 1);
     }
     return lines;
-  }
-
-  // A batch that the module has taken once its mark is in the slot.
-  void deliver(Stream& stream, standin::SlotSet set, Batch batch, const std::string& mark) {
-    stream.send(std::string(nameOf(set)), batch.addString("last.one", mark));
-    ASSERT_TRUE(
-        host.waitUntil([&] { return stream.read(set, "last_one") == standin::SlotValue(mark); }));
   }
 };
 
@@ -100,12 +33,6 @@ TEST_F(Retry, ComesFiveSecondsAfterEveryEndAndWithoutAWord) {
   host.clearRecords();
 
   const auto start = Clock::now();
-  const auto again = [&](Stream& stream, const std::string& attempt) {
-    return std::async(std::launch::async, [&stream, attempt, start] {
-      stream.server().waitEvent("open " + attempt + " ");
-      return since(start);
-    });
-  };
   inOrder->server().command("end fast OK");
   failed->server().command("end fast UNAVAILABLE");
   held->server().command(std::string("send fast ") + unparsable);
@@ -132,12 +59,12 @@ TEST_F(Retry, ComesFiveSecondsAfterEveryEndAndWithoutAWord) {
     return since(start);
   });
   // Attempts are counted by each server: one that has just come meets its first.
-  auto inOrderAgain = again(*inOrder, "fast 2");
-  auto failedAgain = again(*failed, "fast 2");
-  auto heldAgain = again(*held, "fast 2");
-  auto floodedAgain = again(*flooded, "fast 2");
-  auto killedAgain = again(*killed, "fast 1");
-  auto absentAgain = again(*absent, "fast 1");
+  auto inOrderAgain = opening(*inOrder, "fast 2", start);
+  auto failedAgain = opening(*failed, "fast 2", start);
+  auto heldAgain = opening(*held, "fast 2", start);
+  auto floodedAgain = opening(*flooded, "fast 2", start);
+  auto killedAgain = opening(*killed, "fast 1", start);
+  auto absentAgain = opening(*absent, "fast 1", start);
   EXPECT_GE(inOrderAgain.get(), retryDelay);
   EXPECT_GE(failedAgain.get(), retryDelay);
   EXPECT_GE(heldAgain.get(), retryDelay);

@@ -1,0 +1,76 @@
+// The example servers as their users run them, with the example configuration.
+#include <cstring>
+#include <fstream>
+#include <iterator>
+
+#include "tests/module/grpc-gateway/flows/FlowTest.h"
+#include "tests/proof/Proof.h"
+#include "tests/proof/peers/Peers.h"
+
+namespace {
+
+using standin::SlotSet;
+using standin::SlotValue;
+
+struct Example {
+  const char* name;
+  const char* library;
+  const char* program;
+};
+
+class ExampleServer : public GatewayTest, public ::testing::WithParamInterface<Example> {
+ protected:
+  static std::string replaced(std::string text, const std::string& what, const std::string& by) {
+    const auto at = text.find(what);
+    if (at == text.npos) throw std::runtime_error("the example configuration has no " + what);
+    return text.replace(at, what.size(), by);
+  }
+
+  // With the addresses at which the server really listens.
+  static std::string configuration(ToolProcess& server) {
+    std::ifstream file(EXAMPLES_FOLDER "/grpc-gateway.conf");
+    std::string text{std::istreambuf_iterator<char>(file), {}};
+    for (const auto& [service, target] :
+         {std::pair("meters ", "localhost:50005"), std::pair("engine ", "localhost:50006")}) {
+      text = replaced(text, target, server.waitLine(service).substr(std::strlen(service)));
+    }
+    return text;
+  }
+};
+
+INSTANTIATE_TEST_SUITE_P(Of, ExampleServer,
+                         ::testing::Values(Example{"Node", "grpc-js", "/servers/node/server.js"},
+                                           Example{"Python", "grpcio",
+                                                   "/servers/python/server.py"}),
+                         [](const auto& instantiation) { return instantiation.param.name; });
+
+TEST_P(ExampleServer, PlaysTheExampleConfigurationAndPrintsItsParameters) {
+  ToolProcess server({"--meters", SimProcess::anyPort, "--engine", SimProcess::anyPort},
+                     EXAMPLES_FOLDER + std::string(GetParam().program));
+  ASSERT_EQ(start(configuration(server)), 0);
+
+  // The host hears of texts alone: each slow message makes it look again.
+  const auto read = [&](SlotSet set, const char* name) { return instance.slot(set, name).read(); };
+  EXPECT_TRUE(host.waitUntil([&] {
+    return read(SlotSet::Slow, "dsp_state") == SlotValue("running") &&
+           read(SlotSet::Slow, "queue_length") != SlotValue(0) &&
+           read(SlotSet::Fast, "out_level") != SlotValue(-60.5f) &&
+           read(SlotSet::Fast, "gateway_float_1") != SlotValue(0.0f) &&
+           read(SlotSet::Fast, "frames") != SlotValue(0u);
+  }));
+  const SlotValue frames = read(SlotSet::Fast, "frames");
+  EXPECT_TRUE(host.waitUntil([&] { return read(SlotSet::Fast, "frames") != frames; }));
+
+  const AcceptedLeak lastEvent;
+  instance.set({{instance.slot(SlotSet::Engine, "out_gain"), -6.5f},
+                {instance.slot(SlotSet::Engine, "preset"), std::string("gro\u00dfer Saal")}});
+  EXPECT_EQ(server.waitLine("SetParams "), "SetParams out.gain sfloat -6.5");
+  EXPECT_EQ(server.waitLine("SetParams "), "SetParams preset sstring gro\u00dfer Saal");
+  instance.stop();
+  expectNothingLeft();
+  proof::report({peers::heading,
+                 std::string("the example server as it is run (") + GetParam().library + ")",
+                 "the example configuration", "all slots move, both parameters are printed"});
+}
+
+}  // namespace
