@@ -51,8 +51,9 @@ def plain(piece):
 
 
 def check_configuration(text):
-    for piece in map(plain, pieces_of((SOURCE / "docs/configuration.md").read_text())):
-        check(f"grpc-gateway.conf(5) says: {piece}", piece in text)
+    pieces = map(plain, pieces_of((SOURCE / "docs/configuration.md").read_text()))
+    for piece in filter(None, pieces):
+        check(f"grpc-gateway.conf(5) says: {piece}", f" {piece} " in text)
 
 
 check_same("pages", {path.stem for path in (SOURCE / "docs/man").glob("*.scd")},
@@ -65,7 +66,8 @@ for each in sorted(PAGES.glob("*.[0-9]")):
         if head != "SYNOPSIS" or each.suffix != ".7":
             check(f"{each.name} has {head}", re.search(f"^{head}$", seen, re.MULTILINE))
     for name, section in re.findall(r"([\w.-]+)\((\d)\)", seen.split("SEE ALSO")[-1]):
-        check(f"{each.name}: {name}({section}) is one of ours", (PAGES / f"{name}.{section}").exists())
+        page = f"{name}.{section}"
+        check(f"{each.name}: {page} is one of ours", (PAGES / page).exists())
     if each.name == "grpc-gateway.conf.5":
-        check_configuration(joined(seen))
+        check_configuration(f" {joined(seen)} ")
 end()
