@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/env -S python3 -B
 """Writes a manual page in scdoc on standard output.
 
 Usage: compose_page.py SOURCE VERSION MARKDOWN

@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/env -S python3 -B
 """Every command of gatewayctl that a document or a manual page shows in a line of its own works.
 
 Usage: commands_test.py GATEWAYCTL SOURCE_FOLDER

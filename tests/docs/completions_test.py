@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/env -S python3 -B
 """The completions of a shell offer the sub-commands, options, rules and files that there are.
 
 Usage: completions_test.py GATEWAYCTL COMPLETIONS_FOLDER bash|zsh|fish SHELL

@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/env -S python3 -B
 """Every link of a document leads to a file and a heading that exist, and the README leads to all.
 
 Usage: links_test.py SOURCE_FOLDER

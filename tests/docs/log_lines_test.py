@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/env -S python3 -B
 """docs/troubleshooting.md shows log lines as the module writes them, and all of some weight.
 
 Usage: log_lines_test.py SOURCE_FOLDER

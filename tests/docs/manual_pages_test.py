@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/env -S python3 -B
 """The manual pages as built: they show without a warning, and grpc-gateway.conf(5) says all that
 docs/configuration.md does.
 

@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/env -S python3 -B
 """The manual pages of gatewayctl have what --help has, and documents use no option that is not.
 
 Usage: options_test.py GATEWAYCTL SOURCE_FOLDER
