@@ -1,39 +1,218 @@
 #include "tests/support/AllocationFault.h"
 
-#include <dlfcn.h>
-
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <cstdlib>
+#include <map>
+#include <memory>
+#include <mutex>
 #include <new>
-#include <string_view>
+
+// ---- The allocator behind this one --------------------------------------------------------------
+
+#ifdef GATEWAY_ALLOCATOR_OF_SANITIZER
+#define GATEWAY_BEHIND(name) __interceptor_##name
+#else
+#define GATEWAY_BEHIND(name) __libc_##name
+#endif
+
+extern "C" {
+void* GATEWAY_BEHIND(malloc)(std::size_t size);
+void* GATEWAY_BEHIND(calloc)(std::size_t count, std::size_t size);
+void* GATEWAY_BEHIND(realloc)(void* memory, std::size_t size);
+void GATEWAY_BEHIND(free)(void* memory);
+}
+
+struct AllocationFault::Plan {
+  int nth;
+  Lasting lasting;
+  bool active = true;
+  std::size_t failures = 0;
+  std::vector<Request> requests;
+};
 
 namespace {
 
-thread_local int allocationsToFault = 0;  // 0: none is planned
+// Set while this file works for this thread, so that its own requests are nobody's.
+thread_local bool isBusy = false;
+// What covers this thread.
+thread_local AllocationFault::Plan* threadPlan = nullptr;
 
-bool isInModule(const void* address) {
-  Dl_info info;
-  return dladdr(address, &info) != 0 && info.dli_fname != nullptr &&
-         std::string_view(info.dli_fname).ends_with("/grpc-gateway.so");
+class Busy {
+ public:
+  Busy() { isBusy = true; }
+  ~Busy() { isBusy = false; }
+  Busy(const Busy&) = delete;
+  Busy& operator=(const Busy&) = delete;
+};
+
+// Plans, blocks and what they hold; taken while busy only.
+std::mutex& mutex() {
+  static std::mutex instance;
+  return instance;
 }
 
-void* allocate(std::size_t size, const void* caller) {
-  if (allocationsToFault > 0 && isInModule(caller) && --allocationsToFault == 0) {
-    throw std::bad_alloc();
-  }
-  void* const memory = std::malloc(size != 0 ? size : 1);
+std::atomic<bool> blocksAreCounted{false};
+
+struct Blocks {
+  std::map<const void*, Callers> held;
+  std::condition_variable changed;
+};
+
+// Never destroyed: memory is given back until the very end of the process.
+Blocks& blocks() {
+  static Blocks& instance = *new Blocks;
+  return instance;
+}
+
+bool mattersHere() {
+  return !isBusy && (threadPlan != nullptr || blocksAreCounted);
+}
+
+// What is known of one request.
+struct Verdict {
+  bool own = false;
+  bool fails = false;
+  Callers callers;
+};
+
+Verdict judge(const void* returnAddress, bool throws) {
+  Verdict verdict;
+  if (!mattersHere()) return verdict;
+  const Busy busy;
+  verdict.own = isOwnRequest(returnAddress, verdict.callers);
+  if (!verdict.own || threadPlan == nullptr) return verdict;
+  const std::lock_guard lock(mutex());
+  AllocationFault::Plan& plan = *threadPlan;
+  if (!plan.active) return verdict;
+  const auto number = static_cast<int>(plan.requests.size()) + 1;
+  const bool forGood = plan.lasting == AllocationFault::Lasting::ForGood;
+  verdict.fails = forGood ? number >= plan.nth : number == plan.nth;
+  if (verdict.fails) ++plan.failures;
+  plan.requests.push_back({verdict.fails, throws, verdict.callers});
+  return verdict;
+}
+
+void noteTaken(const Verdict& verdict, const void* memory) {
+  if (!verdict.own || memory == nullptr || !blocksAreCounted) return;
+  const Busy busy;
+  const std::lock_guard lock(mutex());
+  blocks().held[memory] = verdict.callers;
+}
+
+void noteGiven(const void* memory) {
+  if (memory == nullptr || isBusy || !blocksAreCounted) return;
+  const Busy busy;
+  const std::lock_guard lock(mutex());
+  if (blocks().held.erase(memory) != 0) blocks().changed.notify_all();
+}
+
+void* allocate(std::size_t size, const void* returnAddress) {
+  const Verdict verdict = judge(returnAddress, true);
+  void* const memory = verdict.fails ? nullptr : GATEWAY_BEHIND(malloc)(size != 0 ? size : 1);
   if (memory == nullptr) throw std::bad_alloc();
+  noteTaken(verdict, memory);
   return memory;
+}
+
+void release(void* memory) {
+  noteGiven(memory);
+  GATEWAY_BEHIND(free)(memory);
+}
+
+// `take` is what the allocator behind this one does for the request.
+template <class Take>
+void* allocateQuietly(const void* returnAddress, Take take) {
+  const Verdict verdict = judge(returnAddress, false);
+  void* const memory = verdict.fails ? nullptr : take();
+  noteTaken(verdict, memory);
+  return memory;
+}
+
+// Kept for good, since a thread may look at its plan at any time.
+AllocationFault::Plan& newPlan(int nth, AllocationFault::Lasting lasting) {
+  const Busy busy;
+  static auto& plans = *new std::vector<std::unique_ptr<AllocationFault::Plan>>;
+  plans.push_back(std::make_unique<AllocationFault::Plan>());
+  plans.back()->nth = nth;
+  plans.back()->lasting = lasting;
+  return *plans.back();
 }
 
 }  // namespace
 
-AllocationFault::AllocationFault(int nth) {
-  allocationsToFault = nth;
+AllocationFault::AllocationFault(int nth, Lasting lasting, Covers covers)
+    : plan_(newPlan(nth, lasting)) {
+  if (covers == Covers::ThisThread) coverThisThread();
 }
 
 AllocationFault::~AllocationFault() {
-  allocationsToFault = 0;
+  end();
+  if (threadPlan == &plan_) threadPlan = nullptr;
 }
+
+void AllocationFault::coverThisThread() {
+  threadPlan = &plan_;
+}
+
+void AllocationFault::end() {
+  const Busy busy;
+  const std::lock_guard lock(mutex());
+  plan_.active = false;
+}
+
+std::vector<AllocationFault::Request> AllocationFault::requests() const {
+  const Busy busy;
+  const std::lock_guard lock(mutex());
+  return plan_.requests;
+}
+
+std::size_t AllocationFault::requestCount() const {
+  const Busy busy;
+  const std::lock_guard lock(mutex());
+  return plan_.requests.size();
+}
+
+std::size_t AllocationFault::failureCount() const {
+  const Busy busy;
+  const std::lock_guard lock(mutex());
+  return plan_.failures;
+}
+
+OwnBlocks::OwnBlocks() {
+  blocksAreCounted = true;
+}
+
+OwnBlocks::~OwnBlocks() {
+  blocksAreCounted = false;
+  const Busy busy;
+  const std::lock_guard lock(mutex());
+  blocks().held.clear();
+}
+
+std::size_t OwnBlocks::count() const {
+  const Busy busy;
+  const std::lock_guard lock(mutex());
+  return blocks().held.size();
+}
+
+std::string OwnBlocks::text() const {
+  const Busy busy;
+  const std::lock_guard lock(mutex());
+  std::string text;
+  for (const auto& [memory, callers] : blocks().held) text += "a block of\n" + callers.text();
+  return text;
+}
+
+bool OwnBlocks::waitFor(std::size_t count) const {
+  constexpr std::chrono::seconds patience{60};
+  const Busy busy;
+  std::unique_lock lock(mutex());
+  return blocks().changed.wait_for(lock, patience, [&] { return blocks().held.size() == count; });
+}
+
+// ---- In front of the libraries' own -------------------------------------------------------------
 
 void* operator new(std::size_t size) {
   return allocate(size, __builtin_return_address(0));
@@ -41,15 +220,41 @@ void* operator new(std::size_t size) {
 void* operator new[](std::size_t size) {
   return allocate(size, __builtin_return_address(0));
 }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  return allocateQuietly(__builtin_return_address(0), [=] { return GATEWAY_BEHIND(malloc)(size); });
+}
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+  return allocateQuietly(__builtin_return_address(0), [=] { return GATEWAY_BEHIND(malloc)(size); });
+}
 void operator delete(void* memory) noexcept {
-  std::free(memory);
+  release(memory);
 }
 void operator delete[](void* memory) noexcept {
-  std::free(memory);
+  release(memory);
 }
 void operator delete(void* memory, std::size_t) noexcept {
-  std::free(memory);
+  release(memory);
 }
 void operator delete[](void* memory, std::size_t) noexcept {
-  std::free(memory);
+  release(memory);
 }
+
+extern "C" {
+
+void* malloc(std::size_t size) noexcept {
+  return allocateQuietly(__builtin_return_address(0), [=] { return GATEWAY_BEHIND(malloc)(size); });
+}
+void* calloc(std::size_t count, std::size_t size) noexcept {
+  return allocateQuietly(__builtin_return_address(0),
+                         [=] { return GATEWAY_BEHIND(calloc)(count, size); });
+}
+void* realloc(void* memory, std::size_t size) noexcept {
+  noteGiven(memory);
+  return allocateQuietly(__builtin_return_address(0),
+                         [=] { return GATEWAY_BEHIND(realloc)(memory, size); });
+}
+void free(void* memory) noexcept {
+  release(memory);
+}
+
+}  // extern "C"

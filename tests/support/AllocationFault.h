@@ -1,12 +1,68 @@
-// Makes one allocation of the module fail. A program that links this replaces operator new.
+// Makes allocations of the module fail, and counts the blocks that it holds. A program that links
+// this replaces operator new and malloc with their companions.
+//
+// Only requests of the module's own code count and fail: see ModuleCode.h. Those of the host, of
+// the test and of libraries go on.
 #pragma once
 
-// While it lives, the nth operator new (1: the next one) that the module calls directly on this
-// thread throws std::bad_alloc. Allocations of the host, of the test and of libraries go on.
+#include <cstddef>
+#include <limits>
+#include <vector>
+
+#include "tests/support/ModuleCode.h"
+
+// The module must be loaded by then, and as long as this lives.
 class AllocationFault {
  public:
-  explicit AllocationFault(int nth);
+  enum class Lasting { Once, ForGood };
+  enum class Covers { ThisThread, NoThreadYet };
+  // A number that no request reaches: to count alone.
+  static constexpr int never = std::numeric_limits<int>::max();
+
+  // While it lives, the nth request of the threads that it covers (1: the next one) fails, and if
+  // for good, all that follow, too: operator new throws std::bad_alloc, malloc gives null. Covers
+  // also any thread on which coverThisThread is called; a thread is under one cover, the last.
+  explicit AllocationFault(int nth, Lasting lasting = Lasting::Once,
+                           Covers covers = Covers::ThisThread);
   ~AllocationFault();
   AllocationFault(const AllocationFault&) = delete;
   AllocationFault& operator=(const AllocationFault&) = delete;
+
+  void coverThisThread();
+  // Memory is back, for all threads.
+  void end();
+
+  struct Request {
+    bool failed;
+    bool throws;  // operator new, in contrast to malloc
+    Callers callers;
+  };
+  // So far, in their order.
+  std::vector<Request> requests() const;
+  std::size_t requestCount() const;
+  std::size_t failureCount() const;
+
+  struct Plan;
+
+ private:
+  const LoadedModuleCode code_;
+  Plan& plan_;
+};
+
+// While it lives, the module's own blocks are counted: those that it takes and does not give back.
+class OwnBlocks {
+ public:
+  OwnBlocks();
+  ~OwnBlocks();
+  OwnBlocks(const OwnBlocks&) = delete;
+  OwnBlocks& operator=(const OwnBlocks&) = delete;
+
+  std::size_t count() const;
+  // Who took each of them.
+  std::string text() const;
+  // Returns when there are as many; false if the patience of tests has passed.
+  bool waitFor(std::size_t count) const;
+
+ private:
+  const LoadedModuleCode code_;
 };

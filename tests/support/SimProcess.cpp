@@ -208,10 +208,31 @@ std::string ToolProcess::waitLine(std::string_view prefix) {
   throw std::runtime_error(report("no line \"" + std::string(prefix) + "\" came"));
 }
 
+void ToolProcess::waitMore(std::string_view prefix, std::ptrdiff_t wanted) {
+  std::unique_lock lock(output_->mutex);
+  const auto& lines = output_->lines;
+  auto next = lines.size();
+  const auto haveCome = [&] {
+    for (; wanted > 0 && next < lines.size(); ++next) {
+      if (lines[next].text.starts_with(prefix)) --wanted;
+    }
+    return wanted <= 0;
+  };
+  output_->changed.wait_for(lock, patience, [&] { return haveCome() || output_->outEnded; });
+  if (haveCome()) return;
+  lock.unlock();
+  throw std::runtime_error(report("no more lines \"" + std::string(prefix) + "\" came"));
+}
+
 bool ToolProcess::hasLine(std::string_view prefix) const {
   const std::lock_guard lock(output_->mutex);
   return std::any_of(output_->lines.begin(), output_->lines.end(),
                      [&](const auto& line) { return line.text.starts_with(prefix); });
+}
+
+void ToolProcess::forgetLines() {
+  const std::lock_guard lock(output_->mutex);
+  output_->lines.clear();
 }
 
 std::vector<std::string> ToolProcess::lines() const {

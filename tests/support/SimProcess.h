@@ -11,6 +11,7 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -46,9 +47,19 @@ class ToolProcess {
   // Whether a line that begins with `prefix` has come so far, waited for or not.
   bool hasLine(std::string_view prefix) const;
 
+  // Returns when so many more lines that begin with `prefix` have come; those that are there do not
+  // count, and none counts as waited for. Throws std::runtime_error as waitLine does.
+  void waitMore(std::string_view prefix, std::ptrdiff_t wanted);
+
+  // While it runs.
+  pid_t pid() const { return pid_; }
+
   // All lines of standard output so far, and all of standard error.
   std::vector<std::string> lines() const;
   std::string errors() const;
+
+  // Lets go of all lines so far, for runs that last.
+  void forgetLines();
 
   // Sends a signal. When this returns, SIGSTOP has stopped the process and SIGCONT lets it go on.
   void signal(int number);
@@ -110,6 +121,9 @@ class SimProcess {
 
   // Whether an event that begins with `prefix` has come so far, waited for or not.
   bool hasEvent(std::string_view prefix) const { return process_.hasLine(prefix); }
+
+  // Lets go of all events so far, waited for or not, for runs that last.
+  void forgetEvents() { process_.forgetLines(); }
 
   // Ends it as it should, and returns its exit code.
   int quit();

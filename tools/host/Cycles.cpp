@@ -2,22 +2,14 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
-#include <filesystem>
+#include <cstddef>
 
 namespace host {
 namespace {
 
 using nlohmann::json;
-
-std::size_t entriesOf(const char* folder) {
-  const std::filesystem::directory_iterator entries(folder);
-  return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
-}
-
-ProcessUse processUse() {
-  return {entriesOf("/proc/self/task"), entriesOf("/proc/self/fd") - 1};  // but the listing's own
-}
+using tools::ProcessUse;
+using tools::processUse;
 
 void add(Leftovers& all, const Leftovers& some) {
   all.notReturned.blocks += some.notReturned.blocks;

@@ -8,24 +8,18 @@
 // Threads: the calling one.
 #pragma once
 
-#include <cstddef>
 #include <functional>
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "tools/ProcessUse.h"
 #include "tools/host/RunningModule.h"
 
 namespace host {
 
-// What the process holds at a moment.
-struct ProcessUse {
-  std::size_t threads = 0;
-  std::size_t descriptors = 0;
-};
-
 struct CyclesReport {
   unsigned cycles = 0;  // carried out
-  ProcessUse before, afterFirst, afterLast;
+  tools::ProcessUse before, afterFirst, afterLast;
   Leftovers leftovers;  // of all cycles together
 };
 

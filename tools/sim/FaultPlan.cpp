@@ -272,15 +272,21 @@ Fault parseFault(std::string_view line) {
     throw Error(
         fmt::format("{} has no \":\": it is WHEN: FAULT, such as at 2: end fast", shown(line)));
   }
-  Fault fault;
-  fault.times = timesOf(line.substr(0, colon));
-  const auto all = tools::wordsOf(line.substr(colon + 1));
+  const auto times = timesOf(line.substr(0, colon));
+  auto fault = parseFaultOfNow(line.substr(colon + 1));
+  fault.times = times;
+  checkDuration(rowOf(fault.kind), fault.times);
+  return fault;
+}
+
+Fault parseFaultOfNow(std::string_view line) {
+  const auto all = tools::wordsOf(line);
   Words words(all);
+  Fault fault;
   const auto& row = rowCalled(take(words, "the fault behind \":\""));
   fault.kind = row.kind;
   fault.subjects = readSubjects(row, words);
   readArgument(row, words, fault);
-  checkDuration(row, fault.times);
   return fault;
 }
 

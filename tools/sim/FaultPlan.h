@@ -108,6 +108,9 @@ using FaultPlan = std::vector<Fault>;
 // One line, "WHEN: FAULT [SUBJECT] [ARGUMENT]". Without a subject it befalls all that it can.
 Fault parseFault(std::string_view line);
 
+// The same without WHEN, of a fault that is to happen at once.
+Fault parseFaultOfNow(std::string_view line);
+
 // Of a file: a line each; empty lines and what follows a # do not count. An error begins with
 // "FILE:LINE: ".
 FaultPlan readFaultPlan(const std::string& path);

@@ -38,6 +38,10 @@ Saboteur::Saboteur(asio::io_context& loop, const FaultPlan& plan, const FaultTar
   }
 }
 
+void Saboteur::strike(const Fault& fault) {
+  happen(fault, std::chrono::duration<double>(Clock::now() - begin_).count());
+}
+
 Saboteur::Clock::time_point Saboteur::momentAt(double seconds) const {
   return begin_ + std::chrono::ceil<Clock::duration>(std::chrono::duration<double>(seconds));
 }

@@ -1,8 +1,8 @@
-// Carries out a plan of faults, and tells of each when it is in effect.
+// Carries out a plan of faults, and others as they are told, and tells of each that is in effect.
 //
 // Threads: all is done on the thread that runs the loop; constructor and destructor are called
 // while it does not run.
-// Ownership: all that it is given is borrowed.
+// Ownership: all that the constructor is given is borrowed.
 #pragma once
 
 #include <asio/io_context.hpp>
@@ -41,6 +41,9 @@ class Saboteur {
   Saboteur(const Saboteur&) = delete;
   Saboteur& operator=(const Saboteur&) = delete;
 
+  // Has a fault happen that is in no plan, at once; its times do not count.
+  void strike(const Fault& fault);
+
  private:
   using Clock = std::chrono::steady_clock;
 
@@ -53,7 +56,7 @@ class Saboteur {
 
   // A fault that lasts, until its timer ends it, if that is set.
   struct Lasting {
-    const Fault& fault;
+    Fault fault;
     asio::steady_timer timer;
     unsigned number;  // tells it from others at its place, also for a timer that has just fired
   };

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <asio/executor_work_guard.hpp>
 #include <asio/io_context.hpp>
+#include <asio/post.hpp>
 #include <charconv>
 #include <cstdio>
 #include <functional>
@@ -21,6 +22,7 @@
 
 #include "tools/Output.h"
 #include "tools/Terminal.h"
+#include "tools/Words.h"
 #include "tools/sim/Commander.h"
 #include "tools/sim/ConfiguredKeys.h"
 #include "tools/sim/EngineAnswers.h"
@@ -44,10 +46,11 @@ struct Settings {
   Addresses addresses{.meters = "127.0.0.1:50005", .engine = "127.0.0.1:50006"};
   PingPolicy pings;
   PlayerSettings playing;
-  std::string config;     // whose keys play, too
-  double heartbeat = 0;   // seconds; 0 for none
-  FaultPlan faults;       // of the command line
-  std::string faultPlan;  // a file with more
+  std::string config;       // whose keys play, too
+  double heartbeat = 0;     // seconds; 0 for none
+  FaultPlan faults;         // of the command line
+  std::string faultPlan;    // a file with more
+  bool liveFaults = false;  // more come on standard input
   bool json = false;
   std::optional<double> limit;  // seconds to run
   bool commands = false;
@@ -145,6 +148,7 @@ class Services {
     const auto& wanted = settings.addresses;
     const bool one = wanted.areOne();
     if ((subject == Subject::Meters ? wanted.meters : wanted.engine).empty()) return false;
+    if (settings.liveFaults) return true;
     return std::any_of(settings.faults.begin(), settings.faults.end(), [&](const Fault& fault) {
       return fault.needsRelay(subject) || (one && fault.needsRelay(Subject::Engine));
     });
@@ -173,6 +177,16 @@ class Services {
   std::unique_ptr<Relay> engine_;
 };
 
+// Has the fault of a line happen now. One that is no fault is complained of.
+void strike(asio::io_context& loop, Saboteur& saboteur, std::string_view line) {
+  if (tools::wordsOf(line).empty()) return;
+  try {
+    asio::post(loop, [&saboteur, fault = parseFaultOfNow(line)] { saboteur.strike(fault); });
+  } catch (const std::invalid_argument& error) {
+    say(error.what());
+  }
+}
+
 Ending play(const Settings& settings, const SignalDescriptor& signals, Clock::time_point deadline) {
   const auto& playing = settings.playing;
   say(fmt::format("playing {} keys with seed {}", playing.keys.size(), playing.seed));
@@ -191,11 +205,15 @@ Ending play(const Settings& settings, const SignalDescriptor& signals, Clock::ti
   const Ticker slow(playing, player, simulator, Method::Slow);
   std::optional<Heartbeat> heartbeat;
   if (settings.heartbeat > 0) heartbeat.emplace(loop, settings.heartbeat, player, simulator);
-  const Saboteur saboteur(
+  Saboteur saboteur(
       loop, settings.faults,
       {playing, report, player, answers, simulator, services.meters(), services.engine()});
   const LoopThread running(loop);
-  return waitForEnd(signals, deadline, nullptr);
+  if (!settings.liveFaults) return waitForEnd(signals, deadline, nullptr);
+  return waitForEnd(signals, deadline, [&](std::string_view line) {
+    strike(loop, saboteur, line);
+    return true;
+  });
 }
 
 Ending obey(const Settings& settings, const SignalDescriptor& signals, Clock::time_point deadline) {
@@ -386,8 +404,11 @@ std::vector<CLI::Option*> addTrouble(CLI::App& sim, Settings& settings) {
   auto* plan = sim.add_option("--fault-plan", settings.faultPlan,
                               "A file of such lines; empty ones and what follows a # don't count");
   plan->type_name("FILE");
+  auto* live = sim.add_flag("--live-faults", settings.liveFaults,
+                            "Take faults on standard input, too: a line each, without WHEN, for "
+                            "now; the end of the input is the end of the run");
   auto* json = sim.add_flag("--json", settings.json, "Tell all in JSON lines; see below");
-  return {fault, plan, json};
+  return {fault, plan, live, json};
 }
 
 void addOptions(CLI::App& sim, Settings& settings) {

@@ -20,6 +20,9 @@ using sonalith::grpcengine::RequestSetParams;
 
 namespace {
 
+// Tags that a flush remembers without taking memory: both streams and the calls of some seconds.
+constexpr std::size_t ordinaryFlush = 256;
+
 // Pings every ten seconds, also without a call, and gives the peer ten seconds to answer.
 grpc::ChannelArguments channelArguments() {
   grpc::ChannelArguments arguments;
@@ -104,6 +107,7 @@ gRPCGatewayClient::gRPCGatewayClient(std::shared_ptr<const ConfigManager> config
   // A constructor that throws has no destructor to give the slots back.
   const auto giveBack = [](gRPCGatewayClient* client) { client->releaseSlotMemory(); };
   std::unique_ptr<gRPCGatewayClient, decltype(giveBack)> unfinished(this, giveBack);
+  flushedTags.reserve(ordinaryFlush);
   buildSlots();
   const grpc::ChannelArguments arguments = channelArguments();
   startClient();
@@ -218,8 +222,7 @@ void gRPCGatewayClient::stopClient() {
     GATEWAY_LOG(SONALITH_LOG_TRACE, "gRPC GatewayClient already stopped!");
   } else {
     running = false;
-    stopAlarm = std::make_unique<grpc::Alarm>();
-    stopAlarm->Set(&completionQueue, gpr_now(GPR_CLOCK_REALTIME), nullptr);
+    stopAlarm.Set(&completionQueue, gpr_now(GPR_CLOCK_REALTIME), nullptr);
     try {
       if (clientThread.joinable()) clientThread.join();
     } catch (const std::exception& exception) {
@@ -246,9 +249,8 @@ gRPCGatewayClient::~gRPCGatewayClient() {
 
   // 4. Wait for all that is still pending, and delete its payloads.
   GATEWAY_LOG(SONALITH_LOG_TRACE, "Starting completion queue flush");
-  const std::vector<void*> flushedTags = flushCompletionQueue();
+  flushCompletionQueue();
   GATEWAY_LOG(SONALITH_LOG_TRACE, "Completion queue flush ended");
-  stopAlarm.reset();
 
   // 5. Delete the streams whose last event the loop took and dropped. A payload that the flush has
   //    deleted is known by its address alone.
@@ -262,8 +264,7 @@ gRPCGatewayClient::~gRPCGatewayClient() {
   releaseSlotMemory();
 }
 
-std::vector<void*> gRPCGatewayClient::flushCompletionQueue() {
-  std::vector<void*> flushedTags;
+void gRPCGatewayClient::flushCompletionQueue() {
   void* tag = nullptr;
   bool ok = false;
   while (completionQueue.AsyncNext(&tag, &ok, gpr_inf_future(GPR_CLOCK_REALTIME)) ==
@@ -274,7 +275,6 @@ std::vector<void*> gRPCGatewayClient::flushCompletionQueue() {
     flushedTags.push_back(tag);
     delete static_cast<AsyncEventPayload*>(tag);
   }
-  return flushedTags;
 }
 
 }  // namespace gateway

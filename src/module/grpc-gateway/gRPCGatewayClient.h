@@ -63,7 +63,7 @@ class gRPCGatewayClient {
   void startSlowMetersRequest();
   void startMetersRequest(const MeterStream& stream);
   void asyncMainLoop();
-  std::vector<void*> flushCompletionQueue();
+  void flushCompletionQueue();
 
   // Where servers usually are, for who looks at a client in a debugger. No code falls back to them:
   // without a target its side is off.
@@ -90,7 +90,10 @@ class gRPCGatewayClient {
 
   // Wakes the loop at the stop. Kept until the queue has been flushed: gRPC does not survive the
   // destruction of an alarm that is just firing. (A retry alarm goes after its event has come.)
-  std::unique_ptr<grpc::Alarm> stopAlarm;
+  // Made at the start, as is room for what the flush remembers: a stop that gets no memory would
+  // have to end the process.
+  grpc::Alarm stopAlarm;
+  std::vector<void*> flushedTags;
 
   // Constant after construction.
   std::shared_ptr<const ConfigManager> configManager;

@@ -385,6 +385,32 @@ TEST(FaultRun, takesAPlanFromAFile) {
   sim.process().waitLine("fault 0.000 empty slow");
 }
 
+TEST(FaultRun, takesFaultsAsTheyAreTold) {
+  PlayingSim sim({"--keys", "fast:float:a", "--live-faults"});
+  auto& process = sim.process();
+  const auto strike = [&](const std::string& fault, const std::string& told) {
+    process.writeLine(fault);
+    const auto line = process.waitLine("fault ");
+    EXPECT_TRUE(line.ends_with(told)) << line;
+  };
+  strike("fail engine ABORTED", " fail engine ABORTED");
+  EXPECT_EQ(setParams(sim.engineTarget()).code, StatusCode::ABORTED);
+  process.writeLine("");
+  process.writeLine("explode fast");
+  process.waitError("gatewayctl sim: \"explode\" is not a fault");
+  process.writeLine("normal engine");
+  process.waitLine("fault ");  // what lasted is over
+  process.waitLine("fault ");
+  EXPECT_EQ(setParams(sim.engineTarget()).code, StatusCode::OK);
+  // Of connections, though no plan has asked for a relay.
+  RawCall call(sim.metersTarget(), fastPath);
+  ASSERT_TRUE(call.read());
+  strike("reset meters", " reset meters");
+  EXPECT_EQ(replyTo(call).code, StatusCode::UNAVAILABLE);
+  process.closeInput();
+  EXPECT_EQ(process.waitExit(), 0);
+}
+
 // A client that is frozen out can't be told that it ends, and does not hold it up.
 TEST(FaultRun, endsWithFrozenClients) {
   auto sim = simWith({"at 0.3: freeze"});

@@ -1,9 +1,7 @@
 // The real module through every fault there is: what is not befallen goes on, and it stops cleanly.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <csignal>
-#include <cstddef>
 #include <nlohmann/json.hpp>
 #include <ostream>
 #include <string>
@@ -78,19 +76,6 @@ std::vector<std::string> hostArguments(const std::string& config) {
   return {"host", config, "--no-page", "--watch"};
 }
 
-// Lines that come from now on.
-void waitForMore(ToolProcess& process, const std::string& prefix, int wanted) {
-  for (const auto& line : process.lines()) {
-    if (line.starts_with(prefix)) ++wanted;
-  }
-  const auto soFar = [&] {
-    const auto lines = process.lines();
-    return std::count_if(lines.begin(), lines.end(),
-                         [&](const auto& line) { return line.starts_with(prefix); });
-  };
-  while (soFar() < wanted) process.waitLine(prefix);
-}
-
 class EachFault : public testing::TestWithParam<Case> {
  protected:
   std::string addressOf(const std::string& service) {
@@ -106,7 +91,7 @@ class EachFault : public testing::TestWithParam<Case> {
       host.writeLine("set gain 3");
       sim.waitLine(R"({"event":"set_params","call":3,)");
     }
-    waitForMore(host, subject == Subject::Fast ? "slow " : "fast ", aSecondOrTwo);
+    host.waitMore(subject == Subject::Fast ? "slow " : "fast ", aSecondOrTwo);
   }
 
   static void expectNoSanitizerReport(const ToolProcess& process) {
@@ -130,7 +115,7 @@ TEST_P(EachFault, leavesTheRestGoingAndTheModuleStoppingCleanly) {
   sim.waitLine(R"({"event":"opened","stream":"fast")");
   sim.waitLine(R"({"event":"opened","stream":"slow")");
   host.writeLine("set gain 1");
-  waitForMore(sim, R"({"event":"fault",)", 1);
+  sim.waitMore(R"({"event":"fault",)", 1);
   host.writeLine("set gain 2");
   expectTheOtherToGoOn(subject);
   host.writeLine("quit");

@@ -72,6 +72,14 @@ class Request {
   sonalith::grpcengine::RequestSetParams request_;
 };
 
+// Both targets, and a string slot for each rate by which a test learns that a message is in.
+inline std::string flowConfiguration(const std::string& metersTarget,
+                                     const std::string& engineTarget) {
+  return "[Meters]\nTarget=" + metersTarget + "\n[Engine]\nTarget=" + engineTarget +
+         "\n[MetersString]\nMeter=Key=last.one Type=fast CustomKey=last_one\n"
+         "Meter=Key=last.one Type=slow CustomKey=last_one\n";
+}
+
 class FlowTest : public GatewayTest {
  protected:
   explicit FlowTest(const ServerProgram& program = {})
@@ -79,12 +87,8 @@ class FlowTest : public GatewayTest {
 
   using Text = std::string;
 
-  // Both targets, and a string slot for each rate by which `deliver` learns that a message is in.
   std::string common() const {
-    return "[Meters]\nTarget=" + servers.metersTarget() +
-           "\n[Engine]\nTarget=" + servers.engineTarget() +
-           "\n[MetersString]\nMeter=Key=last.one Type=fast CustomKey=last_one\n"
-           "Meter=Key=last.one Type=slow CustomKey=last_one\n";
+    return flowConfiguration(servers.metersTarget(), servers.engineTarget());
   }
 
   // Starts with these entries besides, and returns when both streams are open at the server.

@@ -1,0 +1,155 @@
+// The module is started and stopped again and again under traffic: what the process holds stays as
+// it is, whether the module stays loaded or not, and with several instances side by side.
+#include <dlfcn.h>
+
+#include <array>
+#include <chrono>
+#include <future>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tests/module/grpc-gateway/flows/FlowTest.h"
+#include "tests/proof/Proof.h"
+#include "tests/proof/cycles/Trend.h"
+#include "tests/proof/stop/GrpcGate.h"
+#include "tools/sanitizers/AcceptedLeak.h"
+
+namespace proof {
+namespace {
+
+using standin::SlotSet;
+using std::chrono::steady_clock;
+
+// One place in the process: servers of its own, and the module under a name of its own.
+class Place {
+ public:
+  explicit Place(const std::string& name)
+      : name_(name),
+        config_(files_.write("gateway.conf",
+                             flowConfiguration(servers_.metersTarget(), servers_.engineTarget()) +
+                                 "[EngineInt]\nParam=Key=delay." + name + " CustomKey=delay\n" +
+                                 "[MetersFloat]\nMeter=Key=level Type=fast CustomKey=level\n")) {}
+
+  const std::string& name() const { return name_; }
+
+  // Starts and returns when both streams carry messages, as fast as they can.
+  void start(standin::Host& host, standin::Engine& engine, const standin::LoadedModule& module) {
+    instance_ = std::make_unique<standin::ModuleInstance>(module, engine, name_);
+    ASSERT_EQ(instance_->start(config_), 0);
+    servers_.waitEvent("open fast ");
+    servers_.waitEvent("open slow ");
+    const std::string message = Batch().addFloat("level", 1).addString("last.one", name_).hex();
+    servers_.command("send fast " + message + " 0");
+    servers_.command("send slow " + message + " 0");
+    for (const SlotSet set : {SlotSet::Fast, SlotSet::Slow}) {
+      ASSERT_TRUE(host.waitUntil(
+          [&] { return instance_->slot(set, "last_one").read() == standin::SlotValue(name_); }));
+    }
+  }
+
+  // The next call at this place's server; its key is this place's, whoever told of the change.
+  void expectCall() {
+    const std::string call = servers_.waitEvent("SetParams ");
+    EXPECT_NE(call.find(toHex("delay." + name_)), call.npos) << call;
+  }
+
+  void stop() {
+    instance_->stop();
+    EXPECT_TRUE(instance_->hostBytesIntact());
+    instance_.reset();
+    servers_.forgetEvents();
+  }
+
+ private:
+  const std::string name_;
+  TemporaryFolder files_;
+  SimProcess servers_;
+  const std::string config_;
+  std::unique_ptr<standin::ModuleInstance> instance_;
+};
+
+// One notification of a change for every place.
+void change(standin::Engine& engine, const std::vector<std::unique_ptr<Place>>& places) {
+  const AcceptedLeak lastEvent;
+  standin::KeyValueList changes;
+  for (const auto& place : places) changes.addInt((place->name() + ".delay").c_str(), 1);
+  engine.notify(&changes);
+}
+
+class Cycles : public ::testing::Test {
+ protected:
+  void addPlaces(int count) {
+    for (int i = 1; i <= count; ++i) {
+      places_.push_back(std::make_unique<Place>("gateway-" + std::to_string(i)));
+    }
+  }
+
+  // All places at the same time, each on a thread of its own.
+  template <class Work>
+  void atAllPlaces(Work work) {
+    std::vector<std::future<void>> working;
+    for (const auto& place : places_) {
+      working.push_back(std::async(std::launch::async, [&work, &place] { work(*place); }));
+    }
+    for (auto& each : working) each.get();
+  }
+
+  // One start and stop, with a host of its own: what that keeps of its past goes with it.
+  void cycle(const standin::LoadedModule& module) {
+    const int payloadsBefore = grpcUse().contexts;
+    const auto streams = 2 * static_cast<int>(places_.size());
+    standin::Host host;
+    standin::Engine engine;
+    atAllPlaces([&](Place& place) { place.start(host, engine, module); });
+    atAllPlaces([&](Place&) { change(engine, places_); });
+    atAllPlaces([&](Place& place) { place.expectCall(); });
+    // A call that is stopped right at its end is given up, and would be taken for growth.
+    ASSERT_TRUE(host.waitUntil([&] { return grpcUse().contexts - payloadsBefore == streams; }));
+    atAllPlaces([](Place& place) { place.stop(); });
+    EXPECT_EQ(grpcUse().contexts, payloadsBefore);
+    EXPECT_EQ(host.outstanding(), standin::Outstanding{});
+    EXPECT_EQ(host.violations(), std::vector<std::string>{});
+  }
+
+  // So many cycles, or for as long as a soak shall last.
+  template <class Cycle>
+  void run(const char* what, std::uint64_t count, Cycle once) {
+    const auto end = steady_clock::now() + soak();
+    Trend trend(std::max<std::uint64_t>(5, count / 5));
+    std::uint64_t done = 0;
+    for (; (done < count || steady_clock::now() < end) && !HasFailure(); ++done) {
+      once();
+      trend.sample();
+    }
+    if (!HasFailure()) trend.expectFlat();
+    report({"Cycles", what, std::to_string(done) + " cycles under traffic", trend.text()});
+  }
+
+  std::vector<std::unique_ptr<Place>> places_;
+};
+
+TEST_F(Cycles, OfStartAndStopLeaveNothing) {
+  addPlaces(1);
+  const standin::LoadedModule module(GATEWAY_MODULE);
+  run("start and stop, the module stays loaded", scaled(25, 1000), [&] { cycle(module); });
+}
+
+TEST_F(Cycles, OfLoadingAndUnloadingLeaveNothing) {
+  addPlaces(1);
+  run("dlopen, start, stop, dlclose", scaled(15, 200), [&] {
+    { cycle(standin::LoadedModule(GATEWAY_MODULE)); }
+    EXPECT_EQ(dlopen(GATEWAY_MODULE, RTLD_NOW | RTLD_NOLOAD), nullptr) << "it is still loaded";
+  });
+}
+
+// Starts, changes and stops of all instances at the same time, on a thread each.
+TEST_F(Cycles, OfInstancesSideBySideLeaveNothing) {
+  addPlaces(4);
+  const standin::LoadedModule module(GATEWAY_MODULE);
+  run("4 instances of different names, started, changed and stopped at the same time",
+      scaled(8, 250), [&] { cycle(module); });
+}
+
+}  // namespace
+}  // namespace proof

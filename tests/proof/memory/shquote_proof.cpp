@@ -1,0 +1,78 @@
+// The exported shell functions without memory, as a host finds them in the loaded file.
+#include <cerrno>
+#include <cstdlib>
+
+#include "shquote/shquote.h"
+#include "tests/proof/memory/MemoryProof.h"
+
+namespace {
+
+class ShellFunctionsWithoutMemory : public WithoutMemory<GatewayTest> {
+ protected:
+  template <class Function>
+  Function* exported(const char* name) const {
+    // What a file exports is an address, whatever it is the type of.
+    return reinterpret_cast<Function*>(module.symbol(name));
+  }
+
+  // What needs quotes, escapes, blanks and more than one run.
+  const std::string text_ = "one 'two  three' \"f\\\"our\" fi\\ve # six" + std::string(300, 'x');
+};
+
+TEST_F(ShellFunctionsWithoutMemory, QuoteUnquoteAndParseNextTakeNone) {
+  const auto quote = exported<decltype(c_shquote_quote)>("c_shquote_quote");
+  const auto unquote = exported<decltype(c_shquote_unquote)>("c_shquote_unquote");
+  const auto parseNext = exported<decltype(c_shquote_parse_next)>("c_shquote_parse_next");
+  std::string target(3 * text_.size(), '\0');
+  const AllocationFault fault(1, Lasting::ForGood);
+  char* out = target.data();
+  std::size_t room = target.size();
+  EXPECT_EQ(quote(&out, &room, text_.data(), text_.size()), 0);
+  const std::string quoted(target.data(), out);
+  out = target.data();
+  room = target.size();
+  EXPECT_EQ(unquote(&out, &room, quoted.data(), quoted.size()), 0);
+  EXPECT_EQ(std::string(target.data(), out), text_);
+  out = target.data();
+  room = target.size();
+  const char* in = text_.data();
+  std::size_t left = text_.size();
+  int words = 0;
+  while (parseNext(&out, &room, &in, &left) == 0) ++words;
+  EXPECT_EQ(words, 4);
+  EXPECT_EQ(fault.requestCount(), 0u);
+  expectNoOwnBlocks();
+  proof::report({part, "c_shquote_quote, c_shquote_unquote, c_shquote_parse_next",
+                 "a call each, all allocations failing", "0 allocations asked for"});
+}
+
+TEST_F(ShellFunctionsWithoutMemory, ParseArgvReportsItStoresNothingAndKeepsNothing) {
+  const auto parseArgv = exported<decltype(c_shquote_parse_argv)>("c_shquote_parse_argv");
+  int failures = 0;
+  for (const Lasting lasting : {Lasting::Once, Lasting::ForGood}) {
+    for (int nth = 1;; ++nth) {
+      char** words = nullptr;
+      std::size_t count = 77;
+      AllocationFault fault(nth, lasting);
+      const int code = parseArgv(&words, &count, text_.data(), text_.size());
+      fault.end();
+      if (fault.failureCount() == 0) {
+        EXPECT_EQ(code, 0);
+        EXPECT_EQ(count, 4u);
+        std::free(words);
+        break;
+      }
+      ++failures;
+      EXPECT_EQ(code, -ENOMEM);
+      EXPECT_EQ(words, nullptr);
+      EXPECT_EQ(count, 77u);
+      expectNoOwnBlocks();
+    }
+  }
+  EXPECT_EQ(failures, 4);
+  expectNoOwnBlocks();
+  proof::report({part, "c_shquote_parse_argv", "2 allocations, each failing once and for good",
+                 "-12 each time, nothing stored, nothing left"});
+}
+
+}  // namespace

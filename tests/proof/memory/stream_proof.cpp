@@ -1,0 +1,183 @@
+// Streams that get no memory: at a message, and when one is to come back.
+#include <memory>
+
+#include "tests/proof/memory/MemoryProof.h"
+
+namespace {
+
+using standin::SlotSet;
+using standin::SlotValue;
+
+constexpr char messageLost[] = "log 1 ProcessMeters() std::bad_alloc";
+constexpr char loopEnded[] = "log 1 C++ exception in asyncMainLoop(): std::bad_alloc";
+
+constexpr char entries[] =
+    "[MetersFloat]\nMeter=Key=level Type=fast CustomKey=level DefaultValue=-1\n"
+    "Meter=Key=level Type=slow CustomKey=level DefaultValue=-1\n"
+    "[MetersInt]\nMeter=Key=steps Type=fast CustomKey=steps DefaultValue=-1\n"
+    "Meter=Key=steps Type=slow CustomKey=steps DefaultValue=-1\n"
+    "[MetersUint]\nMeter=Key=ticks Type=fast CustomKey=ticks DefaultValue=1\n"
+    "Meter=Key=ticks Type=slow CustomKey=ticks DefaultValue=1\n";
+
+class StreamsWithoutMemory : public WithoutMemory<FlowTest> {
+ protected:
+  // Covers the thread that takes meters: the one that writes the text of this message.
+  void coverClientThread(AllocationFault& fault, const std::function<void()>& deliverText) {
+    host.setHook(standin::Operation::Strncpy, [&fault] { fault.coverThisThread(); });
+    deliverText();
+    host.setHook(standin::Operation::Strncpy, {});
+  }
+
+  // A value of every type.
+  static Batch batchOf(int value) {
+    return Batch()
+        .addFloat("level", static_cast<float>(value))
+        .addInt("steps", value)
+        .addUint("ticks", static_cast<std::uint32_t>(value));
+  }
+  void expectValues(SlotSet set, int value) const {
+    EXPECT_EQ(read(set, "level"), SlotValue(static_cast<float>(value)));
+    EXPECT_EQ(read(set, "steps"), SlotValue(value));
+    EXPECT_EQ(read(set, "ticks"), SlotValue(static_cast<std::uint32_t>(value)));
+  }
+
+  // A message that is lost, and what is known of it.
+  void expectLost(SlotSet set, int value, int lostBefore) {
+    servers.command("send " + std::string(nameOf(set)) + " " + batchOf(value).hex());
+    ASSERT_TRUE(host.waitUntil([&] { return count(messageLost) == lostBefore + 1; }));
+  }
+};
+
+// The lists are copied before anything is written, so that a message is lost as a whole.
+TEST_F(StreamsWithoutMemory, AMessageIsLostWithALineAndTheNextOneArrives) {
+  startFlowing(entries);
+  int failures = 0;
+  for (const SlotSet set : {SlotSet::Fast, SlotSet::Slow}) {
+    for (const Lasting lasting : {Lasting::Once, Lasting::ForGood}) {
+      deliver(set, batchOf(7));
+      bool isClean = false;
+      for (int nth = 1; !isClean && !HasFatalFailure(); ++nth) {
+        SCOPED_TRACE(std::string(nameOf(set)) + ", request " + std::to_string(nth) + " " +
+                     nameOf(lasting));
+        host.clearRecords();
+        AllocationFault fault(nth, lasting, AllocationFault::Covers::NoThreadYet);
+        coverClientThread(fault, [&] { deliver(set, Batch()); });
+        // The message that brought the thread under cover has made its requests before.
+        ASSERT_EQ(fault.requestCount(), 0u);
+        if (nth > 4) {
+          deliver(set, batchOf(8));
+          expectValues(set, 8);
+          EXPECT_EQ(fault.requestCount(), 4u);
+          isClean = true;
+          continue;
+        }
+        expectLost(set, 8, 0);
+        expectValues(set, 7);
+        EXPECT_EQ(fault.failureCount(), 1u);
+        ++failures;
+        if (lasting == Lasting::ForGood) {
+          expectLost(set, 9, 1);
+          expectValues(set, 7);
+          fault.end();
+        }
+        EXPECT_EQ(log(), Journal(lasting == Lasting::ForGood ? 2 : 1, messageLost));
+        deliver(set, batchOf(10));
+        expectValues(set, 10);
+        deliver(set, batchOf(7));
+      }
+    }
+  }
+  instance.stop();
+  expectNothingLeft();
+  expectNoOwnBlocks();
+  proof::report({part, "a message on the fast and one on the slow stream",
+                 "4 allocations each, each failing once and for good",
+                 std::to_string(failures) +
+                     " messages lost as a whole with one line each, slots as before, the stream "
+                     "goes on with the next"});
+}
+
+// ---- The end of a stream, and its return --------------------------------------------------------
+
+// What a stream asks for between its end and the start of its next call, on the client thread.
+constexpr int requestsOfReturn =
+    3;  // the retry alarm; the payload and the context of the next call
+
+// An instance with servers of its own, whose fast stream ends and comes back, or does not.
+class EndingStream {
+ public:
+  EndingStream(const standin::LoadedModule& module, standin::Engine& engine,
+               const TemporaryFolder& files, const std::string& name, int nth, Lasting lasting)
+      : instance(module, engine, name),
+        fault(nth, lasting, AllocationFault::Covers::NoThreadYet),
+        number(nth) {
+    const std::string path = files.write(
+        name + ".conf", "[Meters]\nTarget=" + server.metersTarget() +
+                            "\n[MetersString]\nMeter=Key=last.one Type=fast CustomKey=last_one\n"
+                            "Meter=Key=last.one Type=slow CustomKey=last_one\n");
+    if (instance.start(path) != 0) throw std::runtime_error(name + " did not start");
+    server.waitEvent("open fast 1 ");
+    server.waitEvent("open slow 1 ");
+  }
+
+  void send(const char* set, const std::string& text) {
+    server.command(std::string("send ") + set + " " + Batch().addString("last.one", text).hex());
+  }
+  bool shows(SlotSet set, const std::string& text) const {
+    return instance.slot(set, "last_one").read() == SlotValue(text);
+  }
+
+  SimProcess server;
+  standin::ModuleInstance instance;
+  AllocationFault fault;
+  const int number;
+};
+
+// All side by side, for each of them takes the five seconds of a retry.
+TEST_F(StreamsWithoutMemory, AReturnThatFailsEndsTheLoopAndAStopTakesBackTheRest) {
+  std::vector<std::unique_ptr<EndingStream>> streams;
+  for (const Lasting lasting : {Lasting::Once, Lasting::ForGood}) {
+    for (int nth = 1; nth <= requestsOfReturn + 1; ++nth) {
+      const std::string name = "return" + std::to_string(streams.size());
+      streams.push_back(std::make_unique<EndingStream>(module, engine, files, name, nth, lasting));
+      EndingStream& stream = *streams.back();
+      coverClientThread(stream.fault, [&] {
+        stream.send("fast", "before");
+        ASSERT_TRUE(host.waitUntil([&] { return stream.shows(SlotSet::Fast, "before"); }));
+      });
+      ASSERT_EQ(stream.fault.requestCount(), 0u);
+    }
+  }
+  host.clearRecords();
+  for (const auto& stream : streams) stream->server.command("end fast UNAVAILABLE");
+
+  const auto failing = 2 * requestsOfReturn;
+  ASSERT_TRUE(host.waitUntil([&] { return count(loopEnded) == failing; }));
+  for (const auto& stream : streams) {
+    SCOPED_TRACE("request " + std::to_string(stream->number));
+    if (stream->number > requestsOfReturn) {
+      // This one has had what it asked for.
+      stream->server.waitEvent("open fast 2 ");
+      EXPECT_EQ(stream->fault.requestCount(), static_cast<std::size_t>(requestsOfReturn));
+      stream->fault.end();
+      stream->send("fast", "after");
+      EXPECT_TRUE(host.waitUntil([&] { return stream->shows(SlotSet::Fast, "after"); }));
+      continue;
+    }
+    EXPECT_EQ(stream->fault.failureCount(), 1u);
+    EXPECT_FALSE(stream->server.hasEvent("open fast 2 "));
+    EXPECT_TRUE(stream->shows(SlotSet::Fast, "before"));
+  }
+  EXPECT_EQ(log(), Journal(static_cast<std::size_t>(failing), loopEnded));
+  host.clearRecords();
+  for (const auto& stream : streams) stream->instance.stop();
+  EXPECT_EQ(count("log 1 Completion queue flush ended"), static_cast<int>(streams.size()));
+  expectNothingLeft();
+  expectNoOwnBlocks();
+  proof::report({part, "a stream's end and its return",
+                 std::to_string(requestsOfReturn) + " allocations, each failing once and for good",
+                 "the loop ends with its one line, the stream stays away, slots keep their "
+                 "values, a stop leaves nothing"});
+}
+
+}  // namespace

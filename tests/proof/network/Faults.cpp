@@ -1,0 +1,170 @@
+#include "tests/proof/network/Faults.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+namespace network {
+namespace {
+
+using sim::FaultGroup;
+using sim::FaultKind;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+// A frozen peer is noticed after about twenty seconds while messages flow; see docs/servers.md.
+constexpr seconds untilGivenUp{32};
+
+constexpr std::array parts{Part::Fast, Part::Slow, Part::SetParams};
+constexpr std::array moments{Moment::Running, Moment::Waiting, Moment::Stopping, Moment::Flushing};
+
+constexpr std::array partNames{"fast", "slow", "SetParams"};
+constexpr std::array momentNames{"running", "waiting", "stopping", "flushing"};
+
+Effect effectOf(FaultKind kind) {
+  switch (kind) {
+    case FaultKind::End:
+    case FaultKind::Garbage:
+    case FaultKind::NotUtf8:
+    case FaultKind::Oversize:
+      return Effect::EndsStream;
+    case FaultKind::Close:
+    case FaultKind::Reset:
+    case FaultKind::Refuse:
+    case FaultKind::Silent:
+      return Effect::EndsConnection;
+    case FaultKind::Half:
+      return Effect::EndsWhenOver;
+    default:
+      return Effect::None;
+  }
+}
+
+bool silences(FaultKind kind) {
+  return kind == FaultKind::Stall || kind == FaultKind::Half || kind == FaultKind::Freeze;
+}
+
+// One that has been left without an answer gets it when the manner of answering changes.
+bool endsCall(const sim::FaultKindRow& row) {
+  if (row.kind == FaultKind::NoReply) return false;
+  return row.group == FaultGroup::Answer || row.kind == FaultKind::Normal ||
+         effectOf(row.kind) == Effect::EndsConnection;
+}
+
+// A number or status where there must be one.
+std::string argumentOf(const sim::FaultKindRow& row) {
+  if (row.argument == sim::FaultArgument::Status) return " UNAVAILABLE";
+  if (row.argument == sim::FaultArgument::None || row.defaultNumber) return "";
+  return row.group == FaultGroup::Answer ? " 0.5" : " 2000";
+}
+
+std::string subjectOf(const sim::FaultKindRow& row, Part part) {
+  if (part == Part::SetParams) return "engine";
+  if (row.group == FaultGroup::Connection) return "meters";
+  return partNames[static_cast<std::size_t>(part)];
+}
+
+Fault ofSimulator(const sim::FaultKindRow& row) {
+  Fault fault;
+  fault.name = row.name;
+  fault.kind = row.kind;
+  fault.effect = effectOf(row.kind);
+  fault.lasts = row.lasts;
+  fault.silences = silences(row.kind);
+  fault.endsCall = endsCall(row);
+  return fault;
+}
+
+Fault ofWire(const std::string& name, const Weather& weather, Effect effect = Effect::None) {
+  Fault fault;
+  fault.name = "wire: " + name;
+  fault.weather = weather;
+  fault.effect = effect;
+  fault.silences = !weather.toClient || !weather.isPlugged || !weather.isUp;
+  fault.endsCall = weather.resets;
+  return fault;
+}
+
+// The same until the gateway gives the connection up.
+Fault prolonged(Fault fault) {
+  fault.name += ", for long";
+  fault.effect = Effect::EndsConnection;
+  fault.endsCall = true;
+  fault.held = untilGivenUp;
+  return fault;
+}
+
+std::vector<Fault> makeFaults() {
+  std::vector<Fault> all;
+  for (const auto& row : sim::faultKinds()) all.push_back(ofSimulator(row));
+  all.push_back(prolonged(ofSimulator(sim::rowOf(FaultKind::Freeze))));
+  all.push_back(ofWire("delay of 150 ms each way", {.delay = milliseconds(150)}));
+  all.push_back(ofWire("loss of 10 %", {.loss = 0.1}));
+  all.push_back(ofWire("doubling of 30 %", {.doubling = 0.3}));
+  all.push_back(ofWire("disorder of 30 %", {.lateness = 0.3}));
+  all.push_back(ofWire("a broken byte in 10 %", {.breaking = 0.1}));
+  const auto hole = ofWire("black hole", {.toServer = false, .toClient = false});
+  const auto cable = ofWire("pulled cable", {.isPlugged = false});
+  all.push_back(hole);
+  all.push_back(ofWire("black hole towards the server", {.toServer = false}));
+  all.push_back(ofWire("black hole towards the gateway", {.toClient = false}));
+  all.push_back(ofWire("reset by the network", {.resets = true}, Effect::EndsConnection));
+  all.push_back(cable);
+  all.push_back(ofWire("interface down", {.isUp = false}));
+  all.push_back(prolonged(hole));
+  all.push_back(prolonged(cable));
+  return all;
+}
+
+}  // namespace
+
+std::span<const Fault> faults() {
+  static const auto all = makeFaults();
+  return all;
+}
+
+bool Fault::canBefall(Part part) const {
+  if (isOfWire()) return true;
+  const auto subjects = sim::rowOf(*kind).subjects();
+  const auto has = [&](sim::Subject subject) {
+    return std::find(subjects.begin(), subjects.end(), subject) != subjects.end();
+  };
+  if (part == Part::SetParams) return has(sim::Subject::Engine);
+  return has(sim::Subject::Meters) ||
+         has(part == Part::Fast ? sim::Subject::Fast : sim::Subject::Slow);
+}
+
+std::string Fault::lineFor(Part part) const {
+  const auto& row = sim::rowOf(*kind);
+  return std::string(row.name) + " " + subjectOf(row, part) + argumentOf(row);
+}
+
+std::string Fault::endLineFor(Part part) const {
+  return "normal " + subjectOf(sim::rowOf(*kind), part);
+}
+
+std::string nameOf(const Cell& cell) {
+  return cell.fault->name + ", " + partNames[static_cast<std::size_t>(cell.part)] + ", " +
+         momentNames[static_cast<std::size_t>(cell.moment)] +
+         (cell.rounds > 1 ? " " + std::to_string(cell.rounds) + " times" : "");
+}
+
+std::vector<Cell> allCells() {
+  std::vector<Cell> cells;
+  for (const auto& fault : faults()) {
+    for (const auto part : parts) {
+      if (!fault.canBefall(part)) continue;
+      for (const auto moment : moments) {
+        // What lasts for long differs only in what becomes of what runs, and of a call.
+        const bool differs =
+            moment == Moment::Running || (moment == Moment::Stopping && part == Part::SetParams);
+        if (!fault.isLong() || differs) {
+          cells.push_back({.fault = &fault, .part = part, .moment = moment, .seed = 0});
+        }
+      }
+    }
+  }
+  return cells;
+}
+
+}  // namespace network

@@ -1,0 +1,67 @@
+// Peers that say nothing: a port that takes connections and never answers on them, and one that
+// does not even take them. One thread at a time.
+#pragma once
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+class SilentPeer {
+ public:
+  enum class Kind {
+    Mute,       // connections are made, and nothing ever comes over them
+    BlackHole,  // what is sent is lost: the kernel's queue of connections is kept full
+  };
+
+  explicit SilentPeer(Kind kind) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    auto* const bare = reinterpret_cast<sockaddr*>(&address);
+    socklen_t size = sizeof(address);
+    const int backlog = kind == Kind::Mute ? 64 : 0;
+    if (bind(listener_, bare, size) != 0 || listen(listener_, backlog) != 0 ||
+        getsockname(listener_, bare, &size) != 0) {
+      throw std::runtime_error("no port for a silent peer");
+    }
+    target_ = "127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+    if (kind == Kind::BlackHole) fillQueue(address);
+  }
+  ~SilentPeer() {
+    for (const int each : waiting_) close(each);
+    close(listener_);
+  }
+  SilentPeer(const SilentPeer&) = delete;
+  SilentPeer& operator=(const SilentPeer&) = delete;
+
+  const std::string& target() const { return target_; }
+
+ private:
+  // Until a connection is not made any more.
+  void fillQueue(const sockaddr_in& address) {
+    constexpr int most = 8;
+    constexpr int patienceMs = 300;  // a connection over loopback is made at once
+    for (int i = 0; i < most; ++i) {
+      waiting_.push_back(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+      const int each = waiting_.back();
+      const auto* const bare = reinterpret_cast<const sockaddr*>(&address);
+      if (connect(each, bare, sizeof(address)) != 0 && errno != EINPROGRESS) break;
+      pollfd made{each, POLLOUT, 0};
+      if (poll(&made, 1, patienceMs) == 0) return;
+    }
+    throw std::runtime_error("connections are still being made");
+  }
+
+  const int listener_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  std::vector<int> waiting_;
+  std::string target_;
+};
