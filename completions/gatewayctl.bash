@@ -17,7 +17,8 @@ _gatewayctl_options() { # [SUBCOMMAND]
       ;;
     sim)
       echo -h --help --meters --engine --strict-pings --for --keys --config --values-per-message \
-        --rate-fast --rate-slow --seed --heartbeat --fault --fault-plan --json --commands
+        --rate-fast --rate-slow --seed --heartbeat --fault --fault-plan --live-faults --json \
+        --commands
       ;;
   esac
 }
