@@ -52,10 +52,6 @@ TEST_F(StopWithoutMemory, AsksForNoneWhateverStateItMeets) {
   stopFailing();
   EXPECT_EQ(flushed(), 2);
 
-  // Streams that have just been asked for.
-  ASSERT_EQ(start(common()), 0);
-  stopFailing();
-
   // No stream and no call.
   ASSERT_EQ(start("[Meters]\nEnableFastMeters=false\nEnableSlowMeters=false\n"), 0);
   stopFailing();
@@ -80,8 +76,12 @@ TEST_F(StopWithoutMemory, AsksForNoneWhateverStateItMeets) {
   stopFailing();
   EXPECT_LE(flushed(), 2);
 
+  // Streams that have just been asked for. At the end, since the server may hear of them late, or never.
+  ASSERT_EQ(start(common()), 0);
+  stopFailing();
+
   proof::report({part,
-                 "stop: streams quiet, asked for, none, ended, and with " +
+                 "stop: streams quiet, none, ended, asked for, and with " +
                      std::to_string(callsInFlight) + " calls in flight",
                  std::to_string(stops()) + " stops, all allocations failing",
                  "0 allocations asked for, each as ever, nothing left"});

@@ -16,6 +16,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <condition_variable>
 #include <cstring>
 #include <future>
 #include <map>
@@ -238,8 +239,10 @@ struct Wire::State {
   const std::unique_ptr<Interface> client;
   const std::unique_ptr<Interface> server;
 
-  std::mutex mutex;  // of the weather
+  std::mutex mutex;  // of the weather, and of whether the thread has it
   Weather weather;
+  bool isTaken = true;
+  std::condition_variable taken;
 
   // The thread's own.
   Weather now;
@@ -257,7 +260,9 @@ void Wire::State::run(const std::stop_token& stop) {
     {
       const std::lock_guard lock(mutex);
       now = weather;
+      isTaken = true;
     }
+    taken.notify_all();
     const bool isThrough = now.isPlugged && now.isUp;
     take(*client, *server, isThrough && now.toServer);
     take(*server, *client, isThrough && now.toClient);
@@ -304,8 +309,11 @@ Wire::~Wire() = default;
 
 void Wire::setWeather(const Weather& weather) {
   {
-    const std::lock_guard lock(state_->mutex);
+    std::unique_lock lock(state_->mutex);
     state_->weather = weather;
+    state_->isTaken = false;
+    // Packets that are sent from now on must not meet the weather of before.
+    state_->taken.wait(lock, [&] { return state_->isTaken; });
   }
   state_->client->plug(weather.isPlugged);
   state_->client->raise(weather.isUp);
