@@ -76,7 +76,8 @@ TEST_F(StopWithoutMemory, AsksForNoneWhateverStateItMeets) {
   stopFailing();
   EXPECT_LE(flushed(), 2);
 
-  // Streams that have just been asked for. At the end, since the server may hear of them late, or never.
+  // Streams that have just been asked for. At the end, since the server may hear of them late, or
+  // never.
   ASSERT_EQ(start(common()), 0);
   stopFailing();
 
