@@ -214,7 +214,8 @@ bool GrpcGate::State::pass(Event& event) {
   return true;
 }
 
-#define IN_FRONT_OF(symbol) __asm__(symbol) __attribute__((visibility("default")))
+// Aligned as member functions are: the lowest bit of a pointer to one says whether it is virtual.
+#define IN_FRONT_OF(symbol) __asm__(symbol) __attribute__((visibility("default"), aligned(16)))
 #define TAKE_EVENT "_ZN4grpc15CompletionQueue17AsyncNextInternalEPPvPb12gpr_timespec"
 #define SET_ALARM "_ZN4grpc5Alarm11SetInternalEPNS_15CompletionQueueE12gpr_timespecPv"
 #define MAKE_ALARM "_ZN4grpc5AlarmC1Ev"
