@@ -69,6 +69,7 @@ const std::vector<Room> rooms = {
      {"src/host/", "src/shquote/", "src/ini/", module + "HostAccess", module + "ConfigManager"}},
     {module + "GatewaySlots", {"src/host/", module + "ConfigManager", module + "GatewaySlots"}},
     {module + "MeterListCopy", {module + "ConfigManager", module + "MeterListCopy"}},
+    {module + "EngineListCopy", {module + "ConfigManager", module + "EngineListCopy"}},
     {module + "Async",
      {"src/host/", "proto/", module + "HostAccess", module + "ConfigManager",
       module + "MeterListCopy", module + "Async"}},
@@ -76,8 +77,8 @@ const std::vector<Room> rooms = {
      {"src/host/", "proto/", module + "HostAccess", module + "ConfigManager",
       module + "GatewaySlots", module + "Async", module + "gRPCGatewayClient"}},
     {module + "grpc-gateway-module",
-     {"src/host/", module + "HostAccess", module + "ConfigManager", module + "GatewaySlots",
-      module + "gRPCGatewayClient", module + "grpc-gateway-module"}},
+     {"src/host/", module + "HostAccess", module + "ConfigManager", module + "EngineListCopy",
+      module + "GatewaySlots", module + "gRPCGatewayClient", module + "grpc-gateway-module"}},
     {"src/standin/", {"src/host/", "src/standin/"}},
     // What one sub-command is made of is of no concern to another; all of them may use the files
     // right in tools/, the last room, which is below them.
@@ -139,7 +140,8 @@ TEST(Style, IncludesPointDownwardOnly) {
 
 // The payloads are gRPC's lowest users: below them nothing knows of it.
 TEST(Style, TheConfigurationAndTheSlotsKnowNothingOfGrpc) {
-  for (const char* name : {"ConfigManager", "GatewaySlots", "HostAccess", "MeterListCopy"}) {
+  for (const char* name :
+       {"ConfigManager", "GatewaySlots", "HostAccess", "MeterListCopy", "EngineListCopy"}) {
     for (const char* ending : {".h", ".cpp"}) {
       const std::string file = module + name + ending;
       if (!fs::exists(root / file)) continue;
@@ -151,7 +153,7 @@ TEST(Style, TheConfigurationAndTheSlotsKnowNothingOfGrpc) {
 }
 
 TEST(Style, EverySourceIsBuilt) {
-  for (const char* folder : {"src", "tools", "tests"}) {
+  for (const char* folder : {"src", "tools", "tests", "bench"}) {
     std::string lists;
     for (const std::string& list : filesIn(folder, {".txt"})) lists += textOf(root / list);
     lists += textOf(root / "cmake/Inih.cmake");
@@ -165,7 +167,7 @@ TEST(Style, EverySourceIsBuilt) {
 TEST(Style, EveryHeaderIsIncludedSomewhere) {
   std::set<std::string> included;
   std::vector<std::string> headers;
-  for (const char* folder : {"src", "tools", "tests"}) {
+  for (const char* folder : {"src", "tools", "tests", "bench"}) {
     for (const std::string& file : filesIn(folder, {})) {
       for (const std::string& include : includesOf(file)) {
         included.insert(fs::path(include).filename());
@@ -179,7 +181,7 @@ TEST(Style, EveryHeaderIsIncludedSomewhere) {
 }
 
 TEST(Style, HeadersBeginWithTheirRoleAndKeepNamespacesClosed) {
-  for (const char* folder : {"src", "tools", "tests"}) {
+  for (const char* folder : {"src", "tools", "tests", "bench"}) {
     for (const std::string& header : filesIn(folder, {".h"})) {
       const std::string text = textOf(root / header);
       EXPECT_TRUE(text.starts_with("//") || text.starts_with("/*")) << header;
@@ -193,7 +195,8 @@ TEST(Style, NothingIsLeftForLater) {
   const std::vector<std::string> marks = {std::string("TO") + "DO", std::string("FIX") + "ME",
                                           std::string("DISA") + "BLED_",
                                           std::string("GTEST_") + "SKIP"};
-  for (const char* folder : {"src", "tools", "tests", "proto", "scripts", "cmake", "examples"}) {
+  for (const char* folder :
+       {"src", "tools", "tests", "bench", "proto", "scripts", "cmake", "examples"}) {
     for (const std::string& file : filesIn(folder, {})) {
       const std::string text = textOf(root / file);
       for (const std::string& mark : marks) {
@@ -204,7 +207,8 @@ TEST(Style, NothingIsLeftForLater) {
 }
 
 TEST(Style, LinesEndAtColumnOneHundredAndWithoutBlanks) {
-  for (const char* folder : {"src", "tools", "tests", "proto", "scripts", "cmake", "examples"}) {
+  for (const char* folder :
+       {"src", "tools", "tests", "bench", "proto", "scripts", "cmake", "examples"}) {
     for (const std::string& file : filesIn(folder, {})) {
       std::istringstream text(textOf(root / file));
       int number = 0;

@@ -4,8 +4,8 @@
 // one allocation however long the list is. It owns the block and refers to nothing outside.
 //
 // The search goes through the entries from the first to the last, as the list has them. It first
-// compares a word that holds pieces of the key, four entries and more at a time, and reads the key
-// itself only where the word agrees: with a thousand entries nearly all of them are passed over
+// compares a word of 16 bits that is made of pieces of the key, 32 entries in a step, and reads the
+// key itself only where the word agrees: with a thousand entries nearly all of them are passed over
 // without a call. The word decides nothing else, and nothing of it outlives the copy.
 #pragma once
 
@@ -53,7 +53,7 @@ class MeterListCopy {
 
   std::size_t size_;
   std::unique_ptr<std::byte[]> block_;
-  std::uint32_t* words_;  // in block_; one for each entry, up to a whole number of scan steps
+  std::uint16_t* words_;  // in block_; one for each entry, up to a whole number of scan steps
   Entry* entries_;        // in block_
 };
 

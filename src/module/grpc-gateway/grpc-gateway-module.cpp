@@ -2,9 +2,11 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
+#include "module/grpc-gateway/EngineListCopy.h"
 #include "module/grpc-gateway/GatewaySlots.h"
 #include "module/grpc-gateway/HostAccess.h"
 
@@ -13,23 +15,36 @@ namespace {
 
 // ---- Engine changes -----------------------------------------------------------------------------
 
+// The slot's part of an item's key, which is the module's name, a point, and the name of a slot;
+// empty, as no slot's name is, if the key begins otherwise.
+std::string_view slotNameOf(std::string_view itemKey, const std::string& moduleName) {
+  const std::size_t point = moduleName.size();
+  if (!itemKey.starts_with(moduleName) || itemKey.size() == point) return {};
+  return itemKey[point] == '.' ? itemKey.substr(point + 1) : std::string_view();
+}
+
+// Whether an entry without a name of its own has a slot of this name, by its position.
+bool isGeneratedName(std::string_view name, std::string_view prefix, std::size_t position) {
+  if (!name.starts_with(prefix)) return false;
+  return name.substr(prefix.size()) == std::to_string(position);
+}
+
 // Passes an item on, under the key that the remote engine knows, for each entry whose slot has the
-// item's name. The list comes as a copy of this item's own.
+// item's name. The list is copied for this item.
 template <class T, class Value>
 void forwardMatches(const EngineChangeFilter& filter, const std::string& itemKey,
-                    std::vector<EngineEntry> entries,
+                    const std::vector<EngineEntry>& list,
                     void (*add)(sonalith_keyValueList* list, const char* key, Value value),
                     Value value) {
-  std::string slotKey = stringFromHost(filter.manager->module->name) + ".";
-  const std::size_t prefixSize = slotKey.size();
+  const std::string moduleName = stringFromHost(filter.manager->module->name);
+  const std::string_view name = slotNameOf(itemKey, moduleName);
+  const EngineListCopy entries(list);
   for (std::size_t i = 0; i < entries.size(); ++i) {
-    slotKey.resize(prefixSize);
-    if (entries[i].customKey.empty()) {
-      slotKey.append(GatewaySlotGroup<T>::namePrefix).append(std::to_string(i));
-    } else {
-      slotKey.append(entries[i].customKey);
-    }
-    if (slotKey == itemKey) add(filter.matched, entries[i].key.c_str(), value);
+    const std::string_view customKey = entries.customKey(i);
+    const bool matches = customKey.empty()
+                             ? isGeneratedName(name, GatewaySlotGroup<T>::namePrefix, i)
+                             : customKey == name;
+    if (matches) add(filter.matched, entries.key(i), value);
   }
 }
 
