@@ -119,8 +119,8 @@ class Call {
 
 class Server {
  public:
-  Server(const Messages& messages, Pace pace, Board& board)
-      : messages(messages), pace(pace), board(board) {
+  Server(const Messages& sent, Pace wanted, Board& told)
+      : messages(sent), pace(wanted), board(told) {
     grpc::ServerBuilder builder;
     builder.AddListeningPort("0.0.0.0:0", grpc::InsecureServerCredentials(), &port);
     builder.RegisterAsyncGenericService(&service);
