@@ -46,8 +46,6 @@ class Messages {
     if (position_ == std::string::npos) throw std::runtime_error("no float value in " + path);
   }
 
-  std::size_t size() const { return bytes_.size(); }
-
   grpc::ByteBuffer make(std::uint64_t sequence) const {
     grpc::Slice slice(bytes_.size());
     auto* const bytes = const_cast<std::uint8_t*>(slice.begin());
@@ -104,8 +102,7 @@ class Call {
   enum class State { Awaited, Streaming, Asked, Ending };
 
   void begin();
-  void write(grpc::WriteOptions options);
-  void writeFull();
+  void writeNext();
   void end();
 
   Server& server_;
@@ -180,7 +177,7 @@ void Call::proceed(bool ok) {
     grpc::Slice nothing;
     stream_.WriteAndFinish(grpc::ByteBuffer(&nothing, 1), {}, grpc::Status::OK, this);
   } else if (!server_.pace.once && server_.pace.perSecond == 0) {
-    writeFull();
+    writeNext();
   }
 }
 
@@ -195,30 +192,19 @@ void Call::begin() {
     const std::lock_guard lock(server_.mutex);
     server_.paced.insert(this);
   } else {
-    writeFull();
+    writeNext();
   }
 }
 
-void Call::write(grpc::WriteOptions options) {
-  writing_ = true;
-  stream_.Write(server_.messages.make(sequence_), options, this);
-}
-
-// Small messages are gathered, so that this side has less to do for each than the other.
-void Call::writeFull() {
-  constexpr std::size_t small = 4096;
-  constexpr std::uint64_t gathered = 8;
-  grpc::WriteOptions options;
+void Call::writeNext() {
   ++sequence_;
-  const bool more = !server_.pace.once && sequence_ % gathered != 0;
-  if (more && server_.messages.size() < small) options.set_buffer_hint();
-  write(options);
+  writing_ = true;
+  stream_.Write(server_.messages.make(sequence_), this);
 }
 
 void Call::writePaced() {
-  ++sequence_;
-  server_.board.timeOf(sequence_) = bench::nanoseconds(CLOCK_MONOTONIC);
-  write({});
+  server_.board.timeOf(sequence_ + 1) = bench::nanoseconds(CLOCK_MONOTONIC);
+  writeNext();
 }
 
 void Call::end() {
