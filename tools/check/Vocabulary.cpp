@@ -81,8 +81,8 @@ std::string closestName(std::string_view name, const std::vector<std::string>& n
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     return lowered;
   };
-  std::vector<std::string> candidates;
-  for (const std::string& each : names) candidates.push_back(lower(each));
+  std::vector<std::string> candidates(names.size());
+  std::transform(names.begin(), names.end(), candidates.begin(), lower);
   const std::string closest = tools::closestTo(lower(name), candidates);
   const auto found = std::find(candidates.begin(), candidates.end(), closest);
   return found == candidates.end() ? ""
