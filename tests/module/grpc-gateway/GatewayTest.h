@@ -14,6 +14,18 @@ using Journal = std::vector<std::string>;
 
 class GatewayTest : public ::testing::Test {
  protected:
+  // What a stop logs, but for the tags that it flushes.
+  const Journal stopSteps = {
+      "log 1 stopCycle(gateway)",
+      "log 3 grpc-gateway: destroying module manager..",
+      "log 1 Destructing gRPC gateway client singleton",
+      "log 1 Stop gRPC Gateway client",
+      "log 1 Stop gRPC Gateway complete",
+      "log 1 Shutting down completion queue",
+      "log 1 Starting completion queue flush",
+      "log 1 Completion queue flush ended",
+  };
+
   // Writes a configuration file and starts the module with it.
   int start(const std::string& configuration) {
     return instance.start(files.write("gateway.conf", configuration));

@@ -1,9 +1,9 @@
 // Whether what a process holds grows from one cycle to the next: memory, threads and descriptors,
 // each as the slope of the line that fits the samples best.
 //
-// Memory is what the allocator has given and not got back, to the byte; what the system counts as
-// resident moves by pages and follows later, and is told beside it. gRPC takes some of what it
-// holds back behind a stop, at its own pace: single samples scatter, and the slope does not.
+// Memory is what the allocator has given and not got back, to the byte, and what the system counts
+// as resident, which moves by pages and follows later. gRPC takes some of what it holds back behind
+// a stop, at its own pace: single samples scatter, and the slope does not.
 //
 // Threads: one.
 #pragma once

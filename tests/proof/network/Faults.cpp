@@ -110,7 +110,10 @@ std::vector<Fault> makeFaults() {
   all.push_back(ofWire("black hole towards the gateway", {.toClient = false}));
   all.push_back(ofWire("reset by the network", {.resets = true}, Effect::EndsConnection));
   all.push_back(cable);
-  all.push_back(ofWire("interface down", {.isUp = false}));
+  // What can't be sent again for want of a route, the system now and then takes for timed out after
+  // the first of TCP's intervals: gRPC's keepalive sets a time limit, and Linux does not know then
+  // since when it has been trying.
+  all.push_back(ofWire("interface down", {.isUp = false}, Effect::MayEndBoth));
   all.push_back(prolonged(hole));
   all.push_back(prolonged(cable));
   return all;

@@ -29,6 +29,7 @@ enum class Effect {
   None,            // it goes on when the fault is over, if not before
   EndsStream,      // it ends, and the other one goes on
   EndsConnection,  // both streams end
+  MayEndBoth,      // the system may give the connection up, and else goes on when the fault is over
   EndsWhenOver,    // it ends when the fault is over, and the other one goes on
 };
 

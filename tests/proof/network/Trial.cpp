@@ -71,6 +71,7 @@ class Trial {
 
   // ---- What holds ----
   void expectRetry(const std::string& stream, Clock::time_point end);
+  void noteRetries(Clock::time_point begin);
   void expectEffect(Clock::time_point begin, Clock::time_point over);
   void expectAttempts();
   void expectOneAtATime(const std::string& stream);
@@ -86,6 +87,7 @@ class Trial {
   const std::string& own() const { return streamNames[cell_.part == Part::Slow ? 1 : 0]; }
   const std::string& other() const { return streamNames[cell_.part == Part::Slow ? 0 : 1]; }
   bool endsBoth() const { return fault_.effect == Effect::EndsConnection; }
+  bool mayEndBoth() const { return fault_.effect == Effect::MayEndBoth; }
   // Whether the other stream is out of its reach.
   bool sparesOther() const {
     return !fault_.isOfWire() && sim::rowOf(*fault_.kind).group != sim::FaultGroup::Connection;
@@ -162,7 +164,7 @@ void Trial::streamWaiting() {
   const auto end = Clock::now();
   site_.endStream(own(), attempts_[own()]);
   // TCP tries to get through a hole at ever longer intervals: a short one will do.
-  const bool isHole = fault_.isOfWire() && fault_.effect == Effect::None;
+  const bool isHole = fault_.isOfWire() && (fault_.effect == Effect::None || mayEndBoth());
   if (isHole) std::this_thread::sleep_until(end + shortlyBeforeTheRetry);
   const auto begin = Clock::now();
   strike();
@@ -170,6 +172,7 @@ void Trial::streamWaiting() {
   lift();
   expectRetry(own(), end);
   if (endsBoth()) expectRetry(other(), begin);
+  if (mayEndBoth()) noteRetries(begin);
 }
 
 void Trial::callRunning() {
@@ -234,7 +237,7 @@ void Trial::stopWithCall() {
   if (!fault_.endsCall) {
     constexpr seconds aWhile(1);
     std::this_thread::sleep_for(aWhile);
-    if (site_.host().errors().find(flushEnded) != std::string::npos) {
+    if (!mayEndBoth() && site_.host().errors().find(flushEnded) != std::string::npos) {
       problem("the stop did not wait for a SetParams call");
     }
     lift();
@@ -248,8 +251,7 @@ void Trial::stopWithCall() {
 
 // Not before the five seconds are over, and once.
 void Trial::expectRetry(const std::string& stream, Clock::time_point end) {
-  const auto call = ++attempts_[stream];
-  site_.simulator().waitLine(openedEvent(stream, call));
+  site_.simulator().waitLine(openedEvent(stream, ++attempts_[stream]));
   const auto after = since(end);
   finding_.retries.push_back(after);
   if (after < retryDelay.count()) {
@@ -257,8 +259,19 @@ void Trial::expectRetry(const std::string& stream, Clock::time_point end) {
   }
 }
 
+// Of streams that may have ended: those that did are back when their values move again.
+void Trial::noteRetries(Clock::time_point begin) {
+  for (const auto& stream : streamNames) {
+    site_.awaitValues(stream);
+    if (count(site_.simulator(), openedEvent(stream)) > attempts_[stream]) {
+      expectRetry(stream, begin);
+    }
+  }
+}
+
 void Trial::expectEffect(Clock::time_point begin, Clock::time_point over) {
   if (fault_.effect == Effect::None) return;
+  if (mayEndBoth()) return noteRetries(begin);
   expectRetry(own(), fault_.effect == Effect::EndsWhenOver ? over : begin);
   if (endsBoth()) expectRetry(other(), begin);
 }

@@ -36,17 +36,6 @@ struct Stop {
 
 class StopTest : public GatewayTest {
  protected:
-  const Journal steps = {
-      "log 1 stopCycle(gateway)",
-      "log 3 grpc-gateway: destroying module manager..",
-      "log 1 Destructing gRPC gateway client singleton",
-      "log 1 Stop gRPC Gateway client",
-      "log 1 Stop gRPC Gateway complete",
-      "log 1 Shutting down completion queue",
-      "log 1 Starting completion queue flush",
-      "log 1 Completion queue flush ended",
-  };
-
   // Servers and a gate of its own for each start: what one leaves can't be the next one's.
   void begin(const GatePlan& plan) {
     gate.reset();
@@ -129,7 +118,7 @@ class StopTest : public GatewayTest {
 
   // What holds after every stop, wherever it began.
   void expectStopped(const Stop& seen) {
-    EXPECT_EQ(seen.lines, steps);
+    EXPECT_EQ(seen.lines, stopSteps);
     EXPECT_EQ(grpcUse().alarms, atBegin_.alarms);
     EXPECT_FALSE(grpcUse().waitedForReady);
     expectNothingLeft();

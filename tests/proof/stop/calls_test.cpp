@@ -64,7 +64,7 @@ class StopWithCalls : public StopTest, public ::testing::WithParamInterface<Row>
       });
     };
     EXPECT_TRUE(host.waitUntil([&] { return flushed() == 2; }));
-    EXPECT_NE(log().back(), steps.back());
+    EXPECT_NE(log().back(), stopSteps.back());
     servers->command("engine release");
     return stopping.get();
   }

@@ -38,17 +38,6 @@ class Stopping : public FlowTest {
     changes.addInt("gateway.delay", value);
     engine.notify(&changes);
   }
-
-  const Journal steps = {
-      "log 1 stopCycle(gateway)",
-      "log 3 grpc-gateway: destroying module manager..",
-      "log 1 Destructing gRPC gateway client singleton",
-      "log 1 Stop gRPC Gateway client",
-      "log 1 Stop gRPC Gateway complete",
-      "log 1 Shutting down completion queue",
-      "log 1 Starting completion queue flush",
-      "log 1 Completion queue flush ended",
-  };
 };
 
 TEST_F(Stopping, WithBothStreamsQuietCancelsThemAndFlushesOneTagEach) {
@@ -56,11 +45,11 @@ TEST_F(Stopping, WithBothStreamsQuietCancelsThemAndFlushesOneTagEach) {
   deliverFast(Batch());
   deliverSlow(Batch());
   const Journal lines = stopLog();
-  EXPECT_EQ(withoutFlushLines(lines), steps);
+  EXPECT_EQ(withoutFlushLines(lines), stopSteps);
   EXPECT_EQ(count(lines, flushLine), 2);
   EXPECT_EQ(count(lines, "log 1 Flushing tag (nil)"), 0);
   // The flush lines stand between the start and the end of the flush.
-  EXPECT_EQ(lines[6], steps[6]);
+  EXPECT_EQ(lines[6], stopSteps[6]);
   EXPECT_TRUE(lines[7].starts_with(flushLine));
   EXPECT_TRUE(lines[8].starts_with(flushLine));
   EXPECT_NE(lines[7], lines[8]);
@@ -71,7 +60,7 @@ TEST_F(Stopping, WithBothStreamsQuietCancelsThemAndFlushesOneTagEach) {
 
 TEST_F(Stopping, WithoutAStubFlushesNothing) {
   ASSERT_EQ(start("[Meters]\nEnableFastMeters=false\nEnableSlowMeters=false\n"), 0);
-  EXPECT_EQ(stopLog(), steps);
+  EXPECT_EQ(stopLog(), stopSteps);
   expectNothingLeft();
 }
 
@@ -79,7 +68,7 @@ TEST_F(Stopping, WithOneStreamSwitchedOffFlushesTheOtherAlone) {
   ASSERT_EQ(start("[Meters]\nTarget=" + servers.metersTarget() + "\nEnableSlowMeters=false\n"), 0);
   servers.waitEvent("open fast ");
   const Journal lines = stopLog();
-  EXPECT_EQ(withoutFlushLines(lines), steps);
+  EXPECT_EQ(withoutFlushLines(lines), stopSteps);
   EXPECT_EQ(count(lines, flushLine), 1);
   expectNothingLeft();
 }
@@ -103,10 +92,10 @@ TEST_F(Stopping, WithAParameterInFlightWaitsForItsAnswer) {
   auto stopped = std::async(std::launch::async, [this] { instance.stop(); });
   // Both streams are through, the call is not.
   ASSERT_TRUE(host.waitUntil([&] { return count(log(), flushLine) == 2; }));
-  EXPECT_EQ(count(log(), steps.back()), 0);
+  EXPECT_EQ(count(log(), stopSteps.back()), 0);
   servers.command("engine release");
   stopped.get();
-  EXPECT_EQ(withoutFlushLines(log()), steps);
+  EXPECT_EQ(withoutFlushLines(log()), stopSteps);
   EXPECT_EQ(count(log(), flushLine), 3);
   expectNothingLeft();
 }
@@ -131,7 +120,7 @@ TEST_F(Stopping, WhileAMessageIsBeingTakenWaitsForIt) {
   EXPECT_EQ(count(log(), "log 1 Stop gRPC Gateway complete"), 0);
   goOn.count_down();
   stopped.get();
-  EXPECT_EQ(withoutFlushLines(log()), steps);
+  EXPECT_EQ(withoutFlushLines(log()), stopSteps);
   EXPECT_EQ(servers.waitEvent("closed fast "), "closed fast 1 cancelled");
   expectNothingLeft();
 }
