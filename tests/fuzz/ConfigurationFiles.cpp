@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 #include <system_error>
 
 namespace fuzz {
@@ -35,6 +36,12 @@ std::vector<std::string> namedIn(const char* path) {
   };
   ini_parse(path, remember, &named);
   return named;
+}
+
+// What is not there now may be so while a file is being read: as its own descriptor.
+bool isOfProcess(const std::string& path) {
+  std::error_code error;
+  return std::filesystem::weakly_canonical(path, error).string().starts_with("/proc/");
 }
 
 }  // namespace
@@ -71,7 +78,7 @@ bool ConfigurationFiles::look(std::size_t file) {
   if (named.size() > mostNamedInOneFile) return false;
   return std::all_of(named.begin(), named.end(), [&](const std::string& path) {
     const auto own = std::find(paths.begin(), paths.end(), path);
-    if (own == paths.end()) return access(path.c_str(), F_OK) != 0;
+    if (own == paths.end()) return access(path.c_str(), F_OK) != 0 && !isOfProcess(path);
     if (static_cast<std::size_t>(own - paths.begin()) <= file) mayLoop_ = true;
     return true;
   });

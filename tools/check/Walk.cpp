@@ -487,14 +487,11 @@ void Walker::takeValue(Frame& frame, std::string_view key, LineReport& report) {
   const Section& section = *frame.header->section;
   const Span value = report.line().value;
   const bool isKnown = !sameNameIn(key, section.keys).empty();
-  if (section.kind == SectionKind::Condition) {
-    if (isKnown)
-      takeFileLine(frame, report);
-    else
-      reportUnknownKey(section, key, report);
-  } else if (!isKnown) {
+  if (!isKnown) {
     // The continuations of a bad pair are as bad; it was told of.
     if (report.line().kind == LineKind::Pair) reportUnknownKey(section, key, report);
+  } else if (section.kind == SectionKind::Condition) {
+    takeFileLine(frame, report);
   } else if (section.kind == SectionKind::Meters || section.kind == SectionKind::Engine) {
     whole_.set(section.kind, key, value, report);
   } else if (const auto entry = readEntry(section, value, report)) {
