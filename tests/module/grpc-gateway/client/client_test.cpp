@@ -130,6 +130,14 @@ TEST_F(gRPCGatewayClientTest, HasAStubForEachTarget) {
   EXPECT_TRUE(hasEngineStub(*client));
 }
 
+TEST_F(gRPCGatewayClientTest, StartsNoStreamWithoutAServer) {
+  const auto client = build(noTargets);
+  startFast(*client);
+  startSlow(*client);
+  EXPECT_EQ(fastPayload(*client), nullptr);
+  EXPECT_EQ(slowPayload(*client), nullptr);
+}
+
 TEST_F(gRPCGatewayClientTest, StartedTwiceSaysSo) {
   const auto client = build(noTargets);
   host.clearRecords();

@@ -269,6 +269,7 @@ TEST_P(ParamsFail, WithOneLineAndNothingLeft) {
   notify(changes);
   EXPECT_EQ(log(), (Journal{"log 1 C++ exception in grpc gateway: no more"}));
   EXPECT_EQ(host.outstanding(), before);
+  EXPECT_EQ(host.violations(), std::vector<std::string>{});
   expectNothingSent();
 }
 
