@@ -108,7 +108,9 @@ class Workshop:
         for file in files:
             self._take(file, (self.root / file).read_bytes())
         sanitize = ["-D", f"GATEWAY_SANITIZE={self.sanitizers}"]
-        command = ["cmake", "-S", self.tree, "-B", self.build, *CONFIGURE, *sanitize]
+        precompile = self.tree / "tests/mutants/precompile.cmake"
+        include = ["-D", f"CMAKE_PROJECT_grpc-gateway_INCLUDE={precompile}"]
+        command = ["cmake", "-S", self.tree, "-B", self.build, *CONFIGURE, *sanitize, *include]
         self._call(command, "configure.log")
 
     def _drop_others(self, files):

@@ -200,9 +200,12 @@ TEST_F(Params, ANullKeyEndsTheIterationOfAHostThatStopsAtOne) {
   host.setChoices({.iterationStopsAtOne = true});
   startEngineSide();
   KeyValueList changes;
-  changes.addInt("gateway.delay", 1).addInt(nullptr, 2).addInt("gateway.delay", 3);
+  changes.addInt("gateway.delay", 1)
+      .addInt("gateway.delay", 2)
+      .addInt(nullptr, 3)
+      .addInt("gateway.delay", 4);
   notify(changes);
-  EXPECT_EQ(received(), Request().addInt("delay", 1).hex());
+  EXPECT_EQ(received(), Request().addInt("delay", 1).addInt("delay", 2).hex());
   stopQuietly();
 }
 
