@@ -108,7 +108,9 @@ class Workshop:
         for file in files:
             self._take(file, (self.root / file).read_bytes())
         sanitize = ["-D", f"GATEWAY_SANITIZE={self.sanitizers}"]
-        command = ["cmake", "-S", self.tree, "-B", self.build, *CONFIGURE, *sanitize]
+        precompile = self.tree / "tests/mutants/precompile.cmake"
+        include = ["-D", f"CMAKE_PROJECT_grpc-gateway_INCLUDE={precompile}"]
+        command = ["cmake", "-S", self.tree, "-B", self.build, *CONFIGURE, *sanitize, *include]
         self._call(command, "configure.log")
 
     def _drop_others(self, files):
@@ -150,14 +152,15 @@ class Workshop:
         self.scratch.mkdir(exist_ok=True)
         self._call(["cmake", "--build", self.build, "-j", jobs, "--target", *programs], "build.log")
 
-    def test(self, program, seconds, parts=1, stop_at_first=True):
-        """Runs a test program, its tests shared out among so many processes."""
+    def test(self, program, seconds, parts=1, tests="*", stop_at_first=True):
+        """Runs these tests of a program, shared out among so many processes."""
         shutil.rmtree(self.scratch, ignore_errors=True)
         self.scratch.mkdir()
         started = time.monotonic()
         with tempfile.TemporaryDirectory(dir=self.home) as folder:
             logs = [pathlib.Path(folder) / str(part) for part in range(parts)]
-            running = {self._start(program, part, parts, logs[part], stop_at_first): logs[part]
+            arguments = [f"--gtest_fail_fast={int(stop_at_first)}", f"--gtest_filter={tests}"]
+            running = {self._start(program, arguments, part, parts, logs[part]): logs[part]
                        for part in range(parts)}
             try:
                 failure = self._watch(running, started + seconds)
@@ -166,12 +169,12 @@ class Workshop:
                     end_group(process)
         return Outcome(failure, time.monotonic() - started)
 
-    def _start(self, program, part, parts, log, stop_at_first):
+    def _start(self, program, arguments, part, parts, log):
         environment = {**self.environment, "GTEST_TOTAL_SHARDS": str(parts),
                        "GTEST_SHARD_INDEX": str(part)}
         with log.open("w") as output:
             return subprocess.Popen(
-                [self.build / "tests" / program, f"--gtest_fail_fast={int(stop_at_first)}"],
+                [self.build / "tests" / program, *arguments],
                 cwd=self.build, stdin=subprocess.DEVNULL, stdout=output, stderr=output,
                 env=environment, start_new_session=True,
                 preexec_fn=limit_files if self.sanitizers else limit_files_and_memory)

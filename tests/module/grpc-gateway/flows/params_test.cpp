@@ -200,9 +200,12 @@ TEST_F(Params, ANullKeyEndsTheIterationOfAHostThatStopsAtOne) {
   host.setChoices({.iterationStopsAtOne = true});
   startEngineSide();
   KeyValueList changes;
-  changes.addInt("gateway.delay", 1).addInt(nullptr, 2).addInt("gateway.delay", 3);
+  changes.addInt("gateway.delay", 1)
+      .addInt("gateway.delay", 2)
+      .addInt(nullptr, 3)
+      .addInt("gateway.delay", 4);
   notify(changes);
-  EXPECT_EQ(received(), Request().addInt("delay", 1).hex());
+  EXPECT_EQ(received(), Request().addInt("delay", 1).addInt("delay", 2).hex());
   stopQuietly();
 }
 
@@ -269,6 +272,7 @@ TEST_P(ParamsFail, WithOneLineAndNothingLeft) {
   notify(changes);
   EXPECT_EQ(log(), (Journal{"log 1 C++ exception in grpc gateway: no more"}));
   EXPECT_EQ(host.outstanding(), before);
+  EXPECT_EQ(host.violations(), std::vector<std::string>{});
   expectNothingSent();
 }
 
