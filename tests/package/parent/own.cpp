@@ -1,0 +1,2 @@
+// Knows nothing of the gateway.
+int own() { return 0; }

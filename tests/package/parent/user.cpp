@@ -1,0 +1,3 @@
+#include <sonalith.h>
+
+unsigned long user() { return sizeof(sonalith_module); }
