@@ -37,8 +37,13 @@ target_compile_options(
             -ffile-prefix-map=${PROJECT_BINARY_DIR}/= -fdebug-prefix-map=${PROJECT_BINARY_DIR}=.)
 
 target_compile_options(gateway_flags INTERFACE -fstack-protector-strong)
-# Each processor has its own word for guarding jumps.
-foreach(flag -fstack-clash-protection -fcf-protection -mbranch-protection=standard)
+# Each processor has its own word for guarding jumps, and clang++ takes, with a warning, also others.
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(aarch64|arm64)$")
+  set(guard -mbranch-protection=standard)
+else()
+  set(guard -fcf-protection)
+endif()
+foreach(flag -fstack-clash-protection ${guard})
   string(MAKE_C_IDENTIFIER "GATEWAY_HAS${flag}" has_flag)
   check_cxx_compiler_flag(${flag} ${has_flag})
   if(${has_flag})
