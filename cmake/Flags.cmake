@@ -37,7 +37,7 @@ target_compile_options(
             -ffile-prefix-map=${PROJECT_BINARY_DIR}/= -fdebug-prefix-map=${PROJECT_BINARY_DIR}=.)
 
 target_compile_options(gateway_flags INTERFACE -fstack-protector-strong)
-# Each processor has its own word for guarding jumps, and clang++ takes, with a warning, also others.
+# Each processor has its own word for guarding jumps. clang++ takes others, too, and warns of them.
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(aarch64|arm64)$")
   set(guard -mbranch-protection=standard)
 else()

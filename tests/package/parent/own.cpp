@@ -1,2 +1,4 @@
 // Knows nothing of the gateway.
-int own() { return 0; }
+int own() {
+  return 0;
+}

@@ -1,3 +1,5 @@
 #include <sonalith.h>
 
-unsigned long user() { return sizeof(sonalith_module); }
+unsigned long user() {
+  return sizeof(sonalith_module);
+}
