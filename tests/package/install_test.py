@@ -11,7 +11,7 @@ import sys
 import tempfile
 
 CMAKE, SOURCE, BUILD, CXX, LIBDIR = sys.argv[1:]
-SOURCE = pathlib.Path(SOURCE)
+SOURCE = pathlib.Path(SOURCE).resolve()
 sys.path.append(str(SOURCE / "tests/docs"))
 
 import contents  # noqa: E402

@@ -13,7 +13,7 @@ import sys
 import tempfile
 
 CMAKE, SOURCE, CXX = sys.argv[1:]
-SOURCE = pathlib.Path(SOURCE)
+SOURCE = pathlib.Path(SOURCE).resolve()
 sys.path.append(str(SOURCE / "tests/docs"))
 
 from checklist import check, end  # noqa: E402
