@@ -9,7 +9,7 @@ import re
 import subprocess
 import sys
 
-SOURCE, BUILD = map(pathlib.Path, sys.argv[1:3])
+SOURCE, BUILD = (pathlib.Path(path).resolve() for path in sys.argv[1:3])
 VERSION, PACKAGES = sys.argv[3], sys.argv[4:]
 sys.path.append(str(SOURCE / "tests/docs"))
 
