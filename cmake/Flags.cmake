@@ -2,6 +2,10 @@
 # `gateway_flags`.
 
 include(CheckCXXCompilerFlag)
+include(CheckPIESupported)
+
+# Compilers differ in whether a program can be loaded anywhere if nothing is said.
+check_pie_supported(LANGUAGES CXX)
 
 add_library(gateway_flags INTERFACE)
 target_include_directories(gateway_flags INTERFACE ${PROJECT_SOURCE_DIR}/src)
@@ -33,7 +37,13 @@ target_compile_options(
             -ffile-prefix-map=${PROJECT_BINARY_DIR}/= -fdebug-prefix-map=${PROJECT_BINARY_DIR}=.)
 
 target_compile_options(gateway_flags INTERFACE -fstack-protector-strong)
-foreach(flag -fstack-clash-protection -fcf-protection)
+# Each processor has its own word for guarding jumps. clang++ takes others, too, and warns of them.
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(aarch64|arm64)$")
+  set(guard -mbranch-protection=standard)
+else()
+  set(guard -fcf-protection)
+endif()
+foreach(flag -fstack-clash-protection ${guard})
   string(MAKE_C_IDENTIFIER "GATEWAY_HAS${flag}" has_flag)
   check_cxx_compiler_flag(${flag} ${has_flag})
   if(${has_flag})

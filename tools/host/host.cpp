@@ -228,9 +228,10 @@ std::string manual() {
 
 // Beside this program, as a build leaves it, or else where modules are installed.
 std::string defaultModulePath() {
-  const auto program = std::filesystem::read_symlink("/proc/self/exe");
-  const auto beside = program.parent_path() / "grpc-gateway.so";
-  return std::filesystem::exists(beside) ? beside.string() : GATEWAY_MODULE_DIR "/grpc-gateway.so";
+  constexpr const char* file = "grpc-gateway.so";
+  const auto folder = std::filesystem::read_symlink("/proc/self/exe").parent_path();
+  const auto installed = (folder / GATEWAY_MODULE_DIR / file).lexically_normal();
+  return (std::filesystem::exists(folder / file) ? folder / file : installed).string();
 }
 
 void addSettings(std::vector<Change>& settings, const std::vector<std::string>& texts) {

@@ -1,0 +1,75 @@
+# What `cmake --install` puts where, in three components:
+#
+#   module  the module, its manual pages (docs/man), a sample configuration
+#   tools   gatewayctl, its manual pages (docs/man) and completions
+#   dev     for authors: the boundary to the host with a CMake package and a pkg-config file, the
+#           schema files, examples
+#
+# Each place is a variable of GNUInstallDirs; the module's is GATEWAY_MODULE_DIR.
+
+include(CMakePackageConfigHelpers)
+
+set(shared ${CMAKE_INSTALL_DATADIR}/sonalith/grpc-gateway)
+
+install(TARGETS grpc-gateway LIBRARY DESTINATION ${GATEWAY_MODULE_DIR} COMPONENT module)
+
+# The sample. Under a name of its own, so that no configuration is ever written over. The engine of
+# a system looks into /etc, which only at the time of the installation is known to be meant.
+set(sysconfdir ${CMAKE_INSTALL_SYSCONFDIR})
+install(
+  CODE "
+set(folder \"${sysconfdir}/sonalith\")
+if(NOT IS_ABSOLUTE \"\${folder}\")
+  set(folder \"\${CMAKE_INSTALL_PREFIX}/\${folder}\")
+  string(REGEX REPLACE \"^/usr/+etc/\" \"/etc/\" folder \"\${folder}\")
+endif()
+file(INSTALL DESTINATION \"\${folder}\" TYPE FILE RENAME grpc-gateway.conf.example
+     FILES \"${PROJECT_SOURCE_DIR}/examples/grpc-gateway.conf\")"
+  COMPONENT module)
+
+if(GATEWAY_TOOLS)
+  install(TARGETS gatewayctl RUNTIME COMPONENT tools)
+  # Where each shell looks for those of packages.
+  set(completions ${PROJECT_SOURCE_DIR}/completions)
+  install(FILES ${completions}/gatewayctl.bash RENAME gatewayctl COMPONENT tools
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+  install(FILES ${completions}/_gatewayctl COMPONENT tools
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
+  install(FILES ${completions}/gatewayctl.fish COMPONENT tools
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
+endif()
+
+# The boundary is a header alone, the same for every processor.
+set(cmake_package ${CMAKE_INSTALL_DATADIR}/cmake/sonalith-host)
+set(pkg_config ${CMAKE_INSTALL_DATADIR}/pkgconfig)
+set(made ${PROJECT_BINARY_DIR}/dev)
+install(FILES src/host/sonalith.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/sonalith COMPONENT dev)
+install(TARGETS sonalith_host EXPORT sonalith-host)
+install(EXPORT sonalith-host FILE sonalith-host-config.cmake NAMESPACE sonalith::
+        DESTINATION ${cmake_package} COMPONENT dev)
+write_basic_package_version_file(${made}/sonalith-host-config-version.cmake ARCH_INDEPENDENT
+                                 COMPATIBILITY SameMinorVersion)
+# Found by where the file itself lies, so that it holds under any prefix.
+cmake_path(ABSOLUTE_PATH CMAKE_INSTALL_INCLUDEDIR BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}"
+           OUTPUT_VARIABLE includedir)
+cmake_path(ABSOLUTE_PATH pkg_config BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}" OUTPUT_VARIABLE
+           pkg_config_path)
+file(RELATIVE_PATH includedir "${pkg_config_path}" "${includedir}")
+configure_file(cmake/sonalith-host.pc.in ${made}/sonalith-host.pc @ONLY)
+install(FILES ${made}/sonalith-host-config-version.cmake DESTINATION ${cmake_package}
+        COMPONENT dev)
+install(FILES ${made}/sonalith-host.pc DESTINATION ${pkg_config} COMPONENT dev)
+
+# One folder, since schemas, document and examples find each other from where they lie.
+install(FILES proto/common.proto proto/engine.proto proto/meters.proto
+        DESTINATION ${shared}/proto COMPONENT dev)
+install(FILES docs/servers.md DESTINATION ${shared}/docs COMPONENT dev)
+install(FILES examples/grpc-gateway.conf examples/mixer.conf DESTINATION ${shared}/examples
+        COMPONENT dev)
+set(servers examples/servers)
+install(FILES ${servers}/README.md DESTINATION ${shared}/${servers} COMPONENT dev)
+install(FILES ${servers}/node/package.json ${servers}/node/package-lock.json
+        DESTINATION ${shared}/${servers}/node COMPONENT dev)
+install(PROGRAMS ${servers}/node/server.js DESTINATION ${shared}/${servers}/node COMPONENT dev)
+install(FILES ${servers}/python/schemas.py DESTINATION ${shared}/${servers}/python COMPONENT dev)
+install(PROGRAMS ${servers}/python/server.py DESTINATION ${shared}/${servers}/python COMPONENT dev)

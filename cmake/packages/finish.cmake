@@ -1,0 +1,50 @@
+# Run by cpack on what is about to be packed: adds to each package what Debian asks of it.
+
+cmake_policy(VERSION 3.25)
+find_package(Python3 REQUIRED COMPONENTS Interpreter)
+
+# run(COMMAND...): or no package is made.
+function(run)
+  execute_process(COMMAND ${ARGV} COMMAND_ERROR_IS_FATAL ANY)
+endfunction()
+
+# Terms in the form of a copyright file: indented, and with a point for an empty line.
+set(terms " All rights reserved. No licence comes with this package.")
+if(CPACK_GATEWAY_LICENSE_FILE)
+  file(READ "${CPACK_GATEWAY_LICENSE_FILE}" terms)
+  string(STRIP "${terms}" terms)
+  string(REGEX REPLACE "\n" "\n " terms " ${terms}")
+  string(REGEX REPLACE "\n +(\n|$)" "\n .\\1" terms "${terms}")
+  string(REGEX REPLACE "\n +(\n|$)" "\n .\\1" terms "${terms}")
+endif()
+string(TIMESTAMP year "%Y" UTC)
+
+foreach(component ${CPACK_COMPONENTS_ALL})
+  string(TOUPPER ${component} upper)
+  set(package ${CPACK_DEBIAN_${upper}_PACKAGE_NAME})
+  set(root ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/${component})
+  set(share ${root}/usr/share)
+  set(doc ${share}/doc/${package})
+
+  foreach(binary ${CPACK_GATEWAY_BINARIES})
+    if(EXISTS ${root}/${binary})
+      run(${CPACK_GATEWAY_STRIP} --strip-unneeded --remove-section=.comment ${root}/${binary})
+    endif()
+  endforeach()
+  file(GLOB pages ${share}/man/man*/*.[1-8])
+  foreach(page ${pages})
+    run(gzip -9n ${page})
+  endforeach()
+
+  configure_file(${CPACK_GATEWAY_FILES}/copyright.in ${doc}/copyright @ONLY)
+  run(${Python3_EXECUTABLE} -B ${CPACK_GATEWAY_FILES}/debian_changelog.py
+      ${CPACK_GATEWAY_CHANGELOG} ${package} ${CPACK_DEBIAN_PACKAGE_MAINTAINER} ${doc}/changelog)
+  run(gzip -9n ${doc}/changelog)
+
+  set(overrides ${CPACK_GATEWAY_FILES}/${component}/lintian-overrides)
+  if(EXISTS ${overrides})
+    file(COPY_FILE ${overrides} ${share}/overrides)
+    file(MAKE_DIRECTORY ${share}/lintian/overrides)
+    file(RENAME ${share}/overrides ${share}/lintian/overrides/${package})
+  endif()
+endforeach()

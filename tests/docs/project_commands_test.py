@@ -1,0 +1,115 @@
+#!/usr/bin/env -S python3 -B
+"""What the documents have one type to build, test and install names presets, targets, options,
+labels, scripts and programs that there are.
+
+Usage: project_commands_test.py CTEST SOURCE_FOLDER BUILD_FOLDER
+
+These commands take minutes or need root, so they do not run here; what they name is looked up.
+gatewayctl's own are run by commands_test.py.
+"""
+
+import json
+import pathlib
+import re
+import shlex
+import subprocess
+import sys
+
+import markdown
+from checklist import check, end
+
+CTEST, SOURCE, BUILD = sys.argv[1], *map(pathlib.Path, sys.argv[2:4])
+PRESETS = json.loads((SOURCE / "CMakePresets.json").read_text())
+LISTS = [path for path in SOURCE.rglob("CMakeLists.txt")
+         if path.relative_to(SOURCE).parts[0] != "build"]
+CMAKE = "\n".join(path.read_text() for path in (*LISTS, *(SOURCE / "cmake").glob("*.cmake")))
+DEFINED = set(re.findall(r"^\s*(?:add_executable|add_library|add_custom_target|gateway_test|"
+                         r"gateway_fuzz)\(\s*([\w-]+)", CMAKE, re.MULTILINE))
+OPTIONS = set(re.findall(r"^\s*option\((\w+)|^\s*set\((\w+)[^)]*?\bCACHE\b", CMAKE, re.MULTILINE))
+OPTIONS = {name for pair in OPTIONS for name in pair if name}
+OWN = re.compile(r"(?:sudo )?(?:cmake|ctest|bash \.ci|scripts/|tests/|\.ci/|build/[\w-]+/tests/)")
+
+
+def commands_of(path):
+    """Those in blocks of code, without comments, one by one."""
+    for line in re.findall(r"^    (\S.*)$", path.read_text(), re.MULTILINE):
+        for command in re.split(r" && |; ", re.split(r"\s{2,}#", line)[0]):
+            if OWN.match(command.strip()):
+                yield command.strip()
+
+
+def values(words, *names):
+    """What stands behind an option, until the next one."""
+    for at, word in enumerate(words):
+        if word in names:
+            for value in words[at + 1:]:
+                if value.startswith("-"):
+                    break
+                yield value
+
+
+def check_preset(kind, words, command):
+    known = {each["name"] for each in PRESETS[kind]}
+    for name in values(words, "--preset"):
+        check(f"{command}: there is a preset {name}", name in known)
+
+
+def check_cmake(words, command):
+    kind = "buildPresets" if "--build" in words else "configurePresets"
+    check_preset(kind, words, command)
+    for target in values(words, "--target"):
+        check(f"{command}: there is a target {target}", target in DEFINED)
+    check_options(words, command)
+
+
+def check_options(words, command):
+    for word in words:
+        if word.startswith("-D"):
+            name = word[2:].partition("=")[0].partition(":")[0]
+            known = name in OPTIONS or name.startswith("CMAKE_")
+            check(f"{command}: there is an option {name}", known)
+
+
+def check_ctest(words, command):
+    check_preset("testPresets", words, command)
+    for option in ("-L", "-R"):
+        for pattern in values(words, option):
+            text = subprocess.run([CTEST, "-N", option, pattern], cwd=BUILD, check=True, text=True,
+                                  stdout=subprocess.PIPE).stdout
+            check(f"{command}: there are tests: {text}", "Total Tests: 0" not in text)
+
+
+def check_script(path, words, command):
+    script = SOURCE / path
+    check(f"{command}: {path} is there", script.is_file())
+    if not script.is_file():
+        return
+    check(f"{command}: {path} can be run", words[0] == "bash" or script.stat().st_mode & 0o111)
+    check_options(words, command)
+    for option in (word.partition("=")[0] for word in words if word.startswith("--")):
+        check(f"{command}: {path} knows {option}", option in script.read_text())
+
+
+def check_command(command):
+    words = [word for word in shlex.split(command) if word != "sudo"]
+    if words[0] == "cmake":
+        check_cmake(words, command)
+    elif words[0] == "ctest":
+        check_ctest(words, command)
+    elif words[0].startswith("build/"):
+        name = re.sub(r"_replay$", "", words[0].rpartition("/")[2])
+        check(f"{command}: there is a program {name}", name in DEFINED)
+    else:
+        path = words[1] if words[0] == "bash" else words[0]
+        check_script(path, words, command)
+
+
+found = {each for path in markdown.documents(SOURCE) for each in commands_of(path)}
+check(f"the documents show commands: {len(found)}", len(found) >= 20)
+for each in sorted(found):
+    check_command(each)
+# What the README's tables say of options.
+for name in re.findall(r"^\| `(GATEWAY_\w+|BUILD_TESTING)` \|", (SOURCE / "README.md").read_text(),
+                       re.MULTILINE):
+    check(f"README.md: there is an option {name}", name in OPTIONS)
+end()

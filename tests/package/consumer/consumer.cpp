@@ -1,0 +1,28 @@
+// The smallest module: it has no slots, and only tells that it was started and stopped.
+#include <sonalith.h>
+
+namespace {
+
+int32_t start(sonalith_module* module, sonalith_keyValueList*) {
+  sonalith_log(SONALITH_LOG_TRACE, "consumer.cpp", __LINE__, 1, "%s", "consumer started");
+  module->moduleOffsets = sonalith_createModuleOffset(nullptr);
+  module->slowMeterOffsets = sonalith_createModuleOffset(nullptr);
+  module->fastMeterOffsets = sonalith_createModuleOffset(nullptr);
+  // Not null, so that a stop is due.
+  module->privateData = module;
+  return 0;
+}
+
+void stop(sonalith_module* module) {
+  sonalith_free(module->fastMeterOffsets);
+  sonalith_free(module->slowMeterOffsets);
+  sonalith_free(module->moduleOffsets);
+  module->moduleOffsets = nullptr;
+  module->privateData = nullptr;
+  sonalith_log(SONALITH_LOG_TRACE, "consumer.cpp", __LINE__, 1, "%s", "consumer stopped");
+}
+
+}  // namespace
+
+extern "C" const plugin_entry plugin_entry_0_1;
+const plugin_entry plugin_entry_0_1 = {"consumer", 0, start, 0, stop, 0, 0, 13};

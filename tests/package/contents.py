@@ -1,0 +1,43 @@
+"""Every file that an installation has, below its prefix, by component."""
+
+MODULE = {
+    "{libdir}/sonalith/modules/grpc-gateway.so",
+    "share/man/man5/grpc-gateway.conf.5",
+    "share/man/man7/grpc-gateway.7",
+}
+SAMPLE = "etc/sonalith/grpc-gateway.conf.example"
+TOOLS = {
+    "bin/gatewayctl",
+    "share/bash-completion/completions/gatewayctl",
+    "share/fish/vendor_completions.d/gatewayctl.fish",
+    "share/man/man1/gatewayctl-check.1",
+    "share/man/man1/gatewayctl-demo.1",
+    "share/man/man1/gatewayctl-discover.1",
+    "share/man/man1/gatewayctl-host.1",
+    "share/man/man1/gatewayctl-sim.1",
+    "share/man/man1/gatewayctl.1",
+    "share/zsh/vendor-completions/_gatewayctl",
+}
+SHARED = "share/sonalith/grpc-gateway/"
+DEV = {
+    "include/sonalith/sonalith.h",
+    "share/cmake/sonalith-host/sonalith-host-config-version.cmake",
+    "share/cmake/sonalith-host/sonalith-host-config.cmake",
+    "share/pkgconfig/sonalith-host.pc",
+    SHARED + "docs/servers.md",
+    SHARED + "examples/grpc-gateway.conf",
+    SHARED + "examples/mixer.conf",
+    SHARED + "examples/servers/README.md",
+    SHARED + "examples/servers/node/package-lock.json",
+    SHARED + "examples/servers/node/package.json",
+    SHARED + "examples/servers/node/server.js",
+    SHARED + "examples/servers/python/schemas.py",
+    SHARED + "examples/servers/python/server.py",
+    SHARED + "proto/common.proto",
+    SHARED + "proto/engine.proto",
+    SHARED + "proto/meters.proto",
+}
+
+
+def of_module(libdir):
+    return {name.format(libdir=libdir) for name in MODULE} | {SAMPLE}

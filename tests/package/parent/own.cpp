@@ -1,0 +1,4 @@
+// Knows nothing of the gateway.
+int own() {
+  return 0;
+}

@@ -1,0 +1,5 @@
+#include <sonalith.h>
+
+unsigned long user() {
+  return sizeof(sonalith_module);
+}
