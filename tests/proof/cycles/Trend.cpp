@@ -5,7 +5,10 @@
 #include <malloc.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <fstream>
+#include <thread>
 
 #include "tests/proof/Proof.h"
 #include "tools/ProcessUse.h"
@@ -50,6 +53,16 @@ double residentBytes() {
   return resident * static_cast<double>(sysconf(_SC_PAGESIZE));
 }
 
+// On a busy machine gRPC makes threads behind a stop, too, for what it takes back, and lets them end
+// when they have nothing to do. Nobody is told of their end.
+void awaitThreads(std::size_t most) {
+  const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  constexpr std::chrono::milliseconds aMoment(1);
+  while (tools::processUse().threads > most && std::chrono::steady_clock::now() < giveUp) {
+    std::this_thread::sleep_for(aMoment);
+  }
+}
+
 std::string courseText(const char* what, const Line& line, double unit) {
   return fmt::format("{} {:.1f} to {:.1f}", what, line.first() / unit, line.last() / unit);
 }
@@ -73,9 +86,11 @@ double Line::slope() const {
 }
 
 void Trend::sample() {
+  awaitThreads(fewestThreads_);
+  const auto use = tools::processUse();
+  fewestThreads_ = std::min(fewestThreads_, use.threads);
   if (samples_++ < warmUp_) return;
   const auto x = static_cast<double>(samples_ - warmUp_);
-  const auto use = tools::processUse();
   heap_.add(x, heapBytes());
   resident_.add(x, residentBytes());
   threads_.add(x, static_cast<double>(use.threads));

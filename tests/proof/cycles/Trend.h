@@ -8,7 +8,9 @@
 // Threads: one.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <string>
 
 namespace proof {
@@ -31,7 +33,7 @@ class Trend {
   // The first samples do not count: caches fill, and gRPC starts its threads.
   explicit Trend(std::uint64_t warmUp) : warmUp_(warmUp) {}
 
-  // To be called after each cycle.
+  // To be called after each cycle. Waits until gRPC's own threads are as few as they were.
   void sample();
 
   // Fails the test if one of the lines rises by more than its bound.
@@ -43,6 +45,7 @@ class Trend {
  private:
   const std::uint64_t warmUp_;
   std::uint64_t samples_ = 0;
+  std::size_t fewestThreads_ = std::numeric_limits<std::size_t>::max();
   Line heap_, resident_, threads_, descriptors_;
 };
 
