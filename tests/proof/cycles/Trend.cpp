@@ -53,8 +53,8 @@ double residentBytes() {
   return resident * static_cast<double>(sysconf(_SC_PAGESIZE));
 }
 
-// On a busy machine gRPC makes threads behind a stop, too, for what it takes back, and lets them end
-// when they have nothing to do. Nobody is told of their end.
+// On a busy machine gRPC makes threads for what it takes back behind a stop, and lets them end when
+// they have nothing to do. Nobody is told of their end.
 void awaitThreads(std::size_t most) {
   const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(20);
   constexpr std::chrono::milliseconds aMoment(1);
