@@ -124,13 +124,13 @@ class StopTest : public GatewayTest {
     expectNothingLeft();
   }
 
+  // Of this start: how many are alive.
+  int payloads() const { return grpcUse().contexts - atBegin_.contexts; }
+
   std::unique_ptr<SimProcess> servers;
   std::unique_ptr<GrpcGate> gate;
 
  private:
-  // Of this start.
-  int payloads() const { return grpcUse().contexts - atBegin_.contexts; }
-
   GrpcUse atBegin_;
 };
 

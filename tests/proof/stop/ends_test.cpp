@@ -111,8 +111,11 @@ TEST_F(StopAt, WithoutAServerEveryAttemptAndEveryCallHasEnded) {
   startModule();
   gate->awaitStarted("GetMetersFast", Step::Retry, 1);
   gate->awaitStarted("GetMetersSlow", Step::Retry, 1);
+  const int waiting = payloads();
   change(1);
   gate->awaitEvents("SetParams", Step::Unary, 1);
+  // A stop that comes before the loop looks at the event would leave the call.
+  ASSERT_TRUE(host.waitUntil([&] { return payloads() == waiting; }));
   const Stop seen = stopModule();
   expectStopped(seen);
   EXPECT_EQ(seen.left, 0);
