@@ -61,7 +61,9 @@ def run(shown, meters):
 def prepare():
     os.symlink(SOURCE / "examples", "examples")
     os.mkdir("etc")
-    os.symlink(SOURCE / "examples/grpc-gateway.conf", "etc/grpc-gateway.conf")
+    # What an installation brings, and what a user makes of it.
+    for name in ("grpc-gateway.conf.example", "grpc-gateway.conf"):
+        os.symlink(SOURCE / "examples/grpc-gateway.conf", f"etc/{name}")
     os.symlink(SOURCE / "examples/grpc-gateway.conf", "gateway.conf")
     os.environ["PATH"] = f"{GATEWAYCTL.parent}:{os.environ['PATH']}"
 
