@@ -12,10 +12,10 @@
 namespace standin {
 namespace {
 
-constexpr std::size_t guardSize = 64;
+constexpr std::size_t guardBytes = 64;
 constexpr std::byte guardByte{0xA5};
 constexpr std::byte releasedByte{0xDD};
-constexpr std::size_t releasedBytesKept = std::size_t{16} << 20;
+constexpr std::size_t releasedBytes = std::size_t{16} << 20;
 
 // The operations carry no handle, so the process needs to know its host.
 std::atomic<Host*>& processHost() {
@@ -38,12 +38,17 @@ std::string Memory::Block::name() const {
   return "block #" + std::to_string(number) + " of " + std::to_string(size) + " bytes";
 }
 
+Memory::Memory(std::vector<std::string>& violations, bool lean)
+    : violations_(violations),
+      guardSize_(lean ? 0 : guardBytes),
+      releasedBytesKept_(lean ? 0 : releasedBytes) {}
+
 const Memory::Block& Memory::allocate(Kind kind, std::size_t size) {
-  if (size > PTRDIFF_MAX - guardSize) throw std::bad_alloc();
-  auto bytes = std::make_unique<std::byte[]>(size + guardSize);
+  if (size > PTRDIFF_MAX - guardSize_) throw std::bad_alloc();
+  auto bytes = std::make_unique<std::byte[]>(size + guardSize_);
   const std::byte* address = bytes.get();
-  std::fill_n(bytes.get() + size, guardSize, guardByte);
-  ASAN_POISON_MEMORY_REGION(address + size, guardSize);
+  std::fill_n(bytes.get() + size, guardSize_, guardByte);
+  ASAN_POISON_MEMORY_REGION(address + size, guardSize_);
   bytes_ += size;
   return live_.insert({address, Block{++lastNumber_, size, kind, std::move(bytes)}}).first->second;
 }
@@ -72,28 +77,28 @@ void Memory::release(const Block& block) {
 }
 
 void Memory::retire(Block block) {
-  const std::size_t size = block.size + guardSize;
+  const std::size_t size = block.size + guardSize_;
   ASAN_UNPOISON_MEMORY_REGION(block.bytes.get(), size);
   std::fill_n(block.bytes.get(), size, releasedByte);
   ASAN_POISON_MEMORY_REGION(block.bytes.get(), size);
   block.damaged = false;
   releasedBytes_ += size;
   released_.push_back(std::move(block));
-  while (releasedBytes_ > releasedBytesKept) {
+  while (releasedBytes_ > releasedBytesKept_) {
     inspectReleased(released_.front());
-    releasedBytes_ -= released_.front().size + guardSize;
+    releasedBytes_ -= released_.front().size + guardSize_;
     released_.pop_front();
   }
 }
 
 void Memory::inspectGuard(Block& block) {
-  if (block.damaged || allAre(block.bytes.get() + block.size, guardSize, guardByte)) return;
+  if (block.damaged || allAre(block.bytes.get() + block.size, guardSize_, guardByte)) return;
   block.damaged = true;
   violations_.push_back(block.name() + " was written behind its end");
 }
 
 void Memory::inspectReleased(Block& block) {
-  if (block.damaged || allAre(block.bytes.get(), block.size + guardSize, releasedByte)) return;
+  if (block.damaged || allAre(block.bytes.get(), block.size + guardSize_, releasedByte)) return;
   block.damaged = true;
   violations_.push_back(block.name() + " was written after its release");
 }
@@ -103,8 +108,7 @@ void Memory::inspect() {
   for (auto& block : released_) inspectReleased(block);
 }
 
-Host::Host(Choices choices) : state_(std::make_unique<State>()) {
-  state_->choices = choices;
+Host::Host(Choices choices) : state_(std::make_unique<State>(choices)) {
   Host* none = nullptr;
   if (!processHost().compare_exchange_strong(none, this)) {
     throw std::logic_error("the process has a host already");

@@ -36,6 +36,9 @@ struct Choices {
   sonalith_keyValueList* changesDuringRegistration = nullptr;
   // Whether log lines and the journal are kept. A host that runs for long keeps neither.
   bool keepRecords = true;
+  // Whether operations do the least that they can, for measurements of what a module costs: no
+  // guards, no faults, no hooks, nobody woken in waitUntil, no records. Read when the Host is made.
+  bool isLean = false;
 };
 
 // The operations, as far as they can be made to fail or are told of in the journal.

@@ -40,8 +40,9 @@ class Memory {
     std::string name() const;
   };
 
-  // Breaches are added to `violations`, which is borrowed for the object's life.
-  explicit Memory(std::vector<std::string>& violations) : violations_(violations) {}
+  // Breaches are added to `violations`, which is borrowed for the object's life. A lean memory has
+  // no guards and keeps no released block.
+  Memory(std::vector<std::string>& violations, bool lean);
 
   // A new zero-filled block.
   const Block& allocate(Kind kind, std::size_t size);
@@ -62,6 +63,8 @@ class Memory {
   void retire(Block block);
 
   std::vector<std::string>& violations_;
+  const std::size_t guardSize_;
+  const std::size_t releasedBytesKept_;
   std::map<const void*, Block> live_;
   std::deque<Block> released_;
   std::size_t bytes_ = 0;
@@ -70,6 +73,11 @@ class Memory {
 };
 
 struct Host::State {
+  explicit State(const Choices& chosen)
+      : lean(chosen.isLean), choices(chosen), memory(violations, chosen.isLean) {}
+
+  const bool lean;
+
   // Guards everything but the sink. Not held while anything of a module, a test or a tool runs.
   std::mutex mutex;
   std::condition_variable called;
@@ -79,7 +87,7 @@ struct Host::State {
   std::vector<LogLine> log;
   std::vector<std::string> journal;
   std::vector<std::string> violations;
-  Memory memory{violations};
+  Memory memory;
   std::map<const KeyValueList*, std::unique_ptr<KeyValueList>> keyValueLists;
   std::size_t callbacks = 0;
 
@@ -128,7 +136,9 @@ class Call {
  private:
   bool acceptable(const sonalith_moduleOffset& slot);
   void violation(const std::string& text);
-  void tell(std::string entry);  // a line of the journal; the lock is held
+  // Adds what `makeEntry` returns to the journal; the lock is held.
+  template <class MakeEntry>
+  void tell(MakeEntry makeEntry);
 
   const Operation operation_;
   Host::State& state_;

@@ -30,7 +30,7 @@ sonalith_keyValueList& sonalith_keyValueList::add(const char* key, std::uint32_t
 
 template <typename Number>
 sonalith_keyValueList& sonalith_keyValueList::addArray(const char* key, std::uint32_t type,
-                                                       std::deque<std::vector<Number>>& arrays,
+                                                       std::list<std::vector<Number>>& arrays,
                                                        const std::vector<Number>& values) {
   arrays.push_back(values);
   const Number* elements = arrays.back().data();

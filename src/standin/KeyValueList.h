@@ -3,7 +3,7 @@
 #pragma once
 
 #include <cstdint>
-#include <deque>
+#include <list>
 #include <string>
 #include <vector>
 
@@ -37,16 +37,16 @@ struct sonalith_keyValueList {
   sonalith_keyValueList& add(const char* key, std::uint32_t type, sonalith_itemValue value);
   template <typename Number>
   sonalith_keyValueList& addArray(const char* key, std::uint32_t type,
-                                  std::deque<std::vector<Number>>& arrays,
+                                  std::list<std::vector<Number>>& arrays,
                                   const std::vector<Number>& values);
   const char* kept(const char* text);
 
   std::vector<sonalith_keyValueItem> items_;
-  // Deques, so that what items point to stays where it is.
-  std::deque<std::string> texts_;
-  std::deque<std::vector<std::uint32_t>> uintArrays_;
-  std::deque<std::vector<std::int32_t>> intArrays_;
-  std::deque<std::vector<float>> floatArrays_;
+  // So that what items point to stays where it is; empty ones have no memory.
+  std::list<std::string> texts_;
+  std::list<std::vector<std::uint32_t>> uintArrays_;
+  std::list<std::vector<std::int32_t>> intArrays_;
+  std::list<std::vector<float>> floatArrays_;
 };
 
 namespace standin {

@@ -80,6 +80,10 @@ __attribute__((format(printf, 1, 0))) std::string formatted(const char* format, 
 }  // namespace
 
 Call::Call(Operation operation) : operation_(operation), state_(*Host::current().state_) {
+  if (state_.lean) {
+    choices_.keepRecords = false;
+    return;
+  }
   std::unique_lock lock(state_.mutex);
   if (const auto hook = state_.hooks.find(operation); hook != state_.hooks.end()) {
     const std::function<void()> before = hook->second;
@@ -96,6 +100,7 @@ Call::Call(Operation operation) : operation_(operation), state_(*Host::current()
 }
 
 Call::~Call() {
+  if (state_.lean) return;
   const std::lock_guard lock(state_.mutex);
   ++state_.callsEnded;
   state_.called.notify_all();
@@ -111,15 +116,16 @@ void Call::violation(const std::string& text) {
   state_.violations.push_back(nameOf(operation_) + ": " + text);
 }
 
-void Call::tell(std::string entry) {
-  if (choices_.keepRecords) state_.journal.push_back(std::move(entry));
+template <class MakeEntry>
+void Call::tell(MakeEntry makeEntry) {
+  if (choices_.keepRecords) state_.journal.push_back(makeEntry());
 }
 
 void Call::log(const LogLine& line) {
   const std::lock_guard sinkLock(state_.sinkMutex);
   if (choices_.keepRecords) {
     const std::lock_guard lock(state_.mutex);
-    tell("log " + std::to_string(line.level) + " " + line.text);
+    tell([&] { return "log " + std::to_string(line.level) + " " + line.text; });
     state_.log.push_back(line);
   }
   if (state_.sink) state_.sink(line);
@@ -130,7 +136,9 @@ void* Call::allocate(std::uint64_t count, std::uint64_t size) {
   if (__builtin_mul_overflow(count, size, &total)) throw std::bad_alloc();
   const std::lock_guard lock(state_.mutex);
   const auto& block = state_.memory.allocate(Memory::Kind::Plain, total);
-  tell("calloc " + std::to_string(count) + "x" + std::to_string(size) + " " + numbered(block));
+  tell([&] {
+    return "calloc " + std::to_string(count) + "x" + std::to_string(size) + " " + numbered(block);
+  });
   return block.bytes.get();
 }
 
@@ -139,7 +147,7 @@ void Call::release(void* memory) {
   const std::lock_guard lock(state_.mutex);
   const auto* block = state_.memory.find(nameOf(operation_), memory);
   if (block == nullptr) return;
-  tell("free " + numbered(*block));
+  tell([&] { return "free " + numbered(*block); });
   state_.memory.release(*block);
 }
 
@@ -156,7 +164,7 @@ sonalith_moduleOffsetList* Call::newOffsets(const void* argument) {
   const std::lock_guard lock(state_.mutex);
   const auto& block =
       state_.memory.allocate(Memory::Kind::OffsetList, sizeof(sonalith_moduleOffsetList));
-  tell("createModuleOffset " + numbered(block));
+  tell([&] { return "createModuleOffset " + numbered(block); });
   return new (block.bytes.get()) sonalith_moduleOffsetList{0};
 }
 
@@ -186,23 +194,33 @@ void Call::addOffset(sonalith_moduleOffsetList** list, const sonalith_moduleOffs
     state_.violations.push_back(nameOf(operation_) + ": " + old->name() + " is not a list");
     return;
   }
-  const auto& grown = state_.memory.allocate(Memory::Kind::OffsetList, old->size + sizeof *slot);
-  std::memcpy(grown.bytes.get(), old->bytes.get(), old->size);
-  std::memcpy(grown.bytes.get() + old->size, slot, sizeof *slot);
+  const std::size_t used = sizeof **list + (*list)->count * sizeof *slot;
+  const bool fits = used + sizeof *slot <= old->size;
+  const std::size_t size = used + sizeof *slot + (state_.lean ? used : 0);
+  const auto& grown = fits ? *old : state_.memory.allocate(Memory::Kind::OffsetList, size);
+  if (!fits) std::memcpy(grown.bytes.get(), old->bytes.get(), used);
+  std::memcpy(grown.bytes.get() + used, slot, sizeof *slot);
   *list = reinterpret_cast<sonalith_moduleOffsetList*>(grown.bytes.get());
   ++(*list)->count;
-  tell("addModuleOffset " + numbered(*old) + ">" + numbered(grown) + " " + slot->name);
-  state_.memory.release(*old);
+  tell([&] {
+    return "addModuleOffset " + numbered(*old) + ">" + numbered(grown) + " " + slot->name;
+  });
+  if (!fits) state_.memory.release(*old);
 }
 
 KeyValueList* Call::newKeyValueList() {
   auto list = std::make_unique<KeyValueList>();
+  if (state_.lean) return list.release();
   const std::lock_guard lock(state_.mutex);
   return (state_.keyValueLists[list.get()] = std::move(list)).get();
 }
 
 void Call::destroyKeyValueList(KeyValueList* list) {
   if (!given(list != nullptr)) return;
+  if (state_.lean) {
+    delete list;
+    return;
+  }
   const std::lock_guard lock(state_.mutex);
   if (state_.keyValueLists.erase(list) == 1) return;
   state_.violations.push_back(nameOf(operation_) + ": not a list that the module holds");
@@ -242,7 +260,7 @@ void* Call::addCallback(Engine* engine, sonalith_engineChangesCallback callback,
   if (!given(engine != nullptr && callback != nullptr)) return nullptr;
   {
     const std::lock_guard lock(state_.mutex);
-    tell("addCallback");
+    tell([&] { return std::string("addCallback"); });
     if (choices_.registrationFails) return nullptr;
     ++state_.callbacks;
   }
@@ -260,7 +278,7 @@ void Call::removeCallback(Engine* engine, void* handle) {
     return;
   }
   const std::lock_guard lock(state_.mutex);
-  tell("rmCallback");
+  tell([&] { return std::string("rmCallback"); });
   --state_.callbacks;
 }
 

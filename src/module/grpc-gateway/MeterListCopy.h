@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "module/grpc-gateway/ConfigManager.h"
+#include "module/grpc-gateway/TextBlock.h"
 
 namespace gateway {
 
@@ -47,8 +48,9 @@ class MeterListCopy {
   };
   class Writer;
 
-  std::string_view view(const Text& text) const {
-    return {reinterpret_cast<const char*>(block_.get()) + text.offset, text.size};
+  bool isKey(const Text& text, std::string_view key) const {
+    const char* const bytes = reinterpret_cast<const char*>(block_.get()) + text.offset;
+    return text.size == key.size() && sameText(bytes, key.data(), key.size());
   }
 
   std::size_t size_;

@@ -2,9 +2,11 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
+#include "module/grpc-gateway/EngineListCopy.h"
 #include "module/grpc-gateway/GatewaySlots.h"
 #include "module/grpc-gateway/HostAccess.h"
 
@@ -13,44 +15,54 @@ namespace {
 
 // ---- Engine changes -----------------------------------------------------------------------------
 
+// An item's name as it is looked for: the slot's part of its key, which is the module's name, a
+// point, and the name of a slot. Empty, as no slot's name is, if the key begins otherwise.
+std::string_view slotNameOf(std::string_view itemKey, std::string_view moduleName) {
+  const std::size_t point = moduleName.size();
+  if (!itemKey.starts_with(moduleName) || itemKey.size() == point) return {};
+  return itemKey[point] == '.' ? itemKey.substr(point + 1) : std::string_view();
+}
+
 // Passes an item on, under the key that the remote engine knows, for each entry whose slot has the
-// item's name. The list comes as a copy of this item's own.
+// item's name. The list is copied for this item.
 template <class T, class Value>
-void forwardMatches(const EngineChangeFilter& filter, const std::string& itemKey,
-                    std::vector<EngineEntry> entries,
+void forwardMatches(const EngineChangeFilter& filter, std::string_view name,
+                    const std::vector<EngineEntry>& list,
                     void (*add)(sonalith_keyValueList* list, const char* key, Value value),
                     Value value) {
-  std::string slotKey = stringFromHost(filter.manager->module->name) + ".";
-  const std::size_t prefixSize = slotKey.size();
+  constexpr std::string_view prefix = GatewaySlotGroup<T>::namePrefix;
+  // Empty, as no position is, for a name that was not generated.
+  const std::string_view position =
+      name.starts_with(prefix) ? name.substr(prefix.size()) : std::string_view();
+  const EngineListCopy entries(list);
   for (std::size_t i = 0; i < entries.size(); ++i) {
-    slotKey.resize(prefixSize);
-    if (entries[i].customKey.empty()) {
-      slotKey.append(GatewaySlotGroup<T>::namePrefix).append(std::to_string(i));
-    } else {
-      slotKey.append(entries[i].customKey);
-    }
-    if (slotKey == itemKey) add(filter.matched, entries[i].key.c_str(), value);
+    const bool matches = entries.hasCustomKey(i)
+                             ? entries.customKeyIs(i, name)
+                             : !position.empty() && position == std::to_string(i);
+    if (matches) add(filter.matched, entries.key(i), value);
   }
 }
 
 // The type of an item selects the list. Arrays, doubles and null strings go nowhere.
 void forwardItem(const EngineChangeFilter& filter, const sonalith_keyValueItem& item) {
   const std::shared_ptr<const ConfigManager> config = filter.manager->config;
+  const std::string moduleName = stringFromHost(filter.manager->module->name);
   const std::string key = stringFromHost(item.key);
+  const std::string_view name = slotNameOf(key, moduleName);
   const sonalith_itemValue& value = item.value;
   switch (item.type) {
     case SONALITH_ITEM_UINT:
-      return forwardMatches<std::uint32_t>(filter, key, config->engineUints,
+      return forwardMatches<std::uint32_t>(filter, name, config->engineUints,
                                            sonalith_keyValueListAddSU32, value.asUint);
     case SONALITH_ITEM_INT:
-      return forwardMatches<std::int32_t>(filter, key, config->engineInts,
+      return forwardMatches<std::int32_t>(filter, name, config->engineInts,
                                           sonalith_keyValueListAddSI32, value.asInt);
     case SONALITH_ITEM_FLOAT:
-      return forwardMatches<float>(filter, key, config->engineFloats, sonalith_keyValueListAddSF,
+      return forwardMatches<float>(filter, name, config->engineFloats, sonalith_keyValueListAddSF,
                                    value.asFloat);
     case SONALITH_ITEM_STRING:
       if (value.asString == nullptr) return;
-      return forwardMatches<std::string>(filter, key, config->engineStrings,
+      return forwardMatches<std::string>(filter, name, config->engineStrings,
                                          sonalith_keyValueListAddSS, value.asString);
     default:
       return;

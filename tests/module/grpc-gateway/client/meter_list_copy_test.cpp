@@ -1,8 +1,11 @@
 // The search in a private copy finds what a plain search through the list finds.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <memory>
 #include <random>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "module/grpc-gateway/MeterListCopy.h"
@@ -90,6 +93,69 @@ TEST(MeterListCopy, HoldsEntriesOfEveryValueType) {
   EXPECT_EQ(findInListOf<std::int32_t>(-1), 0u);
   EXPECT_EQ(findInListOf<std::uint32_t>(1), 0u);
   EXPECT_EQ(findInListOf<float>(0.5f), 0u);
+}
+
+// A key that ends with its memory, at a distance from its begin: the address sanitizer sees who
+// reads past it, and every alignment has its turn.
+class KeyAtItsEnd {
+ public:
+  KeyAtItsEnd(const std::string& key, std::size_t distance)
+      : bytes_(std::string(distance, '?') + key), distance_(distance) {
+    memory_ = std::make_unique<char[]>(bytes_.size());
+    std::copy(bytes_.begin(), bytes_.end(), memory_.get());
+  }
+
+  std::string_view view() const { return {memory_.get() + distance_, bytes_.size() - distance_}; }
+
+ private:
+  std::string bytes_;
+  std::size_t distance_;
+  std::unique_ptr<char[]> memory_;
+};
+
+// Keys of one length that differ in one byte each, wherever it stands, and keys one byte longer or
+// shorter: of long ones, some differ in no place that the scan looks at.
+std::vector<std::string> nearlyEqualKeys(std::size_t size) {
+  std::vector<std::string> keys;
+  const std::string base(size, 'k');
+  for (std::size_t i = 0; i < size; i += 1 + size / 60) {
+    keys.push_back(base);
+    keys.back()[i] = 'K';
+  }
+  keys.push_back(base + "k");
+  if (size > 0) keys.push_back(base.substr(1));
+  return keys;
+}
+
+TEST(MeterListCopy, AgreesWithThePlainSearchAtEveryLengthAndAlignmentOfKeys) {
+  constexpr std::size_t alignments = 16;
+  for (std::size_t size = 0; size <= 300; ++size) {
+    const std::vector<std::string> keys = nearlyEqualKeys(size);
+    const Entries entries = entriesOf(keys);
+    const MeterListCopy copy(entries);
+    for (std::size_t distance = 0; distance < alignments; ++distance) {
+      for (const std::string& key : {keys[(size + distance * 5) % keys.size()], keys.front(),
+                                     keys.back(), std::string(size, 'k')}) {
+        const KeyAtItsEnd sought(key, distance);
+        ASSERT_EQ(copy.find(sought.view(), keys.size()), plainFind(entries, key, keys.size()))
+            << "size " << size << ", distance " << distance << ", key " << key;
+      }
+    }
+  }
+}
+
+TEST(MeterListCopy, AgreesWithThePlainSearchInListsOfEveryLength) {
+  for (std::size_t count = 0; count <= 300; ++count) {
+    std::vector<std::string> keys;
+    for (std::size_t i = 0; i < count; ++i) keys.push_back("level." + std::to_string(i));
+    const Entries entries = entriesOf(keys);
+    const MeterListCopy copy(entries);
+    keys.push_back("level." + std::to_string(count));
+    for (std::size_t i = 0; i <= count; ++i) {
+      ASSERT_EQ(copy.find(keys[i], count), i < count ? i : MeterListCopy::npos) << count;
+      ASSERT_EQ(copy.find(keys[i], i), MeterListCopy::npos) << count;
+    }
+  }
 }
 
 // Keys that differ in few places, of all small lengths: most of them agree in what the search looks

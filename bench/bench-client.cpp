@@ -1,0 +1,286 @@
+// One client of the measurements, in a process of its own: bare gRPC, or the module in a host.
+//
+//   bench-client bare|module stream|rest|latency --target HOST:PORT --config FILE --board FILE
+//                --warmup SECONDS --seconds SECONDS
+//
+// stream    CPU of the whole process and messages, while it reads the fast stream
+// rest      CPU, context switches and resident memory, while both streams are quiet
+// latency   from the server's write to the moment when the client stores the last value of the
+//           message, a string: the host sees that from within its sonalith_strncpy
+//
+// Prints one line of JSON, and ends without taking anything down.
+#include <sys/resource.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "bench/BareClient.h"
+#include "bench/Board.h"
+#include "standin/Host.h"
+#include "standin/LoadedModule.h"
+
+namespace {
+
+using bench::Board;
+
+struct Options {
+  std::string subject;
+  std::string measure;
+  std::string target;
+  std::string config;
+  std::string board;
+  double warmup = 0.2;
+  double seconds = 0.5;
+
+  bool isLatency() const { return measure == "latency"; }
+  bool hasSlow() const { return measure == "rest"; }
+};
+
+void sleepFor(double seconds) {
+  std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+}
+
+// What is measured.
+class Subject {
+ public:
+  Subject() = default;
+  virtual ~Subject() = default;
+  Subject(const Subject&) = delete;
+  Subject& operator=(const Subject&) = delete;
+
+  // Messages that came in on the fast stream.
+  virtual std::uint64_t messages() const = 0;
+  virtual bool isReady() const = 0;
+};
+
+// Latencies by the thread that stores, in nanoseconds. Read by another when that one is done.
+class Latencies {
+ public:
+  explicit Latencies(const std::string& board) : board_(bench::openBoard(board)) {
+    values_.reserve(1 << 20);
+  }
+
+  void note(std::uint64_t sequence) {
+    const std::uint64_t now = bench::nanoseconds(CLOCK_MONOTONIC);
+    if (wanted_ && values_.size() < values_.capacity()) {
+      values_.push_back(now - board_.timeOf(sequence));
+      count_ = values_.size();
+    }
+  }
+  void want(bool wanted) { wanted_ = wanted; }
+  std::size_t count() const { return count_; }
+
+  // Of all latencies so far, the one that this share of them does not exceed.
+  std::uint64_t quantile(double share) {
+    std::sort(values_.begin(), values_.end());
+    return values_[static_cast<std::size_t>(share * static_cast<double>(values_.size() - 1))];
+  }
+
+ private:
+  Board& board_;
+  std::vector<std::uint64_t> values_;
+  std::atomic<std::size_t> count_ = 0;
+  std::atomic<bool> wanted_ = false;
+};
+
+// Stores the values of a message in order, as a client without names does.
+class Array {
+ public:
+  explicit Array(Latencies& latencies) : latencies_(latencies) {}
+
+  void store(const sonalith::grpc::Meter& meter) {
+    std::size_t position = 0;
+    for (const auto& item : meter.values()) store(position++ % size, item.value());
+  }
+
+ private:
+  using AnyValue = sonalith::grpc::AnyValue;
+  static constexpr std::size_t size = 4096;
+
+  void store(std::size_t position, const AnyValue& value) {
+    if (value.value_case() == AnyValue::kSstring) {
+      latencies_.note(static_cast<std::uint64_t>(numbers_[0]));
+      std::strncpy(texts_[position].data(), value.sstring().data().c_str(), textSize);
+    } else if (value.value_case() == AnyValue::kSfloat) {
+      numbers_[position] = value.sfloat();
+    }
+  }
+
+  static constexpr std::size_t textSize = SONALITH_SLOT_TEXT_SIZE;
+  Latencies& latencies_;
+  std::vector<float> numbers_ = std::vector<float>(size);
+  std::vector<std::array<char, textSize + 1>> texts_{size};
+};
+
+class Bare : public Subject {
+ public:
+  Bare(const Options& options, Latencies* latencies)
+      : array_(latencies == nullptr ? nullptr : std::make_unique<Array>(*latencies)),
+        reader_(options.target, options.hasSlow(), handler()) {}
+
+  std::uint64_t messages() const override { return reader_.messages(); }
+  bool isReady() const override { return reader_.everyStreamHasSpoken(); }
+
+ private:
+  bench::BareReader::Handler handler() {
+    if (!array_) return nullptr;
+    return [this](const sonalith::grpc::Meter& meter) { array_->store(meter); };
+  }
+
+  std::unique_ptr<Array> array_;
+  bench::BareReader reader_;
+};
+
+// The host does the least that it can, but for the latency: there it looks at the clock.
+standin::Choices choicesFor(const Options& options) {
+  standin::Choices choices;
+  choices.keepRecords = false;
+  choices.isLean = !options.isLatency();
+  return choices;
+}
+
+class Module : public Subject {
+ public:
+  Module(const Options& options, Latencies* latencies) : host_(choicesFor(options)) {
+    if (instance_.start(options.config) != 0) throw std::runtime_error("the module did not start");
+    if (options.hasSlow()) slowSequence_ = sequenceOf(standin::SlotSet::Slow);
+    sequence_ = sequenceOf(standin::SlotSet::Fast);
+    if (latencies == nullptr) return;
+    host_.setHook(standin::Operation::Strncpy, [=, this] { latencies->note(messages()); });
+  }
+
+  // By the sequence number, which is a float slot like any other.
+  std::uint64_t messages() const override { return read(sequence_); }
+  bool isReady() const override {
+    return messages() > 0 && (slowSequence_ == nullptr || read(slowSequence_) > 0);
+  }
+
+ private:
+  const float* sequenceOf(standin::SlotSet set) const {
+    return static_cast<const float*>(instance_.slot(set, "sequence").description.value);
+  }
+  static std::uint64_t read(const float* slot) {
+    float value;
+    __atomic_load(slot, &value, __ATOMIC_RELAXED);
+    return static_cast<std::uint64_t>(value);
+  }
+
+  standin::Host host_;
+  standin::Engine engine_;
+  standin::LoadedModule module_{GATEWAY_MODULE};
+  standin::ModuleInstance instance_{module_, engine_};
+  const float* sequence_ = nullptr;
+  const float* slowSequence_ = nullptr;
+};
+
+// What the process has used so far.
+struct Usage {
+  std::uint64_t wall = bench::nanoseconds(CLOCK_MONOTONIC);
+  std::uint64_t cpu = bench::nanoseconds(CLOCK_PROCESS_CPUTIME_ID);
+  long switches = 0;
+
+  Usage() {
+    rusage usage;
+    getrusage(RUSAGE_SELF, &usage);
+    switches = usage.ru_nvcsw + usage.ru_nivcsw;
+  }
+};
+
+long residentKilobytes() {
+  std::ifstream status("/proc/self/status");
+  for (std::string word; status >> word;) {
+    long kilobytes = 0;
+    if (word == "VmRSS:" && status >> kilobytes) return kilobytes;
+  }
+  throw std::runtime_error("the kernel does not tell VmRSS");
+}
+
+void measureStream(const Subject& subject, const Options& options) {
+  const std::uint64_t messages = subject.messages();
+  const Usage before;
+  do {
+    sleepFor(options.seconds);
+  } while (subject.messages() == messages);
+  const std::uint64_t count = subject.messages() - messages;
+  const Usage after;
+  std::printf("{\"messages\": %lu, \"cpu\": %lu, \"wall\": %lu}\n", count, after.cpu - before.cpu,
+              after.wall - before.wall);
+}
+
+void measureRest(const Options& options) {
+  const Usage before;
+  sleepFor(options.seconds);
+  const Usage after;
+  std::printf("{\"switches\": %ld, \"cpu\": %lu, \"resident\": %ld}\n",
+              after.switches - before.switches, after.cpu - before.cpu, residentKilobytes());
+}
+
+void measureLatency(Latencies& latencies, const Options& options) {
+  latencies.want(true);
+  do {
+    sleepFor(options.seconds);
+  } while (latencies.count() == 0);
+  latencies.want(false);
+  sleepFor(0.01);  // longer than the note that may be under way
+  std::printf("{\"messages\": %zu, \"p50\": %lu, \"p99\": %lu}\n", latencies.count(),
+              latencies.quantile(0.5), latencies.quantile(0.99));
+}
+
+void run(const Options& options) {
+  std::unique_ptr<Latencies> latencies;
+  if (options.isLatency()) latencies = std::make_unique<Latencies>(options.board);
+  std::unique_ptr<Subject> subject;
+  if (options.subject == "bare") {
+    subject = std::make_unique<Bare>(options, latencies.get());
+  } else {
+    subject = std::make_unique<Module>(options, latencies.get());
+  }
+  // Nobody is told of a slot's change, so it is asked for.
+  while (!subject->isReady()) sleepFor(0.001);
+  sleepFor(options.warmup);
+  if (options.isLatency()) {
+    measureLatency(*latencies, options);
+  } else if (options.measure == "rest") {
+    measureRest(options);
+  } else {
+    measureStream(*subject, options);
+  }
+  std::fflush(stdout);
+  std::_Exit(0);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app("One client of the measurements.");
+  Options options;
+  app.add_option("subject", options.subject)->required()->check(CLI::IsMember({"bare", "module"}));
+  app.add_option("measure", options.measure)
+      ->required()
+      ->check(CLI::IsMember({"stream", "rest", "latency"}));
+  app.add_option("--target", options.target)->required();
+  app.add_option("--config", options.config)->required();
+  app.add_option("--board", options.board)->required();
+  app.add_option("--warmup", options.warmup);
+  app.add_option("--seconds", options.seconds);
+  CLI11_PARSE(app, argc, argv);
+  try {
+    run(options);
+  } catch (const std::exception& exception) {
+    std::fprintf(stderr, "bench-client: %s\n", exception.what());
+    return 1;
+  }
+}

@@ -1,0 +1,312 @@
+// What the host's thread pays, the module beside bare gRPC in one process:
+//
+//   notify-1/SUBJECT          CPU of one notification of 1 change, 16 entries configured
+//   notify-64/SUBJECT         of 64 changes, 256 entries configured
+//   start-present/SUBJECT     time of one startCycle with 192 entries; bare: a channel and the
+//   start-absent/SUBJECT        starts of two streams. No server has been reached before: each
+//   start-silent/SUBJECT        start has an address of its own. Silent: it accepts, and no more
+//   stop-quiet/SUBJECT        time of one stopCycle; bare: cancel, shut down and drain
+//   stop-busy/SUBJECT
+//
+// SUBJECT is bare or module. Notifications come in groups of 8, and the next group when all calls
+// of the one before have been answered; the time is that of a group.
+//
+//   bench-host --quiet PORT --busy PORT --board FILE [GOOGLE BENCHMARK'S OPTIONS]
+//
+// The ports are those of a bench-server of pace "once" and one of pace "full".
+#include <arpa/inet.h>
+#include <benchmark/benchmark.h>
+#include <sched.h>
+#include <sys/socket.h>
+
+#include <CLI/CLI.hpp>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "bench/BareClient.h"
+#include "bench/Board.h"
+#include "standin/Host.h"
+#include "standin/LoadedModule.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace {
+
+using bench::nanoseconds;
+
+std::uint16_t quietPort = 0;
+std::uint16_t busyPort = 0;
+std::uint16_t silentPort = 0;
+std::uint16_t absentPort = 0;
+std::string boardPath;
+
+std::string targetOf(std::uint16_t port) {
+  return "127.0.0.1:" + std::to_string(port);
+}
+
+// An address of loopback that was not used before, so that no connection is shared.
+std::string newTargetOf(std::uint16_t port) {
+  static unsigned count = 0;
+  ++count;
+  return "127.1." + std::to_string(count / 250) + "." + std::to_string(1 + count % 250) + ":" +
+         std::to_string(port);
+}
+
+// A port of all addresses. With a backlog the kernel accepts in its name, and nobody ever answers;
+// without one nobody is there. Held for the life of the process.
+std::uint16_t holdPort(bool silent) {
+  const int holder = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  socklen_t size = sizeof address;
+  auto* const any = reinterpret_cast<sockaddr*>(&address);
+  if (bind(holder, any, size) != 0 || getsockname(holder, any, &size) != 0 ||
+      (silent && listen(holder, 1024) != 0)) {
+    throw std::runtime_error("can't hold a port");
+  }
+  return ntohs(address.sin_port);
+}
+
+// ---- The module ---------------------------------------------------------------------------------
+
+standin::Choices lean() {
+  standin::Choices choices;
+  choices.keepRecords = false;
+  choices.isLean = true;
+  return choices;
+}
+
+// What all instances of the module share. They are left as they are when the process ends, but for
+// the files.
+struct Environment {
+  standin::Host host{lean()};
+  standin::LoadedModule module{GATEWAY_MODULE};
+  std::unique_ptr<TemporaryFolder> files = std::make_unique<TemporaryFolder>();
+};
+
+Environment& environment() {
+  static auto* const shared = new Environment;
+  return *shared;
+}
+
+class Gateway {
+ public:
+  void start(const std::string& path) {
+    if (instance_.start(path) != 0) throw std::runtime_error("the module did not start");
+  }
+  void stop() { instance_.stop(); }
+  void notify(standin::KeyValueList& changes) { engine_.notify(&changes); }
+
+  bool everyStreamHasSpoken() const {
+    return hasSpoken(standin::SlotSet::Fast) && hasSpoken(standin::SlotSet::Slow);
+  }
+
+ private:
+  bool hasSpoken(standin::SlotSet set) const {
+    return instance_.slot(set, "sequence").read() != standin::SlotValue(0.0f);
+  }
+
+  standin::Engine engine_;
+  standin::ModuleInstance instance_{environment().module, engine_};
+};
+
+std::string engineEntries(int count) {
+  std::string text = "[EngineFloat]\n";
+  for (int i = 0; i < count; ++i) {
+    const std::string number = std::to_string(i);
+    text += "Param=Key=channel." + number + ".gain CustomKey=channel_" + number + "_gain\n";
+  }
+  return text;
+}
+
+// All twelve lists, 16 entries each, one of them the sequence number of each stream.
+std::string fullConfiguration(const std::string& target) {
+  std::string text = "[Meters]\nTarget=" + target + "\n[Engine]\nTarget=" + target + "\n";
+  for (const char* type : {"String", "Int", "Uint", "Float"}) {
+    const std::string name = type;
+    text += "[Meters" + name + "]\n";
+    for (const char* rate : {"fast", "slow"}) {
+      const bool hasSequence = name == "Float";
+      if (hasSequence)
+        text += "Meter=Key=sequence CustomKey=sequence Type=" + std::string(rate) + "\n";
+      for (int i = hasSequence ? 1 : 0; i < 16; ++i) {
+        const std::string number = std::to_string(i);
+        text += "Meter=Key=channel." + number + "." + rate + " CustomKey=" + name + "_" + number +
+                " Type=" + rate + "\n";
+      }
+    }
+    text += "[Engine" + name + "]\n";
+    for (int i = 0; i < 16; ++i) text += "Param=Key=gain." + std::to_string(i) + "\n";
+  }
+  return text;
+}
+
+std::string write(const std::string& configuration) {
+  return environment().files->write("gateway.conf", configuration);
+}
+
+// ---- Notifications ------------------------------------------------------------------------------
+
+constexpr int group = 8;
+
+// Measures groups of calls, each of which `send` starts.
+template <class Send>
+void measureCalls(benchmark::State& state, Send send) {
+  static bench::Board& board = bench::openBoard(boardPath);
+  for (auto _ : state) {
+    const std::uint64_t answered = board.answeredCalls + group;
+    const std::uint64_t before = nanoseconds(CLOCK_THREAD_CPUTIME_ID);
+    for (int i = 0; i < group; ++i) send();
+    const std::uint64_t after = nanoseconds(CLOCK_THREAD_CPUTIME_ID);
+    state.SetIterationTime(static_cast<double>(after - before) / 1e9);
+    while (board.answeredCalls < answered) {
+      std::this_thread::sleep_for(std::chrono::microseconds(50));
+    }
+  }
+}
+
+std::vector<int> changedOf(int changes, int entries) {
+  std::vector<int> changed;
+  for (int i = 0; i < changes; ++i) changed.push_back((2 * i + 1) * entries / (2 * changes));
+  return changed;
+}
+
+void notifyBare(benchmark::State& state, int changes, int entries) {
+  static auto* const sender = new bench::BareSender(targetOf(quietPort));
+  std::vector<std::string> keys;
+  for (const int i : changedOf(changes, entries)) {
+    keys.push_back("channel." + std::to_string(i) + ".gain");
+  }
+  measureCalls(state, [&] { sender->send(keys); });
+}
+
+Gateway& senderOf(int entries) {
+  static std::map<int, std::unique_ptr<Gateway>> senders;
+  auto& sender = senders[entries];
+  if (!sender) {
+    sender = std::make_unique<Gateway>();
+    sender->start(
+        write("[Meters]\nEnableFastMeters=false\nEnableSlowMeters=false\n[Engine]\nTarget=" +
+              targetOf(quietPort) + "\n" + engineEntries(entries)));
+  }
+  return *sender;
+}
+
+void notifyModule(benchmark::State& state, int changes, int entries) {
+  Gateway& sender = senderOf(entries);
+  standin::KeyValueList list;
+  for (const int i : changedOf(changes, entries)) {
+    list.addFloat(("gateway.channel_" + std::to_string(i) + "_gain").c_str(), 1);
+  }
+  measureCalls(state, [&] { sender.notify(list); });
+}
+
+// ---- Start and stop -----------------------------------------------------------------------------
+
+template <class Action>
+double secondsOf(Action action) {
+  const std::uint64_t before = nanoseconds(CLOCK_MONOTONIC);
+  action();
+  return static_cast<double>(nanoseconds(CLOCK_MONOTONIC) - before) / 1e9;
+}
+
+template <class Subject>
+void untilSpoken(const Subject& subject) {
+  while (!subject.everyStreamHasSpoken()) {
+    std::this_thread::sleep_for(std::chrono::microseconds(200));
+  }
+}
+
+// An absent server leaves the module's streams in their five seconds: such a one is not stopped.
+enum class After { Stop, Leave };
+
+void startBare(benchmark::State& state, std::uint16_t port, After after) {
+  for (auto _ : state) {
+    const std::string target = newTargetOf(port);
+    std::unique_ptr<bench::BareReader> reader;
+    state.SetIterationTime(
+        secondsOf([&] { reader = std::make_unique<bench::BareReader>(target, true); }));
+    if (after == After::Leave) static_cast<void>(reader.release());
+  }
+}
+
+void startModule(benchmark::State& state, std::uint16_t port, After after) {
+  for (auto _ : state) {
+    const std::string path = write(fullConfiguration(newTargetOf(port)));
+    auto gateway = std::make_unique<Gateway>();
+    state.SetIterationTime(secondsOf([&] { gateway->start(path); }));
+    if (after == After::Stop) {
+      gateway->stop();
+    } else {
+      static_cast<void>(gateway.release());
+    }
+  }
+}
+
+void stopBare(benchmark::State& state, std::uint16_t port) {
+  for (auto _ : state) {
+    auto reader = std::make_unique<bench::BareReader>(newTargetOf(port), true);
+    untilSpoken(*reader);
+    state.SetIterationTime(secondsOf([&] { reader.reset(); }));
+  }
+}
+
+void stopModule(benchmark::State& state, std::uint16_t port) {
+  for (auto _ : state) {
+    Gateway gateway;
+    gateway.start(write(fullConfiguration(newTargetOf(port))));
+    untilSpoken(gateway);
+    state.SetIterationTime(secondsOf([&] { gateway.stop(); }));
+  }
+}
+
+// ---- All of it ----------------------------------------------------------------------------------
+
+template <class Run>
+void add(const char* name, int iterations, Run run) {
+  benchmark::RegisterBenchmark(name, run)->Iterations(iterations)->UseManualTime();
+}
+
+void registerAll(int groups) {
+  using State = benchmark::State;
+  add("notify-1/bare", groups, [](State& state) { notifyBare(state, 1, 16); });
+  add("notify-1/module", groups, [](State& state) { notifyModule(state, 1, 16); });
+  add("notify-64/bare", groups, [](State& state) { notifyBare(state, 64, 256); });
+  add("notify-64/module", groups, [](State& state) { notifyModule(state, 64, 256); });
+  add("start-present/bare", 1, [](State& state) { startBare(state, quietPort, After::Stop); });
+  add("start-present/module", 1, [](State& state) { startModule(state, quietPort, After::Stop); });
+  add("start-absent/bare", 1, [](State& state) { startBare(state, absentPort, After::Leave); });
+  add("start-absent/module", 1, [](State& state) { startModule(state, absentPort, After::Leave); });
+  add("start-silent/bare", 1, [](State& state) { startBare(state, silentPort, After::Stop); });
+  add("start-silent/module", 1, [](State& state) { startModule(state, silentPort, After::Stop); });
+  add("stop-quiet/bare", 1, [](State& state) { stopBare(state, quietPort); });
+  add("stop-quiet/module", 1, [](State& state) { stopModule(state, quietPort); });
+  add("stop-busy/bare", 1, [](State& state) { stopBare(state, busyPort); });
+  add("stop-busy/module", 1, [](State& state) { stopModule(state, busyPort); });
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  CLI::App app("What the host's thread pays.");
+  int groups = 20;
+  app.add_option("--quiet", quietPort)->required();
+  app.add_option("--busy", busyPort)->required();
+  app.add_option("--board", boardPath)->required();
+  app.add_option("--groups", groups);
+  CLI11_PARSE(app, argc, argv);
+  silentPort = holdPort(true);
+  absentPort = holdPort(false);
+  registerAll(groups);
+  benchmark::RunSpecifiedBenchmarks();
+  environment().files.reset();
+  std::fflush(stdout);
+  std::_Exit(0);
+}

@@ -1,0 +1,245 @@
+// The server of the measurements: it serves both services as fast as gRPC can, with messages that
+// were serialised beforehand, so that the client is what is measured.
+//
+//   bench-server --values FILE --pace PACE --board FILE
+//
+// FILE has a line "TYPE KEY" for each value of a message, TYPE being float, int, uint or string.
+// The first is a float and carries the sequence number of the message, from 1; of all else only
+// keys and types matter. PACE is "once" (one message at the begin of a stream), "full" (as fast as
+// the client takes them) or messages per second. Tells "port NUMBER" and ends with its input.
+#include <grpcpp/completion_queue.h>
+#include <grpcpp/generic/async_generic_service.h>
+#include <grpcpp/security/server_credentials.h>
+#include <grpcpp/server.h>
+#include <grpcpp/server_builder.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+#include "bench/Board.h"
+#include "meters.pb.h"
+
+namespace {
+
+using bench::Board;
+
+// Messages that differ in their sequence number only, which is put into the bytes.
+class Messages {
+ public:
+  explicit Messages(const std::string& path) {
+    sonalith::grpc::Meter meter;
+    std::ifstream lines(path);
+    for (std::string type, key; lines >> type >> key;) add(meter, type, key);
+    bytes_ = meter.SerializeAsString();
+    position_ = bytes_.find(std::string(reinterpret_cast<const char*>(&mark), sizeof mark));
+    if (position_ == std::string::npos) throw std::runtime_error("no float value in " + path);
+  }
+
+  grpc::ByteBuffer make(std::uint64_t sequence) const {
+    grpc::Slice slice(bytes_.size());
+    auto* const bytes = const_cast<std::uint8_t*>(slice.begin());
+    std::memcpy(bytes, bytes_.data(), bytes_.size());
+    const auto number = static_cast<float>(sequence);
+    std::memcpy(bytes + position_, &number, sizeof number);
+    return grpc::ByteBuffer(&slice, 1);
+  }
+
+ private:
+  static constexpr float mark = -1234567.875f;
+
+  static void add(sonalith::grpc::Meter& meter, const std::string& type, const std::string& key) {
+    const int position = meter.values_size();
+    auto& item = *meter.add_values();
+    item.set_key(key);
+    auto& value = *item.mutable_value();
+    if (type == "float") value.set_sfloat(position == 0 ? mark : static_cast<float>(position));
+    if (type == "int") value.set_sint(-position);
+    if (type == "uint") value.set_suint(static_cast<std::uint32_t>(position));
+    if (type == "string") value.mutable_sstring()->set_data("value " + std::to_string(position));
+  }
+
+  std::string bytes_;
+  std::size_t position_;
+};
+
+struct Pace {
+  bool once = false;
+  double perSecond = 0;  // 0: as fast as the client takes them
+
+  explicit Pace(const std::string& text) {
+    if (text == "once") {
+      once = true;
+    } else if (text != "full") {
+      perSecond = std::stod(text);
+    }
+  }
+};
+
+class Server;
+
+// One call of a client, from before it is there to its end: the tag of all its operations, one
+// after the other.
+class Call {
+ public:
+  explicit Call(Server& server);
+  void proceed(bool ok);
+  // The next message of a stream that is paced. Not while a write is under way.
+  void writePaced();
+  bool isWriting() const { return writing_; }
+
+ private:
+  enum class State { Awaited, Streaming, Asked, Ending };
+
+  void begin();
+  void writeNext();
+  void end();
+
+  Server& server_;
+  State state_ = State::Awaited;
+  std::atomic<bool> writing_ = false;
+  std::uint64_t sequence_ = 0;
+  grpc::GenericServerContext context_;
+  grpc::GenericServerAsyncReaderWriter stream_{&context_};
+  grpc::ByteBuffer request_;
+};
+
+class Server {
+ public:
+  Server(const Messages& sent, Pace wanted, Board& told)
+      : messages(sent), pace(wanted), board(told) {
+    grpc::ServerBuilder builder;
+    builder.AddListeningPort("0.0.0.0:0", grpc::InsecureServerCredentials(), &port);
+    builder.RegisterAsyncGenericService(&service);
+    queue = builder.AddCompletionQueue();
+    server = builder.BuildAndStart();
+  }
+
+  void serve() {
+    new Call(*this);
+    void* tag = nullptr;
+    bool ok = false;
+    while (queue->Next(&tag, &ok)) static_cast<Call*>(tag)->proceed(ok);
+  }
+
+  // Writes on every open stream, `perSecond` times a second. A stream that is still busy with its
+  // last message misses one.
+  [[noreturn]] void keepPace() {
+    const auto period = static_cast<std::uint64_t>(1e9 / pace.perSecond);
+    for (std::uint64_t next = bench::nanoseconds(CLOCK_MONOTONIC);; next += period) {
+      const timespec when{static_cast<time_t>(next / 1'000'000'000u),
+                          static_cast<long>(next % 1'000'000'000u)};
+      clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &when, nullptr);
+      const std::lock_guard lock(mutex);
+      for (Call* const call : paced) {
+        if (!call->isWriting()) call->writePaced();
+      }
+    }
+  }
+
+  const Messages& messages;
+  const Pace pace;
+  Board& board;
+  int port = 0;
+  grpc::AsyncGenericService service;
+  std::unique_ptr<grpc::ServerCompletionQueue> queue;
+  std::unique_ptr<grpc::Server> server;
+  std::mutex mutex;
+  std::set<Call*> paced;
+};
+
+Call::Call(Server& server) : server_(server) {
+  server_.service.RequestCall(&context_, &stream_, server_.queue.get(), server_.queue.get(), this);
+}
+
+void Call::proceed(bool ok) {
+  if (ok) writing_ = false;  // a stream that failed is not written to again
+  if (state_ == State::Ending || (state_ == State::Awaited && !ok)) {
+    delete this;
+  } else if (!ok) {
+    end();
+  } else if (state_ == State::Awaited) {
+    new Call(server_);
+    begin();
+  } else if (state_ == State::Asked) {
+    server_.board.answeredCalls.fetch_add(1);
+    state_ = State::Ending;
+    grpc::Slice nothing;
+    stream_.WriteAndFinish(grpc::ByteBuffer(&nothing, 1), {}, grpc::Status::OK, this);
+  } else if (!server_.pace.once && server_.pace.perSecond == 0) {
+    writeNext();
+  }
+}
+
+void Call::begin() {
+  if (context_.method().ends_with("/SetParams")) {
+    state_ = State::Asked;
+    stream_.Read(&request_, this);
+    return;
+  }
+  state_ = State::Streaming;
+  if (server_.pace.perSecond > 0) {
+    const std::lock_guard lock(server_.mutex);
+    server_.paced.insert(this);
+  } else {
+    writeNext();
+  }
+}
+
+void Call::writeNext() {
+  ++sequence_;
+  writing_ = true;
+  stream_.Write(server_.messages.make(sequence_), this);
+}
+
+void Call::writePaced() {
+  server_.board.timeOf(sequence_ + 1) = bench::nanoseconds(CLOCK_MONOTONIC);
+  writeNext();
+}
+
+void Call::end() {
+  {
+    const std::lock_guard lock(server_.mutex);
+    server_.paced.erase(this);
+  }
+  state_ = State::Ending;
+  stream_.Finish(grpc::Status::OK, this);
+}
+
+void untilInputEnds() {
+  char byte = 0;
+  while (read(STDIN_FILENO, &byte, 1) > 0) {
+  }
+  std::_Exit(0);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app("Serves meters and takes parameters as fast as gRPC can.");
+  std::string values;
+  std::string pace = "full";
+  std::string board;
+  app.add_option("--values", values)->required();
+  app.add_option("--pace", pace);
+  app.add_option("--board", board)->required();
+  CLI11_PARSE(app, argc, argv);
+
+  const Messages messages(values);
+  Server server(messages, Pace(pace), bench::openBoard(board));
+  std::printf("port %d\n", server.port);
+  std::fflush(stdout);
+  std::thread(untilInputEnds).detach();
+  if (server.pace.perSecond > 0) std::thread([&] { server.keepPace(); }).detach();
+  server.serve();
+}

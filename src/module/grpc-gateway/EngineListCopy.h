@@ -1,0 +1,71 @@
+// A private deep copy of one list of engine entries, made for one item of a notification and walked
+// from its first entry to its last.
+//
+// All of it lies in one block of memory, so a copy costs one allocation however long the list is. It
+// owns the block and refers to nothing outside.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "module/grpc-gateway/ConfigManager.h"
+#include "module/grpc-gateway/TextBlock.h"
+
+namespace gateway {
+
+class EngineListCopy {
+ public:
+  explicit EngineListCopy(const std::vector<EngineEntry>& entries);
+
+  std::size_t size() const { return size_; }
+  const char* key(std::size_t i) const { return texts() + entries_[i].key; }
+  bool hasCustomKey(std::size_t i) const { return entries_[i].customKeySize != 0; }
+  bool customKeyIs(std::size_t i, std::string_view name) const {
+    return entries_[i].customKeySize == name.size() &&
+           sameText(texts() + entries_[i].customKey, name.data(), name.size());
+  }
+
+ private:
+  // Texts are positions behind the entries, each with the NUL at its end.
+  struct Entry {
+    std::uint32_t key;
+    std::uint32_t customKey;
+    std::uint32_t customKeySize;
+  };
+
+  char* texts() const { return reinterpret_cast<char*>(entries_ + size_); }
+
+  std::size_t size_;
+  std::unique_ptr<std::byte[]> block_;
+  Entry* entries_;  // in block_
+};
+
+inline EngineListCopy::EngineListCopy(const std::vector<EngineEntry>& entries)
+    : size_(entries.size()) {
+  std::size_t textBytes = 0;
+  for (const EngineEntry& entry : entries) {
+    textBytes += entry.key.size() + 1 + entry.customKey.size() + 1;
+  }
+  block_ = std::make_unique_for_overwrite<std::byte[]>(size_ * sizeof(Entry) + textBytes);
+  entries_ = reinterpret_cast<Entry*>(block_.get());
+
+  char* const begin = texts();
+  char* end = begin;
+  const auto put = [&](const std::string& text) {
+    const auto position = static_cast<std::uint32_t>(end - begin);
+    copyText(end, text.c_str(), text.size() + 1);
+    end += text.size() + 1;
+    return position;
+  };
+  for (std::size_t i = 0; i < size_; ++i) {
+    const EngineEntry& entry = entries[i];
+    entries_[i] = {put(entry.key), put(entry.customKey),
+                   static_cast<std::uint32_t>(entry.customKey.size())};
+  }
+}
+
+}  // namespace gateway

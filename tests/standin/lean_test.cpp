@@ -1,0 +1,65 @@
+// A lean host gives modules the same as any other, and keeps nothing.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "standin/Host.h"
+#include "standin/KeyValueList.h"
+
+namespace {
+
+standin::Choices lean() {
+  standin::Choices choices;
+  choices.isLean = true;
+  return choices;
+}
+
+class LeanHost : public testing::Test {
+ protected:
+  standin::Host host{lean()};
+};
+
+TEST_F(LeanHost, HasListsThatGrowWithAllTheirSlots) {
+  sonalith_slotText name = "slot";
+  std::vector<std::int32_t> values(200);
+  sonalith_moduleOffsetList* list = sonalith_createModuleOffset(nullptr);
+  for (std::int32_t& value : values) {
+    sonalith_moduleOffset slot = {};
+    slot.name = name;
+    slot.value = &value;
+    slot.valueSize = 4;
+    slot.valueType = SONALITH_SLOT_INT;
+    slot.description = "an int";
+    sonalith_addModuleOffset(&list, &slot);
+  }
+  const auto slots = host.slotsOf(list);
+  ASSERT_EQ(slots.size(), values.size());
+  for (std::size_t i = 0; i < slots.size(); ++i) EXPECT_EQ(slots[i].value, &values[i]);
+  sonalith_free(list);
+  EXPECT_EQ(host.outstanding(), standin::Outstanding{});
+  EXPECT_EQ(host.violations(), std::vector<std::string>{});
+}
+
+TEST_F(LeanHost, TakesItemsTextsAndMemory) {
+  sonalith_keyValueList* list = sonalith_keyValueListNew();
+  EXPECT_NE(sonalith_keyValueListIsEmpty(list), 0);
+  sonalith_keyValueListAddSF(list, "gain", 0.5f);
+  EXPECT_EQ(list->items().size(), 1u);
+  sonalith_keyValueListDestroy(list);
+
+  auto* const text = static_cast<char*>(sonalith_calloc(4, 1));
+  sonalith_strncpy(text, "whole", 4);
+  EXPECT_STREQ(text, "who");
+  sonalith_free(text);
+}
+
+TEST_F(LeanHost, KeepsNoRecordsAndFailsNoCall) {
+  host.failCall(standin::Operation::Calloc);
+  sonalith_free(sonalith_calloc(1, 1));
+  sonalith_log(SONALITH_LOG_TRACE, "file", 1, 1, "line");
+  EXPECT_EQ(host.journal(), std::vector<std::string>{});
+  EXPECT_TRUE(host.log().empty());
+}
+
+}  // namespace
