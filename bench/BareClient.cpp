@@ -17,8 +17,8 @@ std::shared_ptr<grpc::Channel> openChannel(const std::string& target) {
   return grpc::CreateCustomChannel(target, grpc::InsecureChannelCredentials(), arguments);
 }
 
-BareReader::BareReader(const std::string& target, bool withSlow, Handler handler)
-    : handler_(std::move(handler)), hasSlow_(withSlow) {
+BareReader::BareReader(const std::string& target, bool withSlow, Handler handler, WokenBy wokenBy)
+    : handler_(std::move(handler)), wokenBy_(wokenBy), hasSlow_(withSlow) {
   thread_ = std::thread(&BareReader::drain, this);
   stub_ = Meters::NewStub(openChannel(target));
   fast_.reader = stub_->PrepareAsyncGetMetersFast(&fast_.context, request_, &queue_);
@@ -28,16 +28,25 @@ BareReader::BareReader(const std::string& target, bool withSlow, Handler handler
   slow_.reader->StartCall(&slow_);
 }
 
-// The thread asks for reads until both streams have ended, so the queue is not shut down under it.
+// The queue is not shut down under its thread, which may be about to ask for the next read.
 BareReader::~BareReader() {
-  fast_.context.TryCancel();
-  if (hasSlow_) slow_.context.TryCancel();
+  if (wokenBy_ == WokenBy::Alarm) {
+    alarm_.Set(&queue_, gpr_now(GPR_CLOCK_REALTIME), nullptr);
+  } else {
+    cancel();
+  }
   thread_.join();
+  if (wokenBy_ == WokenBy::Alarm) cancel();
   queue_.Shutdown();
   void* tag = nullptr;
   bool ok = false;
   while (queue_.Next(&tag, &ok)) {
   }
+}
+
+void BareReader::cancel() {
+  fast_.context.TryCancel();
+  if (hasSlow_) slow_.context.TryCancel();
 }
 
 void BareReader::drain() {
@@ -46,6 +55,7 @@ void BareReader::drain() {
   int open = hasSlow_ ? 2 : 1;
   while (open > 0 && queue_.AsyncNext(&tag, &ok, gpr_inf_future(GPR_CLOCK_REALTIME)) ==
                          grpc::CompletionQueue::GOT_EVENT) {
+    if (tag == nullptr) return;
     if (!proceed(*static_cast<Stream*>(tag), ok)) --open;
   }
 }

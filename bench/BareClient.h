@@ -2,6 +2,7 @@
 // pattern: one queue, one thread that drains it, asynchronous readers, the same channel arguments.
 #pragma once
 
+#include <grpcpp/alarm.h>
 #include <grpcpp/channel.h>
 #include <grpcpp/client_context.h>
 #include <grpcpp/completion_queue.h>
@@ -28,10 +29,15 @@ class BareReader {
  public:
   using Handler = std::function<void(const sonalith::grpc::Meter&)>;
 
+  // What wakes the queue's thread at the end: the ends of the cancelled streams, or an alarm at the
+  // present moment, before anything is cancelled, as in the module.
+  enum class WokenBy { Ends, Alarm };
+
   // Opens the fast stream, and the slow one if wanted, and does not wait for them. The handler is
   // called on the queue's thread for each message; it may be empty.
-  explicit BareReader(const std::string& target, bool withSlow = false, Handler handler = nullptr);
-  // Cancels, waits for the streams' ends, shuts the queue down and drains it.
+  explicit BareReader(const std::string& target, bool withSlow = false, Handler handler = nullptr,
+                      WokenBy wokenBy = WokenBy::Ends);
+  // Cancels, ends the thread, shuts the queue down, drains it, and lets the channel go.
   ~BareReader();
   BareReader(const BareReader&) = delete;
   BareReader& operator=(const BareReader&) = delete;
@@ -51,10 +57,13 @@ class BareReader {
 
   void drain();
   bool proceed(Stream& stream, bool ok);
+  void cancel();
 
   const Handler handler_;
+  const WokenBy wokenBy_;
   const bool hasSlow_;
   grpc::CompletionQueue queue_;
+  grpc::Alarm alarm_;
   std::unique_ptr<sonalith::grpc::Meters::Stub> stub_;
   sonalith::common::Empty request_;
   Stream fast_;

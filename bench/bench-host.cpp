@@ -5,10 +5,11 @@
 //   start-present/SUBJECT     time of one startCycle with 192 entries; bare: a channel and the
 //   start-absent/SUBJECT        starts of two streams. No server has been reached before: each
 //   start-silent/SUBJECT        start has an address of its own. Silent: it accepts, and no more
-//   stop-quiet/SUBJECT        time of one stopCycle; bare: cancel, shut down and drain
-//   stop-busy/SUBJECT
+//   stop-quiet/SUBJECT        time of one stopCycle; bare: cancel, shut down and drain, and let the
+//   stop-busy/SUBJECT         channel go
 //
-// SUBJECT is bare or module. Notifications come in groups of 8, and the next group when all calls
+// SUBJECT is bare or module; for the stops also alarm, which is bare, but with the thread at the
+// queue woken by an alarm, as the module's. Notifications come in groups of 8, and the next group when all calls
 // of the one before have been answered; the time is that of a group.
 //
 //   bench-host --quiet PORT --busy PORT --board FILE [GOOGLE BENCHMARK'S OPTIONS]
@@ -249,9 +250,11 @@ void startModule(benchmark::State& state, std::uint16_t port, After after) {
   }
 }
 
-void stopBare(benchmark::State& state, std::uint16_t port) {
+using WokenBy = bench::BareReader::WokenBy;
+
+void stopBare(benchmark::State& state, std::uint16_t port, WokenBy wokenBy) {
   for (auto _ : state) {
-    auto reader = std::make_unique<bench::BareReader>(newTargetOf(port), true);
+    auto reader = std::make_unique<bench::BareReader>(newTargetOf(port), true, nullptr, wokenBy);
     untilSpoken(*reader);
     state.SetIterationTime(secondsOf([&] { reader.reset(); }));
   }
@@ -285,9 +288,11 @@ void registerAll(int groups) {
   add("start-absent/module", 1, [](State& state) { startModule(state, absentPort, After::Leave); });
   add("start-silent/bare", 1, [](State& state) { startBare(state, silentPort, After::Stop); });
   add("start-silent/module", 1, [](State& state) { startModule(state, silentPort, After::Stop); });
-  add("stop-quiet/bare", 1, [](State& state) { stopBare(state, quietPort); });
+  add("stop-quiet/bare", 1, [](State& state) { stopBare(state, quietPort, WokenBy::Ends); });
+  add("stop-quiet/alarm", 1, [](State& state) { stopBare(state, quietPort, WokenBy::Alarm); });
   add("stop-quiet/module", 1, [](State& state) { stopModule(state, quietPort); });
-  add("stop-busy/bare", 1, [](State& state) { stopBare(state, busyPort); });
+  add("stop-busy/bare", 1, [](State& state) { stopBare(state, busyPort, WokenBy::Ends); });
+  add("stop-busy/alarm", 1, [](State& state) { stopBare(state, busyPort, WokenBy::Alarm); });
   add("stop-busy/module", 1, [](State& state) { stopModule(state, busyPort); });
 }
 

@@ -3,10 +3,9 @@
 //
 //   bench-server --values FILE --pace PACE --board FILE
 //
-// FILE has a line "TYPE KEY" for each value of a message, TYPE being float, int, uint or string.
-// The first is a float and carries the sequence number of the message, from 1; of all else only
-// keys and types matter. PACE is "once" (one message at the begin of a stream), "full" (as fast as
-// the client takes them) or messages per second. Tells "port NUMBER" and ends with its input.
+// FILE has a line "TYPE KEY" for each value of a message (Messages.h). PACE is "once" (one message
+// at the begin of a stream), "full" (as fast as the client takes them) or messages per second. Tells
+// "port NUMBER" and ends with its input.
 #include <grpcpp/completion_queue.h>
 #include <grpcpp/generic/async_generic_service.h>
 #include <grpcpp/security/server_credentials.h>
@@ -18,8 +17,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <fstream>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -28,50 +25,18 @@
 #include <thread>
 
 #include "bench/Board.h"
-#include "meters.pb.h"
+#include "bench/Messages.h"
 
 namespace {
 
 using bench::Board;
+using bench::Messages;
 
-// Messages that differ in their sequence number only, which is put into the bytes.
-class Messages {
- public:
-  explicit Messages(const std::string& path) {
-    sonalith::grpc::Meter meter;
-    std::ifstream lines(path);
-    for (std::string type, key; lines >> type >> key;) add(meter, type, key);
-    bytes_ = meter.SerializeAsString();
-    position_ = bytes_.find(std::string(reinterpret_cast<const char*>(&mark), sizeof mark));
-    if (position_ == std::string::npos) throw std::runtime_error("no float value in " + path);
-  }
-
-  grpc::ByteBuffer make(std::uint64_t sequence) const {
-    grpc::Slice slice(bytes_.size());
-    auto* const bytes = const_cast<std::uint8_t*>(slice.begin());
-    std::memcpy(bytes, bytes_.data(), bytes_.size());
-    const auto number = static_cast<float>(sequence);
-    std::memcpy(bytes + position_, &number, sizeof number);
-    return grpc::ByteBuffer(&slice, 1);
-  }
-
- private:
-  static constexpr float mark = -1234567.875f;
-
-  static void add(sonalith::grpc::Meter& meter, const std::string& type, const std::string& key) {
-    const int position = meter.values_size();
-    auto& item = *meter.add_values();
-    item.set_key(key);
-    auto& value = *item.mutable_value();
-    if (type == "float") value.set_sfloat(position == 0 ? mark : static_cast<float>(position));
-    if (type == "int") value.set_sint(-position);
-    if (type == "uint") value.set_suint(static_cast<std::uint32_t>(position));
-    if (type == "string") value.mutable_sstring()->set_data("value " + std::to_string(position));
-  }
-
-  std::string bytes_;
-  std::size_t position_;
-};
+grpc::ByteBuffer messageOf(const Messages& messages, std::uint64_t sequence) {
+  grpc::Slice slice(messages.size());
+  messages.write(reinterpret_cast<char*>(const_cast<std::uint8_t*>(slice.begin())), sequence);
+  return grpc::ByteBuffer(&slice, 1);
+}
 
 struct Pace {
   bool once = false;
@@ -199,7 +164,7 @@ void Call::begin() {
 void Call::writeNext() {
   ++sequence_;
   writing_ = true;
-  stream_.Write(server_.messages.make(sequence_), this);
+  stream_.Write(messageOf(server_.messages, sequence_), this);
 }
 
 void Call::writePaced() {

@@ -53,12 +53,12 @@ const Memory::Block& Memory::allocate(Kind kind, std::size_t size) {
   return live_.insert({address, Block{++lastNumber_, size, kind, std::move(bytes)}}).first->second;
 }
 
-const Memory::Block* Memory::find(const std::string& operation, const void* address) {
+const Memory::Block* Memory::find(const char* operation, const void* address) {
   if (const auto live = live_.find(address); live != live_.end()) return &live->second;
   const auto released = std::find_if(released_.begin(), released_.end(), [&](const Block& block) {
     return block.bytes.get() == address;
   });
-  violations_.push_back(operation + ": " +
+  violations_.push_back(std::string(operation) + ": " +
                         (released == released_.end() ? "not a block of the host"
                                                      : released->name() + " is released already"));
   return nullptr;

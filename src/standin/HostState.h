@@ -47,7 +47,7 @@ class Memory {
   // A new zero-filled block.
   const Block& allocate(Kind kind, std::size_t size);
   // The block in use at an address; null, with a violation told of `operation`, if there is none.
-  const Block* find(const std::string& operation, const void* address);
+  const Block* find(const char* operation, const void* address);
   void release(const Block& block);
 
   // Looks for writes to where nothing may be written.
@@ -113,6 +113,7 @@ class Call {
   // Returns its argument: whether all pointers were given that must be. If not, it is a violation.
   bool given(bool all);
 
+  bool isHeard() const;  // whether a line of the log gets anywhere
   void log(const LogLine& line);
 
   void* allocate(std::uint64_t count, std::uint64_t size);

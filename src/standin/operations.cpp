@@ -10,7 +10,7 @@
 namespace standin {
 namespace {
 
-std::string nameOf(Operation operation) {
+const char* nameOf(Operation operation) {
   switch (operation) {
     case Operation::Log:
       return "sonalith_log";
@@ -113,12 +113,18 @@ bool Call::given(bool all) {
 
 void Call::violation(const std::string& text) {
   const std::lock_guard lock(state_.mutex);
-  state_.violations.push_back(nameOf(operation_) + ": " + text);
+  state_.violations.push_back(std::string(nameOf(operation_)) + ": " + text);
 }
 
 template <class MakeEntry>
 void Call::tell(MakeEntry makeEntry) {
   if (choices_.keepRecords) state_.journal.push_back(makeEntry());
+}
+
+bool Call::isHeard() const {
+  if (!state_.lean) return true;
+  const std::lock_guard sinkLock(state_.sinkMutex);
+  return state_.sink != nullptr;
 }
 
 void Call::log(const LogLine& line) {
@@ -172,14 +178,13 @@ bool Call::acceptable(const sonalith_moduleOffset& slot) {
   if (!given(slot.name != nullptr && slot.value != nullptr && slot.description != nullptr)) {
     return false;
   }
-  const std::string name = "slot " + std::string(slot.name);
   if (!reservedAreZero(slot)) {
-    violation(name + " has reserved bytes that are not zero");
+    violation("slot " + std::string(slot.name) + " has reserved bytes that are not zero");
     return false;
   }
   if (sizeOf(slot.valueType) == 0 || sizeOf(slot.valueType) != slot.valueSize) {
-    violation(name + " has value type " + std::to_string(slot.valueType) + " and size " +
-              std::to_string(slot.valueSize));
+    violation("slot " + std::string(slot.name) + " has value type " +
+              std::to_string(slot.valueType) + " and size " + std::to_string(slot.valueSize));
     return false;
   }
   return true;
@@ -191,7 +196,8 @@ void Call::addOffset(sonalith_moduleOffsetList** list, const sonalith_moduleOffs
   const auto* old = state_.memory.find(nameOf(operation_), *list);
   if (old == nullptr) return;
   if (old->kind != Memory::Kind::OffsetList) {
-    state_.violations.push_back(nameOf(operation_) + ": " + old->name() + " is not a list");
+    state_.violations.push_back(std::string(nameOf(operation_)) + ": " + old->name() +
+                                " is not a list");
     return;
   }
   const std::size_t used = sizeof **list + (*list)->count * sizeof *slot;
@@ -223,7 +229,8 @@ void Call::destroyKeyValueList(KeyValueList* list) {
   }
   const std::lock_guard lock(state_.mutex);
   if (state_.keyValueLists.erase(list) == 1) return;
-  state_.violations.push_back(nameOf(operation_) + ": not a list that the module holds");
+  state_.violations.push_back(std::string(nameOf(operation_)) +
+                              ": not a list that the module holds");
 }
 
 bool Call::isEmpty(const KeyValueList* list) {
@@ -293,7 +300,7 @@ void sonalith_log(int32_t level, const char* file, int32_t line, int32_t one, co
                   ...) {
   const auto now = std::chrono::system_clock::now();
   Call call(Operation::Log);
-  if (!call.given(file != nullptr && format != nullptr)) return;
+  if (!call.given(file != nullptr && format != nullptr) || !call.isHeard()) return;
   va_list arguments;
   va_start(arguments, format);
   std::string text = standin::formatted(format, arguments);

@@ -1,8 +1,8 @@
 // A private deep copy of one list of engine entries, made for one item of a notification and walked
 // from its first entry to its last.
 //
-// All of it lies in one block of memory, so a copy costs one allocation however long the list is. It
-// owns the block and refers to nothing outside.
+// All of it lies in one block of memory, so a copy costs one allocation however long the list is.
+// It owns the block and refers to nothing outside.
 #pragma once
 
 #include <cstddef>

@@ -1,5 +1,5 @@
-// Copying and comparing of texts whose bytes are known, for the private copies of lists: a message or
-// a notification takes thousands of them, most of them shorter than a call of memcpy is worth.
+// Copying and comparing of short texts, for the private copies of lists: a message or a
+// notification takes thousands of them, and most are shorter than a call of memcpy is worth.
 //
 // Up to 32 bytes are taken as two pieces of one fixed size, which overlap where they meet: every
 // byte of the text has its turn, and none beside it is touched.
