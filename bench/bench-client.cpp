@@ -4,7 +4,8 @@
 //                --warmup SECONDS --seconds SECONDS
 //
 // stream    CPU of the whole process and messages, while it reads the fast stream
-// rest      CPU, context switches and resident memory, while both streams are quiet
+// rest      CPU, context switches (those of its own threads apart: they have the program's name, and
+//           gRPC's have names of theirs) and resident memory, while both streams are quiet
 // latency   from the server's write to the moment when the client stores the last value of the
 //           message, a string: the host sees that from within its sonalith_strncpy
 //
@@ -19,6 +20,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <memory>
@@ -208,6 +210,20 @@ long residentKilobytes() {
   throw std::runtime_error("the kernel does not tell VmRSS");
 }
 
+long ownSwitches() {
+  long switches = 0;
+  for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+    std::ifstream status(task.path() / "status");
+    bool isOwn = false;
+    for (std::string word; status >> word;) {
+      long count = 0;
+      if (word == "Name:" && status >> word) isOwn = word == "bench-client";
+      if (word.ends_with("ctxt_switches:") && status >> count && isOwn) switches += count;
+    }
+  }
+  return switches;
+}
+
 void measureStream(const Subject& subject, const Options& options) {
   const std::uint64_t messages = subject.messages();
   const Usage before;
@@ -221,11 +237,13 @@ void measureStream(const Subject& subject, const Options& options) {
 }
 
 void measureRest(const Options& options) {
+  const long ownBefore = ownSwitches();
   const Usage before;
   sleepFor(options.seconds);
   const Usage after;
-  std::printf("{\"switches\": %ld, \"cpu\": %lu, \"resident\": %ld}\n",
-              after.switches - before.switches, after.cpu - before.cpu, residentKilobytes());
+  std::printf("{\"switches\": %ld, \"own\": %ld, \"cpu\": %lu, \"resident\": %ld}\n",
+              after.switches - before.switches, ownSwitches() - ownBefore, after.cpu - before.cpu,
+              residentKilobytes());
 }
 
 void measureLatency(Latencies& latencies, const Options& options) {
