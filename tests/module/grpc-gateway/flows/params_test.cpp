@@ -97,6 +97,54 @@ TEST_F(Params, PassOnlyUnderTheFullNameOfTheirSlotAndWithItsType) {
   expectNothingSent();
 }
 
+// A position is written in one way only.
+TEST_F(Params, OfAGeneratedNamePassUnderItsExactTextOnly) {
+  std::string parameters = "[EngineFloat]\n";
+  for (int i = 0; i < 12; ++i) parameters += "Param=Key=out." + std::to_string(i) + "\n";
+  startEngineSide(parameters);
+  KeyValueList changes;
+  for (const char* position : {"007", "07", "", "7 ", " 7", "+7", "-0", "7.0", "7.", "12", "0x7",
+                               "18446744073709551623", "7gateway_float_7"}) {
+    changes.addFloat(("gateway.gateway_float_" + std::string(position)).c_str(), 1);
+  }
+  for (const char* key : {"gateway.", "gateway", "gateway..gateway_float_7", "gateway.7",
+                          "gateway.gateway_int_7", "gateway_float_7", "gateways.gateway_float_7",
+                          "gatewa.gateway_float_7", ".gateway_float_7"}) {
+    changes.addFloat(key, 1);
+  }
+  changes.addFloat("gateway.gateway_float_7", 7).addFloat("gateway.gateway_float_11", 11);
+  notify(changes);
+  EXPECT_EQ(received(), Request().addFloat("out.7", 7).addFloat("out.11", 11).hex());
+  stopQuietly();
+}
+
+TEST_F(Params, OfASlotPassUnderWhateverNameItHas) {
+  const std::string longName(99, 'n');
+  startEngineSide(
+      "[EngineFloat]\nParam=Key=dots CustomKey=a.b..c\nParam=Key=other CustomKey=gateway_float_2\n"
+      "Param=Key=generated\nParam=Key=one CustomKey=x\nParam=Key=long CustomKey=" +
+      longName + "\n");
+  KeyValueList changes;
+  changes.addFloat("gateway.a.b..c", 1)
+      .addFloat("gateway.a.b", 1)
+      .addFloat("gateway.gateway_float_2", 2)
+      .addFloat("gateway.x", 3)
+      .addFloat("gateway.xx", 1)
+      .addFloat(("gateway." + longName).c_str(), 4)
+      .addFloat(("gateway." + longName + "n").c_str(), 1)
+      .addFloat(("gateway." + longName.substr(1)).c_str(), 1)
+      .addFloat(("gateway." + longName.substr(1) + "m").c_str(), 1);
+  notify(changes);
+  EXPECT_EQ(received(), Request()
+                            .addFloat("dots", 1)
+                            .addFloat("other", 2)
+                            .addFloat("generated", 2)
+                            .addFloat("one", 3)
+                            .addFloat("long", 4)
+                            .hex());
+  stopQuietly();
+}
+
 TEST_F(Params, ThatCannotBeCarriedAreDropped) {
   startEngineSide();
   KeyValueList changes;
