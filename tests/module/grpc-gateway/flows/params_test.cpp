@@ -88,6 +88,7 @@ TEST_F(Params, PassOnlyUnderTheFullNameOfTheirSlotAndWithItsType) {
       .addFloat("gateway.gain.", 1)
       .addFloat("gateway.Gain", 1)
       .addFloat("gatewaygain", 1)
+      .addFloat("gateway-gain", 1)
       .addFloat("", 1)
       .addInt("gateway.gain", 1)  // of another type
       .addUint("gateway.delay", 1)
