@@ -77,6 +77,7 @@ void Memory::release(const Block& block) {
 }
 
 void Memory::retire(Block block) {
+  if (releasedBytesKept_ == 0) return;
   const std::size_t size = block.size + guardSize_;
   ASAN_UNPOISON_MEMORY_REGION(block.bytes.get(), size);
   std::fill_n(block.bytes.get(), size, releasedByte);
