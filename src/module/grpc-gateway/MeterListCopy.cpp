@@ -93,6 +93,7 @@ class MeterListCopy::Writer {
 
 template <class T>
 MeterListCopy::MeterListCopy(const std::vector<MeterEntry<T>>& entries) : size_(entries.size()) {
+  if (entries.empty()) return;
   const std::size_t wordBytes = roundUp(size_) * sizeof(std::uint32_t);
   const std::size_t textOffset = wordBytes + size_ * sizeof(Entry);
   std::size_t textBytes = 0;

@@ -54,9 +54,9 @@ class MeterListCopy {
   }
 
   std::size_t size_;
-  std::unique_ptr<std::byte[]> block_;
-  std::uint32_t* words_;  // in block_; one for each entry, up to a whole number of scan steps
-  Entry* entries_;        // in block_
+  std::unique_ptr<std::byte[]> block_;  // null for a list without entries
+  std::uint32_t* words_ = nullptr;  // in block_; one for each entry, up to a whole number of steps
+  Entry* entries_ = nullptr;        // in block_
 };
 
 }  // namespace gateway
