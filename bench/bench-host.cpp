@@ -230,6 +230,7 @@ enum class After { Stop, Leave };
 void startBare(benchmark::State& state, std::uint16_t port, After after) {
   for (auto _ : state) {
     const std::string target = newTargetOf(port);
+    write(fullConfiguration(target));  // it leaves the caches as it does for the module
     std::unique_ptr<bench::BareReader> reader;
     state.SetIterationTime(
         secondsOf([&] { reader = std::make_unique<bench::BareReader>(target, true); }));
