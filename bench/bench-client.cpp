@@ -4,8 +4,8 @@
 //                --warmup SECONDS --seconds SECONDS
 //
 // stream    CPU of the whole process and messages, while it reads the fast stream
-// rest      CPU, context switches (those of its own threads apart: they have the program's name, and
-//           gRPC's have names of theirs) and resident memory, while both streams are quiet
+// rest      CPU, context switches (those of its own threads apart: they have the program's name,
+//           and gRPC's have names of theirs) and resident memory, while both streams are quiet
 // latency   from the server's write to the moment when the client stores the last value of the
 //           message, a string: the host sees that from within its sonalith_strncpy
 //

@@ -9,8 +9,8 @@
 //   stop-busy/SUBJECT         channel go
 //
 // SUBJECT is bare or module; for the stops also alarm, which is bare, but with the thread at the
-// queue woken by an alarm, as the module's. Notifications come in groups of 8, and the next group when all calls
-// of the one before have been answered; the time is that of a group.
+// queue woken by an alarm, as the module's. Notifications come in groups of 8, and the next group
+// when all calls of the one before have been answered; the time is that of a group.
 //
 //   bench-host --quiet PORT --busy PORT --board FILE [GOOGLE BENCHMARK'S OPTIONS]
 //

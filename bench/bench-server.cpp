@@ -4,8 +4,8 @@
 //   bench-server --values FILE --pace PACE --board FILE
 //
 // FILE has a line "TYPE KEY" for each value of a message (Messages.h). PACE is "once" (one message
-// at the begin of a stream), "full" (as fast as the client takes them) or messages per second. Tells
-// "port NUMBER" and ends with its input.
+// at the begin of a stream), "full" (as fast as the client takes them) or messages per second.
+// Tells "port NUMBER" and ends with its input.
 #include <grpcpp/completion_queue.h>
 #include <grpcpp/generic/async_generic_service.h>
 #include <grpcpp/security/server_credentials.h>

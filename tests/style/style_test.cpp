@@ -144,9 +144,8 @@ TEST(Style, IncludesPointDownwardOnly) {
 
 // The payloads are gRPC's lowest users: below them nothing knows of it.
 TEST(Style, TheConfigurationAndTheSlotsKnowNothingOfGrpc) {
-  for (const char* name :
-       {"ConfigManager", "GatewaySlots", "HostAccess", "MeterListCopy", "EngineListCopy",
-        "TextBlock"}) {
+  for (const char* name : {"ConfigManager", "GatewaySlots", "HostAccess", "MeterListCopy",
+                           "EngineListCopy", "TextBlock"}) {
     for (const char* ending : {".h", ".cpp"}) {
       const std::string file = module + name + ending;
       if (!fs::exists(root / file)) continue;
