@@ -68,6 +68,8 @@ install(FILES examples/grpc-gateway.conf examples/mixer.conf DESTINATION ${share
         COMPONENT dev)
 set(servers examples/servers)
 install(FILES ${servers}/README.md DESTINATION ${shared}/${servers} COMPONENT dev)
+install(FILES ${servers}/cpp/CMakeLists.txt ${servers}/cpp/server.cpp
+        DESTINATION ${shared}/${servers}/cpp COMPONENT dev)
 install(FILES ${servers}/node/package.json ${servers}/node/package-lock.json
         DESTINATION ${shared}/${servers}/node COMPONENT dev)
 install(PROGRAMS ${servers}/node/server.js DESTINATION ${shared}/${servers}/node COMPONENT dev)

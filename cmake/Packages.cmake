@@ -66,13 +66,13 @@ set(CPACK_DEBIAN_DEV_PACKAGE_NAME sonalith-grpc-gateway-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION devel)
 set(CPACK_DEBIAN_DEV_PACKAGE_ARCHITECTURE all)
 set(CPACK_DEBIAN_DEV_PACKAGE_SUGGESTS
-    "sonalith-grpc-gateway-tools, protobuf-compiler, protobuf-compiler-grpc, python3-grpcio, \
-python3-protobuf, nodejs")
+    "sonalith-grpc-gateway-tools, protobuf-compiler, protobuf-compiler-grpc, libgrpc++-dev, \
+libprotobuf-dev, python3-grpcio, python3-protobuf, nodejs")
 set(CPACK_DEBIAN_DEV_DESCRIPTION
     "what hosts, modules and services of the gRPC gateway are written with
 This package has the header of the boundary between the sonalith engine
 and its modules, with a CMake package and a pkg-config file, the schema
-files of the two gRPC services, and example servers in Python and
+files of the two gRPC services, and example servers in C++, Python and
 JavaScript with a document of what the gateway expects of them.")
 
 # What a package has besides what is installed, and an installation has not.

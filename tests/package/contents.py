@@ -28,6 +28,8 @@ DEV = {
     SHARED + "examples/grpc-gateway.conf",
     SHARED + "examples/mixer.conf",
     SHARED + "examples/servers/README.md",
+    SHARED + "examples/servers/cpp/CMakeLists.txt",
+    SHARED + "examples/servers/cpp/server.cpp",
     SHARED + "examples/servers/node/package-lock.json",
     SHARED + "examples/servers/node/package.json",
     SHARED + "examples/servers/node/server.js",

@@ -38,15 +38,16 @@ class ExampleServer : public GatewayTest, public ::testing::WithParamInterface<E
   }
 };
 
-INSTANTIATE_TEST_SUITE_P(Of, ExampleServer,
-                         ::testing::Values(Example{"Node", "grpc-js", "/servers/node/server.js"},
-                                           Example{"Python", "grpcio",
-                                                   "/servers/python/server.py"}),
-                         [](const auto& instantiation) { return instantiation.param.name; });
+INSTANTIATE_TEST_SUITE_P(
+    Of, ExampleServer,
+    ::testing::Values(Example{"Cpp", "grpc++", EXAMPLE_SERVER},
+                      Example{"Node", "grpc-js", EXAMPLES_FOLDER "/servers/node/server.js"},
+                      Example{"Python", "grpcio", EXAMPLES_FOLDER "/servers/python/server.py"}),
+    [](const auto& instantiation) { return instantiation.param.name; });
 
 TEST_P(ExampleServer, PlaysTheExampleConfigurationAndPrintsItsParameters) {
   ToolProcess server({"--meters", SimProcess::anyPort, "--engine", SimProcess::anyPort},
-                     EXAMPLES_FOLDER + std::string(GetParam().program));
+                     GetParam().program);
   ASSERT_EQ(start(configuration(server)), 0);
 
   // The host hears of texts alone: each slow message makes it look again.
