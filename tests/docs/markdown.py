@@ -4,6 +4,8 @@ import os
 import re
 
 NOT_OURS = {"build", "node_modules"}
+PROJECT_COMMAND = re.compile(r"(?:sudo )?(?:cmake|ctest|npm|bash \.ci|scripts/|tests/|examples/|"
+                             r"\.ci/|build/(?:[\w-]+/tests|example)/|clang-)")
 
 
 def documents(source):
@@ -38,3 +40,12 @@ def anchors(text):
             count += 1
         made.add(numbered)
     return made | set(re.findall(r'<a (?:id|name)="([^"]+)"', text))
+
+
+def project_commands(path):
+    """What one has to type to build, test, measure and install: those in indented blocks, without
+    comments, one by one. What gatewayctl does is not among them."""
+    for line in re.findall(r"^    (\S.*)$", path.read_text(), re.MULTILINE):
+        for command in re.split(r" && |; ", re.split(r"\s{2,}#", line)[0]):
+            if PROJECT_COMMAND.match(command.strip()):
+                yield command.strip()

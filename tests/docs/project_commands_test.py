@@ -4,8 +4,8 @@ labels, scripts and programs that there are.
 
 Usage: project_commands_test.py CTEST SOURCE_FOLDER BUILD_FOLDER
 
-These commands take minutes or need root, so they do not run here; what they name is looked up.
-gatewayctl's own are run by commands_test.py.
+These commands take minutes or need root, so they do not run here, where every build comes by; what
+they name is looked up. project_commands_run.py runs them, and commands_test.py those of gatewayctl.
 """
 
 import json
@@ -27,15 +27,6 @@ DEFINED = set(re.findall(r"^\s*(?:add_executable|add_library|add_custom_target|g
                          r"gateway_fuzz)\(\s*([\w-]+)", CMAKE, re.MULTILINE))
 OPTIONS = set(re.findall(r"^\s*option\((\w+)|^\s*set\((\w+)[^)]*?\bCACHE\b", CMAKE, re.MULTILINE))
 OPTIONS = {name for pair in OPTIONS for name in pair if name}
-OWN = re.compile(r"(?:sudo )?(?:cmake|ctest|bash \.ci|scripts/|tests/|\.ci/|build/[\w-]+/tests/)")
-
-
-def commands_of(path):
-    """Those in blocks of code, without comments, one by one."""
-    for line in re.findall(r"^    (\S.*)$", path.read_text(), re.MULTILINE):
-        for command in re.split(r" && |; ", re.split(r"\s{2,}#", line)[0]):
-            if OWN.match(command.strip()):
-                yield command.strip()
 
 
 def values(words, *names):
@@ -96,6 +87,12 @@ def check_command(command):
         check_cmake(words, command)
     elif words[0] == "ctest":
         check_ctest(words, command)
+    elif words[0] == "npm":
+        for folder in values(words, "--prefix"):
+            check(f"{command}: {folder} is a package", (SOURCE / folder / "package.json").is_file())
+    elif words[0].startswith("clang-"):
+        setup = (SOURCE / "scripts/setup").read_text()
+        check(f"{command}: scripts/setup installs {words[0]}", words[0] in setup)
     elif words[0].startswith("build/"):
         name = re.sub(r"_replay$", "", words[0].rpartition("/")[2])
         check(f"{command}: there is a program {name}", name in DEFINED)
@@ -104,7 +101,7 @@ def check_command(command):
         check_script(path, words, command)
 
 
-found = {each for path in markdown.documents(SOURCE) for each in commands_of(path)}
+found = {each for path in markdown.documents(SOURCE) for each in markdown.project_commands(path)}
 check(f"the documents show commands: {len(found)}", len(found) >= 20)
 for each in sorted(found):
     check_command(each)
