@@ -48,11 +48,13 @@ std::uint32_t scanWord(std::string_view key) {
 // Four words side by side. g++ and clang++ take such types for any processor, and compare them in
 // one instruction where there is one.
 using Words = std::uint32_t __attribute__((vector_size(16)));
+constexpr std::size_t wordsAtOnce = sizeof(Words) / sizeof(std::uint32_t);
+static_assert(scanStep % wordsAtOnce == 0, "the last words of a step would lie behind it");
 
 bool anyEqual(const std::uint32_t* words, std::uint32_t word) {
   const Words wanted = Words{} + word;
   Words found{};
-  for (std::size_t i = 0; i < scanStep; i += sizeof(Words) / sizeof(word)) {
+  for (std::size_t i = 0; i < scanStep; i += wordsAtOnce) {
     Words some;
     std::memcpy(&some, words + i, sizeof some);
     found |= reinterpret_cast<Words>(some == wanted);
