@@ -5,7 +5,7 @@ import re
 
 NOT_OURS = {"build", "node_modules"}
 PROJECT_COMMAND = re.compile(r"(?:sudo )?(?:cmake|ctest|npm|bash \.ci|scripts/|tests/|examples/|"
-                             r"\.ci/|build/(?:[\w-]+/tests|example)/|clang-)")
+                             r"\.ci/|build/(?:[\w-]+/tests|example)/|clang-|mkdir )")
 
 
 def documents(source):

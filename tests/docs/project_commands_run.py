@@ -6,7 +6,7 @@ Usage: project_commands_run.py SOURCE_FOLDER [PATTERN...]
 
 All of it takes hours, so it is no part of ctest; PATTERNs choose commands. What has an end of its
 own runs as it stands. What runs for long, or until it is stopped, runs shortly. What changes the
-system is left to system_test and install_test of tests/package, which install into folders.
+system is left to system_test of tests/package, which installs into a system of its own.
 """
 
 import pathlib
@@ -38,7 +38,8 @@ def commands():
     """Each once, where it comes first."""
     found = dict.fromkeys(command for path in sorted(markdown.documents(SOURCE))
                           for command in markdown.project_commands(path))
-    wanted = [each for each in found if not each.startswith("sudo ")]
+    own = pathlib.Path(sys.argv[0]).name
+    wanted = [each for each in found if not each.startswith("sudo ") and own not in each]
     return [each for each in wanted if not PATTERNS or any(re.search(p, each) for p in PATTERNS)]
 
 

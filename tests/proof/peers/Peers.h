@@ -16,7 +16,7 @@
 namespace peers {
 
 // What all rows of these proofs stand under.
-constexpr char heading[] = "Peers that no one here wrote";
+constexpr char heading[] = "Peers on other implementations";
 
 struct Peer {
   std::string name;     // for the names of tests
