@@ -163,7 +163,7 @@ std::string manual() {
          "    module_log       an array of level, text: what the module logs, the first 50 "
          "lines\n\n"
          "Examples:\n"
-         "  gatewayctl check examples/grpc-gateway.conf --slots\n"
+         "  gatewayctl check /etc/sonalith/grpc-gateway.conf.example --slots\n"
          "  gatewayctl check --strict --allow rate-off /etc/sonalith/*.conf\n"
          "  gatewayctl check --explain duplicate-key\n\n"
          "Exit codes: 0 accepted, 1 refused, 2 wrong use or a file that can't be read, 3 accepted "

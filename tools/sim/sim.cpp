@@ -340,7 +340,8 @@ std::string manual() {
       "Example: serve both services and play two signals until Ctrl-C\n"
       "  gatewayctl sim --keys fast:float:out.level \"slow:string:dsp state\"\n"
       "Example: play what a gateway is configured to receive, and let its connection fail\n"
-      "  gatewayctl sim --config examples/grpc-gateway.conf --fault \"every 20 for 5: freeze "
+      "  gatewayctl sim --config /etc/sonalith/grpc-gateway.conf.example --fault \"every 20 for 5: "
+      "freeze "
       "meters\"\n\n"
       "{}\n{}\n{}\n{}{}\nExit codes: 0 done, 1 can't listen or read a file, 2 wrong use, 130 "
       "interrupted.",
