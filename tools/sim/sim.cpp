@@ -341,8 +341,7 @@ std::string manual() {
       "  gatewayctl sim --keys fast:float:out.level \"slow:string:dsp state\"\n"
       "Example: play what a gateway is configured to receive, and let its connection fail\n"
       "  gatewayctl sim --config /etc/sonalith/grpc-gateway.conf.example --fault \"every 20 for 5: "
-      "freeze "
-      "meters\"\n\n"
+      "freeze meters\"\n\n"
       "{}\n{}\n{}\n{}{}\nExit codes: 0 done, 1 can't listen or read a file, 2 wrong use, 130 "
       "interrupted.",
       events, faultManual(), pings, commandEvents, Commander::manual());
