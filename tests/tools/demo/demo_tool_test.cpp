@@ -88,8 +88,10 @@ class EndOf {
 
 TEST_F(DemoTool, ShowsValuesThatMove) {
   ToolProcess demo({"demo", "--no-page", "--watch-rate", "20"});
-  EXPECT_EQ(demo.waitLine("fast out_level "), "fast out_level -60.5");
+  // The default value, unless a message came before the first look.
+  const std::string first = demo.waitLine("fast out_level ");
   const std::string second = demo.waitLine("fast out_level ");
+  EXPECT_NE(second, first);
   EXPECT_NE(second, "fast out_level -60.5");
   EXPECT_NE(demo.waitLine("fast out_level "), second);
   demo.waitLine("slow dsp_state ");
