@@ -23,6 +23,7 @@
 #include <string_view>
 #include <thread>
 
+#include "bench/InputEnd.h"
 #include "bench/Messages.h"
 
 namespace {
@@ -226,13 +227,6 @@ int listenAnywhere(std::uint16_t& port) {
   }
 }
 
-void untilInputEnds() {
-  char byte = 0;
-  while (read(STDIN_FILENO, &byte, 1) > 0) {
-  }
-  std::_Exit(0);
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -245,6 +239,6 @@ int main(int argc, char** argv) {
   const int listener = listenAnywhere(port);
   std::printf("port %d\n", port);
   std::fflush(stdout);
-  std::thread(untilInputEnds).detach();
+  std::thread(bench::endWithInput).detach();
   acceptAll(listener, messages);
 }

@@ -25,6 +25,7 @@
 #include <thread>
 
 #include "bench/Board.h"
+#include "bench/InputEnd.h"
 #include "bench/Messages.h"
 
 namespace {
@@ -181,13 +182,6 @@ void Call::end() {
   stream_.Finish(grpc::Status::OK, this);
 }
 
-void untilInputEnds() {
-  char byte = 0;
-  while (read(STDIN_FILENO, &byte, 1) > 0) {
-  }
-  std::_Exit(0);
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -204,7 +198,7 @@ int main(int argc, char** argv) {
   Server server(messages, Pace(pace), bench::openBoard(board));
   std::printf("port %d\n", server.port);
   std::fflush(stdout);
-  std::thread(untilInputEnds).detach();
+  std::thread(bench::endWithInput).detach();
   if (server.pace.perSecond > 0) std::thread([&] { server.keepPace(); }).detach();
   server.serve();
 }
