@@ -35,7 +35,7 @@
 #include "bench/Board.h"
 #include "standin/Host.h"
 #include "standin/LoadedModule.h"
-#include "tests/support/TemporaryFolder.h"
+#include "standin/MemoryFile.h"
 
 namespace {
 
@@ -83,12 +83,11 @@ standin::Choices lean() {
   return choices;
 }
 
-// What all instances of the module share. They are left as they are when the process ends, but for
-// the files.
+// What all instances of the module share. The process ends without taking them down.
 struct Environment {
   standin::Host host{lean()};
   standin::LoadedModule module{GATEWAY_MODULE};
-  std::unique_ptr<TemporaryFolder> files = std::make_unique<TemporaryFolder>();
+  std::unique_ptr<standin::MemoryFile> configuration;
 };
 
 Environment& environment() {
@@ -148,8 +147,11 @@ std::string fullConfiguration(const std::string& target) {
   return text;
 }
 
+// The path stays good until the next call.
 std::string write(const std::string& configuration) {
-  return environment().files->write("gateway.conf", configuration);
+  auto& file = environment().configuration;
+  file = std::make_unique<standin::MemoryFile>(configuration);
+  return file->path();
 }
 
 // ---- Notifications ------------------------------------------------------------------------------
@@ -312,7 +314,6 @@ int main(int argc, char** argv) {
   absentPort = holdPort(false);
   registerAll(groups);
   benchmark::RunSpecifiedBenchmarks();
-  environment().files.reset();
   std::fflush(stdout);
   std::_Exit(0);
 }

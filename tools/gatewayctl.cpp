@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/Suggestion.h"
+#include "tools/common/Suggestion.h"
 #include "tools/check/check.h"
 #include "tools/demo/demo.h"
 #include "tools/discover/discover.h"

@@ -6,7 +6,7 @@
 #include <grpcpp/server_builder.h>
 
 #include "tests/proto/wire.h"
-#include "tools/sanitizers/ReactionOrder.h"
+#include "sanitizers/ReactionOrder.h"
 
 namespace {
 

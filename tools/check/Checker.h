@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/ConfiguredSlots.h"
+#include "tools/common/ConfiguredSlots.h"
 #include "tools/check/Findings.h"
 #include "tools/check/Walk.h"
 

@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <variant>
 
-#include "tools/Words.h"
+#include "tools/common/Words.h"
 #include "tools/check/Text.h"
 
 namespace check {

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cctype>
 
-#include "tools/Suggestion.h"
+#include "tools/common/Suggestion.h"
 
 namespace check {
 namespace {

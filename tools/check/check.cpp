@@ -18,9 +18,9 @@
 #include <vector>
 
 #include "standin/Host.h"
-#include "tools/MemoryFile.h"
-#include "tools/Output.h"
-#include "tools/Suggestion.h"
+#include "standin/MemoryFile.h"
+#include "tools/common/Output.h"
+#include "tools/common/Suggestion.h"
 #include "tools/check/Checker.h"
 #include "tools/check/Report.h"
 
@@ -45,7 +45,7 @@ struct Options {
 // ---- Running ----------------------------------------------------------------------------------
 
 // Standard input as a file that can be read twice.
-void copyInput(const tools::MemoryFile& file) {
+void copyInput(const standin::MemoryFile& file) {
   constexpr std::size_t most = std::size_t{1} << 30;
   std::array<char, 65536> buffer;
   std::size_t size = 0;
@@ -67,7 +67,7 @@ Checked checkFile(const std::string& file, const Options& options) {
               .withSlots = options.slots || options.json};
   if (file != "-") return check(order);
   order.name = "<stdin>";
-  const tools::MemoryFile input;
+  const standin::MemoryFile input;
   try {
     copyInput(input);
   } catch (const UncheckableFile& error) {

@@ -18,9 +18,9 @@
 #include <vector>
 
 #include "example.h"
-#include "tools/MemoryFile.h"
-#include "tools/Output.h"
-#include "tools/Terminal.h"
+#include "standin/MemoryFile.h"
+#include "tools/common/Output.h"
+#include "tools/common/Terminal.h"
 #include "tools/demo/Child.h"
 
 namespace demo {
@@ -167,10 +167,10 @@ class SimulatorProcess {
   }
 
  private:
-  tools::MemoryFile example_{std::string(example::grpc_gateway_conf)};
+  standin::MemoryFile example_{std::string(example::grpc_gateway_conf)};
   Pipe output_;
   tools::InputLines lines_{output_.read};
-  tools::MemoryFile log_;
+  standin::MemoryFile log_;
   int nothing_;
   Child child_;
 };
@@ -182,7 +182,7 @@ class Demo {
   int run() {
     const auto addresses = awaitAddresses();
     if (!addresses) return interruptedCode;
-    const tools::MemoryFile config(exampleFor(*addresses));
+    const standin::MemoryFile config(exampleFor(*addresses));
     say("running. Try: set out_gain -6.5 (the simulator tells what arrives); slots; quit.");
     Child host(hostArguments(options_, config.path()), {}, Terminal::Shared);
     attend(host);

@@ -9,8 +9,8 @@
 #include <tuple>
 #include <utility>
 
-#include "tools/ConfiguredSlots.h"
-#include "tools/MemoryFile.h"
+#include "tools/common/ConfiguredSlots.h"
+#include "standin/MemoryFile.h"
 #include "tools/discover/CustomKeys.h"
 #include "tools/discover/Shown.h"
 
@@ -193,7 +193,7 @@ std::string textOf(const Draft& draft) {
 }
 
 void checkReadsBack(const Draft& draft, const std::string& text) {
-  const tools::MemoryFile file(text);
+  const standin::MemoryFile file(text);
   const gateway::ConfigManager config(file.path());
   if (!config.valid) failReadBack("it would be refused");
   if (config.metersTarget != draft.target) failReadBack("the target differs");

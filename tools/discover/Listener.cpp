@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "common.pb.h"
-#include "tools/ByteBuffer.h"
-#include "tools/sanitizers/ReactionOrder.h"
+#include "tools/common/ByteBuffer.h"
+#include "sanitizers/ReactionOrder.h"
 
 namespace discover {
 namespace {

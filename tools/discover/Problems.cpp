@@ -7,7 +7,7 @@
 #include <iterator>
 #include <string_view>
 
-#include "tools/StatusName.h"
+#include "tools/common/StatusName.h"
 #include "tools/discover/Shown.h"
 
 namespace discover {

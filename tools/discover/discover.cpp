@@ -19,8 +19,8 @@
 #include <vector>
 
 #include "standin/Host.h"
-#include "tools/Output.h"
-#include "tools/Terminal.h"
+#include "tools/common/Output.h"
+#include "tools/common/Terminal.h"
 #include "tools/discover/Draft.h"
 #include "tools/discover/Listener.h"
 #include "tools/discover/Problems.h"

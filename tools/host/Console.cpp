@@ -7,8 +7,8 @@
 #include <stdexcept>
 #include <string_view>
 
-#include "tools/Suggestion.h"
-#include "tools/Words.h"
+#include "tools/common/Suggestion.h"
+#include "tools/common/Words.h"
 
 namespace host {
 

@@ -12,7 +12,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "tools/ProcessUse.h"
+#include "tools/common/ProcessUse.h"
 #include "tools/host/RunningModule.h"
 
 namespace host {

@@ -11,7 +11,7 @@
 #include <utility>
 #include <variant>
 
-#include "tools/ConfiguredSlots.h"
+#include "tools/common/ConfiguredSlots.h"
 #include "tools/host/PageFeed.h"
 
 namespace host {

@@ -27,7 +27,7 @@
 #include <vector>
 
 #include "page.h"
-#include "tools/Suggestion.h"
+#include "tools/common/Suggestion.h"
 #include "tools/host/Json.h"
 #include "tools/host/Metrics.h"
 #include "tools/host/PageFeed.h"

@@ -8,8 +8,8 @@
 #include <array>
 #include <string_view>
 
-#include "tools/Output.h"
-#include "tools/Words.h"
+#include "tools/common/Output.h"
+#include "tools/common/Words.h"
 #include "tools/host/Json.h"
 
 namespace host {

@@ -7,9 +7,8 @@
 #include <system_error>
 
 #include "module/grpc-gateway/ConfigManager.h"
-#include "tools/ConfiguredSlots.h"
-#include "tools/Suggestion.h"
-#include "tools/sanitizers/AcceptedLeak.h"
+#include "tools/common/ConfiguredSlots.h"
+#include "tools/common/Suggestion.h"
 
 namespace host {
 namespace {
@@ -114,7 +113,6 @@ Notification RunningModule::set(const std::vector<Change>& changes) {
   notification.time = std::chrono::system_clock::now();
   notifications_.push_back(notification);
   if (notifications_.size() > notificationsKept) notifications_.pop_front();
-  const AcceptedLeak unlessTheStopTakesItsEnd;
   instance_.set(resolved);
   return notification;
 }

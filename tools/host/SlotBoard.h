@@ -20,7 +20,7 @@
 #include <vector>
 
 #include "standin/LoadedModule.h"
-#include "tools/ConfiguredSlots.h"
+#include "tools/common/ConfiguredSlots.h"
 
 namespace host {
 

@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "tools/Output.h"
-#include "tools/Terminal.h"
+#include "tools/common/Output.h"
+#include "tools/common/Terminal.h"
 #include "tools/host/Console.h"
 #include "tools/host/Cycles.h"
 #include "tools/host/Json.h"

@@ -9,9 +9,9 @@
 #include <system_error>
 #include <utility>
 
-#include "tools/Output.h"
-#include "tools/StatusName.h"
-#include "tools/Words.h"
+#include "tools/common/Output.h"
+#include "tools/common/StatusName.h"
+#include "tools/common/Words.h"
 #include "tools/sim/EventText.h"
 
 namespace sim {

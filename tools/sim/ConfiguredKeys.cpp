@@ -8,9 +8,9 @@
 
 #include "module/grpc-gateway/ConfigManager.h"
 #include "standin/Host.h"
-#include "tools/ConfiguredSlots.h"
-#include "tools/Output.h"
-#include "tools/Words.h"
+#include "tools/common/ConfiguredSlots.h"
+#include "tools/common/Output.h"
+#include "tools/common/Words.h"
 
 namespace sim {
 namespace {

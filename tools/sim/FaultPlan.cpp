@@ -12,9 +12,9 @@
 #include <system_error>
 #include <utility>
 
-#include "tools/StatusName.h"
-#include "tools/Suggestion.h"
-#include "tools/Words.h"
+#include "tools/common/StatusName.h"
+#include "tools/common/Suggestion.h"
+#include "tools/common/Words.h"
 #include "tools/sim/Random.h"
 
 namespace sim {

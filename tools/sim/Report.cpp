@@ -6,8 +6,8 @@
 #include <nlohmann/json.hpp>
 
 #include "engine.pb.h"
-#include "tools/Output.h"
-#include "tools/Words.h"
+#include "tools/common/Output.h"
+#include "tools/common/Words.h"
 #include "tools/sim/EventText.h"
 
 namespace sim {

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "tools/Output.h"
+#include "tools/common/Output.h"
 #include "tools/sim/WrongMessages.h"
 
 namespace sim {

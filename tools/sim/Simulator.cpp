@@ -16,9 +16,9 @@
 #include <stdexcept>
 #include <utility>
 
-#include "tools/ByteBuffer.h"
-#include "tools/Output.h"
-#include "tools/sanitizers/ReactionOrder.h"
+#include "tools/common/ByteBuffer.h"
+#include "tools/common/Output.h"
+#include "sanitizers/ReactionOrder.h"
 
 namespace sim {
 namespace {

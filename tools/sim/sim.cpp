@@ -20,9 +20,9 @@
 #include <thread>
 #include <vector>
 
-#include "tools/Output.h"
-#include "tools/Terminal.h"
-#include "tools/Words.h"
+#include "tools/common/Output.h"
+#include "tools/common/Terminal.h"
+#include "tools/common/Words.h"
 #include "tools/sim/Commander.h"
 #include "tools/sim/ConfiguredKeys.h"
 #include "tools/sim/EngineAnswers.h"

@@ -11,7 +11,7 @@
 #include <thread>
 
 #include "tests/proof/Proof.h"
-#include "tools/ProcessUse.h"
+#include "tools/common/ProcessUse.h"
 
 // Absent but for the sanitizers' builds, whose allocator stands in front of the system's.
 extern "C" __attribute__((weak)) size_t __sanitizer_get_current_allocated_bytes();

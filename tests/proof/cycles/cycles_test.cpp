@@ -13,7 +13,6 @@
 #include "tests/proof/Proof.h"
 #include "tests/proof/cycles/Trend.h"
 #include "tests/proof/stop/GrpcGate.h"
-#include "tools/sanitizers/AcceptedLeak.h"
 
 namespace proof {
 namespace {
@@ -71,7 +70,6 @@ class Place {
 
 // One notification of a change for every place.
 void change(standin::Engine& engine, const std::vector<std::unique_ptr<Place>>& places) {
-  const AcceptedLeak lastEvent;
   standin::KeyValueList changes;
   for (const auto& place : places) changes.addInt((place->name() + ".delay").c_str(), 1);
   engine.notify(&changes);

@@ -7,7 +7,7 @@
 #include "tests/module/grpc-gateway/flows/StreamTest.h"
 #include "tests/proof/Proof.h"
 #include "tests/proof/peers/Peers.h"
-#include "tools/StatusName.h"
+#include "tools/common/StatusName.h"
 
 namespace {
 

@@ -20,7 +20,7 @@
 #include <utility>
 
 #include "module/grpc-gateway/AsyncEventPayload.h"
-#include "tools/sanitizers/ReactionOrder.h"
+#include "sanitizers/ReactionOrder.h"
 
 namespace proof {
 namespace {

@@ -11,7 +11,6 @@
 #include "tests/module/grpc-gateway/flows/FlowTest.h"
 #include "tests/proof/Proof.h"
 #include "tests/proof/stop/GrpcGate.h"
-#include "tools/sanitizers/AcceptedLeak.h"
 
 namespace proof {
 
@@ -66,9 +65,8 @@ class StopTest : public GatewayTest {
                      Batch().addString("last.one", text).hex() + " " + std::to_string(times));
   }
 
-  // A change of a parameter. Its call can be what ends the loop.
+  // A change of a parameter.
   void change(int value) {
-    const AcceptedLeak lastEvent;
     standin::KeyValueList changes;
     changes.addInt("gateway.delay", value);
     engine.notify(&changes);

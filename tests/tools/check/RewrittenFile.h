@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "tools/MemoryFile.h"
+#include "standin/MemoryFile.h"
 
 class RewrittenFile {
  public:
@@ -25,5 +25,5 @@ class RewrittenFile {
   }
 
  private:
-  tools::MemoryFile file_;
+  standin::MemoryFile file_;
 };

@@ -12,7 +12,7 @@
 #include "standin/KeyValueList.h"
 #include "tests/support/SimProcess.h"
 #include "tests/support/TemporaryFolder.h"
-#include "tools/sanitizers/AcceptedLeak.h"
+#include "standin/AcceptedLeak.h"
 
 namespace gateway {
 

@@ -3,7 +3,6 @@
 #include <thread>
 
 #include "tests/module/grpc-gateway/flows/FlowTest.h"
-#include "tools/sanitizers/AcceptedLeak.h"
 
 namespace {
 
@@ -223,7 +222,6 @@ TEST_F(Params, OfTextsThatAreNotUtf8GoOutAsTheyAre) {
 
 TEST_F(Params, SetByTheHostArriveAtTheService) {
   startEngineSide();
-  const AcceptedLeak lastEvent;
   instance.set({{instance.slot(standin::SlotSet::Engine, "gain"), -6.5f},
                 {instance.slot(standin::SlotSet::Engine, "name"), std::string("hall")}});
   EXPECT_EQ(received(),

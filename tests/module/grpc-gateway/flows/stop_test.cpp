@@ -3,7 +3,6 @@
 #include <latch>
 
 #include "tests/module/grpc-gateway/flows/FlowTest.h"
-#include "tools/sanitizers/AcceptedLeak.h"
 
 namespace {
 
@@ -33,7 +32,6 @@ class Stopping : public FlowTest {
   }
 
   void change(int value) {
-    const AcceptedLeak lastEvent;
     KeyValueList changes;
     changes.addInt("gateway.delay", value);
     engine.notify(&changes);

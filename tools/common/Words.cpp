@@ -1,4 +1,4 @@
-#include "tools/Words.h"
+#include "tools/common/Words.h"
 
 #include <fmt/format.h>
 

@@ -3,8 +3,8 @@
 
 #include <stdexcept>
 
-#include "tools/Suggestion.h"
-#include "tools/Words.h"
+#include "tools/common/Suggestion.h"
+#include "tools/common/Words.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "tools/ProcessUse.h"
+#include "tools/common/ProcessUse.h"
 
 #include <filesystem>
 #include <iterator>

@@ -1,4 +1,4 @@
-#include "tools/MemoryFile.h"
+#include "standin/MemoryFile.h"
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -6,9 +6,9 @@
 #include <cerrno>
 #include <system_error>
 
-namespace tools {
+namespace standin {
 
-MemoryFile::MemoryFile(const std::string& text) : descriptor_(memfd_create("gatewayctl", 0)) {
+MemoryFile::MemoryFile(const std::string& text) : descriptor_(memfd_create("standin", 0)) {
   const auto size = static_cast<ssize_t>(text.size());
   if (descriptor_ >= 0 && write(descriptor_, text.data(), text.size()) == size) return;
   const int error = errno;
@@ -24,4 +24,4 @@ std::string MemoryFile::path() const {
   return "/proc/self/fd/" + std::to_string(descriptor_);
 }
 
-}  // namespace tools
+}  // namespace standin

@@ -7,7 +7,7 @@
 
 #include <string>
 
-namespace tools {
+namespace standin {
 
 class MemoryFile {
  public:
@@ -26,4 +26,4 @@ class MemoryFile {
   int descriptor_;
 };
 
-}  // namespace tools
+}  // namespace standin

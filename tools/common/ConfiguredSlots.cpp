@@ -1,4 +1,4 @@
-#include "tools/ConfiguredSlots.h"
+#include "tools/common/ConfiguredSlots.h"
 
 #include "module/grpc-gateway/GatewaySlots.h"
 

@@ -1,4 +1,4 @@
-#include "tools/StatusName.h"
+#include "tools/common/StatusName.h"
 
 #include <array>
 #include <utility>

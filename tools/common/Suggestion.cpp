@@ -1,4 +1,4 @@
-#include "tools/Suggestion.h"
+#include "tools/common/Suggestion.h"
 
 #include <algorithm>
 #include <cstddef>

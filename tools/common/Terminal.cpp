@@ -1,4 +1,4 @@
-#include "tools/Terminal.h"
+#include "tools/common/Terminal.h"
 
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -14,7 +14,7 @@
 #include <string_view>
 #include <utility>
 
-#include "tools/Output.h"
+#include "tools/common/Output.h"
 
 namespace tools {
 namespace {

@@ -1,5 +1,5 @@
 // The slots that the tools expect of a configuration are those that the module makes of it.
-#include "tools/ConfiguredSlots.h"
+#include "tools/common/ConfiguredSlots.h"
 
 #include <gtest/gtest.h>
 
