@@ -1,14 +1,14 @@
-// Tells the thread sanitizer what gRPC's completion queues put in order.
+// Tells the thread sanitizer which order gRPC's completion queues guarantee.
 //
-// gRPC as the distribution builds it is not instrumented, and its locks are futexes, so that the
-// sanitizer sees no order between the thread that starts an operation and the one that takes its
-// completion, and would report every object that goes along. The order is what the queue promises:
-// what was written before an operation was started is seen by who takes its event. This file says
-// exactly that, by tag, around the functions that start operations and take events. It adds no
-// order between operations of different tags, so races of our own are still found.
+// The distribution's gRPC is not instrumented, and its locks are futexes. The sanitizer therefore
+// sees no order between the thread that starts an operation and the one that takes its completion,
+// and would report every object passed along. The queue guarantees that whoever takes an event sees
+// what was written before its operation was started. This file states exactly that, tag by tag,
+// around the functions that start operations and take events. It orders nothing between different
+// tags, so the sanitizer still finds our own races.
 //
-// For programs of the thread sanitizer's build only; they export these functions in front of the
-// libraries' own.
+// Only programs built with the thread sanitizer link it. They export these functions so that they
+// replace the libraries' own.
 #include <dlfcn.h>
 #include <grpc/grpc.h>
 #include <grpcpp/alarm.h>
@@ -43,7 +43,7 @@ Function* theirs(const char* symbol) {
   return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, symbol));
 }
 
-// The wake-up of a stop carries no tag; it orders nothing that the join behind it does not.
+// The alarm that wakes a stopping loop has no tag. The join that follows gives the order.
 void started(void* tag) {
   if (tag != nullptr) __tsan_release(tag);
 }

@@ -1,6 +1,6 @@
-// Tells the thread sanitizer that gRPC calls the reactions of one call in order: each of them sees
-// what was written before the operation was started that it reacts to. The sanitizer can't see that
-// by itself, since the distribution's gRPC is not instrumented. Does nothing in other builds.
+// Tells the thread sanitizer that gRPC runs the reactions of one call in order: each reaction sees
+// everything written before its operation was started. The sanitizer can't see this by itself, since
+// the distribution's gRPC is not instrumented. Does nothing in other builds.
 #pragma once
 
 #if defined(__SANITIZE_THREAD__)
@@ -18,8 +18,8 @@ void __tsan_release(void* address);
 }
 #endif
 
-// One stands at the begin of each reaction, and of whatever starts operations: it comes after those
-// of the same call that have ended.
+// Put one at the beginning of each reaction and of each function that starts operations. It then
+// happens after all that have ended for the same call.
 class ReactionOrder {
  public:
 #ifdef GATEWAY_THREAD_SANITIZER

@@ -1,8 +1,8 @@
-// A file in memory, for readers that want a path. It has no name in any folder, so that nothing is
-// left behind, however the process ends.
+// A file in memory, for readers that need a path. It has no name in any folder, so nothing remains
+// however the process ends.
 //
-// Threads: none of its own; it never changes once it is made.
-// Ownership: it owns the file, which is gone when it and the children that inherited it are.
+// Threads: any; it never changes.
+// Ownership: it owns the file, which vanishes along with it and the children that inherited it.
 #pragma once
 
 #include <string>
@@ -11,13 +11,13 @@ namespace standin {
 
 class MemoryFile {
  public:
-  // Throws std::system_error if there is no memory or descriptor for it.
+  // Throws std::system_error if memory or descriptors run out.
   explicit MemoryFile(const std::string& text = "");
   ~MemoryFile();
   MemoryFile(const MemoryFile&) = delete;
   MemoryFile& operator=(const MemoryFile&) = delete;
 
-  // For this process and, as they inherit the descriptor, for children too.
+  // Valid in this process and in children, which inherit the descriptor.
   std::string path() const;
 
   int descriptor() const { return descriptor_; }

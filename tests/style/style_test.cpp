@@ -71,16 +71,19 @@ const std::vector<Room> rooms = {
     // The module.
     {module + "HostAccess", {"src/host/"}},
     {module + "TextBlock", {}},
-    {module + "ConfigManager", {"src/host/", "src/shquote/", "src/ini/", module + "HostAccess"}},
+    {module + "ValueType", {"src/host/"}},
+    {module + "ConfigManager",
+     {"src/host/", "src/shquote/", "src/ini/", module + "HostAccess", module + "ValueType"}},
     {module + "GatewaySlots", {"src/host/", module + "ConfigManager"}},
     {module + "MeterListCopy", {module + "ConfigManager", module + "TextBlock"}},
     {module + "EngineListCopy", {module + "ConfigManager", module + "TextBlock"}},
+    {module + "ParamConversion", {"src/host/", "proto/", module + "HostAccess"}},
     {module + "Async",
      {"src/host/", "proto/", module + "HostAccess", module + "ConfigManager",
       module + "MeterListCopy"}},
     {module + "gRPCGatewayClient",
      {"src/host/", "proto/", module + "HostAccess", module + "ConfigManager",
-      module + "GatewaySlots", module + "Async"}},
+      module + "GatewaySlots", module + "ParamConversion", module + "Async"}},
     {module + "grpc-gateway-module",
      {"src/host/", module + "HostAccess", module + "ConfigManager", module + "EngineListCopy",
       module + "GatewaySlots", module + "gRPCGatewayClient"}},
@@ -91,12 +94,16 @@ const std::vector<Room> rooms = {
      {"src/host/", "src/shquote/", "src/standin/", module + "ConfigManager",
       module + "GatewaySlots"}},
     {"tools/sim/",
-     {"proto/", "src/sanitizers/", "src/standin/", module + "ConfigManager", "tools/common/"}},
-    {"tools/host/", {"src/host/", "src/standin/", module + "ConfigManager", "tools/common/"}},
+     {"proto/", "src/sanitizers/", "src/standin/", module + "ConfigManager", module + "ValueType",
+      "tools/common/"}},
+    {"tools/host/",
+     {"src/host/", "src/standin/", module + "ConfigManager", module + "ValueType",
+      "tools/common/"}},
     {"tools/check/",
-     {"src/host/", "src/shquote/", "src/standin/", module + "ConfigManager", "tools/common/"}},
+     {"src/host/", "src/shquote/", "src/standin/", module + "ConfigManager", module + "ValueType",
+      "tools/common/"}},
     {"tools/discover/",
-     {"src/host/", "proto/", "src/sanitizers/", "src/standin/", "tools/common/"}},
+     {"proto/", "src/sanitizers/", "src/standin/", module + "ValueType", "tools/common/"}},
     {"tools/demo/", {"src/standin/", "tools/common/"}},
     {"tools/gatewayctl",
      {"tools/sim/", "tools/host/", "tools/check/", "tools/discover/", "tools/demo/",
@@ -153,7 +160,7 @@ TEST(Style, IncludesPointDownwardOnly) {
 // The payloads are gRPC's lowest users: below them nothing knows of it.
 TEST(Style, TheConfigurationAndTheSlotsKnowNothingOfGrpc) {
   for (const char* name : {"ConfigManager", "GatewaySlots", "HostAccess", "MeterListCopy",
-                           "EngineListCopy", "TextBlock"}) {
+                           "EngineListCopy", "TextBlock", "ValueType"}) {
     for (const char* ending : {".h", ".cpp"}) {
       const std::string file = module + name + ending;
       if (!fs::exists(root / file)) continue;

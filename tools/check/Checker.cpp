@@ -8,16 +8,16 @@ namespace {
 constexpr std::size_t keptLogLines = 50;
 
 // Has the module read the file, and listens to it.
-void askModule(const Order& order, Checked& checked) {
+void askModule(const Request& request, Checked& checked) {
   standin::Host& host = standin::Host::current();
   host.setLogSink([&](const standin::LogLine& line) {
     if (checked.log.size() < keptLogLines) checked.log.push_back({line.level, line.text});
   });
-  const gateway::ConfigManager config(order.path);
+  const gateway::ConfigManager config(request.path);
   host.setLogSink({});
   checked.moduleWasAsked = true;
   checked.verdict = config.valid ? Verdict::Accepted : Verdict::Refused;
-  if (config.valid && order.withSlots) checked.slots = tools::slotsOf(config);
+  if (config.valid && request.withSlots) checked.slots = tools::slotsOf(config);
 }
 
 }  // namespace
@@ -28,18 +28,19 @@ std::string_view nameOf(Verdict verdict) {
       return "accepted";
     case Verdict::Refused:
       return "refused";
-    default:
-      return "unreadable";
+    case Verdict::Unreadable:
+      break;
   }
+  return "unreadable";
 }
 
-Checked check(const Order& order) {
-  Checked checked{.file = order.name};
-  Findings findings(order.allowed);
+Checked check(const Request& request) {
+  Checked checked{.file = request.name};
+  Findings findings(request.allowed);
   try {
-    const Ending ending = walk(order.path, order.name, findings, order.limits);
+    const Reading reading = walk(request.path, request.name, findings, request.limits);
     checked.verdict = Verdict::Refused;
-    if (ending == Ending::Regular) askModule(order, checked);
+    if (reading == Reading::Finite) askModule(request, checked);
   } catch (const UncheckableFile& error) {
     checked.reason = error.what();
   }

@@ -13,9 +13,9 @@
 #include <string>
 #include <vector>
 
-#include "tools/common/ConfiguredSlots.h"
 #include "tools/check/Findings.h"
 #include "tools/check/Walk.h"
+#include "tools/common/ConfiguredSlots.h"
 
 namespace check {
 
@@ -48,7 +48,7 @@ struct Checked {
   std::size_t count(Severity severity) const { return counts[static_cast<std::size_t>(severity)]; }
 };
 
-struct Order {
+struct Request {
   std::string path = {};
   std::string name = {};        // for messages
   std::set<Rule> allowed = {};  // rules whose warnings are passed over
@@ -57,6 +57,6 @@ struct Order {
 };
 
 // Does not throw for anything in the file, nor for a file that can't be read.
-Checked check(const Order& order);
+Checked check(const Request& request);
 
 }  // namespace check

@@ -5,22 +5,6 @@
 #include <utility>
 
 namespace check {
-namespace {
-
-Severity severityOf(Weight weight, bool inDedicatedFile) {
-  switch (weight) {
-    case Weight::LineError:
-      return inDedicatedFile ? Severity::Warning : Severity::Error;
-    case Weight::Error:
-      return Severity::Error;
-    case Weight::Warning:
-      return Severity::Warning;
-    default:
-      return Severity::Note;
-  }
-}
-
-}  // namespace
 
 Diagnostic LineReport::at(Span place) const {
   return {.file = file_.name,

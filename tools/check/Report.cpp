@@ -8,8 +8,8 @@
 #include <cstdlib>
 #include <variant>
 
-#include "tools/common/Words.h"
 #include "tools/check/Text.h"
+#include "tools/common/Words.h"
 
 namespace check {
 namespace {
@@ -58,7 +58,7 @@ Row rowOf(const tools::ConfiguredSlot& slot) {
   const bool isEngine = slot.set == standin::SlotSet::Engine;
   return {std::string(standin::nameOf(slot.set)),
           std::to_string(slot.position),
-          std::string(tools::typeNameOf(slot.valueType)),
+          nameOf(slot.type),
           tools::printable(slot.name),
           slot.nameIsGenerated ? "yes" : "no",
           isEngine ? "-" : std::visit(DefaultText{}, slot.defaultValue),
@@ -83,7 +83,7 @@ Json jsonOf(const tools::ConfiguredSlot& slot) {
   const bool isEngine = slot.set == standin::SlotSet::Engine;
   return {{"set", standin::nameOf(slot.set)},
           {"position", slot.position},
-          {"type", tools::typeNameOf(slot.valueType)},
+          {"type", nameOf(slot.type)},
           {"name", slot.name},
           {"generated", slot.nameIsGenerated},
           {"key", slot.key},

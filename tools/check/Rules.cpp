@@ -275,9 +275,24 @@ std::string_view nameOf(Severity severity) {
       return "error";
     case Severity::Warning:
       return "warning";
-    default:
-      return "note";
+    case Severity::Note:
+      break;
   }
+  return "note";
+}
+
+Severity severityOf(Weight weight, bool inDedicatedFile) {
+  switch (weight) {
+    case Weight::LineError:
+      return inDedicatedFile ? Severity::Warning : Severity::Error;
+    case Weight::Error:
+      return Severity::Error;
+    case Weight::Warning:
+      return Severity::Warning;
+    case Weight::Note:
+      break;
+  }
+  return Severity::Note;
 }
 
 std::span<const RuleText> allRules() {
@@ -301,16 +316,8 @@ std::vector<std::string> ruleNames() {
 }
 
 std::string_view describe(Weight weight) {
-  switch (weight) {
-    case Weight::LineError:
-      return "error; in a dedicated file a warning";
-    case Weight::Error:
-      return "error";
-    case Weight::Warning:
-      return "warning";
-    default:
-      return "note";
-  }
+  if (weight == Weight::LineError) return "error; in a dedicated file a warning";
+  return nameOf(severityOf(weight, false));
 }
 
 bool canBeAllowed(Weight weight) {

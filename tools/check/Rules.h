@@ -103,6 +103,7 @@ const RuleText* ruleOf(std::string_view name);
 std::vector<std::string> ruleNames();
 
 // "error", "error; in a dedicated file a warning" and so on.
+Severity severityOf(Weight weight, bool inDedicatedFile);
 std::string_view describe(Weight weight);
 
 // Whether a breach can be a warning, and so be switched off.

@@ -12,17 +12,16 @@ namespace {
 
 std::vector<Section> makeSections() {
   using enum SectionKind;
-  using enum ValueType;
-  return {{Meters, "Meters", String, {"Target", "EnableFastMeters", "EnableSlowMeters"}},
-          {Engine, "Engine", String, {"Target"}},
-          {MeterEntries, "MetersString", String, {"Meter"}},
-          {MeterEntries, "MetersInt", Int, {"Meter"}},
-          {MeterEntries, "MetersUint", Uint, {"Meter"}},
-          {MeterEntries, "MetersFloat", Float, {"Meter"}},
-          {EngineEntries, "EngineString", String, {"Param"}},
-          {EngineEntries, "EngineInt", Int, {"Param"}},
-          {EngineEntries, "EngineUint", Uint, {"Param"}},
-          {EngineEntries, "EngineFloat", Float, {"Param"}}};
+  std::vector<Section> sections = {
+      {Meters, "Meters", ValueType::String, {"Target", "EnableFastMeters", "EnableSlowMeters"}},
+      {Engine, "Engine", ValueType::String, {"Target"}}};
+  for (const auto& row : gateway::valueTypes) {
+    sections.push_back({MeterEntries, row.meterSection, row.type, {"Meter"}});
+  }
+  for (const auto& row : gateway::valueTypes) {
+    sections.push_back({EngineEntries, row.paramSection, row.type, {"Param"}});
+  }
+  return sections;
 }
 
 const std::vector<Section>& sections() {
@@ -31,19 +30,6 @@ const std::vector<Section>& sections() {
 }
 
 }  // namespace
-
-std::string_view nameOf(ValueType type) {
-  switch (type) {
-    case ValueType::String:
-      return "string";
-    case ValueType::Int:
-      return "int";
-    case ValueType::Uint:
-      return "uint";
-    default:
-      return "float";
-  }
-}
 
 std::span<const Section> namedSections() {
   return sections();

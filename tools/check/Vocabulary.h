@@ -9,10 +9,11 @@
 #include <string_view>
 #include <vector>
 
+#include "module/grpc-gateway/ValueType.h"
+
 namespace check {
 
-enum class ValueType { String, Int, Uint, Float };
-std::string_view nameOf(ValueType type);
+using gateway::ValueType;
 
 enum class SectionKind { Meters, Engine, MeterEntries, EngineEntries, Condition, Unknown };
 

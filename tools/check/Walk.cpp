@@ -18,13 +18,13 @@
 #include <utility>
 #include <vector>
 
+#include "tools/check/ConfigurationRules.h"
 #include "tools/check/EntryRules.h"
 #include "tools/check/EntryWords.h"
 #include "tools/check/LineReport.h"
 #include "tools/check/Scanner.h"
 #include "tools/check/Text.h"
 #include "tools/check/Vocabulary.h"
-#include "tools/check/Whole.h"
 
 namespace check {
 namespace {
@@ -108,7 +108,7 @@ class Walker {
  public:
   Walker(Findings& findings, const WalkLimits& limits) : findings_(findings), limits_(limits) {}
 
-  Ending operator()(const std::string& path, const std::string& name);
+  Reading operator()(const std::string& path, const std::string& name);
 
  private:
   void openMain(const std::string& path, const std::string& name);
@@ -135,20 +135,20 @@ class Walker {
 
   Findings& findings_;
   const WalkLimits limits_;
-  Whole whole_;
+  ConfigurationRules configuration_;
   std::vector<std::string> fileNames_;
   std::vector<std::unique_ptr<Frame>> frames_;  // the main file first
   std::uint64_t order_ = 0;
   std::size_t included_ = 0;
   std::size_t includedBytes_ = 0;
-  bool isAstray_ = false;
+  bool isEndless_ = false;
   bool tooManyReported_ = false;
   bool relativeReported_ = false;
 };
 
 // ---- Files ------------------------------------------------------------------------------------
 
-Ending Walker::operator()(const std::string& path, const std::string& name) {
+Reading Walker::operator()(const std::string& path, const std::string& name) {
   openMain(path, name);
   while (!frames_.empty()) {
     Frame& frame = *frames_.back();
@@ -157,8 +157,8 @@ Ending Walker::operator()(const std::string& path, const std::string& name) {
     else
       leave();
   }
-  whole_.finish(name, order_, findings_);
-  return isAstray_ ? Ending::Astray : Ending::Regular;
+  configuration_.finish(name, order_, findings_);
+  return isEndless_ ? Reading::Endless : Reading::Finite;
 }
 
 void Walker::openMain(const std::string& path, const std::string& name) {
@@ -475,7 +475,8 @@ void Walker::takePair(Frame& frame, LineReport& report) {
 
 void Walker::takeStrayPair(Frame& frame, LineReport& report) {
   const Line& line = report.line();
-  if (sameName(line.name.of(line.text), "Target")) whole_.noteLostTarget("", report.ownName());
+  if (sameName(line.name.of(line.text), "Target"))
+    configuration_.noteLostTarget("", report.ownName());
   if (std::exchange(frame.strayPairReported, true)) return;
   report.add(Rule::PairOutsideSection, line.body,
              fmt::format("no section header stands above this line, and {}", report.consequence()),
@@ -493,10 +494,10 @@ void Walker::takeValue(Frame& frame, std::string_view key, LineReport& report) {
   } else if (section.kind == SectionKind::Condition) {
     takeFileLine(frame, report);
   } else if (section.kind == SectionKind::Meters || section.kind == SectionKind::Engine) {
-    whole_.set(section.kind, key, value, report);
+    configuration_.set(section.kind, key, value, report);
   } else if (const auto entry = readEntry(section, value, report)) {
-    whole_.add(section, *entry, report);
-    if (whole_.entries() <= limits_.entries) return;
+    configuration_.add(section, *entry, report);
+    if (configuration_.entries() <= limits_.entries) return;
     throw UncheckableFile(fmt::format(
         "it has more than {} entries, and only so many can be checked", limits_.entries));
   }
@@ -567,7 +568,7 @@ void Walker::useUnknownSection(Frame& frame, LineReport& report) {
   Header& header = *frame.header;
   const Line& line = report.line();
   if (sameName(line.name.of(line.text), "Target")) {
-    whole_.noteLostTarget(header.name, report.ownName());
+    configuration_.noteLostTarget(header.name, report.ownName());
   }
   if (std::exchange(header.isUsed, true)) return;
   Diagnostic at = header.at;
@@ -622,7 +623,7 @@ void Walker::reportUnknownKey(const Section& section, std::string_view key, Line
   const bool isSettings =
       section.kind == SectionKind::Meters || section.kind == SectionKind::Engine;
   if (!closestName(key.substr(0, key.find_first_of(" \t:")), {"Target"}).empty()) {
-    whole_.noteLostTarget(section.name, report.ownName());
+    configuration_.noteLostTarget(section.name, report.ownName());
   }
   const std::string consequence =
       isCondition ? "the module passes over the line" : report.consequence();
@@ -740,14 +741,14 @@ bool Walker::leadsBack(const Opened& opened) const {
 
 void Walker::goAstray(Rule rule, Span place, std::string text, std::string remedy,
                       LineReport& report) {
-  isAstray_ = true;
+  isEndless_ = true;
   report.add(rule, place, std::move(text), std::move(remedy));
 }
 
 }  // namespace
 
-Ending walk(const std::string& path, const std::string& name, Findings& findings,
-            const WalkLimits& limits) {
+Reading walk(const std::string& path, const std::string& name, Findings& findings,
+             const WalkLimits& limits) {
   return Walker(findings, limits)(path, name);
 }
 

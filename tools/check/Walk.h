@@ -4,7 +4,7 @@
 // The module reads a dedicated file within the reading of the one that names it, without a limit.
 // Here the files that are open stand in a list, so that one which names itself is found.
 //
-// Threads: one at a time. Memory: one chunk for each open file, and what Findings and Whole keep.
+// Threads: one at a time. Memory: one chunk for each open file, and what Findings and ConfigurationRules keep.
 #pragma once
 
 #include <cstddef>
@@ -28,11 +28,11 @@ struct WalkLimits {
   std::size_t entries = 1000000;
 };
 
-// Whether the module may be asked about the configuration, or would go astray in it.
-enum class Ending { Regular, Astray };
+// Whether the module would finish reading the configuration. If not, it must not be asked.
+enum class Reading { Finite, Endless };
 
 // Looks at the file at `path`, which messages call `name`. Throws UncheckableFile.
-Ending walk(const std::string& path, const std::string& name, Findings& findings,
-            const WalkLimits& limits = {});
+Reading walk(const std::string& path, const std::string& name, Findings& findings,
+             const WalkLimits& limits = {});
 
 }  // namespace check

@@ -19,10 +19,10 @@
 
 #include "standin/Host.h"
 #include "standin/MemoryFile.h"
-#include "tools/common/Output.h"
-#include "tools/common/Suggestion.h"
 #include "tools/check/Checker.h"
 #include "tools/check/Report.h"
+#include "tools/common/Output.h"
+#include "tools/common/Suggestion.h"
 
 namespace check {
 namespace {
@@ -61,20 +61,20 @@ void copyInput(const standin::MemoryFile& file) {
 }
 
 Checked checkFile(const std::string& file, const Options& options) {
-  Order order{.path = file,
-              .name = file,
-              .allowed = options.allowed,
-              .withSlots = options.slots || options.json};
-  if (file != "-") return check(order);
-  order.name = "<stdin>";
+  Request request{.path = file,
+                  .name = file,
+                  .allowed = options.allowed,
+                  .withSlots = options.slots || options.json};
+  if (file != "-") return check(request);
+  request.name = "<stdin>";
   const standin::MemoryFile input;
   try {
     copyInput(input);
   } catch (const UncheckableFile& error) {
-    return {.file = order.name, .reason = error.what()};
+    return {.file = request.name, .reason = error.what()};
   }
-  order.path = input.path();
-  return check(order);
+  request.path = input.path();
+  return check(request);
 }
 
 int exitCodeOf(const Checked& checked, bool strict) {

@@ -1,4 +1,4 @@
-// Raw messages of gRPC's generic calls. Any thread.
+// Raw messages of gRPC's generic API. Any thread.
 #pragma once
 
 #include <grpcpp/support/byte_buffer.h>
@@ -8,7 +8,7 @@
 
 namespace tools {
 
-// All bytes of a message; none if it can't be read.
+// All bytes of a message; empty if it can't be read.
 inline std::string bytesOf(const grpc::ByteBuffer& buffer) {
   std::vector<grpc::Slice> slices;
   std::string bytes;

@@ -7,7 +7,11 @@ namespace {
 
 using gateway::EngineEntry;
 using gateway::MeterEntry;
+using gateway::MeterEntryType;
 using standin::SlotSet;
+
+template <class T>
+using MeterList = std::vector<MeterEntry<T>>;
 
 template <class T>
 T defaultOf(const MeterEntry<T>& entry) {
@@ -26,7 +30,7 @@ void append(std::vector<ConfiguredSlot>& slots, SlotSet set, const std::vector<E
     const Entry& entry = entries[i];
     const bool generated = entry.customKey.empty();
     slots.push_back({.set = set,
-                     .valueType = Group::valueType,
+                     .type = gateway::ListsOf<T>::type,
                      .position = i,
                      .name = generated ? Group::namePrefix + std::to_string(i) : entry.customKey,
                      .nameIsGenerated = generated,
@@ -39,32 +43,15 @@ void append(std::vector<ConfiguredSlot>& slots, SlotSet set, const std::vector<E
 
 std::vector<ConfiguredSlot> slotsOf(const gateway::ConfigManager& config) {
   std::vector<ConfiguredSlot> slots;
-  append<std::string>(slots, SlotSet::Fast, config.fastMeterStrings);
-  append<std::int32_t>(slots, SlotSet::Fast, config.fastMeterInts);
-  append<std::uint32_t>(slots, SlotSet::Fast, config.fastMeterUints);
-  append<float>(slots, SlotSet::Fast, config.fastMeterFloats);
-  append<std::string>(slots, SlotSet::Slow, config.slowMeterStrings);
-  append<std::int32_t>(slots, SlotSet::Slow, config.slowMeterInts);
-  append<std::uint32_t>(slots, SlotSet::Slow, config.slowMeterUints);
-  append<float>(slots, SlotSet::Slow, config.slowMeterFloats);
-  append<std::string>(slots, SlotSet::Engine, config.engineStrings);
-  append<std::int32_t>(slots, SlotSet::Engine, config.engineInts);
-  append<std::uint32_t>(slots, SlotSet::Engine, config.engineUints);
-  append<float>(slots, SlotSet::Engine, config.engineFloats);
+  gateway::visitMeters(config, MeterEntryType::Fast, [&]<class T>(const MeterList<T>& list) {
+    append<T>(slots, SlotSet::Fast, list);
+  });
+  gateway::visitMeters(config, MeterEntryType::Slow, [&]<class T>(const MeterList<T>& list) {
+    append<T>(slots, SlotSet::Slow, list);
+  });
+  gateway::visitParams(config,
+                       [&]<class T>(const auto& list) { append<T>(slots, SlotSet::Engine, list); });
   return slots;
-}
-
-std::string_view typeNameOf(std::uint32_t valueType) {
-  switch (valueType) {
-    case SONALITH_SLOT_STRING:
-      return "string";
-    case SONALITH_SLOT_INT:
-      return "int";
-    case SONALITH_SLOT_UINT:
-      return "uint";
-    default:
-      return "float";
-  }
 }
 
 }  // namespace tools

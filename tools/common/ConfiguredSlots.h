@@ -1,17 +1,15 @@
-// The slots that a configuration gives, with what the host is not told of them: their keys, and
-// whether their names were made up.
+// The slots that a configuration produces, with what the host never learns: their keys, and whether
+// their names were generated.
 //
-// The configuration is read by the module's own ConfigManager, so that nothing here can see it
-// otherwise than the module does. That one logs through the host's operations: a standin::Host has
-// to exist while it reads, and its log sink hears why a file was refused.
+// The module's own ConfigManager reads the configuration, so that a tool sees exactly what the
+// module sees. ConfigManager logs through the host's operations: a standin::Host must exist while it
+// reads, and the host's log sink receives the reasons for a refusal.
 //
 // Any thread.
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "module/grpc-gateway/ConfigManager.h"
@@ -21,21 +19,17 @@ namespace tools {
 
 struct ConfiguredSlot {
   standin::SlotSet set;
-  std::uint32_t valueType;          // SONALITH_SLOT_...
+  gateway::ValueType type;
   std::size_t position;             // in its list: from 0, for each set and type
   std::string name;                 // of the slot
   bool nameIsGenerated;             // the configuration has no CustomKey
   std::string key;                  // on the stream or at the engine service
-  standin::SlotValue defaultValue;  // of the slot's type, as configured; zero for an engine slot
+  standin::SlotValue defaultValue;  // as configured; zero for an engine slot
 
   bool operator==(const ConfiguredSlot&) const = default;
 };
 
-// All slots in the order in which the host sees them: fast, slow, engine, and in each string, int,
-// uint, float.
+// All slots in the host's order: fast, slow, engine, and within each set string, int, uint, float.
 std::vector<ConfiguredSlot> slotsOf(const gateway::ConfigManager& config);
-
-// As configurations and commands call it: "string", "int", "uint", "float".
-std::string_view typeNameOf(std::uint32_t valueType);
 
 }  // namespace tools

@@ -1,23 +1,22 @@
-// Writing to the terminal, or to whatever stands in its place and may have gone: a full disk, a
-// closed pipe. Nothing is thrown, since lines are also written on threads and in callbacks that
-// nothing may be thrown through.
+// Output to the terminal or to whatever replaces it, which may fail: a full disk, a closed pipe.
+// Nothing throws, because threads and callbacks that must not throw write lines, too.
 //
-// Any thread; each text is written whole and at once.
+// Any thread; each text is written in one piece.
 #pragma once
 
 #include <string_view>
 
 namespace tools {
 
-// To standard output, at once. What can't be written is lost, and `outputFailed` from then on.
+// Writes to standard output, unbuffered. Text that can't be written is lost, and from then on
+// outputFailed() returns true.
 void writeOut(std::string_view text) noexcept;
 bool outputFailed() noexcept;
 
-// To standard error. What can't be written is lost.
+// Writes to standard error. Text that can't be written is lost.
 void writeError(std::string_view text) noexcept;
 
-// Whether what is written there may be coloured: it is a terminal, and NO_COLOR is not set, or
-// empty.
+// Whether output to `descriptor` may use colours: it is a terminal, and NO_COLOR is unset or empty.
 bool showsColours(int descriptor);
 
 }  // namespace tools

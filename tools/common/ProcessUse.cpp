@@ -14,7 +14,8 @@ std::size_t entriesOf(const char* folder) {
 }  // namespace
 
 ProcessUse processUse() {
-  return {entriesOf("/proc/self/task"), entriesOf("/proc/self/fd") - 1};  // but the listing's own
+  return {entriesOf("/proc/self/task"),
+          entriesOf("/proc/self/fd") - 1};  // without the listing's own
 }
 
 }  // namespace tools

@@ -1,4 +1,4 @@
-// What this process holds of the system at a moment. Any thread.
+// The system resources that this process holds right now. Any thread.
 #pragma once
 
 #include <cstddef>

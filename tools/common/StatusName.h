@@ -1,4 +1,4 @@
-// The status codes of gRPC by the names that its documentation gives them. Any thread.
+// gRPC's status codes by the names in its documentation. Any thread.
 #pragma once
 
 #include <grpcpp/support/status.h>
@@ -12,7 +12,7 @@ namespace tools {
 
 std::optional<grpc::StatusCode> statusCalled(std::string_view name);
 
-// Nothing for a code that gRPC does not have.
+// Nothing for an unknown code.
 std::optional<std::string_view> nameOf(grpc::StatusCode code);
 
 // All of them, OK first.

@@ -1,4 +1,4 @@
-// What somebody who mistyped a word probably meant. Any thread.
+// Suggestions for mistyped words. Any thread.
 #pragma once
 
 #include <string>
@@ -7,13 +7,12 @@
 
 namespace tools {
 
-// The candidate that is closest to `word`, or nothing if none is close: at most a third of the
-// word's bytes (at least one) are wrong, where a wrong, missing, surplus or swapped byte and a
-// difference of case count alike. Of equally close ones the first.
+// The candidate closest to `word`, or nothing if none is close. A close candidate differs in at most
+// a third of the word's bytes (at least one). A wrong, missing, extra or swapped byte and a
+// difference in case each count as one. Of equally close candidates, the first.
 std::string closestTo(std::string_view word, const std::vector<std::string>& candidates);
 
-// The end of a message about `word`, to be put behind it: ", did you mean \"out_gain\"?", or
-// nothing.
+// The end of a message about `word`: ", did you mean \"out_gain\"?", or nothing.
 std::string didYouMean(std::string_view word, const std::vector<std::string>& candidates);
 
 }  // namespace tools

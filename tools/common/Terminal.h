@@ -1,9 +1,9 @@
-// What reaches a sub-command from the terminal it runs in, as things to wait for together: the
-// signals that ask it to end, and lines on standard input.
+// Input from the terminal that a sub-command runs in, in a form to wait on: the signals that ask it
+// to end, and lines on standard input.
 //
-// Threads: one waits and reads, the thread that made the SignalDescriptor.
-// Ownership: a SignalDescriptor owns its descriptor; standard input stays the process's own.
-// A moment of Clock::time_point::max() stands for never.
+// Threads: only the thread that made the SignalDescriptor waits and reads.
+// Ownership: a SignalDescriptor owns its descriptor; the process keeps standard input.
+// Clock::time_point::max() means never.
 #pragma once
 
 #include <unistd.h>
@@ -18,27 +18,27 @@ namespace tools {
 
 using Clock = std::chrono::steady_clock;
 
-// The moment that is `seconds` from now, or never. They must be what checkSeconds accepts.
+// `seconds` from now, or never without a value. Takes only values that checkSeconds accepts.
 Clock::time_point momentIn(std::optional<double> seconds);
 
-// Nothing if the text is a number of seconds from 0 to 1000000000; otherwise what is wrong with it.
+// Returns nothing if the text is a number of seconds from 0 to 1000000000, or else the error.
 std::string checkSeconds(const std::string& text);
 
-// Takes SIGINT and SIGTERM out of a descriptor instead of dying from them. It blocks them for the
-// thread that makes it and those started from that one later on, for good: make it first of all.
+// Delivers SIGINT and SIGTERM through a descriptor instead of ending the process. It blocks them for
+// good on the calling thread and on threads started from it later, so make it before any thread.
 //
-// Whoever asks twice is not kept waiting: a further signal, a second or more after the first (a
-// terminal and a parent may both pass on the one wish), ends the process at once, with code 130. A
-// thread of its own sees to that, whatever the others hang in.
+// A user who asks twice doesn't wait: a further signal, a second or more after the first, ends the
+// process at once with code 130. (Within a second both a terminal and a parent may deliver the same
+// request.) A dedicated thread ensures this, whatever the others are blocked in.
 class SignalDescriptor {
  public:
-  // Throws std::runtime_error if the system has no descriptor for it.
+  // Throws std::runtime_error if the system runs out of descriptors.
   SignalDescriptor();
   ~SignalDescriptor();
   SignalDescriptor(const SignalDescriptor&) = delete;
   SignalDescriptor& operator=(const SignalDescriptor&) = delete;
 
-  // Readable once a signal has come; it is never read, and so stays readable.
+  // Becomes readable at the first signal and stays so, as nobody reads it.
   int descriptor() const { return arrived_; }
 
  private:
@@ -50,32 +50,31 @@ class SignalDescriptor {
   std::thread watcher_;
 };
 
-// Standard input, or what another descriptor gives, a line at a time. There should be only one of a
-// descriptor at a time: what it has read and not handed over yet is lost with it.
+// Lines from standard input or another descriptor. Use only one per descriptor: its destructor
+// discards input that it has read but not returned.
 class InputLines {
  public:
   // Borrows the descriptor.
   explicit InputLines(int descriptor = STDIN_FILENO) : descriptor_(descriptor) {}
 
-  // Reads once, which blocks unless something has arrived, and hands over the lines that are whole
-  // now, without their ends. The end of the input makes a last line whole; an error counts as that
-  // end.
+  // Reads once and returns the lines that are now complete, without line ends. Blocks if nothing has
+  // arrived. End of input, or an error, completes the last line.
   std::vector<std::string> take();
 
-  // Nothing will come any more.
+  // Whether the input has ended.
   bool ended() const { return ended_; }
 
  private:
   int descriptor_;
-  std::string unfinished_;  // what has come behind the last whole line
+  std::string unfinished_;  // input after the last complete line
   bool ended_ = false;
 };
 
 enum class Arrival { Nothing, Signal, Input };
 
-// Waits until a signal comes, `input` has something to take or the moment `until` has come. It may
-// return Nothing before that moment. A signal goes before input. `input` is that of standard input;
-// without it, or when it has ended, standard input is left alone.
+// Waits for a signal, for input to take, or until `until`; may return Nothing early. A signal takes
+// precedence over input. `input` reads standard input; when it is null or has ended, standard input
+// is ignored.
 Arrival waitFor(const SignalDescriptor& signals, const InputLines* input, Clock::time_point until);
 
 }  // namespace tools

@@ -1,4 +1,4 @@
-// Lines taken apart into words, and texts that stay on their line. Any thread.
+// Splitting lines into words, and keeping a text on one line. Any thread.
 #pragma once
 
 #include <string>
@@ -7,15 +7,15 @@
 
 namespace tools {
 
-// The words of a line, parted by blanks. They are parts of `line`, and live as long as its text.
+// The words of a line, separated by blanks. They point into `line` and live as long as its text.
 std::vector<std::string_view> wordsOf(std::string_view line);
 
 // The words of a line, quoted as in a shell and as in configurations: "not ready" is one word.
-// Throws std::invalid_argument if a quote is left open.
+// Throws std::invalid_argument for an unclosed quote.
 std::vector<std::string> quotedWordsOf(std::string_view line);
 
-// The text with \x and two hexadecimal digits for each control character and each backslash, so
-// that it stays on its line.
+// The text with each control character and backslash replaced by \x and two hexadecimal digits, so
+// that it stays on one line.
 std::string printable(std::string_view text);
 
 }  // namespace tools

@@ -9,8 +9,8 @@
 #include <tuple>
 #include <utility>
 
-#include "tools/common/ConfiguredSlots.h"
 #include "standin/MemoryFile.h"
+#include "tools/common/ConfiguredSlots.h"
 #include "tools/discover/CustomKeys.h"
 #include "tools/discover/Shown.h"
 
@@ -59,9 +59,9 @@ std::string complaintAboutTypes(const std::vector<ValueCase>& types) {
     return fmt::format("it came with several types, {}; an entry has one: write it by hand",
                        fmt::join(namesOf(types), ", "));
   }
-  const ValueType& type = typeOf(types.front());
+  const WireType& type = typeOf(types.front());
   if (type.value == ValueCase::VALUE_NOT_SET) return "it came without a value";
-  if (type.section.empty()) return fmt::format("the module does not carry type {}", type.name);
+  if (!type.slotType) return fmt::format("the module does not carry type {}", type.name);
   return "";
 }
 
@@ -89,21 +89,22 @@ std::string complaintAbout(const Finding& finding) {
   return "";
 }
 
-std::string_view sectionOf(const Finding& finding) {
-  return finding.hasEntry() ? typeOf(finding.seen.types.front()).section : "";
+std::optional<gateway::ValueType> slotTypeOf(const Finding& finding) {
+  if (!finding.hasEntry()) return std::nullopt;
+  return typeOf(finding.seen.types.front()).slotType;
 }
 
 // ---- Reading back ---------------------------------------------------------------------------
 
 // What has to be the same: set, type, key and custom name, or none.
-using Meaning = std::tuple<SlotSet, std::uint32_t, std::string, std::string>;
+using Meaning = std::tuple<SlotSet, gateway::ValueType, std::string, std::string>;
 
 std::vector<Meaning> meaningOf(const Draft& draft) {
   std::vector<Meaning> meaning;
   for (const Finding& finding : draft.findings) {
     if (!finding.hasEntry()) continue;
-    meaning.emplace_back(finding.seen.rate, typeOf(finding.seen.types.front()).slotType,
-                         finding.seen.key, finding.customKey);
+    meaning.emplace_back(finding.seen.rate, *slotTypeOf(finding), finding.seen.key,
+                         finding.customKey);
   }
   std::sort(meaning.begin(), meaning.end());
   return meaning;
@@ -112,7 +113,7 @@ std::vector<Meaning> meaningOf(const Draft& draft) {
 std::vector<Meaning> meaningOf(const gateway::ConfigManager& config) {
   std::vector<Meaning> meaning;
   for (const auto& slot : tools::slotsOf(config)) {
-    meaning.emplace_back(slot.set, slot.valueType, slot.key, slot.nameIsGenerated ? "" : slot.name);
+    meaning.emplace_back(slot.set, slot.type, slot.key, slot.nameIsGenerated ? "" : slot.name);
   }
   std::sort(meaning.begin(), meaning.end());
   return meaning;
@@ -174,11 +175,13 @@ std::string textOf(const Draft& draft) {
   for (const auto& remark : draft.remarks) fmt::format_to(text, "; {}\n", remark);
   fmt::format_to(text, "\n[Meters]\nTarget={}\nEnableFastMeters={}\nEnableSlowMeters={}\n",
                  draft.target, draft.hasEntries(SlotSet::Fast), draft.hasEntries(SlotSet::Slow));
-  for (const ValueType& type : valueTypes()) {
+  for (const WireType& type : wireTypes()) {
     bool first = true;
     for (const Finding& finding : draft.findings) {
-      if (type.section.empty() || sectionOf(finding) != type.section) continue;
-      if (std::exchange(first, false)) fmt::format_to(text, "\n[{}]\n", type.section);
+      if (!type.slotType || slotTypeOf(finding) != type.slotType) continue;
+      if (std::exchange(first, false)) {
+        fmt::format_to(text, "\n[{}]\n", rowOf(*type.slotType).meterSection);
+      }
       fmt::format_to(text, "{}\n", lineOf(finding));
     }
   }

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <optional>
 
-#include "host/sonalith.h"
 #include "tools/discover/Shown.h"
 
 namespace discover {
@@ -17,16 +16,20 @@ using google::protobuf::internal::WireFormatLite;
 using google::protobuf::io::CodedInputStream;
 using sonalith::grpc::AnyValue;
 
-constexpr ValueType typeTable[] = {
-    {"float", "MetersFloat", AnyValue::kSfloat, SONALITH_SLOT_FLOAT},
-    {"int", "MetersInt", AnyValue::kSint, SONALITH_SLOT_INT},
-    {"uint", "MetersUint", AnyValue::kSuint, SONALITH_SLOT_UINT},
-    {"string", "MetersString", AnyValue::kSstring, SONALITH_SLOT_STRING},
-    {"float array", "", AnyValue::kAfloat},
-    {"int array", "", AnyValue::kAint},
-    {"uint array", "", AnyValue::kAuint},
-    {"double", "", AnyValue::kSdouble},
-    {"none", "", AnyValue::VALUE_NOT_SET},
+constexpr WireType carried(gateway::ValueType type, ValueCase value) {
+  return {nameOf(type), value, type};
+}
+
+constexpr WireType typeTable[] = {
+    carried(gateway::ValueType::Float, AnyValue::kSfloat),
+    carried(gateway::ValueType::Int, AnyValue::kSint),
+    carried(gateway::ValueType::Uint, AnyValue::kSuint),
+    carried(gateway::ValueType::String, AnyValue::kSstring),
+    {"float array", AnyValue::kAfloat, {}},
+    {"int array", AnyValue::kAint, {}},
+    {"uint array", AnyValue::kAuint, {}},
+    {"double", AnyValue::kSdouble, {}},
+    {"none", AnyValue::VALUE_NOT_SET, {}},
 };
 
 // The payloads of a message's field of that number, which has to be of the kind that has a length.
@@ -80,13 +83,13 @@ std::string reasonAgainst(const std::string& message) {
 
 }  // namespace
 
-std::span<const ValueType> valueTypes() {
+std::span<const WireType> wireTypes() {
   return typeTable;
 }
 
-const ValueType& typeOf(ValueCase value) {
+const WireType& typeOf(ValueCase value) {
   return *std::find_if(std::begin(typeTable), std::end(typeTable) - 1,
-                       [&](const ValueType& type) { return type.value == value; });
+                       [&](const WireType& type) { return type.value == value; });
 }
 
 std::vector<std::string_view> namesOf(const std::vector<ValueCase>& types) {

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -13,6 +14,7 @@
 #include <vector>
 
 #include "meters.pb.h"
+#include "module/grpc-gateway/ValueType.h"
 #include "standin/LoadedModule.h"
 
 namespace discover {
@@ -20,16 +22,15 @@ namespace discover {
 using ValueCase = sonalith::grpc::AnyValue::ValueCase;
 
 // A member of the wire's AnyValue.
-struct ValueType {
-  std::string_view name;     // for people and programs: "float", "float array"
-  std::string_view section;  // of the entries that carry it; empty for what the module passes over
+struct WireType {
+  std::string_view name;  // for people and programs: "float", "float array"
   ValueCase value;
-  std::uint32_t slotType = 0;  // SONALITH_SLOT_..., with a section
+  std::optional<gateway::ValueType> slotType;  // none if the module ignores such values
 };
 
 // Every member has its row, also the missing value. In the order in which sections are written.
-std::span<const ValueType> valueTypes();
-const ValueType& typeOf(ValueCase value);
+std::span<const WireType> wireTypes();
+const WireType& typeOf(ValueCase value);
 
 std::vector<std::string_view> namesOf(const std::vector<ValueCase>& types);
 

@@ -37,7 +37,7 @@ Json jsonOf(const standin::SlotValue& value) {
 
 Json jsonOf(const SlotLabel& label, const SlotState& state, Clock::time_point now) {
   return {{"set", standin::nameOf(label.set)},
-          {"type", tools::typeNameOf(label.valueType)},
+          {"type", nameOf(label.type)},
           {"name", label.name},
           {"key", label.key},
           {"value", jsonOf(state.value)},

@@ -109,7 +109,7 @@ void addSlots(Text& text, std::string_view metric, const SlotBoard& board,
     if (number.empty()) continue;
     text.sample(metric,
                 {{"set", standin::nameOf(label.set)},
-                 {"type", tools::typeNameOf(label.valueType)},
+                 {"type", nameOf(label.type)},
                  {"name", label.name},
                  {"key", label.key}},
                 number);

@@ -29,9 +29,9 @@ void printEvent(std::string_view event, Json fields) {
 using Row = std::array<std::string, 6>;
 
 Row rowOf(const SlotLabel& label, const SlotState& state, Clock::time_point now) {
-  const bool isText = label.valueType == SONALITH_SLOT_STRING;
+  const bool isText = label.type == gateway::ValueType::String;
   return {std::string(nameOf(label.set)),
-          std::string(tools::typeNameOf(label.valueType)),
+          nameOf(label.type),
           tools::printable(label.name),
           isText ? textOf(jsonOf(state.value)) : standin::textOf(state.value),
           state.hasMoved() ? ageText(now - state.changed) : "unmoved",

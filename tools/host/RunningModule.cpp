@@ -13,6 +13,7 @@
 namespace host {
 namespace {
 
+using gateway::ValueType;
 using standin::Slot;
 using standin::SlotSet;
 using standin::SlotValue;
@@ -30,16 +31,17 @@ T parseNumber(const Change& change, const char* wanted) {
 }
 
 SlotValue parseValue(const Slot& slot, const Change& change) {
-  switch (slot.description.valueType) {
-    case SONALITH_SLOT_INT:
+  switch (ValueType{slot.description.valueType}) {
+    case ValueType::Int:
       return parseNumber<std::int32_t>(change, "an integer from -2147483648 to 2147483647");
-    case SONALITH_SLOT_UINT:
+    case ValueType::Uint:
       return parseNumber<std::uint32_t>(change, "an integer from 0 to 4294967295");
-    case SONALITH_SLOT_FLOAT:
+    case ValueType::Float:
       return parseNumber<float>(change, "a number");
-    default:
-      return change.value;
+    case ValueType::String:
+      break;
   }
+  return change.value;
 }
 
 // Why no engine slot has this name.

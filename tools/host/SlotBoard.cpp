@@ -21,7 +21,7 @@ std::vector<SlotLabel> labelsOf(const std::vector<standin::Slot>& slots,
   std::vector<SlotLabel> labels;
   for (const auto& slot : slots) {
     const std::size_t i = labels.size();
-    labels.push_back({slot.set, slot.description.valueType, slot.name(), {}});
+    labels.push_back({slot.set, gateway::ValueType{slot.description.valueType}, slot.name(), {}});
     fits = fits && slot.set == configured[i].set && slot.name() == configured[i].name;
   }
   for (std::size_t i = 0; fits && i < labels.size(); ++i) labels[i].key = configured[i].key;

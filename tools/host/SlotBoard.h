@@ -29,7 +29,7 @@ using Clock = std::chrono::steady_clock;
 // What of a slot never changes.
 struct SlotLabel {
   standin::SlotSet set;
-  std::uint32_t valueType;  // SONALITH_SLOT_...
+  gateway::ValueType type;
   std::string name;
   std::string key;  // empty if the configuration was changed between the start and its reading
 };

@@ -17,19 +17,6 @@ namespace {
 
 using standin::SlotSet;
 
-ValueType typeOf(std::uint32_t slotType) {
-  switch (slotType) {
-    case SONALITH_SLOT_STRING:
-      return ValueType::String;
-    case SONALITH_SLOT_INT:
-      return ValueType::Int;
-    case SONALITH_SLOT_UINT:
-      return ValueType::Uint;
-    default:
-      return ValueType::Float;
-  }
-}
-
 void say(std::string_view text) {
   tools::writeError(fmt::format("gatewayctl sim: {}\n", text));
 }
@@ -59,7 +46,7 @@ std::vector<KeySpec> configuredKeys(const std::string& path) {
   for (const auto& slot : tools::slotsOf(config)) {
     if (slot.set == SlotSet::Engine || !canBeSent(slot.key)) continue;
     const auto rate = slot.set == SlotSet::Fast ? Method::Fast : Method::Slow;
-    keys.push_back({rate, typeOf(slot.valueType), slot.key});
+    keys.push_back({rate, slot.type, slot.key});
   }
   return keys;
 }

@@ -24,10 +24,9 @@ std::optional<Method> rateCalled(std::string_view word) {
 }
 
 std::optional<ValueType> typeCalled(std::string_view word) {
-  if (word == "string") return ValueType::String;
-  if (word == "int") return ValueType::Int;
-  if (word == "uint") return ValueType::Uint;
-  if (word == "float") return ValueType::Float;
+  for (const auto& row : gateway::valueTypes) {
+    if (row.name == word) return row.type;
+  }
   return std::nullopt;
 }
 

@@ -17,6 +17,7 @@
 #include <string_view>
 #include <vector>
 
+#include "module/grpc-gateway/ValueType.h"
 #include "tools/sim/Simulator.h"
 
 namespace sonalith::grpc {
@@ -25,7 +26,7 @@ class Meter;
 
 namespace sim {
 
-enum class ValueType { String, Int, Uint, Float };
+using gateway::ValueType;
 
 // A key that plays, as users write it: RATE:TYPE:KEY, where RATE is fast or slow, TYPE is string,
 // int, uint or float, and KEY is all the rest, colons and spaces included.

@@ -1,10 +1,10 @@
 // Base of the tags on the gateway's completion queue: one payload is one gRPC call.
 //
-// A payload is the tag of every operation of its call, one after the other, never of two at a time.
-// It is made on the heap and owned by that chain of events: it deletes itself in its last Proceed,
-// or is deleted by the client's destructor once no thread takes events any more. The queue's loop
-// never touches a tag after Proceed.
+// A payload is the tag of every operation of its call, one operation at a time.
 //
+// Ownership: a payload lives on the heap and belongs to its chain of events. It deletes itself in
+// its last Proceed, or the client's destructor deletes it once no thread takes events any more. The
+// event loop never touches a tag after Proceed.
 // Threads: Proceed runs on the client thread only, so a payload's fields need no lock.
 #pragma once
 
@@ -21,14 +21,14 @@ class AsyncEventPayload {
   AsyncEventPayload(const AsyncEventPayload&) = delete;
   AsyncEventPayload& operator=(const AsyncEventPayload&) = delete;
 
-  // Takes one completion; `ok` as the queue gave it. May delete this object.
+  // Handles one completion; `ok` comes from the queue. May delete this object.
   virtual void Proceed(bool ok) = 0;
 
-  // What every operation of the call is to pass, and what Proceed is called on when it comes back.
+  // The tag to pass to every operation of the call. Proceed is called on it when one completes.
   void* tag() { return this; }
 
   // The call's context, left as constructed: no deadline, no metadata, no compression. A context
-  // serves one call, so a further attempt is a further payload.
+  // serves one call, so each attempt is a new payload.
   std::unique_ptr<grpc::ClientContext> context;
 };
 

@@ -13,17 +13,15 @@ namespace {
 using sonalith::grpc::AnyValue;
 using sonalith::grpc::KeyValue;
 
-constexpr std::chrono::nanoseconds retryDelay{5'000'000'000};
+constexpr std::chrono::seconds retryDelay{5};
 
 // Private copies of the lists of one rate, for one message.
 struct MeterLists {
   MeterLists(const ConfigManager& config, MeterEntryType type)
-      : strings(isSlow(type) ? config.slowMeterStrings : config.fastMeterStrings),
-        ints(isSlow(type) ? config.slowMeterInts : config.fastMeterInts),
-        uints(isSlow(type) ? config.slowMeterUints : config.fastMeterUints),
-        floats(isSlow(type) ? config.slowMeterFloats : config.fastMeterFloats) {}
-
-  static bool isSlow(MeterEntryType type) { return type == MeterEntryType::Slow; }
+      : strings(metersOf<std::string>(config, type)),
+        ints(metersOf<std::int32_t>(config, type)),
+        uints(metersOf<std::uint32_t>(config, type)),
+        floats(metersOf<float>(config, type)) {}
 
   MeterListCopy strings;
   MeterListCopy ints;
@@ -41,8 +39,8 @@ void store(sonalith_slotText* values, std::size_t slot, const std::string& value
   sonalith_strncpy(values[slot], value.c_str(), SONALITH_SLOT_TEXT_SIZE);
 }
 
-// The type of a value selects the list, and nothing is converted. What the configuration does not
-// name is dropped: a server may send more than is wanted.
+// A value's type selects the list; nothing is converted. Values that the configuration doesn't name
+// are dropped, since a server may send more than the gateway carries.
 void writeSlot(const MeterLists& lists, const KeyValue& item, const GatewaySlotTable& table) {
   const std::string& key = item.key();
   const AnyValue& value = item.value();
@@ -59,7 +57,11 @@ void writeSlot(const MeterLists& lists, const KeyValue& item, const GatewaySlotT
     case AnyValue::kSuint:
       store(table.uintValues, lists.uints.find(key, table.uintCount), value.suint());
       break;
-    default:
+    case AnyValue::kAfloat:
+    case AnyValue::kAint:
+    case AnyValue::kAuint:
+    case AnyValue::kSdouble:
+    case AnyValue::VALUE_NOT_SET:
       break;
   }
 }
@@ -89,7 +91,7 @@ void AsyncMetersPayload::Proceed(bool ok) {
     return;
   }
   if (ok) {
-    // The start carries no message.
+    // The first event reports the start of the call, which carries no message.
     if (firstEvent) {
       firstEvent = false;
     } else {
@@ -110,8 +112,8 @@ void AsyncMetersPayload::read() {
   reader->Read(&meter, tag());
 }
 
-// A read also fails at a message that can't be parsed, and then the server still holds the call:
-// Finish would wait for it without end. To a call that is over, cancelling does nothing.
+// A read also fails when a message can't be parsed. The server then still holds the call, and Finish
+// would wait forever. Cancelling a call that has ended does nothing.
 void AsyncMetersPayload::finish() {
   finishing = true;
   context->TryCancel();

@@ -1,7 +1,7 @@
 // One attempt of one meter stream, from the start of its call to the start of the next attempt.
 //
-// A stream runs forever: whatever ends an attempt, five seconds later the next one begins, as a new
-// payload. Nothing is logged about it, and the call's status is not looked at.
+// A stream runs forever: whatever ends an attempt, the next one starts five seconds later as a new
+// payload. Nothing is logged, and the call's status is not read.
 //
 //   state      firstEvent finishing closing  pending  event   action               next
 //   Starting       1          0        0     start    ok      Read                 Reading
@@ -28,8 +28,8 @@ namespace gateway {
 
 class AsyncMetersPayload final : public AsyncEventPayload {
  public:
-  // Queue and table are the client's and outlive the payload. `startNext` starts the next attempt;
-  // it is called on the client thread, right before this payload deletes itself.
+  // The client owns queue and table, which outlive the payload. `startNext` starts the next attempt.
+  // The payload calls it on the client thread, right before it deletes itself.
   AsyncMetersPayload(grpc::CompletionQueue* queue, GatewaySlotTable* table,
                      std::shared_ptr<const ConfigManager> config, MeterEntryType rate,
                      std::function<void()> startNext);
@@ -39,15 +39,16 @@ class AsyncMetersPayload final : public AsyncEventPayload {
 
  private:
   friend class gRPCGatewayClient;  // prepares the call from `request` and stores it in `reader`
-  friend class AsyncMetersPayloadTest;  // hands it messages without a server
+  friend class AsyncMetersPayloadTest;  // passes messages in without a server
 
-  // Writes what the message holds, and the configuration names, into the slots.
+  // Writes the message's values to the slots that the configuration names.
   void ProcessMeters();
   void read();
   void finish();
   void armRetryAlarm();
 
-  // The order matters: they go in reverse, the reader before its context in the base.
+  // The order matters: fields are destroyed in reverse, and the reader must go before its context
+  // in the base class.
   bool firstEvent = true;
   bool finishing = false;
   bool closing = false;

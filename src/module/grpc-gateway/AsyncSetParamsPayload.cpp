@@ -15,8 +15,8 @@ void AsyncSetParamsPayload::start(std::unique_ptr<AsyncSetParamsPayload> payload
   auto reader = payload->stub->PrepareAsyncSetParams(payload->context.get(), *payload->request,
                                                      payload->completionQueue);
   reader->StartCall();
-  // The reader lies in the call's own memory, which goes with the payload: its owning pointer must
-  // not look at it once the call can be over.
+  // The reader lives in the call's own memory, which is freed along with the payload. Nothing may
+  // touch the reader once the call can have ended, not even a destructor.
   AsyncSetParamsPayload* const call = payload.release();
   reader.release()->Finish(&call->response, &call->status, call->tag());
 }

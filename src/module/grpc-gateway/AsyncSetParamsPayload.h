@@ -1,7 +1,7 @@
-// One SetParams call: it holds what the call needs until its one event, and ends with it. Neither
-// response nor status is looked at.
+// One SetParams call. The payload holds what the call needs and is deleted at its one event. Neither
+// response nor status is read.
 //
-// Made on a thread of the host; ended on the client thread, or by the client's destructor.
+// Threads: made on a host thread; deleted on the client thread or by the client's destructor.
 #pragma once
 
 #include <grpcpp/completion_queue.h>
@@ -15,13 +15,13 @@ namespace gateway {
 
 class AsyncSetParamsPayload final : public AsyncEventPayload {
  public:
-  // Stub and queue are the client's and outlive the payload.
+  // The client owns stub and queue, which outlive the payload.
   AsyncSetParamsPayload(sonalith::grpcengine::Engine::Stub* engine, grpc::CompletionQueue* queue,
                         std::unique_ptr<sonalith::grpcengine::RequestSetParams> params);
   ~AsyncSetParamsPayload() override;
 
-  // Starts the call. From here on the payload is the queue's: it can be gone at any moment, also
-  // before this returns.
+  // Starts the call. From here on the payload belongs to the queue and may be deleted at any moment,
+  // even before this returns.
   static void start(std::unique_ptr<AsyncSetParamsPayload> payload);
 
   void Proceed(bool ok) override;

@@ -31,8 +31,7 @@ struct Field {
   std::string value;
 };
 
-// Words without "=" or with nothing behind the last one say nothing. What follows a second "=" is
-// cut off.
+// A word without "=", or one that ends with it, has no field. Text after a second "=" is dropped.
 std::optional<Field> splitWord(std::string_view word) {
   const std::size_t equals = word.find('=');
   if (equals == std::string_view::npos || word.back() == '=') return std::nullopt;
@@ -44,8 +43,8 @@ struct FreeBlock {
   void operator()(char** block) const { std::free(block); }
 };
 
-// Calls `apply` for each field, also after one that failed, so that one line shows all its faults.
-// Returns whether all of them were good.
+// Calls `apply` for every field, even after one fails, so that one line reports all its faults.
+// Returns whether all were good.
 template <class Apply>
 bool applyFields(const char* value, Apply apply) {
   constexpr std::size_t maximumWords = 2147483646;
@@ -96,7 +95,7 @@ void convert(const std::string& text, std::int32_t& value) {
 void convert(const std::string& text, float& value) {
   value = std::stof(text);
 }
-// Keeps the low 32 bits: "-1" is the largest value, "4294967296" is 0.
+// Keeps the low 32 bits: "-1" becomes the largest value, "4294967296" becomes 0.
 void convert(const std::string& text, std::uint32_t& value) {
   value = static_cast<std::uint32_t>(std::stoul(text));
 }
@@ -133,7 +132,7 @@ bool setEngineField(EngineEntry& entry, const Field& field) {
 }
 
 void logUnsupportedType() {
-// The words as they have always been; a "%d" without its argument is what they are known by.
+// This text has always been logged with a "%d" and no argument; people search for it.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat"
   GATEWAY_LOG(SONALITH_LOG_ERROR, "unsupported meter type for entry %d");
@@ -165,7 +164,7 @@ bool parseEngineEntry(const char* value, EngineEntry& entry) {
 
 // ---- Sections -----------------------------------------------------------------------------------
 
-// "yes", "1" and the empty value are false as well.
+// "yes", "1" and the empty value are false, too.
 bool isTrue(const char* value) {
   return sameName(value, "true");
 }
@@ -193,48 +192,45 @@ bool handleEngine(ConfigManager& config, const char* name, const char* value) {
   return true;
 }
 
-template <auto slow, auto fast>
+template <class T>
 bool handleMeterEntries(ConfigManager& config, const char* name, const char* value) {
   if (!sameName(name, "Meter")) {
     GATEWAY_LOG(SONALITH_LOG_ERROR, "unknown field %s in meter entry section", name);
     return false;
   }
-  return parseMeterEntry(value, config.*slow, config.*fast);
+  return parseMeterEntry(value, config.*ListsOf<T>::slowMeters, config.*ListsOf<T>::fastMeters);
 }
 
-// The words are those of the engine sections, for a stray key beside `File` too.
+// A stray key beside `File` is reported as one of an engine section, too.
 bool refuseEngineField(const char* name) {
   GATEWAY_LOG(SONALITH_LOG_ERROR, "unknown field %s in engine entry section", name);
   return false;
 }
 
-template <auto list>
+template <class T>
 bool handleEngineEntries(ConfigManager& config, const char* name, const char* value) {
   if (!sameName(name, "Param")) return refuseEngineField(name);
   EngineEntry entry;
   if (!parseEngineEntry(value, entry)) return false;
-  (config.*list).push_back(std::move(entry));
+  (config.*ListsOf<T>::params).push_back(std::move(entry));
   return true;
 }
 
-struct Section {
-  const char* name;
-  bool (*handle)(ConfigManager& config, const char* name, const char* value);
-};
+using SectionHandler = bool (*)(ConfigManager& config, const char* name, const char* value);
 
-using C = ConfigManager;
-constexpr Section sections[] = {
-    {"Meters", handleMeters},
-    {"Engine", handleEngine},
-    {"MetersString", handleMeterEntries<&C::slowMeterStrings, &C::fastMeterStrings>},
-    {"MetersInt", handleMeterEntries<&C::slowMeterInts, &C::fastMeterInts>},
-    {"MetersUint", handleMeterEntries<&C::slowMeterUints, &C::fastMeterUints>},
-    {"MetersFloat", handleMeterEntries<&C::slowMeterFloats, &C::fastMeterFloats>},
-    {"EngineString", handleEngineEntries<&C::engineStrings>},
-    {"EngineInt", handleEngineEntries<&C::engineInts>},
-    {"EngineUint", handleEngineEntries<&C::engineUints>},
-    {"EngineFloat", handleEngineEntries<&C::engineFloats>},
-};
+// Null for an unknown section.
+SectionHandler handlerOf(const char* section) {
+  if (sameName(section, "Meters")) return handleMeters;
+  if (sameName(section, "Engine")) return handleEngine;
+  SectionHandler handler = nullptr;
+  visitValueTypes([&]<class T>() {
+    const ValueTypeRow& row = rowOf(ListsOf<T>::type);
+    if (sameName(section, row.meterSection)) handler = handleMeterEntries<T>;
+    if (sameName(section, row.paramSection)) handler = handleEngineEntries<T>;
+    return handler == nullptr;
+  });
+  return handler;
+}
 
 constexpr char ifExistPrefix[] = "ParseIfExist:";
 constexpr std::size_t ifExistPrefixSize = sizeof(ifExistPrefix) - 1;
@@ -247,7 +243,7 @@ bool handleIfExist(void* user, const char* name, const char* value) {
   return ini_parse(value, configHandler, user) == 0;
 }
 
-// Nothing that goes wrong with a dedicated file makes the file that names it bad.
+// A fault in a dedicated file never makes the file that names it bad.
 void handleIfExistSection(void* user, const char* path, const char* name, const char* value) {
   if (*path == '\0' || access(path, F_OK) != 0) {
     GATEWAY_LOG(SONALITH_LOG_TRACE, "file '%s' not exist, so not parsing dedicated file", path);
@@ -257,12 +253,10 @@ void handleIfExistSection(void* user, const char* path, const char* name, const 
   GATEWAY_LOG(SONALITH_LOG_TRACE, "ret from handle if exist: %d", result ? 1 : 0);
 }
 
-// The reader's handler: 0 makes it count the line as bad, and go on.
+// Called by the reader for each pair. Returning 0 marks the line as bad; reading continues.
 int configHandler(void* user, const char* section, const char* name, const char* value) {
   ConfigManager& config = *static_cast<ConfigManager*>(user);
-  for (const Section& known : sections) {
-    if (sameName(section, known.name)) return known.handle(config, name, value) ? 1 : 0;
-  }
+  if (const SectionHandler handle = handlerOf(section)) return handle(config, name, value) ? 1 : 0;
   if (std::strncmp(section, ifExistPrefix, ifExistPrefixSize) == 0) {
     handleIfExistSection(user, section + ifExistPrefixSize, name, value);
     return 1;
@@ -279,15 +273,13 @@ bool fault(const char* text) {
 }
 
 bool hasMeters(const ConfigManager& config) {
-  return !config.slowMeterStrings.empty() || !config.slowMeterInts.empty() ||
-         !config.slowMeterUints.empty() || !config.slowMeterFloats.empty() ||
-         !config.fastMeterStrings.empty() || !config.fastMeterInts.empty() ||
-         !config.fastMeterUints.empty() || !config.fastMeterFloats.empty();
+  const auto isEmpty = [](const auto& list) { return list.empty(); };
+  return !visitMeters(config, MeterEntryType::Slow, isEmpty) ||
+         !visitMeters(config, MeterEntryType::Fast, isEmpty);
 }
 
 bool hasEngineParameters(const ConfigManager& config) {
-  return !config.engineStrings.empty() || !config.engineInts.empty() ||
-         !config.engineUints.empty() || !config.engineFloats.empty();
+  return !visitParams(config, []<class>(const auto& list) { return list.empty(); });
 }
 
 bool verifyMetersSettings(const ConfigManager& config) {
@@ -305,7 +297,7 @@ bool verifyEngineSettings(const ConfigManager& config) {
   return fault("engine target can't be empty is some engine parameters are set");
 }
 
-// A repeated key fails without naming itself; the summary of the stage is all that shows it.
+// A repeated key is not logged by name; only the summary of the stage reports it.
 template <class Entry>
 bool verifyEntries(const std::vector<Entry>& entries, const char* emptyKeyText) {
   std::vector<std::string> keys;
@@ -331,15 +323,13 @@ bool verifyEngineEntries(const std::vector<EngineEntry>& entries) {
 }
 
 bool verifyMeterLists(const ConfigManager& config) {
-  return verifyMeterEntries(config.slowMeterStrings) && verifyMeterEntries(config.slowMeterInts) &&
-         verifyMeterEntries(config.slowMeterUints) && verifyMeterEntries(config.slowMeterFloats) &&
-         verifyMeterEntries(config.fastMeterStrings) && verifyMeterEntries(config.fastMeterInts) &&
-         verifyMeterEntries(config.fastMeterUints) && verifyMeterEntries(config.fastMeterFloats);
+  const auto isSound = [](const auto& list) { return verifyMeterEntries(list); };
+  return visitMeters(config, MeterEntryType::Slow, isSound) &&
+         visitMeters(config, MeterEntryType::Fast, isSound);
 }
 
 bool verifyEngineLists(const ConfigManager& config) {
-  return verifyEngineEntries(config.engineStrings) && verifyEngineEntries(config.engineInts) &&
-         verifyEngineEntries(config.engineUints) && verifyEngineEntries(config.engineFloats);
+  return visitParams(config, []<class>(const auto& list) { return verifyEngineEntries(list); });
 }
 
 struct Stage {
@@ -354,7 +344,7 @@ constexpr Stage stages[] = {
     {verifyEngineLists, "EngineEntry string settings verification failed!"},
 };
 
-// Every stage runs, so that one start shows the faults of all of them.
+// Runs every stage, so that one start reports the faults of all of them.
 bool verify(const ConfigManager& config) {
   bool sound = true;
   for (const Stage& stage : stages) {

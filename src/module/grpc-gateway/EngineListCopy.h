@@ -1,8 +1,8 @@
 // A private deep copy of one list of engine entries, made for one item of a notification and walked
-// from its first entry to its last.
+// from the first entry to the last.
 //
-// All of it lies in one block of memory, so a copy costs one allocation however long the list is.
-// It owns the block and refers to nothing outside.
+// Ownership: the copy owns one block of memory and refers to nothing outside it, so that a copy
+// costs one allocation however long the list is. One thread at a time.
 #pragma once
 
 #include <cstddef>
@@ -30,7 +30,7 @@ class EngineListCopy {
   }
 
  private:
-  // Texts are positions behind the entries, each with the NUL at its end.
+  // Texts are offsets from the end of the entries; each ends with a NUL.
   struct Entry {
     std::uint32_t key;
     std::uint32_t customKey;

@@ -27,15 +27,15 @@ void setDefault(T& value, const T& defaultValue) {
   value = defaultValue;
 }
 
-// The two kinds of slot differ in validator and flags.
+// Meter slots and engine slots differ in validator and flags.
 template <class Entry, class Value>
-sonalith_moduleOffset describe(const sonalith_slotText& name, Value& value, std::uint32_t valueType,
+sonalith_moduleOffset describe(const sonalith_slotText& name, Value& value, ValueType type,
                                const char* description) {
   sonalith_moduleOffset slot{};
   slot.name = name;
   slot.value = &value;
   slot.valueSize = sizeof(value);
-  slot.valueType = valueType;
+  slot.valueType = static_cast<std::uint32_t>(type);
   slot.validator = isMeter<Entry> ? nullptr : sonalith_moduleValidateOk;
   slot.description = description;
   slot.flags = isMeter<Entry> ? 0 : 3;
@@ -59,12 +59,12 @@ void buildGroup(const std::vector<Entry>& entries, GatewaySlotTable& table,
   if constexpr (isMeter<Entry>) table.*Group::count = entries.size();
 
   for (std::size_t i = 0; i < entries.size(); ++i) {
-    // The host is called while the entry is in use, so it is a copy of our own.
+    // A private copy, because the loop calls the host while it uses the entry.
     const Entry entry = entries[i];  // NOLINT(performance-unnecessary-copy-initialization)
     if constexpr (isMeter<Entry>) setDefault(values[i], entry.defaultValue);
     setName(names[i], Group::namePrefix, entry.customKey, i);
     const sonalith_moduleOffset slot =
-        describe<Entry>(names[i], values[i], Group::valueType, Group::description);
+        describe<Entry>(names[i], values[i], ListsOf<T>::type, Group::description);
     sonalith_addModuleOffset(offsets, &slot);
   }
 }
@@ -80,10 +80,7 @@ void releaseGroup(const GatewaySlotTable& table) {
 
 void buildEngineSlots(const ConfigManager& config, GatewaySlotTable& table,
                       sonalith_moduleOffsetList** offsets) {
-  buildGroup<std::string>(config.engineStrings, table, offsets);
-  buildGroup<std::int32_t>(config.engineInts, table, offsets);
-  buildGroup<std::uint32_t>(config.engineUints, table, offsets);
-  buildGroup<float>(config.engineFloats, table, offsets);
+  visitParams(config, [&]<class T>(const auto& list) { buildGroup<T>(list, table, offsets); });
 }
 
 template <class T>
@@ -102,10 +99,7 @@ template void buildMeterSlots(const std::vector<MeterEntry<float>>& entries,
                               GatewaySlotTable& table, sonalith_moduleOffsetList** offsets);
 
 void releaseSlots(const GatewaySlotTable& table) {
-  releaseGroup<std::string>(table);
-  releaseGroup<std::int32_t>(table);
-  releaseGroup<std::uint32_t>(table);
-  releaseGroup<float>(table);
+  visitValueTypes([&]<class T>() { releaseGroup<T>(table); });
 }
 
 }  // namespace gateway

@@ -16,13 +16,11 @@ constexpr std::size_t roundUp(std::size_t count) {
   return (count + scanStep - 1) / scanStep * scanStep;
 }
 
-// The low half of each of the bytes whose high half the mask leaves out. Those halves tell all
-// digits apart, and most letters.
+// Keeps the low half of each byte. Those halves tell all digits and most letters apart.
 constexpr std::uint32_t lowHalves = 0x0f0f0f0fu;
 
-// Pieces of a key in a word, as they stand: the low halves of eight bytes, from where the keys of
-// one server tend to differ. Those are the last three bytes, three in the middle, and the third and
-// fourth one.
+// Packs the low halves of eight bytes of a key into a word, from where the keys of one server tend
+// to differ: the last three bytes, three in the middle, and the third and fourth.
 std::uint32_t pieces(const char* key, std::size_t size) {
   const std::uint32_t end = loadPiece<std::uint32_t>(key + size - 4) & lowHalves;
   const std::uint32_t middle = loadPiece<std::uint32_t>(key + size / 2 - 2) & lowHalves;
@@ -30,7 +28,7 @@ std::uint32_t pieces(const char* key, std::size_t size) {
   return (end >> 8) | (middle >> 8 << 4) | (begin >> 16 & 0xf) << 24 | (begin >> 24) << 28;
 }
 
-// All of a key of less than eight bytes, or the low halves of its bytes.
+// For keys under eight bytes: all of the key, or the low halves of its bytes.
 std::uint32_t piecesOfShort(const char* key, std::size_t size) {
   if (size > 4) {
     return (loadPiece<std::uint32_t>(key) & lowHalves) |
@@ -45,11 +43,11 @@ std::uint32_t scanWord(std::string_view key) {
   return key.size() < 8 ? piecesOfShort(key.data(), key.size()) : pieces(key.data(), key.size());
 }
 
-// Four words side by side. g++ and clang++ take such types for any processor, and compare them in
-// one instruction where there is one.
+// Four words side by side. g++ and clang++ accept such types for any processor and compare them with
+// one instruction where it has one.
 using Words = std::uint32_t __attribute__((vector_size(16)));
 constexpr std::size_t wordsAtOnce = sizeof(Words) / sizeof(std::uint32_t);
-static_assert(scanStep % wordsAtOnce == 0, "the last words of a step would lie behind it");
+static_assert(scanStep % wordsAtOnce == 0, "a step must hold whole vectors");
 
 bool anyEqual(const std::uint32_t* words, std::uint32_t word) {
   const Words wanted = Words{} + word;
@@ -75,7 +73,7 @@ std::string_view bytesOf(const T& value) {
 
 }  // namespace
 
-// Puts texts into the block, one behind the other.
+// Writes texts to the block, one after another.
 class MeterListCopy::Writer {
  public:
   Writer(std::byte* block, std::size_t offset)

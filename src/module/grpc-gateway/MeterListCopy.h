@@ -1,12 +1,13 @@
 // A private deep copy of one list of meter entries, made for one meter message and searched by key.
 //
-// All of it (entries, texts and what the search reads) lies in one block of memory, so a copy costs
-// one allocation however long the list is. It owns the block and refers to nothing outside.
+// Ownership: the copy owns one block of memory, which holds entries, texts and search words, and
+// refers to nothing outside it. A copy therefore costs one allocation however long the list is. One
+// thread at a time.
 //
-// The search goes through the entries from the first to the last, as the list has them. It first
-// compares a word that holds pieces of the key, four entries and more at a time, and reads the key
-// itself only where the word agrees: with a thousand entries nearly all of them are passed over
-// without a call. The word decides nothing else, and nothing of it outlives the copy.
+// The search walks the entries in list order. It first compares a word that holds pieces of the
+// key, several entries at a time, and reads a key only where the word matches. With a thousand
+// entries it skips nearly all of them without a call. The word decides nothing else and lives no
+// longer than the copy.
 #pragma once
 
 #include <cstddef>
@@ -22,7 +23,7 @@ namespace gateway {
 
 class MeterListCopy {
  public:
-  // No entry.
+  // No entry found.
   static constexpr std::size_t npos = static_cast<std::size_t>(-1);
 
   // T is std::string, int32_t, uint32_t or float.
@@ -31,11 +32,11 @@ class MeterListCopy {
 
   std::size_t size() const { return size_; }
 
-  // Position of the first entry below `bound` whose key has the same length and bytes, or npos.
+  // The position of the first entry below `bound` whose key equals `key` byte for byte, or npos.
   std::size_t find(std::string_view key, std::size_t bound) const;
 
  private:
-  // An entry of the copy. Texts are positions in the block.
+  // Offset and size of a text in the block.
   struct Text {
     std::uint32_t offset;
     std::uint32_t size;
@@ -54,9 +55,9 @@ class MeterListCopy {
   }
 
   std::size_t size_;
-  std::unique_ptr<std::byte[]> block_;  // null for a list without entries
-  std::uint32_t* words_ = nullptr;  // in block_; one for each entry, up to a whole number of steps
-  Entry* entries_ = nullptr;        // in block_
+  std::unique_ptr<std::byte[]> block_;  // null for an empty list
+  std::uint32_t* words_ = nullptr;      // in block_; one per entry, padded to whole steps
+  Entry* entries_ = nullptr;            // in block_
 };
 
 }  // namespace gateway

@@ -1,8 +1,8 @@
-// Copying and comparing of short texts, for the private copies of lists: a message or a
-// notification takes thousands of them, and most are shorter than a call of memcpy is worth.
+// Copies and compares short texts, for the private copies of lists. A message or a notification
+// does so thousands of times, and most texts are too short to be worth a call to memcpy.
 //
-// Up to 32 bytes are taken as two pieces of one fixed size, which overlap where they meet: every
-// byte of the text has its turn, and none beside it is touched.
+// Up to 32 bytes are handled as two pieces of one fixed size that may overlap. Together they cover
+// every byte of the text and touch none beyond it.
 #pragma once
 
 #include <cstddef>
@@ -11,7 +11,7 @@
 
 namespace gateway {
 
-// Sixteen bytes side by side. g++ and clang++ take such types for any processor.
+// Sixteen bytes side by side. g++ and clang++ accept such types for any processor.
 using SixteenBytes = std::uint64_t __attribute__((vector_size(16)));
 
 template <class Piece>
@@ -21,8 +21,7 @@ Piece loadPiece(const char* bytes) {
   return piece;
 }
 
-// The first and the last piece of a text, which has the size of one piece at least and of two at
-// most.
+// Copies the first and the last piece of a text that is one to two pieces long.
 template <class Piece>
 void copyEnds(char* to, const char* from, std::size_t size) {
   const std::size_t last = size - sizeof(Piece);

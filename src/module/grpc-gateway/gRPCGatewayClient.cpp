@@ -9,21 +9,20 @@
 #include "module/grpc-gateway/AsyncSetParamsPayload.h"
 #include "module/grpc-gateway/GatewaySlots.h"
 #include "module/grpc-gateway/HostAccess.h"
+#include "module/grpc-gateway/ParamConversion.h"
 
 namespace gateway {
 
 using sonalith::grpc::Meters;
-using sonalith::grpcengine::AnyValue;
 using sonalith::grpcengine::Engine;
-using sonalith::grpcengine::KeyValue;
 using sonalith::grpcengine::RequestSetParams;
 
 namespace {
 
-// Tags that a flush remembers without taking memory: both streams and the calls of some seconds.
+// How many tags a flush can remember without allocating: both streams and some seconds of calls.
 constexpr std::size_t ordinaryFlush = 256;
 
-// Pings every ten seconds, also without a call, and gives the peer ten seconds to answer.
+// Pings every ten seconds, even without a call, and gives the peer ten seconds to answer.
 grpc::ChannelArguments channelArguments() {
   grpc::ChannelArguments arguments;
   arguments.SetInt("grpc.keepalive_time_ms", 10000);
@@ -37,43 +36,10 @@ std::shared_ptr<grpc::Channel> openChannel(const std::string& target,
   return grpc::CreateCustomChannel(target, grpc::InsecureChannelCredentials(), arguments);
 }
 
-template <class Array, class Element>
-void fillArray(Array& array, const Element* elements, std::uint64_t count) {
-  array.mutable_data()->Add(elements, elements + count);
-}
-
-// An unknown type leaves the value without a member.
-void fillValue(AnyValue& value, const sonalith_keyValueItem& item) {
-  switch (item.type) {
-    case SONALITH_ITEM_UINT:
-      return value.set_suint(item.value.asUint);
-    case SONALITH_ITEM_INT:
-      return value.set_sint(item.value.asInt);
-    case SONALITH_ITEM_FLOAT:
-      return value.set_sfloat(item.value.asFloat);
-    case SONALITH_ITEM_STRING:
-      return value.set_sstring(stringFromHost(item.value.asString));
-    case SONALITH_ITEM_UINT_ARRAY:
-      return fillArray(*value.mutable_auint(), item.value.asUintArray, item.count);
-    case SONALITH_ITEM_INT_ARRAY:
-      return fillArray(*value.mutable_aint(), item.value.asIntArray, item.count);
-    case SONALITH_ITEM_FLOAT_ARRAY:
-      return fillArray(*value.mutable_afloat(), item.value.asFloatArray, item.count);
-    case SONALITH_ITEM_DOUBLE:
-      return value.set_sdouble(item.value.asDouble);
-    default:
-      return;
-  }
-}
-
-// An item that fails stays in the request with what it had by then; the others still go out.
+// An item that fails stays in the request as far as it was filled; the others still go out.
 std::int32_t addParamToRequest(const sonalith_keyValueItem* item, void* request) {
   try {
-    KeyValue* const param = static_cast<RequestSetParams*>(request)->add_params();
-    param->set_key(stringFromHost(item->key));
-    AnyValue value;
-    fillValue(value, *item);
-    *param->mutable_value() = std::move(value);
+    fillParam(*static_cast<RequestSetParams*>(request)->add_params(), *item);
     return 0;
   } catch (const std::exception& exception) {
     GATEWAY_LOG(SONALITH_LOG_FAULT, "exception while converting list: %s", exception.what());
@@ -83,7 +49,7 @@ std::int32_t addParamToRequest(const sonalith_keyValueItem* item, void* request)
 
 }  // namespace
 
-// What tells the two streams apart.
+// How the two streams differ.
 struct gRPCGatewayClient::MeterStream {
   AsyncMetersPayload* gRPCGatewayClient::*payload;
   GatewaySlotTable gRPCGatewayClient::*slotTable;
@@ -100,11 +66,11 @@ const gRPCGatewayClient::MeterStream gRPCGatewayClient::slowStream = {
     &gRPCGatewayClient::slowPayload, &gRPCGatewayClient::slowMeterTable, MeterEntryType::Slow,
     &gRPCGatewayClient::startSlowMetersRequest, &Meters::Stub::PrepareAsyncGetMetersSlow};
 
-// The thread starts before any channel exists and waits at the empty queue, so that the first event
-// of a stream finds a running loop; the slots are complete before.
+// The slots are complete before the thread starts. The thread starts before any channel exists and
+// waits on the empty queue, so that a stream's first event finds a running loop.
 gRPCGatewayClient::gRPCGatewayClient(std::shared_ptr<const ConfigManager> config)
     : configManager(std::move(config)) {
-  // A constructor that throws has no destructor to give the slots back.
+  // When a constructor throws, no destructor runs to return the slots.
   const auto giveBack = [](gRPCGatewayClient* client) { client->releaseSlotMemory(); };
   std::unique_ptr<gRPCGatewayClient, decltype(giveBack)> unfinished(this, giveBack);
   flushedTags.reserve(ordinaryFlush);
@@ -120,14 +86,12 @@ void gRPCGatewayClient::buildSlots() {
   const ConfigManager& config = *configManager;
   slowMeterOffsets = sonalith_createModuleOffset(nullptr);
   fastMeterOffsets = sonalith_createModuleOffset(nullptr);
-  buildMeterSlots(config.slowMeterStrings, slowMeterTable, &slowMeterOffsets);
-  buildMeterSlots(config.slowMeterInts, slowMeterTable, &slowMeterOffsets);
-  buildMeterSlots(config.slowMeterUints, slowMeterTable, &slowMeterOffsets);
-  buildMeterSlots(config.slowMeterFloats, slowMeterTable, &slowMeterOffsets);
-  buildMeterSlots(config.fastMeterStrings, fastMeterTable, &fastMeterOffsets);
-  buildMeterSlots(config.fastMeterInts, fastMeterTable, &fastMeterOffsets);
-  buildMeterSlots(config.fastMeterUints, fastMeterTable, &fastMeterOffsets);
-  buildMeterSlots(config.fastMeterFloats, fastMeterTable, &fastMeterOffsets);
+  visitMeters(config, MeterEntryType::Slow, [this](const auto& list) {
+    buildMeterSlots(list, slowMeterTable, &slowMeterOffsets);
+  });
+  visitMeters(config, MeterEntryType::Fast, [this](const auto& list) {
+    buildMeterSlots(list, fastMeterTable, &fastMeterOffsets);
+  });
 }
 
 void gRPCGatewayClient::releaseSlotMemory() {
@@ -179,7 +143,7 @@ void gRPCGatewayClient::startMetersRequest(const MeterStream& stream) {
   AsyncMetersPayload*& current = this->*stream.payload;
   if (!metersStub) return;
   if (!running) {
-    // The payload that asks deletes itself next: the destructor must not find it here.
+    // The payload that asks deletes itself next, so the destructor must not find it here.
     current = nullptr;
     return;
   }
@@ -191,8 +155,8 @@ void gRPCGatewayClient::startMetersRequest(const MeterStream& stream) {
   current->reader->StartCall(current->tag());
 }
 
-// `running` is looked at after the wait and before the dispatch: once it has been cleared, no
-// Proceed begins, whatever comes out of the queue.
+// Checks `running` after the wait and before the dispatch: once it is cleared, no Proceed begins,
+// whatever the queue returns.
 void gRPCGatewayClient::asyncMainLoop() {
   try {
     void* tag = nullptr;
@@ -215,7 +179,7 @@ void gRPCGatewayClient::sendParams(const sonalith_keyValueList* changes) {
       engineStub.get(), &completionQueue, std::move(request)));
 }
 
-// The flag falls before the alarm is set, so that the woken loop sees it.
+// Clears the flag before it sets the alarm, so that the woken loop sees it cleared.
 void gRPCGatewayClient::stopClient() {
   GATEWAY_LOG(SONALITH_LOG_TRACE, "Stop gRPC Gateway client");
   if (!running) {
@@ -235,32 +199,32 @@ void gRPCGatewayClient::stopClient() {
 gRPCGatewayClient::~gRPCGatewayClient() {
   GATEWAY_LOG(SONALITH_LOG_TRACE, "Destructing gRPC gateway client singleton");
 
-  // 1. End the thread. The join publishes the two payload pointers, which it wrote; from here on no
-  //    Proceed runs, so that no cancelled stream can come back.
+  // 1. End the thread. The join publishes the two payload pointers, which that thread wrote. From
+  //    here on no Proceed runs, so no cancelled stream can come back.
   stopClient();
 
-  // 2. Cancel the streams, or their reads would hold up the flush for good.
+  // 2. Cancel the streams, or their pending reads would block the flush forever.
   if (fastPayload != nullptr) fastPayload->context->TryCancel();
   if (slowPayload != nullptr) slowPayload->context->TryCancel();
 
-  // 3. Only a queue that is shut down comes to an end.
+  // 3. Shut the queue down; only then does it drain.
   GATEWAY_LOG(SONALITH_LOG_TRACE, "Shutting down completion queue");
   completionQueue.Shutdown();
 
-  // 4. Wait for all that is still pending, and delete its payloads.
+  // 4. Wait for everything still pending, and delete the payloads.
   GATEWAY_LOG(SONALITH_LOG_TRACE, "Starting completion queue flush");
   flushCompletionQueue();
   GATEWAY_LOG(SONALITH_LOG_TRACE, "Completion queue flush ended");
 
-  // 5. Delete the streams whose last event the loop took and dropped. A payload that the flush has
-  //    deleted is known by its address alone.
+  // 5. Delete the streams whose last event the loop took and dropped. The flush remembers by address
+  //    which payloads it has deleted.
   for (AsyncMetersPayload* payload : {fastPayload, slowPayload}) {
     const void* const tag = static_cast<AsyncEventPayload*>(payload);
     const auto flushed = std::find(flushedTags.begin(), flushedTags.end(), tag);
     if (flushed == flushedTags.end()) delete payload;
   }
 
-  // 6. No payload is left that could point to a slot.
+  // 6. Release the slots. No payload is left that could point to one.
   releaseSlotMemory();
 }
 

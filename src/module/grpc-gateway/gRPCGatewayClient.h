@@ -1,13 +1,13 @@
 // The gRPC side of one module instance: the completion queue and the one thread that drains it, the
 // two meter streams with their slots, and the forwarding of parameters.
 //
-// The constructor does everything: when it returns, the thread runs, the channels exist and the
-// meter streams have been requested, whether or not a server is there. The destructor takes all of
-// it back and returns when no call, payload, alarm or thread is left. A client is never restarted.
+// Lifetime: when the constructor returns, the thread runs, the channels exist and the meter streams
+// have been requested, whether or not a server is there. The destructor undoes all of this and
+// returns when no call, payload, alarm or thread is left. A client is never restarted.
 //
-// Ownership: the client owns its stubs (and they their channels), the queue, the thread, the slot
+// Ownership: the client owns its stubs (which own their channels), the queue, the thread, the slot
 // tables and the offset lists. It shares the configuration. A payload belongs to its own chain of
-// events and holds plain pointers into the client, so none may outlive it.
+// events and holds plain pointers into the client, so no payload may outlive the client.
 #pragma once
 
 #include <grpcpp/alarm.h>
@@ -31,23 +31,23 @@ namespace gateway {
 
 class gRPCGatewayClient {
  public:
-  // On the thread of the module's start. Exceptions of allocation, of the host and of gRPC pass
-  // through; once the thread runs, they end the process.
+  // Call it on the thread that starts the module. Passes on exceptions from allocations, the host
+  // and gRPC; once the client thread runs, such an exception ends the process.
   explicit gRPCGatewayClient(std::shared_ptr<const ConfigManager> configManager);
 
-  // Blocks until every call has ended: for a stream that waits for its retry, up to the rest of its
-  // five seconds; for a SetParams in flight, until the peer answers or gRPC gives it up.
+  // Blocks until every call has ended. A stream that waits for its retry takes the rest of its five
+  // seconds; a SetParams in flight, until the peer answers or gRPC gives up on it.
   ~gRPCGatewayClient();
 
   gRPCGatewayClient(const gRPCGatewayClient&) = delete;
   gRPCGatewayClient& operator=(const gRPCGatewayClient&) = delete;
 
-  // Starts one SetParams call with all items of the list, and does not wait for it. Nobody learns
-  // of its outcome. Any thread of the host; the list is borrowed for the call.
+  // Starts one SetParams call with all items of the list and doesn't wait for it. Nobody learns the
+  // outcome. Any host thread may call it; it borrows the list until it returns.
   void sendParams(const sonalith_keyValueList* changes);
 
  private:
-  friend class gRPCGatewayClientTest;  // brings about states that only a race reaches otherwise
+  friend class gRPCGatewayClientTest;  // sets up states that only a race would reach
 
   struct MeterStream;
   static const MeterStream fastStream;
@@ -65,33 +65,33 @@ class gRPCGatewayClient {
   void asyncMainLoop();
   void flushCompletionQueue();
 
-  // Where servers usually are, for who looks at a client in a debugger. No code falls back to them:
-  // without a target its side is off.
+  // Where servers usually are, for anyone inspecting a client in a debugger. No code falls back to
+  // them: a side without a target is off.
   std::string defaultMetersTarget = "localhost:50005";
   std::string defaultEngineTarget = "localhost:50006";
 
-  // Written by the host's threads, read by all.
+  // Host threads write it; all threads read it.
   std::atomic<bool> running = false;
 
-  // The host's: started and joined there.
+  // Started and joined by host threads.
   std::thread clientThread;
 
   // Constant after construction; null without a target.
   std::unique_ptr<sonalith::grpc::Meters::Stub> metersStub;
   std::unique_ptr<sonalith::grpcengine::Engine::Stub> engineStub;
 
-  // The client thread's, and the destructor's after the join: the current attempt of each stream,
-  // null if there is none. Not owned but for the end of the destructor.
+  // The current attempt of each stream, or null. Only the client thread uses them, and after the
+  // join the destructor. Not owned, except at the end of the destructor.
   AsyncMetersPayload* fastPayload = nullptr;
   AsyncMetersPayload* slowPayload = nullptr;
 
-  // Safe for all threads. Every operation of the module completes here.
+  // Thread-safe. Every operation of the module completes here.
   grpc::CompletionQueue completionQueue;
 
-  // Wakes the loop at the stop. Kept until the queue has been flushed: gRPC does not survive the
-  // destruction of an alarm that is just firing. (A retry alarm goes after its event has come.)
-  // Made at the start, as is room for what the flush remembers: a stop that gets no memory would
-  // have to end the process.
+  // Wakes the loop at the stop. It lives until the queue has been flushed, because gRPC crashes when
+  // an alarm is destroyed while it fires. (A retry alarm is destroyed after its event.) It exists
+  // from the start, as does the room for flushed tags: a stop that ran out of memory would have to
+  // end the process.
   grpc::Alarm stopAlarm;
   std::vector<void*> flushedTags;
 
@@ -99,8 +99,8 @@ class gRPCGatewayClient {
   std::shared_ptr<const ConfigManager> configManager;
 
  public:
-  // Shape constant after construction, for the module record to show to the host. The values are
-  // written by the client thread and read by the host without a lock.
+  // Their shape is constant after construction. The module record shows them to the host. The client
+  // thread writes the values, and the host reads them without a lock.
   GatewaySlotTable slowMeterTable{};
   GatewaySlotTable fastMeterTable{};
   sonalith_moduleOffsetList* slowMeterOffsets = nullptr;

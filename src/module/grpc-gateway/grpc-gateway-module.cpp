@@ -15,23 +15,23 @@ namespace {
 
 // ---- Engine changes -----------------------------------------------------------------------------
 
-// An item's name as it is looked for: the slot's part of its key, which is the module's name, a
-// point, and the name of a slot. Empty, as no slot's name is, if the key begins otherwise.
+// The slot name in an item's key, which has the form "MODULE.SLOT". Empty, as no slot name is, if
+// the key belongs to another module.
 std::string_view slotNameOf(std::string_view itemKey, std::string_view moduleName) {
   const std::size_t point = moduleName.size();
   if (!itemKey.starts_with(moduleName) || itemKey.size() == point) return {};
   return itemKey[point] == '.' ? itemKey.substr(point + 1) : std::string_view();
 }
 
-// Passes an item on, under the key that the remote engine knows, for each entry whose slot has the
-// item's name. The list is copied for this item.
+// Adds the item to the matched changes once per entry whose slot has the item's name, under the key
+// that the remote engine knows. Copies the list for this item.
 template <class T, class Value>
 void forwardMatches(const EngineChangeFilter& filter, std::string_view name,
                     const std::vector<EngineEntry>& list,
                     void (*add)(sonalith_keyValueList* list, const char* key, Value value),
                     Value value) {
   constexpr std::string_view prefix = GatewaySlotGroup<T>::namePrefix;
-  // Empty, as no position is, for a name that was not generated.
+  // Empty, as no position is, unless the name was generated.
   const std::string_view position =
       name.starts_with(prefix) ? name.substr(prefix.size()) : std::string_view();
   const EngineListCopy entries(list);
@@ -43,7 +43,7 @@ void forwardMatches(const EngineChangeFilter& filter, std::string_view name,
   }
 }
 
-// The type of an item selects the list. Arrays, doubles and null strings go nowhere.
+// An item's type selects the list. Arrays, doubles and null strings are not forwarded.
 void forwardItem(const EngineChangeFilter& filter, const sonalith_keyValueItem& item) {
   const std::shared_ptr<const ConfigManager> config = filter.manager->config;
   const std::string moduleName = stringFromHost(filter.manager->module->name);
@@ -100,7 +100,7 @@ void forwardChanges(EngineChangeFilter& filter, const sonalith_keyValueList* cha
   client->sendParams(filter.matched);
 }
 
-// What passes the filter goes out in one call.
+// Forwards what passes the filter in one call.
 void onEngineChanges(sonalith_keyValueList* changes, void* user) {
   EngineChangeFilter filter{static_cast<ModuleManager*>(user), nullptr};
   logExceptionsOf([&] { forwardChanges(filter, changes); });
@@ -114,7 +114,7 @@ GatewayModuleData& dataOf(const sonalith_module& module) {
   return *static_cast<GatewayModuleData*>(module.privateData);
 }
 
-// How a module's life ends, by a stop as by a start that was refused.
+// Ends a module's life, after a stop as after a refused start.
 void releaseModule(sonalith_module& module) {
   GatewayModuleData* const data = &dataOf(module);
   data->manager.reset();
@@ -146,7 +146,7 @@ void publishMeterSlots(sonalith_module& module, gRPCGatewayClient& client) {
   module.fastMeterOffsets = client.fastMeterOffsets;
 }
 
-// Returns false if the start is refused; what was built by then is released by the caller.
+// Returns false if the start is refused; the caller then releases what was built.
 bool buildModule(sonalith_module& module, const sonalith_keyValueList* params) {
   auto* const data = new GatewayModuleData;
   module.privateData = data;
@@ -162,7 +162,7 @@ bool buildModule(sonalith_module& module, const sonalith_keyValueList* params) {
     return false;
   }
   publishEngineSlots(module, *manager.config);
-  // Changes can come from the moment of the registration, so the client has to stand by then.
+  // Changes can arrive as soon as the callback is registered, so the client must exist by then.
   manager.client = std::make_shared<gRPCGatewayClient>(manager.config);
   manager.changeCallbackHandle =
       sonalith_engine_notify_changes_addCallback(module.engine, onEngineChanges, &manager);
@@ -171,7 +171,8 @@ bool buildModule(sonalith_module& module, const sonalith_keyValueList* params) {
   return true;
 }
 
-// An exception leaves in the record what had got there, for a stop to release; a refusal does not.
+// After an exception the record keeps what was built, for a stop to release. A refused start
+// releases it here.
 std::int32_t startCycle(sonalith_module* module, sonalith_keyValueList* params) {
   try {
     GATEWAY_LOG(SONALITH_LOG_TRACE, "%s(%s, %p)", "startCycle", module->name,
@@ -188,7 +189,7 @@ std::int32_t startCycle(sonalith_module* module, sonalith_keyValueList* params) 
 void stopCycle(sonalith_module* module) {
   try {
     GATEWAY_LOG(SONALITH_LOG_TRACE, "%s(%s)", "stopCycle", module->name);
-    // First, so that the host can't reach the tables any more while they go.
+    // First hide the tables, so that the host can't reach them while they are released.
     module->slowMeterTable = nullptr;
     module->fastMeterTable = nullptr;
     releaseModule(*module);

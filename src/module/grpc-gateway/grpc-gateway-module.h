@@ -1,19 +1,19 @@
-// The module as the host knows it: the descriptor, and behind it start, stop and the notification
-// of engine changes.
+// The module as the host sees it: the descriptor with start and stop, and the notification of engine
+// changes.
 //
-// All state hangs from sonalith_module.privateData; there is none beside it. Who owns what:
+// All state hangs from sonalith_module.privateData; the module has no globals. Ownership:
 //
 //   sonalith_module.privateData   GatewayModuleData, until the stop or a refused start
-//     manager                     ModuleManager, as long
-//       config                    ConfigManager, shared with the client and with work under way
-//       client                    gRPCGatewayClient, shared with a notification under way
-//     engineSlots                 the engine slots' arrays, given back by ~ModuleManager
+//     manager                     ModuleManager, for the same time
+//       config                    ConfigManager, shared with the client and with running work
+//       client                    gRPCGatewayClient, shared with a running notification
+//     engineSlots                 the engine slots' arrays, which ~ModuleManager returns
 //   sonalith_module.moduleOffsets list of the engine slots, until the stop or a refused start
 //
-// Start builds in the order configuration, engine slots, client, registration, and shows the meter
-// tables to the host last. Stop goes the other way: it hides the tables, removes the callback (from
-// then on no change can come), gives the engine slots back, stops the client, and releases the
-// configuration last, so that nothing outlives it. No lock is needed: the order is the safety.
+// Start builds configuration, engine slots, client and registration in this order, and shows the
+// meter tables to the host last. Stop reverses it: it hides the tables, removes the callback (no
+// change can arrive after that), returns the engine slots, stops the client, and releases the
+// configuration last, so that nothing outlives it. This order makes locks unnecessary.
 #pragma once
 
 #include <memory>
@@ -22,17 +22,17 @@
 #include "module/grpc-gateway/ConfigManager.h"
 #include "module/grpc-gateway/gRPCGatewayClient.h"
 
-// What the host looks for in the loaded file.
+// The symbol that the host looks up in the loaded file.
 extern "C" __attribute__((visibility("default"))) const plugin_entry plugin_entry_0_1;
 
 namespace gateway {
 
-// What a running instance works with. Host threads only.
+// The objects of a running instance. Host threads only.
 class ModuleManager {
  public:
-  // `record` is the host's and must still hold its privateData when this is destroyed.
+  // The host owns `record`, which must still hold its privateData when this is destroyed.
   explicit ModuleManager(sonalith_module* record);
-  // Accepts an instance at any stage of its start.
+  // Works at any stage of a start.
   ~ModuleManager();
   ModuleManager(const ModuleManager&) = delete;
   ModuleManager& operator=(const ModuleManager&) = delete;
@@ -49,7 +49,7 @@ struct GatewayModuleData {
   GatewaySlotTable engineSlots{};  // its counts stay 0
 };
 
-// User argument of the filter: whose changes to pick, and where to put them.
+// The filter's user argument: whose changes to pick, and where to add them.
 struct EngineChangeFilter {
   ModuleManager* manager;
   sonalith_keyValueList* matched;

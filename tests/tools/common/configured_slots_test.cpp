@@ -10,6 +10,7 @@
 
 namespace {
 
+using gateway::ValueType;
 using standin::SlotSet;
 using tools::ConfiguredSlot;
 
@@ -43,7 +44,7 @@ TEST_F(ConfiguredSlots, AreThoseOfTheModuleInItsOrder) {
   ASSERT_EQ(slots.size(), expected.size());
   for (std::size_t i = 0; i < slots.size(); ++i) {
     EXPECT_EQ(slots[i].set, expected[i].set) << i;
-    EXPECT_EQ(slots[i].description.valueType, expected[i].valueType) << i;
+    EXPECT_EQ(ValueType{slots[i].description.valueType}, expected[i].type) << i;
     EXPECT_EQ(slots[i].name(), expected[i].name) << i;
     EXPECT_EQ(slots[i].read(), expected[i].defaultValue) << i;
   }
@@ -56,15 +57,8 @@ TEST_F(ConfiguredSlots, TellKeysAndGeneratedNames) {
                   "[Meters]\nTarget=x:1\n[MetersInt]\nMeter=Key=a\nMeter=Key=b CustomKey=c "
                   "DefaultValue=-2\n")));
   EXPECT_EQ(slots, (std::vector<ConfiguredSlot>{
-                       {SlotSet::Fast, SONALITH_SLOT_INT, 0, "gateway_int_0", true, "a", 0},
-                       {SlotSet::Fast, SONALITH_SLOT_INT, 1, "c", false, "b", -2}}));
-}
-
-TEST(TypeName, IsTheWordOfConfigurations) {
-  EXPECT_EQ(tools::typeNameOf(SONALITH_SLOT_STRING), "string");
-  EXPECT_EQ(tools::typeNameOf(SONALITH_SLOT_INT), "int");
-  EXPECT_EQ(tools::typeNameOf(SONALITH_SLOT_UINT), "uint");
-  EXPECT_EQ(tools::typeNameOf(SONALITH_SLOT_FLOAT), "float");
+                       {SlotSet::Fast, ValueType::Int, 0, "gateway_int_0", true, "a", 0},
+                       {SlotSet::Fast, ValueType::Int, 1, "c", false, "b", -2}}));
 }
 
 }  // namespace

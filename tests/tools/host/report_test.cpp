@@ -79,7 +79,7 @@ TEST(Json, ReplacesWhatIsNotUtf8) {
 
 TEST(Json, DescribesASlot) {
   const auto now = host::Clock::now();
-  EXPECT_EQ(textOf(jsonOf({SlotSet::Slow, SONALITH_SLOT_INT, "queue", "queue.length"},
+  EXPECT_EQ(textOf(jsonOf({SlotSet::Slow, gateway::ValueType::Int, "queue", "queue.length"},
                           {SlotValue(3), now - 1250ms, 1}, now)),
             R"({"age":1.25,"key":"queue.length","moved":true,"name":"queue","set":"slow",)"
             R"("type":"int","value":3})");

@@ -44,16 +44,17 @@ class Board : public ::testing::Test {
   float level = -60.5f;
   sonalith_slotText state = "ready";
   const Clock::time_point begin = Clock::now();
-  SlotBoard board{{slotOf(SlotSet::Fast, "level", SONALITH_SLOT_FLOAT, &level),
-                   slotOf(SlotSet::Slow, "state", SONALITH_SLOT_STRING, &state)},
-                  {{SlotSet::Fast, SONALITH_SLOT_FLOAT, 0, "level", false, "out.level", 0.f},
-                   {SlotSet::Slow, SONALITH_SLOT_STRING, 0, "state", false, "dsp state", ""}}};
+  SlotBoard board{
+      {slotOf(SlotSet::Fast, "level", SONALITH_SLOT_FLOAT, &level),
+       slotOf(SlotSet::Slow, "state", SONALITH_SLOT_STRING, &state)},
+      {{SlotSet::Fast, gateway::ValueType::Float, 0, "level", false, "out.level", 0.f},
+       {SlotSet::Slow, gateway::ValueType::String, 0, "state", false, "dsp state", ""}}};
 };
 
 TEST_F(Board, KnowsWhatASlotIsCalled) {
   ASSERT_EQ(board.labels().size(), 2u);
   EXPECT_EQ(board.labels()[1].set, SlotSet::Slow);
-  EXPECT_EQ(board.labels()[1].valueType, std::uint32_t{SONALITH_SLOT_STRING});
+  EXPECT_EQ(board.labels()[1].type, gateway::ValueType::String);
   EXPECT_EQ(board.labels()[1].name, "state");
   EXPECT_EQ(board.labels()[1].key, "dsp state");
 }
@@ -128,7 +129,7 @@ TEST_F(Board, WakesWhoWaitsForALook) {
 TEST_F(Board, TellsNoKeysIfTheConfigurationHasOtherSlots) {
   const SlotBoard other(
       {slotOf(SlotSet::Fast, "level", SONALITH_SLOT_FLOAT, &level)},
-      {{SlotSet::Fast, SONALITH_SLOT_FLOAT, 0, "renamed", false, "out.level", 0.f}});
+      {{SlotSet::Fast, gateway::ValueType::Float, 0, "renamed", false, "out.level", 0.f}});
   EXPECT_EQ(other.labels()[0].key, "");
   const SlotBoard more({slotOf(SlotSet::Fast, "level", SONALITH_SLOT_FLOAT, &level)}, {});
   EXPECT_EQ(more.labels()[0].key, "");

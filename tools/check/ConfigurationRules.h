@@ -21,7 +21,7 @@
 
 namespace check {
 
-class Whole {
+class ConfigurationRules {
  public:
   // A line of [Meters] or [Engine] whose key is known.
   void set(SectionKind section, std::string_view key, Span value, LineReport& report);
@@ -81,8 +81,9 @@ class Whole {
   Setting engineTarget_;
   Setting fast_;
   Setting slow_;
-  std::array<std::array<std::unordered_map<std::string, Spot>, 4>, 3> keys_;  // by set and type
-  std::array<std::array<std::size_t, 4>, 3> sizes_{};
+  std::array<std::array<std::unordered_map<std::string, Spot>, gateway::valueTypes.size()>, 3>
+      keys_;  // by set and type
+  std::array<std::array<std::size_t, gateway::valueTypes.size()>, 3> sizes_{};
   std::array<std::unordered_map<std::string, SlotName>, 3> names_;
   std::array<Users, 3> users_;
   std::string lostMetersTarget_;  // the line

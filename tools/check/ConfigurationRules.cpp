@@ -1,4 +1,4 @@
-#include "tools/check/Whole.h"
+#include "tools/check/ConfigurationRules.h"
 
 #include <fmt/format.h>
 
@@ -54,7 +54,8 @@ std::string linesOf(const Users& users) {
 
 // ---- Settings ---------------------------------------------------------------------------------
 
-void Whole::set(SectionKind section, std::string_view key, Span value, LineReport& report) {
+void ConfigurationRules::set(SectionKind section, std::string_view key, Span value,
+                             LineReport& report) {
   const std::string_view text = value.of(report.line().text);
   const Span place = value.size > 0 ? value : report.line().body;
   if (section == SectionKind::Engine) {
@@ -68,7 +69,8 @@ void Whole::set(SectionKind section, std::string_view key, Span value, LineRepor
   }
 }
 
-void Whole::replace(Setting& setting, std::string_view key, Span place, LineReport& report) {
+void ConfigurationRules::replace(Setting& setting, std::string_view key, Span place,
+                                 LineReport& report) {
   // Of a further value of the same pair its own rule tells.
   const bool isContinuation = report.line().kind == LineKind::Continuation;
   if (setting.isGiven && !isContinuation) {
@@ -84,7 +86,8 @@ void Whole::replace(Setting& setting, std::string_view key, Span place, LineRepo
   setting.at = report.at(place);
 }
 
-void Whole::setTarget(Setting& setting, std::string_view value, Span place, LineReport& report) {
+void ConfigurationRules::setTarget(Setting& setting, std::string_view value, Span place,
+                                   LineReport& report) {
   replace(setting, "Target", place, report);
   setting.isEmpty = value.empty();
   if (value.empty() || report.line().kind == LineKind::Continuation) return;
@@ -94,8 +97,8 @@ void Whole::setTarget(Setting& setting, std::string_view value, Span place, Line
              fmt::format("{} is no good target: {}", inQuotes(value), fault->text), fault->remedy);
 }
 
-void Whole::setSwitch(Setting& setting, std::string_view key, std::string_view value, Span place,
-                      LineReport& report) {
+void ConfigurationRules::setSwitch(Setting& setting, std::string_view key, std::string_view value,
+                                   Span place, LineReport& report) {
   replace(setting, key, place, report);
   setting.isOn = sameName(value, "true");
   if (setting.isOn || sameName(value, "false")) return;
@@ -116,22 +119,23 @@ void Whole::setSwitch(Setting& setting, std::string_view key, std::string_view v
 
 // ---- Entries ----------------------------------------------------------------------------------
 
-void Whole::add(const Section& section, const Entry& entry, LineReport& report) {
+void ConfigurationRules::add(const Section& section, const Entry& entry, LineReport& report) {
   const bool isMeter = section.kind == SectionKind::MeterEntries;
   const Set set = !isMeter ? Engine : entry.isSlow ? Slow : Fast;
-  const auto type = static_cast<std::size_t>(section.type);
+  const auto type = gateway::indexOf(section.type);
   const std::size_t position = sizes_[set][type]++;
   ++entries_;
   noteUser(users_[set], entry, report);
   const std::string list =
-      isMeter ? fmt::format("{} {} meters", setNames[set], check::nameOf(section.type))
-              : fmt::format("{} parameters", check::nameOf(section.type));
+      isMeter ? fmt::format("{} {} meters", setNames[set], gateway::nameOf(section.type))
+              : fmt::format("{} parameters", gateway::nameOf(section.type));
   checkKey(list, keys_[set][type], entry, report);
   checkName(section, set, position, entry, report);
 }
 
-void Whole::checkKey(const std::string& list, std::unordered_map<std::string, Spot>& keys,
-                     const Entry& entry, LineReport& report) {
+void ConfigurationRules::checkKey(const std::string& list,
+                                  std::unordered_map<std::string, Spot>& keys, const Entry& entry,
+                                  LineReport& report) {
   if (entry.key.empty()) {
     report.add(Rule::EmptyKey, entry.place,
                "this entry has no Key, and the module refuses the configuration", "write Key=NAME");
@@ -147,8 +151,8 @@ void Whole::checkKey(const std::string& list, std::unordered_map<std::string, Sp
                                                : "remove one of the two, or correct its key");
 }
 
-void Whole::checkName(const Section& section, Set set, std::size_t position, const Entry& entry,
-                      LineReport& report) {
+void ConfigurationRules::checkName(const Section& section, Set set, std::size_t position,
+                                   const Entry& entry, LineReport& report) {
   const std::string& custom = entry.customKey;
   const bool isGenerated = custom.empty();
   if (custom.size() > slotTextSize) {
@@ -161,7 +165,7 @@ void Whole::checkName(const Section& section, Set set, std::size_t position, con
     return;
   }
   const std::string name =
-      isGenerated ? fmt::format("gateway_{}_{}", check::nameOf(section.type), position) : custom;
+      isGenerated ? fmt::format("gateway_{}_{}", gateway::nameOf(section.type), position) : custom;
   const auto [first, isNew] = names_[set].emplace(name, SlotName{report.spot(), isGenerated});
   if (isNew) return;
   const std::string where = report.nameOf(first->second.spot);
@@ -177,13 +181,14 @@ void Whole::checkName(const Section& section, Set set, std::size_t position, con
              isGenerated ? "give this entry a CustomKey" : "choose another CustomKey");
 }
 
-void Whole::noteUser(Users& users, const Entry& entry, const LineReport& report) const {
+void ConfigurationRules::noteUser(Users& users, const Entry& entry,
+                                  const LineReport& report) const {
   if (users.count++ >= Users::named) return;
   users.lines.push_back(report.ownName());
   if (!users.first) users.first = report.at(entry.place);
 }
 
-void Whole::noteLostTarget(std::string_view section, const std::string& line) {
+void ConfigurationRules::noteLostTarget(std::string_view section, const std::string& line) {
   const auto has = [&](std::string_view part) {
     const auto same = [](unsigned char a, unsigned char b) { return std::tolower(a) == b; };
     return std::search(section.begin(), section.end(), part.begin(), part.end(), same) !=
@@ -196,14 +201,15 @@ void Whole::noteLostTarget(std::string_view section, const std::string& line) {
 
 // ---- The end ----------------------------------------------------------------------------------
 
-void Whole::finish(const std::string& file, std::uint64_t lastOrder, Findings& findings) const {
+void ConfigurationRules::finish(const std::string& file, std::uint64_t lastOrder,
+                                Findings& findings) const {
   const Diagnostic atFile{.file = file, .order = lastOrder + 1};
   judgeMeters(atFile, findings);
   judgeEngine(atFile, findings);
 }
 
 // Who needs a meters target, as the end of a sentence; empty if nobody does.
-std::string Whole::metersNeed() const {
+std::string ConfigurationRules::metersNeed() const {
   const auto rate = [](const Setting& setting, std::string_view name) {
     return setting.isGiven ? fmt::format("{} meters are switched on in {}", name, setting.name)
                            : fmt::format("{} meters are on unless switched off", name);
@@ -225,7 +231,7 @@ std::string Whole::metersNeed() const {
   return fmt::format("{}", fmt::join(reasons, ", "));
 }
 
-void Whole::judgeMeters(const Diagnostic& atFile, Findings& findings) const {
+void ConfigurationRules::judgeMeters(const Diagnostic& atFile, Findings& findings) const {
   const bool anyRate = fast_.isOn || slow_.isOn;
   const bool anyMeter = users_[Fast].count + users_[Slow].count > 0;
   if (!metersTarget_.isEmpty) {
@@ -260,7 +266,7 @@ void Whole::judgeMeters(const Diagnostic& atFile, Findings& findings) const {
                     : ", or to have no meters EnableFastMeters=false and EnableSlowMeters=false")));
 }
 
-void Whole::judgeEngine(const Diagnostic& atFile, Findings& findings) const {
+void ConfigurationRules::judgeEngine(const Diagnostic& atFile, Findings& findings) const {
   const Users& users = users_[Engine];
   if (!engineTarget_.isEmpty || users.count == 0) return;
   const Diagnostic& at = engineTarget_.isGiven ? engineTarget_.at
@@ -274,7 +280,7 @@ void Whole::judgeEngine(const Diagnostic& atFile, Findings& findings) const {
            remedyForTarget("Engine", lostEngineTarget_)));
 }
 
-void Whole::judgeRate(const Setting& rate, Set set, Findings& findings) const {
+void ConfigurationRules::judgeRate(const Setting& rate, Set set, Findings& findings) const {
   const Users& users = users_[set];
   if (rate.isOn || users.count == 0) return;
   const std::string_view other = setNames[set == Fast ? Slow : Fast];
