@@ -332,7 +332,8 @@ const misplaced = () => {
       const what = `${row.dataset.name} ${parts[i].className}`;
       const isInside = one.left >= box.left && one.right <= box.right + 1 &&
         one.top >= box.top - 1 && one.bottom <= box.bottom + 1;
-      if (one.width < 8 || one.height < 8 || !isInside) wrong.push(`${what} has no room`);
+      const isSmall = one.width < 8 || one.height < 8;
+      if (isSmall || !isInside) wrong.push(`${what} is too small or leaves its row`);
       boxes.slice(i + 1).forEach((other, j) => {
         const isApart = one.right <= other.left + 1 || other.right <= one.left + 1 ||
           one.bottom <= other.top + 1 || other.bottom <= one.top + 1;

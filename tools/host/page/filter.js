@@ -55,7 +55,7 @@ export class Filter {
     );
   }
 
-  // Whether a slot can begin or cease to match as time passes.
+  // Whether a slot can start or stop matching as time passes.
   get dependsOnTime() {
     return this.#state !== "all";
   }

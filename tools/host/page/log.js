@@ -1,5 +1,4 @@
-// The module's log: the latest lines, their counts by level, which levels are shown, pause and
-// follow.
+// The module's log: its latest lines, their counts by level, and the buttons above them.
 import { byId, make, setText } from "./browser.js";
 import { clockText, preciseClockText } from "./format.js";
 
@@ -39,8 +38,8 @@ export class Log {
     this.#list.addEventListener("scroll", () => this.#onScroll());
   }
 
-  // Takes the lines of a snapshot. If gatewayctl was restarted, the lines of the former run stay
-  // above a line that says so; otherwise `restartTime` is null.
+  // Takes the lines of a snapshot. After a restart of gatewayctl, the former lines stay, above a
+  // line that says when; otherwise `restartTime` is null.
   load(lines, restartTime) {
     this.#counts.fill(0);
     this.#pending = [];

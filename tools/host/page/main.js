@@ -1,12 +1,6 @@
-// The live page: the events of the link go to the parts of the page, and frames show what changed.
+// The live page: the link's events go to the parts of the page, and frames show what changed.
 //
-// Imports go one way, from main.js down:
-//
-//   main        link, status, log, table
-//   table       filter, row, slot, and what main makes for it: theme, ranges
-//   row         parameters, history
-//   slot        history
-//   all         browser, format
+// Imports go one way only; tests/style/style_test.cpp has the order.
 import { Link } from "./link.js";
 import { Log } from "./log.js";
 import { SentList } from "./parameters.js";
@@ -39,7 +33,7 @@ class Page {
     });
   }
 
-  // Takes a snapshot of everything; one comes at the start and after each reconnection.
+  // Takes a whole snapshot. One comes at the start and after each reconnection.
   #load({ instance, status, slots, log, notifications }) {
     const now = performance.now();
     const isRestart = this.#instance !== "" && this.#instance !== instance;
@@ -52,7 +46,7 @@ class Page {
     this.#requestFrame();
   }
 
-  // Takes what has changed; what has not is absent.
+  // Takes an update, which has only those members that changed.
   #update({ slots = [], changes, log = [], notifications = [] }) {
     const now = performance.now();
     for (const [index, value] of slots) this.#table.change(index, value, now);
@@ -83,6 +77,6 @@ class Page {
   }
 }
 
-// The cookie holds the token by now; it shall not stay in sight, nor in the browser's history.
+// The cookie holds the token by now. Keep it out of the address bar and the browser's history.
 if (location.search.includes("token=")) history.replaceState(null, "", "/");
 new Page();

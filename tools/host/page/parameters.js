@@ -27,7 +27,7 @@ export class Control {
   #slider = null;
   #ends = []; // buttons with the slider's lowest and highest value
   #outcome = make("span", "outcome");
-  #isEdited = false; // by somebody who has not sent it yet
+  #isEdited = false; // typed into, but not sent yet
   #isSending = false;
   #waiting = null; // text to send after the current request
   #shownValue;

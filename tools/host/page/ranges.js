@@ -27,7 +27,7 @@ export class Ranges {
     this.#chosen = storage.get(this.#storageName) ?? {};
   }
 
-  // Null if the range shall fit the values.
+  // Null if nobody chose a range for the slot.
   of(slot) {
     return this.#chosen[nameOf(slot)] ?? null;
   }

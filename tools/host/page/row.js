@@ -1,5 +1,5 @@
-// One row of the table: a slot's value, level, history and age. It writes to the document only what
-// has changed since it last did.
+// One row of the table: a slot's value, level, history and age. It touches only those parts of the
+// document that have changed.
 import { byId, make, setText } from "./browser.js";
 import { ageText, shortNumber } from "./format.js";
 import { Sparkline } from "./history.js";
@@ -61,7 +61,7 @@ class Bar {
     this.#track.setAttribute("aria-valuemax", high);
   }
 
-  // Not at each change: assistive technology would have to follow.
+  // Sets aria-valuenow here only, so that screen readers need not follow every change.
   tick(now) {
     this.#slot.releaseHold(now);
     this.show();

@@ -1,4 +1,4 @@
-// One slot: its value, the range of its scale, its peak hold, its history, and whether it changes.
+// One slot: its value, the range of its scale, its peak hold, its history and its state.
 // Times are those of performance.now(), in milliseconds.
 import { numberText, withMinus } from "./format.js";
 import { History } from "./history.js";
@@ -36,7 +36,7 @@ export class Slot {
     this.isParameter = set === "engine";
     this.searched = `${name}\n${key}`.toLowerCase();
     this.range = null;
-    this.chosenRange = null; // which people set for it; null: fits the values
+    this.chosenRange = null; // set by somebody; null: the range fits the values
     this.history = null; // of a number that has changed
     this.hold = -Infinity;
     this.#fitRange();
@@ -87,7 +87,7 @@ export class Slot {
     this.#fitRange();
   }
 
-  // Lets the hold fall to the value when its time is over.
+  // Drops the hold to the value when its time is over.
   releaseHold(now) {
     if (now > this.#holdUntil && typeof this.value === "number") this.hold = this.value;
   }

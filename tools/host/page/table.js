@@ -23,7 +23,7 @@ function makeGroup([set, title]) {
 
 export class Table {
   #slots = [];
-  #identity = ""; // what tells these slots from those of another configuration
+  #identity = ""; // of these slots: sets, types, names and keys
   #groups = Object.entries(titles).map(makeGroup);
   #rows = new Map(); // by slot, as far as made
   #visible = new Set(); // rows that are in the document
@@ -58,7 +58,8 @@ export class Table {
 
   // ---- Slots ------------------------------------------------------------------------------------
 
-  // Takes the slots of a snapshot. The histories survive, unless `isRestart` or other slots came.
+  // Takes the slots of a snapshot. Histories survive, except after a restart of gatewayctl or when
+  // the slots differ.
   load(descriptions, isRestart, now) {
     const identity = JSON.stringify(descriptions.map((d) => [d.set, d.type, d.name, d.key]));
     if (identity !== this.#identity || isRestart) this.#build(descriptions, now);
@@ -150,7 +151,7 @@ export class Table {
     }
   }
 
-  // The first place of a group that needs a row, and the one after the last.
+  // The first place in a group that needs a row, and the one after the last.
   #rangeNear({ rows, shown }) {
     const { top } = rows.getBoundingClientRect();
     const first = Math.floor(-top / this.#rowHeight) - overscan;
@@ -190,7 +191,7 @@ export class Table {
 
   // ---- Keyboard ---------------------------------------------------------------------------------
 
-  // The Tab key stops at one row only; the arrow keys go on from there.
+  // The Tab key stops at one row only; the arrow keys move from there.
   #moveTabStop(target) {
     const element = target.closest(".row");
     for (const row of this.#visible) row.element.tabIndex = row.element === element ? 0 : -1;

@@ -25,7 +25,7 @@ export class Theme {
     this.#read();
   }
 
-  // A variable may hold one colour for each scheme; an element's own colour is the one in use.
+  // A variable holds the colours of both schemes; only an element's style has the one in use.
   #read() {
     const style = getComputedStyle(root);
     const probe = make("i");
