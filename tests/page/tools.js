@@ -1,5 +1,5 @@
-// What the tests of the live page need: the built programs as child processes, a browser, and
-// folders. Everything waits for events; `patience` bounds it so that a broken run does not hang.
+// What the live page is driven with: the built programs as child processes, their folders, and a
+// browser. Everything waits for events; `patience` only keeps a broken run from hanging.
 import { spawn } from "node:child_process";
 import { once } from "node:events";
 import { mkdtempSync, mkdirSync, rmSync, writeFileSync } from "node:fs";
@@ -11,22 +11,21 @@ import { chromium } from "playwright-core";
 export const patience = 60000;
 
 const need = (name) => {
-  if (!process.env[name]) throw new Error(`${name} is not set: run this by ctest`);
+  if (!process.env[name]) throw new Error(`the environment has no ${name}`);
   return process.env[name];
 };
 
 const tool = need("GATEWAYCTL");
-const screenshots = need("SCREENSHOTS");
 
-// A run of gatewayctl.
+// A gatewayctl process.
 export class Tool {
   #lines = [];
   #waiting = new Set();
   #errors = "";
   #ended = null;
 
-  constructor(...words) {
-    this.child = spawn(tool, words, { stdio: ["pipe", "pipe", "pipe"] });
+  constructor(words, folder) {
+    this.child = spawn(tool, words, { cwd: folder, stdio: ["pipe", "pipe", "pipe"] });
     this.child.stderr.on("data", (text) => (this.#errors += text));
     createInterface({ input: this.child.stdout }).on("line", (line) => {
       this.#lines.push(line);
@@ -39,7 +38,7 @@ export class Tool {
     });
   }
 
-  // The first line of standard output that begins so.
+  // The first line of standard output with this prefix, once there is one.
   line(prefix) {
     return new Promise((resolve, reject) => {
       const finish = (use, result) => {
@@ -57,13 +56,13 @@ export class Tool {
         if (found !== undefined) finish(resolve, found);
         else if (this.#ended !== null) fail("ended");
       };
-      const timer = setTimeout(() => fail("patience ended"), patience);
+      const timer = setTimeout(() => fail("timed out"), patience);
       this.#waiting.add(check);
       check();
     });
   }
 
-  // As an interrupt from the keyboard would; gives the exit code.
+  // Interrupts it as Ctrl-C would; returns the exit code.
   async stop() {
     if (this.#ended === null) this.child.kill("SIGINT");
     return this.exit;
@@ -74,35 +73,36 @@ export class Tool {
     const { readFile } = await import("node:fs/promises");
     const text = await readFile(`/proc/${this.child.pid}/stat`, "utf8");
     const fields = text.slice(text.lastIndexOf(")") + 2).split(" ");
-    const tick = 10; // milliseconds; the system's clock ticks are 1/100 s
+    const tick = 10; // milliseconds in one of the kernel's clock ticks
     return (Number(fields[11]) + Number(fields[12])) * tick;
   }
 }
 
-// A simulator and a host of the given slots; `configuration` gets both targets.
+// A simulator and a host. `simulator` and `host` are further options of theirs; `configuration`
+// makes the host's file, named `file`, of the simulator's two targets.
 export class Rig {
-  static async start({ keys, configuration, simulator = [] }) {
+  static async start({ configuration, simulator, host = [], file = "page.conf" }) {
     const rig = new Rig();
     rig.folder = mkdtempSync(join(tmpdir(), "gateway-page-"));
-    rig.simulator = new Tool(
-      "sim", "--meters", "127.0.0.1:0", "--engine", "127.0.0.1:0", ...simulator, "--keys", ...keys,
-    );
+    const anyPort = "127.0.0.1:0";
+    rig.simulator = new Tool(["sim", "--meters", anyPort, "--engine", anyPort, ...simulator]);
     const meters = (await rig.simulator.line("meters ")).slice(7);
     const engine = (await rig.simulator.line("engine ")).slice(7);
-    rig.config = join(rig.folder, "page.conf");
+    rig.file = file;
+    rig.options = host;
     rig.targets = { meters, engine };
     rig.write(configuration);
-    await rig.startHost("127.0.0.1:0");
+    await rig.startHost(anyPort);
     return rig;
   }
 
   write(configuration) {
     const { meters, engine } = this.targets;
-    writeFileSync(this.config, configuration(meters, engine));
+    writeFileSync(join(this.folder, this.file), configuration(meters, engine));
   }
 
   async startHost(address) {
-    this.host = new Tool("host", this.config, "--page", address);
+    this.host = new Tool(["host", this.file, "--page", address, ...this.options], this.folder);
     this.url = (await this.host.line("page ")).slice(5);
     this.address = new URL(this.url).host;
   }
@@ -135,7 +135,7 @@ export async function startBrowser() {
   };
 }
 
-// A page that fails the test by what it should not say: errors, and what its own rules forbid.
+// A page that collects its errors and breaches of its Content-Security-Policy in `problems`.
 export async function openPage(context, url, options = {}) {
   const page = await context.newPage();
   page.problems = [];
@@ -152,6 +152,7 @@ export async function openPage(context, url, options = {}) {
 }
 
 export async function shoot(page, name) {
+  const screenshots = need("SCREENSHOTS");
   mkdirSync(screenshots, { recursive: true });
   await page.screenshot({ path: join(screenshots, `${name}.png`) });
 }

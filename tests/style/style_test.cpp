@@ -2,6 +2,7 @@
 // and nothing was left for later.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -155,6 +156,27 @@ TEST(Style, IncludesPointDownwardOnly) {
     }
   }
   EXPECT_GT(arrows, 500u);
+}
+
+// The live page's modules, from the ground up: each may import those before it.
+const std::vector<std::string> pageModules = {"browser", "format",     "history", "slot",   "theme",
+                                              "ranges",  "parameters", "row",     "filter", "table",
+                                              "status",  "log",        "link",    "main"};
+
+TEST(Style, ThePagesModulesImportDownwardOnly) {
+  const std::string folder = "tools/host/page/";
+  std::size_t imports = 0;
+  for (const std::string& file : filesIn(folder, {".js"})) {
+    const auto own = std::find(pageModules.begin(), pageModules.end(), fs::path(file).stem());
+    ASSERT_NE(own, pageModules.end()) << file << " has no place: add one above";
+    const std::string text = textOf(root / file);
+    for (auto other = pageModules.begin(); other != pageModules.end(); ++other) {
+      if (text.find("from \"./" + *other + ".js\";") == text.npos) continue;
+      EXPECT_LT(other, own) << file << " imports " << *other;
+      ++imports;
+    }
+  }
+  EXPECT_GT(imports, 20u);
 }
 
 // The payloads are gRPC's lowest users: below them nothing knows of it.

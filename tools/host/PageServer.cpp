@@ -342,7 +342,20 @@ void PageServer::Serving::addRoutes() {
        }},
   };
   addFile("/page.css", "text/css; charset=utf-8", page::page_css);
-  addFile("/page.js", "text/javascript; charset=utf-8", page::page_js);
+  addFile("/browser.js", "text/javascript; charset=utf-8", page::browser_js);
+  addFile("/filter.js", "text/javascript; charset=utf-8", page::filter_js);
+  addFile("/format.js", "text/javascript; charset=utf-8", page::format_js);
+  addFile("/history.js", "text/javascript; charset=utf-8", page::history_js);
+  addFile("/link.js", "text/javascript; charset=utf-8", page::link_js);
+  addFile("/log.js", "text/javascript; charset=utf-8", page::log_js);
+  addFile("/main.js", "text/javascript; charset=utf-8", page::main_js);
+  addFile("/parameters.js", "text/javascript; charset=utf-8", page::parameters_js);
+  addFile("/ranges.js", "text/javascript; charset=utf-8", page::ranges_js);
+  addFile("/row.js", "text/javascript; charset=utf-8", page::row_js);
+  addFile("/slot.js", "text/javascript; charset=utf-8", page::slot_js);
+  addFile("/status.js", "text/javascript; charset=utf-8", page::status_js);
+  addFile("/table.js", "text/javascript; charset=utf-8", page::table_js);
+  addFile("/theme.js", "text/javascript; charset=utf-8", page::theme_js);
   addFile("/icon.svg", "image/svg+xml", page::icon_svg);
 }
 

@@ -1,6 +1,6 @@
 // The live page: an HTTP server on one address, with a page for people and what programs may want.
 //
-//   GET  /             the page; /page.css, /page.js, /icon.svg go with it
+//   GET  /             the page, with /page.css, /icon.svg and its scripts, such as /main.js
 //   GET  /api/status   what runs here, as statusOf gives it
 //   GET  /api/slots    all slots, as slotsOf gives them
 //   GET  /api/events   server-sent events: "snapshot" once, then "update" as changes come, both as

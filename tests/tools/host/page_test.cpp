@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <condition_variable>
 #include <deque>
@@ -13,6 +14,7 @@
 #include <mutex>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <regex>
 #include <set>
 #include <sstream>
 #include <stdexcept>
@@ -169,7 +171,7 @@ TEST_F(Page, NeedsNothingFromElsewhereAndAllowsNothingElse) {
     EXPECT_EQ(page->body.find(text), page->body.npos) << text;
   }
   const std::map<std::string, std::string> types = {{"/page.css", "text/css; charset=utf-8"},
-                                                    {"/page.js", "text/javascript; charset=utf-8"},
+                                                    {"/main.js", "text/javascript; charset=utf-8"},
                                                     {"/icon.svg", "image/svg+xml"}};
   for (const auto& [path, type] : types) {
     EXPECT_NE(page->body.find('"' + path + '"'), page->body.npos) << path;
@@ -179,6 +181,25 @@ TEST_F(Page, NeedsNothingFromElsewhereAndAllowsNothingElse) {
     EXPECT_EQ(file->get_header_value("Content-Type"), type);
     EXPECT_GT(file->body.size(), 100u) << path;
   }
+}
+
+// A module that the server does not know would leave the page without any of its scripts.
+TEST_F(Page, ServesEveryModuleThatItsScriptsImport) {
+  auto http = client();
+  std::vector<std::string> names = {"main.js"};
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    const auto script = http.Get("/" + names[i]);
+    ASSERT_TRUE(script) << names[i];
+    EXPECT_EQ(script->status, 200) << names[i];
+    EXPECT_EQ(script->get_header_value("Content-Type"), "text/javascript; charset=utf-8");
+    static const std::regex import(R"re(from "\./([^"]+)";)re");
+    for (std::sregex_iterator at(script->body.begin(), script->body.end(), import), end; at != end;
+         ++at) {
+      const std::string name = (*at)[1];
+      if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
+    }
+  }
+  EXPECT_GT(names.size(), 5u);
 }
 
 TEST_F(Page, TellsWhatRuns) {
@@ -591,7 +612,7 @@ TEST_F(Page, WantsItsTokenInAnyOfThreeWays) {
       "show the token of the page: open it as /?token=TOKEN, or send the header \"Authorization: "
       "Bearer TOKEN\"";
   const std::string cookie = "gateway_page_" + std::to_string(port());
-  for (const char* path : {"/", "/page.js", "/api/slots", "/api/events", "/metrics", "/no"}) {
+  for (const char* path : {"/", "/main.js", "/api/slots", "/api/events", "/metrics", "/no"}) {
     expectRefusal(client().Get(path), 401, error);
     expectRefusal(client().Get((path + std::string("?token=0123-abc_DEf")).c_str()), 401, error);
   }
@@ -614,7 +635,7 @@ TEST_F(Page, WantsItsTokenInAnyOfThreeWays) {
   EXPECT_EQ(page->get_header_value("Set-Cookie"),
             cookie + "=0123-abc_DEF; Path=/; HttpOnly; SameSite=Strict");
   const httplib::Headers shown = {{"Cookie", "a=b; " + cookie + "=0123-abc_DEF; c=d"}};
-  EXPECT_EQ(client().Get("/page.js", shown)->status, 200);
+  EXPECT_EQ(client().Get("/main.js", shown)->status, 200);
   EventStream events(origin, shown);
   events.next("snapshot");
   // The token says who asks, not from which site: a change needs its Origin all the same.

@@ -1,0 +1,50 @@
+// How numbers, ages and times are written.
+
+export const withMinus = (text) => text.replace(/^-/, "−");
+
+// With as many decimals as a scale of this span makes readable.
+export function numberText(value, span) {
+  if (typeof value !== "number") return withMinus(String(value)); // nan, inf, -inf
+  const size = Math.abs(value);
+  if (size >= 1e7 || (size > 0 && size < 1e-4 && span < 1e-2)) {
+    return withMinus(value.toExponential(3));
+  }
+  const decimals = span >= 20 ? 1 : span >= 2 ? 2 : span >= 0.2 ? 3 : 4;
+  return withMinus(value.toFixed(decimals));
+}
+
+export const shortNumber = (value) => withMinus(String(Number(value.toPrecision(4))));
+
+export const countText = (count) => count.toLocaleString("en").replaceAll(",", " ");
+
+export const rateText = (rate) => (rate < 10 ? rate.toFixed(1) : String(Math.round(rate)));
+
+export function ageText(milliseconds) {
+  const seconds = milliseconds / 1000;
+  if (seconds < 10) return `${Math.max(0, seconds).toFixed(1)} s`;
+  if (seconds < 120) return `${Math.round(seconds)} s`;
+  if (seconds < 7200) return `${Math.round(seconds / 60)} min`;
+  if (seconds < 172800) return `${Math.round(seconds / 3600)} h`;
+  return `${Math.round(seconds / 86400)} d`;
+}
+
+const twoDigits = (number) => String(Math.floor(number)).padStart(2, "0");
+
+const timeText = (hours, minutes, seconds) => [hours, minutes, seconds].map(twoDigits).join(":");
+
+export function uptimeText(seconds) {
+  const days = Math.floor(seconds / 86400);
+  const time = timeText((seconds / 3600) % 24, (seconds / 60) % 60, seconds % 60);
+  return days > 0 ? `${days} d ${time}` : time;
+}
+
+// The browser's local time, of seconds since 1970.
+export function clockText(seconds) {
+  const time = new Date(seconds * 1000);
+  return timeText(time.getHours(), time.getMinutes(), time.getSeconds());
+}
+
+export function preciseClockText(seconds) {
+  const milliseconds = new Date(seconds * 1000).getMilliseconds();
+  return `${clockText(seconds)}.${String(milliseconds).padStart(3, "0")}`;
+}

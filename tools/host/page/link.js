@@ -1,0 +1,70 @@
+// The stream of events from gatewayctl, and the state of the connection at the top of the page.
+import { byId, setText } from "./browser.js";
+
+const silenceLimit = 7000; // milliseconds; the server sends something every two seconds
+const checkPeriod = 250;
+const retryAfter = 1000;
+
+// Why the server refuses the stream; empty if it doesn't, or does not answer.
+async function refusal() {
+  const control = new AbortController();
+  try {
+    const response = await fetch("/api/events", { signal: control.signal });
+    return response.ok ? "" : (await response.json()).error;
+  } catch {
+    return "";
+  } finally {
+    control.abort();
+  }
+}
+
+export class Link {
+  #stream = null;
+  #heardAt = 0; // when something last arrived
+  #handlers;
+
+  // `handlers` take the data of events, by the events' names.
+  constructor(handlers) {
+    this.#handlers = handlers;
+    this.#connect();
+    setInterval(() => this.#checkSilence(), checkPeriod);
+  }
+
+  #connect() {
+    this.#stream?.close();
+    this.#heardAt = performance.now();
+    this.#stream = new EventSource("/api/events");
+    for (const [name, handle] of Object.entries(this.#handlers)) {
+      this.#stream.addEventListener(name, (event) => this.#receive(event, handle));
+    }
+    this.#stream.addEventListener("error", () => this.#onError());
+  }
+
+  #receive(event, handle) {
+    this.#heardAt = performance.now();
+    this.#show("live", "live");
+    handle(JSON.parse(event.data));
+  }
+
+  #checkSilence() {
+    if (this.#stream && performance.now() - this.#heardAt > silenceLimit) this.#connect();
+  }
+
+  // The browser reconnects by itself, except after an answer that refuses the stream.
+  async #onError() {
+    this.#show("lost", "reconnecting…");
+    if (this.#stream.readyState !== EventSource.CLOSED) {
+      this.#heardAt = performance.now();
+      return;
+    }
+    this.#stream = null;
+    const reason = await refusal();
+    if (reason) this.#show("lost", `refused: ${reason}`);
+    setTimeout(() => this.#connect(), retryAfter);
+  }
+
+  #show(state, text) {
+    byId("connection").dataset.state = state;
+    setText(byId("connection"), text);
+  }
+}

@@ -1,0 +1,82 @@
+// The live page: the link's events go to the parts of the page, and frames show what changed.
+//
+// Imports go one way only; tests/style/style_test.cpp has the order.
+import { Link } from "./link.js";
+import { Log } from "./log.js";
+import { SentList } from "./parameters.js";
+import { Ranges } from "./ranges.js";
+import { Status } from "./status.js";
+import { Table } from "./table.js";
+import { Theme } from "./theme.js";
+
+const tickPeriod = 250; // milliseconds, of ages, histories and counts
+
+class Page {
+  #instance = ""; // which run of gatewayctl the page shows
+  #isFrameRequested = false;
+  #isTickDue = false;
+  #status = new Status();
+  #ranges = new Ranges();
+  #table = new Table(this.#ranges, new Theme());
+  #sent = new SentList();
+  #log = new Log(() => this.#requestFrame());
+
+  constructor() {
+    setInterval(() => {
+      this.#isTickDue = true;
+      this.#requestFrame();
+    }, tickPeriod);
+    new Link({
+      snapshot: (snapshot) => this.#load(snapshot),
+      update: (update) => this.#update(update),
+      quiet: () => {},
+    });
+  }
+
+  // Takes a whole snapshot. One comes at the start and after each reconnection.
+  #load({ instance, status, slots, log, notifications }) {
+    const now = performance.now();
+    const isRestart = this.#instance !== "" && this.#instance !== instance;
+    this.#instance = instance;
+    this.#status.load(status, now);
+    this.#log.load(log, isRestart ? status.startTime : null);
+    this.#sent.load(status.notifications, notifications);
+    this.#ranges.load(status.name);
+    this.#table.load(slots, isRestart, now);
+    this.#requestFrame();
+  }
+
+  // Takes an update, which has only those members that changed.
+  #update({ slots = [], changes, log = [], notifications = [] }) {
+    const now = performance.now();
+    for (const [index, value] of slots) this.#table.change(index, value, now);
+    if (changes !== undefined) this.#status.setChanges(changes);
+    this.#log.add(log);
+    this.#sent.add(notifications);
+    this.#requestFrame();
+  }
+
+  #requestFrame() {
+    if (this.#isFrameRequested) return;
+    this.#isFrameRequested = true;
+    requestAnimationFrame(() => this.#showFrame(performance.now()));
+  }
+
+  #showFrame(now) {
+    this.#isFrameRequested = false;
+    this.#table.showChanges(now);
+    if (this.#isTickDue) this.#tick(now);
+    if (this.#log.show()) this.#requestFrame();
+  }
+
+  #tick(now) {
+    this.#isTickDue = false;
+    this.#table.tick(now);
+    this.#log.showCounts();
+    this.#status.tick(now);
+  }
+}
+
+// The cookie holds the token by now. Keep it out of the address bar and the browser's history.
+if (location.search.includes("token=")) history.replaceState(null, "", "/");
+new Page();

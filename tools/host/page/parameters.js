@@ -1,0 +1,180 @@
+// Engine parameters: the controls that change them, and the list of notifications sent.
+import { byId, make, setText } from "./browser.js";
+import { clockText, shortNumber, withMinus } from "./format.js";
+
+const sentKept = 100;
+
+async function postChange(name, value) {
+  let response;
+  try {
+    response = await fetch("/api/set", {
+      method: "POST",
+      headers: { "Content-Type": "application/json" },
+      body: JSON.stringify({ changes: [{ name, value }] }),
+    });
+  } catch {
+    throw new Error("not sent: gatewayctl does not respond");
+  }
+  const answer = await response.json();
+  if (!response.ok) throw new Error(answer.error);
+  return answer.notification;
+}
+
+// A field for an engine slot's value, a slider for a float, and the outcome of the last change.
+export class Control {
+  #slot;
+  #field = make("input");
+  #slider = null;
+  #ends = []; // buttons with the slider's lowest and highest value
+  #outcome = make("span", "outcome");
+  #isEdited = false; // typed into, but not sent yet
+  #isSending = false;
+  #waiting = null; // text to send after the current request
+  #shownValue;
+  #shownRange = null;
+
+  // `parts` are the row's elements; `editRange` opens the dialog for the slider's range.
+  constructor(slot, parts, editRange) {
+    this.#slot = slot;
+    this.#addField(parts.value);
+    if (slot.isFloat) this.#addSlider(parts.level, editRange);
+    this.#outcome.setAttribute("role", "status");
+    parts.history.append(this.#outcome);
+  }
+
+  #addField(parent) {
+    const field = this.#field;
+    Object.assign(field, { type: "text", spellcheck: false, autocomplete: "off" });
+    if (this.#slot.isNumber) field.inputMode = "decimal";
+    field.setAttribute("aria-label", `${this.#slot.name}, value`);
+    field.addEventListener("keydown", (event) => {
+      if (event.key === "Enter") this.#commit();
+      if (event.key === "Escape") this.#showValue();
+      event.stopPropagation();
+    });
+    field.addEventListener("input", () => (this.#isEdited = true));
+    field.addEventListener("change", () => this.#isEdited && this.#commit());
+    parent.append(field);
+  }
+
+  #addSlider(parent, editRange) {
+    const slider = (this.#slider = make("input"));
+    slider.type = "range";
+    slider.setAttribute("aria-label", this.#slot.name);
+    slider.addEventListener("input", () => {
+      this.#isEdited = false;
+      this.#field.value = slider.value;
+      this.#send(slider.value);
+    });
+    slider.addEventListener("keydown", (event) => event.stopPropagation());
+    this.#ends = ["minimum", "maximum"].map((which) => this.#makeEnd(which, editRange));
+    const box = make("span", "slide");
+    box.append(this.#ends[0], slider, this.#ends[1]);
+    parent.append(box);
+  }
+
+  #makeEnd(which, editRange) {
+    const end = make("button");
+    end.type = "button";
+    end.title = "Set the range of this slider";
+    end.setAttribute("aria-label", `${this.#slot.name}: slider ${which}`);
+    end.addEventListener("click", editRange);
+    return end;
+  }
+
+  focus() {
+    this.#field.focus();
+  }
+
+  // Shows the slot's value, but never over what somebody is typing.
+  show() {
+    if (this.#slider) this.#showRange();
+    if (this.#isEdited || this.#isSending || this.#shownValue === this.#slot.value) return;
+    this.#showValue();
+  }
+
+  #showValue() {
+    this.#isEdited = false;
+    this.#shownValue = this.#slot.value;
+    this.#field.value = String(this.#slot.value);
+    if (this.#slider) this.#slider.value = String(this.#slot.value);
+  }
+
+  #showRange() {
+    const { range, chosenRange, span, value } = this.#slot;
+    if (range === this.#shownRange) return;
+    this.#shownRange = range;
+    const step = 10 ** Math.floor(Math.log10(span / 100));
+    Object.assign(this.#slider, { min: range[0], max: range[1], step });
+    this.#slider.value = String(value);
+    this.#ends.forEach((end, i) => {
+      setText(end, shortNumber(range[i]));
+      end.classList.toggle("chosen", chosenRange !== null);
+    });
+  }
+
+  #commit() {
+    this.#isEdited = false;
+    this.#send(this.#field.value);
+  }
+
+  // One request at a time; of the values that arrive in the meantime only the latest is sent.
+  async #send(text) {
+    this.#waiting = text;
+    if (this.#isSending) return;
+    this.#isSending = true;
+    while (this.#waiting !== null) {
+      const value = this.#waiting;
+      this.#waiting = null;
+      await this.#sendOne(value);
+    }
+    this.#isSending = false;
+    this.show(); // what changed in the meantime
+  }
+
+  async #sendOne(value) {
+    try {
+      const number = await postChange(this.#slot.name, value);
+      this.#showOutcome(`sent #${number}`, false);
+    } catch (error) {
+      this.#isEdited = true;
+      this.#showOutcome(error.message, true);
+    }
+  }
+
+  #showOutcome(text, isBad) {
+    setText(this.#outcome, text);
+    this.#outcome.title = text;
+    this.#outcome.classList.toggle("bad", isBad);
+    this.#field.setAttribute("aria-invalid", String(isBad));
+  }
+}
+
+function sentElement({ number, time, changes }) {
+  const element = make("li");
+  const texts = changes.map(({ name, value }) => `${name} ${withMinus(value)}`);
+  element.append(
+    make("time", "", clockText(time)),
+    make("span", "what", `sent #${number} ${texts.join(", ")}`),
+  );
+  return element;
+}
+
+// The notifications, newest first, and their number at the top of the page.
+export class SentList {
+  #list = byId("sent");
+
+  load(count, notifications) {
+    this.#list.replaceChildren();
+    setText(byId("notification-count"), String(count));
+    this.add(notifications);
+  }
+
+  add(notifications) {
+    for (const notification of notifications) {
+      this.#list.prepend(sentElement(notification));
+      setText(byId("notification-count"), String(notification.number));
+    }
+    while (this.#list.childElementCount > sentKept) this.#list.lastElementChild.remove();
+  }
+}

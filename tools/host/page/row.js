@@ -1,0 +1,157 @@
+// One row of the table: a slot's value, level, history and age. It touches only those parts of the
+// document that have changed.
+import { byId, make, setText } from "./browser.js";
+import { ageText, shortNumber } from "./format.js";
+import { Sparkline } from "./history.js";
+import { Control } from "./parameters.js";
+
+// A float's level in its range, with a mark for the peak hold. A click opens the range's dialog.
+class Bar {
+  #slot;
+  #button = make("button");
+  #low = make("span");
+  #high = make("span");
+  #track = make("span", "track");
+  #fill = make("span", "fill");
+  #hold = make("span", "hold");
+  #shown = {};
+
+  constructor(slot, parent, editRange) {
+    this.#slot = slot;
+    this.#button.type = "button";
+    this.#button.tabIndex = -1;
+    this.#button.title = "Set the range of this bar";
+    this.#button.addEventListener("click", editRange);
+    this.#track.append(this.#fill, this.#hold);
+    this.#track.setAttribute("role", "meter");
+    this.#track.setAttribute("aria-label", slot.name);
+    this.#button.append(this.#low, this.#track, this.#high);
+    parent.append(this.#button);
+  }
+
+  show() {
+    const { hasChanged, value, hold } = this.#slot;
+    this.#showLevel(hasChanged ? this.#slot.place(value) : 0);
+    this.#showHold(hasChanged ? this.#slot.place(hold) : 0);
+    this.#showRange();
+  }
+
+  #showLevel(place) {
+    if (place === this.#shown.level) return;
+    this.#shown.level = place;
+    this.#fill.style.transform = `scaleX(${place.toFixed(4)})`;
+  }
+
+  #showHold(place) {
+    if (place === this.#shown.hold) return;
+    this.#shown.hold = place;
+    this.#hold.style.transform = `translateX(${(place * 100).toFixed(2)}%)`;
+  }
+
+  #showRange() {
+    const { name, range, chosenRange } = this.#slot;
+    if (range === this.#shown.range) return;
+    this.#shown.range = range;
+    const [low, high] = range;
+    setText(this.#low, shortNumber(low));
+    setText(this.#high, shortNumber(high));
+    this.#button.classList.toggle("chosen", chosenRange !== null);
+    this.#button.setAttribute("aria-label", `${name}: range ${low} to ${high}`);
+    this.#track.setAttribute("aria-valuemin", low);
+    this.#track.setAttribute("aria-valuemax", high);
+  }
+
+  // Sets aria-valuenow here only, so that screen readers need not follow every change.
+  tick(now) {
+    this.#slot.releaseHold(now);
+    this.show();
+    if (typeof this.#slot.value !== "number") return;
+    this.#track.setAttribute("aria-valuenow", this.#slot.value);
+  }
+}
+
+export class Row {
+  #parts = {}; // child elements by their class
+  #text = document.createTextNode("");
+  #bar = null;
+  #control = null;
+  #sparkline = null;
+  #theme;
+  #editRange;
+
+  constructor(slot, ranges, theme) {
+    this.slot = slot;
+    this.element = byId("row-template").content.firstElementChild.cloneNode(true);
+    this.#theme = theme;
+    this.#editRange = () => ranges.edit(slot, () => this.show(performance.now()));
+    Object.assign(this.element.dataset, { set: slot.set, type: slot.type, name: slot.name });
+    for (const part of this.element.children) this.#parts[part.className] = part;
+    for (const part of ["name", "type", "key"]) setText(this.#parts[part], slot[part]);
+    this.#addValue();
+  }
+
+  #addValue() {
+    const { slot } = this;
+    if (slot.isParameter) this.#control = new Control(slot, this.#parts, this.#editRange);
+    else this.#parts.value.append(this.#text);
+    if (!slot.isParameter && slot.isFloat) {
+      this.#bar = new Bar(slot, this.#parts.level, this.#editRange);
+    }
+  }
+
+  show(now) {
+    this.showValue(now);
+    this.tick(now);
+  }
+
+  showValue(now) {
+    this.#showState(now);
+    const text = this.slot.valueText;
+    if (this.#control) this.#control.show();
+    else if (this.#text.data !== text) this.#text.data = text;
+    this.#bar?.show();
+  }
+
+  #showState(now) {
+    const state = this.slot.state(now);
+    if (this.element.dataset.state !== state) this.element.dataset.state = state;
+  }
+
+  // Shows what time alone changes.
+  tick(now) {
+    const { slot } = this;
+    this.#showState(now);
+    setText(this.#parts.age, slot.hasChanged ? ageText(now - slot.changedAt) : "unchanged");
+    if (slot.isParameter) return;
+    if (slot.history) this.#drawHistory(now);
+    this.#bar?.tick(now);
+  }
+
+  #drawHistory(now) {
+    const { history, historyRange } = this.slot;
+    const { live, dim } = this.#theme.colours;
+    history.advance(now);
+    this.#sparkline ??= new Sparkline(this.#parts.history);
+    this.#sparkline.draw(history, historyRange, this.slot.state(now) === "changing" ? live : dim);
+  }
+
+  // Texts may be cut off at the end of their column.
+  showTitles() {
+    this.#parts.name.title = this.slot.name;
+    this.#parts.key.title = this.slot.key;
+    this.#parts.value.title = String(this.slot.value);
+  }
+
+  // What the Enter key does.
+  edit() {
+    if (this.#control) this.#control.focus();
+    else if (this.#bar) this.#editRange();
+  }
+
+  // Takes the row out of the document, to be put back later.
+  remove() {
+    this.element.remove();
+    this.#sparkline?.release();
+    this.#sparkline = null;
+  }
+}
