@@ -1,6 +1,6 @@
 // Tells the thread sanitizer that gRPC runs the reactions of one call in order: each reaction sees
-// everything written before its operation was started. The sanitizer can't see this by itself, since
-// the distribution's gRPC is not instrumented. Does nothing in other builds.
+// everything written before its operation was started. The sanitizer can't see this by itself,
+// since the distribution's gRPC is not instrumented. Does nothing in other builds.
 #pragma once
 
 #if defined(__SANITIZE_THREAD__)

@@ -4,7 +4,8 @@
 // The module reads a dedicated file within the reading of the one that names it, without a limit.
 // Here the files that are open stand in a list, so that one which names itself is found.
 //
-// Threads: one at a time. Memory: one chunk for each open file, and what Findings and ConfigurationRules keep.
+// Threads: one at a time.
+// Memory: one chunk for each open file, and what Findings and ConfigurationRules keep.
 #pragma once
 
 #include <cstddef>

@@ -2,8 +2,8 @@
 // their names were generated.
 //
 // The module's own ConfigManager reads the configuration, so that a tool sees exactly what the
-// module sees. ConfigManager logs through the host's operations: a standin::Host must exist while it
-// reads, and the host's log sink receives the reasons for a refusal.
+// module sees. ConfigManager logs through the host's operations: a standin::Host must exist while
+// it reads, and the host's log sink receives the reasons for a refusal.
 //
 // Any thread.
 #pragma once

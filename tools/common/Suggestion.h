@@ -7,8 +7,8 @@
 
 namespace tools {
 
-// The candidate closest to `word`, or nothing if none is close. A close candidate differs in at most
-// a third of the word's bytes (at least one). A wrong, missing, extra or swapped byte and a
+// The candidate closest to `word`, or nothing if none is close. A close candidate differs in at
+// most a third of the word's bytes (at least one). A wrong, missing, extra or swapped byte and a
 // difference in case each count as one. Of equally close candidates, the first.
 std::string closestTo(std::string_view word, const std::vector<std::string>& candidates);
 

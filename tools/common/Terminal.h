@@ -24,8 +24,9 @@ Clock::time_point momentIn(std::optional<double> seconds);
 // Returns nothing if the text is a number of seconds from 0 to 1000000000, or else the error.
 std::string checkSeconds(const std::string& text);
 
-// Delivers SIGINT and SIGTERM through a descriptor instead of ending the process. It blocks them for
-// good on the calling thread and on threads started from it later, so make it before any thread.
+// Delivers SIGINT and SIGTERM through a descriptor instead of ending the process. It blocks them
+// for good on the calling thread and on threads started from it later, so make it before any
+// thread.
 //
 // A user who asks twice doesn't wait: a further signal, a second or more after the first, ends the
 // process at once with code 130. (Within a second both a terminal and a parent may deliver the same
@@ -57,8 +58,8 @@ class InputLines {
   // Borrows the descriptor.
   explicit InputLines(int descriptor = STDIN_FILENO) : descriptor_(descriptor) {}
 
-  // Reads once and returns the lines that are now complete, without line ends. Blocks if nothing has
-  // arrived. End of input, or an error, completes the last line.
+  // Reads once and returns the lines that are now complete, without line ends. Blocks if nothing
+  // has arrived. End of input, or an error, completes the last line.
   std::vector<std::string> take();
 
   // Whether the input has ended.

@@ -112,8 +112,8 @@ void AsyncMetersPayload::read() {
   reader->Read(&meter, tag());
 }
 
-// A read also fails when a message can't be parsed. The server then still holds the call, and Finish
-// would wait forever. Cancelling a call that has ended does nothing.
+// A read also fails when a message can't be parsed. The server then still holds the call, and
+// Finish would wait forever. Cancelling a call that has ended does nothing.
 void AsyncMetersPayload::finish() {
   finishing = true;
   context->TryCancel();

@@ -28,8 +28,8 @@ namespace gateway {
 
 class AsyncMetersPayload final : public AsyncEventPayload {
  public:
-  // The client owns queue and table, which outlive the payload. `startNext` starts the next attempt.
-  // The payload calls it on the client thread, right before it deletes itself.
+  // The client owns queue and table, which outlive the payload. `startNext` starts the next
+  // attempt. The payload calls it on the client thread, right before it deletes itself.
   AsyncMetersPayload(grpc::CompletionQueue* queue, GatewaySlotTable* table,
                      std::shared_ptr<const ConfigManager> config, MeterEntryType rate,
                      std::function<void()> startNext);

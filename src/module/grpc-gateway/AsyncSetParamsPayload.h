@@ -1,5 +1,5 @@
-// One SetParams call. The payload holds what the call needs and is deleted at its one event. Neither
-// response nor status is read.
+// One SetParams call. The payload holds what the call needs and is deleted at its one event.
+// Neither response nor status is read.
 //
 // Threads: made on a host thread; deleted on the client thread or by the client's destructor.
 #pragma once
@@ -20,8 +20,8 @@ class AsyncSetParamsPayload final : public AsyncEventPayload {
                         std::unique_ptr<sonalith::grpcengine::RequestSetParams> params);
   ~AsyncSetParamsPayload() override;
 
-  // Starts the call. From here on the payload belongs to the queue and may be deleted at any moment,
-  // even before this returns.
+  // Starts the call. From here on the payload belongs to the queue and may be deleted at any
+  // moment, even before this returns.
   static void start(std::unique_ptr<AsyncSetParamsPayload> payload);
 
   void Proceed(bool ok) override;

@@ -35,7 +35,8 @@ struct EngineEntry {
 };
 
 // Lists keep the order of the file; the lines of a dedicated file stand where the file is named. An
-// entry's position in its list is the index of its slot, so nothing may sort, merge or prune a list.
+// entry's position in its list is the index of its slot, so nothing may sort, merge or prune a
+// list.
 class ConfigManager {
  public:
   // Reads and verifies the file; an empty path means "/etc/sonalith/grpc-gateway.conf".
@@ -61,8 +62,8 @@ class ConfigManager {
   std::vector<EngineEntry> engineFloats;
 
   // Whether every line was good and the configuration is sound; the module refuses to start
-  // otherwise. When true, every key is non-empty and unique in its list, and every customKey fits its
-  // slot. There is a meters target exactly when a rate is enabled, and without one there are no
+  // otherwise. When true, every key is non-empty and unique in its list, and every customKey fits
+  // its slot. There is a meters target exactly when a rate is enabled, and without one there are no
   // meters. Without an engine target there are no parameters.
   bool valid = true;
 };

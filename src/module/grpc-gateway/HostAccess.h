@@ -12,8 +12,8 @@
 
 namespace gateway {
 
-// Copies a string of the host. Throws std::logic_error for null. People search logs for its text, so
-// it must not vary with the standard library.
+// Copies a string of the host. Throws std::logic_error for null. People search logs for its text,
+// so it must not vary with the standard library.
 inline std::string stringFromHost(const char* text) {
   if (text == nullptr) throw std::logic_error("basic_string::_M_construct null not valid");
   return text;

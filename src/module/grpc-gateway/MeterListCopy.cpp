@@ -43,8 +43,8 @@ std::uint32_t scanWord(std::string_view key) {
   return key.size() < 8 ? piecesOfShort(key.data(), key.size()) : pieces(key.data(), key.size());
 }
 
-// Four words side by side. g++ and clang++ accept such types for any processor and compare them with
-// one instruction where it has one.
+// Four words side by side. g++ and clang++ accept such types for any processor and compare them
+// with one instruction where it has one.
 using Words = std::uint32_t __attribute__((vector_size(16)));
 constexpr std::size_t wordsAtOnce = sizeof(Words) / sizeof(std::uint32_t);
 static_assert(scanStep % wordsAtOnce == 0, "a step must hold whole vectors");

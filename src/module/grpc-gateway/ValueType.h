@@ -1,5 +1,5 @@
-// The value types that a configuration can give a slot, in one table for the module and its tools. To
-// add a type, add an enumerator and a row; the compiler then names the places that need it.
+// The value types that a configuration can give a slot, in one table for the module and its tools.
+// To add a type, add an enumerator and a row; the compiler then names the places that need it.
 //
 // Any thread; everything here is constant.
 #pragma once

@@ -216,8 +216,8 @@ gRPCGatewayClient::~gRPCGatewayClient() {
   flushCompletionQueue();
   GATEWAY_LOG(SONALITH_LOG_TRACE, "Completion queue flush ended");
 
-  // 5. Delete the streams whose last event the loop took and dropped. The flush remembers by address
-  //    which payloads it has deleted.
+  // 5. Delete the streams whose last event the loop took and dropped. The flush remembers the
+  //    payloads that it has deleted by address.
   for (AsyncMetersPayload* payload : {fastPayload, slowPayload}) {
     const void* const tag = static_cast<AsyncEventPayload*>(payload);
     const auto flushed = std::find(flushedTags.begin(), flushedTags.end(), tag);

@@ -88,10 +88,10 @@ class gRPCGatewayClient {
   // Thread-safe. Every operation of the module completes here.
   grpc::CompletionQueue completionQueue;
 
-  // Wakes the loop at the stop. It lives until the queue has been flushed, because gRPC crashes when
-  // an alarm is destroyed while it fires. (A retry alarm is destroyed after its event.) It exists
-  // from the start, as does the room for flushed tags: a stop that ran out of memory would have to
-  // end the process.
+  // Wakes the loop at the stop. It lives until the queue has been flushed, because gRPC crashes
+  // when an alarm is destroyed while it fires. (A retry alarm is destroyed after its event.) It
+  // exists from the start, as does the room for flushed tags: a stop that ran out of memory would
+  // have to end the process.
   grpc::Alarm stopAlarm;
   std::vector<void*> flushedTags;
 
@@ -99,8 +99,8 @@ class gRPCGatewayClient {
   std::shared_ptr<const ConfigManager> configManager;
 
  public:
-  // Their shape is constant after construction. The module record shows them to the host. The client
-  // thread writes the values, and the host reads them without a lock.
+  // Their shape is constant after construction. The module record shows them to the host. The
+  // client thread writes the values, and the host reads them without a lock.
   GatewaySlotTable slowMeterTable{};
   GatewaySlotTable fastMeterTable{};
   sonalith_moduleOffsetList* slowMeterOffsets = nullptr;

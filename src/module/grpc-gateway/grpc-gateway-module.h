@@ -1,5 +1,5 @@
-// The module as the host sees it: the descriptor with start and stop, and the notification of engine
-// changes.
+// The module as the host sees it: the descriptor with start and stop, and the notification of
+// engine changes.
 //
 // All state hangs from sonalith_module.privateData; the module has no globals. Ownership:
 //
