@@ -216,8 +216,8 @@ constexpr RuleText table[] = {
      "link; the File value may be longer."},
     {Rule::EmptyCondition, Weight::Warning, "empty-condition",
      "a ParseIfExist: section without a path",
-     "Without a path the condition never holds, and the module skips the section. Write "
-     "[ParseIfExist:/path]."},
+     "Without a path the condition never holds: the module skips the section, and logs a line at "
+     "level 1 for each pair in it. Write [ParseIfExist:/path]."},
     {Rule::MissingCondition, Weight::Warning, "missing-condition",
      "a condition path that does not exist here",
      "While the path does not exist, the module skips the section and logs a line at level 1 for "
