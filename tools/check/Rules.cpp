@@ -57,9 +57,9 @@ constexpr RuleText table[] = {
      "section."},
     {Rule::BadDefault, Weight::LineError, "bad-default",
      "a DefaultValue that is not a number, or is out of range",
-     "In MetersInt, MetersUint and MetersFloat, a default must begin with a number in range: "
-     "-2147483648 to 2147483647 for an int, up to 18446744073709551615 for an unsigned int, and "
-     "what a 32-bit float can hold for a float, where a number can also be too small. The module "
+     "In MetersInt, MetersUint and MetersFloat, a default must begin with a number in range. An "
+     "int takes -2147483648 to 2147483647, an unsigned int takes up to 18446744073709551615, and a "
+     "float takes what fits in 32 bits: a number can be too large or too close to 0. The module "
      "refuses an entry with any other default, and the file with it."},
     {Rule::EmptyKey, Weight::Error, "empty-key", "an entry without a Key",
      "Each Meter and each Param needs a Key. The module reads an entry without one, but then "
