@@ -103,13 +103,13 @@ TEST(HostCodes, AreTheSameInCxx) {
   expectCodes(codeRowsOfCxx);
 }
 
-TEST(HostRecords, PutTheNameAtTheAddressOfAModule) {
+TEST(HostRecords, AModuleBeginsWithItsName) {
   const sonalith_module module = {"gateway", nullptr, {},      nullptr, nullptr,
                                   {},        nullptr, nullptr, nullptr, nullptr};
   EXPECT_STREQ(reinterpret_cast<const char*>(&module), "gateway");
 }
 
-TEST(HostRecords, Keep32BitNumbersOfAnItemInTheLowHalf) {
+TEST(HostRecords, AnItemKeeps32BitNumbersInItsLowHalf) {
   sonalith_itemValue value = {};
   value.asUint = 0xFEDCBA98;
   EXPECT_EQ(std::bit_cast<std::uint64_t>(value), 0xFEDCBA98U);
