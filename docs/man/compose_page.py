@@ -3,9 +3,9 @@
 
 Usage: compose_page.py SOURCE VERSION MARKDOWN
 
-In SOURCE, @VERSION@ becomes VERSION, and a line @MARKDOWN@ becomes the text of the file MARKDOWN, so
-that documents and pages share one source. It supports the Markdown that docs/configuration.md uses:
-headings, paragraphs, tables, lists, code blocks, and inline code, emphasis and links.
+In SOURCE, @VERSION@ becomes VERSION, and a line @MARKDOWN@ becomes the text of the file MARKDOWN,
+so that documents and pages share one source. It supports the Markdown that docs/configuration.md
+uses: headings, paragraphs, tables, lists, code blocks, and inline code, emphasis and links.
 """
 
 import re

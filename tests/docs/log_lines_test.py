@@ -1,6 +1,6 @@
 #!/usr/bin/env -S python3 -B
-"""Checks that docs/troubleshooting.md shows log lines as the module writes them, and shows all lines
-of levels 3 and 4.
+"""Checks that docs/troubleshooting.md shows log lines as the module writes them, and shows all
+lines of levels 3 and 4.
 
 Usage: log_lines_test.py SOURCE_FOLDER
 """

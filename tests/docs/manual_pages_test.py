@@ -1,6 +1,6 @@
 #!/usr/bin/env -S python3 -B
-"""Checks the built manual pages: they format without warnings, and grpc-gateway.conf(5) contains all
-of docs/configuration.md.
+"""Checks the built manual pages: they format without warnings, and grpc-gateway.conf(5) contains
+all of docs/configuration.md.
 
 Usage: manual_pages_test.py MAN PAGES_FOLDER SOURCE_FOLDER VERSION
 """

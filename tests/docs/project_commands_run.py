@@ -1,12 +1,12 @@
 #!/usr/bin/env -S python3 -B
-"""Runs the commands of the documents that build, test, measure and install, in a clone of the newest
-commit and in the order of the documents.
+"""Runs the commands of the documents that build, test, measure and install, in a clone of the
+newest commit and in the order of the documents.
 
 Usage: project_commands_run.py SOURCE_FOLDER [PATTERN...]
 
-All of them take hours, so this is not part of ctest. PATTERNs select commands. Commands that run for
-long, or until they are stopped, run in a short form; all others run as written. Commands that change
-the system are left to tests/package/system_test, which installs into a fresh Debian.
+All of them take hours, so this is not part of ctest. PATTERNs select commands. Commands that run
+for long, or until they are stopped, run in a short form; all others run as written. Commands that
+change the system are left to tests/package/system_test, which installs into a fresh Debian.
 """
 
 import pathlib

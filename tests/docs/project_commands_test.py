@@ -4,8 +4,8 @@ targets, options, labels, scripts and programs.
 
 Usage: project_commands_test.py CTEST SOURCE_FOLDER BUILD_FOLDER
 
-The commands take minutes or need root, so this test only looks up the names. project_commands_run.py
-runs the commands, and commands_test.py runs those of gatewayctl.
+The commands take minutes or need root, so this test only looks up the names.
+project_commands_run.py runs the commands, and commands_test.py runs those of gatewayctl.
 """
 
 import json
@@ -91,7 +91,8 @@ def check_command(command):
         check_ctest(words, command)
     elif words[0] == "npm":
         for folder in values(words, "--prefix"):
-            check(f"{command}: {folder} is an npm package", (SOURCE / folder / "package.json").is_file())
+            found = (SOURCE / folder / "package.json").is_file()
+            check(f"{command}: {folder} is an npm package", found)
     elif words[0].startswith("clang-"):
         setup = (SOURCE / "scripts/setup").read_text()
         check(f"{command}: scripts/setup installs {words[0]}", words[0] in setup)

@@ -1,5 +1,5 @@
-/* The layouts of the boundary as a compiler sees them. layout-rows.inc lists them. The test reads it
- * as C and as C++, and compares both with the numbers in it. */
+/* The layouts of the boundary as a compiler sees them. layout-rows.inc lists them; the test reads
+ * it as C and as C++, and compares both with the numbers in it. */
 #ifndef TESTS_HOST_LAYOUT_H
 #define TESTS_HOST_LAYOUT_H
 

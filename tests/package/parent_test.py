@@ -1,6 +1,6 @@
 #!/usr/bin/env -S python3 -B
-"""Checks that another project, which includes the gateway with add_subdirectory or FetchContent, gets
-only the module and the boundary's header.
+"""Checks that another project, which includes the gateway with add_subdirectory or FetchContent,
+gets only the module and the boundary's header.
 
 Usage: parent_test.py CMAKE SOURCE_FOLDER CXX_COMPILER [--build]
 
