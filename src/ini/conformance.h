@@ -354,7 +354,7 @@ inline std::vector<Case> nulCases() {
   };
 }
 
-/* The whole table. */
+/* Returns all cases. */
 inline std::vector<Case> cases() {
   std::vector<Case> all;
   for (const auto& group : {chunkCases(), byteOrderMarkCases(), whiteSpaceCases(), commentCases(),

@@ -9,7 +9,7 @@
 fuzz::Result fuzz::tryInput(std::string_view input) {
   static standin::Host host({.keepRecords = false});
   static ConfigurationFiles files;
-  // The module would read a file that names itself without end.
+  // The module would read a file that names itself forever.
   if (!files.write(input) || files.mayLoop()) return Result::Skipped;
   const gateway::ConfigManager config(ConfigurationFiles::mainPath);
   const auto textOf = [](std::string_view path) { return files.textOf(path); };

@@ -1,4 +1,4 @@
-// Handlers that throw.
+// A pass whose handler throws.
 
 #include <gtest/gtest.h>
 #include <ini.h>

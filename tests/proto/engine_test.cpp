@@ -22,7 +22,7 @@ using Texts = std::vector<std::string>;
 
 // ---- The text member ----------------------------------------------------------------------------
 
-TEST(EngineWire, ATextIsAPlainStringInItsValue) {
+TEST(EngineWire, ATextIsAPlainString) {
   AnyValue value;
   value.set_sstring("hi");
   EXPECT_EQ(written(value), "0A 02 68 69");

@@ -79,7 +79,7 @@ TEST(MetersWire, AStringThatIsNotUtf8IsReportedButWritten) {
 
 // ---- The text member ----------------------------------------------------------------------------
 
-TEST(MetersWire, ATextIsAMessageInItsValue) {
+TEST(MetersWire, ATextIsWrappedInAMessage) {
   KeyValue pair;
   pair.set_key("a");
   pair.mutable_value()->mutable_sstring()->set_data("hi");

@@ -1,4 +1,4 @@
-// The shell-quoting functions as calls from values to values.
+// The shell-quoting functions, wrapped so that they take and return values.
 //
 // Each call places its input and its output directly before an inaccessible page, and checks what
 // holds for every call: success moves the cursors by as much as the counts decrease, and failure

@@ -22,12 +22,12 @@ constexpr RuleText table[] = {
      "A pair belongs to the section whose header stands above it. A pair before the first header "
      "has no section, and the module refuses the file. Put the header above the pair."},
     {Rule::UnknownSection, Weight::LineError, "unknown-section",
-     "a section that the module does not know, with pairs in it",
+     "an unknown section with pairs in it",
      "The sections are Meters, Engine, MetersString, MetersInt, MetersUint, MetersFloat, "
      "EngineString, EngineInt, EngineUint, EngineFloat and ParseIfExist:PATH. Case does not "
      "matter, except in ParseIfExist:, and blanks inside the brackets belong to the name. The "
      "module refuses a file with a pair in any other section. Correct the name."},
-    {Rule::UnknownKey, Weight::LineError, "unknown-key", "a key that its section does not have",
+    {Rule::UnknownKey, Weight::LineError, "unknown-key", "an unknown key in a section",
      "[Meters] has Target, EnableFastMeters and EnableSlowMeters; [Engine] has Target; the "
      "[Meters...] sections have Meter; the [Engine...] sections have Param. Case does not matter. "
      "The module refuses a file with any other key. Correct the key, or move the line into its "
@@ -46,8 +46,7 @@ constexpr RuleText table[] = {
      "A \";\" after white space begins a comment, even inside quotes, because comments are removed "
      "first. That leaves the quote open, and the module refuses the file. Remove the white space "
      "before the \";\", or the \";\" itself."},
-    {Rule::UnknownWord, Weight::LineError, "unknown-word",
-     "an entry with a word that entries do not have",
+    {Rule::UnknownWord, Weight::LineError, "unknown-word", "an unknown word in an entry",
      "The words of a Meter are Key=, CustomKey=, Type= and DefaultValue=; those of a Param are "
      "Key= and CustomKey=. Case matters. The module refuses an entry with any other word, and the "
      "file with it. Correct the word. If it is part of a value, quote the whole value."},
