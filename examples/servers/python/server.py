@@ -18,7 +18,7 @@ from schemas import engine_pb2, engine_pb2_grpc, meters_pb2, meters_pb2_grpc
 
 
 def serve(addresses, meters, engine, options=()):
-    """Serves both services at both addresses, and prints these. Port 0 takes any free port."""
+    """Serves both services at both addresses, and prints them. Port 0 takes any free port."""
     # An open stream occupies one of the threads.
     threads = concurrent.futures.ThreadPoolExecutor(max_workers=64)
     # Without the option, a second server could silently share the port with a first one.
