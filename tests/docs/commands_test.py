@@ -53,7 +53,7 @@ def run(shown, meters):
     done = subprocess.run(["bash", "-c", command], stdin=subprocess.DEVNULL, text=True,
                           stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False,
                           timeout=LONGEST_RUN)
-    # With --strict, warnings give 3.
+    # With --strict, warnings make the exit code 3.
     good = (0, 3) if "--strict" in command else (0,)
     return shown, done.returncode in good, f"{command} ended with {done.returncode}: {done.stderr}"
 
