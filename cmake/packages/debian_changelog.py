@@ -1,8 +1,8 @@
-"""CHANGELOG.md as the changelog of a Debian package.
+"""Writes CHANGELOG.md as the changelog of a Debian package.
 
 Usage: debian_changelog.py CHANGELOG.md PACKAGE MAINTAINER OUTPUT
 
-A version that is not released yet has the date of SOURCE_DATE_EPOCH, or else of today.
+An unreleased version gets the date of SOURCE_DATE_EPOCH, or today's.
 """
 
 import os
@@ -22,7 +22,7 @@ def plain(item):
 
 
 def items_of(section):
-    """Each item with the heading above it, as one text."""
+    """Yields each item as one text that begins with the heading above it."""
     for heading, body in re.findall(r"^### (.*)\n+((?:(?!^#).*\n)*)", section, re.MULTILINE):
         for item in re.split(r"^- ", body, flags=re.MULTILINE)[1:]:
             yield f"{heading}: {plain(item)}"

@@ -1,14 +1,14 @@
-# Run by cpack on what is about to be packed: adds to each package what Debian asks of it.
+# cpack runs this before it packs: it adds to each package what Debian requires.
 
 cmake_policy(VERSION 3.25)
 find_package(Python3 REQUIRED COMPONENTS Interpreter)
 
-# run(COMMAND...): or no package is made.
+# run(COMMAND...): runs a command; if it fails, no package is made.
 function(run)
   execute_process(COMMAND ${ARGV} COMMAND_ERROR_IS_FATAL ANY)
 endfunction()
 
-# Terms in the form of a copyright file: indented, and with a point for an empty line.
+# A copyright file indents the terms, and writes an empty line as a point.
 set(terms " All rights reserved. No licence comes with this package.")
 if(CPACK_GATEWAY_LICENSE_FILE)
   file(READ "${CPACK_GATEWAY_LICENSE_FILE}" terms)

@@ -3,9 +3,9 @@
 
 Usage: compose_page.py SOURCE VERSION MARKDOWN
 
-@VERSION@ in SOURCE becomes VERSION, and a line @MARKDOWN@ the text of MARKDOWN, so that what the
-documents and the pages both say is written once. Of Markdown it takes what docs/configuration.md
-has: headings, paragraphs, tables, lists, code, and within a line code, emphasis and links.
+In SOURCE, @VERSION@ becomes VERSION, and a line @MARKDOWN@ becomes the text of the file MARKDOWN,
+so that documents and pages share one source. It supports the Markdown that docs/configuration.md
+uses: headings, paragraphs, tables, lists, code blocks, and inline code, emphasis and links.
 """
 
 import re
@@ -40,12 +40,12 @@ def joined(lines):
 
 def table(lines):
     rows = [line.strip().strip("|").split("|") for line in lines]
-    del rows[1]  # the rule below the heads
+    del rows[1]  # the rule below the header
     last = len(rows[0]) - 1
     written = []
     for number, row in enumerate(rows):
         for column, cell in enumerate(row):
-            # The last column takes what is left of the line's width, and wraps.
+            # The last column takes the rest of the line's width, and wraps.
             alignment = " " if number else "<" if column == last else "["
             text = inline(cell.strip())
             begin = ":" if column else "|"
@@ -68,7 +68,7 @@ def code(lines):
 
 
 def heading(line):
-    """The lines of a heading, and whether what follows stands below a term."""
+    """The lines of a heading, and whether the text after it describes a term."""
     level, text = line.split(" ", 1)
     if level == "##":
         return [f"# {text.upper()}", ""], False
@@ -88,7 +88,7 @@ def block(lines):
 
 
 def blocks(text):
-    """The blocks of a text, each a list of lines; a fenced one begins with its fence."""
+    """Yields the blocks of a text as lists of lines; a fenced block begins with its fence."""
     block_lines, fenced = [], False
     for line in text.splitlines():
         if line.startswith("```"):

@@ -1,28 +1,29 @@
 /* sonalith.h - the boundary between a module and the sonalith host.
  *
  * The host is a closed program without a published header. This file declares what a module
- * gives to it and may ask of it; a further module can be written from it alone. It is plain C11
- * and C++20.
+ * provides to it and may ask of it, and is enough to write another module. It compiles as C11 and
+ * C++20.
  *
  * Rules of this boundary:
  *
- *  1. Target: 64-bit little-endian Linux. Every record has a fixed layout, pinned at the end of
- *     this file. Bytes called reserved belong to the host: a module leaves them as it finds them in
- *     a record of the host, and zero in a record of its own.
- *  2. The host finds a module by the exported data object `plugin_entry_0_1` and calls it through
- *     that object only. `start` and `stop` of one sonalith_module never overlap.
- *  3. A sonalith_module is the host's, valid from the call of `start` to the return of `stop`.
- *  4. Memory that the host may see comes from sonalith_calloc and goes by sonalith_free; so do
- *     offset lists, which have no release of their own. Never pass null to sonalith_free.
+ *  1. Target: 64-bit little-endian Linux. Every record has a fixed layout, asserted at the end of
+ *     this file. Reserved bytes belong to the host: a module does not touch them in a record of the
+ *     host, and zeroes them in a record of its own.
+ *  2. The host finds a module by the exported data object `plugin_entry_0_1` and calls it only
+ *     through that object. `start` and `stop` of one sonalith_module never overlap.
+ *  3. The host owns a sonalith_module. It is valid from the call of `start` until `stop` returns.
+ *  4. Allocate memory that the host may see with sonalith_calloc and release it with sonalith_free.
+ *     Release offset lists with sonalith_free too. Never pass null to sonalith_free.
  *  5. What an offset list points to (names, values, descriptions) must stay valid as long as the
- *     list. The host reads values whenever it wishes, without a lock and without being told.
- *  6. sonalith_log and sonalith_strncpy may be called from any thread. Everything else is called on
- *     the host's thread that runs the entry or the change callback.
- *  7. Allocation results are never null. Results described as ignored mean nothing to a module.
- *  8. Strings are NUL-terminated bytes. What a callback is handed is borrowed until it returns.
+ *     list. The host reads values at any time, without a lock; nothing notifies it of a write.
+ *  6. Call sonalith_log and sonalith_strncpy from any thread. Call everything else only on the host
+ *     thread that runs the entry or the change callback.
+ *  7. Allocation results are never null. Operations declared void may return a value in the host;
+ *     modules ignore it.
+ *  8. Strings are NUL-terminated bytes. Arguments of a callback are borrowed until it returns.
  *
- * Not supported: more than one callback handle per registration, removing single slots, sizes other
- * than those below, null for a list (the start parameters excepted).
+ * Not supported: more than one callback handle per registration, removing single slots, other sizes
+ * than those below, and null for a list (except for the start parameters).
  */
 #ifndef SONALITH_H
 #define SONALITH_H
@@ -39,14 +40,14 @@ extern "C" {
 
 typedef char sonalith_slotText[SONALITH_SLOT_TEXT_SIZE];
 
-/* Opaque to modules; only the host knows what is behind them. */
+/* Opaque: only the host knows their contents. */
 typedef struct sonalith_engine sonalith_engine;
 typedef struct sonalith_moduleOffsetList sonalith_moduleOffsetList;
 typedef struct sonalith_keyValueList sonalith_keyValueList;
 
 /* ---- Logging ---------------------------------------------------------------------------- */
 
-/* Weight of a log line, rising. */
+/* Levels of log lines, in rising weight. */
 enum {
   SONALITH_LOG_TRACE = 1,   /* entries, steps of start and stop, exceptions inside callbacks */
   SONALITH_LOG_NETWORK = 2, /* network milestones */
@@ -54,26 +55,26 @@ enum {
   SONALITH_LOG_ERROR = 4    /* a failed start, unusable lines of a configuration file */
 };
 
-/* Writes one line. `file` is the path of the calling source, `line` its line; the fourth argument
- * is always 1. Any thread. */
+/* Writes one log line. `file` and `line` name the calling source line; `one` is always 1. Any
+ * thread. */
 void sonalith_log(int32_t level, const char* file, int32_t line, int32_t one, const char* format,
                   ...) __attribute__((format(printf, 5, 6)));
 
 /* ---- Memory ----------------------------------------------------------------------------- */
 
-/* Zero-filled memory for `count` x `size` bytes. */
+/* Returns `count` x `size` zero-filled bytes. */
 void* sonalith_calloc(uint64_t count, uint64_t size);
 
-/* Releases what sonalith_calloc or sonalith_createModuleOffset gave. */
+/* Releases memory from sonalith_calloc or a list from sonalith_createModuleOffset. */
 void sonalith_free(void* memory);
 
-/* Bounded copy of a string. Writes at most `size` bytes; whether the last byte is a terminator when
- * the source fills them all is the host's affair. Any thread. */
+/* Copies a string, at most `size` bytes of it. If the source fills them all, the host decides
+ * whether the last byte becomes the terminator. Any thread. */
 void sonalith_strncpy(char* destination, const char* source, uint64_t size);
 
 /* ---- Slots ------------------------------------------------------------------------------ */
 
-/* Type of a slot's value. A numbering of its own: not the one of key/value items below. */
+/* Type of a slot's value. Numbered differently from the key/value items below. */
 enum {
   SONALITH_SLOT_INT = 2,   /* int32_t */
   SONALITH_SLOT_FLOAT = 3, /* 32-bit float */
@@ -81,7 +82,7 @@ enum {
   SONALITH_SLOT_STRING = 5 /* sonalith_slotText */
 };
 
-/* Description of one slot, copied by sonalith_addModuleOffset. */
+/* Describes one slot. sonalith_addModuleOffset copies it. */
 typedef struct sonalith_moduleOffset {
   const char* name; /* the slot's name buffer */
   uint64_t reserved8;
@@ -100,18 +101,18 @@ typedef struct sonalith_moduleOffset {
   uint32_t tail;           /* not written */
 } sonalith_moduleOffset;
 
-/* A new empty list. The argument is always null. */
+/* Returns a new empty list. The argument is always null. */
 sonalith_moduleOffsetList* sonalith_createModuleOffset(void* always_null);
 
-/* Appends a copy of `slot`. May replace the list: read `*list` again after each call, and keep no
- * earlier value of it. */
+/* Appends a copy of `slot`. This may replace the list: read `*list` again after each call, and keep
+ * no earlier value of it. */
 void sonalith_addModuleOffset(sonalith_moduleOffsetList** list, const sonalith_moduleOffset* slot);
 
-/* Only its address counts: as `validator` it accepts every value. */
+/* Only its address matters: as a `validator`, it accepts every value. */
 extern const char sonalith_moduleValidateOk[];
 
-/* Slots of one set, grouped by value type. Each group (GatewaySlotGroup) is a count, that many name
- * buffers back to back, and that many values back to back. A group without slots is all zero. */
+/* The slots of one set, grouped by value type. Each group (GatewaySlotGroup) is a count, an array
+ * of that many name buffers, and an array of that many values. Without slots, it is all zero. */
 typedef struct GatewaySlotTable {
   uint64_t stringCount;
   sonalith_slotText* stringNames;
@@ -129,7 +130,7 @@ typedef struct GatewaySlotTable {
 
 /* ---- Key/value lists -------------------------------------------------------------------- */
 
-/* Type of an item's value. A numbering of its own: not the one of slots above. */
+/* Type of an item's value. Numbered differently from the slots above. */
 enum {
   SONALITH_ITEM_UINT = 0,
   SONALITH_ITEM_INT = 1,
@@ -141,7 +142,7 @@ enum {
   SONALITH_ITEM_DOUBLE = 7
 };
 
-/* The 8 bytes of an item's value, read by its type; 32-bit numbers lie in the low 4 bytes. */
+/* The 8 bytes of an item's value; its type selects the member. 32-bit numbers are in the low 4. */
 typedef union sonalith_itemValue {
   uint32_t asUint;
   int32_t asInt;
@@ -153,32 +154,32 @@ typedef union sonalith_itemValue {
   double asDouble;
 } sonalith_itemValue;
 
-/* One item, as an iteration shows it; read-only. */
+/* One item, as an iteration passes it to its callback; read-only. */
 typedef struct sonalith_keyValueItem {
   const char* key;
   uint64_t reserved8;
   uint32_t type; /* SONALITH_ITEM_... */
   uint32_t reserved20;
   sonalith_itemValue value;
-  uint64_t count; /* elements, of the array types only */
+  uint64_t count; /* number of elements; array types only */
 } sonalith_keyValueItem;
 
-/* Called for each item: 0 in the normal case, 1 after a caught exception. Whether the iteration
- * ends at a 1 is the host's affair. */
+/* Called for each item. Returns 0, or 1 if it caught an exception; the host decides whether a 1
+ * ends the iteration. */
 typedef int32_t (*sonalith_keyValueItemCallback)(const sonalith_keyValueItem* item, void* user);
 
 sonalith_keyValueList* sonalith_keyValueListNew(void);
 void sonalith_keyValueListDestroy(sonalith_keyValueList* list);
-/* Not zero if the list has no items. */
+/* Returns non-zero if the list has no items. */
 int32_t sonalith_keyValueListIsEmpty(const sonalith_keyValueList* list);
-/* 0 if the key was found; `*value` then is borrowed from the list and may be null. */
+/* Returns 0 if the key was found. `*value` is then borrowed from the list and may be null. */
 int32_t sonalith_keyValueListGetS(const sonalith_keyValueList* list, const char* key,
                                   const char** value);
 void sonalith_keyValueListForEach(const sonalith_keyValueList* list,
                                   sonalith_keyValueItemCallback callback, void* user);
 
-/* Appends an item. The key is copied; a string value stays readable at least as long as the list
- * that it came from. */
+/* Append an item and copy its key. A string value must stay readable as long as the list that it
+ * came from. */
 void sonalith_keyValueListAddSS(sonalith_keyValueList* list, const char* key, const char* value);
 void sonalith_keyValueListAddSI32(sonalith_keyValueList* list, const char* key, int32_t value);
 void sonalith_keyValueListAddSU32(sonalith_keyValueList* list, const char* key, uint32_t value);
@@ -186,28 +187,29 @@ void sonalith_keyValueListAddSF(sonalith_keyValueList* list, const char* key, fl
 
 /* ---- Engine changes --------------------------------------------------------------------- */
 
-/* Tells of changes in the engine. `changes` is the host's. Any thread of the host. */
+/* Reports changes in the engine. The host owns `changes`. Any host thread. */
 typedef void (*sonalith_engineChangesCallback)(sonalith_keyValueList* changes, void* user);
 
-/* Registers a callback; null means that it failed. The callback can come before this returns. */
+/* Registers a callback and returns its handle, or null on failure. The host may call the callback
+ * before this returns. */
 void* sonalith_engine_notify_changes_addCallback(sonalith_engine* engine,
                                                  sonalith_engineChangesCallback callback,
                                                  void* user);
 
-/* Removes a callback. When it returns, no call of it is running and none will come: what it uses
- * may be released at once. */
+/* Removes a callback. On return, no call of it is running and none will come, so the module may
+ * release at once what it uses. */
 void sonalith_engine_notify_changes_rmCallback(sonalith_engine* engine, void* handle);
 
 /* ---- Module ----------------------------------------------------------------------------- */
 
-/* The host's record of one module instance. A module touches only the named fields. The record goes
- * on behind what is declared here. */
+/* The host's record of one module instance. A module touches only the named fields. The host's
+ * record continues after the part declared here. */
 typedef struct sonalith_module {
-  char name[32];           /* host: instance name, terminated. First, so &module is its address */
+  char name[32];           /* host: name of the instance, terminated; at the record's address */
   sonalith_engine* engine; /* host: handle for the change notification */
   uint64_t reserved40[3];
   void* privateData;                        /* module: its own state */
-  sonalith_moduleOffsetList* moduleOffsets; /* module: engine slots. Zero before `start` */
+  sonalith_moduleOffsetList* moduleOffsets; /* module: engine slots; host: null before `start` */
   uint64_t reserved80[2];
   GatewaySlotTable* slowMeterTable;            /* module */
   GatewaySlotTable* fastMeterTable;            /* module */
@@ -215,7 +217,7 @@ typedef struct sonalith_module {
   sonalith_moduleOffsetList* fastMeterOffsets; /* module: dangling after `stop`, do not use */
 } sonalith_module;
 
-/* Start parameters may be null. Returns 0 if the module runs, -1 if not. */
+/* Returns 0 if the module runs, -1 if not. `params`, the start parameters, may be null. */
 typedef int32_t (*sonalith_startCycle)(sonalith_module* module, sonalith_keyValueList* params);
 typedef void (*sonalith_stopCycle)(sonalith_module* module);
 

@@ -1,8 +1,8 @@
-// Tells whether the INI reader it is linked to reads every conformance case as required. The
-// configuration step runs it against the installed inih.
+// Checks that the INI reader it is linked to reads every conformance case as required. CMake runs
+// it against the installed inih at configure time.
 //
-// Exit codes: 0 all cases agree; 1 one does not, which is told on standard output; 2 the cases
-// could not be tried, which is told on standard error.
+// Exit codes: 0 if all cases pass; 1 if one fails, which standard output describes; 2 if the cases
+// could not run, for which standard error gives the reason.
 
 #include <exception>
 #include <iostream>

@@ -1,14 +1,14 @@
-/* conformance.h - what an INI reader must make of which bytes, as a table of cases.
+/* conformance.h - the table of cases that an INI reader must read as required.
  *
- * The table is the one place where the required reading is written down for machines. Two doors
- * lead to it: conformance-probe.cpp, which the configuration step runs against the installed inih,
- * and the unit tests of the reader that was linked. A new rule of reading is a new case here.
+ * This table is the only machine-readable form of the rules. Two programs use it:
+ * conformance-probe.cpp, which CMake runs against the installed inih, and the unit tests of the
+ * linked reader. For a new rule, add a case here.
  *
- * Every case is one file, the pairs that its handler must see, in order, and the result of the
- * pass. The handler refuses exactly the pairs whose value is "refuse".
+ * A case is a file, the pairs that its handler must see, in order, and the result of the pass. The
+ * handler refuses exactly the pairs whose value is "refuse".
  *
- * Only the C and C++ standard libraries and mkstemp are used, so that the probe builds wherever the
- * module does. <ini.h> is that of the reader under trial: the include path decides.
+ * The cases need only the C and C++ standard libraries and mkstemp, so the probe builds wherever
+ * the module does. The include path decides whose <ini.h> is tested.
  *
  * Threads: no shared state. Errors: std::system_error if a temporary file cannot be written.
  */
@@ -47,7 +47,7 @@ struct Pair {
   bool operator==(const Pair&) const = default;
 };
 
-/* All that one pass shows: the calls of the handler in order, and the result of ini_parse. */
+/* The outcome of a pass: the calls of the handler in order, and the result of ini_parse. */
 struct Reading {
   std::vector<Pair> pairs;
   int result;
@@ -55,7 +55,7 @@ struct Reading {
   bool operator==(const Reading&) const = default;
 };
 
-/* `name` reads as a sentence and occurs once. `bytes` may hold NULs. */
+/* `name` is a claim and unique. `bytes` may contain NULs. */
 struct Case {
   std::string name;
   std::string bytes;
@@ -71,19 +71,21 @@ inline std::string fill(std::size_t count, char c = 'x') {
   return std::string(count, c);
 }
 
-/* Chunks of at most 1023 bytes. A line "a=" and 1021 bytes fills one exactly. */
+/* A chunk has at most 1023 bytes: "a=" and 1021 bytes fill one exactly. */
 inline std::vector<Case> chunkCases() {
   const std::string x600 = fill(600);
   const std::string x1020 = fill(1020);
   const std::string full = fill(1021);
   const std::string x1022 = fill(1022);
   return {
-      {"a long line", "a=" + x600 + "\nb=1\n", {{{"", "a", x600}, {"", "b", "1"}}, 0}},
+      {"a long line is read whole",
+       "a=" + x600 + "\nb=1\n",
+       {{{"", "a", x600}, {"", "b", "1"}}, 0}},
       {"1022 bytes and a newline are one line", "a=" + x1020 + "\nbare\n", {{{"", "a", x1020}}, 2}},
-      {"the newline behind 1023 bytes is a further line",
+      {"the newline after 1023 bytes is another line",
        "a=" + full + "\nbare\n",
        {{{"", "a", full}}, 3}},
-      {"the rest behind 1023 bytes is the next line",
+      {"the rest after 1023 bytes is the next line",
        "a=" + full + "b=2\n",
        {{{"", "a", full}, {"", "b", "2"}}, 0}},
       {"the rest counts as one line",
@@ -96,9 +98,11 @@ inline std::vector<Case> chunkCases() {
       {"a blank at the end of a chunk is trimmed",
        "a=" + x1020 + " b=2\n",
        {{{"", "a", x1020}, {"", "b", "2"}}, 0}},
-      {"the rest of a comment is no comment", ";" + x1022 + "b=2\n", {{{"", "b", "2"}}, 0}},
-      {"the rest of a header is no header", "[s]\n[" + x1022 + "]\na=1\n", {{{"s", "a", "1"}}, 2}},
-      {"a line of three chunks counts three",
+      {"the rest of a long comment is not a comment", ";" + x1022 + "b=2\n", {{{"", "b", "2"}}, 0}},
+      {"the rest of a long header is not a header",
+       "[s]\n[" + x1022 + "]\na=1\n",
+       {{{"s", "a", "1"}}, 2}},
+      {"a line of three chunks counts as three lines",
        "a=" + full + fill(1023, 'y') + "c=3\nbare\n",
        {{{"", "a", full}, {"", "c", "3"}}, 2}},
       {"a last chunk of 1023 bytes ends the file", "a=" + full, {{{"", "a", full}}, 0}},
@@ -109,22 +113,20 @@ inline std::vector<Case> byteOrderMarkCases() {
   const std::string mark = markBytes;
   return {
       {"a byte order mark at the start is skipped", mark + "[s]\na=1\n", {{{"s", "a", "1"}}, 0}},
-      {"a byte order mark may stand in front of a comment", mark + ";a\n", {{}, 0}},
-      {"a byte order mark may stand in front of white space",
-       mark + "  a=1\n",
-       {{{"", "a", "1"}}, 0}},
-      {"a byte order mark may be all", mark, {{}, 0}},
-      {"a byte order mark counts for its chunk",
+      {"a byte order mark may precede a comment", mark + ";a\n", {{}, 0}},
+      {"a byte order mark may precede white space", mark + "  a=1\n", {{{"", "a", "1"}}, 0}},
+      {"a byte order mark may be the whole file", mark, {{}, 0}},
+      {"a byte order mark counts toward its chunk",
        mark + "a=" + fill(1018) + "b=2\n",
        {{{"", "a", fill(1018)}, {"", "b", "2"}}, 0}},
       {"a byte order mark on a later line is text",
        "a=1\n" + mark + "[s]\n" + mark + "b=2\n",
        {{{"", "a", "1"}, {"", mark + "b", "2"}}, 2}},
       {"a second byte order mark is text", mark + mark + "a=1\n", {{{"", mark + "a", "1"}}, 0}},
-      {"a byte order mark behind white space is text",
+      {"a byte order mark after white space is text",
        " " + mark + "a=1\n",
        {{{"", mark + "a", "1"}}, 0}},
-      {"a part of a byte order mark is text",
+      {"part of a byte order mark is text",
        mark.substr(0, 2) + "a=1\n",
        {{{"", mark.substr(0, 2) + "a", "1"}}, 0}},
   };
@@ -134,17 +136,17 @@ inline std::vector<Case> whiteSpaceCases() {
   return {
       {"trailing white space of every kind is cut", "a=1 \t\v\f\r\n", {{{"", "a", "1"}}, 0}},
       {"leading white space of every kind is skipped", " \t\v\f\ra=1\n", {{{"", "a", "1"}}, 0}},
-      {"a file with CRLF line ends", "[s]\r\na=1\r\n\r\nbare\r\n", {{{"s", "a", "1"}}, 4}},
-      {"a carriage return ends no line", "a=1\rb=2\n", {{{"", "a", "1\rb=2"}}, 0}},
-      {"bytes above 127 are no white space",
+      {"a line may end in CRLF", "[s]\r\na=1\r\n\r\nbare\r\n", {{{"s", "a", "1"}}, 4}},
+      {"a carriage return does not end a line", "a=1\rb=2\n", {{{"", "a", "1\rb=2"}}, 0}},
+      {"bytes above 127 are not white space",
        "a=\x85\xA0\n\xA0z=2\n",
        {{{"", "a", "\x85\xA0"}, {"", "\xA0z", "2"}}, 0}},
-      {"lines of white space are ignored and count", "\n \t\n\v\f\r\nbare\n", {{}, 4}},
+      {"lines of white space are ignored but counted", "\n \t\n\v\f\r\nbare\n", {{}, 4}},
       {"the last line needs no newline", "[s]\na=1", {{{"s", "a", "1"}}, 0}},
       {"a continuation in the last line needs no newline",
        "a=1\n b",
        {{{"", "a", "1"}, {"", "a", "b"}}, 0}},
-      {"an empty file", "", {{}, 0}},
+      {"an empty file is good", "", {{}, 0}},
   };
 }
 
@@ -153,14 +155,14 @@ inline std::vector<Case> commentCases() {
       {"a line that begins with a semicolon is a comment", ";a=1\nb=2\n", {{{"", "b", "2"}}, 0}},
       {"a line that begins with a hash is a comment", "#[s]\nb=2\n", {{{"", "b", "2"}}, 0}},
       {"an indented comment is a comment", " ;a=1\n\t#a=1\n", {{}, 0}},
-      {"an indented comment behind a pair is a comment", "a=1\n ;b\n #c\n", {{{"", "a", "1"}}, 0}},
-      {"a file of comments only", ";\n#\n ; [s]\n # a=1\n", {{}, 0}},
+      {"an indented comment after a pair is a comment", "a=1\n ;b\n #c\n", {{{"", "a", "1"}}, 0}},
+      {"a file may consist of comments", ";\n#\n ; [s]\n # a=1\n", {{}, 0}},
   };
 }
 
 inline std::vector<Case> continuationCases() {
   return {
-      {"an indented line gives the pending name once more",
+      {"an indented line repeats the pending name",
        "[s]\na=1\n b\n\tc\n",
        {{{"s", "a", "1"}, {"s", "a", "b"}, {"s", "a", "c"}}, 0}},
       {"every kind of white space indents",
@@ -173,13 +175,13 @@ inline std::vector<Case> continuationCases() {
       {"a continuation may follow comments and empty lines",
        "a=1\n\n;x\n #y\n \t\n b\n",
        {{{"", "a", "1"}, {"", "a", "b"}}, 0}},
-      {"an indented header behind a pair is a continuation",
+      {"an indented header after a pair is a continuation",
        "[s]\na=1\n [t]\nb=2\n",
        {{{"s", "a", "1"}, {"s", "a", "[t]"}, {"s", "b", "2"}}, 0}},
-      {"an indented unclosed header behind a pair is a continuation",
+      {"an indented unclosed header after a pair is a continuation",
        "a=1\n [t\n",
        {{{"", "a", "1"}, {"", "a", "[t"}}, 0}},
-      {"an indented pair behind a pair is a continuation",
+      {"an indented pair after a pair is a continuation",
        "a=1\n b=2\n : 3\n c\n",
        {{{"", "a", "1"}, {"", "a", "b=2"}, {"", "a", ": 3"}, {"", "a", "c"}}, 0}},
       {"the pending name is the last one seen",
@@ -192,7 +194,7 @@ inline std::vector<Case> continuationCases() {
   };
 }
 
-/* What ends a pending name and what does not. */
+/* What clears a pending name and what does not. */
 inline std::vector<Case> pendingNameCases() {
   const std::string x48 = fill(48);
   const std::string x49 = fill(49);
@@ -208,19 +210,19 @@ inline std::vector<Case> pendingNameCases() {
       {"a header of the same section clears the pending name",
        "[s]\na=1\n[s]\n b\n",
        {{{"s", "a", "1"}}, 4}},
-      {"a bad line leaves the pending name",
+      {"a bad line keeps the pending name",
        "[s]\na=1\nbare\n b\n",
        {{{"s", "a", "1"}, {"s", "a", "b"}}, 3}},
-      {"a bad header leaves section and pending name",
+      {"a bad header keeps section and pending name",
        "[s]\na=1\n[t\n b\n[t ;]\n c\nd=2\n",
        {{{"s", "a", "1"}, {"s", "a", "b"}, {"s", "a", "c"}, {"s", "d", "2"}}, 3}},
-      {"a refused pair has its name pending",
+      {"the name of a refused pair is pending",
        "a=refuse\n b\n",
        {{{"", "a", "refuse"}, {"", "a", "b"}}, 1}},
-      {"a name of 49 bytes is pending whole",
+      {"a name of 49 bytes is pending uncut",
        x49 + "=1\n b\n",
        {{{"", x49, "1"}, {"", x49, "b"}}, 0}},
-      {"a longer name is pending cut to 49 bytes",
+      {"a longer pending name is cut to 49 bytes",
        x50 + "=1\n b\n c\n",
        {{{"", x50, "1"}, {"", x49, "b"}, {"", x49, "c"}}, 0}},
       {"a cut pending name is not trimmed",
@@ -235,7 +237,9 @@ inline std::vector<Case> headerCases() {
   return {
       {"a header opens a section", "[s]\na=1\n[t]\nb=2\n", {{{"s", "a", "1"}, {"t", "b", "2"}}, 0}},
       {"a header by itself does not reach the handler", "[s]\n[t]\n", {{}, 0}},
-      {"a section may go on", "[s]\na=1\n[t]\n[s]\na=2\n", {{{"s", "a", "1"}, {"s", "a", "2"}}, 0}},
+      {"a section may be reopened",
+       "[s]\na=1\n[t]\n[s]\na=2\n",
+       {{{"s", "a", "1"}, {"s", "a", "2"}}, 0}},
       {"a section name is not trimmed", "[ s\t]\na=1\n", {{{" s\t", "a", "1"}}, 0}},
       {"a section name may be empty",
        "[s]\na=1\n[]\nb=2\n",
@@ -243,11 +247,11 @@ inline std::vector<Case> headerCases() {
       {"a pair before the first header has the empty section",
        "a=1\n[s]\nb=2\n",
        {{{"", "a", "1"}, {"s", "b", "2"}}, 0}},
-      {"text behind a header is ignored", "[s] b=2 ;c\na=1\n", {{{"s", "a", "1"}}, 0}},
+      {"text after a header is ignored", "[s] b=2 ;c\na=1\n", {{{"s", "a", "1"}}, 0}},
       {"a section name ends at the first bracket",
        "[[s]t]\na=1\n[u=v:w]\nb=2\n",
        {{{"[s", "a", "1"}, {"u=v:w", "b", "2"}}, 0}},
-      {"a section name of 49 bytes is whole", "[" + x49 + "]\na=1\n", {{{x49, "a", "1"}}, 0}},
+      {"a section name of 49 bytes is not cut", "[" + x49 + "]\na=1\n", {{{x49, "a", "1"}}, 0}},
       {"a longer section name is cut to 49 bytes",
        "[" + x48 + " yz]\na=1\n",
        {{{x48 + " ", "a", "1"}}, 0}},
@@ -256,8 +260,8 @@ inline std::vector<Case> headerCases() {
        {{{";x", "a", "1"}}, 0}},
       {"a semicolon inside a section name is text", "[x;y]\na=1\n", {{{"x;y", "a", "1"}}, 0}},
       {"a hash in a section name is text", "[ #x]\na=1\n", {{{" #x", "a", "1"}}, 0}},
-      {"a semicolon behind a blank makes a header bad", "[s ;t]\na=1\n", {{{"", "a", "1"}}, 1}},
-      {"a semicolon behind a leading blank makes a header bad",
+      {"a semicolon after a blank makes a header bad", "[s ;t]\na=1\n", {{{"", "a", "1"}}, 1}},
+      {"a semicolon after a leading blank makes a header bad",
        "[\t;t]\na=1\n",
        {{{"", "a", "1"}}, 1}},
       {"a header without a closing bracket is bad", "[s\n[t=1\n", {{}, 1}},
@@ -269,13 +273,13 @@ inline std::vector<Case> separatorCases() {
       {"an equals sign separates", "a=1\n", {{{"", "a", "1"}}, 0}},
       {"a colon separates", "Target: localhost:50005\n", {{{"", "Target", "localhost:50005"}}, 0}},
       {"the first equals sign separates", "a=b=c:d\n", {{{"", "a", "b=c:d"}}, 0}},
-      {"an equals sign is looked for before a colon",
+      {"an equals sign takes precedence over a colon",
        "Meter: Key=a\n",
        {{{"", "Meter: Key", "a"}}, 0}},
       {"a colon separates if the equals sign is in the comment",
        "a: b ;c=d\n",
        {{{"", "a", "b"}}, 0}},
-      {"a semicolon that follows no blank hides no equals sign",
+      {"a semicolon without a blank before it hides no equals sign",
        "a: b;c=d\ne;f=g\n",
        {{{"", "a: b;c", "d"}, {"", "e;f", "g"}}, 0}},
       {"separators in a comment do not count", "a ;b=c\n", {{}, 1}},
@@ -295,15 +299,15 @@ inline std::vector<Case> valueCases() {
       {"a value may be empty",
        "a=\nb= \t\nc:\n",
        {{{"", "a", ""}, {"", "b", ""}, {"", "c", ""}}, 0}},
-      {"a semicolon behind a blank cuts a value",
+      {"a semicolon after a blank cuts a value",
        "a=1 ;x\nb=2 \t; y ;z\n",
        {{{"", "a", "1"}, {"", "b", "2"}}, 0}},
-      {"a semicolon that follows no blank is text", "a=b;c\n", {{{"", "a", "b;c"}}, 0}},
-      {"a semicolon as first character of a value is text",
+      {"a semicolon without a blank before it is text", "a=b;c\n", {{{"", "a", "b;c"}}, 0}},
+      {"a semicolon as the first character of a value is text",
        "a=;b\nc= ;text\nd:\t; e\n",
        {{{"", "a", ";b"}, {"", "c", ";text"}, {"", "d", "; e"}}, 0}},
       {"a comment may follow a leading semicolon", "a= ;b ;c\n", {{{"", "a", ";b"}}, 0}},
-      {"a hash cuts no value", "a=1 #x\nb=#y\n", {{{"", "a", "1 #x"}, {"", "b", "#y"}}, 0}},
+      {"a hash does not cut a value", "a=1 #x\nb=#y\n", {{{"", "a", "1 #x"}, {"", "b", "#y"}}, 0}},
       {"quotes are text and hide no comment",
        "a=\"b c\"\nd=\"e ;f\"\n",
        {{{"", "a", "\"b c\""}, {"", "d", "\"e"}}, 0}},
@@ -315,7 +319,7 @@ inline std::vector<Case> valueCases() {
 
 inline std::vector<Case> resultCases() {
   return {
-      {"the first bad line is kept and the pass goes on",
+      {"the pass reports the first bad line and continues",
        "a=1\nbare\n[s\nb=2\nbare\n",
        {{{"", "a", "1"}, {"", "b", "2"}}, 2}},
       {"a refused pair is a bad line",
@@ -338,19 +342,19 @@ inline std::vector<Case> nulCases() {
        "a=1\0b\nc=3\nbare\n"s,
        {{{"", "a", "1"}, {"", "c", "3"}}, 3}},
       {"a NUL at the start of a line leaves it empty", "\0a\nb=2\n"s, {{{"", "b", "2"}}, 0}},
-      {"a NUL in front of the separator makes a line bad", "a\0=1\nb=2\n"s, {{{"", "b", "2"}}, 1}},
-      {"a NUL in front of the bracket makes a header bad", "[s\0]\na=1\n"s, {{{"", "a", "1"}}, 1}},
+      {"a NUL before the separator makes a line bad", "a\0=1\nb=2\n"s, {{{"", "b", "2"}}, 1}},
+      {"a NUL before the bracket makes a header bad", "[s\0]\na=1\n"s, {{{"", "a", "1"}}, 1}},
       {"a NUL ends a continuation", "a=1\n b\0c\n"s, {{{"", "a", "1"}, {"", "a", "b"}}, 0}},
-      {"white space in front of a NUL is trimmed", "a=1 \0b\n"s, {{{"", "a", "1"}}, 0}},
+      {"white space before a NUL is trimmed", "a=1 \0b\n"s, {{{"", "a", "1"}}, 0}},
       {"a NUL may follow the byte order mark", markBytes + "\0a\nb=2\n"s, {{{"", "b", "2"}}, 0}},
-      {"bytes behind a NUL count for the chunk",
+      {"bytes after a NUL count toward the chunk",
        "a=1\0"s + fill(1019) + "b=2\n",
        {{{"", "a", "1"}, {"", "b", "2"}}, 0}},
-      {"a file of NULs only", std::string(5000, '\0'), {{}, 0}},
+      {"a file of NULs is empty", std::string(5000, '\0'), {{}, 0}},
   };
 }
 
-/* The whole table. */
+/* Returns all cases. */
 inline std::vector<Case> cases() {
   std::vector<Case> all;
   for (const auto& group : {chunkCases(), byteOrderMarkCases(), whiteSpaceCases(), commentCases(),
@@ -361,9 +365,9 @@ inline std::vector<Case> cases() {
   return all;
 }
 
-/* ---- Trying them ------------------------------------------------------------------------ */
+/* ---- Running the cases ------------------------------------------------------------------ */
 
-/* A file with the given bytes, gone with the object. */
+/* A file with the given bytes, which the destructor removes. */
 class TemporaryFile {
  public:
   explicit TemporaryFile(const std::string& bytes) {
@@ -386,7 +390,7 @@ class TemporaryFile {
   std::string path_ = std::filesystem::temp_directory_path() / "ini-conformance-XXXXXX";
 };
 
-/* The handler of all cases. `user` is the std::vector<Pair> that the pair is added to. */
+/* The handler of all cases. It adds the pair to `user`, a std::vector<Pair>. */
 inline int recordPair(void* user, const char* section, const char* name, const char* value) {
   static_cast<std::vector<Pair>*>(user)->push_back({section, name, value});
   return std::string_view(value) != "refuse";
@@ -404,10 +408,10 @@ inline Reading readBytes(Reader reader, const std::string& bytes) {
   return readPath(reader, TemporaryFile(bytes).path());
 }
 
-/* ---- Telling about them ----------------------------------------------------------------- */
+/* ---- Reporting differences -------------------------------------------------------------- */
 
-/* The text in double quotes, bytes that are not printable as \xNN, and the middle of a long one
- * left out. */
+/* Returns the text in double quotes, with unprintable bytes as \xNN and without the middle of a
+ * long text. */
 inline std::string quote(const std::string& text) {
   if (text.size() > 60) {
     return quote(text.substr(0, 20)) + "..." + quote(text.substr(text.size() - 20)) + " (" +
@@ -424,37 +428,37 @@ inline std::string quote(const std::string& text) {
 }
 
 inline std::string describe(const Pair& pair) {
-  std::string told = "section ";
-  told += quote(pair.section) + " name " + quote(pair.name) + " value " + quote(pair.value);
-  return told;
+  std::string text = "section ";
+  text += quote(pair.section) + " name " + quote(pair.name) + " value " + quote(pair.value);
+  return text;
 }
 
 inline std::string describeResult(const Reading& reading) {
-  std::string told = "result ";
-  told += std::to_string(reading.result);
-  return told;
+  std::string text = "result ";
+  text += std::to_string(reading.result);
+  return text;
 }
 
-/* Where two readings part: "expected ..., got ..." with one pair or the result each. Empty if they
- * agree. */
+/* Returns the first difference of two readings, as "expected ..., got ..." with a pair or the
+ * result each. Empty if they agree. */
 inline std::string firstDifference(const Reading& expected, const Reading& got) {
   if (expected == got) return "";
   const auto [want, have] = std::mismatch(expected.pairs.begin(), expected.pairs.end(),
                                           got.pairs.begin(), got.pairs.end());
-  const auto tell = [](const Reading& reading, auto at) {
+  const auto show = [](const Reading& reading, auto at) {
     return at == reading.pairs.end() ? describeResult(reading) : describe(*at);
   };
-  std::string told = "expected ";
-  told += tell(expected, want) + ", got " + tell(got, have);
-  return told;
+  std::string text = "expected ";
+  text += show(expected, want) + ", got " + show(got, have);
+  return text;
 }
 
-/* The first case that `reader` does not read as required: "\"name\": expected ..., got ...". Empty
- * if there is none. */
+/* Returns the first case that `reader` does not read as required, as "\"name\": expected ..., got
+ * ...". Empty if there is none. */
 inline std::string firstFailure(Reader reader) {
-  for (const Case& tried : cases()) {
-    const std::string difference = firstDifference(tried.expected, readBytes(reader, tried.bytes));
-    if (!difference.empty()) return quote(tried.name) + ": " + difference;
+  for (const Case& each : cases()) {
+    const std::string difference = firstDifference(each.expected, readBytes(reader, each.bytes));
+    if (!difference.empty()) return quote(each.name) + ": " + difference;
   }
   return "";
 }

@@ -49,7 +49,7 @@ std::size_t findSeparator(std::string_view text) {
   return equals != std::string_view::npos ? equals : searched.find(':');
 }
 
-// One pass over one file. Lines are taken in file order; each take... is false for a bad line.
+// One pass over one file, line by line. The functions take... return false for a bad line.
 class Pass {
  public:
   Pass(ini_handler handler, void* user) : handler_(handler), user_(user) {}
@@ -65,7 +65,7 @@ class Pass {
   const ini_handler handler_;
   void* const user_;
   std::string section_;
-  std::string pendingName_;  // Empty: none.
+  std::string pendingName_;  // empty if none
 };
 
 int Pass::read(std::FILE* file) {
@@ -99,7 +99,7 @@ bool Pass::takePair(std::string_view text) {
   if (separator == std::string_view::npos) return false;
   const std::string name(trim(text.substr(0, separator)));
   pendingName_ = name.substr(0, storedNameLimit);
-  // Trimmed before its comment is looked for, so that a leading ";" follows no white space.
+  // Trimmed before the comment is cut, so that a leading ";" follows no white space.
   return handle(name, trimEnd(cutInlineComment(trim(text.substr(separator + 1)))));
 }
 
@@ -109,7 +109,7 @@ bool Pass::handle(const std::string& name, std::string_view value) {
 
 }  // namespace
 
-// The handler may throw, so the file is closed by its owner and not on the way out.
+// The handler may throw, so File closes the file.
 int ini_parse(const char* filename, ini_handler handler, void* user) {
   const File file(std::fopen(filename, "re"));
   return file ? Pass(handler, user).read(file.get()) : -1;

@@ -1,6 +1,5 @@
-/* shquote-private.h - what c_shquote_unquote and c_shquote_parse_next share, apart from the
- * exported functions so that a test can reach it. Not exported. The rules on cursors and counts of
- * shquote.h hold here too.
+/* shquote-private.h - what c_shquote_unquote and c_shquote_parse_next share. It is declared here so
+ * that a test can call it, and is not exported. The rules of shquote.h on cursors and counts apply.
  */
 #ifndef SHQUOTE_PRIVATE_H
 #define SHQUOTE_PRIVATE_H
@@ -9,8 +8,8 @@
 
 extern "C" {
 
-/* Takes a text in double quotes, its opening quote being the first byte of the input, and writes it
- * without its quoting. The input cursor then stands behind the closing quote.
+/* Reads a text in double quotes, whose opening quote is the first byte of the input, and writes it
+ * unquoted. On success the input cursor points just past the closing quote.
  *
  * Returns 0, SHQUOTE_ERR_NO_ROOM, SHQUOTE_ERR_UNTERMINATED, or -131 if the input does not start
  * with a double quote. */

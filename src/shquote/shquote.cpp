@@ -12,14 +12,14 @@ namespace {
 
 constexpr std::string_view kBlanks = " \t\n";
 constexpr std::string_view kQuoting = "\"'\\";
-// A # is missing on purpose: once a token has started it is an ordinary byte.
+// Without #, which is an ordinary byte once a token has started.
 constexpr std::string_view kBlanksAndQuoting = " \t\n\"'\\";
 
 bool contains(std::string_view set, char byte) {
   return set.find(byte) != set.npos;
 }
 
-// A working copy of the caller's cursors, written back only on success.
+// A working copy of the caller's cursors, stored back only on success.
 struct Cursors {
   char* out;
   size_t room;
@@ -28,7 +28,7 @@ struct Cursors {
 
   std::string_view input() const { return {in, left}; }
 
-  // Consumes `consumed` bytes of input and writes `output` in their place, or moves nothing.
+  // Consumes `consumed` bytes of input and writes `output`. On an error it does neither.
   int replace(size_t consumed, std::string_view output) {
     if (consumed > left) return -ENOTRECOVERABLE;
     if (output.size() > room) return SHQUOTE_ERR_NO_ROOM;
@@ -40,7 +40,7 @@ struct Cursors {
     return 0;
   }
 
-  // `stop` is the result of a search in the input: the offset of a byte, or npos for its end.
+  // `stop` is the result of a search in the input: the offset of a byte, or npos for the end.
   size_t lengthTo(size_t stop) const { return stop == std::string_view::npos ? left : stop; }
   int skipTo(size_t stop) { return replace(lengthTo(stop), {}); }
   int copyTo(size_t stop) { return replace(lengthTo(stop), {in, lengthTo(stop)}); }
@@ -73,8 +73,8 @@ int copyDoubleQuotedEscape(Cursors& at) {
   return at.replace(2, {at.in, 2});
 }
 
-// Copies what starts at the cursor: a quoted text, an escape, or the run of bytes up to the next of
-// `stops`. The first byte belongs to the run whatever it is, so every piece consumes something.
+// Copies what starts at the cursor: a quoted text, an escape, or a run of bytes up to the next one
+// in `stops`. A run always includes its first byte, so every call consumes something.
 int copyPiece(Cursors& at, std::string_view stops) {
   switch (*at.in) {
     case '"':
@@ -88,14 +88,14 @@ int copyPiece(Cursors& at, std::string_view stops) {
   }
 }
 
-// Gives the next token and a NUL byte behind it.
+// Writes the next token and a NUL byte after it.
 int parseWord(Cursors& at) {
   const int error = c_shquote_parse_next(&at.out, &at.room, &at.in, &at.left);
   constexpr char nul = '\0';
   return error == 0 ? at.replace(0, {&nul, 1}) : error;
 }
 
-// One block of the array and, behind it, the `texts` that it points to. Null without memory.
+// Allocates one block: the array, followed by the `texts` that it points to. Null if out of memory.
 char** makeWordArray(std::string_view texts, size_t count) {
   const size_t arraySize = (count + 1) * sizeof(char*);
   auto* words = static_cast<char**>(std::malloc(arraySize + texts.size()));
@@ -165,7 +165,7 @@ int c_shquote_parse_next(char** out, size_t* room, const char** in, size_t* leng
       error = at.skipTo(at.input().find('\n'));
     } else {
       error = copyPiece(at, kBlanksAndQuoting);
-      // An escape may have given nothing, and then starts nothing.
+      // An escape that yields no byte starts no token.
       started = started || first != '\\' || at.room != *room;
     }
   }
@@ -178,8 +178,8 @@ int c_shquote_parse_next(char** out, size_t* room, const char** in, size_t* leng
 
 int c_shquote_parse_argv(char*** words, size_t* count, const char* in, size_t length) noexcept {
   if (contains({in, length}, '\0')) return SHQUOTE_ERR_EMBEDDED_NUL;
-  // Enough: a word gives at most as many bytes as it takes, the separator in front of the next word
-  // pays for the NUL byte behind it, and the byte more for the one behind the last.
+  // This size suffices: a word is never longer than its quoted form, and the separator after it
+  // leaves room for its NUL byte. The extra byte is for the NUL of the last word.
   const std::unique_ptr<char, Free> scratch(static_cast<char*>(std::malloc(length + 1)));
   if (scratch == nullptr) return -ENOMEM;
   Cursors at{scratch.get(), length + 1, in, length};

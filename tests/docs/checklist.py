@@ -1,4 +1,4 @@
-"""Claims of a test script: each is printed if it fails, and the script's exit code tells of it."""
+"""Claims of a test script. Each claim that fails is printed and makes the script fail."""
 
 import sys
 
@@ -15,12 +15,12 @@ def check(claim, holds):
 
 
 def check_same(claim, expected, actual):
-    """Of two sets of names."""
+    """Compares two sets of names."""
     missing, surplus = sorted(set(expected) - set(actual)), sorted(set(actual) - set(expected))
     check(f"{claim}: missing {missing}, surplus {surplus}", not missing and not surplus)
 
 
 def end():
     print(f"{checked} checked, {failed} failed")
-    # A script that found nothing to look at has looked at the wrong place.
+    # A script that checked nothing has looked in the wrong place.
     sys.exit(0 if checked and not failed else 1)

@@ -1,10 +1,10 @@
 #!/usr/bin/env -S python3 -B
-"""Every command of gatewayctl that a document or a manual page shows in a line of its own works.
+"""Checks that every gatewayctl command that a document or manual page shows on its own line works.
 
 Usage: commands_test.py GATEWAYCTL SOURCE_FOLDER
 
-They run as they stand, but for a second or two, at ports of their own, with the sample for what is
-under /etc, and without a page.
+They run as written, except that they stop after a second or two, use free ports, read the sample
+instead of files in /etc, and serve no page.
 """
 
 import os
@@ -20,12 +20,12 @@ from checklist import check, end
 
 GATEWAYCTL, SOURCE = (pathlib.Path(path).resolve() for path in sys.argv[1:3])
 COMMAND = re.compile(r"(?:build/)?gatewayctl (?:check|demo|discover|host|sim)\b.*")
-# Generous: a stop waits for a stream that waits for its next attempt, on a machine that is busy.
+# Generous: on a busy machine, a stop may wait for a stream that waits for its next attempt.
 LONGEST_RUN = 120
 
 
 def commands_of(path):
-    """Those in blocks of code: indented in Markdown, or between fences."""
+    """Yields the commands in code blocks, which are indented or fenced."""
     fenced = False
     for line in path.read_text().replace("\\\n", " ").splitlines():
         if line.startswith("```"):
@@ -35,7 +35,7 @@ def commands_of(path):
 
 
 def shortened(command, meters):
-    """What runs in place of a command, so that it ends soon and disturbs nobody."""
+    """Returns a variant of the command that ends soon and disturbs nothing."""
     subcommand = command.split()[1]
     command = re.sub(r"--cycles \d+", "--cycles 2", command)
     command = command.replace("/etc/sonalith/", "etc/").replace("127.0.0.1:50005", meters)
@@ -44,7 +44,7 @@ def shortened(command, meters):
     if subcommand != "check":
         command = re.sub(r"--for \d+", "", command)
         options = [*options, "--for 1"]
-    # In front of the redirections and of options that take many values.
+    # Before redirections and options that take several values.
     return command.replace(subcommand, " ".join([subcommand, *options]), 1)
 
 
@@ -53,7 +53,7 @@ def run(shown, meters):
     done = subprocess.run(["bash", "-c", command], stdin=subprocess.DEVNULL, text=True,
                           stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False,
                           timeout=LONGEST_RUN)
-    # 3 is for what a stricter reader than the module would not take.
+    # With --strict, warnings make the exit code 3.
     good = (0, 3) if "--strict" in command else (0,)
     return shown, done.returncode in good, f"{command} ended with {done.returncode}: {done.stderr}"
 
@@ -61,7 +61,7 @@ def run(shown, meters):
 def prepare():
     os.symlink(SOURCE / "examples", "examples")
     os.mkdir("etc")
-    # What an installation brings, and what a user makes of it.
+    # The sample of an installation, and the configuration that a user makes from it.
     for name in ("grpc-gateway.conf.example", "grpc-gateway.conf"):
         os.symlink(SOURCE / "examples/grpc-gateway.conf", f"etc/{name}")
     os.symlink(SOURCE / "examples/grpc-gateway.conf", "gateway.conf")
@@ -69,7 +69,7 @@ def prepare():
 
 
 def simulator():
-    """A meter server for those who need one, and its address."""
+    """Starts a meter server for the commands that need one; returns process and address."""
     process = subprocess.Popen(
         [GATEWAYCTL, "sim", "--meters", "127.0.0.1:0", "--engine", "", "--config",
          SOURCE / "examples/grpc-gateway.conf"], stdout=subprocess.PIPE, text=True)
@@ -80,15 +80,15 @@ found = {}
 for document in (*markdown.documents(SOURCE), *(SOURCE / "docs/man").glob("*.scd")):
     for each in commands_of(document):
         found.setdefault(each, document.relative_to(SOURCE))
-check(f"the documents show commands: {len(found)}", len(found) >= 15)
+check(f"the documents show enough commands: {len(found)}", len(found) >= 15)
 with tempfile.TemporaryDirectory() as folder:
     os.chdir(folder)
     prepare()
     server, address = simulator()
     try:
         with ThreadPoolExecutor(4) as pool:
-            for shown, good, told in pool.map(lambda each: run(each, address), found):
-                check(f"{found[shown]}: {told}", good)
+            for shown, good, outcome in pool.map(lambda each: run(each, address), found):
+                check(f"{found[shown]}: {outcome}", good)
     finally:
         server.terminate()
         server.wait()

@@ -1,4 +1,4 @@
-"""What `gatewayctl SUBCOMMAND --help` says, taken apart for the tests of manual and completions."""
+"""Parses `gatewayctl SUBCOMMAND --help` for the tests of manual pages and completions."""
 
 import re
 import subprocess
@@ -10,7 +10,7 @@ SUBCOMMANDS = ("check", "demo", "discover", "host", "sim")
 class Option(NamedTuple):
     names: tuple  # such as ("-h", "--help")
     takes_value: bool
-    default: str  # a number or an address; or ""
+    default: str  # a number or an address, or ""
 
 
 class Help(NamedTuple):
@@ -20,13 +20,13 @@ class Help(NamedTuple):
 
 
 def section_of(text, head):
-    """The lines between a head and the next empty line."""
+    """Returns the lines between a heading and the next empty line."""
     found = re.search(rf"^{head}:\n(.*?)(?:\n\n|\Z)", text, re.MULTILINE | re.DOTALL)
     return found[1].splitlines() if found else []
 
 
 def option_of(line):
-    # One blank parts an option from its value, more from its description.
+    # One blank separates an option from its value, more from its description.
     found = re.match(r"  ((?:-\w,)?--[\w-]+)(?: (?! )(.*))?", line)
     if not found:
         return None

@@ -1,5 +1,6 @@
 #!/usr/bin/env -S python3 -B
-"""Every link of a document leads to a file and a heading that exist, and the README leads to all.
+"""Checks that links in documents lead to existing files and headings, and that the README links to
+all documents.
 
 Usage: links_test.py SOURCE_FOLDER
 """
@@ -16,7 +17,7 @@ SOURCE = pathlib.Path(sys.argv[1]).resolve()
 
 def check_link(document, link):
     if re.match(r"[a-z]+:", link):
-        return  # elsewhere
+        return  # another site
     path, _, anchor = link.partition("#")
     target = (document.parent / path).resolve() if path else document
     name = document.relative_to(SOURCE)
@@ -27,7 +28,7 @@ def check_link(document, link):
 
 
 def folders_of_table(readme):
-    """The folders of the top level that the table has, each as often as it stands there."""
+    """Returns the folders in the table, and the top-level folder of each."""
     table = readme.split("## Folders", 1)[1]
     cells = re.findall(r"^\| (`.*?) \|", table, re.MULTILINE)
     paths = [path for cell in cells for path in re.findall(r"`([\w./-]+)/`", cell)]
@@ -41,7 +42,7 @@ def check_readme(path):
         if document != path:
             check(f"README.md links to {document.relative_to(SOURCE)}", document in led_to)
     paths, tops = folders_of_table(readme)
-    check(f"README.md has each folder once: {paths}", len(paths) == len(set(paths)))
+    check(f"README.md lists each folder once: {paths}", len(paths) == len(set(paths)))
     check_same("folders of the README", {each.name for each in SOURCE.iterdir() if each.is_dir()
                and not each.name.startswith((".", "build"))}, tops)
 

@@ -1,5 +1,6 @@
 #!/usr/bin/env -S python3 -B
-"""docs/troubleshooting.md shows log lines as the module writes them, and all of some weight.
+"""Checks that docs/troubleshooting.md shows log lines as the module writes them, and shows all
+lines of levels 3 and 4.
 
 Usage: log_lines_test.py SOURCE_FOLDER
 """
@@ -21,7 +22,7 @@ def shown_lines(text):
 
 
 def formats_of(code):
-    """Level and format of each call; the name of a function among the arguments is filled in."""
+    """Yields level and format of each call, with a literal function name filled in."""
     for call in CALL.finditer(code):
         text = "".join(re.findall(LITERAL, call[2]))
         name = re.match(rf",\s*{LITERAL}", call[4])
@@ -32,7 +33,7 @@ def formats_of(code):
 
 
 def texts_of(code):
-    """Texts that are logged by way of "%s"."""
+    """Returns the texts that are logged as an argument of "%s"."""
     found = re.findall(rf'fault\({LITERAL}\)|verifyEntries\([^"]*{LITERAL}\)|'
                        rf'\{{verify\w+, {LITERAL}\}}', code)
     return [("SONALITH_LOG_FAULT", next(filter(None, each))) for each in found]
@@ -40,7 +41,7 @@ def texts_of(code):
 
 def pattern_of(text):
     parts = re.split(r"%(?:s|d|p)", text)
-    # A call without the argument of its "%d" writes what it finds, or the format itself.
+    # A "%d" without its argument may print anything, even itself.
     return re.compile(r"\S.*".join(re.escape(part) for part in parts))
 
 

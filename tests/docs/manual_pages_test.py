@@ -1,6 +1,6 @@
 #!/usr/bin/env -S python3 -B
-"""The manual pages as built: they show without a warning, and grpc-gateway.conf(5) says all that
-docs/configuration.md does.
+"""Checks the built manual pages: they format without warnings, and grpc-gateway.conf(5) contains
+all of docs/configuration.md.
 
 Usage: manual_pages_test.py MAN PAGES_FOLDER SOURCE_FOLDER VERSION
 """
@@ -18,12 +18,12 @@ SECTIONS = ("NAME", "SYNOPSIS", "DESCRIPTION", "SEE ALSO")
 
 
 def shown(page):
-    """As on a terminal that is wide enough to break nothing but what has to be."""
+    """Formats a page for a very wide terminal, so that only necessary line breaks remain."""
     environment = dict(os.environ, MANWIDTH="1000", LC_ALL="C.UTF-8", MAN_KEEP_FORMATTING="")
     done = subprocess.run([MAN, "--local-file", "--warnings", "--no-hyphenation",
                            "--no-justification", "--pager=cat", page], stdout=subprocess.PIPE,
                           stderr=subprocess.PIPE, check=True, text=True, env=environment)
-    check(f"{page.name} shows without a warning: {done.stderr}", not done.stderr)
+    check(f"{page.name} formats without a warning: {done.stderr}", not done.stderr)
     return done.stdout
 
 
@@ -32,7 +32,7 @@ def joined(text):
 
 
 def pieces_of(markdown):
-    """Each paragraph, item, cell and line of code, as it is to be seen."""
+    """Yields each paragraph, list item, table cell and line of code as the page shows it."""
     for block in re.split(r"\n\n+", re.sub(r"^(```.*)$", r"\n\1\n", markdown, flags=re.MULTILINE)):
         if block.startswith("|"):
             rows = [row for row in block.splitlines() if not row.startswith("|---")]
@@ -60,9 +60,9 @@ check_same("pages", {path.stem for path in (SOURCE / "docs/man").glob("*.scd")},
            {path.name for path in PAGES.glob("*.[0-9]")})
 for each in sorted(PAGES.glob("*.[0-9]")):
     seen = shown(each)
-    check(f"{each.name} is of version {VERSION}", f"grpc-gateway {VERSION}" in seen)
+    check(f"{each.name} states version {VERSION}", f"grpc-gateway {VERSION}" in seen)
     for head in SECTIONS:
-        # What is about a thing and not for a command has no synopsis.
+        # Pages of section 7 have no synopsis.
         if head != "SYNOPSIS" or each.suffix != ".7":
             check(f"{each.name} has {head}", re.search(f"^{head}$", seen, re.MULTILINE))
     for name, section in re.findall(r"([\w.-]+)\((\d)\)", seen.split("SEE ALSO")[-1]):

@@ -1,4 +1,4 @@
-"""The project's documents in Markdown: which there are, their links and anchors."""
+"""Finds the project's Markdown documents, and their links, anchors and commands."""
 
 import os
 import re
@@ -18,7 +18,7 @@ def documents(source):
 
 
 def without_code(text):
-    """Fenced blocks, indented ones and code within a line have no links."""
+    """Removes fenced blocks, indented blocks and inline code, which contain no links."""
     text = re.sub(r"^```.*?^```", "", text, flags=re.MULTILINE | re.DOTALL)
     text = re.sub(r"(?<=\n\n)(?:    .*\n|\n(?=    ))+", "", text)
     return re.sub(r"`[^`]*`", "`", text)
@@ -29,7 +29,7 @@ def links(text):
 
 
 def anchors(text):
-    """Those of the headings, as forges make them, and those that stand in the text."""
+    """Returns the anchors that forges derive from headings, and the explicit ones."""
     made = set()
     unfenced = re.sub(r"^```.*?^```", "", text, flags=re.MULTILINE | re.DOTALL)
     for heading in re.findall(r"^#+ (.*)$", unfenced, re.MULTILINE):
@@ -43,8 +43,8 @@ def anchors(text):
 
 
 def project_commands(path):
-    """What one has to type to build, test, measure and install: those in indented blocks, without
-    comments, one by one. What gatewayctl does is not among them."""
+    """Yields each command in indented blocks that builds, tests, measures or installs, without
+    comments. Commands of gatewayctl are not included."""
     for line in re.findall(r"^    (\S.*)$", path.read_text(), re.MULTILINE):
         for command in re.split(r" && |; ", re.split(r"\s{2,}#", line)[0]):
             if PROJECT_COMMAND.match(command.strip()):

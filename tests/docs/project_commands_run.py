@@ -1,12 +1,12 @@
 #!/usr/bin/env -S python3 -B
-"""Runs what the documents have one type to build, test, measure and install, in a clone of the
-newest commit, in the order of the documents.
+"""Runs the commands of the documents that build, test, measure and install, in a clone of the
+newest commit and in the order of the documents.
 
 Usage: project_commands_run.py SOURCE_FOLDER [PATTERN...]
 
-All of it takes hours, so it is no part of ctest; PATTERNs choose commands. What has an end of its
-own runs as it stands. What runs for long, or until it is stopped, runs shortly. What changes the
-system is left to system_test of tests/package, which installs into a system of its own.
+All of them take hours, so this is not part of ctest. PATTERNs select commands. Commands that run
+for long, or until they are stopped, run in a short form; all others run as written. Commands that
+change the system are left to tests/package/system_test, which installs into a fresh Debian.
 """
 
 import pathlib
@@ -28,14 +28,14 @@ SHORTER = (
     (r"^scripts/demo$", "scripts/demo --for 3 --page 127.0.0.1:0"),
     (r"\bFOLDER\b|\bMORE\b", "tests/fuzz/corpus/fuzz_ini"),
     (r"\bFILE\b", "src/ini/ini.cpp"),
-    # 124 says that it went on for all that time.
+    # 124 means that it ran until the timeout.
     (r"^(build/example/server|examples/servers/\S+)$",
      r"timeout --signal=INT 5 \1 --meters 127.0.0.1:0 --engine 127.0.0.1:0; test $? = 124"),
 )
 
 
 def commands():
-    """Each once, where it comes first."""
+    """Returns each command once, in order of first appearance."""
     found = dict.fromkeys(command for path in sorted(markdown.documents(SOURCE))
                           for command in markdown.project_commands(path))
     own = pathlib.Path(sys.argv[0]).name

@@ -1,11 +1,11 @@
 #!/usr/bin/env -S python3 -B
-"""What the documents have one type to build, test and install names presets, targets, options,
-labels, scripts and programs that there are.
+"""Checks that the commands of the documents that build, test and install name existing presets,
+targets, options, labels, scripts and programs.
 
 Usage: project_commands_test.py CTEST SOURCE_FOLDER BUILD_FOLDER
 
-These commands take minutes or need root, so they do not run here, where every build comes by; what
-they name is looked up. project_commands_run.py runs them, and commands_test.py those of gatewayctl.
+The commands take minutes or need root, so this test only looks up the names.
+project_commands_run.py runs the commands, and commands_test.py runs those of gatewayctl.
 """
 
 import json
@@ -30,7 +30,7 @@ OPTIONS = {name for pair in OPTIONS for name in pair if name}
 
 
 def values(words, *names):
-    """What stands behind an option, until the next one."""
+    """Yields the words after an option, up to the next option."""
     for at, word in enumerate(words):
         if word in names:
             for value in words[at + 1:]:
@@ -42,14 +42,14 @@ def values(words, *names):
 def check_preset(kind, words, command):
     known = {each["name"] for each in PRESETS[kind]}
     for name in values(words, "--preset"):
-        check(f"{command}: there is a preset {name}", name in known)
+        check(f"{command}: the preset {name} exists", name in known)
 
 
 def check_cmake(words, command):
     kind = "buildPresets" if "--build" in words else "configurePresets"
     check_preset(kind, words, command)
     for target in values(words, "--target"):
-        check(f"{command}: there is a target {target}", target in DEFINED)
+        check(f"{command}: the target {target} exists", target in DEFINED)
     check_options(words, command)
 
 
@@ -58,7 +58,7 @@ def check_options(words, command):
         if word.startswith("-D"):
             name = word[2:].partition("=")[0].partition(":")[0]
             known = name in OPTIONS or name.startswith("CMAKE_")
-            check(f"{command}: there is an option {name}", known)
+            check(f"{command}: the option {name} exists", known)
 
 
 def check_ctest(words, command):
@@ -67,15 +67,15 @@ def check_ctest(words, command):
         for pattern in values(words, option):
             text = subprocess.run([CTEST, "-N", option, pattern], cwd=BUILD, check=True, text=True,
                                   stdout=subprocess.PIPE).stdout
-            check(f"{command}: there are tests: {text}", "Total Tests: 0" not in text)
+            check(f"{command}: it selects tests: {text}", "Total Tests: 0" not in text)
 
 
 def check_script(path, words, command):
     script = SOURCE / path
-    check(f"{command}: {path} is there", script.is_file())
+    check(f"{command}: {path} exists", script.is_file())
     if not script.is_file():
         return
-    check(f"{command}: {path} can be run", words[0] == "bash" or script.stat().st_mode & 0o111)
+    check(f"{command}: {path} is executable", words[0] == "bash" or script.stat().st_mode & 0o111)
     check_options(words, command)
     for option in (word.partition("=")[0] for word in words if word.startswith("--")):
         check(f"{command}: {path} knows {option}", option in script.read_text())
@@ -91,24 +91,25 @@ def check_command(command):
         check_ctest(words, command)
     elif words[0] == "npm":
         for folder in values(words, "--prefix"):
-            check(f"{command}: {folder} is a package", (SOURCE / folder / "package.json").is_file())
+            found = (SOURCE / folder / "package.json").is_file()
+            check(f"{command}: {folder} is an npm package", found)
     elif words[0].startswith("clang-"):
         setup = (SOURCE / "scripts/setup").read_text()
         check(f"{command}: scripts/setup installs {words[0]}", words[0] in setup)
     elif words[0].startswith("build/"):
         name = re.sub(r"_replay$", "", words[0].rpartition("/")[2])
-        check(f"{command}: there is a program {name}", name in DEFINED)
+        check(f"{command}: the program {name} exists", name in DEFINED)
     else:
         path = words[1] if words[0] == "bash" else words[0]
         check_script(path, words, command)
 
 
 found = {each for path in markdown.documents(SOURCE) for each in markdown.project_commands(path)}
-check(f"the documents show commands: {len(found)}", len(found) >= 20)
+check(f"the documents show enough commands: {len(found)}", len(found) >= 20)
 for each in sorted(found):
     check_command(each)
-# What the README's tables say of options.
+# The options in the README's table.
 for name in re.findall(r"^\| `(GATEWAY_\w+|BUILD_TESTING)` \|", (SOURCE / "README.md").read_text(),
                        re.MULTILINE):
-    check(f"README.md: there is an option {name}", name in OPTIONS)
+    check(f"README.md: the option {name} exists", name in OPTIONS)
 end()

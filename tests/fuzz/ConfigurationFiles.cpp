@@ -18,7 +18,7 @@ constexpr std::size_t mostNamedInOneFile = 8;
 constexpr std::array<const char*, 3> paths = {
     ConfigurationFiles::mainPath, ConfigurationFiles::firstPath, ConfigurationFiles::secondPath};
 
-// What stands in front of the separator, which is taken off with it. The last part has the rest.
+// Takes the part before the separator, and the separator too. The last part takes the rest.
 std::string takePart(std::string_view& input, bool isLast) {
   const std::size_t end = isLast ? input.npos : input.find(separator);
   const std::string part(input.substr(0, end));
@@ -26,7 +26,7 @@ std::string takePart(std::string_view& input, bool isLast) {
   return part;
 }
 
-// The values of all lines that could be File lines, in whichever section.
+// The values of all lines that could be File lines, in any section.
 std::vector<std::string> namedIn(const char* path) {
   std::vector<std::string> named;
   const ini_handler remember = [](void* user, const char*, const char* name, const char* value) {
@@ -38,7 +38,7 @@ std::vector<std::string> namedIn(const char* path) {
   return named;
 }
 
-// What is not there now may be so while a file is being read: as its own descriptor.
+// A path that does not exist now may exist while a file is being read, as its descriptor.
 bool isOfProcess(const std::string& path) {
   std::error_code error;
   return std::filesystem::weakly_canonical(path, error).string().starts_with("/proc/");
@@ -56,7 +56,7 @@ ConfigurationFiles::ConfigurationFiles() {
 
 bool ConfigurationFiles::write(std::string_view input) {
   mayLoop_ = false;
-  // Only below such a section does the module open a file.
+  // The module opens files only in such a section.
   const bool mayName = input.find("ParseIfExist:") != input.npos;
   for (std::size_t i = 0; i < count; ++i) {
     texts_[i] = takePart(input, i + 1 == count);

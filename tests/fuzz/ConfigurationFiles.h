@@ -1,8 +1,8 @@
 // One input as a configuration of up to three files: the main one, and two dedicated files that
-// File lines may name. They are parted by the text "\n>>>\n".
+// File lines may name. The text "\n>>>\n" separates them.
 //
-// The files lie in memory and have the same names in every process, whatever the machine holds:
-// mainPath, firstPath and secondPath. An input can name no other file that exists.
+// The files are in memory. Their names are the same in every process on any machine: mainPath,
+// firstPath and secondPath. An input cannot name any other existing file.
 #pragma once
 
 #include <array>
@@ -21,17 +21,17 @@ class ConfigurationFiles {
   static constexpr char firstPath[] = "/dev/fd/101";
   static constexpr char secondPath[] = "/dev/fd/102";
 
-  // Throws std::system_error if the names can't be had.
+  // Throws std::system_error if the names are not available.
   ConfigurationFiles();
 
-  // Replaces the files. False if the input is not to be read: it names foreign files, or its own
-  // more often than a reading should take.
+  // Replaces the files. Returns false if the input must not be read, because it names foreign
+  // files, or its own files too often.
   bool write(std::string_view input);
 
-  // The last input's file of that name; null if it is none of its three.
+  // The text of the file at that path, or null if it is not one of the three.
   const std::string* textOf(std::string_view path) const;
 
-  // Whether a file of the last input names itself or one in front of it: it may be read without
+  // Whether a file of the last input names itself or an earlier file, so that reading may never
   // end.
   bool mayLoop() const { return mayLoop_; }
 

@@ -15,7 +15,7 @@
 namespace fuzz {
 namespace {
 
-using Bytes = std::optional<std::string>;  // nothing if a text is no number of the type
+using Bytes = std::optional<std::string>;  // nullopt if a text is not a number of the type
 
 std::string lower(std::string text) {
   for (char& byte : text) {
@@ -41,10 +41,10 @@ std::string bytesOf(const std::string& text) {
 struct Whole {
   bool isNegative = false;
   std::uint64_t magnitude = 0;
-  bool isTooLarge = false;  // for the magnitude
+  bool isTooLarge = false;  // for 64 bits
 };
 
-// The whole number in front; what is behind it does not count.
+// The whole number at the beginning of the text, which may continue with anything.
 std::optional<Whole> wholeIn(const std::string& text) {
   Whole number;
   std::size_t at = text.find_first_not_of(" \t\n\v\f\r");
@@ -204,7 +204,7 @@ class NaiveConfiguration::Reading {
   const Files& files_;
 };
 
-// ---- The whole ----------------------------------------------------------------------------------
+// ---- Checks on the whole ------------------------------------------------------------------------
 
 NaiveConfiguration::NaiveConfiguration(const Files& files, std::string_view mainPath) {
   const bool isGood = Reading(*this, files).read(mainPath);

@@ -1,6 +1,5 @@
-// A second account of what a configuration says, by the rules of docs/configuration.md. It is slow
-// and shares nothing with the module's: files are texts, read by the naive readers of INI files and
-// of quoted words.
+// A second implementation of the rules of docs/configuration.md. It is slow and shares nothing with
+// the module's: files are texts, which the naive readers of INI files and quoted words read.
 #pragma once
 
 #include <functional>
@@ -25,11 +24,11 @@ struct NaiveEntry {
 
 class NaiveConfiguration {
  public:
-  // The text of a file; null if there is none of that name.
+  // Returns the text of the file at a path, or null if there is none.
   using Files = std::function<const std::string*(std::string_view path)>;
 
   NaiveConfiguration(const Files& files, std::string_view mainPath);
-  // What the module says it is.
+  // The configuration as the module has read it.
   explicit NaiveConfiguration(const gateway::ConfigManager& config);
 
   bool operator==(const NaiveConfiguration&) const = default;
@@ -43,7 +42,7 @@ class NaiveConfiguration {
   std::string engineTarget_;
   bool fast_ = true;
   bool slow_ = true;
-  // By "fast", "slow" or "engine" and the type, as in "fast int". Lists without entries are absent.
+  // Keyed by "fast", "slow" or "engine" and the type, such as "fast int". Empty lists are absent.
   std::map<std::string, std::vector<NaiveEntry>> lists_;
   bool isValid_ = true;
 };

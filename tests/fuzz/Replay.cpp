@@ -1,5 +1,5 @@
-// Tries each file of a folder once, in place of libFuzzer: `fuzz_..._replay FOLDER`. Fails if the
-// files do not end both ways, or if one of them is no input at all.
+// Tries each file of a folder once, without libFuzzer: `fuzz_..._replay FOLDER`. Fails unless some
+// files are accepted and some refused, or if a file is not a usable input.
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -23,7 +23,7 @@ std::vector<fs::path> filesIn(const fs::path& folder) {
   return files;
 }
 
-// Told in advance, so that a crash has a name.
+// Prints the name first, so that it is known if the input crashes.
 void replay(const fs::path& path) {
   std::fprintf(stderr, "%s\n", path.filename().c_str());
   std::ifstream file(path, std::ios::binary);
@@ -39,7 +39,7 @@ int main(int argc, char** argv) {
     return 2;
   }
   for (const fs::path& path : filesIn(argv[1])) replay(path);
-  if (fuzz::counts().haveBoth() && fuzz::counts().passedOver == 0) return 0;
-  std::fprintf(stderr, "the corpus must hold inputs of both kinds, and no others\n");
+  if (fuzz::counts().haveBoth() && fuzz::counts().skipped == 0) return 0;
+  std::fprintf(stderr, "the corpus must contain accepted and refused inputs, and no others\n");
   return 1;
 }

@@ -6,16 +6,16 @@
 namespace fuzz {
 namespace {
 
-// By then the corpus has been tried, and some thousand of what was made of it.
+// Long enough for the corpus and some thousand mutations of it.
 constexpr std::uint64_t longRun = 5000;
 
 struct Tally : Counts {
   ~Tally() {
     const auto number = [](std::uint64_t count) { return static_cast<unsigned long long>(count); };
-    std::fprintf(stderr, "accepted %llu, refused %llu, passed over %llu\n", number(accepted),
-                 number(refused), number(passedOver));
-    if (haveBoth() || accepted + refused + passedOver < longRun) return;
-    std::fprintf(stderr, "not both accepted and refused: mend the corpus\n");
+    std::fprintf(stderr, "accepted %llu, refused %llu, skipped %llu\n", number(accepted),
+                 number(refused), number(skipped));
+    if (haveBoth() || accepted + refused + skipped < longRun) return;
+    std::fprintf(stderr, "not both accepted and refused: correct the corpus\n");
     std::_Exit(1);
   }
 };
@@ -33,8 +33,8 @@ void count(Result result) {
     case Result::Refused:
       ++tally().refused;
       break;
-    case Result::PassedOver:
-      ++tally().passedOver;
+    case Result::Skipped:
+      ++tally().skipped;
       break;
   }
 }

@@ -1,5 +1,5 @@
-// A fuzz target: one function that tries one input. Around it stands either libFuzzer, which makes
-// up inputs, or Replay.cpp, which goes through the corpus and runs among the tests of any build.
+// A fuzz target: one function that tries one input. Either libFuzzer calls it with generated
+// inputs, or Replay.cpp calls it with the corpus, as a test in any build.
 //
 // Threads: one.
 #pragma once
@@ -13,20 +13,20 @@ namespace fuzz {
 enum class Result {
   Accepted,
   Refused,
-  PassedOver,  // no input of this target: it says nothing
+  Skipped,  // not a usable input for this target
 };
 
-// Each target's own. Ends the process if the code under test breaks a promise.
+// Each target defines this. It ends the process if the code under test breaks a promise.
 Result tryInput(std::string_view input);
 
 void require(bool promise, std::string_view text);
 
-// How the inputs so far ended. Printed when the process ends. A long run whose inputs have all
-// ended the same way fails: it has tried only half of what it is for.
+// The results of all inputs so far, printed at exit. A long run fails if all its inputs had the
+// same result, since it has then tested only half of its purpose.
 struct Counts {
   std::uint64_t accepted = 0;
   std::uint64_t refused = 0;
-  std::uint64_t passedOver = 0;
+  std::uint64_t skipped = 0;
 
   bool haveBoth() const { return accepted > 0 && refused > 0; }
 };

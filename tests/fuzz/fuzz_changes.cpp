@@ -1,16 +1,16 @@
-// A list of engine changes on its way out, with any names in the configuration: what passes the
-// filter of the module, and the request that is made of it, are those of a naive second account.
+// Notifications of engine changes, with any names in the configuration. The module must pass the
+// same changes, and build the same request, as a second, naive implementation.
 //
-// All of the module is linked but the last step, which keeps the request instead of starting a
-// call. An input is lines of fields parted by "|", of which the first says what the line is:
+// The target links the whole module except the last step: it records the request instead of
+// starting a call. An input is lines of fields separated by "|". The first field is the kind of the
+// line:
 //
 //   s i u f   an entry of the engine's string, int, uint or float list: key, customKey
-//   0 to 9    a change of that type, 8 and 9 being types that nobody knows: key, value
+//   0 to 9    a change of that type, where 8 and 9 are unknown types: key, value
 //   M         the module's name
 //   S         the host's iteration stops when its callback returns 1
 //
-// A value is a text, or a number in the form of C. An absent field is null for a change, and empty
-// otherwise.
+// A value is a text or a C number. An absent field is null in a change, and empty otherwise.
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -42,7 +42,7 @@ std::vector<RequestSetParams>& sent() {
 
 }  // namespace
 
-// ---- The last step of the way -------------------------------------------------------------------
+// ---- The last step, replaced --------------------------------------------------------------------
 
 namespace gateway {
 
@@ -54,12 +54,13 @@ AsyncSetParamsPayload::AsyncSetParamsPayload(sonalith::grpcengine::Engine::Stub*
 AsyncSetParamsPayload::~AsyncSetParamsPayload() = default;
 
 void AsyncSetParamsPayload::start(std::unique_ptr<AsyncSetParamsPayload> payload) {
-  require(payload->stub != nullptr && payload->completionQueue != nullptr, "a call can be made");
+  require(payload->stub != nullptr && payload->completionQueue != nullptr,
+          "the payload has a stub and a queue");
   sent().push_back(std::move(*payload->request));
 }
 
 void AsyncSetParamsPayload::Proceed(bool) {
-  require(false, "no call is started that could end");
+  require(false, "no call is started, so none ends");
 }
 
 }  // namespace gateway
@@ -68,7 +69,7 @@ namespace {
 
 // ---- The input ----------------------------------------------------------------------------------
 
-using Field = std::optional<std::string>;  // nothing if it is absent
+using Field = std::optional<std::string>;  // nullopt if absent
 
 struct Change {
   std::uint32_t type;
@@ -89,7 +90,7 @@ struct Change {
 struct Input {
   std::string moduleName = "gateway";
   bool iterationStops = false;
-  // By the type of the changes that they take: uint, int, float, string.
+  // Indexed by the type of the changes: uint, int, float, string.
   std::vector<gateway::EngineEntry> entries[4];
   std::vector<Change> changes;
 };
@@ -98,7 +99,7 @@ Field takeField(std::string_view& line) {
   if (line.empty()) return std::nullopt;
   line.remove_prefix(1);
   const std::size_t end = line.find('|');
-  // Neither the configuration nor the host has texts with a NUL.
+  // Cut at a NUL: neither the configuration nor the host has texts with one.
   const std::string field(std::string(line.substr(0, end)).c_str());
   line.remove_prefix(end == line.npos ? line.size() : end);
   return field;
@@ -132,9 +133,9 @@ Input inputOf(std::string_view text) {
   return input;
 }
 
-// ---- What a naive account expects ---------------------------------------------------------------
+// ---- The naive implementation -------------------------------------------------------------------
 
-// A parameter of a request as a text: of what kind it is, and its bytes.
+// A parameter of a request; the value is a text with its kind and its bytes.
 struct Param {
   std::string key;
   std::string value;
@@ -194,7 +195,7 @@ Params matchesOf(const Change& change, const Input& input) {
   return matches;
 }
 
-// What a notification of the changes sends.
+// The parameters that a notification of the changes sends.
 Params filtered(const Input& input) {
   Params params;
   for (const Change& change : input.changes) {
@@ -206,7 +207,7 @@ Params filtered(const Input& input) {
   return params;
 }
 
-// What is sent of the changes as they are.
+// The parameters that sendParams sends for the unfiltered changes.
 Params unfiltered(const Input& input) {
   Params params;
   for (const Change& change : input.changes) {
@@ -217,7 +218,7 @@ Params unfiltered(const Input& input) {
   return params;
 }
 
-// ---- What the module does -----------------------------------------------------------------------
+// ---- The module ---------------------------------------------------------------------------------
 
 template <class T>
 std::string arrayOf(const google::protobuf::RepeatedField<T>& values) {
@@ -247,10 +248,10 @@ std::string valueOf(const AnyValue& value) {
   }
 }
 
-// The parameters of the one request that was sent since the last call; nothing if there was none.
+// Returns the parameters of the request sent since the last call, or nullopt if none was sent.
 std::optional<Params> takeSent() {
   const std::vector<RequestSetParams> requests = std::exchange(sent(), {});
-  require(requests.size() <= 1, "a notification is at most one call");
+  require(requests.size() <= 1, "a notification makes at most one call");
   if (requests.empty()) return std::nullopt;
   Params params;
   for (const auto& param : requests[0].params()) {
@@ -297,7 +298,7 @@ void add(const Change& change, sonalith_keyValueList& list) {
   }
 }
 
-// The module, started once, with an engine side that is never called.
+// The module, started once, with an engine target that it never calls.
 class Module {
  public:
   Module() {
@@ -315,7 +316,7 @@ class Module {
   Module& operator=(const Module&) = delete;
   ~Module() { plugin_entry_0_1.stop(&record_); }
 
-  // As if it had been started with this configuration under this name.
+  // Acts as if the module had been started with this configuration and name.
   void set(const Input& input) {
     auto config = std::make_shared<gateway::ConfigManager>(*empty_);
     config->engineUints = input.entries[SONALITH_ITEM_UINT];
@@ -331,7 +332,7 @@ class Module {
   std::optional<Params> notify(sonalith_keyValueList& changes) {
     const standin::Outstanding before = host_.outstanding();
     engine_.notify(&changes);
-    require(host_.outstanding() == before, "a notification keeps nothing of the host");
+    require(host_.outstanding() == before, "a notification releases everything of the host");
     return takeSent();
   }
 
@@ -340,7 +341,9 @@ class Module {
     return takeSent();
   }
 
-  void requireNoViolation() const { require(host_.violations().empty(), "the host is well used"); }
+  void requireNoViolation() const {
+    require(host_.violations().empty(), "the module keeps the rules of the host");
+  }
 
  private:
   gateway::ModuleManager& manager() {
@@ -364,9 +367,11 @@ fuzz::Result fuzz::tryInput(std::string_view text) {
 
   const Params expected = filtered(input);
   const std::optional<Params> notified = module.notify(changes);
-  require(notified.has_value() == !expected.empty(), "a call is made if anything passes");
-  require(notified.value_or(Params()) == expected, "what passes is sent under its key");
-  require(module.send(changes) == unfiltered(input), "each item is sent as what it is");
+  require(notified.has_value() == !expected.empty(),
+          "the module makes a call if any change passes");
+  require(notified.value_or(Params()) == expected,
+          "the call carries the changes that pass, under their keys");
+  require(module.send(changes) == unfiltered(input), "sendParams sends each item with its type");
   module.requireNoViolation();
   return notified ? Result::Accepted : Result::Refused;
 }

@@ -1,5 +1,5 @@
-// Any bytes as a configuration of up to three files for the checker: it comes to an end, calls
-// errors what the module refuses, and can tell all of it.
+// Any bytes as a configuration of up to three files for the checker. It must end, report errors
+// exactly if the module refuses the configuration, and be able to write every report.
 #include <functional>
 #include <string>
 #include <string_view>
@@ -18,19 +18,18 @@ using check::Severity;
 using check::Verdict;
 using fuzz::require;
 
-// The checker's verdict is that of the module that it asks, and the module is asked unless it would
-// not come back.
+// The checker asks the module for the verdict, unless the module would never return.
 void requireVerdict(const Checked& checked, bool mayLoop) {
   const bool hasErrors = checked.count(Severity::Error) > 0;
   require((checked.verdict == Verdict::Refused) == hasErrors, "a refused file has errors");
   require(checked.verdict != Verdict::Unreadable, "there is a verdict");
-  require(checked.moduleWasAsked || mayLoop, "the module is asked of what comes to an end");
-  if (!checked.moduleWasAsked) return require(hasErrors, "an endless file is refused");
+  require(checked.moduleWasAsked || mayLoop, "the checker asks the module unless reading may loop");
+  if (!checked.moduleWasAsked) return require(hasErrors, "the checker refuses an endless file");
   const gateway::ConfigManager config(fuzz::ConfigurationFiles::mainPath);
   require(config.valid == (checked.verdict == Verdict::Accepted), "the verdict is the module's");
 }
 
-// Places lie within the source lines, so that a caret can stand there.
+// Each place lies within its source line, so that a caret can mark it.
 void requirePlaces(const Checked& checked) {
   for (const auto& each : checked.diagnostics) {
     require(!each.text.empty() && !each.remedy.empty(), "a diagnostic has a text and a remedy");
@@ -41,7 +40,7 @@ void requirePlaces(const Checked& checked) {
   }
 }
 
-// Made of one input in 32, chosen by its bytes, since they take far longer than the verdict.
+// Texts take far longer than the verdict, so only one input in 32 makes them, chosen by its bytes.
 bool isForTexts(std::string_view input) {
   return std::hash<std::string_view>()(input) % 32 == 0;
 }
@@ -58,7 +57,7 @@ void requireTexts(const Checked& checked) {
 fuzz::Result fuzz::tryInput(std::string_view input) {
   static standin::Host host({.keepRecords = false});
   static ConfigurationFiles files;
-  if (!files.write(input)) return Result::PassedOver;
+  if (!files.write(input)) return Result::Skipped;
   const Checked checked =
       check::check({.path = ConfigurationFiles::mainPath, .name = "input", .withSlots = true});
   requireVerdict(checked, files.mayLoop());

@@ -1,5 +1,5 @@
-// Any bytes as a file for the INI reader: it makes the same pairs and the same result of them as a
-// second, naive reading.
+// Any bytes as a file for the INI reader. It must produce the same pairs and the same result as a
+// second, naive reader.
 #include "tests/fuzz/Target.h"
 #include "tests/ini/naive_reader.h"
 #include "tests/tools/check/RewrittenFile.h"

@@ -1,5 +1,5 @@
-// Any bytes as a message on the meter streams: read as gRPC reads it and taken to the slots of both
-// rates, it leaves there what a plain search through the configuration's lists finds.
+// Any bytes as a message on both meter streams, parsed as gRPC does. Afterwards the slots hold what
+// a plain search of the configuration's lists would store.
 #include <google/protobuf/stubs/logging.h>
 #include <grpcpp/support/byte_buffer.h>
 #include <grpcpp/support/proto_buffer_reader.h>
@@ -19,12 +19,12 @@
 
 namespace gateway {
 
-// Stands for the stream's reader: brings messages to the payload.
+// Passes messages to the payload, like the stream's reader.
 class AsyncMetersPayloadTest {
  public:
-  // False for bytes that are no message; a stream ends there.
+  // Returns false if the bytes are not a message, which would end the stream.
   static bool take(AsyncMetersPayload& payload, std::string_view bytes) {
-    // Two pieces, as a long message comes in.
+    // Two slices, as a long message arrives.
     const std::size_t half = bytes.size() / 2;
     const std::array<grpc::Slice, 2> pieces = {
         grpc::Slice(bytes.data(), half), grpc::Slice(bytes.data() + half, bytes.size() - half)};
@@ -48,9 +48,9 @@ using gateway::MeterEntryType;
 using sonalith::grpc::AnyValue;
 using sonalith::grpc::Meter;
 
-// ---- What is configured -------------------------------------------------------------------------
+// ---- The configuration --------------------------------------------------------------------------
 
-// Some keys stand in one list, some in several, and most differ from the next in one byte.
+// Some keys are in one list, some in several, and most differ from the next in one byte.
 template <class T>
 std::vector<MeterEntry<T>> entriesOf(const std::vector<std::string>& keys, std::size_t numbered) {
   std::vector<MeterEntry<T>> entries;
@@ -73,9 +73,9 @@ std::shared_ptr<const ConfigManager> configuration() {
   return config;
 }
 
-// ---- What a naive reading expects ---------------------------------------------------------------
+// ---- The naive search ---------------------------------------------------------------------------
 
-// The bytes of a table's values, group by group.
+// The bytes of a table's values, by group.
 struct Values {
   std::vector<std::string> strings;  // of 100 bytes each
   std::vector<std::uint32_t> ints;
@@ -149,14 +149,14 @@ class Stream {
     sonalith_free(offsets_);
   }
 
-  // `meter` is what the bytes say, or null if they are no message.
+  // `meter` is the parsed message, or null if the bytes are not a message.
   void take(std::string_view bytes, const Meter* meter) {
     fill();
     const Values before = values();
     const bool taken = gateway::AsyncMetersPayloadTest::take(payload_, bytes);
-    require(taken == (meter != nullptr), "a message is read or not, however it comes in");
+    require(taken == (meter != nullptr), "the stream reads the message if protobuf does");
     const Values expected = taken ? expectedOf(*meter, config_, isSlow_, before) : before;
-    require(values() == expected, "the slots hold what a plain search puts there");
+    require(values() == expected, "the slots hold what a plain search stores");
   }
 
  private:
@@ -165,7 +165,7 @@ class Stream {
     gateway::buildMeterSlots(isSlow_ ? slow : fast, table_, &offsets_);
   }
 
-  // With what no message is likely to bring, so that each write shows.
+  // Fills the slots with an unlikely value, so that each write shows.
   void fill() {
     constexpr int pattern = 0xB7;
     const auto set = [](auto* values, std::size_t count) {
@@ -201,8 +201,8 @@ class Stream {
 };
 
 struct Setting {
-  // Or it would tell of every key that is not UTF-8.
-  google::protobuf::LogHandler* told = google::protobuf::SetLogHandler(nullptr);
+  // Silences protobuf, which reports every key that is not UTF-8.
+  google::protobuf::LogHandler* former = google::protobuf::SetLogHandler(nullptr);
   standin::Host host{{.keepRecords = false}};
   std::shared_ptr<const ConfigManager> config = configuration();
   Stream fast{config, MeterEntryType::Fast};
@@ -211,12 +211,12 @@ struct Setting {
 
 }  // namespace
 
-// libFuzzer's own mutation; absent where the corpus is replayed.
+// libFuzzer's own mutation, absent when the corpus is replayed.
 extern "C" __attribute__((weak)) std::size_t LLVMFuzzerMutate(std::uint8_t* data, std::size_t size,
                                                               std::size_t maxSize);
 
-// Nearly all that becomes of a message by a few changed bytes is none any more. Mostly it is cut
-// here to what can be read of it.
+// A few changed bytes turn nearly every message into garbage. So most mutations are reduced to the
+// part that can be parsed.
 extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size,
                                                std::size_t maxSize, unsigned seed) {
   const std::size_t mutated = LLVMFuzzerMutate(data, size, maxSize);

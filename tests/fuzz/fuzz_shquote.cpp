@@ -1,22 +1,22 @@
-// The four shell functions on any text, with any room: each gives what a second, naive reading
-// gives. The first byte is the room of the output; 255 is more than is ever needed.
+// The four shell functions on any text, with any room. Each must agree with a second, naive
+// implementation. The first byte is the room of the output; 255 means ample room.
 #include "tests/fuzz/Target.h"
 #include "tests/shquote/naive_reader.h"
 #include "tests/shquote/shquote_calls.h"
 
 namespace {
 
-// Comparing each token of a long text would take the time of many inputs.
+// Comparing every token of a long text would take as long as many inputs.
 constexpr int tokensCompared = 8;
 
-std::string told(std::string_view function, const auto& got, const auto& expected) {
+std::string difference(std::string_view function, const auto& got, const auto& expected) {
   return std::string(function) + " gave " + testing::PrintToString(got) + ", and not " +
          testing::PrintToString(expected);
 }
 
 template <class Outcome>
 void requireSame(std::string_view function, const Outcome& got, const Outcome& expected) {
-  if (got != expected) fuzz::require(false, told(function, got, expected));
+  if (got != expected) fuzz::require(false, difference(function, got, expected));
 }
 
 void compareTokens(std::string text, std::size_t room) {
@@ -38,9 +38,9 @@ void compareQuoting(std::string_view text, std::size_t room) {
 }  // namespace
 
 fuzz::Result fuzz::tryInput(std::string_view input) {
-  // The calls check what holds for all of them with GoogleTest's words.
+  // The calls themselves check some promises with GoogleTest's macros, which must end the process.
   GTEST_FLAG_SET(throw_on_failure, true);
-  if (input.empty()) return Result::PassedOver;
+  if (input.empty()) return Result::Skipped;
   const std::string text(input.substr(1));
   const auto first = static_cast<unsigned char>(input[0]);
   const std::size_t room = first == 255 ? ampleRoom(text) : first;

@@ -1,6 +1,6 @@
 #include "host/sonalith.h"
 
-// Nothing is included before or beside it.
+// Includes nothing else.
 long standardOfCxx();
 long standardOfCxx() {
   return __cplusplus;

@@ -1,5 +1,5 @@
-/* The layouts of the boundary as a compiler sees them. layout-rows.inc lists them; it is read once
- * as C and once as C++, and the test compares both with the numbers written there. */
+/* The layouts of the boundary as a compiler sees them. layout-rows.inc lists them; the test reads
+ * it as C and as C++, and compares both with the numbers in it. */
 #ifndef TESTS_HOST_LAYOUT_H
 #define TESTS_HOST_LAYOUT_H
 
@@ -23,7 +23,7 @@ typedef struct CodeRow {
   long value;
 } CodeRow;
 
-/* Arrays of static storage. */
+/* Return static arrays. */
 const LayoutRow* layoutRowsOfC(size_t* count);
 const CodeRow* codeRowsOfC(size_t* count);
 
@@ -31,8 +31,8 @@ const CodeRow* codeRowsOfC(size_t* count);
 }
 #endif
 
-/* What layout-rows.inc is made of. The size of a field is taken from a null record, which sizeof
- * does not touch. */
+/* The macros of layout-rows.inc. They take the size of a field from a null record, which sizeof
+ * does not evaluate. */
 #define LAYOUT_FIELD(record, field, expectedOffset, expectedSize)             \
   {#record "." #field, expectedOffset, expectedSize, offsetof(record, field), \
    sizeof(((record*)0)->field)},

@@ -1,5 +1,5 @@
-// A host of any build reads and writes these records, so every field stays where it is, for modules
-// in C as for those in C++.
+// Hosts from any build read and write these records, so every field must keep its place, in C as in
+// C++.
 #include "tests/host/layout.h"
 
 #include <gtest/gtest.h>
@@ -45,7 +45,7 @@ struct Record {
   std::size_t rows;
 };
 
-// Also what CTest calls the test by.
+// CTest uses this in the name of the test.
 void PrintTo(const Record& record, std::ostream* out) {
   *out << record.name;
 }
@@ -80,11 +80,11 @@ TEST(HostHeader, CompilesByItselfAsCxx20) {
   EXPECT_EQ(standardOfCxx(), 202002L);
 }
 
-TEST_P(HostLayout, HasEveryFieldInItsPlaceInC) {
+TEST_P(HostLayout, HasEveryFieldInPlaceInC) {
   expectFieldsInPlace(layoutRowsInC());
 }
 
-TEST_P(HostLayout, HasEveryFieldInItsPlaceInCxx) {
+TEST_P(HostLayout, HasEveryFieldInPlaceInCxx) {
   expectFieldsInPlace(layoutRowsOfCxx);
 }
 
@@ -103,13 +103,13 @@ TEST(HostCodes, AreTheSameInCxx) {
   expectCodes(codeRowsOfCxx);
 }
 
-TEST(HostRecords, HaveTheNameOfAModuleAtItsAddress) {
+TEST(HostRecords, AModuleBeginsWithItsName) {
   const sonalith_module module = {"gateway", nullptr, {},      nullptr, nullptr,
                                   {},        nullptr, nullptr, nullptr, nullptr};
   EXPECT_STREQ(reinterpret_cast<const char*>(&module), "gateway");
 }
 
-TEST(HostRecords, HaveThirtyTwoBitNumbersOfAnItemInTheLowHalf) {
+TEST(HostRecords, AnItemKeeps32BitNumbersInItsLowHalf) {
   sonalith_itemValue value = {};
   value.asUint = 0xFEDCBA98;
   EXPECT_EQ(std::bit_cast<std::uint64_t>(value), 0xFEDCBA98U);

@@ -1,25 +1,25 @@
-// The operations as a module imports them: plain names, and arguments that a compiled module passes
-// whatever the header says later.
+// The operations that a module imports. Modules that are already compiled pass these arguments,
+// whatever a later header says.
 #include <gtest/gtest.h>
 
 #include <type_traits>
 
 #include "host/sonalith.h"
 
-// Template arguments would lose the attribute that has the compiler check formats.
-TEST(HostOperations, OfLogging) {
+// A template argument would lose the attribute that makes the compiler check formats.
+TEST(HostOperations, LoggingKeepsItsSignature) {
   using Log = void (*)(std::int32_t, const char*, std::int32_t, std::int32_t, const char*, ...);
   EXPECT_TRUE(requires(Log log) { log = &sonalith_log; });
 }
 
-TEST(HostOperations, OfMemory) {
+TEST(HostOperations, MemoryOperationsKeepTheirSignatures) {
   EXPECT_TRUE((std::is_same_v<decltype(sonalith_calloc), void*(std::uint64_t, std::uint64_t)>));
   EXPECT_TRUE((std::is_same_v<decltype(sonalith_free), void(void*)>));
   EXPECT_TRUE(
       (std::is_same_v<decltype(sonalith_strncpy), void(char*, const char*, std::uint64_t)>));
 }
 
-TEST(HostOperations, OfSlots) {
+TEST(HostOperations, SlotOperationsKeepTheirSignatures) {
   EXPECT_TRUE(
       (std::is_same_v<decltype(sonalith_createModuleOffset), sonalith_moduleOffsetList*(void*)>));
   EXPECT_TRUE((std::is_same_v<decltype(sonalith_addModuleOffset),
@@ -27,7 +27,7 @@ TEST(HostOperations, OfSlots) {
   EXPECT_TRUE((std::is_same_v<decltype(sonalith_moduleValidateOk), const char[]>));
 }
 
-TEST(HostOperations, OfKeyValueLists) {
+TEST(HostOperations, ListOperationsKeepTheirSignatures) {
   using List = sonalith_keyValueList;
   EXPECT_TRUE((std::is_same_v<decltype(sonalith_keyValueListNew), List*()>));
   EXPECT_TRUE((std::is_same_v<decltype(sonalith_keyValueListDestroy), void(List*)>));
@@ -39,7 +39,7 @@ TEST(HostOperations, OfKeyValueLists) {
                                    std::int32_t (*)(const sonalith_keyValueItem*, void*), void*)>));
 }
 
-TEST(HostOperations, OfAddingToKeyValueLists) {
+TEST(HostOperations, AddOperationsKeepTheirSignatures) {
   using List = sonalith_keyValueList;
   EXPECT_TRUE((
       std::is_same_v<decltype(sonalith_keyValueListAddSS), void(List*, const char*, const char*)>));
@@ -51,7 +51,7 @@ TEST(HostOperations, OfAddingToKeyValueLists) {
       (std::is_same_v<decltype(sonalith_keyValueListAddSF), void(List*, const char*, float)>));
 }
 
-TEST(HostOperations, OfEngineChanges) {
+TEST(HostOperations, NotificationOperationsKeepTheirSignatures) {
   using Callback = void (*)(sonalith_keyValueList*, void*);
   EXPECT_TRUE((std::is_same_v<decltype(sonalith_engine_notify_changes_addCallback),
                               void*(sonalith_engine*, Callback, void*)>));
@@ -59,7 +59,7 @@ TEST(HostOperations, OfEngineChanges) {
                               void(sonalith_engine*, void*)>));
 }
 
-TEST(HostOperations, OfAModuleItself) {
+TEST(HostOperations, StartAndStopKeepTheirSignatures) {
   EXPECT_TRUE((std::is_same_v<std::remove_pointer_t<sonalith_startCycle>,
                               std::int32_t(sonalith_module*, sonalith_keyValueList*)>));
   EXPECT_TRUE((std::is_same_v<std::remove_pointer_t<sonalith_stopCycle>, void(sonalith_module*)>));

@@ -1,9 +1,8 @@
-// The linked reader, case by case.
+// The cases of src/ini/conformance.h, with the linked reader.
 
 #include <gtest/gtest.h>
 #include <ini.h>
 
-#include <algorithm>
 #include <cctype>
 #include <string>
 
@@ -20,10 +19,14 @@ TEST_P(IniConformance, ReadsAsRequired) {
   EXPECT_EQ(readBytes(ini_parse, GetParam().bytes), GetParam().expected);
 }
 
+// "an empty file is good" becomes AnEmptyFileIsGood.
 std::string testName(const testing::TestParamInfo<Case>& info) {
-  std::string name = info.param.name;
-  std::replace_if(
-      name.begin(), name.end(), [](unsigned char c) { return std::isalnum(c) == 0; }, '_');
+  std::string name;
+  bool beginsWord = true;
+  for (const unsigned char c : info.param.name) {
+    if (std::isalnum(c) != 0) name += static_cast<char>(beginsWord ? std::toupper(c) : c);
+    beginsWord = std::isalnum(c) == 0;
+  }
   return name;
 }
 

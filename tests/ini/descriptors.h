@@ -1,4 +1,4 @@
-// descriptors.h - counts the descriptors that this process has open, to see what a pass leaves.
+// descriptors.h - counts the open descriptors of this process, so that a test sees leaks.
 #ifndef TESTS_INI_DESCRIPTORS_H
 #define TESTS_INI_DESCRIPTORS_H
 
@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <iterator>
 
-// The one of the count itself is among them, every time.
+// Always includes the descriptor that the count itself needs.
 inline std::ptrdiff_t openDescriptors() {
   const std::filesystem::directory_iterator open("/proc/self/fd");
   return std::distance(begin(open), end(open));

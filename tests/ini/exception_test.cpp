@@ -1,4 +1,4 @@
-// Handlers that throw.
+// A pass whose handler throws.
 
 #include <gtest/gtest.h>
 #include <ini.h>
@@ -20,7 +20,7 @@ int throwAtValueThrow(void* user, const char* section, const char* name, const c
   return recordPair(user, section, name, value);
 }
 
-void expectItPassesAndTheFileIsClosed(const std::string& bytes) {
+void expectExceptionAndClosedFile(const std::string& bytes) {
   const TemporaryFile file(bytes);
   std::vector<Pair> seen;
   const auto before = openDescriptors();
@@ -29,19 +29,19 @@ void expectItPassesAndTheFileIsClosed(const std::string& bytes) {
   EXPECT_EQ(seen, (std::vector<Pair>{{"s", "a", "1"}}));
 }
 
-TEST(IniException, OnAPairEndsThePassAndLeavesNoFileOpen) {
-  expectItPassesAndTheFileIsClosed("[s]\na=1\nb=throw\nc=3\n");
+TEST(IniException, FromAPairEndsThePassAndClosesTheFile) {
+  expectExceptionAndClosedFile("[s]\na=1\nb=throw\nc=3\n");
 }
 
-TEST(IniException, OnAContinuationEndsThePassAndLeavesNoFileOpen) {
-  expectItPassesAndTheFileIsClosed("[s]\na=1\n throw\nc=3\n");
+TEST(IniException, FromAContinuationEndsThePassAndClosesTheFile) {
+  expectExceptionAndClosedFile("[s]\na=1\n throw\nc=3\n");
 }
 
 int throwInside(void* innerPath, const char*, const char*, const char*) {
   return ini_parse(static_cast<const char*>(innerPath), throwAtValueThrow, nullptr);
 }
 
-TEST(IniException, FromANestedPassLeavesNoFileOpen) {
+TEST(IniException, FromANestedPassClosesBothFiles) {
   const TemporaryFile inner("a=throw\n");
   const TemporaryFile outer("b=1\n");
   std::string innerPath = inner.path();

@@ -1,5 +1,5 @@
-// A second reading of INI files by the rules of src/ini/ini.h, byte by byte and in memory. It is
-// slow and shares nothing with the reader under test, which searches and cuts.
+// A second implementation of the rules of src/ini/ini.h, byte by byte and in memory. It is slow and
+// shares nothing with the reader under test, which searches and cuts.
 #ifndef TESTS_INI_NAIVE_READER_H
 #define TESTS_INI_NAIVE_READER_H
 
@@ -13,10 +13,10 @@
 
 class NaiveIniReader {
  public:
-  // Tells whether it accepts the pair.
+  // Returns whether it accepts the pair.
   using Handler = std::function<bool(const ini::conformance::Pair& pair)>;
 
-  // The result of a pass over the bytes.
+  // Makes a pass over the bytes and returns its result.
   static int read(std::string_view bytes, Handler handler) {
     NaiveIniReader reader(std::move(handler));
     for (const char byte : bytes) reader.take(byte);
@@ -24,7 +24,7 @@ class NaiveIniReader {
     return reader.result_;
   }
 
-  // All that a pass shows, with the handler of the conformance cases.
+  // Makes a pass with the handler of the conformance cases and returns its outcome.
   static ini::conformance::Reading read(std::string_view bytes) {
     ini::conformance::Reading reading{{}, 0};
     reading.result = read(bytes, [&](const ini::conformance::Pair& pair) {

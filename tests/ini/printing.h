@@ -1,4 +1,4 @@
-// printing.h - how GoogleTest shows what was read. Every test that compares readings includes it.
+// printing.h - how GoogleTest prints readings. Include it in every test that compares them.
 #ifndef TESTS_INI_PRINTING_H
 #define TESTS_INI_PRINTING_H
 
@@ -8,8 +8,8 @@
 
 namespace ini::conformance {
 
-inline void PrintTo(const Case& tried, std::ostream* out) {
-  *out << quote(tried.name);
+inline void PrintTo(const Case& each, std::ostream* out) {
+  *out << quote(each.name);
 }
 
 inline void PrintTo(const Pair& pair, std::ostream* out) {

@@ -1,4 +1,4 @@
-// What the probe says about readers that read otherwise.
+// What the probe reports about readers that break the rules.
 
 #include <gtest/gtest.h>
 #include <ini.h>
@@ -27,7 +27,8 @@ int addPair(const char* filename, ini_handler handler, void* user) {
 
 TEST(IniProbe, NamesTheCaseAndTheMissingPair) {
   EXPECT_EQ(firstFailure(readNothing),
-            "\"a long line\": expected section \"\" name \"a\" value \"xxxxxxxxxxxxxxxxxxxx\"..."
+            "\"a long line is read whole\": expected section \"\" name \"a\" value "
+            "\"xxxxxxxxxxxxxxxxxxxx\"..."
             "\"xxxxxxxxxxxxxxxxxxxx\" (600 bytes), got result 0");
 }
 
@@ -36,17 +37,18 @@ TEST(IniProbe, NamesTheCaseAndTheResult) {
             "\"1022 bytes and a newline are one line\": expected result 2, got result 0");
 }
 
-TEST(IniProbe, NamesTheCaseAndThePairTooMany) {
+TEST(IniProbe, NamesTheCaseAndTheSurplusPair) {
   EXPECT_EQ(firstFailure(addPair),
-            "\"a long line\": expected result 0, got section \"s\" name \"one\" value \"more\"");
+            "\"a long line is read whole\": expected result 0, got section \"s\" name \"one\" "
+            "value \"more\"");
 }
 
-TEST(IniProbe, SaysNothingWhereReadingsAgree) {
+TEST(IniProbe, SaysNothingWhenReadingsAgree) {
   const Reading reading{{{"s", "a", "1"}}, 2};
   EXPECT_EQ(firstDifference(reading, reading), "");
 }
 
-TEST(IniProbe, TellsTheFirstPairThatDiffers) {
+TEST(IniProbe, ReportsTheFirstPairThatDiffers) {
   const Reading expected{{{"s", "a", "1"}, {"s", "b", "2"}, {"s", "c", "3"}}, 0};
   const Reading got{{{"s", "a", "1"}, {"t", "b", "2"}}, 1};
   EXPECT_EQ(
@@ -58,7 +60,7 @@ TEST(IniProbe, ShowsUnprintableBytesAsHexNumbers) {
   EXPECT_EQ(quote(std::string("a\0\t\xEF\x7F", 5)), "\"a\\x00\\x09\\xEF\\x7F\"");
 }
 
-TEST(IniProbe, LeavesOutTheMiddleOfTextsAbove60Bytes) {
+TEST(IniProbe, OmitsTheMiddleOfTextsOver60Bytes) {
   const std::string sixty = fill(60);
   EXPECT_EQ(quote(sixty), '"' + sixty + '"');
   EXPECT_EQ(quote(sixty + "y"), R"("xxxxxxxxxxxxxxxxxxxx"..."xxxxxxxxxxxxxxxxxxxy" (61 bytes))");

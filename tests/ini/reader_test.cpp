@@ -1,4 +1,4 @@
-// What a pass does with its file and with other passes.
+// How a pass treats its file, and how passes nest.
 
 #include <gtest/gtest.h>
 #include <ini.h>
@@ -19,28 +19,28 @@ namespace {
 const Reading cannotBeOpened{{}, -1};
 const Reading empty{{}, 0};
 
-TEST(IniFile, OneThatIsMissingGivesMinusOne) {
+TEST(IniFile, MissingFileGivesMinusOne) {
   EXPECT_EQ(readPath(ini_parse, "/no/such/file"), cannotBeOpened);
 }
 
-TEST(IniFile, AnEmptyPathGivesMinusOne) {
+TEST(IniFile, EmptyPathGivesMinusOne) {
   EXPECT_EQ(readPath(ini_parse, ""), cannotBeOpened);
 }
 
-TEST(IniFile, APathBelowAFileGivesMinusOne) {
+TEST(IniFile, PathBelowAFileGivesMinusOne) {
   const TemporaryFile file("a=1\n");
   EXPECT_EQ(readPath(ini_parse, file.path() + "/below"), cannotBeOpened);
 }
 
-TEST(IniFile, ADirectoryReadsAsAnEmptyFile) {
+TEST(IniFile, DirectoryReadsAsAnEmptyFile) {
   EXPECT_EQ(readPath(ini_parse, std::filesystem::temp_directory_path()), empty);
 }
 
-TEST(IniFile, ADeviceWithoutBytesReadsAsAnEmptyFile) {
+TEST(IniFile, EmptyDeviceReadsAsAnEmptyFile) {
   EXPECT_EQ(readPath(ini_parse, "/dev/null"), empty);
 }
 
-TEST(IniFile, IsClosedAfterAPassGoodOrBad) {
+TEST(IniFile, IsClosedAfterGoodAndBadPasses) {
   const auto before = openDescriptors();
   readBytes(ini_parse, "a=1\n");
   readBytes(ini_parse, "bare\n");
@@ -49,13 +49,13 @@ TEST(IniFile, IsClosedAfterAPassGoodOrBad) {
   EXPECT_EQ(openDescriptors(), before);
 }
 
-// Everything but the user argument, which the table's handler proves by using it.
+// The handler of the table returns only 0 and 1.
 TEST(IniHandler, AnyNonZeroResultAcceptsTheLine) {
   const auto minusOne = [](void*, const char*, const char*, const char*) { return -1; };
   EXPECT_EQ(ini_parse(TemporaryFile("a=1\n b\n").path().c_str(), minusOne, nullptr), 0);
 }
 
-// A pair named "read" has the file of its value read by a pass of its own, in place.
+// At a pair named "read", reads the file that its value names, in a nested pass.
 int readInPlace(void* user, const char* section, const char* name, const char* value) {
   recordPair(user, section, name, value);
   return std::string_view(name) != "read" || ini_parse(value, readInPlace, user) == 0;
@@ -89,7 +89,7 @@ TEST(IniNesting, EachPassCountsItsOwnLines) {
   EXPECT_EQ(readNested(outer.path()), expected);
 }
 
-// Leaves room for a few more descriptors, for as long as it lives.
+// Limits the process to a few more descriptors during its lifetime.
 class FewDescriptors {
  public:
   FewDescriptors() {
@@ -110,7 +110,7 @@ int readItself(void* path, const char*, const char*, const char*) {
   return ini_parse(static_cast<const char*>(path), readItself, path) == 0;
 }
 
-TEST(IniNesting, AFileThatReadsItselfEndsWhenItCannotBeOpenedAgain) {
+TEST(IniNesting, AFileThatReadsItselfEndsWhenItCannotBeReopened) {
   const TemporaryFile file("\na=1\n");
   std::string path = file.path();
   const auto before = openDescriptors();

@@ -1,4 +1,4 @@
-// Files of random bytes: whatever they hold, a pass comes to its end and keeps its promises.
+// A pass over random bytes always ends and keeps its promises.
 
 #include <gtest/gtest.h>
 #include <ini.h>
@@ -19,7 +19,7 @@ namespace {
 constexpr unsigned seed = 20240229;
 constexpr int files = 3000;
 
-// Half of the bytes are those that the syntax knows, so that every rule has its turn.
+// Half of the bytes are special in the syntax, so that the files exercise every rule.
 class RandomFiles {
  public:
   std::string next() {
@@ -29,7 +29,7 @@ class RandomFiles {
   }
 
  private:
-  // Mostly short ones, or hardly one would be good.
+  // Mostly short: hardly any long file would be good.
   std::size_t size() {
     return byte_(generator_) < 192 ? byte_(generator_) % 40 : longSize_(generator_);
   }
@@ -67,7 +67,7 @@ void expectPromisesKept(const std::string& bytes, const Reading& reading) {
   }
 }
 
-TEST(IniRobustness, RandomBytesEndInAResultAndInSoundPairs) {
+TEST(IniRobustness, RandomBytesGiveAResultAndSoundPairs) {
   SCOPED_TRACE("seed " + std::to_string(seed));
   RandomFiles random;
   std::size_t good = 0;
@@ -86,7 +86,7 @@ TEST(IniRobustness, RandomBytesEndInAResultAndInSoundPairs) {
   EXPECT_GT(pairs, 0U);
 }
 
-// Binary noise without the syntax's own bytes is one word: bad in each of its chunks.
+// Binary noise without special bytes is a single word, which is bad in each chunk.
 TEST(IniRobustness, AMegabyteWithoutASeparatorIsBadFromItsFirstLine) {
   const Reading expected{{}, 1};
   EXPECT_EQ(readBytes(ini_parse, std::string(1 << 20, '\x80')), expected);

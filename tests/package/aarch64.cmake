@@ -1,5 +1,4 @@
-# Builds for aarch64 with Debian's cross compiler, and with what GATEWAY_AARCH64_ROOT holds of that
-# system.
+# Builds for aarch64 with Debian's cross compiler and the libraries in GATEWAY_AARCH64_ROOT.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)
 set(CMAKE_SYSROOT $ENV{GATEWAY_AARCH64_ROOT})

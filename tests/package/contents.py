@@ -1,4 +1,4 @@
-"""Every file that an installation has, below its prefix, by component."""
+"""All files of an installation, relative to its prefix, by component."""
 
 MODULE = {
     "{libdir}/sonalith/modules/grpc-gateway.so",

@@ -1,10 +1,11 @@
 #!/usr/bin/env -S python3 -B
-"""Configuring for another machine needs a toolchain file and runs no program of that machine.
+"""Checks that configuring for another machine needs only a toolchain file, and runs no program of
+that machine.
 
 Usage: cross_test.py CMAKE SOURCE_FOLDER C_COMPILER CXX_COMPILER
 
-The compilers here are this machine's: that the other one is another is what CMake is told, and what
-keeps it from running what it has compiled.
+The test uses this machine's compilers and tells CMake that the target is another machine, so CMake
+runs nothing that it has compiled.
 """
 
 import pathlib
@@ -18,7 +19,7 @@ sys.path.append(str(SOURCE / "tests/docs"))
 
 from checklist import check, end  # noqa: E402
 
-# Programs of these names that only the other machine can run: they are not to be taken.
+# Programs that only the other machine could run. CMake must not choose them.
 FOREIGN = ("protoc", "grpc_cpp_plugin")
 TOOLCHAIN = """
 set(CMAKE_SYSTEM_NAME Linux)
@@ -48,9 +49,9 @@ with tempfile.TemporaryDirectory() as temporary:
     done = subprocess.run([CMAKE, "-G", "Ninja", "-S", SOURCE, "-B", build,
                            f"-DCMAKE_TOOLCHAIN_FILE={toolchain}"], stdout=subprocess.PIPE,
                           stderr=subprocess.STDOUT, text=True, check=False)
-    check(f"it can be configured: {done.stdout}", done.returncode == 0)
-    check(f"configuring warns of nothing: {done.stdout}", "Warning" not in done.stdout)
-    check("it is built for another machine",
+    check(f"configuring succeeds: {done.stdout}", done.returncode == 0)
+    check(f"configuring prints no warning: {done.stdout}", "Warning" not in done.stdout)
+    check("CMake builds for another machine",
           "set(CMAKE_CROSSCOMPILING \"TRUE\")" in next(build.glob(
               "CMakeFiles/*/CMakeSystem.cmake")).read_text())
     for variable in ("Protobuf_PROTOC_EXECUTABLE", "GRPC_CPP_PLUGIN"):

@@ -1,5 +1,5 @@
 #!/usr/bin/env -S python3 -B
-"""`cmake --install` puts exactly what is expected where it is expected, and what came works there.
+"""Checks that `cmake --install` installs exactly the expected files, and that they work there.
 
 Usage: install_test.py CMAKE SOURCE_FOLDER BUILD_FOLDER CXX_COMPILER LIBDIR
 """
@@ -18,7 +18,7 @@ import contents  # noqa: E402
 import markdown  # noqa: E402
 from checklist import check, check_same, end  # noqa: E402
 
-# Generous: a stop waits for a stream that waits for its next attempt, on a machine that is busy.
+# Generous: on a busy machine, a stop may wait for a stream that waits for its next attempt.
 LONGEST_RUN = 120
 EVERYTHING = contents.of_module(LIBDIR) | contents.TOOLS | contents.DEV
 
@@ -49,22 +49,22 @@ def check_components(root):
 
 
 def check_system(root):
-    """Under /usr the sample goes to where the engine looks, and no configuration is touched."""
+    """Under /usr, the sample goes where the engine looks, and no configuration is touched."""
     configuration = root / "etc/sonalith/grpc-gateway.conf"
     configuration.parent.mkdir(parents=True)
     configuration.write_text("; not to be lost\n")
     install(root, "/usr")
     system = {name if name == contents.SAMPLE else f"usr/{name}" for name in EVERYTHING}
     check_same("files under /usr", system | {"etc/sonalith/grpc-gateway.conf"}, files_in(root))
-    check("the configuration is as it was", configuration.read_text() == "; not to be lost\n")
+    check("the configuration is unchanged", configuration.read_text() == "; not to be lost\n")
 
 
 def check_tools(prefix):
-    """They work from where the files came to lie, which is not where they are meant for."""
+    """The tools work from wherever the files are, even outside the prefix."""
     gatewayctl = prefix / "bin/gatewayctl"
-    helped = run(gatewayctl, "host", "--help")
-    check(f"gatewayctl knows the module that was installed: {helped}",
-          str(prefix / LIBDIR / "sonalith/modules/grpc-gateway.so") in "".join(helped.split()))
+    help_text = run(gatewayctl, "host", "--help")
+    check(f"gatewayctl finds the installed module: {help_text}",
+          str(prefix / LIBDIR / "sonalith/modules/grpc-gateway.so") in "".join(help_text.split()))
     shown = run(gatewayctl, "demo", "--for", "2", "--no-page", "--set", "out_gain=-6.5")
     check(f"values move: {shown}", "fast out_level -" in shown)
     check(f"a change arrives: {shown}", "SetParams 1 out.gain float -6.5" in shown)
@@ -72,7 +72,7 @@ def check_tools(prefix):
 
 
 def check_consumer(prefix, folder):
-    """A module is built against what was installed, by CMake and by pkg-config, and runs."""
+    """A module builds against the installed files, with CMake and with pkg-config, and runs."""
     version = run(prefix / "bin/gatewayctl", "--version").split()[1]
     source, built = SOURCE / "tests/package/consumer", folder / "cmake"
     run(CMAKE, "-S", source, "-B", built, f"-DCMAKE_PREFIX_PATH={prefix}",
@@ -83,16 +83,16 @@ def check_consumer(prefix, folder):
     run(CXX, "-shared", "-fPIC", "-o", folder / "by-pkg-config.so", source / "consumer.cpp",
         *flags)
     for module in (built / "consumer.so", folder / "by-pkg-config.so"):
-        told = run(prefix / "bin/gatewayctl", "host", prefix / contents.SAMPLE, "--module",
-                   module, "--cycles", "1")
-        check(f"{module.name} runs: {told}", "consumer stopped" in told)
+        output = run(prefix / "bin/gatewayctl", "host", prefix / contents.SAMPLE, "--module",
+                     module, "--cycles", "1")
+        check(f"{module.name} runs: {output}", "consumer stopped" in output)
 
 
 def check_links(folder):
     for document in markdown.documents(folder):
         for link in markdown.links(document.read_text()):
             path = link.partition("#")[0]
-            check(f"{document.name}: {link} was installed", (document.parent / path).exists())
+            check(f"{document.name}: {link} is installed", (document.parent / path).exists())
 
 
 with tempfile.TemporaryDirectory() as temporary:

@@ -1,10 +1,10 @@
 #!/usr/bin/env -S python3 -B
-"""The gateway within another project: by add_subdirectory and by FetchContent, nothing but the
-module and the boundary's header comes along.
+"""Checks that another project, which includes the gateway with add_subdirectory or FetchContent,
+gets only the module and the boundary's header.
 
 Usage: parent_test.py CMAKE SOURCE_FOLDER CXX_COMPILER [--build]
 
---build builds the module there, too, with warnings as errors.
+--build also builds the module there, with warnings as errors.
 """
 
 import pathlib
@@ -29,12 +29,12 @@ def run(*command):
 def check_parent(folder, *options):
     configured = run(CMAKE, "-G", "Ninja", "-S", SOURCE / "tests/package/parent", "-B", folder,
                      f"-DGATEWAY_SOURCE={SOURCE}", f"-DCMAKE_CXX_COMPILER={CXX}", *options)
-    check(f"configuring warns of nothing: {configured}", "Warning" not in configured)
+    check(f"configuring prints no warning: {configured}", "Warning" not in configured)
     run(CMAKE, "--build", folder, "--target", "own", "user")
     tests = run(CMAKE, "--build", folder, "--target", "test")
-    check(f"no tests come along: {tests}", "No tests were found" in tests)
+    check(f"the gateway adds no tests: {tests}", "No tests were found" in tests)
     installed = run(CMAKE, "--install", folder, "--prefix", folder / "installed")
-    check(f"nothing is installed: {installed}", "Installing" not in installed)
+    check(f"the gateway installs nothing: {installed}", "Installing" not in installed)
 
 
 with tempfile.TemporaryDirectory() as temporary:
@@ -44,5 +44,5 @@ with tempfile.TemporaryDirectory() as temporary:
     if "--build" in sys.argv:
         run(CMAKE, temporary / "added", "-DGATEWAY_WERROR=ON")
         run(CMAKE, "--build", temporary / "added", "--target", "grpc-gateway")
-        check("the module is there", (temporary / "added/gateway/grpc-gateway.so").exists())
+        check("the module is built", (temporary / "added/gateway/grpc-gateway.so").exists())
 end()

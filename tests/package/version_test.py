@@ -1,5 +1,5 @@
 #!/usr/bin/env -S python3 -B
-"""There is one version, and whatever tells one tells that one.
+"""Checks that every place that states the version states the same one.
 
 Usage: version_test.py SOURCE_FOLDER BUILD_FOLDER VERSION [PACKAGE...]
 """
@@ -26,29 +26,29 @@ def found_in(path, pattern):
 
 def check_file(path, pattern):
     found = found_in(path, pattern)
-    check(f"{path} tells {VERSION} and no other version: {sorted(found)}", found == {VERSION})
+    check(f"{path} states only version {VERSION}: {sorted(found)}", found == {VERSION})
 
 
 check("the version is semantic", re.fullmatch(r"(0|[1-9]\d*)(\.(0|[1-9]\d*)){2}", VERSION))
 check_file(SOURCE / "CMakeLists.txt", r"^ +VERSION (\S+)")
-told = output_of(BUILD / "gatewayctl", "--version")
-check(f"gatewayctl --version tells it: {told}", told == f"gatewayctl {VERSION}")
+printed = output_of(BUILD / "gatewayctl", "--version")
+check(f"gatewayctl --version prints it: {printed}", printed == f"gatewayctl {VERSION}")
 check_file(BUILD / "dev/sonalith-host.pc", r"^Version: (.*)$")
 check_file(BUILD / "dev/sonalith-host-config-version.cmake", r'PACKAGE_VERSION "([\d.]+)"')
 for page in sorted((BUILD / "docs/man").glob("*.[0-9]")):
     check_file(page, r'^\.TH .* "grpc-gateway (\S+)"')
 
-# The newest first; only it may be without a date.
+# The newest comes first, and only it may lack a date.
 HEADING = r"^## (.*)$"
 headings = re.findall(HEADING, (SOURCE / "CHANGELOG.md").read_text(), re.MULTILINE)
 check(f"CHANGELOG.md begins with {VERSION}: {headings}",
       headings and re.fullmatch(rf"{re.escape(VERSION)} (- \d{{4}}-\d\d-\d\d|\(unreleased\))",
                                 headings[0]))
 for heading in headings[1:]:
-    check(f"CHANGELOG.md tells when it was released: {heading}",
+    check(f"CHANGELOG.md dates the release: {heading}",
           re.fullmatch(r"\d+\.\d+\.\d+ - \d{4}-\d\d-\d\d", heading))
 
 for package in PACKAGES:
-    told = output_of("dpkg-deb", "--field", package, "Version")
-    check(f"{package} is of that version: {told}", told == VERSION)
+    packed = output_of("dpkg-deb", "--field", package, "Version")
+    check(f"{package} has that version: {packed}", packed == VERSION)
 end()

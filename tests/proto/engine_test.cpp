@@ -22,43 +22,43 @@ using Texts = std::vector<std::string>;
 
 // ---- The text member ----------------------------------------------------------------------------
 
-TEST(EngineWire, ATextIsAPlainStringInItsValue) {
+TEST(EngineWire, ATextIsAPlainString) {
   AnyValue value;
   value.set_sstring("hi");
   EXPECT_EQ(written(value), "0A 02 68 69");
   EXPECT_EQ(shown(read<AnyValue>("0A 02 68 69")), "1 sstring \"hi\"");
 }
 
-TEST(EngineWire, AnEmptyTextIsSetAllTheSame) {
+TEST(EngineWire, AnEmptyTextIsStillSet) {
   AnyValue value;
   value.set_sstring("");
   EXPECT_EQ(written(value), "0A 00");
   EXPECT_EQ(shown(read<AnyValue>("0A 00")), "1 sstring \"\"");
 }
 
-TEST(EngineWire, OfTwoTextsTheLastOneCounts) {
+TEST(EngineWire, TheLastOfTwoTextsWins) {
   EXPECT_EQ(shown(read<AnyValue>("0A 01 61 0A 01 62")), "1 sstring \"b\"");
   EXPECT_EQ(shown(read<AnyValue>("0A 01 61 0A 00")), "1 sstring \"\"");
 }
 
-TEST(EngineWire, ATextGivesWayToALaterMember) {
+TEST(EngineWire, ALaterMemberReplacesAText) {
   EXPECT_EQ(shown(read<AnyValue>("0A 01 61 18 05")), "3 sint 5");
   EXPECT_EQ(shown(read<AnyValue>("18 05 0A 01 61")), "1 sstring \"a\"");
 }
 
-TEST(EngineWire, ATextIsUtf8WhenItIsRead) {
-  const wire::Complaints complaints;
+TEST(EngineWire, ATextMustBeUtf8ToBeRead) {
+  const wire::ErrorLog log;
   EXPECT_EQ(shown(read<AnyValue>("0A 02 C3 A4")), "1 sstring \"\xC3\xA4\"");
   EXPECT_FALSE(isReadable<AnyValue>("0A 01 FF"));
   EXPECT_FALSE(isReadable<ResponseSetParams>("0A 05 12 03 0A 01 FF"));
 }
 
-TEST(EngineWire, ATextThatIsNotUtf8IsComplainedOfAndWrittenAnyway) {
-  const wire::Complaints complaints;
+TEST(EngineWire, ATextThatIsNotUtf8IsReportedButWritten) {
+  const wire::ErrorLog log;
   AnyValue value;
   value.set_sstring("a\xFF");
   EXPECT_EQ(written(value), "0A 02 61 FF");
-  EXPECT_EQ(complaints.fields(), Texts{"sonalith.grpcengine.AnyValue.sstring"});
+  EXPECT_EQ(log.fields(), Texts{"sonalith.grpcengine.AnyValue.sstring"});
 }
 
 // ---- SetParams ----------------------------------------------------------------------------------
@@ -85,7 +85,7 @@ Texts shownPairs(const Message& message) {
   return pairs;
 }
 
-TYPED_TEST(EngineParams, OfOneNumber) {
+TYPED_TEST(EngineParams, HoldANumber) {
   TypeParam message;
   KeyValue& pair = *message.add_params();
   pair.set_key("gain");
@@ -95,7 +95,7 @@ TYPED_TEST(EngineParams, OfOneNumber) {
             Texts{"\"gain\": 2 sfloat 0.5"});
 }
 
-TYPED_TEST(EngineParams, OfOneText) {
+TYPED_TEST(EngineParams, HoldAText) {
   TypeParam message;
   KeyValue& pair = *message.add_params();
   pair.set_key("a");
@@ -105,26 +105,26 @@ TYPED_TEST(EngineParams, OfOneText) {
             Texts{"\"a\": 1 sstring \"hi\""});
 }
 
-TYPED_TEST(EngineParams, OfSeveralPairsInOrder) {
+TYPED_TEST(EngineParams, KeepTheOrderOfPairs) {
   const std::string pairs = "0A 07 0A 01 62 12 02 18 05 0A 07 0A 01 61 12 02 20 06 0A 00";
   EXPECT_EQ(shownPairs(read<TypeParam>(pairs)),
             (Texts{"\"b\": 3 sint 5", "\"a\": 4 suint 6", "\"\": absent"}));
   EXPECT_EQ(rewritten<TypeParam>(pairs), pairs);
 }
 
-TYPED_TEST(EngineParams, OfNoPairIsNothing) {
+TYPED_TEST(EngineParams, HaveNoBytesWithoutPairs) {
   EXPECT_EQ(written(TypeParam()), "");
   EXPECT_EQ(shownPairs(read<TypeParam>("")), Texts{});
 }
 
-TYPED_TEST(EngineParams, HasNothingButItsPairs) {
+TYPED_TEST(EngineParams, HaveNoFieldsButTheirPairs) {
   for (const int wireType : {0, 1, 5}) expectUnknown<TypeParam>(1, wireType);
   expectUnknownFrom<TypeParam>(2);
   EXPECT_EQ(rewritten<TypeParam>("10 05 08 06 0A 03 0A 01 61"), "0A 03 0A 01 61 10 05 08 06");
 }
 
-TYPED_TEST(EngineParams, OneBadStringMakesItUnreadable) {
-  const wire::Complaints complaints;
+TYPED_TEST(EngineParams, AreUnreadableWithOneBadString) {
+  const wire::ErrorLog log;
   EXPECT_FALSE(isReadable<TypeParam>("0A 03 0A 01 61 0A 03 0A 01 FF"));
 }
 
@@ -135,7 +135,7 @@ static_assert(METER_FAST == 1);
 static_assert(MeterType_MIN == METER_SLOW);
 static_assert(MeterType_MAX == METER_FAST);
 
-// The configuration speaks of rates in the numbers of the wire.
+// The configuration uses the wire's numbers for rates.
 static_assert(static_cast<int>(gateway::MeterEntryType::Slow) == METER_SLOW);
 static_assert(static_cast<int>(gateway::MeterEntryType::Fast) == METER_FAST);
 
@@ -156,8 +156,7 @@ static_assert(std::is_same_v<decltype(&Engine::Stub::PrepareAsyncSetParams),
                                  Engine::Stub::*)(grpc::ClientContext*, const RequestSetParams&,
                                                   grpc::CompletionQueue*)>);
 
-// Calls every method of a stub in its blocking form, in the order of their declaration, each with
-// `call` and the method.
+// Passes the blocking form of every method of a stub to `call`, in the order of declaration.
 template <class Call>
 void forEachMethod(Call call) {
   call(&Engine::Stub::GetParams);
@@ -184,7 +183,7 @@ void forEachMethod(Call call) {
   call(&Engine::Stub::GetLastMeter);
 }
 
-// Path, kind, request and response of one method.
+// The path, kind, request and response of one method.
 template <class Request, class Response>
 std::string described(Engine::Stub& stub,
                       grpc::Status (Engine::Stub::*method)(grpc::ClientContext*, const Request&,
@@ -208,7 +207,7 @@ TEST(EngineService, IsNamedByItsPackage) {
   EXPECT_EQ(std::string(Engine::service_full_name()), "sonalith.grpcengine.Engine");
 }
 
-TEST(EngineService, Has22MethodsEachWithItsMessages) {
+TEST(EngineService, Has22MethodsWithTheirMessages) {
   const auto stub = Engine::NewStub(std::make_shared<RecordingChannel>());
   Texts rows;
   forEachMethod([&](auto method) { rows.push_back(described(*stub, method)); });
@@ -274,7 +273,7 @@ TEST(EngineService, AStubRegistersAllMethodsInOrder) {
   EXPECT_EQ(channel->registered(), pathsInOrder());
 }
 
-TEST(EngineService, ThePreparedSetParamsIsAUnaryCall) {
+TEST(EngineService, APreparedSetParamsIsAUnaryCall) {
   const auto stub = Engine::NewStub(std::make_shared<RecordingChannel>());
   grpc::ClientContext context;
   grpc::CompletionQueue queue;
@@ -296,7 +295,7 @@ TEST(EngineService, EveryMethodReachesItsPath) {
   EXPECT_EQ(server.calls(), calls);
 }
 
-TEST(EngineService, ARequestReachesTheServerAsItIsWritten) {
+TEST(EngineService, ARequestReachesTheServerUnchanged) {
   RecordingServer server;
   const auto stub = Engine::NewStub(server.channel());
   RequestSetParams request;

@@ -41,7 +41,7 @@ TEST(MetersWire, MessagesAreNamedByTheirPackage) {
   EXPECT_EQ(String().GetTypeName(), "sonalith.grpc.String");
 }
 
-TEST(MetersWire, EmptyIsNothing) {
+TEST(MetersWire, EmptyHasNoBytes) {
   EXPECT_EQ(written(Empty()), "");
   EXPECT_EQ(rewritten<Empty>(""), "");
   expectUnknownFrom<Empty>(1);
@@ -62,24 +62,24 @@ TEST(MetersWire, AnEmptyStringWritesNothing) {
   EXPECT_EQ(rewritten<String>("0A 00"), "");
 }
 
-TEST(MetersWire, AStringIsUtf8WhenItIsRead) {
-  const wire::Complaints complaints;
+TEST(MetersWire, AStringMustBeUtf8ToBeRead) {
+  const wire::ErrorLog log;
   EXPECT_EQ(read<String>("0A 03 E2 82 AC").data(), "\xE2\x82\xAC");
   EXPECT_FALSE(isReadable<String>("0A 01 80"));
   EXPECT_FALSE(isReadable<String>("0A 02 E2 82"));
 }
 
-TEST(MetersWire, AStringThatIsNotUtf8IsComplainedOfAndWrittenAnyway) {
-  const wire::Complaints complaints;
+TEST(MetersWire, AStringThatIsNotUtf8IsReportedButWritten) {
+  const wire::ErrorLog log;
   String text;
   text.set_data("a\xFF");
   EXPECT_EQ(written(text), "0A 02 61 FF");
-  EXPECT_EQ(complaints.fields(), Texts{"sonalith.grpc.String.data"});
+  EXPECT_EQ(log.fields(), Texts{"sonalith.grpc.String.data"});
 }
 
 // ---- The text member ----------------------------------------------------------------------------
 
-TEST(MetersWire, ATextIsAMessageInItsValue) {
+TEST(MetersWire, ATextIsWrappedInAMessage) {
   KeyValue pair;
   pair.set_key("a");
   pair.mutable_value()->mutable_sstring()->set_data("hi");
@@ -88,7 +88,7 @@ TEST(MetersWire, ATextIsAMessageInItsValue) {
             "\"a\": 1 sstring String \"hi\"");
 }
 
-TEST(MetersWire, AnEmptyTextIsSetAllTheSame) {
+TEST(MetersWire, AnEmptyTextIsStillSet) {
   AnyValue value;
   value.mutable_sstring();
   EXPECT_EQ(written(value), "0A 00");
@@ -96,20 +96,20 @@ TEST(MetersWire, AnEmptyTextIsSetAllTheSame) {
   EXPECT_EQ(rewritten<AnyValue>("0A 02 0A 00"), "0A 00");
 }
 
-// As messages do: the second one, which is empty, changes nothing.
+// Like all messages: an empty second one changes nothing.
 TEST(MetersWire, TwoTextsMerge) {
   EXPECT_EQ(shown(read<AnyValue>("0A 03 0A 01 61 0A 03 0A 01 62")), "1 sstring String \"b\"");
   EXPECT_EQ(shown(read<AnyValue>("0A 03 0A 01 61 0A 00")), "1 sstring String \"a\"");
 }
 
-TEST(MetersWire, ATextGivesWayToALaterMember) {
+TEST(MetersWire, ALaterMemberReplacesAText) {
   EXPECT_EQ(shown(read<AnyValue>("0A 03 0A 01 61 18 05")), "3 sint 5");
   EXPECT_EQ(shown(read<AnyValue>("18 05 0A 03 0A 01 61")), "1 sstring String \"a\"");
 }
 
 // ---- Meter --------------------------------------------------------------------------------------
 
-TEST(MetersWire, AMeterOfOnePair) {
+TEST(MetersWire, AMeterHoldsAPair) {
   Meter meter;
   KeyValue& pair = *meter.add_values();
   pair.set_key("gain");
@@ -126,19 +126,19 @@ TEST(MetersWire, AMeterIsABatchInOrder) {
   EXPECT_EQ(rewritten<Meter>(batch), batch);
 }
 
-TEST(MetersWire, AnEmptyMeterIsNothing) {
+TEST(MetersWire, AnEmptyMeterHasNoBytes) {
   EXPECT_EQ(written(Meter()), "");
   EXPECT_EQ(shownPairs(read<Meter>("")), Texts{});
 }
 
-TEST(MetersWire, AMeterHasNothingButItsPairs) {
+TEST(MetersWire, AMeterHasNoFieldsButItsPairs) {
   for (const int wireType : {0, 1, 5}) expectUnknown<Meter>(1, wireType);
   expectUnknownFrom<Meter>(2);
   EXPECT_EQ(rewritten<Meter>("10 05 08 06 0A 03 0A 01 61"), "0A 03 0A 01 61 10 05 08 06");
 }
 
 TEST(MetersWire, OneBadStringMakesTheWholeMeterUnreadable) {
-  const wire::Complaints complaints;
+  const wire::ErrorLog log;
   EXPECT_TRUE(isReadable<Meter>("0A 03 0A 01 61 0A 09 0A 01 61 12 04 0A 02 0A 00"));
   EXPECT_FALSE(isReadable<Meter>("0A 03 0A 01 61 0A 03 0A 01 FF"));
   EXPECT_FALSE(isReadable<Meter>("0A 0A 0A 01 61 12 05 0A 03 0A 01 FF"));

@@ -5,8 +5,8 @@
 #include <grpcpp/security/server_credentials.h>
 #include <grpcpp/server_builder.h>
 
-#include "tests/proto/wire.h"
 #include "sanitizers/ReactionOrder.h"
+#include "tests/proto/wire.h"
 
 namespace {
 

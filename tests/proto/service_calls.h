@@ -1,4 +1,4 @@
-// What a stub asks of its channel, and what arrives at a server.
+// Records what a stub asks of its channel, and what arrives at a server.
 #ifndef TESTS_PROTO_SERVICE_CALLS_H
 #define TESTS_PROTO_SERVICE_CALLS_H
 
@@ -12,12 +12,12 @@
 #include <string>
 #include <vector>
 
-// A channel that leads nowhere. It keeps the paths that a stub registers; every call ends in a
-// CreatedCall before anything is sent.
+// A channel without a connection. It records the paths that a stub registers. Every call throws a
+// CreatedCall before it sends anything.
 class RecordingChannel final : public grpc::ChannelInterface {
  public:
   struct CreatedCall {
-    std::string method;  // path, kind, and the suffix for statistics if there is one
+    std::string method;  // path, kind, and the suffix for statistics, if any
   };
 
   const std::vector<std::string>& registered() const { return registered_; }
@@ -37,7 +37,7 @@ class RecordingChannel final : public grpc::ChannelInterface {
   std::vector<std::string> registered_;
 };
 
-// The method that a call through a RecordingChannel goes to, as CreatedCall tells it.
+// Makes a call through a RecordingChannel and returns its method, as in CreatedCall.
 template <class Call>
 std::string methodOf(Call call) {
   try {
@@ -48,8 +48,8 @@ std::string methodOf(Call call) {
   return "no call";
 }
 
-// A server on a free port of this machine that takes any call: it reads one message, keeps what
-// came, and ends the call well, without an answer.
+// A server on a free local port that accepts any call. It reads and records one message, and ends
+// the call with OK and no answer.
 class RecordingServer {
  public:
   RecordingServer();
@@ -59,7 +59,7 @@ class RecordingServer {
 
   std::shared_ptr<grpc::Channel> channel() const;
 
-  // Path and message of each call so far, as "/service/Method: 0A 00".
+  // The path and message of each call so far, as "/service/Method: 0A 00".
   std::vector<std::string> calls() const;
 
  private:

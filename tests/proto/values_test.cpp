@@ -1,5 +1,5 @@
-// The messages that both packages have under the same names. They are the same on the wire but for
-// the member sstring, and different types all the same.
+// The messages that both packages define under the same names. They are different C++ types, but
+// identical on the wire, except for the member sstring.
 #include <limits>
 
 #include "tests/proto/wire.h"
@@ -77,7 +77,7 @@ Array arrayOf(std::initializer_list<T> elements) {
   return array;
 }
 
-TYPED_TEST(Values, ArraysArePackedFourBytesAnElement) {
+TYPED_TEST(Values, ArraysArePackedWithFourBytesPerElement) {
   EXPECT_EQ(written(arrayOf<typename TypeParam::FloatArray>({1.0F, 2.0F})),
             "0A 08 00 00 80 3F 00 00 00 40");
   EXPECT_EQ(written(arrayOf<typename TypeParam::IntArray>({-1, 2})),
@@ -87,7 +87,7 @@ TYPED_TEST(Values, ArraysArePackedFourBytesAnElement) {
   EXPECT_EQ(written(arrayOf<typename TypeParam::IntArray>({0})), "0A 04 00 00 00 00");
 }
 
-TYPED_TEST(Values, PackedArraysAreRead) {
+TYPED_TEST(Values, PackedArraysAreReadable) {
   EXPECT_EQ(shownArray(read<typename TypeParam::FloatArray>("0A 08 00 00 80 3F 00 00 00 40")),
             "[ 1 2 ]");
   EXPECT_EQ(shownArray(read<typename TypeParam::IntArray>("0A 08 FF FF FF FF 02 00 00 00")),
@@ -96,7 +96,7 @@ TYPED_TEST(Values, PackedArraysAreRead) {
             "[ 1 4294967295 ]");
 }
 
-TYPED_TEST(Values, UnpackedArraysAreReadAndPackedWhenWritten) {
+TYPED_TEST(Values, UnpackedArraysAreReadButWrittenPacked) {
   EXPECT_EQ(shownArray(read<typename TypeParam::FloatArray>("0D 00 00 80 3F 0D 00 00 00 40")),
             "[ 1 2 ]");
   EXPECT_EQ(rewritten<typename TypeParam::FloatArray>("0D 00 00 80 3F 0D 00 00 00 40"),
@@ -111,7 +111,7 @@ TYPED_TEST(Values, UnpackedArraysAreReadAndPackedWhenWritten) {
             "0A 08 01 00 00 00 02 00 00 00");
 }
 
-TYPED_TEST(Values, PackedAndUnpackedPartsOfAnArrayAreOneArray) {
+TYPED_TEST(Values, PackedAndUnpackedPartsFormOneArray) {
   EXPECT_EQ(
       rewritten<typename TypeParam::IntArray>("0A 04 01 00 00 00 0D 02 00 00 00 0A 04 03 00 00 00"),
       "0A 0C 01 00 00 00 02 00 00 00 03 00 00 00");
@@ -126,7 +126,7 @@ TYPED_TEST(Values, AnArrayWithoutElementsWritesNothing) {
   EXPECT_EQ(rewritten<typename TypeParam::UintArray>("0A 00"), "");
 }
 
-TYPED_TEST(Values, ArraysHaveNothingButTheirElements) {
+TYPED_TEST(Values, ArraysHaveNoFieldsButTheirElements) {
   for (const int wireType : {0, 1}) {
     expectUnknown<typename TypeParam::FloatArray>(1, wireType);
     expectUnknown<typename TypeParam::IntArray>(1, wireType);
@@ -137,14 +137,14 @@ TYPED_TEST(Values, ArraysHaveNothingButTheirElements) {
   expectUnknownFrom<typename TypeParam::UintArray>(2);
 }
 
-TYPED_TEST(Values, UnknownFieldsOfAnArrayAreWrittenBehindIt) {
+TYPED_TEST(Values, UnknownFieldsOfAnArrayAreWrittenAfterIt) {
   EXPECT_EQ(rewritten<typename TypeParam::IntArray>("10 05 08 06 0D 01 00 00 00"),
             "0A 04 01 00 00 00 10 05 08 06");
 }
 
 // ---- AnyValue -----------------------------------------------------------------------------------
 
-// Bytes of an AnyValue, and what they mean.
+// The bytes of an AnyValue and their meaning.
 struct Encoding {
   const char* bytes;
   const char* value;
@@ -178,14 +178,14 @@ TYPED_TEST(Values, AnAnyValueIsReadByItsSetMember) {
   }
 }
 
-// Also at zero: what is set is written.
+// A set member is written even if it is zero.
 TYPED_TEST(Values, AnAnyValueIsWrittenWithItsSetMember) {
   for (const Encoding& encoding : encodings) {
     EXPECT_EQ(rewritten<typename TypeParam::AnyValue>(encoding.bytes), encoding.bytes);
   }
 }
 
-TYPED_TEST(Values, AnAnyValueIsWrittenAsItWasFilled) {
+TYPED_TEST(Values, AnAnyValueIsWrittenWithTheLastMemberSet) {
   typename TypeParam::AnyValue value;
   EXPECT_EQ(written(value), "");
   value.set_sfloat(0.5F);
@@ -206,7 +206,7 @@ TYPED_TEST(Values, AnAnyValueIsWrittenAsItWasFilled) {
   EXPECT_EQ(written(value), "18 00");
 }
 
-TYPED_TEST(Values, OfTwoMembersTheLastOneCounts) {
+TYPED_TEST(Values, TheLastOfTwoMembersWins) {
   using AnyValue = typename TypeParam::AnyValue;
   EXPECT_EQ(shown(read<AnyValue>("15 00 00 80 3F 18 05")), "3 sint 5");
   EXPECT_EQ(rewritten<AnyValue>("15 00 00 80 3F 18 05"), "18 05");
@@ -225,13 +225,13 @@ TYPED_TEST(Values, TwoArraysOfOneMemberMerge) {
             "3A 0A 0A 08 01 00 00 00 02 00 00 00");
 }
 
-TYPED_TEST(Values, AMemberInBetweenEndsTheMerging) {
+TYPED_TEST(Values, AMemberInBetweenPreventsMerging) {
   EXPECT_EQ(shown(read<typename TypeParam::AnyValue>(
                 "2A 06 0A 04 00 00 80 3F 18 05 2A 06 0A 04 00 00 00 40")),
             "5 afloat [ 2 ]");
 }
 
-// Wire types that each member does not have, by number.
+// The wire types that a member does not have, indexed by its number.
 constexpr std::initializer_list<int> strangeTypes[] = {
     {}, {0, 1, 5}, {0, 1, 2}, {1, 2, 5}, {1, 2, 5}, {0, 1, 5}, {0, 1, 5}, {0, 1, 5}, {0, 2, 5}};
 
@@ -258,7 +258,7 @@ TYPED_TEST(Values, AnAnyValueHasEightMembers) {
 
 // ---- KeyValue -----------------------------------------------------------------------------------
 
-TYPED_TEST(Values, AKeyValueIsReadAndWrittenWhole) {
+TYPED_TEST(Values, AKeyValueIsReadAndWritten) {
   using KeyValue = typename TypeParam::KeyValue;
   KeyValue pair;
   pair.set_key("gain");
@@ -288,7 +288,7 @@ TYPED_TEST(Values, AnAbsentValueIsNotAnEmptyOne) {
   EXPECT_EQ(rewritten<KeyValue>("0A 01 61 12 00"), "0A 01 61 12 00");
 }
 
-TYPED_TEST(Values, OfTwoKeysTheLastOneCountsAndTwoValuesMerge) {
+TYPED_TEST(Values, TheLastOfTwoKeysWinsAndTwoValuesMerge) {
   using KeyValue = typename TypeParam::KeyValue;
   EXPECT_EQ(shownPair(read<KeyValue>("0A 01 61 12 02 18 05 0A 01 62 12 02 20 06")),
             "\"b\": 4 suint 6");
@@ -297,7 +297,7 @@ TYPED_TEST(Values, OfTwoKeysTheLastOneCountsAndTwoValuesMerge) {
             "\"\": 5 afloat [ 1 2 ]");
 }
 
-TYPED_TEST(Values, AKeyValueHasNothingButKeyAndValue) {
+TYPED_TEST(Values, AKeyValueHasNoFieldsButKeyAndValue) {
   for (const int wireType : {0, 1, 5}) {
     expectUnknown<typename TypeParam::KeyValue>(1, wireType);
     expectUnknown<typename TypeParam::KeyValue>(2, wireType);
@@ -305,27 +305,26 @@ TYPED_TEST(Values, AKeyValueHasNothingButKeyAndValue) {
   expectUnknownFrom<typename TypeParam::KeyValue>(3);
 }
 
-TYPED_TEST(Values, UnknownFieldsOfAKeyValueAreWrittenBehindIt) {
+TYPED_TEST(Values, UnknownFieldsOfAKeyValueAreWrittenAfterIt) {
   EXPECT_EQ(rewritten<typename TypeParam::KeyValue>("18 05 08 06 12 02 18 07 0A 01 61"),
             "0A 01 61 12 02 18 07 18 05 08 06");
 }
 
-TYPED_TEST(Values, AKeyIsUtf8WhenItIsRead) {
+TYPED_TEST(Values, AKeyMustBeUtf8ToBeRead) {
   using KeyValue = typename TypeParam::KeyValue;
-  const wire::Complaints complaints;
+  const wire::ErrorLog log;
   EXPECT_EQ(read<KeyValue>("0A 02 C3 A4").key(), "\xC3\xA4");
   EXPECT_FALSE(isReadable<KeyValue>("0A 01 FF"));
   EXPECT_FALSE(isReadable<KeyValue>("0A 02 C3 28"));
   EXPECT_FALSE(isReadable<KeyValue>("12 02 18 05 0A 01 E4"));
 }
 
-TYPED_TEST(Values, AKeyThatIsNotUtf8IsComplainedOfAndWrittenAnyway) {
-  const wire::Complaints complaints;
+TYPED_TEST(Values, AKeyThatIsNotUtf8IsReportedButWritten) {
+  const wire::ErrorLog log;
   typename TypeParam::KeyValue pair;
   pair.set_key("\xFF");
   EXPECT_EQ(written(pair), "0A 01 FF");
-  EXPECT_EQ(complaints.fields(),
-            std::vector<std::string>{std::string(TypeParam::name) + "KeyValue.key"});
+  EXPECT_EQ(log.fields(), std::vector<std::string>{std::string(TypeParam::name) + "KeyValue.key"});
 }
 
 }  // namespace

@@ -5,7 +5,7 @@
 namespace wire {
 namespace {
 
-// The runtime's handler carries no handle.
+// Global, since the runtime's log handler takes no user argument.
 std::vector<std::string>& logged() {
   static std::vector<std::string> messages;
   return messages;
@@ -35,19 +35,19 @@ std::string spelled(std::string_view bytes) {
 }
 
 std::string emptyField(int number, int wireType) {
-  const std::size_t sizes[] = {1, 8, 1, 0, 0, 4};  // 1 for a varint and for a length
+  const std::size_t sizes[] = {1, 8, 1, 0, 0, 4};  // one byte for a varint or a length
   return spelled(static_cast<char>(number * 8 + wireType) + std::string(sizes[wireType], '\0'));
 }
 
-Complaints::Complaints() : before_(google::protobuf::SetLogHandler(take)) {
+ErrorLog::ErrorLog() : before_(google::protobuf::SetLogHandler(take)) {
   logged().clear();
 }
 
-Complaints::~Complaints() {
+ErrorLog::~ErrorLog() {
   google::protobuf::SetLogHandler(before_);
 }
 
-std::vector<std::string> Complaints::fields() const {
+std::vector<std::string> ErrorLog::fields() const {
   std::vector<std::string> names;
   for (const std::string& message : logged()) {
     const std::size_t open = message.find('\'') + 1;

@@ -1,4 +1,4 @@
-// Messages as bytes, which tests spell as people do: "0A 02 68 69".
+// Messages as bytes, spelled in hexadecimal: "0A 02 68 69".
 #ifndef TESTS_PROTO_WIRE_H
 #define TESTS_PROTO_WIRE_H
 
@@ -19,14 +19,14 @@ class Message;  // the base of messages with descriptors
 
 namespace wire {
 
-// Whether a message is of the lite runtime: without descriptors and reflection.
+// Whether a message belongs to the lite runtime, without descriptors and reflection.
 template <class M>
 inline constexpr bool isLite = std::is_base_of_v<google::protobuf::MessageLite, M> &&
                                !std::is_base_of_v<google::protobuf::Message, M> && !requires {
   M::descriptor();
 };
 
-// The bytes that a spelling stands for, and the spelling of bytes.
+// Converts a spelling to bytes, and bytes to their spelling.
 std::string bytes(std::string_view spelling);
 std::string spelled(std::string_view bytes);
 
@@ -34,7 +34,7 @@ inline std::string written(const google::protobuf::MessageLite& message) {
   return spelled(message.SerializePartialAsString());
 }
 
-// Reads bytes that must be readable.
+// Parses bytes and expects that to succeed.
 template <class M>
 M read(std::string_view spelling) {
   M message;
@@ -47,24 +47,24 @@ bool isReadable(std::string_view spelling) {
   return M().ParseFromString(bytes(spelling));
 }
 
-// What becomes of bytes that are read and written again.
+// Parses bytes and serialises the result.
 template <class M>
 std::string rewritten(std::string_view spelling) {
   return written(read<M>(spelling));
 }
 
-// A field of that number and wire type, 0 or empty. As a known field it would say nothing, and
-// vanish when the message is written again.
+// Spells a field of that number and wire type with the value 0 or empty. If the message knows the
+// field, rewriting drops it.
 std::string emptyField(int number, int wireType);
 
-// Expects that a message knows no field of that number and wire type: it is kept as it came.
+// Expects that a message knows no field of that number and wire type: rewriting keeps it unchanged.
 template <class M>
 void expectUnknown(int number, int wireType) {
   const std::string field = emptyField(number, wireType);
   EXPECT_EQ(rewritten<M>(field), field);
 }
 
-// The same for all wire types of all numbers with a one-byte tag, from a first one on.
+// The same for all wire types of all numbers from `first` on that have a one-byte tag.
 template <class M>
 void expectUnknownFrom(int first) {
   for (int number = first; number < 16; ++number) {
@@ -90,7 +90,7 @@ std::string shownArray(const Array& array) {
   return out.str();
 }
 
-// The set member of an AnyValue of either package: its case number, its name and its value.
+// Shows the set member of an AnyValue of either package: case number, name and value.
 template <class AnyValue>
 std::string shown(const AnyValue& value) {
   std::ostringstream out;
@@ -131,17 +131,17 @@ std::string shownPair(const KeyValue& pair) {
   return '"' + pair.key() + "\": " + (pair.has_value() ? shown(pair.value()) : "absent");
 }
 
-// ---- Complaints ---------------------------------------------------------------------------------
+// ---- Errors -------------------------------------------------------------------------------------
 
-// Takes the protobuf runtime's log for as long as it lives. One at a time.
-class Complaints {
+// Captures the protobuf runtime's log during its lifetime. Only one may exist at a time.
+class ErrorLog {
  public:
-  Complaints();
-  ~Complaints();
-  Complaints(const Complaints&) = delete;
-  Complaints& operator=(const Complaints&) = delete;
+  ErrorLog();
+  ~ErrorLog();
+  ErrorLog(const ErrorLog&) = delete;
+  ErrorLog& operator=(const ErrorLog&) = delete;
 
-  // The fields that were complained of, by their full names.
+  // The full names of the fields that protobuf reported.
   std::vector<std::string> fields() const;
 
  private:

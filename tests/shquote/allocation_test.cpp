@@ -1,5 +1,5 @@
-// What the functions take from the heap, and what they do when it gives nothing. The program is
-// linked so that its calls of malloc, free and operator new come through the functions below.
+// How the functions use the heap, and what they do when an allocation fails. The linker redirects
+// this program's calls of malloc, free and operator new to the functions below.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -13,8 +13,8 @@
 
 namespace {
 
-// Of a block that was given to the functions. A guard stands behind the bytes that they asked for,
-// and nothing that is given holds zeros.
+// A block that the functions have allocated. A guard follows the requested bytes. Neither contains
+// zeros.
 struct Block {
   static constexpr std::size_t guardSize = 16;
   static constexpr char filling = 0x5a;
@@ -28,13 +28,13 @@ struct Block {
   }
 };
 
-// The heap as seen while a test watches it.
+// What a test observes of the heap while it watches.
 struct Heap {
   bool watched = false;
   int requests = 0;
   int failing = 0;  // number of the request that fails, counted from 1; 0 for none
-  int live = 0;     // blocks given and not released
-  int overrun = 0;  // blocks found with a broken guard when they were released
+  int live = 0;     // blocks allocated and not released
+  int overrun = 0;  // blocks released with a broken guard
   std::array<Block, 2> blocks{};
 
   bool grants() {
@@ -99,7 +99,7 @@ class Allocation : public testing::Test {
  protected:
   ~Allocation() override { heap() = Heap(); }
 
-  // Splits `text` while the heap is watched, with its request of number `failing` refused.
+  // Splits `text` and watches the heap, which refuses request number `failing`.
   int split(const std::string& text, int failing = 0) {
     heap() = Heap{.watched = true, .failing = failing};
     const int code = c_shquote_parse_argv(&words, &count, text.data(), text.size());
@@ -137,8 +137,8 @@ TEST_F(Allocation, ParseArgvMakesTwoAllocationsHoweverManyWordsThereAre) {
   }
 }
 
-// Each text is the longest that words of so many bytes can give.
-TEST_F(Allocation, ParseArgvFillsItsBlocksAndWritesNothingBehindThem) {
+// Each text makes the words that need the most room for its length.
+TEST_F(Allocation, ParseArgvFillsItsBlocksAndWritesNothingPastThem) {
   for (const char* text : {"", "a", "a b", "'' ''", "abcdefg", "a b c d e f g"}) {
     ASSERT_EQ(split(text), 0) << text;
     std::string seen;
@@ -152,14 +152,14 @@ TEST_F(Allocation, ParseArgvFillsItsBlocksAndWritesNothingBehindThem) {
   }
 }
 
-TEST_F(Allocation, ParseArgvReportsThatItGotNoScratchBuffer) {
+TEST_F(Allocation, ParseArgvReportsAFailedScratchAllocation) {
   EXPECT_EQ(split("a b", 1), -12);
   EXPECT_EQ(heap().requests, 1);
   EXPECT_EQ(heap().live, 0);
   expectNothingStored();
 }
 
-TEST_F(Allocation, ParseArgvReleasesTheScratchBufferWhenItGetsNoBlock) {
+TEST_F(Allocation, ParseArgvReleasesTheScratchBufferWhenTheBlockFails) {
   EXPECT_EQ(split("a b", 2), -12);
   EXPECT_EQ(heap().requests, 2);
   EXPECT_EQ(heap().live, 0);

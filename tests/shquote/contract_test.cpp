@@ -1,4 +1,4 @@
-// What holds for the functions as a family: codes, cursors, names, languages and threads.
+// What all functions have in common: codes, cursors, names, languages and threads.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
@@ -24,7 +24,7 @@ Library openExports() {
 
 }  // namespace
 
-TEST(ShquoteContract, CodesArePlainValues) {
+TEST(ShquoteContract, CodesHaveTheirFixedValues) {
   EXPECT_EQ(SHQUOTE_ERR_NO_ROOM, 1);
   EXPECT_EQ(SHQUOTE_ERR_UNTERMINATED, 2);
   EXPECT_EQ(SHQUOTE_ERR_END_OF_INPUT, 3);
@@ -44,9 +44,9 @@ TEST(ShquoteContract, NoFunctionThrows) {
                                            const char*, std::size_t>));
 }
 
-// The calls of shquote_calls.h check it each time; here each kind of failure stands once, behind
-// work that had to be given up.
-TEST(ShquoteContract, AFailedCallLeavesCursorsAndCountsAsTheyWere) {
+// The calls of shquote_calls.h check this every time. Here, each kind of failure happens once, with
+// some input already processed.
+TEST(ShquoteContract, AFailedCallLeavesCursorsAndCountsUnchanged) {
   EXPECT_EQ(quote("abc'd", 7), fails(SHQUOTE_ERR_NO_ROOM));
   EXPECT_EQ(unquote("a'b'\"c\"d", 3), fails(SHQUOTE_ERR_NO_ROOM));
   EXPECT_EQ(unquote("a'b'\"c\"'d"), fails(SHQUOTE_ERR_UNTERMINATED));
@@ -58,7 +58,7 @@ TEST(ShquoteContract, AFailedCallLeavesCursorsAndCountsAsTheyWere) {
   EXPECT_EQ(parseArgv("a b 'c"), splitFails(SHQUOTE_ERR_UNTERMINATED));
 }
 
-TEST(ShquoteContract, ReadsNoByteBehindTheLength) {
+TEST(ShquoteContract, ReadsNoBytePastTheLength) {
   const char text[] = "ab'c' \"d\"";
   const char* in = text;
   std::size_t left = 2;
@@ -71,7 +71,7 @@ TEST(ShquoteContract, ReadsNoByteBehindTheLength) {
   EXPECT_EQ(std::string_view(buffer, sizeof(buffer) - room), "'ab'abab");
 }
 
-TEST(ShquoteContract, AcceptsNullPointersWhereCountsAreZero) {
+TEST(ShquoteContract, AcceptsNullPointersWithZeroCounts) {
   char* out = nullptr;
   std::size_t room = 0;
   const char* in = nullptr;
@@ -107,7 +107,7 @@ TEST(ShquoteContract, TheSharedHelperIsNotExported) {
   EXPECT_EQ(dlsym(library.get(), "c_shquote_copy_double_quoted"), nullptr);
 }
 
-TEST(ShquoteContract, ThreadsDoNotDisturbOneAnother) {
+TEST(ShquoteContract, ConcurrentCallsDoNotInterfere) {
   constexpr int kThreads = 4;
   Split seen[kThreads];
   std::vector<std::thread> threads;

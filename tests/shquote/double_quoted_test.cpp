@@ -4,27 +4,27 @@
 
 using namespace std::string_view_literals;
 
-TEST(DoubleQuoted, TakesTheTextBetweenTheQuotesAndStandsBehindThem) {
+TEST(DoubleQuoted, ReadsTheTextBetweenTheQuotesAndStopsAfterThem) {
   EXPECT_EQ(copyDoubleQuoted("\"a b\"rest"), gives("a b", "rest"));
 }
 
-TEST(DoubleQuoted, TakesAnEmptyPairOfQuotes) {
+TEST(DoubleQuoted, AcceptsAnEmptyPairOfQuotes) {
   EXPECT_EQ(copyDoubleQuoted("\"\"", 0), gives(""));
 }
 
-TEST(DoubleQuoted, EscapedDoubleQuoteGivesThatByteAlone) {
+TEST(DoubleQuoted, EscapedDoubleQuoteYieldsOnlyThatByte) {
   expectExactRoom(copyDoubleQuoted, "\"\\\"\"", gives("\""));
 }
 
-TEST(DoubleQuoted, EscapedDollarGivesThatByteAlone) {
+TEST(DoubleQuoted, EscapedDollarYieldsOnlyThatByte) {
   expectExactRoom(copyDoubleQuoted, "\"\\$\"", gives("$"));
 }
 
-TEST(DoubleQuoted, EscapedBackslashGivesThatByteAlone) {
+TEST(DoubleQuoted, EscapedBackslashYieldsOnlyThatByte) {
   expectExactRoom(copyDoubleQuoted, "\"\\\\\"", gives("\\"));
 }
 
-TEST(DoubleQuoted, EscapedBackquoteGivesThatByteAlone) {
+TEST(DoubleQuoted, EscapedBackquoteYieldsOnlyThatByte) {
   expectExactRoom(copyDoubleQuoted, "\"\\`\"", gives("`"));
 }
 
@@ -33,7 +33,7 @@ TEST(DoubleQuoted, EscapedNewlineStaysAndLosesOnlyItsBackslash) {
   expectExactRoom(copyDoubleQuoted, "\"\\\n\"", gives("\n"));
 }
 
-TEST(DoubleQuoted, BackslashStaysInFrontOfEveryOtherByte) {
+TEST(DoubleQuoted, BackslashStaysBeforeAnyOtherByte) {
   for (int value = 0; value < 256; ++value) {
     const char byte = static_cast<char>(value);
     if ("\"$\\`\n"sv.find(byte) != std::string_view::npos) continue;
@@ -43,11 +43,11 @@ TEST(DoubleQuoted, BackslashStaysInFrontOfEveryOtherByte) {
   }
 }
 
-TEST(DoubleQuoted, CopiesAllBytesButQuotesAndBackslashesUnchanged) {
+TEST(DoubleQuoted, CopiesAllOtherBytesUnchanged) {
   EXPECT_EQ(copyDoubleQuoted("\"$a `b` 'c'\t\n#\0\""sv), gives("$a `b` 'c'\t\n#\0"sv));
 }
 
-TEST(DoubleQuoted, MixesRunsAndEscapes) {
+TEST(DoubleQuoted, CombinesRunsAndEscapes) {
   expectExactRoom(copyDoubleQuoted, "\"a\\\"b\\nc\\\\\" d", gives("a\"b\\nc\\", " d"));
 }
 
@@ -69,11 +69,11 @@ TEST(DoubleQuoted, RejectsAnEscapeThatUsesUpTheInput) {
   EXPECT_EQ(copyDoubleQuoted("\"\\a"), fails(SHQUOTE_ERR_UNTERMINATED));
 }
 
-TEST(DoubleQuoted, CallsEmptyInputABrokenAssumption) {
+TEST(DoubleQuoted, ReportsABrokenAssumptionForEmptyInput) {
   EXPECT_EQ(copyDoubleQuoted(""), fails(-131));
 }
 
-TEST(DoubleQuoted, CallsAnyOtherFirstByteABrokenAssumption) {
+TEST(DoubleQuoted, ReportsABrokenAssumptionForAnyOtherFirstByte) {
   EXPECT_EQ(copyDoubleQuoted("a\"\""), fails(-131));
   EXPECT_EQ(copyDoubleQuoted("'\"\""), fails(-131));
 }

@@ -1,5 +1,5 @@
-// Memory whose last byte is followed by an inaccessible page, so that reading or writing one byte
-// too far ends the test program in any build.
+// Memory directly before an inaccessible page, so that reading or writing one byte too far ends the
+// test program in any build.
 #ifndef TESTS_SHQUOTE_EDGE_BUFFER_H
 #define TESTS_SHQUOTE_EDGE_BUFFER_H
 
@@ -14,7 +14,7 @@
 #include <utility>
 #include <vector>
 
-// Owns pages of memory and one more, inaccessible, behind them.
+// Owns pages of memory and one inaccessible page after them.
 class EdgePages {
  public:
   explicit EdgePages(std::size_t size) {
@@ -40,8 +40,8 @@ class EdgePages {
   std::size_t mapped_ = 0;
 };
 
-// `size` bytes up to the edge, all 0x5a at first. Pages are used again by later buffers of the same
-// thread, since tests make buffers by the hundred thousand.
+// `size` bytes up to the edge, all 0x5a at first. Later buffers of the same thread reuse the pages,
+// since tests create hundreds of thousands of buffers.
 class EdgeBuffer {
  public:
   explicit EdgeBuffer(std::size_t size) : size_(size), pages_(takePages(size)) {

@@ -1,13 +1,13 @@
-/* The functions as a C program sees them. */
+/* The functions, called from C. */
 #include <stdlib.h>
 #include <string.h>
 
 #include "shquote/shquote.h"
 
-_Static_assert(SHQUOTE_ERR_NO_ROOM == 1, "callers may test the plain value");
-_Static_assert(SHQUOTE_ERR_UNTERMINATED == 2, "callers may test the plain value");
-_Static_assert(SHQUOTE_ERR_END_OF_INPUT == 3, "callers may test the plain value");
-_Static_assert(SHQUOTE_ERR_EMBEDDED_NUL == 4, "callers may test the plain value");
+_Static_assert(SHQUOTE_ERR_NO_ROOM == 1, "callers may compare with the number");
+_Static_assert(SHQUOTE_ERR_UNTERMINATED == 2, "callers may compare with the number");
+_Static_assert(SHQUOTE_ERR_END_OF_INPUT == 3, "callers may compare with the number");
+_Static_assert(SHQUOTE_ERR_EMBEDDED_NUL == 4, "callers may compare with the number");
 
 const char* nameOfFunctionThatFailsInC(void);
 
@@ -51,7 +51,7 @@ static int parsesArgv(const char* quoted) {
   return good;
 }
 
-/* Quotes a text and takes it back in each of the three ways. Empty if all of it succeeds. */
+/* Quotes a text and recovers it in each of the three ways. Returns "" if all succeed. */
 const char* nameOfFunctionThatFailsInC(void) {
   char quoted[QUOTED_LENGTH];
   if (!quotes(quoted)) return "c_shquote_quote";

@@ -1,5 +1,5 @@
-// A second reading of the quoting rules, as a machine that is fed byte by byte. It is slow and
-// shares nothing with the functions under test, which search ahead and copy by runs.
+// A second implementation of the quoting rules, as a state machine that takes one byte at a time.
+// It is slow and shares nothing with the functions under test, which search ahead and copy runs.
 #ifndef TESTS_SHQUOTE_NAIVE_READER_H
 #define TESTS_SHQUOTE_NAIVE_READER_H
 
@@ -11,7 +11,7 @@
 
 class NaiveReader {
  public:
-  // A reader that splits takes one token; one that does not takes the whole input as one text.
+  // If it splits, the reader takes one token; otherwise it takes the whole input as one text.
   NaiveReader(bool splits, std::size_t room) : splits_(splits), room_(room) {}
 
   Outcome read(std::string_view input) {
@@ -26,11 +26,11 @@ class NaiveReader {
   }
 
  private:
-  enum class State { Bare, BareEscape, Comment, Single, Double, DoubleEscape, Behind };
+  enum class State { Bare, BareEscape, Comment, Single, Double, DoubleEscape, After };
 
   static bool isBlank(char byte) { return byte == ' ' || byte == '\t' || byte == '\n'; }
 
-  // False for the first byte behind the token.
+  // Returns false for the first byte after the token.
   bool take(char byte) {
     switch (state_) {
       case State::Bare:
@@ -51,7 +51,7 @@ class NaiveReader {
       case State::DoubleEscape:
         takeDoubleEscaped(byte);
         return true;
-      case State::Behind:
+      case State::After:
         return isBlank(byte);
     }
     return false;
@@ -65,7 +65,7 @@ class NaiveReader {
     } else if (byte == '\\') {
       state_ = State::BareEscape;
     } else if (splits_ && isBlank(byte)) {
-      state_ = started_ ? State::Behind : State::Bare;
+      state_ = started_ ? State::After : State::Bare;
     } else if (splits_ && byte == '#' && !started_) {
       state_ = State::Comment;
     } else {
@@ -82,7 +82,7 @@ class NaiveReader {
     if (byte == '\n') state_ = State::Bare;
   }
 
-  // Room is asked for at the closing quote: an open quote is the graver fault.
+  // Checks the room only at the closing quote, since an open quote takes precedence.
   void takeSingleQuoted(char byte) {
     if (byte != '\'') {
       pending_ += byte;

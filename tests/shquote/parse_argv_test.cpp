@@ -8,19 +8,19 @@ TEST(ParseArgv, SplitsAtRunsOfWhiteSpaceUpToATrailingNewline) {
   EXPECT_EQ(parseArgv("a  b\n"), splitsInto({"a", "b"}));
 }
 
-TEST(ParseArgv, TakesQuotingFromEachWord) {
+TEST(ParseArgv, RemovesQuotingFromEachWord) {
   EXPECT_EQ(parseArgv("Key='a b' \"#c\" d\\ e ''"), splitsInto({"Key=a b", "#c", "d e", ""}));
 }
 
-TEST(ParseArgv, GivesNoWordsForEmptyInput) {
+TEST(ParseArgv, FindsNoWordsInEmptyInput) {
   EXPECT_EQ(parseArgv(""), splitsInto({}));
 }
 
-TEST(ParseArgv, GivesNoWordsForBlanksAlone) {
+TEST(ParseArgv, FindsNoWordsInBlanks) {
   EXPECT_EQ(parseArgv(" \t\n "), splitsInto({}));
 }
 
-TEST(ParseArgv, GivesNoWordsForALoneComment) {
+TEST(ParseArgv, FindsNoWordsInAComment) {
   EXPECT_EQ(parseArgv("# a b"), splitsInto({}));
 }
 
@@ -28,11 +28,11 @@ TEST(ParseArgv, SkipsCommentsBetweenWords) {
   EXPECT_EQ(parseArgv("a #b\nc # d"), splitsInto({"a", "c"}));
 }
 
-TEST(ParseArgv, KeepsEmptyWordsApart) {
+TEST(ParseArgv, KeepsEmptyWordsSeparate) {
   EXPECT_EQ(parseArgv("'' \"\" ''"), splitsInto({"", "", ""}));
 }
 
-TEST(ParseArgv, HasRoomForAsManyWordsAsAnInputCanHold) {
+TEST(ParseArgv, SplitsTheMostWordsThatAnInputCanHold) {
   std::string text = "a";
   for (int i = 1; i < 5000; ++i) text += " a";
   EXPECT_EQ(parseArgv(text), splitsInto(std::vector<std::string>(5000, "a")));
@@ -52,17 +52,17 @@ TEST(ParseArgv, RejectsANulByteInAQuote) {
   EXPECT_EQ(parseArgv("\"\0\""sv), splitFails(SHQUOTE_ERR_EMBEDDED_NUL));
 }
 
-TEST(ParseArgv, LooksForANulByteBeforeItLooksForWords) {
+TEST(ParseArgv, ChecksForNulBytesBeforeItSplits) {
   EXPECT_EQ(parseArgv("'\0"sv), splitFails(SHQUOTE_ERR_EMBEDDED_NUL));
 }
 
-TEST(ParseArgv, RejectsAnOpenQuoteBehindGoodWords) {
+TEST(ParseArgv, RejectsAnOpenQuoteAfterGoodWords) {
   EXPECT_EQ(parseArgv("a b 'c"), splitFails(SHQUOTE_ERR_UNTERMINATED));
   EXPECT_EQ(parseArgv("a b \"c"), splitFails(SHQUOTE_ERR_UNTERMINATED));
   EXPECT_EQ(parseArgv("a b \"c\\"), splitFails(SHQUOTE_ERR_UNTERMINATED));
 }
 
-TEST(ParseArgv, PutsTheWordsBehindTheArrayInOneBlock) {
+TEST(ParseArgv, PutsTheWordsAfterTheArrayInOneBlock) {
   char** words = nullptr;
   std::size_t count = 0;
   ASSERT_EQ(c_shquote_parse_argv(&words, &count, "ab '' c", 7), 0);

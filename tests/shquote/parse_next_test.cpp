@@ -6,18 +6,18 @@ using namespace std::string_view_literals;
 
 namespace {
 
-std::string behindA(std::string_view text) {
+std::string afterA(std::string_view text) {
   return std::string("a").append(text);
 }
 
-// In the token that "a" has started, `text` gives `output`.
+// In a token that "a" has started, `text` adds `output`.
 void expectJoinsToken(std::string_view text, std::string_view output) {
-  expectExactRoom(parseNext, behindA(text), gives(behindA(output)));
+  expectExactRoom(parseNext, afterA(text), gives(afterA(output)));
 }
 
 }  // namespace
 
-// ---- Bytes in front of a token -------------------------------------------------------------
+// ---- Bytes before a token ------------------------------------------------------------------
 
 TEST(ParseNextBeforeAToken, SkipsTheWholeRunOfWhiteSpace) {
   EXPECT_EQ(parseNext(" \t\n \n\ta"), gives("a"));
@@ -68,7 +68,7 @@ TEST(ParseNextWithinAToken, EndsAtEachOfTheThreeSeparators) {
   EXPECT_EQ(parseNext("a\nb"), gives("a", "b"));
 }
 
-TEST(ParseNextWithinAToken, TakesEveryByteWithoutAMeaningAsItIs) {
+TEST(ParseNextWithinAToken, TreatsAllOtherBytesAsOrdinary) {
   for (int value = 0; value < 256; ++value) {
     const char byte = static_cast<char>(value);
     if (" \t\n\"'\\#"sv.find(byte) != std::string_view::npos) continue;
@@ -79,7 +79,7 @@ TEST(ParseNextWithinAToken, TakesEveryByteWithoutAMeaningAsItIs) {
   }
 }
 
-TEST(ParseNextWithinAToken, TakesAHashAsAnOrdinaryByte) {
+TEST(ParseNextWithinAToken, TreatsAHashAsAnOrdinaryByte) {
   expectJoinsToken("#b", "#b");
   expectJoinsToken("##", "##");
   EXPECT_EQ(parseNext("''#b"), gives("#b"));
@@ -110,7 +110,7 @@ TEST(ParseNext, FindsNoTokenInEmptyInput) {
   EXPECT_EQ(parseNext("", 0), fails(SHQUOTE_ERR_END_OF_INPUT));
 }
 
-TEST(ParseNext, LeavesTheCommentBehindATokenInTheInput) {
+TEST(ParseNext, LeavesACommentAfterATokenInTheInput) {
   EXPECT_EQ(parseNext("a #b"), gives("a", "#b"));
   EXPECT_EQ(parseNext("#b"), fails(SHQUOTE_ERR_END_OF_INPUT));
 }
@@ -119,7 +119,7 @@ TEST(ParseNext, StopsAtTheBlankThatUnquoteKeeps) {
   EXPECT_EQ(parseNext("a b"), gives("a", "b"));
 }
 
-TEST(ParseNext, SeparatesByNoOtherWhiteSpace) {
+TEST(ParseNext, DoesNotSplitAtOtherWhiteSpace) {
   EXPECT_EQ(parseNext("a\rb\vc\fd e"), gives("a\rb\vc\fd", "e"));
   EXPECT_EQ(parseNext("\r"), gives("\r"));
 }
@@ -129,7 +129,7 @@ TEST(ParseNext, TreatsANulByteAsAnOrdinaryByte) {
   EXPECT_EQ(parseNext("'\0'\"\0\"\\\0"sv), gives("\0\0\0"sv));
 }
 
-TEST(ParseNext, GivesOneTokenAfterAnotherOnTheSameCursors) {
+TEST(ParseNext, ReadsSuccessiveTokensOnTheSameCursors) {
   const std::string_view text = " one 'two'\n#three\nfour#";
   char buffer[16];
   char* out = buffer;
@@ -144,13 +144,13 @@ TEST(ParseNext, GivesOneTokenAfterAnotherOnTheSameCursors) {
   EXPECT_EQ(left, 0U);
 }
 
-// ---- Empty tokens and escapes that give nothing --------------------------------------------
+// ---- Empty tokens and escapes that yield nothing -------------------------------------------
 
-TEST(ParseNext, MakesAnEmptyTokenOfAPairOfSingleQuotes) {
+TEST(ParseNext, ReadsAPairOfSingleQuotesAsAnEmptyToken) {
   EXPECT_EQ(parseNext("''", 0), gives(""));
 }
 
-TEST(ParseNext, MakesAnEmptyTokenOfAPairOfDoubleQuotes) {
+TEST(ParseNext, ReadsAPairOfDoubleQuotesAsAnEmptyToken) {
   EXPECT_EQ(parseNext("\"\"", 0), gives(""));
 }
 
@@ -158,32 +158,32 @@ TEST(ParseNext, AddsNothingForAnEmptyPairWithinAToken) {
   EXPECT_EQ(parseNext("a''b"), gives("ab"));
 }
 
-TEST(ParseNext, MakesNoTokenOfALoneBackslash) {
+TEST(ParseNext, FindsNoTokenInALoneBackslash) {
   EXPECT_EQ(parseNext("\\"), fails(SHQUOTE_ERR_END_OF_INPUT));
 }
 
-TEST(ParseNext, MakesNoTokenOfABackslashAndNewline) {
+TEST(ParseNext, FindsNoTokenInABackslashNewline) {
   EXPECT_EQ(parseNext("\\\n"), fails(SHQUOTE_ERR_END_OF_INPUT));
   EXPECT_EQ(parseNext("\\\n\\"), fails(SHQUOTE_ERR_END_OF_INPUT));
 }
 
-TEST(ParseNext, TakesWhiteSpaceBehindALeadingBackslashNewlineAsSeparating) {
+TEST(ParseNext, SkipsWhiteSpaceAfterALeadingBackslashNewline) {
   EXPECT_EQ(parseNext("\\\n a b"), gives("a", "b"));
 }
 
-TEST(ParseNext, TakesACommentBehindALeadingBackslashNewline) {
+TEST(ParseNext, SkipsACommentAfterALeadingBackslashNewline) {
   EXPECT_EQ(parseNext("\\\n#a\nb"), gives("b"));
 }
 
-TEST(ParseNext, JoinsTheTokenAcrossABackslashNewline) {
+TEST(ParseNext, JoinsATokenAcrossABackslashNewline) {
   EXPECT_EQ(parseNext("a\\\nb c"), gives("ab", "c"));
 }
 
-TEST(ParseNext, DropsABackslashBehindAToken) {
+TEST(ParseNext, DropsABackslashAfterAToken) {
   EXPECT_EQ(parseNext("a\\"), gives("a"));
 }
 
-// A token that its quotes have started is not taken back, though it has no bytes.
+// Quotes start a token even if it has no bytes, and nothing later undoes that.
 TEST(ParseNext, KeepsAnEmptyTokenStartedAcrossADroppedEscape) {
   EXPECT_EQ(parseNext("''\\\n"), gives(""));
   EXPECT_EQ(parseNext("\"\"\\"), gives(""));
@@ -202,7 +202,7 @@ TEST(ParseNext, RejectsASingleQuoteAsTheLastByte) {
   EXPECT_EQ(parseNext("a'"), fails(SHQUOTE_ERR_UNTERMINATED));
 }
 
-TEST(ParseNext, RejectsASingleQuoteWithoutAMate) {
+TEST(ParseNext, RejectsAnOpenSingleQuote) {
   EXPECT_EQ(parseNext("'a b"), fails(SHQUOTE_ERR_UNTERMINATED));
 }
 
@@ -219,15 +219,15 @@ TEST(ParseNext, RejectsADoubleQuotedEscapeThatUsesUpTheInput) {
   EXPECT_EQ(parseNext("\"a\\\""), fails(SHQUOTE_ERR_UNTERMINATED));
 }
 
-TEST(ParseNext, DoesNotSeeAnOpenQuoteBehindItsToken) {
+TEST(ParseNext, IgnoresAnOpenQuoteAfterItsToken) {
   EXPECT_EQ(parseNext("a 'b"), gives("a", "'b"));
 }
 
-TEST(ParseNext, NeedsNoRoomToSkip) {
+TEST(ParseNext, NeedsNoRoomForSkippedInput) {
   EXPECT_EQ(parseNext(" #a\n\\\n ", 0), fails(SHQUOTE_ERR_END_OF_INPUT));
 }
 
-TEST(ParseNext, ReportsAnOpenSingleQuoteRatherThanTheRoomItWouldMiss) {
+TEST(ParseNext, ReportsAnOpenSingleQuoteBeforeMissingRoom) {
   EXPECT_EQ(parseNext("'abc", 0), fails(SHQUOTE_ERR_UNTERMINATED));
 }
 

@@ -4,15 +4,15 @@
 
 using namespace std::string_view_literals;
 
-TEST(Quote, QuotesEvenWhatNeedsNoQuotes) {
+TEST(Quote, QuotesEvenTextThatNeedsNoQuotes) {
   EXPECT_EQ(quote("abc"), gives("'abc'"));
 }
 
-TEST(Quote, GivesAPairOfQuotesForEmptyInput) {
+TEST(Quote, WritesAPairOfQuotesForEmptyInput) {
   EXPECT_EQ(quote(""), gives("''"));
 }
 
-TEST(Quote, GivesSixBytesForOneQuote) {
+TEST(Quote, WritesSixBytesForOneQuote) {
   EXPECT_EQ(quote("'"), gives("''\\'''"));
 }
 
@@ -24,7 +24,7 @@ TEST(Quote, CopiesEveryOtherByteUnchanged) {
   EXPECT_EQ(quote("a \t\n\"$`\\#\0\r\xff"sv), gives("'a \t\n\"$`\\#\0\r\xff'"sv));
 }
 
-TEST(Quote, CopiesALongRunWhole) {
+TEST(Quote, CopiesALongRun) {
   const std::string run(100000, 'x');
   EXPECT_EQ(quote(run), gives("'" + run + "'"));
 }
@@ -46,7 +46,7 @@ TEST(Quote, WritesNothingWithoutRoom) {
   EXPECT_EQ(room, 0U);
 }
 
-TEST(Quote, WritesTheOpeningQuoteBeforeItMissesRoomForTheClosingOne) {
+TEST(Quote, WritesTheOpeningQuoteBeforeItRunsOutOfRoom) {
   char buffer[] = {'#', '#'};
   char* out = buffer;
   std::size_t room = 1;
@@ -56,7 +56,7 @@ TEST(Quote, WritesTheOpeningQuoteBeforeItMissesRoomForTheClosingOne) {
   EXPECT_EQ(room, 1U);
 }
 
-TEST(Quote, StandsBehindTheClosingQuoteSoThatCallsCanFollowOneAnother) {
+TEST(Quote, AdvancesTheCursorSoThatCallsCanFollowOneAnother) {
   char buffer[10];
   char* out = buffer;
   std::size_t room = sizeof(buffer);

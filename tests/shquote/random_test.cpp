@@ -1,5 +1,5 @@
-// Properties of the functions, on texts made of the bytes that matter to them. Each text follows
-// from its seed alone, and a failure prints the seed.
+// Properties of the functions, on texts made of the bytes that matter to them. A seed determines
+// each text, and a failure prints it.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -27,12 +27,12 @@ class Dice {
     return text;
   }
 
-  // Half of the time more than any output needs.
+  // Half of the time, more than any output needs.
   std::size_t roomFor(std::string_view text) {
     return below(2) == 0 ? ampleRoom(text) : below(text.size() + 2);
   }
 
-  // What may stand between two words.
+  // A separator between two words.
   std::string separator() {
     const std::string_view choices[] = {" ", "\t", "\n", " \t\n ", "\n#a 'b\n", " # \"\n\\\n"};
     return std::string(choices[below(std::size(choices))]);
@@ -42,7 +42,7 @@ class Dice {
   std::minstd_rand generator_;
 };
 
-// Runs `check` for the dice of each seed, up to the first that fails.
+// Runs `check` with the dice of each seed, up to the first failure.
 template <typename Check>
 void forSeeds(unsigned count, Check check) {
   for (unsigned seed = 1; seed <= count && !testing::Test::HasFailure(); ++seed) {
@@ -52,7 +52,7 @@ void forSeeds(unsigned count, Check check) {
   }
 }
 
-// How often each code was seen, so that a test can demand all of them of its texts.
+// Counts how often each code occurs, so that a test can require all of them.
 class Tally {
  public:
   void count(int code) { ++seen_[code]; }
@@ -67,7 +67,7 @@ class Tally {
   std::map<int, int> seen_;
 };
 
-void expectUnquotesAsNaively(std::string_view text, std::size_t room, Tally& tally) {
+void expectUnquotesLikeNaiveReader(std::string_view text, std::size_t room, Tally& tally) {
   const Outcome expected = naiveUnquote(text, room);
   tally.count(expected.code);
   ASSERT_EQ(unquote(text, room), expected)
@@ -75,7 +75,7 @@ void expectUnquotesAsNaively(std::string_view text, std::size_t room, Tally& tal
 }
 
 // Compares token by token up to the first failure.
-void expectParsesAsNaively(std::string text, std::size_t room, Tally& tally) {
+void expectParsesLikeNaiveReader(std::string text, std::size_t room, Tally& tally) {
   Outcome expected;
   for (; expected.code == 0; text = expected.rest) {
     expected = naiveParseNext(text, room);
@@ -85,7 +85,7 @@ void expectParsesAsNaively(std::string text, std::size_t room, Tally& tally) {
   }
 }
 
-// What repeated calls of parseNext give.
+// The words that repeated calls of parseNext return.
 Split splitByTokens(std::string_view text) {
   if (text.find('\0') != std::string_view::npos) return splitFails(SHQUOTE_ERR_EMBEDDED_NUL);
   std::vector<std::string> words;
@@ -94,7 +94,7 @@ Split splitByTokens(std::string_view text) {
   return token.code == SHQUOTE_ERR_END_OF_INPUT ? splitsInto(words) : splitFails(token.code);
 }
 
-// All texts of `length` bytes of the alphabet.
+// Calls `check` with every text of `length` more bytes of the alphabet.
 template <typename Check>
 void forTextsOfLength(std::size_t length, std::string& prefix, Check check) {
   if (testing::Test::HasFailure()) return;
@@ -108,7 +108,7 @@ void forTextsOfLength(std::size_t length, std::string& prefix, Check check) {
 
 }  // namespace
 
-TEST(ShquoteRandom, UnquoteTakesBackWhatQuoteDid) {
+TEST(ShquoteRandom, UnquoteRevertsQuote) {
   forSeeds(10000, [](Dice& dice) {
     const std::string text = dice.text(30);
     EXPECT_EQ(unquote(quote(text).output), gives(text));
@@ -132,7 +132,7 @@ TEST(ShquoteRandom, QuoteNeedsTheInputLengthPlusTwoPlusThreeForEachQuote) {
   });
 }
 
-TEST(ShquoteRandom, QuotedWordsAreSplitWhereTheyWereJoined) {
+TEST(ShquoteRandom, SplittingRecoversQuotedWords) {
   forSeeds(5000, [](Dice& dice) {
     std::vector<std::string> words(dice.below(8));
     std::string text;
@@ -156,33 +156,33 @@ TEST(ShquoteRandom, ParseArgvAgreesWithRepeatedParseNext) {
   tally.expectAtLeast(1000, {0, SHQUOTE_ERR_UNTERMINATED, SHQUOTE_ERR_EMBEDDED_NUL});
 }
 
-TEST(ShquoteRandom, UnquoteAgreesWithReadingByteByByte) {
+TEST(ShquoteRandom, UnquoteAgreesWithTheNaiveReader) {
   Tally tally;
   forSeeds(100000, [&tally](Dice& dice) {
     const std::string text = dice.text(14);
-    expectUnquotesAsNaively(text, dice.roomFor(text), tally);
+    expectUnquotesLikeNaiveReader(text, dice.roomFor(text), tally);
   });
   tally.expectAtLeast(1000, {0, SHQUOTE_ERR_NO_ROOM, SHQUOTE_ERR_UNTERMINATED});
 }
 
-TEST(ShquoteRandom, ParseNextAgreesWithReadingByteByByte) {
+TEST(ShquoteRandom, ParseNextAgreesWithTheNaiveReader) {
   Tally tally;
   forSeeds(100000, [&tally](Dice& dice) {
     const std::string text = dice.text(14);
-    expectParsesAsNaively(text, dice.roomFor(text), tally);
+    expectParsesLikeNaiveReader(text, dice.roomFor(text), tally);
   });
   tally.expectAtLeast(1000,
                       {0, SHQUOTE_ERR_NO_ROOM, SHQUOTE_ERR_UNTERMINATED, SHQUOTE_ERR_END_OF_INPUT});
 }
 
-TEST(ShquoteExhaustive, ShortTextsInAllRoomsAreReadAsByteByByte) {
+TEST(ShquoteExhaustive, AllShortTextsAgreeWithTheNaiveReader) {
   Tally tally;
   for (std::size_t length = 0; length <= 4; ++length) {
     std::string prefix;
     forTextsOfLength(length, prefix, [&tally](const std::string& text) {
       for (std::size_t room = 0; room <= text.size(); ++room) {
-        expectUnquotesAsNaively(text, room, tally);
-        expectParsesAsNaively(text, room, tally);
+        expectUnquotesLikeNaiveReader(text, room, tally);
+        expectParsesLikeNaiveReader(text, room, tally);
       }
     });
   }

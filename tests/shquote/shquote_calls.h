@@ -1,8 +1,8 @@
-// The shell-quoting functions as calls from values to values.
+// The shell-quoting functions, wrapped so that they take and return values.
 //
-// Each call puts its input and its output against an inaccessible page, and checks by itself what
-// holds for every call: on success the cursors have moved by as much as the counts have fallen, and
-// on failure cursors, counts and results are as before.
+// Each call places its input and its output directly before an inaccessible page, and checks what
+// holds for every call: success moves the cursors by as much as the counts decrease, and failure
+// leaves cursors, counts and results unchanged.
 #ifndef TESTS_SHQUOTE_SHQUOTE_CALLS_H
 #define TESTS_SHQUOTE_SHQUOTE_CALLS_H
 
@@ -18,7 +18,7 @@
 #include "shquote/shquote.h"
 #include "tests/shquote/edge_buffer.h"
 
-// What a call gave: its code, what it wrote, and what it left of the input.
+// The outcome of a call: its code, its output, and the rest of the input.
 struct Outcome {
   int code = 0;
   std::string output;
@@ -109,7 +109,7 @@ inline Outcome copyDoubleQuoted(std::string_view input) {
   return copyDoubleQuoted(input, ampleRoom(input));
 }
 
-// A call succeeds with exactly the room of its output, and fails with any less.
+// Expects the call to succeed with exactly the room of its output, and to fail with any less.
 inline void expectExactRoom(Outcome (*call)(std::string_view, std::size_t), std::string_view input,
                             const Outcome& expected) {
   const std::size_t need = expected.output.size();
@@ -119,7 +119,7 @@ inline void expectExactRoom(Outcome (*call)(std::string_view, std::size_t), std:
   }
 }
 
-// What c_shquote_parse_argv gave.
+// The outcome of c_shquote_parse_argv.
 struct Split {
   int code = 0;
   std::vector<std::string> words;

@@ -4,7 +4,7 @@
 
 using namespace std::string_view_literals;
 
-TEST(Unquote, GivesNothingForEmptyInput) {
+TEST(Unquote, WritesNothingForEmptyInput) {
   EXPECT_EQ(unquote("", 0), gives(""));
 }
 
@@ -28,7 +28,7 @@ TEST(Unquote, JoinsQuotedAndBarePieces) {
   EXPECT_EQ(unquote("a\"b\"'c'\\d e"), gives("abcd e"));
 }
 
-TEST(Unquote, TakesAnEmptyPairOfEitherQuote) {
+TEST(Unquote, RemovesAnEmptyPairOfEitherQuote) {
   EXPECT_EQ(unquote("''"), gives(""));
   EXPECT_EQ(unquote("\"\""), gives(""));
 }
@@ -43,7 +43,7 @@ TEST(Unquote, RejectsASingleQuoteAsTheLastByte) {
   EXPECT_EQ(unquote("abc'"), fails(SHQUOTE_ERR_UNTERMINATED));
 }
 
-TEST(Unquote, RejectsASingleQuoteWithoutAMate) {
+TEST(Unquote, RejectsAnOpenSingleQuote) {
   EXPECT_EQ(unquote("'abc"), fails(SHQUOTE_ERR_UNTERMINATED));
   EXPECT_EQ(unquote("'a''b"), fails(SHQUOTE_ERR_UNTERMINATED));
 }
@@ -66,12 +66,12 @@ TEST(Unquote, DropsABackslashAsTheLastByte) {
   EXPECT_EQ(unquote("abc\\"), gives("abc"));
 }
 
-TEST(Unquote, DropsABackslashWithTheNewlineBehindIt) {
+TEST(Unquote, DropsABackslashWithTheNewlineAfterIt) {
   EXPECT_EQ(unquote("\\\n"), gives(""));
   EXPECT_EQ(unquote("a\\\nb"), gives("ab"));
 }
 
-TEST(Unquote, GivesTheByteBehindABackslash) {
+TEST(Unquote, KeepsTheByteAfterABackslash) {
   EXPECT_EQ(unquote("\\a\\'\\\"\\\\\\ \\#\\\t\\$"), gives("a'\"\\ #\t$"));
 }
 
@@ -83,14 +83,14 @@ TEST(Unquote, NeedsExactlyTheRoomOfItsOutput) {
   expectExactRoom(unquote, "a\"b\"'c'\\d e", gives("abcd e"));
 }
 
-TEST(Unquote, NeedsNoRoomForWhatGivesNothing) {
+TEST(Unquote, NeedsNoRoomForEmptyPieces) {
   EXPECT_EQ(unquote("''\"\"\\\n\\", 0), gives(""));
 }
 
-TEST(Unquote, ReportsAnOpenSingleQuoteRatherThanTheRoomItWouldMiss) {
+TEST(Unquote, ReportsAnOpenSingleQuoteBeforeMissingRoom) {
   EXPECT_EQ(unquote("'abc", 0), fails(SHQUOTE_ERR_UNTERMINATED));
 }
 
-TEST(Unquote, ReportsMissingRoomThatItMeetsBeforeTheEndOfAnOpenDoubleQuote) {
+TEST(Unquote, ReportsMissingRoomBeforeAnOpenDoubleQuote) {
   EXPECT_EQ(unquote("\"abc", 2), fails(SHQUOTE_ERR_NO_ROOM));
 }

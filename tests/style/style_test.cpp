@@ -1,5 +1,5 @@
-// What a reader may rely on in the whole tree: includes point downward only, every source is built,
-// and nothing was left for later.
+// What holds in the whole tree: includes point downward only, every source is built, and nothing is
+// left for later.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -23,7 +23,7 @@ std::string textOf(const fs::path& path) {
   return text.str();
 }
 
-// Files of a folder, as paths from the project's root.
+// The files in a folder, as paths relative to the project's root.
 std::vector<std::string> filesIn(const std::string& folder,
                                  const std::set<std::string>& endings = {".h", ".cpp", ".c"}) {
   std::vector<std::string> files;
@@ -46,13 +46,13 @@ std::vector<std::string> includesOf(const std::string& file) {
   std::vector<std::string> names;
   for (std::string line; std::getline(text, line);) {
     if (!line.starts_with(directive)) continue;
-    const std::size_t begin = directive.size() + 1;  // behind the quote or bracket
+    const std::size_t begin = directive.size() + 1;  // after the quote or bracket
     names.push_back(line.substr(begin, line.find_first_of("\">", begin) - begin));
   }
   return names;
 }
 
-// A room of the tree: the files whose path begins with its name.
+// A room of the tree: the files whose paths begin with its name.
 struct Room {
   std::string name;
   std::set<std::string> mayInclude;  // rooms besides itself
@@ -61,9 +61,9 @@ struct Room {
 const std::string module = "src/module/grpc-gateway/";
 const std::string anything = "*";
 
-// From the ground up. A file belongs to the first room whose name its path begins with.
+// From the lowest floor up. A file belongs to the first room whose name begins its path.
 const std::vector<Room> rooms = {
-    // The boundary, the readers and the wire know nothing of each other.
+    // The boundary, the readers and the wire do not know each other.
     {"src/host/", {}},
     {"src/shquote/", {}},
     {"src/ini/", {}},
@@ -88,9 +88,9 @@ const std::vector<Room> rooms = {
     {module + "grpc-gateway-module",
      {"src/host/", module + "HostAccess", module + "ConfigManager", module + "EngineListCopy",
       module + "GatewaySlots", module + "gRPCGatewayClient"}},
-    // The stand-in knows the module as a file to load, and only by the boundary.
+    // The stand-in knows the module only as a file to load, through the boundary.
     {"src/standin/", {"src/host/"}},
-    // No sub-command concerns another; what they share lies below them.
+    // Sub-commands do not know each other; what they share is below them.
     {"tools/common/",
      {"src/host/", "src/shquote/", "src/standin/", module + "ConfigManager",
       module + "GatewaySlots"}},
@@ -110,7 +110,7 @@ const std::vector<Room> rooms = {
     {"tools/gatewayctl",
      {"tools/sim/", "tools/host/", "tools/check/", "tools/discover/", "tools/demo/",
       "tools/common/"}},
-    // What measures must not depend on what is tried out or tested.
+    // Benchmarks must not depend on tools or tests.
     {"bench/",
      {"src/host/", "proto/", "src/standin/", module + "ConfigManager", module + "GatewaySlots",
       module + "MeterListCopy", module + "EngineListCopy"}},
@@ -132,7 +132,7 @@ bool mayInclude(const Room& room, const std::string& target) {
   return other != nullptr && room.mayInclude.contains(other->name);
 }
 
-// Where an include leads to within the project; empty for the libraries'.
+// The project file that an include names; empty for a library's header.
 std::string targetOf(const std::string& include) {
   if (include == "ini.h") return "src/ini/ini.h";
   if (include.find('/') == include.npos && include.ends_with(".pb.h")) return "proto/" + include;
@@ -147,7 +147,7 @@ TEST(Style, IncludesPointDownwardOnly) {
   for (const char* folder : {"src", "tools", "bench", "tests"}) {
     for (const std::string& file : filesIn(folder)) {
       const Room* const room = roomOf(file);
-      ASSERT_NE(room, nullptr) << file << " stands in no room: add one above";
+      ASSERT_NE(room, nullptr) << file << " belongs to no room: add one above";
       for (const std::string& include : includesOf(file)) {
         const std::string target = targetOf(include);
         if (target.empty()) continue;
@@ -159,7 +159,7 @@ TEST(Style, IncludesPointDownwardOnly) {
   EXPECT_GT(arrows, 500u);
 }
 
-// The live page's modules, from the ground up: each may import those before it.
+// The live page's modules, from the lowest up: each may import those before it.
 const std::vector<std::string> pageModules = {"browser", "format",     "history", "slot",   "theme",
                                               "ranges",  "parameters", "row",     "filter", "table",
                                               "status",  "log",        "link",    "main"};
@@ -180,8 +180,8 @@ TEST(Style, ThePagesModulesImportDownwardOnly) {
   EXPECT_GT(imports, 20u);
 }
 
-// The payloads are gRPC's lowest users: below them nothing knows of it.
-TEST(Style, TheConfigurationAndTheSlotsKnowNothingOfGrpc) {
+// The payloads are the lowest rooms that use gRPC.
+TEST(Style, NothingBelowThePayloadsUsesGrpc) {
   for (const char* name : {"ConfigManager", "GatewaySlots", "HostAccess", "MeterListCopy",
                            "EngineListCopy", "TextBlock", "ValueType"}) {
     for (const char* ending : {".h", ".cpp"}) {
@@ -206,7 +206,7 @@ TEST(Style, EverySourceIsBuilt) {
   }
 }
 
-TEST(Style, EveryHeaderIsIncludedSomewhere) {
+TEST(Style, EveryHeaderIsIncluded) {
   std::set<std::string> included;
   std::vector<std::string> headers;
   for (const char* folder : {"src", "tools", "tests", "bench"}) {
@@ -222,7 +222,7 @@ TEST(Style, EveryHeaderIsIncludedSomewhere) {
   }
 }
 
-TEST(Style, HeadersBeginWithTheirRoleAndKeepNamespacesClosed) {
+TEST(Style, HeadersBeginWithTheirRoleAndNeverUseANamespace) {
   for (const char* folder : {"src", "tools", "tests", "bench"}) {
     for (const std::string& header : filesIn(folder, {".h"})) {
       const std::string text = textOf(root / header);
@@ -232,8 +232,8 @@ TEST(Style, HeadersBeginWithTheirRoleAndKeepNamespacesClosed) {
   }
 }
 
-// Put together here, so that this file does not find itself.
-TEST(Style, NothingIsLeftForLater) {
+// Concatenated, so that the test does not find the marks in this file.
+TEST(Style, NoMarkOfUnfinishedWorkRemains) {
   const std::vector<std::string> marks = {std::string("TO") + "DO", std::string("FIX") + "ME",
                                           std::string("DISA") + "BLED_",
                                           std::string("GTEST_") + "SKIP"};
@@ -248,7 +248,7 @@ TEST(Style, NothingIsLeftForLater) {
   }
 }
 
-TEST(Style, LinesEndAtColumnOneHundredAndWithoutBlanks) {
+TEST(Style, LinesHaveAtMost100ColumnsAndNoTrailingBlanks) {
   for (const char* folder :
        {"src", "tools", "tests", "bench", "proto", "scripts", "cmake", "examples"}) {
     for (const std::string& file : filesIn(folder, {})) {

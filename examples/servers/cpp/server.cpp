@@ -1,5 +1,5 @@
 // A meter server and an engine service for the gateway: plays the meters of
-// examples/grpc-gateway.conf for ever, and prints the parameters that it is sent.
+// examples/grpc-gateway.conf until it is stopped, and prints the parameters that it receives.
 //
 //   build/example/server --meters 127.0.0.1:50005 --engine 127.0.0.1:50006
 #include <getopt.h>
@@ -23,7 +23,7 @@ using sonalith::common::Empty;
 using sonalith::grpc::Meter;
 using Seconds = std::chrono::duration<double>;
 
-// ---- What this one plays ------------------------------------------------------------------------
+// ---- Meters -------------------------------------------------------------------------------------
 
 auto& added(Meter& meter, const char* key) {
   auto& value = *meter.add_values();
@@ -47,8 +47,8 @@ Meter slowValues(double seconds) {
   return meter;
 }
 
-// A stream that gets all values at once and then every `period`, until its client is gone: then
-// there is nothing left to write to. Each stream holds one of the server's threads.
+// Writes all values at once and then every `period`. Write fails when the client has gone, and that
+// ends the stream. Each stream occupies one of the server's threads.
 grpc::Status play(Seconds period, Meter (*valuesAt)(double), grpc::ServerWriter<Meter>& stream) {
   const auto now = [] { return Seconds(std::chrono::steady_clock::now().time_since_epoch()); };
   while (stream.Write(valuesAt(now().count()))) std::this_thread::sleep_for(period);
@@ -67,7 +67,7 @@ class Meters final : public sonalith::grpc::Meters::Service {
   }
 };
 
-// ---- What it is sent ----------------------------------------------------------------------------
+// ---- Parameters ---------------------------------------------------------------------------------
 
 using sonalith::grpcengine::AnyValue;
 using sonalith::grpcengine::RequestSetParams;
@@ -98,7 +98,7 @@ class Engine final : public sonalith::grpcengine::Engine::Service {
   }
 };
 
-// ---- Where it listens ---------------------------------------------------------------------------
+// ---- Addresses ----------------------------------------------------------------------------------
 
 struct Addresses {
   std::string meters = "127.0.0.1:50005";
@@ -116,7 +116,7 @@ Addresses addressesOf(int argc, char** argv) {
   return addresses;
 }
 
-// The address with the port that was taken, where any free one was asked for by port 0.
+// The address with the actual port: port 0 requests any free one.
 std::string taken(const std::string& address, int port) {
   return address.substr(0, address.rfind(':') + 1) + std::to_string(port);
 }

@@ -1,8 +1,9 @@
 #!/usr/bin/env node
 // A meter server and an engine service for the gateway: plays the meters of
-// examples/grpc-gateway.conf for ever, and prints the parameters that it is sent. Once:
+// examples/grpc-gateway.conf until it is stopped, and prints the parameters that it receives.
+// Install once:
 //   npm ci --prefix examples/servers/node
-// and then:
+// Then run:
 //   examples/servers/node/server.js --meters 127.0.0.1:50005 --engine 127.0.0.1:50006
 import grpc from "@grpc/grpc-js";
 import { loadSync } from "@grpc/proto-loader";
@@ -11,8 +12,8 @@ import { parseArgs } from "node:util";
 
 const schemas = fileURLToPath(new URL("../../../proto", import.meta.url));
 
-// The packages of the schemas. Values keep the names they have there, and a value's own `value`
-// names the member that is set.
+// The packages of the schemas. Fields keep their names, and the field `value` of a value names the
+// member that is set.
 export const { sonalith } = grpc.loadPackageDefinition(
   loadSync(["meters.proto", "engine.proto"], {
     includeDirs: [schemas],
@@ -21,7 +22,7 @@ export const { sonalith } = grpc.loadPackageDefinition(
   }),
 );
 
-// Serves both at both addresses, and says so when it does. Port 0 takes any free port.
+// Serves both services at both addresses, and prints the addresses. Port 0 takes any free port.
 export async function serve(addresses, meters, engine) {
   const server = new grpc.Server();
   server.addService(sonalith.grpc.Meters.service, meters);
@@ -47,7 +48,7 @@ export function addressesOfCommandLine() {
   }).values;
 }
 
-// ---- What this one plays ------------------------------------------------------------------------
+// ---- The services -------------------------------------------------------------------------------
 
 const level = (seconds) => ({ sfloat: -30 + 30 * Math.sin(seconds) });
 
@@ -62,10 +63,10 @@ const slowValues = (seconds) => ({
   "dsp state": { sstring: { data: "running" } },
 });
 
-// A stream that gets all values at once and then every `period` milliseconds.
+// Writes all values at once and then every `period` milliseconds, until the client has gone.
 const play = (period, valuesAt) => (call) => {
   const send = () => {
-    // Slots show the newest value: to a client that falls behind, old ones are of no use.
+    // Slots show the newest value, so a client that falls behind has no use for old ones.
     if (call.writableNeedDrain) return;
     const values = Object.entries(valuesAt(performance.now() / 1000));
     call.write({ values: values.map(([key, value]) => ({ key, value })) });

@@ -1,4 +1,4 @@
-"""The modules that protoc makes of the schemas, made anew at each start: none is kept.
+"""The modules that protoc generates from the schemas. Each start generates them anew.
 
 Needs Debian's python3-grpcio, python3-protobuf, protobuf-compiler and protobuf-compiler-grpc.
 """

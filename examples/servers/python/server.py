@@ -1,6 +1,6 @@
 #!/usr/bin/python3
 """A meter server and an engine service for the gateway: plays the meters of
-examples/grpc-gateway.conf for ever, and prints the parameters that it is sent.
+examples/grpc-gateway.conf until it is stopped, and prints the parameters that it receives.
 
     examples/servers/python/server.py --meters 127.0.0.1:50005 --engine 127.0.0.1:50006
 """
@@ -18,8 +18,8 @@ from schemas import engine_pb2, engine_pb2_grpc, meters_pb2, meters_pb2_grpc
 
 
 def serve(addresses, meters, engine, options=()):
-    """Serves both at both addresses, and says so when it does. Port 0 takes any free port."""
-    # A stream holds one of the threads for as long as it is open.
+    """Serves both services at both addresses, and prints them. Port 0 takes any free port."""
+    # An open stream occupies one of the threads.
     threads = concurrent.futures.ThreadPoolExecutor(max_workers=64)
     # Without the option, a second server could silently share the port with a first one.
     server = grpc.server(threads, options=[("grpc.so_reuseport", 0), *options])
@@ -45,7 +45,7 @@ def command_line():
     return parser
 
 
-# ---- What this one plays ------------------------------------------------------------------------
+# ---- The services -------------------------------------------------------------------------------
 
 
 def fast_values(seconds):
@@ -64,7 +64,7 @@ def slow_values(seconds):
 
 
 def play(period, values_at, context):
-    """A stream that gets all values at once and then every `period` seconds."""
+    """Yields all values at once and then every `period` seconds, until the client has gone."""
     over = threading.Event()
     context.add_callback(over.set)
     while not over.is_set():
@@ -91,5 +91,5 @@ class Engine(engine_pb2_grpc.EngineServicer):
 
 
 if __name__ == "__main__":
-    signal.signal(signal.SIGINT, signal.SIG_DFL)  # Ctrl-C ends it without a word
+    signal.signal(signal.SIGINT, signal.SIG_DFL)  # Ctrl-C ends it without a traceback
     serve(command_line().parse_args(), Meters(), Engine()).wait_for_termination()

@@ -1,4 +1,4 @@
-// The smallest module: it has no slots, and only tells that it was started and stopped.
+// A minimal module: it has no slots, and only logs its start and stop.
 #include <sonalith.h>
 
 namespace {
@@ -8,7 +8,7 @@ int32_t start(sonalith_module* module, sonalith_keyValueList*) {
   module->moduleOffsets = sonalith_createModuleOffset(nullptr);
   module->slowMeterOffsets = sonalith_createModuleOffset(nullptr);
   module->fastMeterOffsets = sonalith_createModuleOffset(nullptr);
-  // Not null, so that a stop is due.
+  // Not null, so that the host calls stop.
   module->privateData = module;
   return 0;
 }

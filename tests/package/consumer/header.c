@@ -1,4 +1,4 @@
-/* The header is C, too. */
+/* The header also compiles as C. */
 #include <sonalith.h>
 
 int consumer_module_size(void) {

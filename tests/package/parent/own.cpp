@@ -1,4 +1,4 @@
-// Knows nothing of the gateway.
+// Does not use the gateway.
 int own() {
   return 0;
 }

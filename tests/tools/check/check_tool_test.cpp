@@ -119,7 +119,7 @@ TEST_F(CheckTool, ListsAndExplainsRules) {
   const Outcome explanation = run({"--explain", "duplicate-key"});
   EXPECT_EQ(explanation.code, 0);
   EXPECT_TRUE(explanation.output.starts_with(
-      "duplicate-key (error): two entries of one list with the same Key\n\nWithin one list"))
+      "duplicate-key (error): two entries of one list with the same Key\n\nA list holds"))
       << explanation.output;
   EXPECT_EQ(run({"--explain", "duplicate"}).code, 2);
 }
