@@ -11,7 +11,8 @@ MODULE_TESTS = "tests/module/grpc-gateway"
 WHOLE = ["src", "proto", "tools", "tests/support", MODULE_TESTS]
 PROOF = ["tests/proof/CMakeLists.txt", "tests/proof/Proof"]
 CONFIGURATION = ["src/host", "src/shquote", "src/ini", "src/standin", f"{MODULE}/ConfigManager",
-                 f"{MODULE}/HostAccess", f"{MODULE_TESTS}/config", "tests/support"]
+                 f"{MODULE}/ValueType", f"{MODULE}/HostAccess", f"{MODULE_TESTS}/config",
+                 "tests/support"]
 
 # Test programs: what they are made of, and in how many processes each runs at a time. Several
 # processes help those that speak over the network, since they mostly wait.
@@ -24,6 +25,7 @@ PROGRAMS = {
     "slots_test": ([*CONFIGURATION, f"{MODULE}/GatewaySlots", f"{MODULE_TESTS}/slots"], 1),
     "meter_list_copy_test": ([f"{MODULE}/MeterListCopy", f"{MODULE}/EngineListCopy",
                               f"{MODULE}/TextBlock", f"{MODULE}/ConfigManager.h",
+                              f"{MODULE}/ValueType",
                               f"{MODULE_TESTS}/client/meter_list_copy_test",
                               f"{MODULE_TESTS}/client/text_block_test"], 1),
     "client_test": (WHOLE, 4),
@@ -50,6 +52,7 @@ SUBJECTS = {
     "src/ini/ini.cpp": ["ini_test", "config_test", "config_allocation_test"],
     f"{MODULE}/ConfigManager.cpp": CONFIG,
     f"{MODULE}/ConfigManager.h": [*CONFIG, "client_test", "flows_test"],
+    f"{MODULE}/ValueType.h": [*CONFIG, "client_test", "flows_test"],
     f"{MODULE}/HostAccess.h": ["config_test", *CLIENT],
     f"{MODULE}/GatewaySlots.cpp": SLOTS,
     f"{MODULE}/GatewaySlots.h": SLOTS,
@@ -61,6 +64,7 @@ SUBJECTS = {
     f"{MODULE}/AsyncMetersPayload.cpp": CLIENT,
     f"{MODULE}/AsyncMetersPayload.h": CLIENT,
     f"{MODULE}/AsyncSetParamsPayload.cpp": CLIENT,
+    f"{MODULE}/ParamConversion.cpp": ENTRIES,
     f"{MODULE}/gRPCGatewayClient.cpp": [*CLIENT, "stop_proof"],
     f"{MODULE}/gRPCGatewayClient.h": CLIENT,
     f"{MODULE}/grpc-gateway-module.cpp": ENTRIES,
