@@ -28,7 +28,7 @@ BareReader::BareReader(const std::string& target, bool withSlow, Handler handler
   slow_.reader->StartCall(&slow_);
 }
 
-// The queue is not shut down under its thread, which may be about to ask for the next read.
+// The thread ends before the queue is shut down, since it might be about to start another read.
 BareReader::~BareReader() {
   if (wokenBy_ == WokenBy::Alarm) {
     alarm_.Set(&queue_, gpr_now(GPR_CLOCK_REALTIME), nullptr);
@@ -60,7 +60,7 @@ void BareReader::drain() {
   }
 }
 
-// False when the stream is over.
+// Returns false when the stream has ended.
 bool BareReader::proceed(Stream& stream, bool ok) {
   if (!ok) return false;
   if (stream.started) {

@@ -1,5 +1,6 @@
-// The baseline: the least that a gRPC client of the same services has to do, in the module's own
-// pattern: one queue, one thread that drains it, asynchronous readers, the same channel arguments.
+// The baseline: the least work that a gRPC client of the same services must do, with the module's
+// own structure: one queue, one thread that drains it, asynchronous readers, the same channel
+// arguments.
 #pragma once
 
 #include <grpcpp/alarm.h>
@@ -21,30 +22,33 @@
 
 namespace bench {
 
-// The channel that the module would open.
+// Opens a channel as the module does.
 std::shared_ptr<grpc::Channel> openChannel(const std::string& target);
 
-// Reads meter streams and discards what was parsed.
+// Reads meter streams, and discards the messages after parsing them.
 class BareReader {
  public:
   using Handler = std::function<void(const sonalith::grpc::Meter&)>;
 
-  // What wakes the queue's thread at the end: the ends of the cancelled streams, or an alarm at the
-  // present moment, before anything is cancelled, as in the module.
+  // What ends the queue's thread: the ends of the cancelled streams, or, as in the module, an alarm
+  // for the present moment before anything is cancelled.
   enum class WokenBy { Ends, Alarm };
 
-  // Opens the fast stream, and the slow one if wanted, and does not wait for them. The handler is
-  // called on the queue's thread for each message; it may be empty.
+  // Opens the fast stream, and the slow one if wanted, without waiting for them. The handler may be
+  // empty; otherwise the queue's thread calls it for each message.
   explicit BareReader(const std::string& target, bool withSlow = false, Handler handler = nullptr,
                       WokenBy wokenBy = WokenBy::Ends);
-  // Cancels, ends the thread, shuts the queue down, drains it, and lets the channel go.
+  // Cancels the streams, joins the thread, shuts the queue down, drains it, and releases the
+  // channel.
   ~BareReader();
   BareReader(const BareReader&) = delete;
   BareReader& operator=(const BareReader&) = delete;
 
-  // Messages so far. Any thread.
+  // The messages so far. Any thread may call this.
   std::uint64_t messages() const { return fast_.messages + slow_.messages; }
-  bool everyStreamHasSpoken() const { return fast_.messages > 0 && (!hasSlow_ || slow_.messages); }
+  bool everyStreamHasMessages() const {
+    return fast_.messages > 0 && (!hasSlow_ || slow_.messages);
+  }
 
  private:
   struct Stream {
@@ -75,12 +79,12 @@ class BareReader {
 class BareSender {
  public:
   explicit BareSender(const std::string& target);
-  // Waits for the calls that are under way.
+  // Waits for the calls in flight.
   ~BareSender();
   BareSender(const BareSender&) = delete;
   BareSender& operator=(const BareSender&) = delete;
 
-  // Starts one call with a float of each name, and does not wait for it.
+  // Starts one call with a float for each key, without waiting for it.
   void send(const std::vector<std::string>& keys);
 
  private:

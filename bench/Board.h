@@ -1,5 +1,5 @@
-// What the server tells of itself while it is measured: a page of memory, shared by a file, that
-// costs neither side a call. Without the file nobody looks at it.
+// What the server reports during a measurement: memory that it shares by a file, so that reporting
+// costs neither side a system call.
 #pragma once
 
 #include <fcntl.h>
@@ -15,7 +15,7 @@
 
 namespace bench {
 
-// Nanoseconds of a clock of the kernel.
+// Reads a clock of the kernel, in nanoseconds.
 inline std::uint64_t nanoseconds(clockid_t clock) {
   timespec now;
   clock_gettime(clock, &now);
@@ -25,7 +25,7 @@ inline std::uint64_t nanoseconds(clockid_t clock) {
 
 struct Board {
   std::atomic<std::uint64_t> answeredCalls;
-  // CLOCK_MONOTONIC right before the write of a paced message, by its sequence number.
+  // CLOCK_MONOTONIC just before each paced message is written, by its sequence number.
   std::array<std::atomic<std::uint64_t>, 1 << 16> writtenAt;
 
   std::atomic<std::uint64_t>& timeOf(std::uint64_t sequence) {
@@ -33,7 +33,7 @@ struct Board {
   }
 };
 
-// Throws std::runtime_error. Never unmapped: it lives as long as the process.
+// Throws std::runtime_error. The board stays mapped until the process ends.
 inline Board& openBoard(const std::string& path) {
   const int file = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
   if (file < 0 || ftruncate(file, sizeof(Board)) != 0) {

@@ -1,5 +1,5 @@
-// How a server of the measurements ends: with its input, so that none outlives the script that
-// started it, however that ends.
+// A server of the measurements ends when its input does, so that it never outlives the script that
+// started it, however that script ends.
 #pragma once
 
 #include <unistd.h>
@@ -8,7 +8,7 @@
 
 namespace bench {
 
-// Returns never: the process ends, and takes nothing down.
+// Ends the process at the end of its input, without destroying anything.
 [[noreturn]] inline void endWithInput() {
   char byte = 0;
   while (read(STDIN_FILENO, &byte, 1) > 0) {

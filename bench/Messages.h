@@ -1,5 +1,5 @@
-// Meter messages that were serialised beforehand and differ in their sequence number only, which is
-// put into the bytes.
+// Meter messages that are serialised once and differ only in their sequence number, which is
+// written into the bytes.
 #pragma once
 
 #include <cstdint>
@@ -14,9 +14,9 @@ namespace bench {
 
 class Messages {
  public:
-  // The file has a line "TYPE KEY" for each value of a message, TYPE being float, int, uint or
-  // string. The first is a float and carries the sequence number of the message, from 1; of all
-  // else only keys and types matter. Throws std::runtime_error.
+  // The file has a line "TYPE KEY" for each value of a message. TYPE is float, int, uint or string.
+  // The first value is a float: the sequence number of the message, counted from 1. The other
+  // values are arbitrary. Throws std::runtime_error.
   explicit Messages(const std::string& path) {
     sonalith::grpc::Meter meter;
     std::ifstream lines(path);

@@ -1,15 +1,16 @@
-// One client of the measurements, in a process of its own: bare gRPC, or the module in a host.
+// A client to be measured, in a process of its own: bare gRPC, or the module in a host.
 //
 //   bench-client bare|module stream|rest|latency --target HOST:PORT --config FILE --board FILE
 //                --warmup SECONDS --seconds SECONDS
 //
-// stream    CPU of the whole process and messages, while it reads the fast stream
-// rest      CPU, context switches (those of its own threads apart: they have the program's name,
-//           and gRPC's have names of theirs) and resident memory, while both streams are quiet
-// latency   from the server's write to the moment when the client stores the last value of the
-//           message, a string: the host sees that from within its sonalith_strncpy
+// stream    the messages that it reads from the fast stream, and the CPU of the whole process
+// rest      CPU, context switches and resident memory while both streams are quiet. The context
+//           switches of its own threads, which unlike gRPC's have the program's name, are also
+//           counted separately
+// latency   the time from the server's write until the client stores the last value of the message,
+//           a string: the host sees that moment in its sonalith_strncpy
 //
-// Prints one line of JSON, and ends without taking anything down.
+// Prints one line of JSON, and ends without destroying anything.
 #include <sys/resource.h>
 
 #include <CLI/CLI.hpp>
@@ -63,12 +64,12 @@ class Subject {
   Subject(const Subject&) = delete;
   Subject& operator=(const Subject&) = delete;
 
-  // Messages that came in on the fast stream.
+  // The messages so far on the fast stream.
   virtual std::uint64_t messages() const = 0;
   virtual bool isReady() const = 0;
 };
 
-// Latencies by the thread that stores, in nanoseconds. Read by another when that one is done.
+// Latencies in nanoseconds. One thread notes them; another reads them once that has stopped.
 class Latencies {
  public:
   explicit Latencies(const std::string& board) : board_(bench::openBoard(board)) {
@@ -85,7 +86,7 @@ class Latencies {
   void want(bool wanted) { wanted_ = wanted; }
   std::size_t count() const { return count_; }
 
-  // Of all latencies so far, the one that this share of them does not exceed.
+  // The latency that this share of all latencies does not exceed.
   std::uint64_t quantile(double share) {
     std::sort(values_.begin(), values_.end());
     return values_[static_cast<std::size_t>(share * static_cast<double>(values_.size() - 1))];
@@ -98,7 +99,7 @@ class Latencies {
   std::atomic<bool> wanted_ = false;
 };
 
-// Stores the values of a message in order, as a client without names does.
+// Stores the values of a message by their position, as a client does that ignores the keys.
 class Array {
  public:
   explicit Array(Latencies& latencies) : latencies_(latencies) {}
@@ -134,7 +135,7 @@ class Bare : public Subject {
         reader_(options.target, options.hasSlow(), handler()) {}
 
   std::uint64_t messages() const override { return reader_.messages(); }
-  bool isReady() const override { return reader_.everyStreamHasSpoken(); }
+  bool isReady() const override { return reader_.everyStreamHasMessages(); }
 
  private:
   bench::BareReader::Handler handler() {
@@ -146,7 +147,7 @@ class Bare : public Subject {
   bench::BareReader reader_;
 };
 
-// The host does the least that it can, but for the latency: there it looks at the clock.
+// The host does as little as possible; only for the latency it also reads the clock.
 standin::Choices choicesFor(const Options& options) {
   standin::Choices choices;
   choices.keepRecords = false;
@@ -164,7 +165,7 @@ class Module : public Subject {
     host_.setHook(standin::Operation::Strncpy, [=, this] { latencies->note(messages()); });
   }
 
-  // By the sequence number, which is a float slot like any other.
+  // The sequence number of the last message, which is an ordinary float slot.
   std::uint64_t messages() const override { return read(sequence_); }
   bool isReady() const override {
     return messages() > 0 && (slowSequence_ == nullptr || read(slowSequence_) > 0);
@@ -207,7 +208,7 @@ long residentKilobytes() {
     long kilobytes = 0;
     if (word == "VmRSS:" && status >> kilobytes) return kilobytes;
   }
-  throw std::runtime_error("the kernel does not tell VmRSS");
+  throw std::runtime_error("the kernel does not report VmRSS");
 }
 
 long ownSwitches() {
@@ -252,7 +253,7 @@ void measureLatency(Latencies& latencies, const Options& options) {
     sleepFor(options.seconds);
   } while (latencies.count() == 0);
   latencies.want(false);
-  sleepFor(0.01);  // longer than the note that may be under way
+  sleepFor(0.01);  // until a latency that is just being noted has been noted
   std::printf("{\"messages\": %zu, \"p50\": %lu, \"p99\": %lu}\n", latencies.count(),
               latencies.quantile(0.5), latencies.quantile(0.99));
 }
@@ -266,7 +267,7 @@ void run(const Options& options) {
   } else {
     subject = std::make_unique<Module>(options, latencies.get());
   }
-  // Nobody is told of a slot's change, so it is asked for.
+  // No event announces a slot's change, so poll for it.
   while (!subject->isReady()) sleepFor(0.001);
   sleepFor(options.warmup);
   if (options.isLatency()) {
@@ -283,7 +284,7 @@ void run(const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app("One client of the measurements.");
+  CLI::App app("A client to be measured.");
   Options options;
   app.add_option("subject", options.subject)->required()->check(CLI::IsMember({"bare", "module"}));
   app.add_option("measure", options.measure)

@@ -1,11 +1,12 @@
-// A meter server that is faster than any client: it speaks just as much of HTTP/2 as a stream of
-// messages takes, and writes as many at once as the client's windows let it. What a client can take
-// is seen beside it alone; a gRPC server spends longer on a small message than its reader does.
+// A meter server that is faster than any client. It implements only the part of HTTP/2 that a
+// stream of messages needs, and writes as many messages at once as the client's windows allow. Only
+// such a server shows how much a client can read: a gRPC server spends longer on a small message
+// than its reader does.
 //
 //   bench-feeder --values FILE
 //
-// FILE as for bench-server. Every stream that is opened is fed until it is reset. Tells "port
-// NUMBER" and ends with its input.
+// FILE is the same as for bench-server. The feeder sends messages on every stream that is opened,
+// until the stream is reset. It prints "port NUMBER", and ends when its input does.
 #include <arpa/inet.h>
 #include <netinet/tcp.h>
 #include <poll.h>
@@ -43,12 +44,12 @@ constexpr std::uint8_t acknowledges = 0x1;
 constexpr std::uint8_t endHeaders = 0x4;
 constexpr std::uint16_t initialWindowSetting = 4;
 constexpr std::size_t frameHead = 9;
-constexpr std::size_t frameLimit = 16384;  // what every peer takes
+constexpr std::size_t frameLimit = 16384;  // every peer accepts this
 constexpr std::size_t messageHead = 5;
 constexpr std::size_t prefaceSize = 24;
 constexpr std::size_t writtenAtOnce = 256 * 1024;
 
-// ":status: 200" and "content-type: application/grpc", by the numbers of HPACK's static table.
+// ":status: 200" and "content-type: application/grpc", with the indexes of HPACK's static table.
 constexpr std::string_view responseHeaders =
     "\x88\x0f\x10\x10"
     "application/grpc";
@@ -66,11 +67,11 @@ void putBigEndian(char* to, std::uint32_t number, int bytes) {
 struct Stream {
   std::int64_t window;
   std::uint64_t sequence = 0;
-  std::string message;   // under way, with its head
-  std::size_t sent = 0;  // bytes of it
+  std::string message;   // the one that is being sent, with its head
+  std::size_t sent = 0;  // bytes of the message
 };
 
-// One connection, on a thread of its own.
+// Serves one connection, on a thread of its own.
 class Feeder {
  public:
   Feeder(int connection, const Messages& messages) : socket_(connection), messages_(messages) {}
@@ -78,7 +79,7 @@ class Feeder {
   Feeder(const Feeder&) = delete;
   Feeder& operator=(const Feeder&) = delete;
 
-  // Until the peer goes.
+  // Returns when the peer closes the connection.
   void run() {
     put(Frame::Settings, 0, 0, {});
     bool open = true;
@@ -107,7 +108,7 @@ class Feeder {
     std::copy(payload.begin(), payload.end(), putHead(type, flags, stream, payload.size()));
   }
 
-  // Messages, as far as the windows go.
+  // Queues as many messages as the windows allow.
   void feed() {
     for (auto& [id, stream] : streams_) {
       while (out_.size() < writtenAtOnce && window_ > 0 && stream.window > 0) feed(id, stream);
@@ -138,7 +139,7 @@ class Feeder {
     return size > 0 || errno == EAGAIN;
   }
 
-  // What the client says. False if it is gone.
+  // Reads and handles frames of the client. False if the connection is closed.
   bool take() {
     char bytes[65536];
     const ssize_t size = recv(socket_, bytes, sizeof bytes, MSG_DONTWAIT);
@@ -230,7 +231,7 @@ int listenAnywhere(std::uint16_t& port) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app("Feeds meter streams as fast as a client takes them.");
+  CLI::App app("Feeds meter streams as fast as a client can read them.");
   std::string values;
   app.add_option("--values", values)->required();
   CLI11_PARSE(app, argc, argv);

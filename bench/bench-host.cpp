@@ -1,20 +1,20 @@
-// What the host's thread pays, the module beside bare gRPC in one process:
+// What the host's thread spends in the module, compared with bare gRPC in the same process:
 //
-//   notify-1/SUBJECT          CPU of one notification of 1 change, 16 entries configured
-//   notify-64/SUBJECT         of 64 changes, 256 entries configured
-//   start-present/SUBJECT     time of one startCycle with 192 entries; bare: a channel and the
-//   start-absent/SUBJECT        starts of two streams. No server has been reached before: each
-//   start-silent/SUBJECT        start has an address of its own. Silent: it accepts, and no more
-//   stop-quiet/SUBJECT        time of one stopCycle; bare: cancel, shut down and drain, and let the
-//   stop-busy/SUBJECT         channel go
+//   notify-1/SUBJECT          CPU of a notification of 1 change, with 16 entries configured
+//   notify-64/SUBJECT         the same for 64 changes, with 256 entries configured
+//   start-present/SUBJECT     time of a startCycle with 192 entries; bare: opening a channel and
+//   start-absent/SUBJECT        two streams. Each start has a new address, so that it shares no
+//   start-silent/SUBJECT        connection. A silent server accepts connections, but sends nothing
+//   stop-quiet/SUBJECT        time of a stopCycle; bare: cancelling the streams, shutting the queue
+//   stop-busy/SUBJECT           down, draining it and releasing the channel
 //
-// SUBJECT is bare or module; for the stops also alarm, which is bare, but with the thread at the
-// queue woken by an alarm, as the module's. Notifications come in groups of 8, and the next group
-// when all calls of the one before have been answered; the time is that of a group.
+// SUBJECT is bare or module. For stops it may also be alarm: a bare client whose queue's thread is
+// woken by an alarm, as the module's is. Notifications are timed in groups of 8; a group begins
+// when all calls of the group before have been answered.
 //
-//   bench-host --quiet PORT --busy PORT --board FILE [GOOGLE BENCHMARK'S OPTIONS]
+//   bench-host --quiet PORT --busy PORT --board FILE [OPTIONS OF GOOGLE BENCHMARK]
 //
-// The ports are those of a bench-server of pace "once" and one of pace "full".
+// The ports are those of a bench-server with pace "once" and one with pace "full".
 #include <arpa/inet.h>
 #include <benchmark/benchmark.h>
 #include <sched.h>
@@ -51,7 +51,7 @@ std::string targetOf(std::uint16_t port) {
   return "127.0.0.1:" + std::to_string(port);
 }
 
-// An address of loopback that was not used before, so that no connection is shared.
+// A loopback address that has not been used before, so that no connection is shared.
 std::string newTargetOf(std::uint16_t port) {
   static unsigned count = 0;
   ++count;
@@ -59,8 +59,8 @@ std::string newTargetOf(std::uint16_t port) {
          std::to_string(port);
 }
 
-// A port of all addresses. With a backlog the kernel accepts in its name, and nobody ever answers;
-// without one nobody is there. Held for the life of the process.
+// Binds a port at all addresses for the life of the process. If silent, it also listens: the kernel
+// then accepts connections, but nothing ever answers. Otherwise connections are refused.
 std::uint16_t holdPort(bool silent) {
   const int holder = socket(AF_INET, SOCK_STREAM, 0);
   sockaddr_in address{};
@@ -83,7 +83,7 @@ standin::Choices lean() {
   return choices;
 }
 
-// What all instances of the module share. The process ends without taking them down.
+// What all instances of the module share. It is never destroyed.
 struct Environment {
   standin::Host host{lean()};
   standin::LoadedModule module{GATEWAY_MODULE};
@@ -103,12 +103,12 @@ class Gateway {
   void stop() { instance_.stop(); }
   void notify(standin::KeyValueList& changes) { engine_.notify(&changes); }
 
-  bool everyStreamHasSpoken() const {
-    return hasSpoken(standin::SlotSet::Fast) && hasSpoken(standin::SlotSet::Slow);
+  bool everyStreamHasMessages() const {
+    return hasMessages(standin::SlotSet::Fast) && hasMessages(standin::SlotSet::Slow);
   }
 
  private:
-  bool hasSpoken(standin::SlotSet set) const {
+  bool hasMessages(standin::SlotSet set) const {
     return instance_.slot(set, "sequence").read() != standin::SlotValue(0.0f);
   }
 
@@ -125,7 +125,7 @@ std::string engineEntries(int count) {
   return text;
 }
 
-// All twelve lists, 16 entries each, one of them the sequence number of each stream.
+// All twelve lists with 16 entries each, which include the sequence number of each stream.
 std::string fullConfiguration(const std::string& target) {
   std::string text = "[Meters]\nTarget=" + target + "\n[Engine]\nTarget=" + target + "\n";
   for (const char* type : {"String", "Int", "Uint", "Float"}) {
@@ -147,7 +147,7 @@ std::string fullConfiguration(const std::string& target) {
   return text;
 }
 
-// The path stays good until the next call.
+// The path is valid until the next call.
 std::string write(const std::string& configuration) {
   auto& file = environment().configuration;
   file = std::make_unique<standin::MemoryFile>(configuration);
@@ -158,7 +158,7 @@ std::string write(const std::string& configuration) {
 
 constexpr int group = 8;
 
-// Measures groups of calls, each of which `send` starts.
+// Measures groups of calls; `send` starts one call.
 template <class Send>
 void measureCalls(benchmark::State& state, Send send) {
   static bench::Board& board = bench::openBoard(boardPath);
@@ -220,19 +220,20 @@ double secondsOf(Action action) {
 }
 
 template <class Subject>
-void untilSpoken(const Subject& subject) {
-  while (!subject.everyStreamHasSpoken()) {
+void untilMessages(const Subject& subject) {
+  while (!subject.everyStreamHasMessages()) {
     std::this_thread::sleep_for(std::chrono::microseconds(200));
   }
 }
 
-// An absent server leaves the module's streams in their five seconds: such a one is not stopped.
+// With an absent server the module's streams wait for their retry, and a stop would have to wait,
+// too: such an instance is left running.
 enum class After { Stop, Leave };
 
 void startBare(benchmark::State& state, std::uint16_t port, After after) {
   for (auto _ : state) {
     const std::string target = newTargetOf(port);
-    write(fullConfiguration(target));  // it leaves the caches as it does for the module
+    write(fullConfiguration(target));  // leaves the caches in the same state as for the module
     std::unique_ptr<bench::BareReader> reader;
     state.SetIterationTime(
         secondsOf([&] { reader = std::make_unique<bench::BareReader>(target, true); }));
@@ -258,7 +259,7 @@ using WokenBy = bench::BareReader::WokenBy;
 void stopBare(benchmark::State& state, std::uint16_t port, WokenBy wokenBy) {
   for (auto _ : state) {
     auto reader = std::make_unique<bench::BareReader>(newTargetOf(port), true, nullptr, wokenBy);
-    untilSpoken(*reader);
+    untilMessages(*reader);
     state.SetIterationTime(secondsOf([&] { reader.reset(); }));
   }
 }
@@ -267,7 +268,7 @@ void stopModule(benchmark::State& state, std::uint16_t port) {
   for (auto _ : state) {
     Gateway gateway;
     gateway.start(write(fullConfiguration(newTargetOf(port))));
-    untilSpoken(gateway);
+    untilMessages(gateway);
     state.SetIterationTime(secondsOf([&] { gateway.stop(); }));
   }
 }
@@ -303,7 +304,7 @@ void registerAll(int groups) {
 
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
-  CLI::App app("What the host's thread pays.");
+  CLI::App app("What the host's thread spends in the module.");
   int groups = 20;
   app.add_option("--quiet", quietPort)->required();
   app.add_option("--busy", busyPort)->required();

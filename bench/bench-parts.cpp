@@ -1,14 +1,14 @@
-// The parts of what a message of N values costs, without a network:
+// The parts of the work for a message of N values, without a network:
 //
-//   parse/N    the message's bytes are parsed into the buffer that every message uses
-//   copy/N     a private copy of N entries is made and released
-//   search/N   each of N keys is searched in the copy
-//   naive/N    the same by comparing one std::string after the other, to see what the scan gains
-//   change/N   one change of an engine parameter is sought among N entries, in a copy made for it
+//   parse/N    parsing the message's bytes into the buffer that all messages use
+//   copy/N     making and releasing a private copy of N entries
+//   search/N   searching for each of N keys in the copy
+//   naive/N    the same, comparing one std::string after the other: shows what the scan gains
+//   change/N   searching for one changed engine parameter among N entries, in a copy made for it
 //
-//   bench-parts --values FOLDER [GOOGLE BENCHMARK'S OPTIONS]
+//   bench-parts --values FOLDER [OPTIONS OF GOOGLE BENCHMARK]
 //
-// FOLDER holds for each N a file parts-N with a line "TYPE KEY" for each value. N can be any name.
+// For each N, FOLDER has a file parts-N with a line "TYPE KEY" for each value. N may be any name.
 #include <benchmark/benchmark.h>
 
 #include <CLI/CLI.hpp>
@@ -113,7 +113,7 @@ void registerAll(const std::filesystem::path& folder) {
 
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
-  CLI::App app("The parts of what a message costs.");
+  CLI::App app("The parts of the work for a message.");
   std::string folder;
   app.add_option("--values", folder)->required();
   CLI11_PARSE(app, argc, argv);

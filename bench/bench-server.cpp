@@ -1,11 +1,11 @@
-// The server of the measurements: it serves both services as fast as gRPC can, with messages that
-// were serialised beforehand, so that the client is what is measured.
+// The server of the measurements. It serves both services as fast as gRPC can, with messages that
+// were serialised beforehand, so that mainly the client's work is measured.
 //
 //   bench-server --values FILE --pace PACE --board FILE
 //
 // FILE has a line "TYPE KEY" for each value of a message (Messages.h). PACE is "once" (one message
-// at the begin of a stream), "full" (as fast as the client takes them) or messages per second.
-// Tells "port NUMBER" and ends with its input.
+// at the beginning of a stream), "full" (as fast as the client reads) or messages per second. The
+// server prints "port NUMBER", and ends when its input does.
 #include <grpcpp/completion_queue.h>
 #include <grpcpp/generic/async_generic_service.h>
 #include <grpcpp/security/server_credentials.h>
@@ -41,7 +41,7 @@ grpc::ByteBuffer messageOf(const Messages& messages, std::uint64_t sequence) {
 
 struct Pace {
   bool once = false;
-  double perSecond = 0;  // 0: as fast as the client takes them
+  double perSecond = 0;  // 0: as fast as the client reads
 
   explicit Pace(const std::string& text) {
     if (text == "once") {
@@ -54,13 +54,13 @@ struct Pace {
 
 class Server;
 
-// One call of a client, from before it is there to its end: the tag of all its operations, one
-// after the other.
+// A call, from the time before a client makes it until its end. It is the tag of its operations, of
+// which there is one at a time.
 class Call {
  public:
   explicit Call(Server& server);
   void proceed(bool ok);
-  // The next message of a stream that is paced. Not while a write is under way.
+  // Writes the next message of a paced stream. Don't call this while a write is under way.
   void writePaced();
   bool isWriting() const { return writing_; }
 
@@ -98,8 +98,8 @@ class Server {
     while (queue->Next(&tag, &ok)) static_cast<Call*>(tag)->proceed(ok);
   }
 
-  // Writes on every open stream, `perSecond` times a second. A stream that is still busy with its
-  // last message misses one.
+  // Writes to every open stream, `perSecond` times per second. A stream that is still busy with its
+  // last message skips one.
   [[noreturn]] void keepPace() {
     const auto period = static_cast<std::uint64_t>(1e9 / pace.perSecond);
     for (std::uint64_t next = bench::nanoseconds(CLOCK_MONOTONIC);; next += period) {
@@ -129,7 +129,7 @@ Call::Call(Server& server) : server_(server) {
 }
 
 void Call::proceed(bool ok) {
-  if (ok) writing_ = false;  // a stream that failed is not written to again
+  if (ok) writing_ = false;  // stays true on a failed stream, which must not be written to again
   if (state_ == State::Ending || (state_ == State::Awaited && !ok)) {
     delete this;
   } else if (!ok) {
@@ -185,7 +185,7 @@ void Call::end() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app("Serves meters and takes parameters as fast as gRPC can.");
+  CLI::App app("Serves meters and accepts parameters as fast as gRPC can.");
   std::string values;
   std::string pace = "full";
   std::string board;

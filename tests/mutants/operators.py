@@ -1,11 +1,11 @@
-"""Which small faults can be put into a C++ source, one at a time: each is a mutant, which the tests
-should tell from the original.
+"""The small faults that can be put into a C++ source, one at a time. Each makes a mutant, which the
+tests should tell from the original.
 
-The operators are textual. They work on the tokens of the code, so that comments, preprocessor
-lines, attributes and static assertions stay as they are, and they lean on the layout of
-clang-format: an operator between two operands has blanks around it, a template's bracket has not.
-What they make need not compile; whoever builds it finds out. Every mutant has as many lines as the
-original, since log messages name theirs.
+The operators work on the tokens of the code, so comments, preprocessor lines, attributes and static
+assertions stay as they are. They rely on the layout of clang-format: there are blanks around an
+operator between two operands, but not around a template's bracket. A mutant need not compile;
+building it shows whether it does. Every mutant has as many lines as the original, since log
+messages contain line numbers.
 """
 
 import dataclasses
@@ -49,9 +49,9 @@ REPLACED_SIGNS = {
 }
 COMPARISONS = {"<", ">", "<=", ">=", "==", "!="}
 NOT_CALLED = {"if", "for", "while", "switch", "catch", "return", "GATEWAY_LOG"}
-# Whose first two arguments may change places.
+# Functions whose first two arguments may be exchanged without effect.
 SYMMETRIC = {"sameName", "strcasecmp", "strncmp", "min"}
-# What a statement that can be left out does not begin with.
+# A statement that begins with one of these can't be deleted on its own.
 STATEMENT_KEYWORDS = {
     "auto", "break", "case", "catch", "class", "const", "constexpr", "continue", "default", "do",
     "else", "for", "friend", "if", "return", "static", "static_assert", "struct", "switch",
@@ -72,38 +72,41 @@ class Mutant:
     file: str
     line: int
     operator: str
-    start: int  # what stands from here ...
-    end: int  # ... to here becomes
+    start: int  # the replaced part of the text begins here
+    end: int  # and ends before this
     replacement: str
-    before: str  # the lines concerned, their blanks drawn together
+    before: str  # the lines concerned, with runs of blanks collapsed
     after: str
-    occurrence: int = 1  # among those of the file that read the same, from 1
+    occurrence: int = 1  # counts the mutants of the file that read the same
 
     @property
     def name(self):
-        """By this it is known wherever its lines have moved to."""
+        """Identifies the mutant even if its lines move."""
         return self.file, self.before, self.after, self.occurrence
+
+    def text(self):
+        return f"{self.file}:{self.line} {self.operator}: {self.before}  =>  {self.after}"
 
     def apply(self, text):
         return text[: self.start] + self.replacement + text[self.end :]
 
 
 def tokens_of(text):
-    # Directives are blanked out, so that the rest keeps its place.
+    # Directives are replaced by blanks, so that the rest keeps its place.
     text = DIRECTIVE.sub(lambda match: re.sub(r"[^\n]", " ", match.group()), text)
     tokens = (Token(m.lastgroup, m.group(), m.start(), m.end()) for m in TOKEN.finditer(text))
     return [token for token in tokens if token.kind != "skip"]
 
 
 class Source:
-    """The tokens of one file, with what is known of their surroundings."""
+    """The tokens of one file, and the brackets, blocks and functions that they belong to."""
 
     def __init__(self, text):
         self.text = text
         self.tokens = tokens_of(text)
-        self.partner = {}  # index of a bracket: of its other half
-        self.block = []  # per token: index of the brace of the innermost block, None outside code
-        self.function = {}  # index of a block's brace: of the first token of its function
+        self.partner = {}  # from the index of a bracket to that of its counterpart
+        self.block = []  # for each token the index of its block's brace, None outside code
+        self.function = {}  # from the index of a block's brace to its function's first token
         self._match_brackets()
         self._find_blocks()
         self.fixed = self._find_fixed()
@@ -112,7 +115,7 @@ class Source:
         return self.tokens[index].text if 0 <= index < len(self.tokens) else ""
 
     def span(self, first, last):
-        """Start and end in the text of the tokens from `first` to `last`, both included."""
+        """The start and end in the text of the tokens from `first` to `last`, both included."""
         return self.tokens[first].start, self.tokens[last].end
 
     def slice(self, first, last):
@@ -139,7 +142,7 @@ class Source:
                 self.partner[opening], self.partner[index] = index, opening
 
     def _head(self, brace):
-        """Index of the first token of what a brace belongs to."""
+        """The index of the first token of the statement or declaration that has this brace."""
         index = brace - 1
         while index >= 0 and self.word(index) not in (";", "{", "}"):
             index = self.partner[index] if self.word(index) in (")", "]") else index
@@ -156,7 +159,7 @@ class Source:
         return outer and before in (";", "{", "}", ":")
 
     def _find_blocks(self):
-        stack = []  # of indexes of braces, with the block that holds inside
+        stack = []  # for each open brace the index of the block that its inside belongs to
         for index, token in enumerate(self.tokens):
             if token.text == "}" and token.kind == "sign":
                 stack.pop()
@@ -168,11 +171,11 @@ class Source:
                 self.function[index] = self.function.get(inner, self._head(index))
                 stack.append(index)
             else:
-                # An initialiser within code is code, a class within it is not.
+                # Inside code, an initialiser is code as well; outside, it is not.
                 stack.append(inner if inner is not None and self.word(index - 1) else None)
 
     def _find_fixed(self):
-        """Indexes of tokens that no operator may touch."""
+        """The indexes of the tokens that no operator may change."""
         fixed = set()
         for index, token in enumerate(self.tokens):
             if token.text in ("static_assert", "__attribute__"):
@@ -182,7 +185,7 @@ class Source:
         return fixed
 
     def statements(self):
-        """First and last token of each simple statement in code, its semicolon included."""
+        """The first and last token of each simple statement in code, including its semicolon."""
         for brace in self.function:
             first = index = brace + 1
             while index < self.partner[brace]:
@@ -226,7 +229,7 @@ def conditions_negated(source):
         joined = {"&&", "||"} & set(words)
         compared = any(source.word(each) in COMPARISONS and source.is_spaced(each)
                        for each in range(first, last + 1))
-        # Another operator turns these round.
+        # Other operators invert these.
         if not joined and (compared or words[0] == "!"):
             continue
         yield "condition negated", first, last, f"!({source.slice(first, last)})"
@@ -256,7 +259,7 @@ def branches_swapped(source):
 
 
 def next_flat(source, index, wanted):
-    """Index of the next of the wanted tokens that is in no further bracket."""
+    """The index of the next wanted token outside any bracket that opens from here on."""
     while source.word(index) not in wanted:
         index = source.partner[index] if source.word(index) in BRACKETS else index
         index += 1
@@ -281,7 +284,7 @@ def truths_swapped(source):
 
 
 def texts_changed(source, is_pinned):
-    """Messages are changed only where a test pins them; other texts mean something to the code."""
+    """A message is only changed if a test pins it; any other text matters to the code itself."""
     for index, token in enumerate(source.tokens):
         if token.kind == "char":
             yield "text", index, index, "'~'"
@@ -292,7 +295,7 @@ def texts_changed(source, is_pinned):
 
 
 def is_declaration(source, first, last):
-    """A type and a name begin it: `Type name`, `a::Type<b>& name`."""
+    """Whether it begins with a type and a name: `Type name`, `a::Type<b>& name`."""
     match = re.match(r"(?:::)?\w+(?:::\w+)*(?:<[^;=()]*>)?[*&\s]+\w+", source.slice(first, last))
     return bool(match) and source.word(first) != "delete"
 
@@ -325,7 +328,7 @@ def returns_emptied(source):
 
 
 def arguments_of(source, opening):
-    """First and last token of each argument between two parentheses."""
+    """The first and last token of each argument between two parentheses."""
     begin, end = opening + 1, source.partner[opening]
     while begin < end:
         stop = min(next_flat(source, begin, (",", ")")), end)
@@ -363,35 +366,48 @@ OPERATORS = (
 )
 
 
-def drawn_together(text):
+# ---- From edits to mutants ----------------------------------------------------------------------
+
+
+def collapsed(text):
     return " ".join(text.split())
 
 
 def with_lines(replacement, original):
-    """Keeps what stands below where it was."""
+    """Keeps the lines that follow in their place."""
     return replacement + "\n" * (original.count("\n") - replacement.count("\n"))
 
 
-def mutants_of(file, text, is_pinned=lambda text: True):
-    """All mutants of a file that can be told apart by their text, in the order of their places."""
-    source = Source(text)
+def edits_of(source, is_pinned):
+    """Every edit of every operator: its name, the first and last token, and the replacement."""
     edits = [edit for operator in OPERATORS for edit in operator(source)]
     edits += texts_changed(source, is_pinned)
-    found, seen, counts = [], set(), {}
     for operator, first, last, replacement in sorted(edits, key=lambda edit: edit[1:]):
-        if source.fixed.intersection(range(first, last + 1)):
-            continue
-        start, end = source.span(first, last)
-        replacement = with_lines(replacement, text[start:end])
-        mutated = text[:start] + replacement + text[end:]
-        if mutated in seen or mutated == text:
+        if not source.fixed.intersection(range(first, last + 1)):
+            yield operator, *source.span(first, last), replacement
+
+
+def mutant_of(file, text, edit):
+    operator, start, end, replacement = edit
+    replacement = with_lines(replacement, text[start:end])
+    line_start = text.rfind("\n", 0, start) + 1
+    line_end = text.find("\n", end)
+    before = collapsed(text[line_start:line_end])
+    after = collapsed(text[line_start:start] + replacement + text[end:line_end])
+    line = text.count("\n", 0, start) + 1
+    return Mutant(file, line, operator, start, end, replacement, before, after)
+
+
+def mutants_of(file, text, is_pinned=lambda text: True):
+    """All mutants of a file whose text differs, in the order of their places."""
+    found, seen, counts = [], {text}, {}
+    for edit in edits_of(Source(text), is_pinned):
+        mutant = mutant_of(file, text, edit)
+        mutated = mutant.apply(text)
+        if mutated in seen:
             continue
         seen.add(mutated)
-        line_start = text.rfind("\n", 0, start) + 1
-        line_end = text.find("\n", end)
-        before = drawn_together(text[line_start:line_end])
-        after = drawn_together(text[line_start:start] + replacement + text[end:line_end])
-        counts[before, after] = counts.get((before, after), 0) + 1
-        found.append(Mutant(file, text.count("\n", 0, start) + 1, operator, start, end,
-                            replacement, before, after, counts[before, after]))
+        alike = mutant.before, mutant.after
+        counts[alike] = counts.get(alike, 0) + 1
+        found.append(dataclasses.replace(mutant, occurrence=counts[alike]))
     return found

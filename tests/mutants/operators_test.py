@@ -1,4 +1,4 @@
-"""What the operators make of a source, and what they leave alone."""
+"""Which mutants the operators make from a source, and what they leave alone."""
 
 import unittest
 
@@ -15,7 +15,7 @@ def made_of(text, operator=None, is_pinned=lambda message: True):
 
 
 class Operators(unittest.TestCase):
-    def test_comments_directives_attributes_and_assertions_stay(self):
+    def test_comments_directives_attributes_and_assertions_are_left_alone(self):
         text = (
             "// a < b\n/* 1 */\n#define A 1 + \\\n  2\n#include <a.h>\n"
             'static_assert(1 < 2, "x");\nextern "C" {}\n'
@@ -23,16 +23,16 @@ class Operators(unittest.TestCase):
         )
         self.assertEqual(made_of(text), [])
 
-    def test_a_comparison_is_turned_round_and_its_boundary_moved(self):
+    def test_a_comparison_is_inverted_and_its_boundary_is_moved(self):
         self.assertEqual(made_of(in_function("if (a < b) g();"), "operator"),
                          ["if (a <= b) g();", "if (a >= b) g();"])
         self.assertEqual(made_of(in_function("g(a == b);"), "operator"), ["g(a != b);"])
 
-    def test_a_templates_brackets_and_a_types_signs_are_no_operators(self):
+    def test_a_templates_brackets_and_a_types_signs_are_not_operators(self):
         text = "template <class T>\nstd::vector<T>* f(T&& a, T* b);\n"
         self.assertEqual(made_of(text), [])
 
-    def test_a_condition_is_negated_unless_its_comparison_is_turned_round(self):
+    def test_a_condition_is_negated_unless_its_comparison_is_inverted(self):
         self.assertEqual(made_of(in_function("if (f(a)) g();"), "condition negated"),
                          ["if (!(f(a))) g();"])
         self.assertEqual(made_of(in_function("while (a && b) g();"), "condition negated"),
@@ -40,28 +40,28 @@ class Operators(unittest.TestCase):
         self.assertEqual(made_of(in_function("if (a == b) g();"), "condition negated"), [])
         self.assertEqual(made_of(in_function("if (!a) g();"), "condition negated"), [])
 
-    def test_constants_are_off_by_one_and_stay_counts(self):
+    def test_constants_become_off_by_one_but_not_negative(self):
         self.assertEqual(made_of("constexpr int a = 0;\n"), ["constexpr int a = 1;"])
         self.assertEqual(made_of("constexpr auto a = 0xfu;\n"),
                          ["constexpr auto a = 14u;", "constexpr auto a = 16u;"])
         self.assertEqual(made_of("int a{5'000};\n"), ["int a{4999};", "int a{5001};"])
         self.assertEqual(made_of("bool a = true;\n"), ["bool a = false;"])
 
-    def test_calls_and_assignments_are_deleted_but_no_declarations(self):
+    def test_calls_and_assignments_are_deleted_but_not_declarations(self):
         body = "int c = a;\nstd::vector<int> d(a);\nT& e = a;\ng(a);\na = b;\n++a;\ndelete h;"
         self.assertEqual(made_of(in_function(body), "statement deleted"), ["{}"] * 4)
         self.assertEqual(made_of("struct A {\n  A();\n  void f();\n};\n"), [])
 
-    def test_a_statement_ends_where_it_ends(self):
+    def test_a_deleted_statement_ends_at_its_own_semicolon(self):
         made = made_of(in_function("if (a) g({a, b});\nelse g([&] { h(); });"), "statement deleted")
         self.assertEqual(made, ["if (a) {}", "else {}", "else g([&] { {} });"])
 
-    def test_a_case_keeps_its_label(self):
+    def test_a_deleted_statement_leaves_its_case_label(self):
         body = "switch (a) {\ncase 1:\ng();\nbreak;\ndefault: h();\n}"
         self.assertEqual(made_of(in_function(body), "statement deleted"), ["{}", "default: {}"])
         self.assertEqual(made_of(in_function(body), "jump deleted"), ["{}"])
 
-    def test_a_returned_value_is_deleted_where_there_is_one(self):
+    def test_a_returned_value_is_deleted_if_there_is_one(self):
         self.assertEqual(made_of(in_function("return g(a);"), "return value deleted"),
                          ["return {};"])
         self.assertEqual(made_of(in_function("return g();", "void f()"), "return value deleted"),
@@ -69,27 +69,27 @@ class Operators(unittest.TestCase):
         self.assertEqual(made_of(in_function("return true;"), "return value deleted"), [])
         self.assertEqual(made_of(in_function("return;", "void f()"), "jump deleted"), ["{}"])
 
-    def test_arguments_change_places_with_their_neighbours(self):
+    def test_neighbouring_arguments_are_exchanged(self):
         self.assertEqual(made_of(in_function("g(a, b(a), b);"), "arguments swapped"),
                          ["g(b(a), a, b);", "g(a, b, b(a));"])
         self.assertEqual(made_of("void g(int a, char b);\n"), [])
 
-    def test_a_caught_exception_flies_on(self):
+    def test_a_caught_exception_is_thrown_again(self):
         made = made_of(in_function("try { g(); } catch (...) { return; }"), "catch undone")
         self.assertEqual(made, ["try { g(); } catch (...) { throw; }"])
 
-    def test_a_message_changes_only_where_a_test_pins_it(self):
+    def test_a_message_is_only_changed_if_a_test_pins_it(self):
         text = in_function('g("no such file");\nh("name", \'c\');')
         others = ['h("name~", \'c\');', 'h("name", \'~\');']
         self.assertEqual(made_of(text, "text", lambda message: False), others)
         self.assertEqual(made_of(text, "text"), ['g("no such file~");', *others])
 
-    def test_what_stands_below_keeps_its_line(self):
+    def test_every_mutant_has_as_many_lines_as_the_original(self):
         text = in_function("g(a,\n  b);\nh();")
         for mutant in operators.mutants_of("f.cpp", text):
             self.assertEqual(mutant.apply(text).count("\n"), text.count("\n"), mutant)
 
-    def test_lines_that_read_the_same_are_told_apart_by_their_number(self):
+    def test_mutants_that_read_the_same_are_numbered(self):
         made = operators.mutants_of("f.cpp", in_function("++a;\n++a;"))
         deleted = [mutant for mutant in made if mutant.operator == "statement deleted"]
         self.assertEqual([(mutant.line, mutant.occurrence) for mutant in deleted],

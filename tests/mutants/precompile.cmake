@@ -1,5 +1,5 @@
-# Read into the copies of the tree in which mutants are built. What most of them recompile is a file
-# or two of the module, and most of that time goes into headers that no mutant changes.
+# Included by the copies of the tree in which mutants are built. Most mutants recompile a file or
+# two of the module, and most of that time goes into headers that no mutant changes.
 
 function(precompile_for_mutants)
   target_precompile_headers(

@@ -1,8 +1,8 @@
-"""A private copy of the tree, in which one mutant after the other is built and tested. The checkout
-itself is never changed.
+"""Private copies of the tree, in which mutants are built and tested one after the other. The
+checkout itself is never changed.
 
-Whatever a mutant does stays within bounds: its test programs run in a process group of their own,
-with limits on memory, on the files that they write, and on time.
+What a mutant can do is limited: its test programs run in a process group of their own, with limits
+on memory, on the files they write, and on time.
 """
 
 import dataclasses
@@ -13,33 +13,44 @@ import resource
 import shutil
 import signal
 import subprocess
+import sys
 import tempfile
+import threading
 import time
 
+import measuring
+from measuring import ROOT
+from results import Result
+from subjects import FILTERS, PROGRAMS, SUBJECTS
+
+# A mutant whose tests take this much longer than the original's counts as never ending.
+SLOWEST = 5
+PATIENCE_SECONDS = 15
+
 MEMORY_LIMIT = 8 << 30  # address space; threads and gRPC reserve far more than they use
-RESIDENT_LIMIT_MB = 4096  # with sanitizers, which reserve all the address space there is
+RESIDENT_LIMIT_MB = 4096  # with sanitizers, which reserve the whole address space
 FILE_LIMIT = 64 << 20
 POLL_SECONDS = 0.05
 CONFIGURE = (
     "-G", "Ninja", "-D", "BUILD_TESTING=ON", "-D", "GATEWAY_WERROR=OFF",
-    # Nothing is optimised and nothing debugged: what counts is how soon it is built.
+    # Neither optimised nor with debug information: the build should be fast.
     "-D", "CMAKE_BUILD_TYPE=Debug", "-D", "CMAKE_C_FLAGS_DEBUG=-O0", "-D",
     "CMAKE_CXX_FLAGS_DEBUG=-O0",
     "-D", "CMAKE_C_COMPILER_LAUNCHER=ccache", "-D", "CMAKE_CXX_COMPILER_LAUNCHER=ccache",
-    # ccache makes the paths of sources relative, and they end up in the module's log lines.
+    # ccache makes the paths of sources relative, and the module's log lines contain them.
     "-D", "CMAKE_CXX_FLAGS=-ffile-prefix-map=../tree/=",
-    # No test program is run when it has been built.
+    # Do not run a test program just because it has been built.
     "-D", "CMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE=PRE_TEST",
 )  # fmt: skip
 
 
 class BuildFailed(Exception):
-    """What does not compile, with what the compiler said of it."""
+    """A mutant does not compile; the text is the compiler's."""
 
 
 @dataclasses.dataclass(frozen=True)
 class Outcome:
-    """How a test program ended: `failure` is None, or names the test that told the mutant."""
+    """How a test program ended: `failure` is None, or names the test that failed."""
 
     failure: str | None
     seconds: float
@@ -56,7 +67,7 @@ def limit_files_and_memory():
 
 
 def end_group(process):
-    """Ends a program and whatever it has started."""
+    """Ends a program and everything it has started."""
     try:
         os.killpg(process.pid, signal.SIGKILL)
     except ProcessLookupError:
@@ -75,8 +86,9 @@ def failed_test_in(log):
 
 
 class Workshop:
-    def __init__(self, root, home, sanitizers=""):
-        self.root = root
+    """One copy of the tree. `stopped` may be set from any thread, and ends what is under way."""
+
+    def __init__(self, home, sanitizers=""):
         self.home = home
         self.sanitizers = sanitizers
         self.tree = home / "tree"
@@ -85,28 +97,28 @@ class Workshop:
         self.stopped = False
         self.environment = {
             **os.environ,
-            # A copy's objects serve all copies.
+            # All copies share their objects.
             "CCACHE_BASEDIR": str(home),
             "CCACHE_NOHASHDIR": "1",
-            # A mutant is seldom seen twice: it is compiled without being preprocessed first.
+            # The same mutant seldom comes twice, so preprocessing it to look it up is no use.
             "CCACHE_DEPEND": "1",
             "CCACHE_IGNOREOPTIONS": "-ffile-prefix-map=* -fdebug-prefix-map=*",
             "TMPDIR": str(self.scratch),
             "ASAN_OPTIONS": f"detect_stack_use_after_return=1:strict_string_checks=1:"
                             f"hard_rss_limit_mb={RESIDENT_LIMIT_MB}",
-            # Memory that nobody has written to, or that was given back, holds no zeros.
+            # Fills memory with other bytes than zeros when it is allocated and when it is freed.
             "MALLOC_PERTURB_": "165",
         }
-        # What asks for the figures of proofs does not ask for those of mutants.
+        # A run that collects the rows of proofs must not collect those of mutants.
         for name in [name for name in self.environment if name.startswith("GATEWAY_PROOF_")]:
             del self.environment[name]
 
     def prepare(self, files):
-        """Makes the copy like the checkout, and configures it."""
+        """Makes the copy equal to the checkout, and configures it."""
         self.tree.mkdir(parents=True, exist_ok=True)
         self._drop_others(set(files))
         for file in files:
-            self._take(file, (self.root / file).read_bytes())
+            self._take(file, (ROOT / file).read_bytes())
         sanitize = ["-D", f"GATEWAY_SANITIZE={self.sanitizers}"]
         precompile = self.tree / "tests/mutants/precompile.cmake"
         include = ["-D", f"CMAKE_PROJECT_grpc-gateway_INCLUDE={precompile}"]
@@ -124,13 +136,13 @@ class Workshop:
             return
         path.parent.mkdir(parents=True, exist_ok=True)
         path.write_bytes(content)
-        shutil.copymode(self.root / file, path)
+        shutil.copymode(ROOT / file, path)
 
     def write(self, file, text):
         (self.tree / file).write_text(text)
 
     def restore(self, file):
-        self._take(file, (self.root / file).read_bytes())
+        self._take(file, (ROOT / file).read_bytes())
 
     def _call(self, command, log_name):
         log = self.home / log_name
@@ -153,7 +165,7 @@ class Workshop:
         self._call(["cmake", "--build", self.build, "-j", jobs, "--target", *programs], "build.log")
 
     def test(self, program, seconds, parts=1, tests="*", stop_at_first=True):
-        """Runs these tests of a program, shared out among so many processes."""
+        """Runs these tests of a program, divided among `parts` processes."""
         shutil.rmtree(self.scratch, ignore_errors=True)
         self.scratch.mkdir()
         started = time.monotonic()
@@ -196,3 +208,65 @@ class Workshop:
                 return f"{failed_test_in(next(iter(waiting.values())))} (no end)"
             time.sleep(POLL_SECONDS)
         return None
+
+
+class Laboratory:
+    """A workshop for each job and one more with sanitizers, and the seconds that each program takes
+    in them without a mutant."""
+
+    def __init__(self, home, files, programs, jobs):
+        self.files = files
+        self.programs = programs
+        self.shops = [Workshop(home / str(number + 1)) for number in range(jobs)]
+        self.sanitized = Workshop(home / "sanitized", "address,undefined")
+        self.lock = threading.Lock()  # of the sanitized workshop
+        self.seconds = {}
+
+    def prepare(self):
+        for shop in self.shops:
+            with measuring.stage(f"building {shop.build.relative_to(ROOT)}"):
+                shop.prepare(self.files)
+                shop.make(*self.programs, jobs=os.cpu_count())
+        for program in self.programs:
+            self._measure(self.shops[0], program)
+
+    def stop(self):
+        for shop in [*self.shops, self.sanitized]:
+            shop.stopped = True
+
+    def _measure(self, shop, program):
+        outcome = shop.test(program, 3600, PROGRAMS[program][1], FILTERS.get(program, "*"),
+                            stop_at_first=False)
+        if outcome.failure:
+            sys.exit(f"scripts/mutate: {program} fails without any mutant: {outcome.failure}")
+        self.seconds[shop.sanitizers, program] = outcome.seconds
+        measuring.say(f"{program} takes {outcome.seconds:.1f} s")
+
+    def try_out(self, shop, mutant):
+        started = time.monotonic()
+        shop.write(mutant.file, mutant.apply((ROOT / mutant.file).read_text()))
+        try:
+            state, by = self._test(shop, mutant)
+        except BuildFailed:
+            state, by = "rejected", None
+        finally:
+            shop.restore(mutant.file)
+        return Result(state, by, round(time.monotonic() - started, 1), bool(shop.sanitizers))
+
+    def _test(self, shop, mutant):
+        for program in SUBJECTS[mutant.file]:
+            shop.make(program)
+            patience = PATIENCE_SECONDS + SLOWEST * self.seconds[shop.sanitizers, program]
+            outcome = shop.test(program, patience, PROGRAMS[program][1], FILTERS.get(program, "*"))
+            if outcome.failure:
+                return "killed", f"{program} {outcome.failure}"
+        return "survived", None
+
+    def try_sanitized(self, mutant):
+        with self.lock:
+            self.sanitized.prepare(self.files)
+            for program in SUBJECTS[mutant.file]:
+                if (self.sanitized.sanitizers, program) not in self.seconds:
+                    self.sanitized.make(program, jobs=os.cpu_count())
+                    self._measure(self.sanitized, program)
+            return self.try_out(self.sanitized, mutant)

@@ -1,6 +1,5 @@
 #include "tests/proof/cycles/Trend.h"
 
-#include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <malloc.h>
 #include <unistd.h>
@@ -10,24 +9,23 @@
 #include <fstream>
 #include <thread>
 
-#include "tests/proof/Proof.h"
 #include "tools/common/ProcessUse.h"
 
-// Absent but for the sanitizers' builds, whose allocator stands in front of the system's.
+// Only present in the sanitizers' builds, which replace the system's allocator.
 extern "C" __attribute__((weak)) size_t __sanitizer_get_current_allocated_bytes();
 
 namespace proof {
 namespace {
 
-// A payload has a context of more than this, and each of its other parts is a block of its own. A
-// short run has too few samples to tell so little from what gRPC has not yet taken back.
+// Bytes per cycle. The context of one payload alone is larger than this. A short run has too few
+// samples to distinguish so little from memory that gRPC has not freed yet.
 constexpr double heapBoundFull = 200;
 constexpr double heapBoundQuick = 4000;
 
-// A page in four cycles. Few cycles tell nothing of it, as does a sanitizer's allocator.
+// A page in four cycles. Not checked in short runs, nor with a sanitizer's allocator.
 constexpr double residentBoundFull = 1024;
 
-// One thread or descriptor more in a hundred cycles, or in ten.
+// One more thread or descriptor in a hundred cycles, or in ten.
 constexpr double countBoundFull = 0.01;
 constexpr double countBoundQuick = 0.1;
 
@@ -39,11 +37,11 @@ double heapBytes() {
   return static_cast<double>(heap.uordblks + heap.hblkhd);
 }
 
-// With an arena for each thread, the allocator would hold free what any of them once needed, for as
-// many threads as there may be: of that, resident memory would tell, and not of what is held.
+// With an arena for each thread, the allocator would keep free memory for every thread that there
+// ever was, and resident memory would say more about that than about memory in use.
 const int oneArena = mallopt(M_ARENA_MAX, 1);
 
-// Without what the allocator holds free.
+// Without the memory that the allocator keeps free.
 double residentBytes() {
   malloc_trim(0);
   std::ifstream file("/proc/self/statm");
@@ -53,8 +51,8 @@ double residentBytes() {
   return resident * static_cast<double>(sysconf(_SC_PAGESIZE));
 }
 
-// On a busy machine gRPC makes threads for what it takes back behind a stop, and lets them end when
-// they have nothing to do. Nobody is told of their end.
+// On a busy machine gRPC starts threads to clean up after a stop, and ends them when they are idle.
+// No event announces that.
 void awaitThreads(std::size_t most) {
   const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(20);
   constexpr std::chrono::milliseconds aMoment(1);
@@ -63,8 +61,9 @@ void awaitThreads(std::size_t most) {
   }
 }
 
-std::string courseText(const char* what, const Line& line, double unit) {
-  return fmt::format("{} {:.1f} to {:.1f}", what, line.first() / unit, line.last() / unit);
+Measured firstAndLast(const char* what, const Line& line, double factor, const char* unit) {
+  const auto [least, most] = std::minmax(line.first() / factor, line.last() / factor);
+  return {what, least, most, ".1f", unit};
 }
 
 }  // namespace
@@ -100,21 +99,25 @@ void Trend::sample() {
 void Trend::expectFlat() const {
   const double heapBound = isFull() ? heapBoundFull : heapBoundQuick;
   const double countBound = isFull() ? countBoundFull : countBoundQuick;
-  EXPECT_LT(heap_.slope(), heapBound) << text();
+  EXPECT_LT(heap_.slope(), heapBound);
   if (isFull() && __sanitizer_get_current_allocated_bytes == nullptr) {
-    EXPECT_LT(resident_.slope(), residentBoundFull) << text();
+    EXPECT_LT(resident_.slope(), residentBoundFull);
   }
-  EXPECT_LT(threads_.slope(), countBound) << text();
-  EXPECT_LT(descriptors_.slope(), countBound) << text();
+  EXPECT_LT(threads_.slope(), countBound);
+  EXPECT_LT(descriptors_.slope(), countBound);
 }
 
-std::string Trend::text() const {
-  return fmt::format(
-      "a cycle: heap {:+.1f} B, resident {:+.1f} B, threads {:+.4f}, descriptors {:+.4f}; {}; {}; "
-      "{}; {}",
-      heap_.slope(), resident_.slope(), threads_.slope(), descriptors_.slope(),
-      courseText("heap KB", heap_, 1e3), courseText("resident MB", resident_, 1e6),
-      courseText("threads", threads_, 1), courseText("descriptors", descriptors_, 1));
+std::vector<Measured> Trend::figures() const {
+  return {
+      measured("heap per cycle", heap_.slope(), "+.1f", "B"),
+      measured("resident memory per cycle", resident_.slope(), "+.1f", "B"),
+      measured("threads per cycle", threads_.slope(), "+.4f", ""),
+      measured("descriptors per cycle", descriptors_.slope(), "+.4f", ""),
+      firstAndLast("heap", heap_, 1e3, "KB"),
+      firstAndLast("resident memory", resident_, 1e6, "MB"),
+      firstAndLast("threads", threads_, 1, ""),
+      firstAndLast("descriptors", descriptors_, 1, ""),
+  };
 }
 
 }  // namespace proof

@@ -1,9 +1,9 @@
-// Whether what a process holds grows from one cycle to the next: memory, threads and descriptors,
-// each as the slope of the line that fits the samples best.
+// Whether the memory, the threads and the descriptors of a process grow from cycle to cycle: for
+// each of them, the slope of the line that fits the samples best.
 //
-// Memory is what the allocator has given and not got back, to the byte, and what the system counts
-// as resident, which moves by pages and follows later. gRPC takes some of what it holds back behind
-// a stop, at its own pace: single samples scatter, and the slope does not.
+// Memory is measured twice: as the bytes that are allocated and not freed, and as resident memory,
+// which changes by whole pages and follows later. gRPC frees some of its memory only after a stop,
+// at its own pace, so single samples scatter. The slope does not.
 //
 // Threads: one.
 #pragma once
@@ -11,11 +11,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
-#include <string>
+#include <vector>
+
+#include "tests/proof/Proof.h"
 
 namespace proof {
 
-// A least squares line, one point at a time, so that a run of hours needs no memory for it.
+// A least squares line that keeps no points, so that a run of hours needs no memory for them.
 class Line {
  public:
   void add(double x, double y);
@@ -30,17 +32,17 @@ class Line {
 
 class Trend {
  public:
-  // The first samples do not count: caches fill, and gRPC starts its threads.
+  // The first `warmUp` samples do not count: caches fill, and gRPC starts its threads.
   explicit Trend(std::uint64_t warmUp) : warmUp_(warmUp) {}
 
-  // To be called after each cycle. Waits until gRPC's own threads are as few as they were.
+  // Call this after each cycle. It waits until the number of threads is as low as it ever was.
   void sample();
 
-  // Fails the test if one of the lines rises by more than its bound.
+  // Fails the test if a slope exceeds its bound.
   void expectFlat() const;
 
-  // All slopes and where the lines begin and end, for a row.
-  std::string text() const;
+  // All slopes, and the first and last sample of each line.
+  std::vector<Measured> figures() const;
 
  private:
   const std::uint64_t warmUp_;

@@ -1,18 +1,17 @@
 #include "tests/proof/host_thread/ThreadTime.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <ctime>
 #include <fstream>
 #include <stdexcept>
 
 ThreadWatch::Schedule ThreadWatch::schedule() {
   std::ifstream file("/proc/thread-self/schedstat");
-  // What it says of running is as of the last tick.
+  // The running time in this file is that of the last tick.
   Nanoseconds::rep runningRoughly = 0;
   Nanoseconds::rep ready = 0;
   if (!(file >> runningRoughly >> ready)) {
-    throw std::runtime_error("the kernel does not tell how long threads wait for a processor");
+    throw std::runtime_error("the kernel does not report how long threads wait for a processor");
   }
   timespec running{};
   clock_gettime(CLOCK_THREAD_CPUTIME_ID, &running);
@@ -21,8 +20,8 @@ ThreadWatch::Schedule ThreadWatch::schedule() {
 
 ThreadWatch::ThreadWatch() : schedule_(schedule()), start_(std::chrono::steady_clock::now()) {}
 
-// The schedule is read outside the time by the clock, so that what is between them is taken for
-// running and never for sleep.
+// The clock is read first, so that the time between the two readings counts as running and never
+// as sleep.
 ThreadTime ThreadWatch::stop() const {
   const Nanoseconds passed = std::chrono::steady_clock::now() - start_;
   const Schedule now = schedule();
@@ -47,12 +46,6 @@ Nanoseconds ThreadTimes::longest(Nanoseconds ThreadTime::*which) const {
   return (*most).*which;
 }
 
-std::string ThreadTimes::text(Nanoseconds ThreadTime::*which) const {
-  return milliseconds(median(which)) + ", at most " + milliseconds(longest(which));
-}
-
-std::string milliseconds(Nanoseconds time) {
-  char text[32];
-  std::snprintf(text, sizeof(text), "%.2f ms", static_cast<double>(time.count()) / 1e6);
-  return text;
+double milliseconds(Nanoseconds time) {
+  return static_cast<double>(time.count()) / 1e6;
 }

@@ -1,11 +1,10 @@
-// What a thread does with its time. A busy machine lengthens a call by letting the thread wait for
-// a processor; only what it sleeps says that it waited for something else.
+// How a thread spends its time. On a busy machine a call takes longer because its thread waits for
+// a processor; only the time that it sleeps shows that it waits for something else.
 //
 // Threads: each measures itself.
 #pragma once
 
 #include <chrono>
-#include <string>
 #include <vector>
 
 using Nanoseconds = std::chrono::nanoseconds;
@@ -13,11 +12,10 @@ using Nanoseconds = std::chrono::nanoseconds;
 struct ThreadTime {
   Nanoseconds passed{};  // by the clock
   Nanoseconds asleep{};  // neither running nor ready to run
-  // Running or asleep: what would have passed on an idle machine.
-  Nanoseconds own{};
+  Nanoseconds own{};     // running or asleep: what would have passed on an idle machine
 };
 
-// Throws std::runtime_error if the kernel does not tell how long threads wait for a processor.
+// Throws std::runtime_error if the kernel does not report how long threads wait for a processor.
 class ThreadWatch {
  public:
   ThreadWatch();
@@ -41,7 +39,7 @@ ThreadTime measured(Action action) {
   return watch.stop();
 }
 
-// Many of them.
+// The times of many calls.
 class ThreadTimes {
  public:
   void add(const ThreadTime& time) { times_.push_back(time); }
@@ -49,11 +47,9 @@ class ThreadTimes {
   std::size_t count() const { return times_.size(); }
   Nanoseconds median(Nanoseconds ThreadTime::*which) const;
   Nanoseconds longest(Nanoseconds ThreadTime::*which) const;
-  // "0.05 ms, at most 0.31 ms": median and maximum.
-  std::string text(Nanoseconds ThreadTime::*which) const;
 
  private:
   std::vector<ThreadTime> times_;
 };
 
-std::string milliseconds(Nanoseconds time);
+double milliseconds(Nanoseconds time);

@@ -1,9 +1,9 @@
-// The vocabulary of proofs that take memory away from the loaded module, one allocation after the
-// other, until an operation comes through without having noticed.
+// Helpers for proofs that take memory away from the loaded module: each allocation of an operation
+// fails in turn.
 //
-// What fails is what the module's own code asks for, by itself or through the C and the C++
-// library: operator new and malloc, which is all that it uses. What gRPC and protobuf ask for, the
-// generated messages included, is left alone: gRPC ends the process when it gets nothing.
+// Only allocations of the module's own code fail, including those that it makes through the C and
+// C++ libraries. It uses operator new and malloc only. Allocations of gRPC, protobuf and the
+// generated messages succeed, because gRPC ends the process when one of its own fails.
 #pragma once
 
 #include <algorithm>
@@ -17,41 +17,43 @@ using Lasting = AllocationFault::Lasting;
 using Allocation = AllocationFault::Allocation;
 
 constexpr char part[] = "Out of memory";
+constexpr char eachAllocation[] =
+    "allocations, each failing by itself and together with all later ones";
 
 inline std::string nameOf(Lasting lasting) {
   return lasting == Lasting::Once ? "once" : "for good";
 }
 
-// What a failed request comes to.
+// What a failed request leads to.
 enum class Outcome {
-  Raises,          // an exception, for whoever catches it next
+  Raises,          // an exception
   BadLine,         // a line of the configuration that can't be used
   BadFile,         // a configuration that can't be read
-  DedicatedFails,  // the same of a dedicated file, which the configuration gets over
-  Nothing,         // the library that asked gets along without
+  DedicatedFails,  // either of these in a dedicated file, without which the start still succeeds
+  Nothing,         // no effect, since the library that asked can do without
   Unknown,
 };
 
 inline Outcome outcomeOf(const Allocation& request) {
   const Callers& callers = request.callers;
-  // An exception of a conversion is caught around it, whatever it has become.
+  // A conversion catches every exception, also one thrown while another was being made.
   if (request.throws) return callers.include("__throw_") ? Outcome::Nothing : Outcome::Raises;
   const bool isNested = callers.count("ini_parse") > 1;
   if (callers.include("c_shquote_parse_argv")) {
     return isNested ? Outcome::DedicatedFails : Outcome::BadLine;
   }
-  // A file without a buffer is read byte by byte; exceptions have a reserve of their own.
+  // A file without a buffer is read byte by byte, and exceptions have reserve memory.
   if (callers.include("fgets") || callers.include("__cxa_allocate_exception")) {
     return Outcome::Nothing;
   }
-  // What else the reader asks for is a file.
+  // The reader's only other request is the file itself.
   if (callers.innermostOwn() == "ini_parse") {
     return isNested ? Outcome::DedicatedFails : Outcome::BadFile;
   }
   return Outcome::Unknown;
 }
 
-// Base: GatewayTest, or FlowTest where there are servers.
+// Base is GatewayTest, or FlowTest if the test has servers.
 template <class Base>
 class WithoutMemory : public Base {
  protected:

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <stdexcept>
 #include <utility>
 
 namespace network {
@@ -12,7 +13,7 @@ using sim::FaultKind;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-// A frozen peer is noticed after about twenty seconds while messages flow; see docs/servers.md.
+// gRPC notices a frozen peer after about twenty seconds while messages flow; see docs/servers.md.
 constexpr seconds untilGivenUp{32};
 
 constexpr std::array parts{Part::Fast, Part::Slow, Part::SetParams};
@@ -35,23 +36,36 @@ Effect effectOf(FaultKind kind) {
       return Effect::EndsConnection;
     case FaultKind::Half:
       return Effect::EndsWhenOver;
-    default:
+    case FaultKind::Unknown:
+    case FaultKind::Types:
+    case FaultKind::Arrays:
+    case FaultKind::Empty:
+    case FaultKind::Stall:
+    case FaultKind::Flood:
+    case FaultKind::Freeze:
+    case FaultKind::Drip:
+    case FaultKind::Delay:
+    case FaultKind::NoReply:
+    case FaultKind::Fail:
+    case FaultKind::BadReply:
+    case FaultKind::Normal:
       return Effect::None;
   }
+  throw std::invalid_argument("an unknown kind of fault");
 }
 
 bool silences(FaultKind kind) {
   return kind == FaultKind::Stall || kind == FaultKind::Half || kind == FaultKind::Freeze;
 }
 
-// One that has been left without an answer gets it when the manner of answering changes.
+// An unanswered call is answered when the simulator changes how it answers.
 bool endsCall(const sim::FaultKindRow& row) {
   if (row.kind == FaultKind::NoReply) return false;
   return row.group == FaultGroup::Answer || row.kind == FaultKind::Normal ||
          effectOf(row.kind) == Effect::EndsConnection;
 }
 
-// A number or status where there must be one.
+// A number or a status if the fault requires one.
 std::string argumentOf(const sim::FaultKindRow& row) {
   if (row.argument == sim::FaultArgument::Status) return " UNAVAILABLE";
   if (row.argument == sim::FaultArgument::None || row.defaultNumber) return "";
@@ -75,19 +89,19 @@ Fault ofSimulator(const sim::FaultKindRow& row) {
   return fault;
 }
 
-Fault ofWire(const std::string& name, const Weather& weather, Effect effect = Effect::None) {
+Fault ofWire(const std::string& name, const Conditions& conditions, Effect effect = Effect::None) {
   Fault fault;
-  fault.name = "wire: " + name;
-  fault.weather = weather;
+  fault.name = name;
+  fault.conditions = conditions;
   fault.effect = effect;
-  fault.silences = !weather.toClient || !weather.isPlugged || !weather.isUp;
-  fault.endsCall = weather.resets;
+  fault.silences = !conditions.toClient || !conditions.isPlugged || !conditions.isUp;
+  fault.endsCall = conditions.resets;
   return fault;
 }
 
-// The same until the gateway gives the connection up.
+// The same fault, but until the gateway gives up the connection.
 Fault prolonged(Fault fault) {
-  fault.name += ", for long";
+  fault.name += ", for " + std::to_string(untilGivenUp.count()) + " s";
   fault.effect = Effect::EndsConnection;
   fault.endsCall = true;
   fault.held = untilGivenUp;
@@ -100,19 +114,18 @@ std::vector<Fault> makeFaults() {
   all.push_back(prolonged(ofSimulator(sim::rowOf(FaultKind::Freeze))));
   all.push_back(ofWire("delay of 150 ms each way", {.delay = milliseconds(150)}));
   all.push_back(ofWire("loss of 10 %", {.loss = 0.1}));
-  all.push_back(ofWire("doubling of 30 %", {.doubling = 0.3}));
-  all.push_back(ofWire("disorder of 30 %", {.lateness = 0.3}));
-  all.push_back(ofWire("a broken byte in 10 %", {.breaking = 0.1}));
+  all.push_back(ofWire("duplication of 30 %", {.duplication = 0.3}));
+  all.push_back(ofWire("reordering of 30 %", {.reordering = 0.3}));
+  all.push_back(ofWire("corruption of 10 %", {.corruption = 0.1}));
   const auto hole = ofWire("black hole", {.toServer = false, .toClient = false});
-  const auto cable = ofWire("pulled cable", {.isPlugged = false});
+  const auto cable = ofWire("unplugged cable", {.isPlugged = false});
   all.push_back(hole);
   all.push_back(ofWire("black hole towards the server", {.toServer = false}));
   all.push_back(ofWire("black hole towards the gateway", {.toClient = false}));
   all.push_back(ofWire("reset by the network", {.resets = true}, Effect::EndsConnection));
   all.push_back(cable);
-  // What can't be sent again for want of a route, the system now and then takes for timed out after
-  // the first of TCP's intervals: gRPC's keepalive sets a time limit, and Linux does not know then
-  // since when it has been trying.
+  // Without a route, Linux sometimes gives up a connection after the first of TCP's intervals:
+  // gRPC's keepalive sets a time limit, and Linux does not know since when it has been trying.
   all.push_back(ofWire("interface down", {.isUp = false}, Effect::MayEndBoth));
   all.push_back(prolonged(hole));
   all.push_back(prolonged(cable));
@@ -126,7 +139,7 @@ std::span<const Fault> faults() {
   return all;
 }
 
-bool Fault::canBefall(Part part) const {
+bool Fault::canActOn(Part part) const {
   if (isOfWire()) return true;
   const auto subjects = sim::rowOf(*kind).subjects();
   const auto has = [&](sim::Subject subject) {
@@ -156,9 +169,9 @@ std::vector<Cell> allCells() {
   std::vector<Cell> cells;
   for (const auto& fault : faults()) {
     for (const auto part : parts) {
-      if (!fault.canBefall(part)) continue;
+      if (!fault.canActOn(part)) continue;
       for (const auto moment : moments) {
-        // What lasts for long differs only in what becomes of what runs, and of a call.
+        // A long fault differs from a short one only for open streams and for a stop with a call.
         const bool differs =
             moment == Moment::Running || (moment == Moment::Stopping && part == Part::SetParams);
         if (!fault.isLong() || differs) {

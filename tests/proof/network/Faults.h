@@ -1,5 +1,5 @@
-// The table of what can go wrong, of the parts of the gateway that it can befall, and of the
-// moments at which it does.
+// The table of faults, of the parts of the gateway that they act on, and of the moments at which
+// they do.
 #pragma once
 
 #include <chrono>
@@ -18,54 +18,54 @@ namespace network {
 enum class Part { Fast, Slow, SetParams };
 
 enum class Moment {
-  Running,   // the stream runs; a SetParams call is in flight
+  Running,   // the stream is open; a SetParams call is in flight
   Waiting,   // the stream waits for its retry; SetParams has no connection
-  Stopping,  // the stop begins in the same moment; a SetParams call is in flight
-  Flushing,  // the stop has begun, and the other stream's retry holds it up
+  Stopping,  // the stop begins at the same moment; a SetParams call is in flight
+  Flushing,  // the stop has begun, and waits for the other stream's retry
 };
 
-// What becomes of a stream that runs.
+// What happens to an open stream.
 enum class Effect {
-  None,            // it goes on when the fault is over, if not before
-  EndsStream,      // it ends, and the other one goes on
+  None,            // it continues when the fault is over, or earlier
+  EndsStream,      // it ends, and the other one continues
   EndsConnection,  // both streams end
-  MayEndBoth,      // the system may give the connection up, and else goes on when the fault is over
-  EndsWhenOver,    // it ends when the fault is over, and the other one goes on
+  MayEndBoth,      // both end if the system gives up the connection, and continue otherwise
+  EndsWhenOver,    // it ends when the fault is over, and the other one continues
 };
 
 struct Fault {
   std::string name;
-  std::optional<sim::FaultKind> kind;  // of the simulator's; else it is one of the wire
-  Weather weather;                     // of the wire
+  std::optional<sim::FaultKind> kind;  // a fault of the simulator; nothing for one of the wire
+  Conditions conditions;               // of the wire
   Effect effect = Effect::None;
-  bool lasts = true;      // until it is taken back
-  bool silences = false;  // while it lasts nothing arrives on the stream
-  bool endsCall = false;  // a SetParams call in flight ends, and not only when the fault is over
+  bool lasts = true;             // until it is ended
+  bool silences = false;         // while it lasts, nothing arrives on the stream
+  bool endsCall = false;         // a SetParams call in flight ends before the fault does
   std::chrono::seconds held{2};  // how long it lasts at least
 
   bool isOfWire() const { return !kind; }
   // Too long for a run among all tests.
   bool isLong() const { return held > std::chrono::seconds(10); }
-  bool canBefall(Part part) const;
-  // As the simulator is told, and the end of what lasts.
+  bool canActOn(Part part) const;
+  // The simulator's commands that begin the fault and that end it.
   std::string lineFor(Part part) const;
   std::string endLineFor(Part part) const;
 };
 
 std::span<const Fault> faults();
 
-// One thing to try.
+// A fault of a part at a moment.
 struct Cell {
   const Fault* fault;
   Part part;
   Moment moment;
   std::uint64_t seed;
-  int rounds = 1;  // how often the fault comes, one after the other, to the same gateway
+  int rounds = 1;  // how many times in a row the same gateway meets the fault
 };
 
 std::string nameOf(const Cell& cell);
 
-// All of the table, once, without seeds.
+// Every cell of the table once, without a seed.
 std::vector<Cell> allCells();
 
 }  // namespace network

@@ -11,7 +11,7 @@
 namespace network {
 namespace {
 
-// No value that plays.
+// A default that the simulator never sends.
 constexpr auto untouched = "-77";
 
 std::string eventOf(const std::string& event, const std::string& stream) {
@@ -116,7 +116,7 @@ std::string Site::addressOf(const std::string& service) {
   return line.substr(before.size(), line.find('"', before.size()) - before.size());
 }
 
-// As a row of the table that "get" prints: set, type, name, value.
+// Reads a row of the table that "get" prints: set, type, name, value.
 std::string Site::valueOf(const std::string& stream) {
   host_->writeLine("get level");
   std::istringstream words(host_->waitLine(stream + "  float"));

@@ -1,8 +1,8 @@
 // Where faults are tried: the simulator of both services and the module in its stand-in host, each
 // a process of its own, on one machine or with a wire between them.
 //
-// Threads: a Site lives and dies on one thread, as its processes do; several may stand side by
-// side. Waiting is bounded by `patience`, and ends in std::runtime_error.
+// Threads: a Site is made, used and destroyed on one thread; there may be several Sites at a time.
+// Functions that wait throw std::runtime_error when `patience` ends.
 #pragma once
 
 #include <sys/types.h>
@@ -22,10 +22,10 @@ namespace network {
 
 const std::array<std::string, 2> streamNames{"fast", "slow"};
 
-// Messages a second on each stream.
+// Messages per second on each stream.
 constexpr int rate = 20;
 
-// What a process holds of the machine.
+// What a process uses.
 struct Usage {
   int threads = 0;
   double memory = 0;  // MiB
@@ -33,7 +33,7 @@ struct Usage {
 
 Usage usageOf(pid_t process);
 
-// ---- What the simulator and the host say --------------------------------------------------------
+// ---- Lines of the simulator and of the host ----------------------------------------------------
 
 constexpr auto paramsEvent = R"({"event":"set_params",)";
 std::string openedEvent(const std::string& stream);
@@ -41,16 +41,16 @@ std::string openedEvent(const std::string& stream, int call);
 std::string closedEvent(const std::string& stream);
 std::string closedEvent(const std::string& stream, int call);
 
-// Of a slot, by its stream, and of one that has its default.
+// The beginning of a slot's lines, by its stream; and its line while it has its default.
 std::string slotLine(const std::string& stream);
 std::string untouchedLine(const std::string& stream);
 
-// Lines so far.
+// How many lines so far begin like this.
 std::ptrdiff_t count(const ToolProcess& process, const std::string& prefix);
 
 // ---- The site -----------------------------------------------------------------------------------
 
-// A namespace for either side, and between them a wire for each service.
+// A namespace for each side, and between them a wire for each service.
 struct Net {
   explicit Net(std::uint64_t seed)
       : meters({gateway, "10.77.1.1"}, {servers, "10.77.1.2"}, seed),
@@ -64,31 +64,34 @@ struct Net {
 
 class Site {
  public:
-  // Returns when both streams flow and a change has arrived. The net is borrowed, null for none.
+  // Returns when both streams carry values and a change has arrived. Without a wire, `net` is null;
+  // otherwise it must outlive the Site.
   explicit Site(Net* net);
 
   ToolProcess& simulator() { return *simulator_; }
   ToolProcess& host() { return *host_; }
 
-  // Returns when the slot of a stream has moved so often again; by default in about a second.
+  // Returns when the slot of a stream has changed `times` more times: by default after about a
+  // second.
   void awaitValues(const std::string& stream, int times = rate) {
     host_->waitMore(slotLine(stream), times);
   }
   std::string valueOf(const std::string& stream);
 
-  // A change of a parameter. Each has a value of its own.
+  // Changes a parameter, each time to another value.
   void change();
-  // Returns when the server has it.
+  // The same, but returns when the server has the change.
   void changeAndAwait();
-  // Calls may be lost until a connection is back: changes go on until one arrives.
+  // Calls are lost until the connection is restored, so this changes the parameter until a change
+  // arrives.
   void changeUntilOneArrives();
 
-  // Has the simulator do a fault, a line without its time, sooner or later; the second form returns
-  // when it is in effect. One that has not been waited for must be the last.
+  // Tells the simulator to begin a fault, given as a line of a plan without the time. The second
+  // form returns when the fault is in effect; after the first one no other fault may follow.
   void tell(const std::string& fault) { simulator_->writeLine(fault); }
   void tellAndAwait(const std::string& fault);
 
-  // Ends attempt number `call` of a stream, and returns when the server has seen that.
+  // Ends attempt number `call` of a stream, and returns when the server has seen the end.
   void endStream(const std::string& stream, int call);
 
  private:

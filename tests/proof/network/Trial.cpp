@@ -20,15 +20,15 @@ using Seconds = std::chrono::duration<double>;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-// Five seconds less what clocks that are read at different ends may differ by.
+// Five seconds, less the time by which the readings of the two processes may differ.
 constexpr Seconds retryDelay{4.99};
-// What is tried while a stream waits is still so when its retry comes.
+// A fault of a waiting stream lasts until its retry has been tried.
 constexpr Seconds beyondTheRetry{6};
 constexpr milliseconds shortlyBeforeTheRetry{3500};
-// The rest of a retry's five seconds, and what a busy machine takes for all else.
+// The rest of a retry's five seconds, and an allowance for a busy machine.
 constexpr Seconds busyMachine{5};
 constexpr Seconds longestStop = Seconds(5) + busyMachine;
-// A peer that keeps silent is pinged after ten seconds and given up after ten more.
+// gRPC pings a silent peer after ten seconds and gives it up after ten more.
 constexpr Seconds longestStopInSilence = Seconds(20) + busyMachine;
 
 constexpr auto flushEnded = "Completion queue flush ended";
@@ -48,12 +48,12 @@ class Trial {
   Finding run();
 
  private:
-  // ---- What goes wrong ----
+  // ---- The fault ----
+  // Begins the fault; the first form returns when it is in effect.
   void strike();
-  // The same, without waiting until it is in effect.
   void strikeAtOnce();
   void lift();
-  // What the fault leaves alone goes on.
+  // Returns when everything that the fault leaves alone has been seen to continue.
   void watchOthers();
   void watchOthersFor(Seconds time, Clock::time_point from);
 
@@ -65,9 +65,9 @@ class Trial {
   void stopWhileStreaming();
   void stopWhileOtherWaits();
   void stopWithCall();
-  void befall();
-  void goThrough();
-  void stopAmidst();
+  void sufferOnce();
+  void sufferAndStop();
+  void sufferAtStop();
 
   // ---- What holds ----
   void expectRetry(const std::string& stream, Clock::time_point end);
@@ -88,7 +88,7 @@ class Trial {
   const std::string& other() const { return streamNames[cell_.part == Part::Slow ? 0 : 1]; }
   bool endsBoth() const { return fault_.effect == Effect::EndsConnection; }
   bool mayEndBoth() const { return fault_.effect == Effect::MayEndBoth; }
-  // Whether the other stream is out of its reach.
+  // Whether the fault can't reach the other stream.
   bool sparesOther() const {
     return !fault_.isOfWire() && sim::rowOf(*fault_.kind).group != sim::FaultGroup::Connection;
   }
@@ -98,11 +98,11 @@ class Trial {
   std::mt19937_64 random_;
   const std::unique_ptr<Net> net_;
   Site site_;
-  std::map<std::string, int> attempts_{{"fast", 1}, {"slow", 1}};  // that servers should have seen
+  std::map<std::string, int> attempts_{{"fast", 1}, {"slow", 1}};  // that the server must have seen
   Finding finding_;
 };
 
-// ---- What goes wrong ----------------------------------------------------------------------------
+// ---- The fault ----------------------------------------------------------------------------------
 
 void Trial::strike() {
   if (fault_.isOfWire()) return strikeAtOnce();
@@ -111,12 +111,12 @@ void Trial::strike() {
 
 void Trial::strikeAtOnce() {
   if (!fault_.isOfWire()) return site_.tell(fault_.lineFor(cell_.part));
-  (isOfStream() ? net_->meters : net_->engine).setWeather(fault_.weather);
+  (isOfStream() ? net_->meters : net_->engine).setConditions(fault_.conditions);
 }
 
 void Trial::lift() {
   if (fault_.isOfWire()) {
-    (isOfStream() ? net_->meters : net_->engine).setWeather({});
+    (isOfStream() ? net_->meters : net_->engine).setConditions({});
   } else if (fault_.lasts) {
     site_.tellAndAwait(fault_.endLineFor(cell_.part));
   }
@@ -152,7 +152,7 @@ void Trial::streamRunning() {
   const auto later = site_.valueOf(own());
   const bool isBack = count(site_.simulator(), openedEvent(own())) > attempts_[own()];
   if (isSilent && !isBack && kept != later) {
-    problem("a slot went from " + kept + " to " + later + " while nothing came");
+    problem("a slot changed from " + kept + " to " + later + " although nothing arrived");
   }
   watchOthersFor(fault_.held, begin);
   const auto over = Clock::now();
@@ -163,7 +163,7 @@ void Trial::streamRunning() {
 void Trial::streamWaiting() {
   const auto end = Clock::now();
   site_.endStream(own(), attempts_[own()]);
-  // TCP tries to get through a hole at ever longer intervals: a short one will do.
+  // TCP repeats lost packets at growing intervals, so that a hole should be short.
   const bool isHole = fault_.isOfWire() && (fault_.effect == Effect::None || mayEndBoth());
   if (isHole) std::this_thread::sleep_until(end + shortlyBeforeTheRetry);
   const auto begin = Clock::now();
@@ -188,7 +188,7 @@ void Trial::callRunning() {
   site_.tellAndAwait("normal engine");
 }
 
-// One that finds nobody is lost.
+// A call without a connection is lost.
 void Trial::callWaiting() {
   site_.tellAndAwait("refuse engine");
   site_.change();
@@ -224,7 +224,7 @@ void Trial::stopWhileOtherWaits() {
   finishStop(begin);
 }
 
-// A call in flight holds the stop up, until the fault ends it or else the answer comes.
+// The stop waits for a call in flight, until the fault ends the call or its answer comes.
 void Trial::stopWithCall() {
   site_.tellAndAwait("no-reply engine");
   site_.changeAndAwait();
@@ -232,7 +232,7 @@ void Trial::stopWithCall() {
   site_.host().writeLine("quit");
   site_.host().waitError("Starting completion queue flush");
   auto begin = Clock::now();
-  // In its place the same would come anew, and what came before would be over.
+  // The fault is in effect already; a second one would end the first.
   if (fault_.kind != sim::FaultKind::NoReply) strike();
   if (!fault_.endsCall) {
     constexpr seconds aWhile(1);
@@ -249,17 +249,17 @@ void Trial::stopWithCall() {
 
 // ---- What holds ---------------------------------------------------------------------------------
 
-// Not before the five seconds are over, and once.
+// The stream is opened again once, and not before five seconds have passed.
 void Trial::expectRetry(const std::string& stream, Clock::time_point end) {
   site_.simulator().waitLine(openedEvent(stream, ++attempts_[stream]));
   const auto after = since(end);
   finding_.retries.push_back(after);
   if (after < retryDelay.count()) {
-    problem("the " + stream + " stream came back after " + std::to_string(after) + " s");
+    problem("the " + stream + " stream was opened again after " + std::to_string(after) + " s");
   }
 }
 
-// Of streams that may have ended: those that did are back when their values move again.
+// Streams that may have ended have been opened again by the time their values change again.
 void Trial::noteRetries(Clock::time_point begin) {
   for (const auto& stream : streamNames) {
     site_.awaitValues(stream);
@@ -288,13 +288,13 @@ void Trial::expectOneAtATime(const std::string& stream) {
   int open = 0;
   for (const auto& line : site_.simulator().lines()) {
     if (line.starts_with(openedEvent(stream)) && ++open > 1) {
-      problem("two attempts of the " + stream + " stream at a time");
+      problem("the " + stream + " stream was open twice at the same time");
     }
     if (line.starts_with(closedEvent(stream))) --open;
   }
 }
 
-// As many as there should be, and each after the end of the one before.
+// Each stream was opened as many times as expected, each time after its end.
 void Trial::expectAttempts() {
   for (const auto& stream : streamNames) {
     const auto seen = count(site_.simulator(), openedEvent(stream));
@@ -302,19 +302,19 @@ void Trial::expectAttempts() {
       problem("the " + stream + " stream was opened " + std::to_string(seen) + " times, not " +
               std::to_string(attempts_[stream]));
     }
-    // A server that was cut off for long learns of the end afterwards.
+    // A server that was cut off for a long time learns of the end too late.
     if (!fault_.isLong()) expectOneAtATime(stream);
   }
 }
 
-// Once a slot has had a value from the server, it does not fall back.
+// Once a slot has had a value from the server, it never has its default again.
 void Trial::expectValuesKept() {
   for (const auto& stream : streamNames) {
     bool hasMoved = false;
     for (const auto& line : site_.host().lines()) {
       if (!line.starts_with(slotLine(stream))) continue;
       const bool isDefault = line == untouchedLine(stream);
-      if (isDefault && hasMoved) problem("a " + stream + " slot fell back to its default");
+      if (isDefault && hasMoved) problem("a " + stream + " slot returned to its default");
       hasMoved = hasMoved || !isDefault;
     }
   }
@@ -327,14 +327,14 @@ void Trial::expectEachChangeOnce() {
   }
   std::sort(values.begin(), values.end());
   if (std::adjacent_find(values.begin(), values.end()) != values.end()) {
-    problem("a SetParams call came twice");
+    problem("a SetParams call arrived twice");
   }
 }
 
 void Trial::finishStop(Clock::time_point begin) {
   site_.host().waitError(flushEnded);
   finding_.stop = since(begin);
-  // An idle connection learns of what the wire does to it by its pings only.
+  // An idle connection notices a fault of the wire only by its pings.
   const bool isIdle = fault_.isLong() || (fault_.isOfWire() && !isOfStream());
   if (finding_.stop > (isIdle ? longestStopInSilence : longestStop).count()) {
     problem("the stop took " + std::to_string(finding_.stop) + " s");
@@ -342,14 +342,14 @@ void Trial::finishStop(Clock::time_point begin) {
 }
 
 void Trial::stop() {
-  // A SetParams call whose end is just being told when the stop begins is lost: let it be told.
+  // A SetParams call that completes just when the stop begins is leaked, so let it complete first.
   for (const auto& stream : streamNames) site_.awaitValues(stream);
   const auto begin = Clock::now();
   site_.host().writeLine("quit");
   finishStop(begin);
 }
 
-// The host ends with another code if the module leaves anything of its, or breaks its rules.
+// The host's exit code is not 0 if the module leaks anything or breaks a rule.
 void Trial::expectCleanEnd() {
   expectEnd(site_.host(), "the host");
   site_.simulator().closeInput();
@@ -359,7 +359,7 @@ void Trial::expectCleanEnd() {
   expectEachChangeOnce();
 }
 
-void Trial::befall() {
+void Trial::sufferOnce() {
   if (isOfStream()) {
     cell_.moment == Moment::Running ? streamRunning() : streamWaiting();
   } else {
@@ -369,7 +369,7 @@ void Trial::befall() {
   site_.changeUntilOneArrives();
 }
 
-void Trial::stopAmidst() {
+void Trial::sufferAtStop() {
   if (!isOfStream()) {
     stopWithCall();
   } else if (cell_.moment == Moment::Stopping) {
@@ -379,12 +379,12 @@ void Trial::stopAmidst() {
   }
 }
 
-// What the first fault of a series takes is its own: libraries keep what they have once needed.
-void Trial::goThrough() {
+// In a series, the first fault does not count: libraries keep what they once needed.
+void Trial::sufferAndStop() {
   auto before = usageOf(site_.host().pid());
   for (int round = 0; round < cell_.rounds; ++round) {
     if (round == 1) before = usageOf(site_.host().pid());
-    befall();
+    sufferOnce();
   }
   const auto after = usageOf(site_.host().pid());
   finding_.moreThreads = after.threads - before.threads;
@@ -394,8 +394,8 @@ void Trial::goThrough() {
 }
 
 Finding Trial::run() {
-  const bool goesThrough = cell_.moment == Moment::Running || cell_.moment == Moment::Waiting;
-  goesThrough ? goThrough() : stopAmidst();
+  const bool isBeforeStop = cell_.moment == Moment::Running || cell_.moment == Moment::Waiting;
+  isBeforeStop ? sufferAndStop() : sufferAtStop();
   expectCleanEnd();
   return finding_;
 }

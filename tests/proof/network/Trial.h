@@ -1,7 +1,7 @@
-// One cell of the table, tried: the simulator and the module in its stand-in host, each a process
-// of its own, and a fault between them.
+// Tries one cell of the table: runs the simulator and the module in its stand-in host, lets the
+// fault happen, and checks what must hold.
 //
-// Threads: a Trial lives and dies on one thread, as its processes do; several may run side by side.
+// Threads: any; several trials may run at a time.
 #pragma once
 
 #include <string>
@@ -11,14 +11,13 @@
 
 namespace network {
 
-// What was seen.
 struct Finding {
-  std::vector<std::string> problems;  // a sentence each; empty if all held
+  std::vector<std::string> problems;  // a sentence each; empty if everything held
   std::vector<double> retries;        // seconds from the end of a stream to its next attempt
   double stop = 0;                    // seconds that the stop took
-  int moreThreads = 0;                // of the host, after the last fault as against before it
-  double moreMemory = 0;              // likewise, MiB
-  bool isMeasured = false;            // whether the two above are known: not of a stop
+  int moreThreads = 0;                // of the host, after the faults compared with before
+  double moreMemory = 0;              // likewise, in MiB
+  bool isMeasured = false;            // whether the two above were measured: not at a stop
 };
 
 Finding tryOut(const Cell& cell);

@@ -62,7 +62,7 @@ void setUp(const Descriptor& control, const std::string& name, bool up) {
   check(ioctl(control.number(), SIOCSIFFLAGS, &request), "SIOCSIFFLAGS");
 }
 
-// A new namespace belongs to the thread that asks for it, so one is spent on each.
+// A new namespace belongs to the thread that makes it, so each one needs a new thread.
 int newNamespace() {
   return std::async(std::launch::async,
                     [] {
@@ -101,7 +101,7 @@ namespace {
 
 // ---- Ends ---------------------------------------------------------------------------------------
 
-// An interface whose packets are read and written here. It is made inside its namespace.
+// An interface whose packets this process reads and writes. Make it inside its namespace.
 class Interface {
  public:
   explicit Interface(const std::string& address) {
@@ -121,7 +121,7 @@ class Interface {
     check(ioctl(packets_.number(), TUNSETCARRIER, &carrier), "TUNSETCARRIER");
   }
 
-  // False if nothing is there.
+  // False if there is no packet.
   bool read(Packet& packet) const {
     packet.resize(maxPacket);
     const auto size = ::read(packets_.number(), packet.data(), packet.size());
@@ -129,7 +129,7 @@ class Interface {
     return size > 0;
   }
 
-  // An interface that is down takes none: that is what it is down for.
+  // Writing to an interface that is down fails, as it should.
   void write(const Packet& packet) const {
     [[maybe_unused]] const auto size = ::write(packets_.number(), packet.data(), packet.size());
   }
@@ -148,12 +148,12 @@ class Interface {
 
   const Descriptor packets_{open("/dev/net/tun", O_RDWR | O_CLOEXEC | O_NONBLOCK), "/dev/net/tun"};
   const Descriptor control_{controlSocket(), "socket"};
-  std::string name_;  // as the kernel has numbered it
+  std::string name_;  // with the number that the kernel chose
 };
 
 // ---- RST ----------------------------------------------------------------------------------------
 
-// Of the sum of both; the bytes are taken as big-endian words.
+// Adds the bytes, as big-endian words, to a sum.
 std::uint32_t sumOf(const std::uint8_t* bytes, std::size_t size, std::uint32_t sum = 0) {
   for (std::size_t i = 0; i + 1 < size; i += 2) {
     sum += static_cast<std::uint32_t>(bytes[i] << 8 | bytes[i + 1]);
@@ -175,14 +175,14 @@ static_assert(sizeof(Reply) == sizeof(iphdr) + sizeof(tcphdr));
 void sign(Reply& reply) {
   const auto* const bytes = reinterpret_cast<const std::uint8_t*>(&reply);
   reply.ip.check = checksumOf(sumOf(bytes, sizeof reply.ip));
-  // The header that TCP adds up in front: both addresses, the protocol and the length.
+  // TCP's checksum begins with a pseudo header: both addresses, the protocol and the length.
   const auto before = sumOf(reinterpret_cast<const std::uint8_t*>(&reply.ip.saddr), 8,
                             IPPROTO_TCP + sizeof reply.tcp);
   reply.tcp.check = checksumOf(sumOf(bytes + sizeof reply.ip, sizeof reply.tcp, before));
 }
 
-// As a firewall answers that has forgotten a connection: with the number that its sender waits for,
-// since TCP drops any other.
+// What a firewall that has forgotten a connection answers. It needs the sequence number that the
+// sender expects, since TCP ignores any other.
 std::optional<Packet> resetFor(const Packet& packet) {
   iphdr ip{};
   tcphdr tcp{};
@@ -215,7 +215,7 @@ std::optional<Packet> resetFor(const Packet& packet) {
   return Packet(bytes, bytes + sizeof reply);
 }
 
-// For something that can't be moved and must be made in a namespace.
+// An Interface can't be moved, and must be made inside its namespace.
 std::unique_ptr<Interface> interfaceAt(const Wire::End& end) {
   std::unique_ptr<Interface> made;
   end.place.inside([&] { made = std::make_unique<Interface>(end.address); });
@@ -239,27 +239,27 @@ struct Wire::State {
   const std::unique_ptr<Interface> client;
   const std::unique_ptr<Interface> server;
 
-  std::mutex mutex;  // of the weather, and of whether the thread has it
-  Weather weather;
+  std::mutex mutex;  // of the conditions, and of whether the thread has taken them over
+  Conditions conditions;
   bool isTaken = true;
   std::condition_variable taken;
 
-  // The thread's own.
-  Weather now;
+  // Only used by the thread.
+  Conditions now;
   std::mt19937_64 random;
   std::multimap<Clock::time_point, std::pair<const Interface*, Packet>> late;
 
-  std::jthread thread;  // the last: it uses all of the above
+  std::jthread thread;  // last, because it uses everything above
 };
 
 void Wire::State::run(const std::stop_token& stop) {
   while (!stop.stop_requested()) {
-    constexpr int lookAgain = 10;  // milliseconds; also how exact a delay is at worst
+    constexpr int lookAgain = 10;  // milliseconds; also the worst precision of a delay
     std::array<pollfd, 2> ends{{{client->packets(), POLLIN, 0}, {server->packets(), POLLIN, 0}}};
     poll(ends.data(), ends.size(), late.empty() ? lookAgain : 1);
     {
       const std::lock_guard lock(mutex);
-      now = weather;
+      now = conditions;
       isTaken = true;
     }
     taken.notify_all();
@@ -271,7 +271,7 @@ void Wire::State::run(const std::stop_token& stop) {
 }
 
 void Wire::State::take(const Interface& from, const Interface& to, bool passes) {
-  constexpr int fairShare = 64;  // of packets of one end before the other one's turn
+  constexpr int fairShare = 64;  // packets of one end before it is the other end's turn
   Packet packet;
   for (int i = 0; i < fairShare && from.read(packet); ++i) {
     if (now.resets) {
@@ -285,10 +285,10 @@ void Wire::State::take(const Interface& from, const Interface& to, bool passes) 
 void Wire::State::pass(const Interface& to, Packet packet) {
   constexpr std::chrono::milliseconds laterThanOthers(30);
   if (happens(now.loss)) return;
-  if (happens(now.breaking)) packet[random() % packet.size()] ^= 0x55;
-  const auto copies = happens(now.doubling) ? 2 : 1;
+  if (happens(now.corruption)) packet[random() % packet.size()] ^= 0x55;
+  const auto copies = happens(now.duplication) ? 2 : 1;
   const auto due = Clock::now() + now.delay +
-                   (happens(now.lateness) ? laterThanOthers : std::chrono::milliseconds(0));
+                   (happens(now.reordering) ? laterThanOthers : std::chrono::milliseconds(0));
   for (int i = 0; i < copies; ++i) late.emplace(due, std::pair(&to, packet));
 }
 
@@ -307,16 +307,16 @@ Wire::Wire(const End& client, const End& server, std::uint64_t seed)
 
 Wire::~Wire() = default;
 
-void Wire::setWeather(const Weather& weather) {
+void Wire::setConditions(const Conditions& conditions) {
   {
     std::unique_lock lock(state_->mutex);
-    state_->weather = weather;
+    state_->conditions = conditions;
     state_->isTaken = false;
-    // Packets that are sent from now on must not meet the weather of before.
+    // Packets sent after this call must not meet the old conditions.
     state_->taken.wait(lock, [&] { return state_->isTaken; });
   }
-  state_->client->plug(weather.isPlugged);
-  state_->client->raise(weather.isUp);
+  state_->client->plug(conditions.isPlugged);
+  state_->client->raise(conditions.isUp);
 }
 
 std::string whatForbidsWires() {

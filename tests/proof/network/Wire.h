@@ -1,9 +1,10 @@
-// Networks of a test's own: namespaces of the kernel, and wires between them whose packets pass
-// through the test, which delays, loses, doubles, reorders, breaks or answers them. So it takes no
-// traffic control of the kernel, but two permissions: to make namespaces, and /dev/net/tun.
+// Private networks: namespaces of the kernel, and wires between them. The packets of a wire pass
+// through this process, which can delay, lose, duplicate, reorder, corrupt or answer them. This
+// does not need the kernel's traffic control, but it needs the permission to make namespaces, and
+// /dev/net/tun.
 //
-// Threads: a Wire has one of its own; all else is for one thread at a time, but that the weather
-// may be changed from any.
+// Threads: a Wire has its own thread, and its conditions may be changed from any thread. Everything
+// else is for one thread at a time.
 #pragma once
 
 #include <chrono>
@@ -14,10 +15,10 @@
 
 namespace network {
 
-// A descriptor, closed in the end.
+// Owns a descriptor and closes it.
 class Descriptor {
  public:
-  // Throws std::system_error with `what` if it is none.
+  // Throws std::system_error with `what` if the number is negative.
   Descriptor(int number, const char* what);
   ~Descriptor();
   Descriptor(const Descriptor&) = delete;
@@ -29,13 +30,14 @@ class Descriptor {
   const int number_;
 };
 
-// A network without a way out, with its own 127.0.0.1. It lasts as long as this or a process in it.
+// A network without a connection to any other, with its own 127.0.0.1. It exists as long as this
+// object or a process in it.
 class Namespace {
  public:
-  // Throws std::system_error where the machine does not permit it.
+  // Throws std::system_error if the machine does not permit it.
   Namespace();
 
-  // Does something with the calling thread in this namespace: sockets that it makes and processes
+  // Runs an action with the calling thread in this namespace. Sockets that it makes and processes
   // that it starts stay there.
   void inside(const std::function<void()>& action) const;
 
@@ -43,16 +45,16 @@ class Namespace {
   Descriptor place_;
 };
 
-// What the wire does to packets. Chances are from 0 to 1, of each packet.
-struct Weather {
+// What the wire does to packets. The chances, from 0 to 1, are those of each packet.
+struct Conditions {
   double loss = 0;
-  double doubling = 0;
-  double breaking = 0;  // a byte is changed
-  double lateness = 0;  // that it comes later than those behind it
+  double duplication = 0;
+  double corruption = 0;  // one byte is changed
+  double reordering = 0;  // the packet arrives after packets that were sent later
   std::chrono::milliseconds delay{0};
-  bool toServer = true;  // whether anything passes this way
+  bool toServer = true;  // whether packets pass in this direction
   bool toClient = true;
-  bool resets = false;    // every TCP packet is answered by an RST, and none passes
+  bool resets = false;    // the wire answers every TCP packet by an RST, and lets none pass
   bool isPlugged = true;  // the client's end of the cable
   bool isUp = true;       // the client's interface
 };
@@ -62,23 +64,23 @@ class Wire {
  public:
   struct End {
     const Namespace& place;
-    std::string address;  // of IPv4, with 24 bits for the network
+    std::string address;  // IPv4, in a network of 24 bits
   };
 
-  // Throws std::system_error where the machine does not permit it.
+  // Throws std::system_error if the machine does not permit it.
   Wire(const End& client, const End& server, std::uint64_t seed);
   ~Wire();
   Wire(const Wire&) = delete;
   Wire& operator=(const Wire&) = delete;
 
-  void setWeather(const Weather& weather);
+  void setConditions(const Conditions& conditions);
 
  private:
   struct State;
   std::unique_ptr<State> state_;
 };
 
-// Why there can be no wires here; empty if there can.
+// Why this machine permits no wires; empty if it does.
 std::string whatForbidsWires();
 
 }  // namespace network

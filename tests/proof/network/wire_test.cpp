@@ -1,5 +1,5 @@
-// That a wire does to packets what its weather says, so that a fault that leaves the gateway alone
-// is not one that never happened.
+// A wire does to packets what its conditions say. Otherwise a fault that does not affect the
+// gateway might simply not have happened.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
@@ -24,7 +24,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-constexpr std::size_t sent = 120;  // that a socket keeps unread
+constexpr std::size_t sent = 120;  // packets, few enough for a socket's buffer
 constexpr auto clientAddress = "10.77.1.1";
 constexpr auto serverAddress = "10.77.1.2";
 
@@ -44,13 +44,13 @@ std::unique_ptr<Descriptor> socketIn(const Namespace& place, int type) {
   return made;
 }
 
-// What has come through, in its order, and how long the first one took.
+// The packets that arrived, in their order, and how long the first one took.
 struct Arrivals {
   std::vector<int> numbers;
   milliseconds first{0};
 };
 
-// Two ends, a wire, and numbered packets from the client to the server.
+// Sends numbered packets over a wire from a client to a server.
 class WireTest {
  public:
   WireTest() {
@@ -60,23 +60,23 @@ class WireTest {
     EXPECT_EQ(bind(receiver_->number(), reinterpret_cast<sockaddr*>(&place), sizeof place), 0);
   }
 
-  // Returns when so many have come, and then no more of them.
-  Arrivals sendIn(const Weather& weather, std::size_t atLeast = 0) {
+  // Returns when at least this many packets have arrived, and then no more.
+  Arrivals sendIn(const Conditions& conditions, std::size_t atLeast = 0) {
     auto place = serverPlace();
-    wire_.setWeather(weather);
+    wire_.setConditions(conditions);
     const auto begin = Clock::now();
     for (int i = 0; i < static_cast<int>(sent); ++i) {
       sendto(sender_->number(), &i, sizeof i, 0, reinterpret_cast<sockaddr*>(&place), sizeof place);
     }
     auto arrivals = receive(begin, atLeast);
-    wire_.setWeather({});
+    wire_.setConditions({});
     return arrivals;
   }
 
-  // The error of a connection that is tried.
-  int connectIn(const Weather& weather) {
+  // Returns the error of a connection attempt.
+  int connectIn(const Conditions& conditions) {
     auto place = serverPlace();
-    wire_.setWeather(weather);
+    wire_.setConditions(conditions);
     const auto client = socketIn(client_, SOCK_STREAM);
     const int result = connect(client->number(), reinterpret_cast<sockaddr*>(&place), sizeof place);
     return result == 0 ? 0 : errno;
@@ -105,11 +105,11 @@ class WireTest {
   const std::unique_ptr<Descriptor> receiver_ = socketIn(server_, SOCK_DGRAM);
 };
 
-TEST(Wire, DoesToPacketsWhatItsWeatherSays) {
-  if (!whatForbidsWires().empty()) return;  // the row of the other test says so
+TEST(Wire, DoesToPacketsWhatItsConditionsSay) {
+  if (!whatForbidsWires().empty()) return;  // a row of the other test reports it
   WireTest test;
-  const auto countIn = [&](const Weather& weather, std::size_t atLeast) {
-    return test.sendIn(weather, atLeast).numbers.size();
+  const auto countIn = [&](const Conditions& conditions, std::size_t atLeast) {
+    return test.sendIn(conditions, atLeast).numbers.size();
   };
   const auto plain = test.sendIn({}, sent);
   EXPECT_EQ(plain.numbers.size(), sent);
@@ -117,11 +117,11 @@ TEST(Wire, DoesToPacketsWhatItsWeatherSays) {
   const auto afterLoss = countIn({.loss = 0.1}, sent / 2);
   EXPECT_LT(afterLoss, sent);
   EXPECT_GE(afterLoss, sent / 2);
-  EXPECT_GT(countIn({.doubling = 0.3}, sent + 1), sent);
-  EXPECT_LT(countIn({.breaking = 0.1}, sent / 2), sent);
-  const auto disordered = test.sendIn({.lateness = 0.3}, sent);
-  EXPECT_EQ(disordered.numbers.size(), sent);
-  EXPECT_FALSE(std::is_sorted(disordered.numbers.begin(), disordered.numbers.end()));
+  EXPECT_GT(countIn({.duplication = 0.3}, sent + 1), sent);
+  EXPECT_LT(countIn({.corruption = 0.1}, sent / 2), sent);
+  const auto reordered = test.sendIn({.reordering = 0.3}, sent);
+  EXPECT_EQ(reordered.numbers.size(), sent);
+  EXPECT_FALSE(std::is_sorted(reordered.numbers.begin(), reordered.numbers.end()));
   constexpr milliseconds delay(150);
   EXPECT_GE(test.sendIn({.delay = delay}, sent).first, delay);
   EXPECT_EQ(countIn({.toServer = false}, 0), 0);

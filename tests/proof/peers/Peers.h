@@ -1,5 +1,5 @@
-// Servers of both services that stand on other libraries than ours do, and obey as the simulator
-// does; and values to try them with. Needs what scripts/setup installs.
+// Servers of both services that use other libraries than ours and take the simulator's commands;
+// and values to try them with. They need what scripts/setup installs.
 #pragma once
 
 #include <bit>
@@ -15,16 +15,16 @@
 
 namespace peers {
 
-// What all rows of these proofs stand under.
+// The part of the table that has all rows of these proofs.
 constexpr char heading[] = "Peers on other implementations";
 
 struct Peer {
-  std::string name;     // for the names of tests
-  std::string library;  // for rows
+  std::string name;     // in the names of tests
+  std::string library;  // in rows
   ServerProgram program;
 };
 
-// How GoogleTest shows one.
+// For GoogleTest's messages.
 inline void PrintTo(const Peer& peer, std::ostream* out) {
   *out << peer.library;
 }
@@ -32,11 +32,11 @@ inline void PrintTo(const Peer& peer, std::ostream* out) {
 inline Peer simulator() {
   return {"Simulator", "gatewayctl sim (gRPC C++)", {}};
 }
-// gRPC in JavaScript throughout, upon Node's HTTP/2; messages by protobufjs.
+// gRPC written in JavaScript, on Node's HTTP/2, with messages by protobufjs.
 inline Peer node() {
   return {"Node", "grpc-js", {PEERS_FOLDER "/obey.js", {}}};
 }
-// gRPC's C core, as below ours, with Python's own handling of calls and of messages above it.
+// gRPC's C core, which we use as well, with calls and messages handled in Python.
 inline Peer python() {
   return {"Python", "grpcio", {PEERS_FOLDER "/obey.py", {}}};
 }
@@ -53,7 +53,7 @@ struct Sample {
   float number = 0;
 };
 
-// Where encodings and conversions go wrong first.
+// The values that encodings and conversions are most likely to get wrong.
 inline std::vector<Sample> extremeSamples() {
   using Int = std::numeric_limits<std::int32_t>;
   using Uint = std::numeric_limits<std::uint32_t>;
@@ -75,7 +75,7 @@ inline std::vector<Sample> extremeSamples() {
 
 using Random = std::mt19937_64;
 
-// Text of up to `most` bytes of UTF-8, without NUL, of letters of one to four bytes.
+// A text of up to `most` bytes of UTF-8, of characters of one to four bytes, without NUL.
 inline std::string randomText(Random& random, std::size_t most) {
   const std::size_t length = random() % (most + 1);
   std::string text;
@@ -101,7 +101,7 @@ inline std::string randomText(Random& random, std::size_t most) {
   }
 }
 
-// Any pattern of bits. Of the many kinds of NaN, one: JavaScript knows no other.
+// A float of any bit pattern, but only one kind of NaN, since JavaScript has only one.
 inline float randomFloat(Random& random) {
   const auto number = std::bit_cast<float>(static_cast<std::uint32_t>(random()));
   return std::isnan(number) ? std::numeric_limits<float>::quiet_NaN() : number;

@@ -1,12 +1,12 @@
 #!/usr/bin/env node
-// Reads and writes messages of the schemas by protobufjs, for comparison with other
-// implementations. A line of standard input is a JSON array ["read"|"write", TYPE, ITEMS], and the
-// answer a JSON array with an element for each item:
-//   read    items are hexadecimal bytes, the answers are values
-//   write   items are values, the answers are hexadecimal bytes
-// An item that can't be read gives {"error": TEXT}. In values, floating point numbers are the
-// hexadecimal digits of their bits; a member of a oneof and a message stand there only if they are
-// set, and everything else always.
+// Reads and writes messages of the schemas with protobufjs, for comparison with other
+// implementations. Each line of standard input is a JSON array ["read"|"write", TYPE, ITEMS]. The
+// answer is a JSON array with an element for each item:
+//   read    items are hexadecimal bytes, answers are values
+//   write   items are values, answers are hexadecimal bytes
+// For an item that can't be read the answer is {"error": TEXT}. In values, floating point numbers
+// are the hexadecimal digits of their bits. Members of a oneof and messages are present only if
+// they are set; all other fields are always present.
 import { createInterface } from "node:readline";
 import { fileURLToPath } from "node:url";
 import protobuf from "protobufjs";
@@ -28,7 +28,7 @@ const floats = {
   },
 };
 
-// Takes messages and values from ("made") or to ("plain") what stands in JSON.
+// Converts messages and values from JSON ("made") or to JSON ("plain").
 function convertedValue(field, value, direction) {
   if (field.resolvedType) return converted(field.resolvedType, value, direction);
   return field.type in floats ? floats[field.type][direction](value) : value;
@@ -46,7 +46,7 @@ function converted(type, message, direction) {
   return result;
 }
 
-// Of the members of a oneof, a message that was read keeps all that came, but names the last one.
+// A message that was read keeps all members of a oneof that arrived, but names the last one.
 function isThere(field, message) {
   if (field.partOf && message[field.partOf.name]) {
     return message[field.partOf.name] === field.name;
@@ -55,7 +55,7 @@ function isThere(field, message) {
   return !hasPresence || Object.hasOwn(message, field.name);
 }
 
-// protobufjs writes whatever is there: an empty string has to be absent, as proto3 wants it.
+// protobufjs writes every field that is present, but proto3 requires empty strings to be left out.
 function withoutEmptyTexts(type, message) {
   for (const field of type.fieldsArray) {
     const value = message[field.name];

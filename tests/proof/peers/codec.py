@@ -1,6 +1,6 @@
 #!/usr/bin/python3
-"""Does with protobuf for Python, in the implementation that is Python throughout, what codec.js
-does with protobufjs, and is told in the same way.
+"""The same as codec.js, with the same input and output, but with the pure Python implementation of
+protobuf for Python.
 """
 
 import json
@@ -18,7 +18,7 @@ from google.protobuf import message_factory, symbol_database
 from google.protobuf.descriptor import FieldDescriptor
 from google.protobuf.internal import api_implementation
 
-import schemas  # known to protobuf by being imported
+import schemas  # importing them registers them with protobuf
 
 assert api_implementation.Type() == "python" and schemas
 
@@ -82,7 +82,7 @@ operations = {
 def attempt(operation, kind, item):
     try:
         return operations[operation](kind, item)
-    except Exception as error:  # whatever the library raises is the answer
+    except Exception as error:  # any error of the library is an answer
         return {"error": str(error)}
 
 

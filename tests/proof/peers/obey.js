@@ -1,7 +1,7 @@
 #!/usr/bin/env node
-// The services of examples/servers/node, sending nothing but what commands say: those of
-// `gatewayctl sim --commands`, as far as tests of flows need them, with the same events. Messages
-// are read and written by the example's libraries; hexadecimal is for commands and events alone.
+// The services of examples/servers/node, which send only what commands tell them to. The commands
+// and events are those of `gatewayctl sim --commands`, as far as tests of flows need them. The
+// example's libraries read and write the messages; hexadecimal is only used in commands and events.
 import { createRequire } from "node:module";
 import { createInterface } from "node:readline";
 import { addressesOfCommandLine, serve, sonalith } from "../../../examples/servers/node/server.js";

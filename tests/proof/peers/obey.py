@@ -1,7 +1,7 @@
 #!/usr/bin/python3
-"""The services of examples/servers/python, sending nothing but what commands say: those of
-`gatewayctl sim --commands`, as far as tests of flows need them, with the same events. Messages are
-read and written by the example's libraries; hexadecimal is for commands and events alone.
+"""The services of examples/servers/python, which send only what commands tell them to. The commands
+and events are those of `gatewayctl sim --commands`, as far as tests of flows need them. The
+example's libraries read and write the messages; hexadecimal is only used in commands and events.
 """
 
 import os
@@ -19,7 +19,7 @@ sys.path.insert(0, str(repository / "examples/servers/python"))
 from schemas import engine_pb2, engine_pb2_grpc, meters_pb2, meters_pb2_grpc
 from server import command_line, serve
 
-lock = threading.RLock()  # of the counts, of the open streams and of the lines
+lock = threading.RLock()  # of the counts, the open streams and the output
 
 
 def say(line):
@@ -33,7 +33,7 @@ def message_of(kind, text):
 
 
 def deadline(context):
-    # Calls without a deadline are given one in centuries.
+    # A call without a deadline gets one that is centuries away.
     year = 365 * 86400
     return "set" if context.time_remaining() < year else "none"
 
@@ -165,13 +165,13 @@ def main():
         "engine": lambda what, *words: getattr(engine, what)(*words),
         "sync": lambda word: say(f"sync {word}"),
     }
-    # Kept for as long as calls shall come: it takes none when nothing refers to it any more.
+    # A server stops accepting calls when nothing refers to it any more.
     server = serve(arguments, Meters(), engine, options)
     for command in sys.stdin:
         name, *words = command.split()
         commands[name](*words)
     server.stop(grace=None)
-    # Threads of calls that are held would never be through.
+    # The threads of held calls would never end.
     os._exit(0)
 
 

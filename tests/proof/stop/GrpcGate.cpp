@@ -41,13 +41,13 @@ std::atomic<bool> clockMoves{false};
 std::atomic<std::int64_t> wallClockStep{0};  // nanoseconds
 std::atomic<GrpcGate::State*> current{nullptr};
 
-// Whether this thread sees the wall clock as the system has it.
+// Whether this thread sees the system's wall clock instead of the moved one.
 thread_local bool seesSystemClock = false;
 
-// The core's own tag of the event that this thread has taken last.
+// The core's tag of the last event that this thread has taken.
 thread_local const void* lastCoreTag = nullptr;
 
-// Of one method, as in GatePlan.
+// A step of a method, as in GatePlan.
 struct Operation {
   std::string method;
   Step step;
@@ -62,7 +62,7 @@ struct Event {
   bool isWakeUp() const { return tag == nullptr; }
 };
 
-// Streams start, read and finish in batches of their own; a unary call is one batch.
+// A stream starts, reads and finishes in separate batches; a unary call is one batch.
 Step stepOf(const grpc_op* ops, std::size_t count) {
   std::set<grpc_op_type> types;
   for (std::size_t i = 0; i < count; ++i) types.insert(ops[i].op);
@@ -87,7 +87,7 @@ struct GrpcGate::State {
 
   const GatePlan plan;
 
-  std::mutex mutex;  // of all below
+  std::mutex mutex;  // of everything below
   std::condition_variable changed;
   std::map<const void*, std::string> methodOfHandle;
   std::map<const void*, std::string> methodOfCall;
@@ -95,12 +95,12 @@ struct GrpcGate::State {
   std::map<const void*, Operation> started;  // by the core's tag
   std::map<Operation, int> startedCount;
   std::map<Operation, int> comeCount;
-  int fitting = 0;       // events that fit the plan so far
-  bool shut = false;     // no event reaches the loop any more but its wake-up
-  bool atGate = false;   // the loop asks for an event
-  bool reached = false;  // not for Pending: there the loop has to come back to the gate first
+  int fitting = 0;       // events that have matched the plan so far
+  bool shut = false;     // from now on only its wake-up reaches the loop
+  bool atGate = false;   // the loop is waiting for an event
+  bool reached = false;  // not used for Pending, for which the loop must return to the gate
   bool wakeUpSet = false;
-  std::thread::id stopper;  // the thread that has set the wake-up: it flushes
+  std::thread::id stopper;  // the thread that has set the wake-up, and flushes
   std::deque<Event> waiting;
   std::vector<RetryAlarm> retryAlarms;
 
@@ -109,7 +109,7 @@ struct GrpcGate::State {
   template <class Condition>
   void await(std::unique_lock<std::mutex>& lock, const char* what, Condition condition) {
     if (changed.wait_for(lock, patience, condition)) return;
-    throw std::runtime_error(std::string("the gate has waited in vain for ") + what);
+    throw std::runtime_error(std::string("the gate has waited too long for ") + what);
   }
 
   void awaitWakeUp() {
@@ -119,7 +119,7 @@ struct GrpcGate::State {
     await(lock, "the stop", [this] { return wakeUpSet; });
   }
 
-  // The lock is held. Before an operation begins, so that its event can't slip through.
+  // Call this with the lock, before the operation starts, so that its event can't slip through.
   void begins(const Operation& operation) {
     const int nth = ++startedCount[operation];
     const bool fits = operation == Operation{plan.method, plan.step} && nth == plan.nth;
@@ -127,7 +127,7 @@ struct GrpcGate::State {
     changed.notify_all();
   }
 
-  // The lock is held.
+  // Call this with the lock.
   Event eventOf(void* tag, bool ok) {
     if (tag == nullptr) return {{}, tag, ok};
     const auto batch = started.extract(lastCoreTag);
@@ -136,7 +136,7 @@ struct GrpcGate::State {
     return {batch.mapped(), tag, ok};
   }
 
-  // The lock is held. Whether this is the event that the plan waits for.
+  // Whether this is the event that the plan waits for. Call this with the lock.
   bool fits(const Event& event) {
     const bool such = event.operation == Operation{plan.method, plan.step} &&
                       plan.ok.value_or(event.ok) == event.ok;
@@ -150,8 +150,8 @@ struct GrpcGate::State {
 
 namespace {
 
-// Goes into the loop in the place of a payload, and so gets hold of it behind the loop's look at
-// its flag.
+// Takes the place of a payload in the loop, so that the gate gets control after the loop has
+// checked its flag.
 class Intermediary final : public gateway::AsyncEventPayload {
  public:
   Intermediary(GrpcGate::State& gate, void* tag) : gate_(gate), tag_(tag) { context.reset(); }
@@ -177,6 +177,7 @@ class Intermediary final : public gateway::AsyncEventPayload {
   void* tag_;
 };
 
+// The function that this library replaces.
 template <class Function>
 Function* theirs(const char* symbol) {
   return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, symbol));
@@ -184,7 +185,7 @@ Function* theirs(const char* symbol) {
 
 }  // namespace
 
-// The event that the plan waits for, as the loop gets it.
+// Turns the event that the plan waits for into the one that the loop gets.
 Event GrpcGate::State::handOn(Event event) {
   event.ok = plan.handAs.value_or(event.ok);
   if (plan.moment == Moment::Taken) {
@@ -214,8 +215,9 @@ bool GrpcGate::State::pass(Event& event) {
   return true;
 }
 
-// Aligned as member functions are: the lowest bit of a pointer to one says whether it is virtual.
-#define IN_FRONT_OF(symbol) __asm__(symbol) __attribute__((visibility("default"), aligned(16)))
+// Aligned like member functions, because the lowest bit of a pointer to a member function says
+// whether it is virtual.
+#define REPLACES(symbol) __asm__(symbol) __attribute__((visibility("default"), aligned(16)))
 #define TAKE_EVENT "_ZN4grpc15CompletionQueue17AsyncNextInternalEPPvPb12gpr_timespec"
 #define SET_ALARM "_ZN4grpc5Alarm11SetInternalEPNS_15CompletionQueueE12gpr_timespecPv"
 #define MAKE_ALARM "_ZN4grpc5AlarmC1Ev"
@@ -231,30 +233,29 @@ bool GrpcGate::State::pass(Event& event) {
 
 extern "C" {
 Status takeEvent(grpc::CompletionQueue* queue, void** tag, bool* ok, gpr_timespec deadline)
-    IN_FRONT_OF(TAKE_EVENT);
+    REPLACES(TAKE_EVENT);
 void setAlarm(grpc::Alarm* alarm, grpc::CompletionQueue* queue, gpr_timespec deadline, void* tag)
-    IN_FRONT_OF(SET_ALARM);
-void makeAlarm(grpc::Alarm* alarm) IN_FRONT_OF(MAKE_ALARM);
-void destroyAlarm(grpc::Alarm* alarm) IN_FRONT_OF(DESTROY_ALARM);
-void makeContext(grpc::ClientContext* context) IN_FRONT_OF(MAKE_CONTEXT);
-void destroyContext(grpc::ClientContext* context) IN_FRONT_OF(DESTROY_CONTEXT);
-void tryCancel(grpc::ClientContext* context) IN_FRONT_OF(TRY_CANCEL);
-void setInt(grpc::ChannelArguments* arguments, const std::string& key, int value)
-    IN_FRONT_OF(SET_INT);
-void join(std::thread* thread) IN_FRONT_OF(JOIN);
-system_clock::time_point wallClock() IN_FRONT_OF(WALL_CLOCK);
+    REPLACES(SET_ALARM);
+void makeAlarm(grpc::Alarm* alarm) REPLACES(MAKE_ALARM);
+void destroyAlarm(grpc::Alarm* alarm) REPLACES(DESTROY_ALARM);
+void makeContext(grpc::ClientContext* context) REPLACES(MAKE_CONTEXT);
+void destroyContext(grpc::ClientContext* context) REPLACES(DESTROY_CONTEXT);
+void tryCancel(grpc::ClientContext* context) REPLACES(TRY_CANCEL);
+void setInt(grpc::ChannelArguments* arguments, const std::string& key, int value) REPLACES(SET_INT);
+void join(std::thread* thread) REPLACES(JOIN);
+system_clock::time_point wallClock() REPLACES(WALL_CLOCK);
 
 grpc_event takeCoreEvent(grpc_completion_queue* queue, gpr_timespec deadline, void* reserved)
-    IN_FRONT_OF("grpc_completion_queue_next");
+    REPLACES("grpc_completion_queue_next");
 grpc_call_error startBatch(grpc_call* call, const grpc_op* ops, size_t count, void* tag,
-                           void* reserved) IN_FRONT_OF("grpc_call_start_batch");
+                           void* reserved) REPLACES("grpc_call_start_batch");
 void* registerCall(grpc_channel* channel, const char* method, const char* host, void* reserved)
-    IN_FRONT_OF("grpc_channel_register_call");
+    REPLACES("grpc_channel_register_call");
 grpc_call* createCall(grpc_channel* channel, grpc_call* parent, uint32_t mask,
                       grpc_completion_queue* queue, void* handle, gpr_timespec deadline,
-                      void* reserved) IN_FRONT_OF("grpc_channel_create_registered_call");
-gpr_timespec grpcNow(gpr_clock_type clock) IN_FRONT_OF("gpr_now");
-int waitInGrpc(gpr_cv* condition, gpr_mu* mutex, gpr_timespec deadline) IN_FRONT_OF("gpr_cv_wait");
+                      void* reserved) REPLACES("grpc_channel_create_registered_call");
+gpr_timespec grpcNow(gpr_clock_type clock) REPLACES("gpr_now");
+int waitInGrpc(gpr_cv* condition, gpr_mu* mutex, gpr_timespec deadline) REPLACES("gpr_cv_wait");
 }
 
 // ---- Events -------------------------------------------------------------------------------------
@@ -341,7 +342,7 @@ grpc_call_error startBatch(grpc_call* call, const grpc_op* ops, size_t count, vo
   return real(call, ops, count, tag, reserved);
 }
 
-// The wake-up comes after the stop's flag: once it is set, the loop sees the flag.
+// The stop clears its flag before it sets the wake-up, so the loop sees the flag from then on.
 void setAlarm(grpc::Alarm* alarm, grpc::CompletionQueue* queue, gpr_timespec deadline, void* tag) {
   static auto* const real = theirs<decltype(setAlarm)>(SET_ALARM);
   GrpcGate::State* const gate = current;
@@ -377,7 +378,7 @@ void setInt(grpc::ChannelArguments* arguments, const std::string& key, int value
   real(arguments, key, gate != nullptr && isTime ? value / gate->plan.keepaliveDivisor : value);
 }
 
-// ---- What is held -------------------------------------------------------------------------------
+// ---- Objects in use -----------------------------------------------------------------------------
 
 void makeAlarm(grpc::Alarm* alarm) {
   static auto* const real = theirs<decltype(makeAlarm)>(MAKE_ALARM);
@@ -429,8 +430,8 @@ gpr_timespec grpcNow(gpr_clock_type clock) {
   return gpr_time_add(now, gpr_time_from_nanos(wallClockStep, GPR_TIMESPAN));
 }
 
-// gRPC waits until its deadline stands on the wall clock. In small pieces of the system's time, so
-// that a clock that moves meanwhile is noticed.
+// Waits until the wall clock shows the deadline. It does so in small pieces of the system's time,
+// to notice a clock that is moved meanwhile.
 int waitInGrpc(gpr_cv* condition, gpr_mu* mutex, gpr_timespec deadline) {
   static auto* const real = theirs<decltype(waitInGrpc)>("gpr_cv_wait");
   const gpr_timespec never = gpr_inf_future(deadline.clock_type);
@@ -472,7 +473,7 @@ JoinFault::~JoinFault() {
 GrpcGate::GrpcGate(GatePlan plan) : state_(std::make_unique<State>(std::move(plan))) {
   State* none = nullptr;
   if (!current.compare_exchange_strong(none, state_.get())) {
-    throw std::logic_error("there is a gate already");
+    throw std::logic_error("there can be only one gate");
   }
 }
 
@@ -482,7 +483,7 @@ GrpcGate::~GrpcGate() {
 
 void GrpcGate::awaitReached() {
   std::unique_lock lock(state_->mutex);
-  state_->await(lock, "the moment of its plan", [this] { return state_->isReached(); });
+  state_->await(lock, "the moment of the plan", [this] { return state_->isReached(); });
 }
 
 void GrpcGate::awaitEvents(const std::string& method, Step step, int count) {

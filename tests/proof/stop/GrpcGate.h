@@ -1,14 +1,15 @@
-// A gate between the module and gRPC, for tests that need a certain moment and not a lucky one.
+// A gate between the module and gRPC, for tests that must force a certain moment instead of leaving
+// it to chance.
 //
-// A program that links the library `grpc_gate` has it in front of gRPC: the module's operations and
-// their events pass through it. A GrpcGate waits for one event of one call, keeps the module's loop
-// right there, and lets it go on when the stop has cleared its flag and set the alarm that wakes
-// the loop. From that event on no other reaches the loop but this wake-up; what comes meanwhile
-// waits, and comes out of the flush. So it is certain where the loop stands when the stop begins,
-// and by what event it ends, while messages arrive as fast as they can.
+// In a program that links the library `grpc_gate`, the module's operations and their events pass
+// through this gate. A GrpcGate waits for one event of one call, holds the module's loop there, and
+// releases it when the stop has cleared its flag and set the alarm that wakes the loop. After the
+// awaited event only this wake-up reaches the loop; all other events wait until the flush. This
+// fixes where the loop is when the stop begins and which event ends it, even while messages arrive
+// as fast as possible.
 //
-// Threads: the constructor and the destructor run while no module does; everything else is for any
-// thread. There can be one gate at a time, and one module behind it.
+// Threads: construct and destroy a gate while no module runs; everything else is for any thread.
+// There can be only one gate at a time, and one module that uses it.
 #pragma once
 
 #include <chrono>
@@ -20,39 +21,38 @@
 
 namespace proof {
 
-// What an event completes: the four operations of a stream's attempt, or a whole unary call.
+// What an event completes: one of the four operations of a stream's attempt, or a unary call.
 enum class Step { Start, Read, Finish, Retry, Unary };
 
 // Where the loop is when the stop begins.
 enum class Moment {
-  Never,     // anywhere: nothing is kept
-  Pending,   // waiting: the operation has been started and its event has not come to the loop
-  Taken,     // the loop has its event in hand, and has not yet looked whether it shall stop
-  HandedOn,  // the loop has looked; the event's work is about to begin
-  Raised,    // nowhere: an exception out of this event has ended it
-  Passing,   // anywhere; `within` is called right before the event's work, on the loop's thread
+  Never,     // anywhere: the gate holds nothing
+  Pending,   // waiting: the operation has been started, and its event has not reached the loop
+  Taken,     // the loop has taken the event and has not checked yet whether it must stop
+  HandedOn,  // the loop has checked, and is about to handle the event
+  Raised,    // nowhere: an exception thrown while this event was handled has ended the loop
+  Passing,   // anywhere; `within` is called on the loop's thread right before the event is handled
 };
 
 struct GatePlan {
-  std::string method = {};  // the last part of its name, such as "GetMetersFast"
+  std::string method = {};  // the last part of the name, such as "GetMetersFast"
   Step step = Step::Start;
   Moment moment = Moment::Never;
-  int nth = 1;                      // which of the events that fit, from 1
-  std::optional<bool> ok = {};      // fits only such
-  std::optional<bool> handAs = {};  // what the loop gets told, whatever gRPC says
+  int nth = 1;                      // which of the matching events, from 1
+  std::optional<bool> ok = {};      // only events with this result match
+  std::optional<bool> handAs = {};  // the result that the loop sees instead of gRPC's
   std::function<void()> within = {};
-  // Retry alarms come after this time instead of their own; keepalive comes so many times sooner.
+  // Retry alarms fire after this time instead of their own; keepalive times are divided.
   std::optional<std::chrono::milliseconds> retryAfter = {};
   int keepaliveDivisor = 1;
 };
 
-// What the module holds of gRPC, and what it has asked for, in the whole process. A payload is one
-// context.
+// The module's use of gRPC, in the whole process. Each payload has one context.
 struct GrpcUse {
   int contexts = 0;             // alive
   int alarms = 0;               // alive
-  int cancels = 0;              // calls that were told to end, so far
-  bool waitedForReady = false;  // whether a call was ever told to wait for its server
+  int cancels = 0;              // calls cancelled so far
+  bool waitedForReady = false;  // whether any call has asked to wait for its server
 };
 GrpcUse grpcUse();
 
@@ -63,23 +63,22 @@ class GrpcGate {
   GrpcGate(const GrpcGate&) = delete;
   GrpcGate& operator=(const GrpcGate&) = delete;
 
-  // Returns when the loop is where the plan wants it. Throws std::runtime_error when `patience`
-  // ends, which is generous by intent.
+  // Returns when the loop is where the plan wants it. Throws std::runtime_error after a generous
+  // time.
   void awaitReached();
 
-  // Returns when so many events of that kind have come to the gate. Throws likewise.
+  // Returns when `count` events of that kind have reached the gate. Throws likewise.
   void awaitEvents(const std::string& method, Step step, int count);
 
-  // How many operations of that kind have been started so far; the other returns when it is so
-  // many.
+  // How many operations of that kind have been started so far; and a function that returns when
+  // there are `count`, and throws likewise.
   int startedCount(const std::string& method, Step step) const;
   void awaitStarted(const std::string& method, Step step, int count);
 
-  // A retry alarm that was set: when the module wanted it to come, and when it was told to.
   struct RetryAlarm {
-    std::chrono::system_clock::time_point wanted;
-    std::chrono::system_clock::time_point set;
-    std::chrono::system_clock::time_point at;  // when that was
+    std::chrono::system_clock::time_point wanted;  // the deadline that the module asked for
+    std::chrono::system_clock::time_point set;     // the deadline that gRPC was given
+    std::chrono::system_clock::time_point at;      // the time of the request
   };
   std::vector<RetryAlarm> retryAlarms() const;
 
@@ -89,7 +88,7 @@ class GrpcGate {
   std::unique_ptr<State> state_;
 };
 
-// While it lives, std::thread::join raises std::system_error with this text.
+// While it exists, std::thread::join throws std::system_error with this text.
 class JoinFault {
  public:
   JoinFault();
@@ -100,9 +99,9 @@ class JoinFault {
   static constexpr const char* text = "no join";
 };
 
-// While it lives, the wall clock can be moved, as the module and gRPC see it. What waits in gRPC
-// for a time on the wall clock goes on when the moved clock shows it, as where the system's clock
-// was moved. Made before the module is started.
+// While it exists, the wall clock that the module and gRPC see can be moved. A wait of gRPC for a
+// time on the wall clock then ends when the moved clock shows that time, as it would if the
+// system's clock were moved. Make it before the module is started.
 class MovedClock {
  public:
   MovedClock();

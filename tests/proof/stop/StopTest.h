@@ -1,4 +1,4 @@
-// The vocabulary of tests that stop a module at a certain moment, and what such a stop shows.
+// Helpers for tests that stop a module at a certain moment.
 #pragma once
 
 #include <algorithm>
@@ -14,20 +14,22 @@
 
 namespace proof {
 
-// Within this a stop has ended that waits for nothing: less than the five seconds of a retry, and
-// generous otherwise.
+constexpr auto part = "Stop in every state";
+
+// A stop that waits for nothing takes less time than this. It is generous, but less than the five
+// seconds of a retry.
 constexpr std::chrono::milliseconds promptly{4000};
 
-// What a stop has shown. A payload is one context.
+// What a stop has shown. Each payload has one context, by which it is counted.
 struct Stop {
-  int begun = 0;           // payloads when it began,
+  int begun = 0;           // payloads when the stop began,
   int joined = 0;          // when the client thread had ended,
   int flushed = 0;         // when the queue had been flushed,
-  int left = 0;            // and in the end
-  int cancelled = 0;       // contexts that were told to end, after the thread
+  int left = 0;            // and at the end
+  int cancelled = 0;       // contexts that were cancelled after the client thread had ended
   int payloadLines = 0;    // lines of flushed payloads
   int wakeUpLines = 0;     // lines of a flushed wake-up
-  Journal lines;           // all others
+  Journal lines;           // all other lines
   std::string fast, slow;  // the text slots when the queue had been flushed
   std::chrono::milliseconds duration{};
   std::chrono::system_clock::time_point end;
@@ -35,7 +37,7 @@ struct Stop {
 
 class StopTest : public GatewayTest {
  protected:
-  // Servers and a gate of its own for each start: what one leaves can't be the next one's.
+  // Each start has its own servers and gate, so that none sees what an earlier one left.
   void begin(const GatePlan& plan) {
     gate.reset();
     servers.reset();
@@ -55,7 +57,8 @@ class StopTest : public GatewayTest {
     servers->waitEvent("open slow 1 ");
   }
 
-  // Sends it so often, 0 for as long as the call is open, and returns when the module has it.
+  // Sends a text `times` times, or as long as the call is open if 0; the first form returns when
+  // the module has it.
   void deliver(standin::SlotSet set, const std::string& text, int times = 1) {
     send(set, text, times);
     ASSERT_TRUE(host.waitUntil([&] { return textOf(set) == text; }));
@@ -65,7 +68,7 @@ class StopTest : public GatewayTest {
                      Batch().addString("last.one", text).hex() + " " + std::to_string(times));
   }
 
-  // A change of a parameter.
+  // Changes a parameter.
   void change(int value) {
     standin::KeyValueList changes;
     changes.addInt("gateway.delay", value);
@@ -114,7 +117,7 @@ class StopTest : public GatewayTest {
     return seen;
   }
 
-  // What holds after every stop, wherever it began.
+  // What holds after every stop, in whatever state it began.
   void expectStopped(const Stop& seen) {
     EXPECT_EQ(seen.lines, stopSteps);
     EXPECT_EQ(grpcUse().alarms, atBegin_.alarms);
@@ -122,7 +125,7 @@ class StopTest : public GatewayTest {
     expectNothingLeft();
   }
 
-  // Of this start: how many are alive.
+  // How many payloads of this start exist.
   int payloads() const { return grpcUse().contexts - atBegin_.contexts; }
 
   std::unique_ptr<SimProcess> servers;
@@ -132,9 +135,8 @@ class StopTest : public GatewayTest {
   GrpcUse atBegin_;
 };
 
-// The longest of some stops, for a row.
-inline std::string longest(const std::vector<std::chrono::milliseconds>& stops) {
-  return std::to_string(std::max_element(stops.begin(), stops.end())->count()) + " ms at most";
+inline std::chrono::milliseconds longest(const std::vector<std::chrono::milliseconds>& stops) {
+  return *std::max_element(stops.begin(), stops.end());
 }
 
 }  // namespace proof

@@ -1,4 +1,4 @@
-// The exported shell functions without memory, as a host finds them in the loaded file.
+// The shell functions that the loaded file exports, without memory.
 #include <cerrno>
 #include <cstdlib>
 
@@ -11,15 +11,15 @@ class ShellFunctionsWithoutMemory : public WithoutMemory<GatewayTest> {
  protected:
   template <class Function>
   Function* exported(const char* name) const {
-    // What a file exports is an address, whatever it is the type of.
+    // A file exports addresses without types.
     return reinterpret_cast<Function*>(module.symbol(name));
   }
 
-  // What needs quotes, escapes, blanks and more than one run.
+  // Needs quotes, escapes, blanks and more than one run.
   const std::string text_ = "one 'two  three' \"f\\\"our\" fi\\ve # six" + std::string(300, 'x');
 };
 
-TEST_F(ShellFunctionsWithoutMemory, QuoteUnquoteAndParseNextTakeNone) {
+TEST_F(ShellFunctionsWithoutMemory, QuoteUnquoteAndParseNextAllocateNothing) {
   const auto quote = exported<decltype(c_shquote_quote)>("c_shquote_quote");
   const auto unquote = exported<decltype(c_shquote_unquote)>("c_shquote_unquote");
   const auto parseNext = exported<decltype(c_shquote_parse_next)>("c_shquote_parse_next");
@@ -42,11 +42,15 @@ TEST_F(ShellFunctionsWithoutMemory, QuoteUnquoteAndParseNextTakeNone) {
   EXPECT_EQ(words, 4);
   EXPECT_EQ(fault.requestCount(), 0u);
   expectNoOwnBlocks();
-  proof::report({part, "c_shquote_quote, c_shquote_unquote, c_shquote_parse_next",
-                 "a call each, all allocations failing", "0 allocations asked for"});
+  proof::report({part,
+                 "c_shquote_quote, c_shquote_unquote, c_shquote_parse_next",
+                 "",
+                 {{"functions, with all allocations failing", 3}},
+                 "",
+                 {{"allocations requested", fault.requestCount()}}});
 }
 
-TEST_F(ShellFunctionsWithoutMemory, ParseArgvReportsItStoresNothingAndKeepsNothing) {
+TEST_F(ShellFunctionsWithoutMemory, ParseArgvReturnsAnErrorAndLeaksNothing) {
   const auto parseArgv = exported<decltype(c_shquote_parse_argv)>("c_shquote_parse_argv");
   int failures = 0;
   for (const Lasting lasting : {Lasting::Once, Lasting::ForGood}) {
@@ -71,8 +75,11 @@ TEST_F(ShellFunctionsWithoutMemory, ParseArgvReportsItStoresNothingAndKeepsNothi
   }
   EXPECT_EQ(failures, 4);
   expectNoOwnBlocks();
-  proof::report({part, "c_shquote_parse_argv", "2 allocations, each failing once and for good",
-                 "-12 each time, nothing stored, nothing left"});
+  proof::report({part,
+                 "c_shquote_parse_argv",
+                 "",
+                 {{eachAllocation, 2}},
+                 "it returns -12, stores nothing and leaks nothing"});
 }
 
 }  // namespace

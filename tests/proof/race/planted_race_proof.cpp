@@ -1,5 +1,5 @@
-// The thread sanitizer, with all that it is told to leave alone, reports a race of ours: the same
-// start and stop pass with the module as it is, and are reported with a race planted in it.
+// In spite of everything that the thread sanitizer is told to ignore, it reports a race of ours: a
+// start and stop of the module pass, and the same with a race planted in the module is reported.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -11,10 +11,10 @@
 
 namespace {
 
-// What the sanitizer makes of a program with findings.
+// The exit code of a program that the sanitizer has reported.
 constexpr int findingsExitCode = 66;
 
-// Both meter streams are refused at once: their ends keep the loop busy.
+// Both meter streams are refused at once, and their ends keep the loop busy.
 constexpr char configuration[] = "[Meters]\nTarget=localhost:1\n";
 
 [[noreturn]] void startAndStop(const char* modulePath) {
@@ -27,7 +27,7 @@ constexpr char configuration[] = "[Meters]\nTarget=localhost:1\n";
     if (instance.start(files.write("gateway.conf", configuration)) != 0) std::_Exit(1);
     instance.stop();
   }
-  // By its usual way, on which the sanitizer sets the code.
+  // The usual exit, at which the sanitizer sets the code.
   std::exit(0);
 }
 
@@ -36,9 +36,11 @@ TEST(PlantedRace, IsReported) {
   EXPECT_EXIT(startAndStop(GATEWAY_MODULE), ::testing::ExitedWithCode(0), "");
   EXPECT_EXIT(startAndStop(RACED_MODULE), ::testing::ExitedWithCode(findingsExitCode),
               "data race.*(asyncMainLoop|stopClient)");
-  proof::report({"Sanitizers", "a race planted in the module: `running` as a plain bool",
-                 "one start and stop each of the module and of the raced one",
-                 "the raced one is reported by the thread sanitizer, the other is not"});
+  proof::report({"Sanitizers",
+                 "a race planted in the module: `running` as a plain bool",
+                 "",
+                 {{"modules, one of them with the race", 2}},
+                 "the thread sanitizer reports the one with the race, and not the other"});
 }
 
 }  // namespace

@@ -1,14 +1,12 @@
-// The gateway through every fault of the network: of the simulator's, and of wires between network
-// namespaces, where the machine permits them. What a fault leaves alone goes on; streams come back
-// five seconds after their end and no earlier, one attempt at a time; slots keep their values; the
-// stop takes no longer than what it has to wait for; and nothing grows.
-#include <fmt/format.h>
+// The gateway survives every fault of the simulator and, if the machine permits network namespaces,
+// every fault of a wire. Whatever a fault leaves alone continues; streams are opened again five
+// seconds after their end and no earlier, one attempt at a time; slots keep their values; a stop
+// takes no longer than what it has to wait for; and nothing grows.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cstddef>
-#include <map>
 #include <random>
 #include <set>
 #include <string>
@@ -24,30 +22,32 @@
 namespace network {
 namespace {
 
-// A sanitizer keeps what was freed and has threads of its own.
+// A sanitizer keeps freed memory, and has threads of its own.
 #ifdef GATEWAY_SANITIZED
 constexpr bool isSanitized = true;
 #else
 constexpr bool isSanitized = false;
 #endif
 
-// Cells mostly wait: for five seconds, or for a second's worth of values.
+constexpr char part[] = "Faults of the network";
+
+// Trials mostly wait: for five seconds, or for a second's worth of values.
 constexpr std::size_t atATime = 16;
 constexpr std::size_t sampled = 14;
 constexpr int stopsEach = 4;
 constexpr int seriesLength = 8;
-// gRPC makes threads and buffers when it first needs them; from the second fault of a kind on it
-// has what it needs, but for what the allocator happens to keep.
+// gRPC makes threads and buffers when it first needs them. From the second fault of a kind on it
+// should not need more, except for memory that the allocator happens to keep.
 constexpr int threadsOfGrpc = 4;
-constexpr double memoryAtFirst = 32;  // MiB
-constexpr double memoryAgain = 8;
+constexpr double memoryOfFirstFault = 32;  // MiB
+constexpr double memoryOfFurtherFaults = 8;
 
 struct Tried {
   Cell cell;
   Finding finding;
 };
 
-// Without what the machine does not permit.
+// The cells that the machine permits.
 std::vector<Cell> possibleCells(bool hasWires) {
   auto cells = allCells();
   std::erase_if(cells, [&](const Cell& cell) { return cell.fault->isOfWire() && !hasWires; });
@@ -61,8 +61,8 @@ std::vector<Cell> sample(std::vector<Cell> cells, std::mt19937_64& random) {
   return cells;
 }
 
-// Stops are short, and what may go wrong in them depends on microseconds: more of them. And each
-// fault again and again, for what may grow.
+// Every cell; stops several times, since they are short and depend on microseconds; and a series of
+// each fault, to see whether anything grows.
 std::vector<Cell> everything(std::vector<Cell> cells, std::mt19937_64& random) {
   std::vector<Cell> all;
   std::set<const Fault*> inSeries;
@@ -78,7 +78,7 @@ std::vector<Cell> everything(std::vector<Cell> cells, std::mt19937_64& random) {
   return all;
 }
 
-// The longest first, so that none is left at the end.
+// The longest come first, so that the last ones are short.
 double lengthOf(const Cell& cell) {
   return cell.rounds * static_cast<double>(cell.fault->held.count());
 }
@@ -112,13 +112,15 @@ bool isSeries(const Tried& tried) {
 void checkGrowth(Tried& tried) {
   auto& finding = tried.finding;
   if (!finding.isMeasured || isSanitized) return;
-  const double memory = isSeries(tried) ? memoryAgain : memoryAtFirst;
-  if (finding.moreThreads > threadsOfGrpc) finding.problems.emplace_back("there are more threads");
-  if (finding.moreMemory > memory) finding.problems.emplace_back("there is more memory");
+  const double memory = isSeries(tried) ? memoryOfFurtherFaults : memoryOfFirstFault;
+  if (finding.moreThreads > threadsOfGrpc) finding.problems.emplace_back("the threads increased");
+  if (finding.moreMemory > memory) finding.problems.emplace_back("the memory grew");
 }
 
-// Of single faults, or of series: the most of each.
-std::string growthOf(const std::vector<const Tried*>& trials, bool ofSeries) {
+using Trials = std::vector<const Tried*>;
+
+// The most that single faults added, or further faults of a series.
+std::vector<proof::Measured> growthOf(const Trials& trials, bool ofSeries) {
   int threads = 0;
   double memory = 0;
   bool any = false;
@@ -129,55 +131,75 @@ std::string growthOf(const std::vector<const Tried*>& trials, bool ofSeries) {
     any = true;
   }
   if (!any || isSanitized) return {};
-  return fmt::format("; {} {:+} threads, {:+.1f} MiB", ofSeries ? "from the second on" : "at first",
-                     threads, memory);
+  const std::string after = ofSeries ? " after further faults" : " after the first fault";
+  return {proof::mostOf("threads" + after, threads, "+.0f", ""),
+          proof::mostOf("memory" + after, memory, "+.1f", "MiB")};
 }
 
-std::string figuresOf(const std::vector<const Tried*>& trials) {
+std::vector<double> retriesOf(const Trials& trials) {
   std::vector<double> retries;
-  double stop = 0;
   for (const auto* trial : trials) {
-    const auto& finding = trial->finding;
-    retries.insert(retries.end(), finding.retries.begin(), finding.retries.end());
-    stop = std::max(stop, finding.stop);
+    retries.insert(retries.end(), trial->finding.retries.begin(), trial->finding.retries.end());
   }
-  auto text = fmt::format("{} retries seen", retries.size());
+  return retries;
+}
+
+std::vector<proof::Measured> figuresOf(const Trials& trials) {
+  std::vector<proof::Measured> figures;
+  const auto retries = retriesOf(trials);
   if (!retries.empty()) {
     const auto [least, most] = std::minmax_element(retries.begin(), retries.end());
-    text += fmt::format(" {:.2f} to {:.2f} s after the end", *least, *most);
+    figures.push_back({"time until the retry", *least, *most, ".2f", "s"});
   }
-  text += fmt::format("; longest stop {:.2f} s", stop);
-  return text + growthOf(trials, false) + growthOf(trials, true);
+  double stop = 0;
+  for (const auto* trial : trials) stop = std::max(stop, trial->finding.stop);
+  figures.push_back(proof::mostOf("longest stop", stop, ".2f", "s"));
+  for (const bool ofSeries : {false, true}) {
+    for (const auto& each : growthOf(trials, ofSeries)) figures.push_back(each);
+  }
+  return figures;
 }
 
-std::string triedOf(const std::vector<const Tried*>& trials) {
-  int faults = 0;
-  std::map<std::string, int> cells;
+proof::Counts triedOf(const Trials& trials) {
+  std::uint64_t faults = 0;
+  std::set<std::string> cells;
   for (const auto* trial : trials) {
-    faults += trial->cell.rounds;
-    ++cells[nameOf(trial->cell)];
+    faults += static_cast<std::uint64_t>(trial->cell.rounds);
+    cells.insert(nameOf(trial->cell));
   }
-  return fmt::format("{} cells in {} runs, {} faults", cells.size(), trials.size(), faults);
+  return {{"cells", cells.size()}, {"runs", trials.size()}, {"faults", faults}};
 }
 
-void reportFault(const Fault& fault, const std::vector<const Tried*>& trials) {
+std::string groupOf(const Fault& fault) {
+  if (fault.isLong()) return "silence, until the gateway gives up the connection";
+  return fault.isOfWire() ? "a fault of the wire" : "a fault of the simulator";
+}
+
+void reportFault(const Fault& fault, const Trials& trials) {
   for (const auto* trial : trials) {
     for (const auto& problem : trial->finding.problems) {
       ADD_FAILURE() << nameOf(trial->cell) << ", seed " << trial->cell.seed << ": " << problem;
     }
   }
-  proof::report({"Faults of the network", fault.name, triedOf(trials), figuresOf(trials)});
+  proof::report({part,
+                 groupOf(fault),
+                 fault.name,
+                 triedOf(trials),
+                 "everything else continues, streams retry after five seconds, slots keep their "
+                 "values",
+                 {{"retries seen", retriesOf(trials).size()}},
+                 figuresOf(trials)});
 }
 
-// Those that failed come last: from the first of them on, rows say that this test has.
+// Faults with problems come last: all rows after the first problem are marked as failed.
 void reportAll(const std::vector<Tried>& all) {
-  const auto failed = [](const std::vector<const Tried*>& trials) {
+  const auto failed = [](const Trials& trials) {
     return std::any_of(trials.begin(), trials.end(),
                        [](const auto* trial) { return !trial->finding.problems.empty(); });
   };
   for (const bool wanted : {false, true}) {
     for (const auto& fault : faults()) {
-      std::vector<const Tried*> trials;
+      Trials trials;
       for (const auto& trial : all) {
         if (trial.cell.fault == &fault) trials.push_back(&trial);
       }
@@ -186,15 +208,18 @@ void reportAll(const std::vector<Tried>& all) {
   }
 }
 
-TEST(Network, HoldsThroughEachFaultOfEachPartAtEachMoment) {
+TEST(Network, FaultsOfEveryPartAtEveryMomentAreSurvived) {
   const auto forbidden = whatForbidsWires();
   auto all = tryAll(chooseCells(forbidden.empty()));
   EXPECT_FALSE(all.empty());
   for (auto& tried : all) checkGrowth(tried);
   reportAll(all);
   if (forbidden.empty()) return;
-  proof::report({"Faults of the network", "wires between network namespaces", "0 cells",
-                 "not possible here: " + forbidden});
+  proof::report({part,
+                 "a fault of the wire",
+                 "not tried",
+                 {{"cells", 0}},
+                 "this machine permits no network namespaces: " + forbidden});
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// The ends of a stream that a stop can come upon besides those of the table: servers that hold, are
-// silent or not there, both streams waiting, clocks that jump; and the ways in which a stop fails.
+// Situations that a stop can meet besides the states of states_proof.cpp: servers that are silent
+// or absent, both streams waiting, clocks that jump; and the ways in which a stop can fail.
 #include <csignal>
 #include <future>
 
@@ -14,8 +14,9 @@ using std::chrono::seconds;
 using std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
-constexpr auto part = "Stop in every state";
 constexpr milliseconds retryDelay{5000};
+constexpr auto silentOrAbsent = "silent or absent servers";
+constexpr auto streamsAsAWhole = "streams at their start, waiting for their retry or switched off";
 
 class StopAt : public StopTest {
  protected:
@@ -36,18 +37,24 @@ class StopAt : public StopTest {
     EXPECT_LT(seen.end, alarms.back().set + promptly);
   }
 
-  // The server takes connections and says nothing, and so it stays.
+  // From here on the server accepts connections and sends nothing.
   void freeze() { servers->freeze(); }
   void giveUpServer() { servers->kill(); }
 
-  static std::string inMilliseconds(milliseconds time) {
-    return std::to_string(time.count()) + " ms";
+  static Measured inMilliseconds(const char* name, milliseconds time) {
+    return measured(name, static_cast<double>(time.count()), ".0f", "ms");
+  }
+
+  static void reportStop(const char* group, const std::string& what, const char* held,
+                         const Stop& seen) {
+    report(
+        {part, group, what, {{"stops", 1}}, held, {}, {inMilliseconds("stops of", seen.duration)}});
   }
 };
 
-// ---- Starting, by the server's doing ------------------------------------------------------------
+// ---- Starting -----------------------------------------------------------------------------------
 
-TEST_F(StopAt, AConnectionThatIsNeverAnsweredCancelsBothStarts) {
+TEST_F(StopAt, ASilentServerCancelsBothStreams) {
   begin({});
   freeze();
   startModule();
@@ -55,22 +62,22 @@ TEST_F(StopAt, AConnectionThatIsNeverAnsweredCancelsBothStarts) {
   expectBothStreamsFlushed(seen);
   EXPECT_LT(seen.duration, promptly);
   giveUpServer();
-  report({part, "Starting: the server takes the connection and is silent", "1 stop",
-          "both streams cancelled, at once: " + inMilliseconds(seen.duration)});
+  reportStop(silentOrAbsent, "a server that accepts the connection and sends nothing",
+             "streams are cancelled at once", seen);
 }
 
-TEST_F(StopAt, TheFirstAttemptBeforeItsEvent) {
+TEST_F(StopAt, TheFirstAttemptFlushesBothStreams) {
   begin({.method = "GetMetersFast", .step = Step::Start, .moment = Moment::Pending});
   startModule();
   gate->awaitReached();
   const Stop seen = stopModule();
   expectBothStreamsFlushed(seen);
   EXPECT_LT(seen.duration, promptly);
-  report({part, "Starting: the first attempt of both streams", "1 stop",
-          "both streams flushed, at once: " + inMilliseconds(seen.duration)});
+  reportStop(streamsAsAWhole, "the first attempt of both streams",
+             "streams that are opened are flushed at once", seen);
 }
 
-TEST_F(StopAt, AStreamThatIsSwitchedOffFindsNone) {
+TEST_F(StopAt, AStreamThatIsSwitchedOffSkipsIt) {
   begin({});
   startModule("[Meters]\nEnableFastMeters=false\n");
   servers->waitEvent("open slow 1 ");
@@ -81,12 +88,13 @@ TEST_F(StopAt, AStreamThatIsSwitchedOffFindsNone) {
   EXPECT_EQ(seen.cancelled, 1);
   EXPECT_EQ(seen.left, 0);
   EXPECT_FALSE(servers->hasEvent("open fast "));
-  report({part, "no payload: the stream is switched off", "1 stop", "skipped, nothing left"});
+  reportStop(streamsAsAWhole, "one stream is switched off", "streams that are off are skipped",
+             seen);
 }
 
-// ---- Waiting, in full ---------------------------------------------------------------------------
+// ---- Waiting for the full five seconds ----------------------------------------------------------
 
-TEST_F(StopAt, BothStreamsWaitingLastsForTheRestOfTheFiveSeconds) {
+TEST_F(StopAt, ARetryOfBothStreamsWaitsForTheirAlarms) {
   begin({});
   startModule();
   awaitOpenStreams();
@@ -100,12 +108,12 @@ TEST_F(StopAt, BothStreamsWaitingLastsForTheRestOfTheFiveSeconds) {
   for (const auto& alarm : gate->retryAlarms()) EXPECT_GE(alarm.wanted - alarm.at, 4900ms);
   EXPECT_EQ(gate->startedCount("GetMetersFast", Step::Start), 1);
   EXPECT_EQ(gate->startedCount("GetMetersSlow", Step::Start), 1);
-  report({part, "Waiting: both streams, the full five seconds", "1 stop",
-          "one flush line each, at the alarms: " + inMilliseconds(seen.duration)});
+  reportStop(streamsAsAWhole, "both streams wait for their retry",
+             "streams that wait are flushed at their alarms", seen);
 }
 
-// Calls do not wait for their server to come: without one, each comes to its end by itself.
-TEST_F(StopAt, WithoutAServerEveryAttemptAndEveryCallHasEnded) {
+// Calls do not wait for their server: without a server, each ends by itself.
+TEST_F(StopAt, AnAbsentServerFindsNoCallWaitingForIt) {
   begin({});
   giveUpServer();
   startModule();
@@ -114,26 +122,25 @@ TEST_F(StopAt, WithoutAServerEveryAttemptAndEveryCallHasEnded) {
   const int waiting = payloads();
   change(1);
   gate->awaitEvents("SetParams", Step::Unary, 1);
-  // A stop that comes before the loop looks at the event would leave the call.
+  // If the stop came before the loop has handled the event, the call would leak.
   ASSERT_TRUE(host.waitUntil([&] { return payloads() == waiting; }));
   const Stop seen = stopModule();
   expectStopped(seen);
   EXPECT_EQ(seen.left, 0);
   expectEndAtTheLastAlarm(seen);
-  report({part, "Waiting: no server, calls that do not wait for one", "1 stop",
-          "no call asked to wait for its server, all ended by themselves; at the alarms: " +
-              inMilliseconds(seen.duration)});
+  reportStop(silentOrAbsent, "no server", "no call waits for its server", seen);
 }
 
-// ---- A peer that has gone silent ----------------------------------------------------------------
+// ---- A server that falls silent -----------------------------------------------------------------
 
-class StopWithASilentPeer : public StopAt {
+class StopWithASilentServer : public StopAt {
  protected:
-  // A short run has pings after one second instead of ten.
+  // In a short run gRPC pings after one second instead of ten.
   const int divisor = isFull() ? 1 : 10;
+  const std::string pings = isFull() ? "" : ", with pings ten times as frequent";
 
-  // Without keepalive it would stay for ever: its ping after ten seconds, and ten more for the
-  // answer, and as much again as a bound.
+  // Only keepalive ends a call: it pings after ten seconds and waits ten more for the answer. The
+  // bound is twice that.
   const milliseconds keepalive{20'000 / divisor};
   const milliseconds keepaliveBound = 2 * keepalive + promptly;
 
@@ -145,7 +152,7 @@ class StopWithASilentPeer : public StopAt {
   }
 };
 
-TEST_F(StopWithASilentPeer, ItIsCancelledAtOnceBeforeItIsNoticed) {
+TEST_F(StopWithASilentServer, CancelsStreamsThatAreStillOpen) {
   begin({});
   flow();
   freeze();
@@ -155,11 +162,11 @@ TEST_F(StopWithASilentPeer, ItIsCancelledAtOnceBeforeItIsNoticed) {
   EXPECT_EQ(seen.cancelled, 2);
   EXPECT_LT(seen.duration, promptly);
   giveUpServer();
-  report({part, "Reading: a peer that has fallen silent amid floods", "1 stop",
-          "cancelled at once: " + inMilliseconds(seen.duration)});
+  reportStop(silentOrAbsent, "a server that falls silent under load",
+             "streams are cancelled at once", seen);
 }
 
-TEST_F(StopWithASilentPeer, AnEndByKeepaliveIsAnEndLikeAnyOther) {
+TEST_F(StopWithASilentServer, WaitsForTheRetryOfStreamsThatKeepaliveHasEnded) {
   begin({.keepaliveDivisor = divisor});
   flow();
   const auto frozen = steady_clock::now();
@@ -174,13 +181,17 @@ TEST_F(StopWithASilentPeer, AnEndByKeepaliveIsAnEndLikeAnyOther) {
   expectEndAtTheLastAlarm(seen);
   EXPECT_EQ(seen.fast, "next");
   giveUpServer();
-  report({part, "Waiting: after keepalive has ended a silent peer's streams", "1 stop",
-          "ended after " + inMilliseconds(std::chrono::duration_cast<milliseconds>(noticed)) +
-              (divisor == 1 ? "" : " (pings ten times sooner)") +
-              ", slots kept, at the alarms: " + inMilliseconds(seen.duration)});
+  report({part,
+          silentOrAbsent,
+          "keepalive has ended the streams" + pings,
+          {{"stops", 1}},
+          "keepalive ends streams, whose slots keep their values",
+          {},
+          {inMilliseconds("stops of", seen.duration),
+           inMilliseconds("keepalive after", std::chrono::duration_cast<milliseconds>(noticed))}});
 }
 
-TEST_F(StopWithASilentPeer, ACallInFlightIsWaitedForUntilKeepaliveEndsIt) {
+TEST_F(StopWithASilentServer, WaitsForACallUntilKeepaliveEndsIt) {
   begin({.method = "SetParams",
          .step = Step::Unary,
          .moment = Moment::Pending,
@@ -197,23 +208,22 @@ TEST_F(StopWithASilentPeer, ACallInFlightIsWaitedForUntilKeepaliveEndsIt) {
   EXPECT_EQ(seen.left, 0);
   EXPECT_LT(seen.duration, keepaliveBound);
   giveUpServer();
-  report({part, "a SetParams in flight to a silent peer", "1 stop",
-          "not cancelled; keepalive ends it" +
-              std::string(divisor == 1 ? "" : " (pings ten times sooner)") + ": " +
-              inMilliseconds(seen.duration)});
+  reportStop(silentOrAbsent, "a SetParams call is in flight to a server that falls silent" + pings,
+             "a call is waited for until keepalive ends it", seen);
 }
 
 // ---- Clocks -------------------------------------------------------------------------------------
 
-// The deadline is the wall clock's of the moment when the end was seen. gRPC turns it into its own
-// steady time when the alarm is set, and waits for that by the wall clock.
+// The module's deadline is a time on the wall clock, five seconds after it saw the end of the
+// stream. gRPC converts it to its own steady time when the alarm is set, and waits for that by the
+// wall clock.
 class ClockStep : public StopAt, public ::testing::WithParamInterface<int> {
  protected:
   const seconds step{GetParam()};
-  // A clock that is set back may delay what waits by it.
+  // A clock that is set back may delay the alarm.
   const milliseconds bound = retryDelay + std::max(seconds(0), -step) + promptly;
 
-  // The moment when the fast stream waits, and the clock has moved.
+  // Moves the clock while the fast stream waits; returns the time just before.
   steady_clock::time_point moveWhileWaiting() {
     awaitOpenStreams();
     servers->command("end fast OK");
@@ -223,7 +233,7 @@ class ClockStep : public StopAt, public ::testing::WithParamInterface<int> {
     return set;
   }
 
-  // Since that moment.
+  // The time since then.
   milliseconds waited(steady_clock::time_point set) {
     const auto alarm = gate->retryAlarms().front();
     EXPECT_GE(alarm.wanted - alarm.at, 4900ms);
@@ -231,17 +241,20 @@ class ClockStep : public StopAt, public ::testing::WithParamInterface<int> {
     return std::chrono::duration_cast<milliseconds>(steady_clock::now() - set);
   }
 
-  void reportWaited(const char* what, milliseconds time) {
+  static void reportWaited(const char* when, milliseconds time) {
     report({part,
-            std::string("Waiting: the wall clock steps by ") + std::to_string(GetParam()) + " s, " +
-                what,
-            "1 stop", "the alarm came " + inMilliseconds(time) + " after it was set"});
+            "a step of the wall clock while a stream waits for its retry",
+            std::to_string(GetParam()) + " s, " + when,
+            {{"stops", 1}},
+            "a step back delays the retry at most by the step",
+            {},
+            {inMilliseconds("retry alarm after", time)}});
   }
 
   MovedClock clock;
 };
 
-TEST_P(ClockStep, DuringAStopThatWaitsForTheAlarm) {
+TEST_P(ClockStep, DelaysAWaitingStopAtMostByTheStep) {
   begin({.method = "GetMetersFast", .step = Step::Retry, .moment = Moment::Pending});
   startModule();
   const auto set = moveWhileWaiting();
@@ -252,7 +265,7 @@ TEST_P(ClockStep, DuringAStopThatWaitsForTheAlarm) {
   reportWaited("during the stop", time);
 }
 
-TEST_P(ClockStep, BeforeTheRetry) {
+TEST_P(ClockStep, DelaysARetryAtMostByTheStep) {
   begin({});
   startModule();
   const auto set = moveWhileWaiting();
@@ -271,11 +284,11 @@ INSTANTIATE_TEST_SUITE_P(, ClockStep, ::testing::Values(3, -3),
 
 // ---- Stops that fail ----------------------------------------------------------------------------
 
-class StopThatFails : public StopTest {
+class FailingStop : public StopTest {
  protected:
-  StopThatFails() { ::testing::FLAGS_gtest_death_test_style = "threadsafe"; }
+  FailingStop() { ::testing::FLAGS_gtest_death_test_style = "threadsafe"; }
 
-  // In the process that is to die: its log is all that it leaves.
+  // For a process that is about to die: only what it has printed remains.
   void printLog() {
     host.setLogSink([](const standin::LogLine& line) {
       std::fprintf(stderr, "%d %s\n", line.level, line.text.c_str());
@@ -285,9 +298,9 @@ class StopThatFails : public StopTest {
   static constexpr char noTargets[] = "[Meters]\nEnableFastMeters=false\nEnableSlowMeters=false\n";
 };
 
-// It is logged, the stop goes on to its end, and the thread that is still joinable ends the
+// The error is logged and the stop continues, until the thread, which is still joinable, ends the
 // process.
-TEST_F(StopThatFails, AtTheJoinGoesOnAndEndsTheProcess) {
+TEST_F(FailingStop, LogsAJoinErrorAndEndsTheProcess) {
   EXPECT_EXIT(
       {
         start(noTargets);
@@ -303,15 +316,18 @@ TEST_F(StopThatFails, AtTheJoinGoesOnAndEndsTheProcess) {
       "1 Starting completion queue flush\n"
       "(1 Flushing tag \\(nil\\)\n)?"
       "1 Completion queue flush ended\n");
-  report({part, "the join raises", "1 stop",
-          "logged, the stop goes on, the joinable thread ends the process"});
+  report({part,
+          "joining the thread fails",
+          "",
+          {{"stops", 1}},
+          "the error is logged, the stop continues, and the joinable thread ends the process"});
 }
 
-// Every line that the stop logs behind the entry's own, and each release of memory.
-TEST_F(StopThatFails, AnywhereElseEndsTheProcess) {
+// The host throws at every line that the destructors log, and at every release of memory.
+TEST_F(FailingStop, EndsTheProcessIfTheHostThrows) {
   using standin::Operation;
   constexpr int lines = 8;
-  int tried = 0;
+  std::uint64_t tried = 0;
   const auto dies = [&](Operation operation, int nth) {
     SCOPED_TRACE(nth);
     ++tried;
@@ -325,9 +341,11 @@ TEST_F(StopThatFails, AnywhereElseEndsTheProcess) {
   };
   for (int nth = 2; nth <= lines; ++nth) dies(Operation::Log, nth);
   for (int nth = 1; nth <= 2; ++nth) dies(Operation::Free, nth);
-  report({part, "the host raises within the destructors",
-          std::to_string(tried) + " calls of the host, each failing once",
-          "the process ends, each time"});
+  report({part,
+          "the host throws within the destructors",
+          "",
+          {{"calls of the host, each failing once", tried}},
+          "the process ends"});
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// Our encoding against two others: protobufjs, and protobuf for Python in its implementation that
-// is Python throughout. Both say what they read and write as JSON: codec.js tells how.
+// Compares our encoding with two others: protobufjs, and protobuf for Python in its pure Python
+// implementation. Both exchange values with this program as JSON; codec.js describes how.
 #include <gtest/gtest.h>
 
 #include <bit>
@@ -138,7 +138,7 @@ struct Implementation {
   std::string program;
   std::string library;
 };
-// How GoogleTest shows one.
+// For GoogleTest's messages.
 void PrintTo(const Implementation& implementation, std::ostream* out) {
   *out << implementation.library;
 }
@@ -147,8 +147,9 @@ const Implementation python{"python", PEERS_FOLDER "/codec.py", "protobuf for Py
 
 class Encoding : public ::testing::TestWithParam<Implementation> {
  protected:
-  static void report(const std::string& what, const std::string& tried, const std::string& held) {
-    proof::report({peers::heading, what + " (" + GetParam().library + ")", tried, held});
+  static void report(const std::string& group, const proof::Counts& tried, const std::string& held,
+                     const proof::Counts& counted = {}) {
+    proof::report({peers::heading, group, GetParam().library, tried, held, counted});
   }
 
   Codec codec{GetParam().program};
@@ -157,7 +158,7 @@ class Encoding : public ::testing::TestWithParam<Implementation> {
 INSTANTIATE_TEST_SUITE_P(By, Encoding, ::testing::Values(protobufjs, python),
                          [](const auto& instantiation) { return instantiation.param.name; });
 
-// ---- Bytes that are known -----------------------------------------------------------------------
+// ---- Known bytes --------------------------------------------------------------------------------
 
 constexpr char meters[] = "sonalith.grpc.";
 constexpr char engine[] = "sonalith.grpcengine.";
@@ -169,9 +170,9 @@ struct Example {
   const char* message;
   const char* bytes;
   const char* value;
-  // How it is written again; null: as it came.
+  // The bytes that writing the value gives; null if they are the same.
   const char* rewritten = nullptr;
-  // A rule of protobuf that protobufjs is known not to keep.
+  // Whether it needs a rule of protobuf that protobufjs does not follow.
   bool beyondProtobufjs = false;
 };
 
@@ -206,13 +207,14 @@ const std::vector<Example> examples = {
     {both, "KeyValue", "0A 01 61", R"({"key": "a"})"},
     {both, "FloatArray", "0D 00 00 80 3F 0D 00 00 00 40", R"({"data": ["3f800000", "40000000"]})",
      "0A 08 00 00 80 3F 00 00 00 40"},
-    // Of two members the last one counts.
+    // Of two members the last one wins.
     {both, "AnyValue", "15 00 00 80 3F 18 05", R"({"sint": 5})", "18 05"},
-    // The same message-typed member twice: they merge. protobufjs keeps the last one.
+    // A message-typed member that comes twice is merged. protobufjs keeps the last one.
     {both, "AnyValue", "2A 06 0A 04 00 00 80 3F 2A 06 0A 04 00 00 00 40",
      R"({"afloat": {"data": ["3f800000", "40000000"]}})", "2A 0A 0A 08 00 00 80 3F 00 00 00 40",
      true},
-    // A known number with another wire type is an unknown field. protobufjs goes by the number.
+    // A known number with another wire type is an unknown field. protobufjs reads it as the known
+    // one.
     {both, "AnyValue", "18 05 08 05", R"({"sint": 5})", nullptr, true},
     {{engine}, "AnyValue", "0A 02 68 69", R"({"sstring": "hi"})"},
     {{engine}, "AnyValue", "0A 00", R"({"sstring": ""})"},
@@ -231,7 +233,7 @@ const std::vector<Example> examples = {
      R"({"params": [{"key": "a", "value": {"sstring": "hi"}}]})"},
 };
 
-// What our classes read from bytes, and write again.
+// The value that our classes read from bytes, and the bytes that they write for it.
 struct Reading {
   json value;
   std::string rewritten;
@@ -264,9 +266,9 @@ Reading ourReading(const std::string& type, const std::string& bytes) {
   return readers.at(type)(bytes);
 }
 
-TEST_P(Encoding, OfKnownBytesIsTheirsAndOurs) {
-  int tried = 0;
-  int left = 0;
+TEST_P(Encoding, OfKnownBytesIsTheSame) {
+  std::uint64_t tried = 0;
+  std::uint64_t left = 0;
   for (const Example& example : examples) {
     for (const char* package : example.packages) {
       const std::string type = std::string(package) + example.message;
@@ -284,19 +286,22 @@ TEST_P(Encoding, OfKnownBytesIsTheirsAndOurs) {
       }
       EXPECT_EQ(codec.read(type, json::array({hexOf(bytes)})), json::array({value}));
       ++tried;
-      // An unknown field is no part of the value.
+      // A value has no unknown fields, so writing it can't give these bytes.
       if (rewritten == bytes && example.beyondProtobufjs) continue;
       EXPECT_EQ(codec.write(type, json::array({value})), json::array({hexOf(rewritten)}));
     }
   }
-  report("known bytes, read and written", std::to_string(tried) + " encodings",
-         "their values and bytes are ours" +
-             (left == 0 ? ""
-                        : "; " + std::to_string(left) +
-                              " left out: it neither merges messages nor minds wire types"));
+  proof::Counts leftOut;
+  if (left > 0) {
+    leftOut = {
+        {"encodings left out, since protobufjs neither merges messages nor checks wire types",
+         left}};
+  }
+  report("known bytes, read and written", {{"encodings", tried}},
+         "values and bytes are the same as ours", leftOut);
 }
 
-// ---- Messages at random -------------------------------------------------------------------------
+// ---- Random messages ----------------------------------------------------------------------------
 
 using peers::Random;
 
@@ -310,7 +315,7 @@ double randomDouble(Random& random) {
   return std::isnan(number) ? std::numeric_limits<double>::quiet_NaN() : number;
 }
 
-// Varints change their length with the size of the number: all sizes come alike.
+// The length of a varint depends on the size of the number, so all sizes are equally likely.
 std::uint32_t randomNatural(Random& random) {
   return static_cast<std::uint32_t>(random()) >> (random() % 32);
 }
@@ -330,7 +335,7 @@ void fillValue(Random& random, AnyValue& value) {
     return random() % 2 == 0 ? magnitude : ~magnitude;
   };
   const auto number = [&] { return peers::randomFloat(random); };
-  constexpr std::size_t longText = 300;  // its length takes two bytes
+  constexpr std::size_t longText = 300;  // needs two bytes for its length
   switch (static_cast<typename AnyValue::ValueCase>(random() % 9)) {
     case AnyValue::kSstring:
       return setText(value, peers::randomText(random, longText));
@@ -368,7 +373,7 @@ void fill(Random& random, engine_package::RequestSetParams& request) {
   fillPairs(random, *request.mutable_params());
 }
 
-// The value of each message of a block, and its bytes.
+// The values of many messages, and their bytes.
 struct Block {
   json values = json::array();
   std::vector<std::string> bytes;
@@ -399,19 +404,19 @@ void compare(Codec& codec, Random& random, std::uint64_t count) {
     for (std::size_t i = 0; i < block.bytes.size(); ++i) {
       ASSERT_EQ(theirValues[i], block.values[i]) << type << ' ' << block.hex[i];
       ASSERT_EQ(theirBytes[i], block.hex[i]) << type << ' ' << block.values[i];
-      // These are their bytes as well as ours.
+      // The bytes are theirs as well, so this also reads what they have written.
       ASSERT_EQ(readingBy<Message>(block.bytes[i]).value, block.values[i]) << type;
     }
   }
 }
 
-TEST_P(Encoding, OfRandomMessagesIsTheirsAndOurs) {
+TEST_P(Encoding, OfRandomMessagesIsTheSame) {
   Random random(proof::seed());
   const auto half = proof::scaled(200, 5000);
   compare<grpc_package::Meter>(codec, random, half);
   compare<engine_package::RequestSetParams>(codec, random, half);
-  report("random messages, written and read both ways", std::to_string(2 * half) + " messages",
-         "equal bytes from equal values, and equal values from equal bytes");
+  report("random messages, read and written", {{"messages", 2 * half}},
+         "equal values give equal bytes, and equal bytes give equal values");
 }
 
 }  // namespace

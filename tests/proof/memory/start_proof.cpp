@@ -1,5 +1,5 @@
-// Starts that get no memory: each ends as the stage says in which they were, and what a start
-// leaves the stop takes back.
+// Starts without memory: the stage that a start had reached decides what it leaves behind when it
+// fails, and the following stop releases that.
 #include <sys/wait.h>
 
 #include <algorithm>
@@ -22,7 +22,7 @@ const Journal refusal = {
     destroying,
 };
 
-// How far a start had got: decides what an exception leaves behind.
+// How far a start had got, which decides what an exception leaves behind.
 enum class Stage { PrivateState, Manager, Configuration, EngineSlots, Client };
 
 Stage stageOf(const std::vector<Allocation>& requests, std::size_t index) {
@@ -37,7 +37,7 @@ Stage stageOf(const std::vector<Allocation>& requests, std::size_t index) {
                                                                : Stage::Configuration;
 }
 
-// A start that nothing was taken from.
+// A start for which no allocation failed.
 struct CleanStart {
   int result = 0;
   std::vector<Allocation> requests;
@@ -46,13 +46,13 @@ struct CleanStart {
   std::size_t slots = 0;
 };
 
-// A configuration and where its entries stand.
+// A configuration, and in which lines its entries are.
 struct Configuration {
   std::string text;
   std::string dedicated;
 
-  // Line of the entry that makes the nth request for the words of an entry, of which there are two
-  // each, counted from 0; 0 for one of the dedicated file.
+  // Splitting an entry into words makes two requests. Returns the line of the entry that makes the
+  // nth of these requests, counted from 0; or 0 if the entry is in the dedicated file.
   int lineOfWords(std::size_t nth) const {
     std::vector<int> lines;
     int number = 0;
@@ -75,8 +75,8 @@ struct Configuration {
 
 class StartWithoutMemory : public WithoutMemory<GatewayTest> {
  protected:
-  // All twelve lists, with texts that need memory of their own and some that do not, and a
-  // dedicated file in the middle. `copies` sets how many entries there are.
+  // All twelve lists, with texts that need memory and texts that do not, and a dedicated file in
+  // the middle. `copies` sets the number of entries.
   Configuration full(std::uint64_t copies) {
     const std::string dedicatedPath = files.path("dedicated.conf");
     Configuration configuration;
@@ -108,7 +108,7 @@ class StartWithoutMemory : public WithoutMemory<GatewayTest> {
     files.write("dedicated.conf", configuration.dedicated);
   }
 
-  // Its lines behind the first, which tells an address.
+  // The log of the start without its first line, which contains an address.
   Journal startLog() const {
     Journal lines = log();
     if (!lines.empty()) lines.erase(lines.begin());
@@ -137,7 +137,7 @@ class StartWithoutMemory : public WithoutMemory<GatewayTest> {
     return clean;
   }
 
-  // One start in which the nth request fails, judged by what failed.
+  // Starts once while the nth request fails, and expects what that failure leads to.
   void startFailing(const Configuration& configuration, const CleanStart& clean, std::size_t nth,
                     Lasting lasting) {
     SCOPED_TRACE("request " + std::to_string(nth) + " fails " + nameOf(lasting) + ", made by\n" +
@@ -156,12 +156,12 @@ class StartWithoutMemory : public WithoutMemory<GatewayTest> {
     });
     if (raising != requests.end()) {
       const auto index = static_cast<std::size_t>(raising - requests.begin());
-      // An exception ends the start, and nothing is asked for on its way out.
+      // An exception ends the start, and unwinding requests nothing.
       EXPECT_EQ(index + 1, requests.size());
       expectRaised(clean, stageOf(requests, index));
-      ++seen_["raised"];
+      ++seen_["exceptions"];
     } else {
-      expectGotOver(configuration, clean, requests);
+      expectNoException(configuration, clean, requests);
     }
     fault.end();
     EXPECT_EQ(host.violations(), std::vector<std::string>{});
@@ -170,7 +170,7 @@ class StartWithoutMemory : public WithoutMemory<GatewayTest> {
     expectNoOwnBlocks();
   }
 
-  // What the table of exceptions says of this stage; the record is stopped in the end.
+  // What an exception at this stage leaves behind. Ends with a stop.
   void expectRaised(const CleanStart& clean, Stage stage) {
     const sonalith_module& record = instance.record();
     EXPECT_EQ(result_, -1);
@@ -191,11 +191,11 @@ class StartWithoutMemory : public WithoutMemory<GatewayTest> {
                                 : (Journal{"log 1 stopCycle(gateway)"}));
     EXPECT_EQ(record.privateData, nullptr);
     EXPECT_EQ(record.moduleOffsets, nullptr);
-    // The new list of the engine slots has not got into the record.
+    // The new list of the engine slots had not been stored in the record.
     expectOutstanding(stage == Stage::EngineSlots ? 1 : 0);
   }
 
-  // The beginning of a clean start's lines, and then these.
+  // The log begins like that of a clean start and ends with these lines.
   void expectLogOf(const CleanStart& clean, const Journal& end) {
     Journal lines = withoutConfigurationLines(startLog());
     const Journal cleanLines = withoutConfigurationLines(clean.log);
@@ -207,7 +207,7 @@ class StartWithoutMemory : public WithoutMemory<GatewayTest> {
     EXPECT_TRUE(std::equal(lines.begin(), lines.end(), cleanLines.begin()));
   }
 
-  // Less those that memory has an effect on while the start goes on.
+  // Leaves out the lines that a failed allocation changes although the start continues.
   static Journal withoutConfigurationLines(Journal lines) {
     std::erase_if(lines, [](const std::string& line) {
       return line == wordsFailed || line.starts_with(dedicatedResult);
@@ -215,31 +215,32 @@ class StartWithoutMemory : public WithoutMemory<GatewayTest> {
     return lines;
   }
 
-  // The start has not noticed, or has taken it for a fault of the configuration.
-  void expectGotOver(const Configuration& configuration, const CleanStart& clean,
-                     const std::vector<Allocation>& requests) {
+  // The start did not notice the failure, or took it for an error in the configuration.
+  void expectNoException(const Configuration& configuration, const CleanStart& clean,
+                         const std::vector<Allocation>& requests) {
     const auto failed = std::find_if(requests.begin(), requests.end(), [](const Allocation& each) {
       return each.failed && outcomeOf(each) != Outcome::Nothing;
     });
     switch (failed == requests.end() ? Outcome::Nothing : outcomeOf(*failed)) {
       case Outcome::BadFile:
         EXPECT_EQ(count(problem(-1)), 1);
-        ++seen_["refused"];
+        ++seen_["refusals"];
         return expectRefused();
       case Outcome::BadLine:
         EXPECT_GE(count(wordsFailed), 1);
         EXPECT_EQ(count(problem(firstBadLine(configuration, clean, requests, failed))), 1);
-        ++seen_["refused"];
+        ++seen_["refusals"];
         return expectRefused();
       case Outcome::DedicatedFails:
         EXPECT_EQ(count(std::string(dedicatedResult) + "0"), 1);
-        ++seen_["without a dedicated entry"];
+        ++seen_["starts without an entry of the dedicated file"];
         return expectAsClean(clean, lostEntries(configuration, *failed));
       case Outcome::Nothing:
-        ++seen_["unnoticed"];
+        ++seen_["unnoticed failures"];
         return expectAsClean(clean, 0);
-      default:
-        ADD_FAILURE() << "nobody knows what this comes to";
+      case Outcome::Raises:
+      case Outcome::Unknown:
+        ADD_FAILURE() << "a failed request has no expected outcome";
     }
   }
 
@@ -267,7 +268,7 @@ class StartWithoutMemory : public WithoutMemory<GatewayTest> {
     expectOutstanding(0);
   }
 
-  // Blocks that this start has lost for good, and nothing else.
+  // This start has leaked this number of blocks, and nothing else.
   void expectOutstanding(std::size_t blocks) {
     const standin::Outstanding now = host.outstanding();
     EXPECT_EQ(now.blocks, lostBlocks_.blocks + blocks);
@@ -279,7 +280,7 @@ class StartWithoutMemory : public WithoutMemory<GatewayTest> {
     return "log 3 configManager: problem parsing " + path_ + " (" + std::to_string(line) + ")";
   }
 
-  // A line that was bad already may come earlier.
+  // The first line with a problem is reported: one that was bad anyway may come first.
   int firstBadLine(const Configuration& configuration, const CleanStart& clean,
                    const std::vector<Allocation>& requests,
                    std::vector<Allocation>::const_iterator failed) {
@@ -294,15 +295,9 @@ class StartWithoutMemory : public WithoutMemory<GatewayTest> {
     return line;
   }
 
-  std::string tally() const {
-    std::string text;
-    for (const auto& [what, times] : seen_) {
-      text += (text.empty() ? "" : ", ") + std::to_string(times) + " " + what;
-    }
-    return text;
-  }
+  proof::Counts tally() const { return {seen_.begin(), seen_.end()}; }
 
-  // Both modes, each request in turn.
+  // Each request fails in turn, by itself and together with all later ones.
   void failEach(const Configuration& configuration, const CleanStart& clean) {
     for (const Lasting lasting : {Lasting::Once, Lasting::ForGood}) {
       for (std::size_t nth = 1; nth <= clean.beforeThread && !HasFatalFailure(); ++nth) {
@@ -312,36 +307,38 @@ class StartWithoutMemory : public WithoutMemory<GatewayTest> {
   }
 
   std::string path_;
-  // Takes connections, and no stream waits for its retry at a stop.
+  // Accepts connections, so that no stream waits for its retry at a stop.
   const SilentPeer servers_{SilentPeer::Kind::Mute};
 
  private:
   int result_ = 0;
   sonalith_module before_{};
   standin::Outstanding lostBlocks_;
-  std::map<std::string, int> seen_;
+  std::map<std::string, std::uint64_t> seen_;
 };
 
-TEST_F(StartWithoutMemory, WithAFullConfigurationEndsAsItsStageSays) {
+TEST_F(StartWithoutMemory, FailsAsItsStageRequires) {
   const Configuration configuration = full(proof::scaled(1, 4));
   write(configuration);
   const CleanStart clean = startClean();
   ASSERT_EQ(clean.result, 0);
   ASSERT_GT(clean.beforeThread, 50u);
   failEach(configuration, clean);
-  // Memory is back: so is the module.
+  // With memory again, the module starts.
   EXPECT_EQ(instance.start(path_), 0);
   EXPECT_EQ(instance.slots().size(), clean.slots);
   instance.stop();
-  proof::report({part, "start with a full configuration",
-                 std::to_string(clean.beforeThread) +
-                     " allocations until the client thread runs, each failing once and for good",
-                 tally() + "; record, log, slots and the following stop as each stage says, "
-                           "nothing left but the one list that an unfinished one loses"});
+  proof::report({part,
+                 "a start with a full configuration, until the client thread runs",
+                 "",
+                 {{eachAllocation, clean.beforeThread}},
+                 "record, log, slots and the following stop are as the stage requires; nothing "
+                 "leaks except a list of engine slots that was not finished",
+                 tally()});
 }
 
 // A client whose thread runs can't be unwound.
-TEST_F(StartWithoutMemory, OnceTheClientThreadRunsEndsTheProcess) {
+TEST_F(StartWithoutMemory, EndsTheProcessOnceTheClientThreadRuns) {
   ::testing::FLAGS_gtest_death_test_style = "threadsafe";
   const Configuration configuration = full(1);
   write(configuration);
@@ -362,21 +359,22 @@ TEST_F(StartWithoutMemory, OnceTheClientThreadRunsEndsTheProcess) {
           ends, "");
     }
   }
-  proof::report(
-      {part, "start with a full configuration, its client thread running",
-       std::to_string(total - clean.beforeThread) + " allocations, each failing once and for good",
-       "each ends the process, as the rule for a running thread is"});
+  proof::report({part,
+                 "a start with a full configuration, once the client thread runs",
+                 "",
+                 {{eachAllocation, total - clean.beforeThread}},
+                 "the process ends, because a running thread can't be unwound"});
 }
 
-TEST_F(StartWithoutMemory, WithARefusedConfigurationRefusesItOrRaises) {
+TEST_F(StartWithoutMemory, NeverAcceptsARefusedConfiguration) {
   const std::string start = "[Meters]\nTarget=" + servers_.target() + "\n";
   const std::vector<std::string> refused = {
-      // Faults of every kind that a line can have.
+      // Every kind of error that a line can have.
       start +
           "[MetersInt]\nMeter=Key=a.key.that.needs.memory DefaultValue=none\n"
           "Meter=Key=b DefaultValue=99999999999\nMeter=Key=c Type=medium.and.longer.than.that\n"
           "Meter=Key=d Unknown.word.of.some.length=1\nMeter=\"Key=e\n[Nowhere]\na=b\n",
-      // Unsound as a whole: a key twice, an empty one, a name too long, no target.
+      // Errors that verification finds: a duplicate key, an empty key, a long name, no target.
       start + "[MetersInt]\nMeter=Key=a.key.that.needs.memory\nMeter=Key=a.key.that.needs.memory\n",
       start + "[MetersFloat]\nMeter=CustomKey=a.name.that.needs.memory\n",
       start + "[MetersUint]\nMeter=Key=a CustomKey=" + std::string(100, 'x') + "\n",
@@ -393,10 +391,12 @@ TEST_F(StartWithoutMemory, WithARefusedConfigurationRefusesItOrRaises) {
     requests += clean.requests.size();
     failEach(configuration, clean);
   }
-  proof::report(
-      {part, "start with a refused configuration (" + std::to_string(refused.size()) + " of them)",
-       std::to_string(requests) + " allocations, each failing once and for good",
-       tally() + "; nothing left"});
+  proof::report({part,
+                 "a start with a refused configuration (" + std::to_string(refused.size()) + ")",
+                 "",
+                 {{eachAllocation, requests}},
+                 "the start is refused or throws, and nothing leaks",
+                 tally()});
 }
 
 }  // namespace

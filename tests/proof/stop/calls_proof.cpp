@@ -1,5 +1,5 @@
-// A stop with SetParams calls in every state, forced as in states_test.cpp, and the one state in
-// which a call is lost, counted.
+// A stop with SetParams calls in every state, forced as in states_proof.cpp; and how often a call
+// is leaked when nothing is forced.
 #include <future>
 
 #include "tests/proof/stop/StopTest.h"
@@ -12,8 +12,8 @@ using std::chrono::milliseconds;
 
 enum class Answer { AtOnce, Held };
 
-// Who deletes the payload. Nobody: a completion that the loop has dropped belongs to nobody any
-// more, and is given up.
+// Who deletes the payload. If the loop drops the event of a completed call, nothing refers to its
+// payload any more, and it is leaked.
 enum class Deletes { Loop, Flush, Nobody };
 
 struct Row {
@@ -21,7 +21,7 @@ struct Row {
   const char* state;
   Answer answer;
   int calls;
-  Moment moment;  // with the first of them
+  Moment moment;  // of the first call
   Deletes deletes;
 };
 
@@ -34,9 +34,9 @@ const Row rows[] = {
     {"SeveralInFlight", "in flight", Answer::Held, 5, Moment::Pending, Deletes::Flush},
     {"Answered", "its event waits in the queue", Answer::AtOnce, 5, Moment::Pending,
      Deletes::Flush},
-    {"AnsweredAtWork", "the loop has looked, the event's work begins", Answer::AtOnce, 1,
+    {"AnsweredAtWork", "the loop has checked its flag and handles the event", Answer::AtOnce, 1,
      Moment::HandedOn, Deletes::Loop},
-    {"AnsweredTaken", "the loop has the event and has not looked at its flag", Answer::AtOnce, 1,
+    {"AnsweredTaken", "the loop has the event and has not checked its flag", Answer::AtOnce, 1,
      Moment::Taken, Deletes::Nobody},
 };
 
@@ -54,7 +54,7 @@ class StopWithCalls : public StopTest, public ::testing::WithParamInterface<Row>
     for (int call = 1; call <= row.calls; ++call) servers->waitEvent("SetParams ");
   }
 
-  // Nothing cancels the calls: the flush has the streams, and waits.
+  // Nothing cancels the calls: the flush has both streams, and waits for the calls.
   Stop stopAndAnswer() {
     auto stopping = std::async(std::launch::async, [this] { return stopModule(); });
     const auto flushed = [this] {
@@ -75,7 +75,7 @@ class StopWithCalls : public StopTest, public ::testing::WithParamInterface<Row>
     const bool byNobody = row.deletes == Deletes::Nobody;
     EXPECT_EQ(seen.begun, 2 + row.calls);
     EXPECT_EQ(seen.joined, byLoop ? 2 : 2 + row.calls);
-    EXPECT_EQ(seen.cancelled, 2);  // the streams alone
+    EXPECT_EQ(seen.cancelled, 2);  // only the streams
     EXPECT_EQ(seen.payloadLines, row.deletes == Deletes::Flush ? 2 + row.calls : 2);
     EXPECT_EQ(seen.wakeUpLines, byNobody ? 1 : 0);
     EXPECT_EQ(seen.flushed, byNobody ? 1 : 0);
@@ -100,12 +100,18 @@ TEST_P(StopWithCalls, EndsAsTheTableSays) {
     expectAsTheTableSays(seen);
     durations.push_back(seen.duration);
   }
-  const char* const deleters[] = {"deleted by the loop", "deleted by the flush",
-                                  "left, as is accepted: one payload a stop"};
-  report({"Stop in every state", std::to_string(row.calls) + " SetParams: " + row.state,
-          std::to_string(durations.size()) + " stops amid floods",
-          std::string(deleters[static_cast<int>(row.deletes)]) + ", " +
-              (held ? "when answered" : "at once, " + longest(durations))});
+  const char* const deleters[] = {"payloads deleted by the loop", "payloads deleted by the flush",
+                                  "payloads leaked, at most one per stop"};
+  std::vector<Measured> figures;
+  if (!held) figures = {mostOf("longest stop without calls to wait for", longest(durations))};
+  report({part,
+          "SetParams calls",
+          std::to_string(row.calls) + (row.calls == 1 ? " call: " : " calls: ") + row.state,
+          {{"stops under load", durations.size()}},
+          "no call is cancelled: the stop waits for those that are in flight",
+          {{deleters[static_cast<int>(row.deletes)],
+            durations.size() * static_cast<std::uint64_t>(row.calls)}},
+          figures});
 }
 
 INSTANTIATE_TEST_SUITE_P(, StopWithCalls, ::testing::ValuesIn(rows),
@@ -113,8 +119,8 @@ INSTANTIATE_TEST_SUITE_P(, StopWithCalls, ::testing::ValuesIn(rows),
 
 class StopAfterAChange : public StopTest {};
 
-// What the table calls rare, unforced: how rare it is. Everything else is deleted, every time.
-TEST_F(StopAfterAChange, LosesAtMostTheCallWhoseEventItDrops) {
+// How often the leak happens when nothing is forced. Everything else is deleted, every time.
+TEST_F(StopAfterAChange, LeaksAtMostOneCall) {
   const auto rounds = scaled(150, 10'000);
   begin({});
   std::uint64_t lost = 0;
@@ -124,42 +130,46 @@ TEST_F(StopAfterAChange, LosesAtMostTheCallWhoseEventItDrops) {
     change(static_cast<int>(round));
     instance.stop();
     const int left = grpcUse().contexts - before;
-    EXPECT_TRUE(left == 0 || left == 1) << left << " payloads left in round " << round;
+    EXPECT_TRUE(left == 0 || left == 1) << left << " payloads leaked in round " << round;
     lost += left > 0;
     expectNothingLeft();
     host.clearRecords();
   }
-  report({"Stop in every state", "right after a change, unforced",
-          std::to_string(rounds) + " stops",
-          std::to_string(lost) + " stops left the one call whose event the loop had dropped"});
+  report({part,
+          "right after a notification, with nothing forced",
+          "",
+          {{"stops", rounds}},
+          "a stop leaks at most the one call whose event the loop had dropped",
+          {{"stops leaked a call", lost}}});
 }
 
-// A change that is being told when the stop begins: the stop waits until it has been told, and its
-// call goes out and is waited for.
-TEST_F(StopAfterAChange, WaitsForOneThatIsBeingTold) {
+TEST_F(StopAfterAChange, WaitsForANotificationUnderWay) {
   begin({.method = "SetParams", .step = Step::Unary, .moment = Moment::Pending});
   startModule();
   awaitOpenStreams();
-  std::promise<void> telling;
+  std::promise<void> notifying;
   std::promise<void> stopping;
   host.setHook(standin::Operation::KeyValueListForEach, [&] {
     host.setHook(standin::Operation::KeyValueListForEach, {});
-    telling.set_value();
+    notifying.set_value();
     stopping.get_future().wait();
   });
   host.setHook(standin::Operation::RmCallback, [&] { stopping.set_value(); });
-  auto told = std::async(std::launch::async, [this] { change(7); });
-  telling.get_future().wait();
+  auto notified = std::async(std::launch::async, [this] { change(7); });
+  notifying.get_future().wait();
   const Stop seen = stopModule();
-  told.get();
+  notified.get();
   expectStopped(seen);
   EXPECT_EQ(seen.begun, 2);
   EXPECT_EQ(seen.joined, 3);
   EXPECT_EQ(seen.payloadLines, 3);
   EXPECT_EQ(seen.left, 0);
   servers->waitEvent("SetParams 1 ");
-  report({"Stop in every state", "a change is being told", "1 stop",
-          "the stop waits for it, its call goes out and is waited for"});
+  report({part,
+          "during a notification",
+          "",
+          {{"stops", 1}},
+          "the stop waits for the notification and for its call"});
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Targets in every form that gRPC takes: both flows through each of them.
+// Both flows work with targets in every form that gRPC accepts.
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -10,8 +10,8 @@
 #include "tests/proof/Proof.h"
 #include "tests/proof/peers/Peers.h"
 
-// Asked for by the leak sanitizer, where there is one. With each look-up of the name "localhost",
-// c-ares 1.18 loses its copy of the name, ten bytes, also without gRPC around it.
+// The leak sanitizer calls this. Each time c-ares 1.18 looks up the name "localhost" it leaks its
+// copy of the name, ten bytes, also without gRPC.
 extern "C" const char* __lsan_default_suppressions();
 extern "C" const char* __lsan_default_suppressions() {
   return "leak:libcares";
@@ -34,7 +34,7 @@ bool hasIpv6() {
 
 class Targets : public GatewayTest {
  protected:
-  // One server at two places, with the services shared out among them.
+  // One server that offers the services at separate addresses.
   struct Server {
     Server(const std::string& meters, const std::string& engine)
         : process(meters, engine, peers::python().program) {}
@@ -46,7 +46,7 @@ class Targets : public GatewayTest {
     return target.substr(target.rfind(':') + 1);
   }
 
-  // Starts the module with these targets, and sees a value come in and a change go out.
+  // Starts the module with these targets, and expects a value to arrive and a change to be sent.
   void expectFlows(Server& server, const std::string& metersTarget,
                    const std::string& engineTarget) {
     SCOPED_TRACE(metersTarget);
@@ -78,14 +78,16 @@ class Targets : public GatewayTest {
   }
 
   void report(const std::string& what) {
-    std::string forms = std::to_string(tried_.size()) + ":";
+    std::string forms = what + ":";
     for (const std::string& form : tried_) forms += " " + form;
-    proof::report(
-        {peers::heading, what, forms, "meters arrive and parameters go out through each"});
+    report(forms, tried_.size(), "meters arrive, and parameters are sent");
+  }
+  static void report(const std::string& what, std::uint64_t forms, const std::string& held) {
+    proof::report({peers::heading, "targets", what, {{"forms", forms}}, held});
   }
 
  private:
-  // Without what differs from run to run.
+  // The target without the parts that differ between runs.
   std::string shown(std::string target) const {
     for (const std::string& place : {files.path(""), relativeFolder()}) {
       const auto at = target.find(place);
@@ -99,7 +101,7 @@ class Targets : public GatewayTest {
   std::vector<std::string> tried_;
 };
 
-TEST_F(Targets, OfNamesAndAddresses) {
+TEST_F(Targets, MayBeNamesAndIpv4Addresses) {
   Server server(SimProcess::anyPort, SimProcess::anyPort);
   const std::string metersPort = portOf(server.process.metersTarget());
   const std::string enginePort = portOf(server.process.engineTarget());
@@ -107,16 +109,15 @@ TEST_F(Targets, OfNamesAndAddresses) {
                              "dns:127.0.0.1:", "dns:///127.0.0.1:", "ipv4:127.0.0.1:"}) {
     expectFlows(server, before + metersPort, before + enginePort);
   }
-  // The first of several addresses that answers is taken.
+  // Of several addresses, the first to answer is used.
   const std::string unused = unusedTarget() + ",127.0.0.1:";
   expectFlows(server, "ipv4:" + unused + metersPort, "ipv4:" + unused + enginePort);
-  report("targets by name and IPv4");
+  report("name and IPv4");
 }
 
-TEST_F(Targets, OfIpv6Addresses) {
+TEST_F(Targets, MayBeIpv6Addresses) {
   if (!hasIpv6()) {
-    proof::report(
-        {peers::heading, "targets by IPv6", "none", "NOT TRIED: this machine has no IPv6"});
+    report("IPv6", 0, "not tried, since this machine has no IPv6");
     return;
   }
   Server server("[::1]:0", "[::1]:0");
@@ -126,10 +127,10 @@ TEST_F(Targets, OfIpv6Addresses) {
        {"[::1]:", "dns:[::1]:", "dns:///[::1]:", "ipv6:[::1]:", "ipv6:%5B::1%5D:"}) {
     expectFlows(server, before + metersPort, before + enginePort);
   }
-  report("targets by IPv6");
+  report("IPv6");
 }
 
-TEST_F(Targets, OfSocketsInTheFileSystem) {
+TEST_F(Targets, MayBeSocketsInTheFileSystem) {
   const std::string metersPath = files.path("meters.socket");
   const std::string enginePath = files.path("engine.socket");
   Server server("unix:" + metersPath, "unix:" + enginePath);
@@ -137,14 +138,14 @@ TEST_F(Targets, OfSocketsInTheFileSystem) {
     expectFlows(server, before + metersPath, before + enginePath);
   expectFlows(server, "unix:" + relativeFolder() + "meters.socket",
               "unix:" + relativeFolder() + "engine.socket");
-  report("targets by path");
+  report("path");
 }
 
-TEST_F(Targets, OfSocketsWithoutAFile) {
+TEST_F(Targets, MayBeAbstractSockets) {
   const std::string name = "unix-abstract:gateway-" + std::to_string(getpid());
   Server server(name + "-meters", name + "-engine");
   expectFlows(server, name + "-meters", name + "-engine");
-  report("targets by abstract name");
+  report("abstract name");
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
-// The host's threads do not wait for the network: start and notification take what they take with
-// servers that are well, whatever has become of the servers. A stop may wait, for what is told
-// here.
+// The host's threads do not wait for the network: a start and a notification take as long as with
+// healthy servers, in whatever condition the servers are. Only a stop may wait, for a stream's
+// retry and for calls in flight.
 #include <future>
 #include <map>
 #include <memory>
@@ -19,41 +19,42 @@ using std::chrono::seconds;
 
 constexpr char part[] = "Host's thread";
 
-// A lost request for a connection is repeated after a second, a silent peer is given up after
-// twenty, and one that is frozen answers never: who waits for any of them sleeps longer than this.
-// What else puts a thread to sleep, such as a lock that another one holds, is shorter.
+// A lost connection request is repeated after a second, a silent peer is given up after twenty, and
+// a frozen one never answers: a thread that waits for any of them sleeps longer than this. Whatever
+// else puts a thread to sleep, such as a lock that another thread holds, is shorter.
 constexpr milliseconds longestSleep{500};
 
-// How much more of its own time a call may take than with servers that are well, at the median.
+// How much longer the median of a call's own time may be than with healthy servers.
 constexpr int usualFactor = 10;
-// Below this, a factor says nothing.
+// A factor says nothing about times below this.
 constexpr milliseconds noise{2};
 
-// A stream that has failed waits for its retry, up to five seconds; the rest is for a busy machine.
+// A stream that has failed waits up to five seconds for its retry; the rest allows for a busy
+// machine.
 constexpr seconds longestRetry{5 + 10};
 // gRPC gives up a connection attempt, or a peer that answers no ping, after twenty seconds.
 constexpr seconds longestCall{20 + 40};
 
-enum class Servers { Well, Absent, Frozen, FrozenLater, Mute, BlackHole };
+enum class Servers { Healthy, Absent, Frozen, FrozenLater, Mute, BlackHole };
 
 std::string nameOf(Servers servers) {
   static const std::map<Servers, std::string> names = {
-      {Servers::Well, "well"},
-      {Servers::Absent, "absent (connections are refused)"},
-      {Servers::Frozen, "frozen before"},
-      {Servers::FrozenLater, "frozen while the streams are open"},
-      {Servers::Mute, "mute (connections are made, nothing is said)"},
-      {Servers::BlackHole, "a black hole (packets are lost)"},
+      {Servers::Healthy, "healthy servers"},
+      {Servers::Absent, "absent servers, which refuse connections"},
+      {Servers::Frozen, "servers frozen before the start"},
+      {Servers::FrozenLater, "servers frozen while the streams are open"},
+      {Servers::Mute, "mute servers, which accept connections and send nothing"},
+      {Servers::BlackHole, "a black hole, which loses all packets"},
   };
   return names.at(servers);
 }
 
-// The place of both services, in one of these conditions.
+// Both services at one place, in one of these conditions.
 class Place {
  public:
   explicit Place(Servers servers) : servers_(servers) {
     switch (servers) {
-      case Servers::Well:
+      case Servers::Healthy:
       case Servers::Frozen:
       case Servers::FrozenLater:
         sim_ = std::make_unique<SimProcess>();
@@ -78,7 +79,7 @@ class Place {
            "\n[MetersFloat]\nMeter=Key=level\n[EngineInt]\nParam=Key=delay CustomKey=delay\n";
   }
 
-  // To be called once an instance has started.
+  // Call this once an instance has started.
   void freezeLater() {
     if (servers_ != Servers::FrozenLater) return;
     sim_->waitEvent("open fast ");
@@ -86,9 +87,9 @@ class Place {
     sim_->freeze();
   }
 
-  // Lets go of whoever waits for it; false if there was nothing to wait for.
+  // Ends all waiting for these servers; false if there was nothing to wait for.
   bool release() {
-    const bool isFrozen = sim_ && servers_ != Servers::Well;
+    const bool isFrozen = sim_ && servers_ != Servers::Healthy;
     const bool holds = isFrozen || silence_;
     silence_.reset();
     if (isFrozen) sim_->thaw();
@@ -111,27 +112,33 @@ class HostThread : public GatewayTest {
     return files.write("gateway" + std::to_string(++written_) + ".conf", place.configuration());
   }
 
-  // `usual` are those with servers that are well.
+  // `usual` are the times with healthy servers.
   static void expectNoWait(const ThreadTimes& times, const ThreadTimes& usual) {
     EXPECT_LT(times.longest(&ThreadTime::asleep), longestSleep);
     const Nanoseconds most = std::max<Nanoseconds>(usual.median(&ThreadTime::own), noise);
     EXPECT_LT(times.median(&ThreadTime::own), most * usualFactor);
   }
 
-  static std::string textOf(const ThreadTimes& times) {
-    return "median " + times.text(&ThreadTime::own) + " without the wait for a processor; asleep " +
-           times.text(&ThreadTime::asleep);
+  // Times without the wait for a processor, and the part of them that was sleep.
+  static std::vector<proof::Measured> figuresOf(const ThreadTimes& times) {
+    return {figure("median", times.median(&ThreadTime::own)),
+            longest("longest", times.longest(&ThreadTime::own)),
+            figure("median sleep", times.median(&ThreadTime::asleep)),
+            longest("longest sleep", times.longest(&ThreadTime::asleep))};
+  }
+
+  static proof::Measured figure(const char* name, Nanoseconds time) {
+    return proof::measured(name, ::milliseconds(time), ".2f", "ms");
+  }
+  static proof::Measured longest(const char* name, Nanoseconds time) {
+    return proof::mostOf(name, ::milliseconds(time), ".2f", "ms");
   }
 
  private:
   int written_ = 0;
 };
 
-// What a stop of many instances at once took, by the clock.
-std::string stopText(const ThreadTimes& stops) {
-  return "median " + stops.text(&ThreadTime::passed);
-}
-
+// Stops all instances at the same time.
 ThreadTimes stopAll(const std::vector<std::unique_ptr<standin::ModuleInstance>>& instances) {
   std::vector<std::future<ThreadTime>> stopping;
   for (const auto& instance : instances) {
@@ -144,11 +151,11 @@ ThreadTimes stopAll(const std::vector<std::unique_ptr<standin::ModuleInstance>>&
   return times;
 }
 
-TEST_F(HostThread, AStartTakesItsUsualTimeWhateverTheServersDo) {
+TEST_F(HostThread, DoesNotWaitForServersAtAStart) {
   const std::uint64_t starts = proof::scaled(20, 200);
   ThreadTimes usual;
   for (const Servers servers :
-       {Servers::Well, Servers::Absent, Servers::Frozen, Servers::Mute, Servers::BlackHole}) {
+       {Servers::Healthy, Servers::Absent, Servers::Frozen, Servers::Mute, Servers::BlackHole}) {
     SCOPED_TRACE(nameOf(servers));
     Place place(servers);
     const std::string path = write(place);
@@ -160,23 +167,32 @@ TEST_F(HostThread, AStartTakesItsUsualTimeWhateverTheServersDo) {
       times.add(measured([&] { result = instances.back()->start(path); }));
       ASSERT_EQ(result, 0);
     }
-    if (servers == Servers::Well) usual = times;
+    if (servers == Servers::Healthy) usual = times;
     expectNoWait(times, usual);
-    proof::report({part, "start, servers " + nameOf(servers), std::to_string(starts) + " starts",
-                   textOf(times)});
+    proof::report({part,
+                   "a start",
+                   nameOf(servers),
+                   {{"starts", starts}},
+                   "it takes its usual time; the wait for a processor does not count",
+                   {},
+                   figuresOf(times)});
 
     const ThreadTimes stops = stopAll(instances);
-    const bool waitsForRetry = servers == Servers::Absent;
     EXPECT_LT(stops.longest(&ThreadTime::passed), longestRetry);
-    proof::report(
-        {part, "stop, servers " + nameOf(servers), std::to_string(starts) + " stops side by side",
-         stopText(stops) + (waitsForRetry ? ": up to the rest of a retry's five seconds" : "")});
+    proof::report({part,
+                   "a stop without calls in flight",
+                   nameOf(servers),
+                   {{"stops, many at the same time", starts}},
+                   "it waits at most for a stream's retry",
+                   {},
+                   {figure("median", stops.median(&ThreadTime::passed)),
+                    longest("longest", stops.longest(&ThreadTime::passed))}});
     place.release();
     expectNothingLeft();
   }
 }
 
-// One instance, its servers and what is measured of it.
+// An instance, its servers, and the times of its notifications.
 struct Notified {
   Notified(const standin::LoadedModule& module, Servers condition)
       : servers(condition), place(condition), instance(module, engine) {}
@@ -194,10 +210,10 @@ struct Notified {
   ThreadTimes times;
 };
 
-TEST_F(HostThread, ANotificationTakesItsUsualTimeWhateverTheServersDo) {
+TEST_F(HostThread, DoesNotWaitForServersAtANotification) {
   const auto notifications = static_cast<int>(proof::scaled(200, 5000));
   std::vector<std::unique_ptr<Notified>> all;
-  for (const Servers servers : {Servers::Well, Servers::Absent, Servers::Frozen,
+  for (const Servers servers : {Servers::Healthy, Servers::Absent, Servers::Frozen,
                                 Servers::FrozenLater, Servers::Mute, Servers::BlackHole}) {
     SCOPED_TRACE(nameOf(servers));
     all.push_back(std::make_unique<Notified>(module, servers));
@@ -206,11 +222,16 @@ TEST_F(HostThread, ANotificationTakesItsUsualTimeWhateverTheServersDo) {
     one.place.freezeLater();
     for (int i = 0; i < notifications; ++i) one.notify(i);
     expectNoWait(one.times, all.front()->times);
-    proof::report({part, "notification, servers " + nameOf(servers),
-                   std::to_string(notifications) + " notifications", textOf(one.times)});
+    proof::report({part,
+                   "a notification",
+                   nameOf(servers),
+                   {{"notifications", one.times.count()}},
+                   "it takes its usual time; the wait for a processor does not count",
+                   {},
+                   figuresOf(one.times)});
   }
 
-  // A stop waits for the calls: where nobody answers, until gRPC gives them up.
+  // A stop waits for the calls: if no server answers, until gRPC gives them up.
   std::vector<std::future<ThreadTime>> stopping;
   std::vector<bool> wasReleased;
   for (const auto& one : all) {
@@ -222,9 +243,13 @@ TEST_F(HostThread, ANotificationTakesItsUsualTimeWhateverTheServersDo) {
   for (std::size_t i = 0; i < all.size(); ++i) {
     const ThreadTime stop = stopping[i].get();
     EXPECT_LT(stop.passed, longestCall);
-    const std::string released = wasReleased[i] ? ", let go just before the stop" : "";
-    proof::report({part, "stop, calls on their way, servers " + nameOf(all[i]->servers) + released,
-                   "1 stop", ::milliseconds(stop.passed)});
+    proof::report({part,
+                   "a stop with calls in flight",
+                   nameOf(all[i]->servers) + (wasReleased[i] ? ", released before the stop" : ""),
+                   {{"stops", 1}},
+                   "it waits for the calls, until gRPC gives them up",
+                   {},
+                   {figure("stops of", stop.passed)}});
   }
   for (const auto& one : all) one->place.release();
   expectNothingLeft();

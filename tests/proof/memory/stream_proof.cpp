@@ -1,4 +1,4 @@
-// Streams that get no memory: at a message, and when one is to come back.
+// Streams without memory: when a message arrives, and when a stream is to be opened again.
 #include <memory>
 
 #include "tests/proof/memory/MemoryProof.h"
@@ -19,13 +19,49 @@ constexpr char entries[] =
     "[MetersUint]\nMeter=Key=ticks Type=fast CustomKey=ticks DefaultValue=1\n"
     "Meter=Key=ticks Type=slow CustomKey=ticks DefaultValue=1\n";
 
+constexpr int requestsOfMessage = 4;
+
 class StreamsWithoutMemory : public WithoutMemory<FlowTest> {
  protected:
-  // Covers the thread that takes meters: the one that writes the text of this message.
+  // Puts the client thread under the fault: it is the thread that writes the text of a message.
   void coverClientThread(AllocationFault& fault, const std::function<void()>& deliverText) {
     host.setHook(standin::Operation::Strncpy, [&fault] { fault.coverThisThread(); });
     deliverText();
     host.setHook(standin::Operation::Strncpy, {});
+  }
+
+  // A message during which the nth request fails; before it the slots have 7, and again after it.
+  void loseMessage(SlotSet set, int nth, Lasting lasting) {
+    host.clearRecords();
+    AllocationFault fault(nth, lasting, AllocationFault::Covers::NoThreadYet);
+    cover(fault, set);
+    expectLost(set, 8, 0);
+    expectValues(set, 7);
+    EXPECT_EQ(fault.failureCount(), 1u);
+    if (lasting == Lasting::ForGood) {
+      expectLost(set, 9, 1);
+      expectValues(set, 7);
+      fault.end();
+    }
+    EXPECT_EQ(log(), Journal(lasting == Lasting::ForGood ? 2 : 1, messageLost));
+    deliver(set, batchOf(10));
+    expectValues(set, 10);
+    deliver(set, batchOf(7));
+  }
+
+  // A message during which no request fails, because it makes one too few.
+  void receiveMessage(SlotSet set, Lasting lasting) {
+    AllocationFault fault(requestsOfMessage + 1, lasting, AllocationFault::Covers::NoThreadYet);
+    cover(fault, set);
+    deliver(set, batchOf(8));
+    expectValues(set, 8);
+    EXPECT_EQ(fault.requestCount(), static_cast<std::size_t>(requestsOfMessage));
+  }
+
+  // The message that puts the thread under the fault has made its requests before that.
+  void cover(AllocationFault& fault, SlotSet set) {
+    coverClientThread(fault, [&] { deliver(set, Batch()); });
+    ASSERT_EQ(fault.requestCount(), 0u);
   }
 
   // A value of every type.
@@ -41,69 +77,47 @@ class StreamsWithoutMemory : public WithoutMemory<FlowTest> {
     EXPECT_EQ(read(set, "ticks"), SlotValue(static_cast<std::uint32_t>(value)));
   }
 
-  // A message that is lost, and what is known of it.
+  // Sends a message, and returns when the module has logged its loss.
   void expectLost(SlotSet set, int value, int lostBefore) {
     servers.command("send " + std::string(nameOf(set)) + " " + batchOf(value).hex());
     ASSERT_TRUE(host.waitUntil([&] { return count(messageLost) == lostBefore + 1; }));
   }
 };
 
-// The lists are copied before anything is written, so that a message is lost as a whole.
-TEST_F(StreamsWithoutMemory, AMessageIsLostWithALineAndTheNextOneArrives) {
+// The lists are copied before anything is written, so a message is lost whole.
+TEST_F(StreamsWithoutMemory, LoseAWholeMessageAndReceiveTheNext) {
   startFlowing(entries);
-  int failures = 0;
+  std::uint64_t failures = 0;
   for (const SlotSet set : {SlotSet::Fast, SlotSet::Slow}) {
     for (const Lasting lasting : {Lasting::Once, Lasting::ForGood}) {
       deliver(set, batchOf(7));
-      bool isClean = false;
-      for (int nth = 1; !isClean && !HasFatalFailure(); ++nth) {
+      for (int nth = 1; nth <= requestsOfMessage && !HasFatalFailure(); ++nth, ++failures) {
         SCOPED_TRACE(std::string(nameOf(set)) + ", request " + std::to_string(nth) + " " +
                      nameOf(lasting));
-        host.clearRecords();
-        AllocationFault fault(nth, lasting, AllocationFault::Covers::NoThreadYet);
-        coverClientThread(fault, [&] { deliver(set, Batch()); });
-        // The message that brought the thread under cover has made its requests before.
-        ASSERT_EQ(fault.requestCount(), 0u);
-        if (nth > 4) {
-          deliver(set, batchOf(8));
-          expectValues(set, 8);
-          EXPECT_EQ(fault.requestCount(), 4u);
-          isClean = true;
-          continue;
-        }
-        expectLost(set, 8, 0);
-        expectValues(set, 7);
-        EXPECT_EQ(fault.failureCount(), 1u);
-        ++failures;
-        if (lasting == Lasting::ForGood) {
-          expectLost(set, 9, 1);
-          expectValues(set, 7);
-          fault.end();
-        }
-        EXPECT_EQ(log(), Journal(lasting == Lasting::ForGood ? 2 : 1, messageLost));
-        deliver(set, batchOf(10));
-        expectValues(set, 10);
-        deliver(set, batchOf(7));
+        loseMessage(set, nth, lasting);
       }
+      receiveMessage(set, lasting);
     }
   }
   instance.stop();
   expectNothingLeft();
   expectNoOwnBlocks();
-  proof::report({part, "a message on the fast and one on the slow stream",
-                 "4 allocations each, each failing once and for good",
-                 std::to_string(failures) +
-                     " messages lost as a whole with one line each, slots as before, the stream "
-                     "goes on with the next"});
+  proof::report({part,
+                 "a message on each stream",
+                 "",
+                 {{eachAllocation, 2 * requestsOfMessage}},
+                 "a lost message is logged with one line and changes no slot, and the next one "
+                 "arrives",
+                 {{"messages lost", failures}}});
 }
 
-// ---- The end of a stream, and its return --------------------------------------------------------
+// ---- The end of a stream, and its retry ---------------------------------------------------------
 
-// What a stream asks for between its end and the start of its next call, on the client thread.
-constexpr int requestsOfReturn =
-    3;  // the retry alarm; the payload and the context of the next call
+// The client thread's requests between the end of a stream and the start of its next call: the
+// retry alarm, and the payload and the context of the next call.
+constexpr int requestsOfRetry = 3;
 
-// An instance with servers of its own, whose fast stream ends and comes back, or does not.
+// An instance with servers of its own, whose fast stream ends, and is opened again or not.
 class EndingStream {
  public:
   EndingStream(const standin::LoadedModule& module, standin::Engine& engine,
@@ -133,12 +147,12 @@ class EndingStream {
   const int number;
 };
 
-// All side by side, for each of them takes the five seconds of a retry.
-TEST_F(StreamsWithoutMemory, AReturnThatFailsEndsTheLoopAndAStopTakesBackTheRest) {
+// All at the same time, since each takes the five seconds of a retry.
+TEST_F(StreamsWithoutMemory, EndTheLoopIfTheirRetryFails) {
   std::vector<std::unique_ptr<EndingStream>> streams;
   for (const Lasting lasting : {Lasting::Once, Lasting::ForGood}) {
-    for (int nth = 1; nth <= requestsOfReturn + 1; ++nth) {
-      const std::string name = "return" + std::to_string(streams.size());
+    for (int nth = 1; nth <= requestsOfRetry + 1; ++nth) {
+      const std::string name = "retry" + std::to_string(streams.size());
       streams.push_back(std::make_unique<EndingStream>(module, engine, files, name, nth, lasting));
       EndingStream& stream = *streams.back();
       coverClientThread(stream.fault, [&] {
@@ -151,14 +165,14 @@ TEST_F(StreamsWithoutMemory, AReturnThatFailsEndsTheLoopAndAStopTakesBackTheRest
   host.clearRecords();
   for (const auto& stream : streams) stream->server.command("end fast UNAVAILABLE");
 
-  const auto failing = 2 * requestsOfReturn;
+  const auto failing = 2 * requestsOfRetry;
   ASSERT_TRUE(host.waitUntil([&] { return count(loopEnded) == failing; }));
   for (const auto& stream : streams) {
     SCOPED_TRACE("request " + std::to_string(stream->number));
-    if (stream->number > requestsOfReturn) {
-      // This one has had what it asked for.
+    if (stream->number > requestsOfRetry) {
+      // No request of this stream failed.
       stream->server.waitEvent("open fast 2 ");
-      EXPECT_EQ(stream->fault.requestCount(), static_cast<std::size_t>(requestsOfReturn));
+      EXPECT_EQ(stream->fault.requestCount(), static_cast<std::size_t>(requestsOfRetry));
       stream->fault.end();
       stream->send("fast", "after");
       EXPECT_TRUE(host.waitUntil([&] { return stream->shows(SlotSet::Fast, "after"); }));
@@ -174,10 +188,12 @@ TEST_F(StreamsWithoutMemory, AReturnThatFailsEndsTheLoopAndAStopTakesBackTheRest
   EXPECT_EQ(count("log 1 Completion queue flush ended"), static_cast<int>(streams.size()));
   expectNothingLeft();
   expectNoOwnBlocks();
-  proof::report({part, "a stream's end and its return",
-                 std::to_string(requestsOfReturn) + " allocations, each failing once and for good",
-                 "the loop ends with its one line, the stream stays away, slots keep their "
-                 "values, a stop leaves nothing"});
+  proof::report({part,
+                 "the retry of a stream that has ended",
+                 "",
+                 {{eachAllocation, requestsOfRetry}},
+                 "the loop ends with one line, the stream is not opened again, slots keep their "
+                 "values, and a stop leaves nothing"});
 }
 
 }  // namespace

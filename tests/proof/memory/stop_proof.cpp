@@ -1,4 +1,4 @@
-// Stops that get no memory: they ask for none.
+// Stops without memory: they allocate none.
 #include "tests/proof/memory/MemoryProof.h"
 
 namespace {
@@ -10,14 +10,14 @@ constexpr int callsInFlight = 100;
 
 class StopWithoutMemory : public WithoutMemory<FlowTest> {
  protected:
-  // Both streams have taken a message, and no event is under way.
+  // Returns when both streams have received a message and no event is under way.
   void startQuiet(const std::string& entries = "") {
     startFlowing(entries);
     deliverFast(Batch());
     deliverSlow(Batch());
   }
 
-  // All of this thread's requests fail. `during` is done once the flush has begun.
+  // Stops while every request of this thread would fail. Calls `during` when the flush begins.
   void stopFailing(const std::function<void()>& during = [] {}) {
     host.clearRecords();
     host.setLogSink([&](const standin::LogLine& line) {
@@ -40,14 +40,14 @@ class StopWithoutMemory : public WithoutMemory<FlowTest> {
     return found;
   }
 
-  int stops() const { return stops_; }
+  std::uint64_t stops() const { return stops_; }
 
  private:
-  int stops_ = 0;
+  std::uint64_t stops_ = 0;
 };
 
-TEST_F(StopWithoutMemory, AsksForNoneWhateverStateItMeets) {
-  // Streams that are quiet.
+TEST_F(StopWithoutMemory, AllocatesNothingInAnyState) {
+  // Quiet streams.
   startQuiet();
   stopFailing();
   EXPECT_EQ(flushed(), 2);
@@ -69,23 +69,25 @@ TEST_F(StopWithoutMemory, AsksForNoneWhateverStateItMeets) {
   stopFailing([this] { servers.command("engine release"); });
   EXPECT_EQ(flushed(), callsInFlight + 2);
 
-  // Streams that end, or wait for their retry. The loop may drop the last event of one.
+  // Streams that end or wait for their retry. The loop may drop the last event of a stream.
   startQuiet();
   servers.command("end fast UNAVAILABLE");
   servers.command("end slow UNAVAILABLE");
   stopFailing();
   EXPECT_LE(flushed(), 2);
 
-  // Streams that have just been asked for. At the end, since the server may hear of them late, or
+  // Streams that have just been requested. This comes last, since the server may see them late or
   // never.
   ASSERT_EQ(start(common()), 0);
   stopFailing();
 
   proof::report({part,
-                 "stop: streams quiet, none, ended, asked for, and with " +
+                 "a stop with streams quiet, ended, just requested or switched off, and with " +
                      std::to_string(callsInFlight) + " calls in flight",
-                 std::to_string(stops()) + " stops, all allocations failing",
-                 "0 allocations asked for, each as ever, nothing left"});
+                 "",
+                 {{"stops, with all allocations failing", stops()}},
+                 "each ends as usual, and nothing leaks",
+                 {{"allocations requested", 0}}});
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Notifications that get no memory: what could not be taken along is told, the rest goes out.
+// Notifications without memory: the module logs what it could not send, and sends the rest.
 #include <atomic>
 
 #include "engine.pb.h"
@@ -14,8 +14,8 @@ constexpr char notConverted[] = "log 3 exception while converting list: std::bad
 
 constexpr int items = 4;
 
-// The entry that an item meets is the last of its list, so that all that is asked for on behalf of
-// an item is asked for before it passes. Keys are too long to do without memory.
+// Each item matches the last entry of its list, so all requests made for an item come before it
+// passes the filter. The keys are too long to be stored without memory.
 constexpr char entries[] =
     "[EngineString]\nParam=Key=another.text.parameter\nParam=Key=text.of.some.length.0 "
     "CustomKey=text_of_some_length\n"
@@ -26,9 +26,9 @@ constexpr char entries[] =
     "[EngineFloat]\nParam=Key=another.float.parameter\nParam=Key=float.of.some.length.3 "
     "CustomKey=float_of_some_length\n";
 
-constexpr char text[] = "a text that is too long for a string's own place";
+constexpr char text[] = "a text that is too long for a string's own buffer";
 
-// What a notification asks for, and how many items had passed the filter by then.
+// A request of a notification, and how many items had passed the filter before it.
 struct Asked {
   Allocation request;
   int passed;
@@ -54,7 +54,7 @@ class NotificationWithoutMemory : public WithoutMemory<FlowTest> {
     engine.notify(&changes);
   }
 
-  // What the service gets of it: the items with these numbers.
+  // What the service receives: the items with these numbers.
   static RequestSetParams requestOf(const std::vector<int>& numbers) {
     RequestSetParams request;
     for (const int number : numbers) {
@@ -71,7 +71,7 @@ class NotificationWithoutMemory : public WithoutMemory<FlowTest> {
     return request;
   }
 
-  // The numbers from 0 up to all items, but for those in between.
+  // The numbers of all items except those from `begin` up to, but not including, `end`.
   static std::vector<int> numbersWithout(int begin, int end) {
     std::vector<int> numbers;
     for (int number = 0; number < items; ++number) {
@@ -80,7 +80,7 @@ class NotificationWithoutMemory : public WithoutMemory<FlowTest> {
     return numbers;
   }
 
-  // Everything that a notification asks for, nothing of which fails.
+  // All requests of a notification that succeeds.
   std::vector<Asked> ask() {
     std::atomic<int> passed = 0;
     std::vector<int> passedByRequest;
@@ -101,7 +101,7 @@ class NotificationWithoutMemory : public WithoutMemory<FlowTest> {
     return asked;
   }
 
-  // The next call at the service, of which there is none too many.
+  // Waits for the next call at the service. The numbers in the events show that none was missed.
   void expectCall(const RequestSetParams& request) {
     const std::string number = std::to_string(++calls_);
     const std::string beginning = "SetParams " + number + " " + toHex(request) + " ";
@@ -109,7 +109,7 @@ class NotificationWithoutMemory : public WithoutMemory<FlowTest> {
     EXPECT_TRUE(event.starts_with(beginning)) << event << "\nand not\n" << beginning;
   }
 
-  // The client thread lets go of a call once it has the answer.
+  // The client thread releases a call once it has the answer.
   void expectAtRest() {
     EXPECT_TRUE(ownBlocks.waitFor(ownBlocksAtRest_)) << ownBlocks.text();
     EXPECT_EQ(host.outstanding().keyValueLists, 0u);
@@ -123,21 +123,21 @@ class NotificationWithoutMemory : public WithoutMemory<FlowTest> {
     return lines;
   }
 
-  // An item that fails in the filter is not passed on; the others are.
+  // An item that fails in the filter is dropped; the others are passed on.
   void expectFiltered(Lasting lasting, int passed) {
     if (lasting == Lasting::Once) {
       EXPECT_EQ(log(), lines(1, raised));
       expectCall(requestOf(numbersWithout(passed, passed + 1)));
     } else {
-      // Where some had passed by then, the request for them fails as well.
+      // If some had passed already, the request that would carry them fails as well.
       EXPECT_EQ(log(), lines(items - passed + (passed > 0 ? 1 : 0), raised));
     }
     ++filtered_;
   }
 
-  // An item that fails in the conversion goes out with what it had by then.
+  // An item that fails in the conversion is sent with what had been converted of it.
   void expectConverted(Lasting lasting, int nthOfConversion) {
-    // The text asks twice: for its key, and for its value.
+    // The text makes two requests: for its key and for its value.
     const int item = nthOfConversion == 0 ? 0 : nthOfConversion - 1;
     const bool hasKey = nthOfConversion == 1;
     if (lasting == Lasting::Once) {
@@ -182,9 +182,10 @@ class NotificationWithoutMemory : public WithoutMemory<FlowTest> {
     expectAtRest();
   }
 
-  std::string tally() const {
-    return std::to_string(filtered_) + " in the filter, " + std::to_string(converted_) +
-           " in the conversion, " + std::to_string(notSent_) + " around the call";
+  proof::Counts tally() const {
+    return {{"failures in the filter", filtered_},
+            {"failures in the conversion", converted_},
+            {"failures around the call", notSent_}};
   }
 
   int calls() const { return calls_; }
@@ -192,12 +193,12 @@ class NotificationWithoutMemory : public WithoutMemory<FlowTest> {
  private:
   std::size_t ownBlocksAtRest_ = 0;
   int calls_ = 0;
-  int filtered_ = 0;
-  int converted_ = 0;
-  int notSent_ = 0;
+  std::uint64_t filtered_ = 0;
+  std::uint64_t converted_ = 0;
+  std::uint64_t notSent_ = 0;
 };
 
-TEST_F(NotificationWithoutMemory, TellsWhatItCouldNotTakeAlongAndSendsTheRest) {
+TEST_F(NotificationWithoutMemory, LogsWhatItCouldNotSendAndSendsTheRest) {
   startEngineSide();
   const std::vector<Asked> asked = ask();
   expectAtRest();
@@ -205,16 +206,19 @@ TEST_F(NotificationWithoutMemory, TellsWhatItCouldNotTakeAlongAndSendsTheRest) {
   for (const Lasting lasting : {Lasting::Once, Lasting::ForGood}) {
     for (int nth = 1; nth <= total && !HasFailure(); ++nth) notifyFailing(asked, nth, lasting);
   }
-  // Memory is back, and a notification comes through as a whole.
+  // With memory again, a notification is sent whole.
   EXPECT_EQ(ask().size(), asked.size());
   expectAtRest();
   instance.stop();
   EXPECT_FALSE(servers.hasEvent("SetParams " + std::to_string(calls() + 1) + " "));
   expectNothingLeft();
   expectNoOwnBlocks();
-  proof::report({part, "a notification of " + std::to_string(items) + " changes",
-                 std::to_string(total) + " allocations, each failing once and for good",
-                 tally() + "; each with its line, the rest sent as said, nothing left"});
+  proof::report({part,
+                 "a notification of " + std::to_string(items) + " changes",
+                 "",
+                 {{eachAllocation, asked.size()}},
+                 "each failure is logged with one line, the rest is sent, nothing leaks",
+                 tally()});
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// A stream's start event carries no message: nothing is read out of one. A program by itself, since
-// it replaces operator new.
+// A stream's start event carries no message, and the module reads none from it. This is a program
+// of its own, since it replaces operator new.
 #include "tests/proof/stop/StopTest.h"
 #include "tests/support/AllocationFault.h"
 
@@ -10,10 +10,10 @@ using standin::SlotSet;
 
 class StartEvent : public StopTest {};
 
-// The first thing that reading a message does is to allocate copies of the lists. So the fault that
-// waits from the start event on hits the first message, and not the event. That message is empty,
-// since gRPC would allocate its items before.
-TEST_F(StartEvent, RunsNoProcessMeters) {
+// Reading a message begins by allocating copies of the lists. So if allocations fail from the start
+// event on, the first one to fail must be that of the first message. That message is empty, since
+// gRPC would otherwise allocate its items before.
+TEST_F(StartEvent, IsNotReadAsAMessage) {
   std::unique_ptr<AllocationFault> fault;
   begin({.method = "GetMetersFast", .step = Step::Start, .moment = Moment::Passing, .within = [&] {
            fault = std::make_unique<AllocationFault>(1);
@@ -30,8 +30,11 @@ TEST_F(StartEvent, RunsNoProcessMeters) {
   const Stop seen = stopModule();
   expectStopped(seen);
   EXPECT_EQ(seen.left, 0);
-  report({"Stop in every state", "Starting: its event carries no message", "1 stop",
-          "an allocation that fails from the start event on fails with the first message"});
+  report({part,
+          "the start event of a stream",
+          "",
+          {{"stops", 1}},
+          "the module does not read it as a message"});
 }
 
 }  // namespace

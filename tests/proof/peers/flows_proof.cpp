@@ -1,5 +1,5 @@
-// The flows of the module with servers that others have written: what holds with the simulator
-// holds with gRPC for Node and gRPC for Python.
+// The module's flows with other gRPC implementations: what holds with the simulator also holds with
+// gRPC for Node and gRPC for Python.
 #include <algorithm>
 #include <future>
 #include <map>
@@ -16,10 +16,6 @@ using peers::Sample;
 using standin::KeyValueList;
 using standin::SlotSet;
 using standin::SlotValue;
-
-void report(const std::string& what, const std::string& tried, const std::string& held) {
-  proof::report({peers::heading, what, tried, held});
-}
 
 // Slots and parameters of each type, on both streams.
 std::string everyType() {
@@ -62,7 +58,7 @@ class Peers : public FlowTest, public ::testing::WithParamInterface<Peer> {
     EXPECT_EQ(bits(read(set, "f")), bits(sample.number));
   }
 
-  // One notification of `changes`, which has to arrive as `request` says.
+  // Notifies of the changes and expects this request to arrive.
   void expectArrival(KeyValueList& changes, const Request& request) {
     notify(changes);
     EXPECT_EQ(received(), request.hex());
@@ -77,13 +73,16 @@ class Peers : public FlowTest, public ::testing::WithParamInterface<Peer> {
     expectArrival(changes, Request().addInt("i", value));
   }
 
-  static std::string by() { return " (" + GetParam().library + ")"; }
+  static void report(const std::string& group, const std::string& things, std::uint64_t count,
+                     const std::string& held) {
+    proof::report({peers::heading, group, GetParam().library, {{things, count}}, held});
+  }
 };
 
 INSTANTIATE_TEST_SUITE_P(Of, Peers, ::testing::ValuesIn(peers::all()),
                          [](const auto& instantiation) { return instantiation.param.name; });
 
-TEST_P(Peers, MetersArriveInTheSlotsOfTheirRateBitByBit) {
+TEST_P(Peers, MetersArriveUnchangedInTheSlotsOfTheirStream) {
   startFlowing(everyType());
   const auto samples = extremeAndRandomSamples(proof::scaled(100, 5000));
   for (std::size_t i = 0; i < samples.size(); ++i) {
@@ -91,16 +90,16 @@ TEST_P(Peers, MetersArriveInTheSlotsOfTheirRateBitByBit) {
     deliver(set, batchOf(samples[i]));
     expectSample(set, samples[i]);
     if (i == 0) continue;
-    // The other stream's slots keep what they have.
+    // The slots of the other stream keep their values.
     expectSample(set == SlotSet::Fast ? SlotSet::Slow : SlotSet::Fast, samples[i - 1]);
   }
   instance.stop();
   expectNothingLeft();
-  report("meters of every type, fast and slow" + by(), std::to_string(samples.size()) + " messages",
-         "each value in its slot, bit by bit, and in no other");
+  report("meters of every type, fast and slow", "messages", samples.size(),
+         "each value arrives unchanged in its own slot only");
 }
 
-TEST_P(Peers, ParametersArriveAsTheyWereSent) {
+TEST_P(Peers, ParametersArriveUnchanged) {
   startFlowing(everyType());
   const auto samples = extremeAndRandomSamples(proof::scaled(100, 5000));
   for (const Sample& sample : samples) {
@@ -117,11 +116,11 @@ TEST_P(Peers, ParametersArriveAsTheyWereSent) {
   }
   instance.stop();
   expectNothingLeft();
-  report("parameters of every type" + by(), std::to_string(samples.size()) + " calls",
-         "each arrives with its key, type and value, bit by bit");
+  report("parameters of every type", "calls", samples.size(),
+         "each arrives with its key and type, and with its value unchanged");
 }
 
-// Keys are compared byte by byte: two spellings of one letter are two keys.
+// Keys are compared byte by byte: two encodings of the same letter are two keys.
 TEST_P(Peers, KeysOfAnyScriptAreFound) {
   const std::vector<std::string> keys = {"Pegel",
                                          "p\u00e9dale",
@@ -155,11 +154,11 @@ TEST_P(Peers, KeysOfAnyScriptAreFound) {
   expectArrival(changes, request);
   instance.stop();
   expectNothingLeft();
-  report("keys of any script" + by(), std::to_string(keys.size()) + " meters and parameters",
-         "each found by its own bytes");
+  report("keys of any script", "meters and parameters", keys.size(),
+         "each is found by its own bytes");
 }
 
-TEST_P(Peers, AnErrorForAnAnswerChangesNothing) {
+TEST_P(Peers, AnErrorAsTheAnswerChangesNothing) {
   startFlowing(everyType());
   host.clearRecords();
   int answers = 0;
@@ -171,11 +170,11 @@ TEST_P(Peers, AnErrorForAnAnswerChangesNothing) {
   EXPECT_EQ(log(), Journal{});
   instance.stop();
   expectNothingLeft();
-  report("SetParams answered with every status" + by(), std::to_string(answers) + " answers",
-         "nothing is logged; the next change goes out and meters go on");
+  report("SetParams answered with every status", "answers", static_cast<std::uint64_t>(answers),
+         "nothing is logged, the next change is sent, and meters continue");
 }
 
-TEST_P(Peers, AreLeftCleanlyInTheMidstOfTraffic) {
+TEST_P(Peers, SeeACleanEndOfStreamsAndCallsAtAStop) {
   const std::string message =
       batchOf(peers::extremeSamples().back()).addString("last.one", "x").hex();
   const auto stops = proof::scaled(5, 300);
@@ -199,12 +198,11 @@ TEST_P(Peers, AreLeftCleanlyInTheMidstOfTraffic) {
     expectNothingLeft();
     host.clearRecords();
   }
-  report("stop amid both streams' traffic and a call in flight" + by(),
-         std::to_string(stops) + " stops",
-         "the server sees both streams cancelled; the call ends by its answer; nothing is left");
+  report("a stop during traffic on both streams and a call", "stops", stops,
+         "the server sees both streams cancelled, the call ends by its answer, nothing leaks");
 }
 
-// ---- What a server may do to its messages -------------------------------------------------------
+// ---- Compressed messages ------------------------------------------------------------------------
 
 class Compressed : public FlowTest, public ::testing::WithParamInterface<const char*> {
  protected:
@@ -220,7 +218,7 @@ class Compressed : public FlowTest, public ::testing::WithParamInterface<const c
 INSTANTIATE_TEST_SUITE_P(By, Compressed, ::testing::Values("Deflate", "Gzip"),
                          [](const auto& instantiation) { return instantiation.param; });
 
-TEST_P(Compressed, MetersArriveAllTheSame) {
+TEST_P(Compressed, MetersArriveUnchanged) {
   std::string entries = "[MetersFloat]\n";
   Batch batch;
   constexpr int count = 500;
@@ -235,16 +233,20 @@ TEST_P(Compressed, MetersArriveAllTheSame) {
   }
   instance.stop();
   expectNothingLeft();
-  report(std::string("messages compressed by the server, ") + GetParam() + " (grpcio)",
-         std::to_string(count) + " values in a message", "each value in its slot");
+  proof::report({peers::heading,
+                 "messages that the server compresses",
+                 std::string(GetParam()) + ", by grpcio",
+                 {{"values", count}},
+                 "each value arrives in its slot"});
 }
 
 // ---- The five-second rule -----------------------------------------------------------------------
 
-class PeersReturn : public StreamTest {};
+class PeersRetry : public StreamTest {};
 
-// Each status of gRPC ends a stream once, two at a time; beside that, servers die and come back.
-TEST_F(PeersReturn, FiveSecondsAfterAnyEndOfTheStream) {
+// Each status of gRPC ends a stream once, two at a time; meanwhile servers are killed and
+// restarted.
+TEST_F(PeersRetry, FollowsFiveSecondsAfterAnyEndOfTheStream) {
   struct Pair {
     Peer peer;
     std::unique_ptr<Stream> ended;
@@ -261,7 +263,7 @@ TEST_F(PeersReturn, FiveSecondsAfterAnyEndOfTheStream) {
   auto statuses = tools::statusNames();
   std::rotate(statuses.begin(), std::find(statuses.begin(), statuses.end(), "UNAVAILABLE"),
               statuses.end());
-  statuses.push_back("OK");  // of an even number, two a round
+  statuses.push_back("OK");  // makes an even number, for two per round
   const std::size_t rounds = proof::scaled(1, statuses.size() / 2);
   std::map<std::string, std::pair<std::chrono::milliseconds, std::chrono::milliseconds>> times;
   for (std::size_t round = 0; round < rounds; ++round) {
@@ -303,11 +305,14 @@ TEST_F(PeersReturn, FiveSecondsAfterAnyEndOfTheStream) {
   expectNothingLeft();
   for (const Pair& pair : pairs) {
     const auto& [least, most] = times.at(pair.peer.name);
-    report(
-        "streams ended with a status, and servers that die and return (" + pair.peer.library + ")",
-        std::to_string(2 * rounds) + " ends, " + std::to_string(rounds) + " deaths",
-        "back after " + std::to_string(least.count()) + " to " + std::to_string(most.count()) +
-            " ms, without a word, and values flow");
+    proof::report({peers::heading,
+                   "streams that end with a status, and servers that are killed and restarted",
+                   pair.peer.library,
+                   {{"ends", 2 * rounds}, {"kills", rounds}},
+                   "the streams are opened again, nothing is logged, and values continue",
+                   {},
+                   {{"retry after", static_cast<double>(least.count()),
+                     static_cast<double>(most.count()), ".0f", "ms"}}});
   }
 }
 

@@ -1,5 +1,6 @@
-// The module is started and stopped again and again under traffic: what the process holds stays as
-// it is, whether the module stays loaded or not, and with several instances side by side.
+// The module starts and stops many times under traffic, and the process does not grow: with the
+// module loaded all the time, with the module loaded anew each time, and with several instances at
+// the same time.
 #include <dlfcn.h>
 
 #include <array>
@@ -20,7 +21,7 @@ namespace {
 using standin::SlotSet;
 using std::chrono::steady_clock;
 
-// One place in the process: servers of its own, and the module under a name of its own.
+// One of several places: servers of its own, and an instance under a name of its own.
 class Place {
  public:
   explicit Place(const std::string& name)
@@ -32,7 +33,7 @@ class Place {
 
   const std::string& name() const { return name_; }
 
-  // Starts and returns when both streams carry messages, as fast as they can.
+  // Starts, and returns when both streams carry messages as fast as possible.
   void start(standin::Host& host, standin::Engine& engine, const standin::LoadedModule& module) {
     instance_ = std::make_unique<standin::ModuleInstance>(module, engine, name_);
     ASSERT_EQ(instance_->start(config_), 0);
@@ -47,7 +48,7 @@ class Place {
     }
   }
 
-  // The next call at this place's server; its key is this place's, whoever told of the change.
+  // The next call at this place's server has this place's key, whichever thread notified of it.
   void expectCall() {
     const std::string call = servers_.waitEvent("SetParams ");
     EXPECT_NE(call.find(toHex("delay." + name_)), call.npos) << call;
@@ -68,7 +69,7 @@ class Place {
   std::unique_ptr<standin::ModuleInstance> instance_;
 };
 
-// One notification of a change for every place.
+// One notification with a change for every place.
 void change(standin::Engine& engine, const std::vector<std::unique_ptr<Place>>& places) {
   standin::KeyValueList changes;
   for (const auto& place : places) changes.addInt((place->name() + ".delay").c_str(), 1);
@@ -83,7 +84,7 @@ class Cycles : public ::testing::Test {
     }
   }
 
-  // All places at the same time, each on a thread of its own.
+  // Does the work at all places at the same time, on a thread for each.
   template <class Work>
   void atAllPlaces(Work work) {
     std::vector<std::future<void>> working;
@@ -93,7 +94,7 @@ class Cycles : public ::testing::Test {
     for (auto& each : working) each.get();
   }
 
-  // One start and stop, with a host of its own: what that keeps of its past goes with it.
+  // One start and stop. Each has its own host, whose records would otherwise grow.
   void cycle(const standin::LoadedModule& module) {
     const int payloadsBefore = grpcUse().contexts;
     const auto streams = 2 * static_cast<int>(places_.size());
@@ -102,7 +103,7 @@ class Cycles : public ::testing::Test {
     atAllPlaces([&](Place& place) { place.start(host, engine, module); });
     atAllPlaces([&](Place&) { change(engine, places_); });
     atAllPlaces([&](Place& place) { place.expectCall(); });
-    // A call that is stopped right at its end is given up, and would be taken for growth.
+    // A stop right at the end of a call leaks the call, which would look like growth.
     ASSERT_TRUE(host.waitUntil([&] { return grpcUse().contexts - payloadsBefore == streams; }));
     atAllPlaces([](Place& place) { place.stop(); });
     EXPECT_EQ(grpcUse().contexts, payloadsBefore);
@@ -110,7 +111,7 @@ class Cycles : public ::testing::Test {
     EXPECT_EQ(host.violations(), std::vector<std::string>{});
   }
 
-  // So many cycles, or for as long as a soak shall last.
+  // `count` cycles, or as many as a soak takes.
   template <class Cycle>
   void run(const char* what, std::uint64_t count, Cycle once) {
     const auto end = steady_clock::now() + soak();
@@ -121,19 +122,25 @@ class Cycles : public ::testing::Test {
       trend.sample();
     }
     if (!HasFailure()) trend.expectFlat();
-    report({"Cycles", what, std::to_string(done) + " cycles under traffic", trend.text()});
+    report({"Cycles",
+            what,
+            "",
+            {{"cycles under traffic", done}},
+            "nothing grows",
+            {},
+            trend.figures()});
   }
 
   std::vector<std::unique_ptr<Place>> places_;
 };
 
-TEST_F(Cycles, OfStartAndStopLeaveNothing) {
+TEST_F(Cycles, OfStartAndStopDoNotGrow) {
   addPlaces(1);
   const standin::LoadedModule module(GATEWAY_MODULE);
-  run("start and stop, the module stays loaded", scaled(25, 1000), [&] { cycle(module); });
+  run("start and stop while the module stays loaded", scaled(25, 1000), [&] { cycle(module); });
 }
 
-TEST_F(Cycles, OfLoadingAndUnloadingLeaveNothing) {
+TEST_F(Cycles, OfLoadingAndUnloadingDoNotGrow) {
   addPlaces(1);
   run("dlopen, start, stop, dlclose", scaled(15, 200), [&] {
     { cycle(standin::LoadedModule(GATEWAY_MODULE)); }
@@ -141,12 +148,11 @@ TEST_F(Cycles, OfLoadingAndUnloadingLeaveNothing) {
   });
 }
 
-// Starts, changes and stops of all instances at the same time, on a thread each.
-TEST_F(Cycles, OfInstancesSideBySideLeaveNothing) {
+TEST_F(Cycles, OfSeveralInstancesDoNotGrow) {
   addPlaces(4);
   const standin::LoadedModule module(GATEWAY_MODULE);
-  run("4 instances of different names, started, changed and stopped at the same time",
-      scaled(8, 250), [&] { cycle(module); });
+  run("4 instances started, notified and stopped at the same time", scaled(8, 250),
+      [&] { cycle(module); });
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The example servers as their users run them, with the example configuration.
+// The example servers, run as their users run them, with the example configuration.
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -26,7 +26,7 @@ class ExampleServer : public GatewayTest, public ::testing::WithParamInterface<E
     return text.replace(at, what.size(), by);
   }
 
-  // With the addresses at which the server really listens.
+  // The example configuration with the addresses at which the server listens.
   static std::string configuration(ToolProcess& server) {
     std::ifstream file(EXAMPLES_FOLDER "/grpc-gateway.conf");
     std::string text{std::istreambuf_iterator<char>(file), {}};
@@ -45,12 +45,12 @@ INSTANTIATE_TEST_SUITE_P(
                       Example{"Python", "grpcio", EXAMPLES_FOLDER "/servers/python/server.py"}),
     [](const auto& instantiation) { return instantiation.param.name; });
 
-TEST_P(ExampleServer, PlaysTheExampleConfigurationAndPrintsItsParameters) {
+TEST_P(ExampleServer, MovesAllSlotsAndPrintsTheParameters) {
   ToolProcess server({"--meters", SimProcess::anyPort, "--engine", SimProcess::anyPort},
                      GetParam().program);
   ASSERT_EQ(start(configuration(server)), 0);
 
-  // The host hears of texts alone: each slow message makes it look again.
+  // The host only sees that texts are written: each slow message makes it check again.
   const auto read = [&](SlotSet set, const char* name) { return instance.slot(set, name).read(); };
   EXPECT_TRUE(host.waitUntil([&] {
     return read(SlotSet::Slow, "dsp_state") == SlotValue("running") &&
@@ -69,8 +69,10 @@ TEST_P(ExampleServer, PlaysTheExampleConfigurationAndPrintsItsParameters) {
   instance.stop();
   expectNothingLeft();
   proof::report({peers::heading,
-                 std::string("the example server as it is run (") + GetParam().library + ")",
-                 "the example configuration", "all slots move, both parameters are printed"});
+                 "the example servers",
+                 GetParam().library,
+                 {{"runs of the example configuration", 1}},
+                 "all slots move, and both parameters are printed"});
 }
 
 }  // namespace
