@@ -1,5 +1,6 @@
 // What a playing simulator tells: as lines of text, with the log apart on standard error, or all of
-// it as JSON, an object a line, on standard output. sim.cpp's manual shows every line.
+// it as JSON, an object a line, on standard output. The manual in
+// CommandLine.cpp shows every line.
 //
 // Any thread; each line is written at once.
 #pragma once
