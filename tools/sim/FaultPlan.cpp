@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <charconv>
 #include <cmath>
 #include <fstream>
@@ -23,60 +22,7 @@ namespace {
 using Error = std::invalid_argument;
 using Words = std::span<const std::string_view>;
 
-constexpr std::array subjectNames{"fast", "slow", "meters", "engine"};
 constexpr double longest = 1e9;
-
-using K = FaultKind;
-using G = FaultGroup;
-using A = FaultArgument;
-constexpr bool once = false;
-constexpr bool lasts = true;
-constexpr std::optional<double> none;
-
-constexpr std::array<FaultKindRow, 22> kinds{{
-    {K::End, "end", G::Message, once, A::Status, "[STATUS]", none,
-     "the stream ends, by itself (OK) or with another status"},
-    {K::Garbage, "garbage", G::Message, once, A::None, "", none,
-     "a message whose bytes can't be parsed"},
-    {K::NotUtf8, "not-utf8", G::Message, once, A::None, "", none,
-     "a message with a text that is not UTF-8"},
-    {K::Oversize, "oversize", G::Message, once, A::Number, "[MEBIBYTES]", 5,
-     "a message larger than the 4 MiB that clients take (5 MiB)"},
-    {K::Unknown, "unknown", G::Message, once, A::None, "", none,
-     "a message with keys that nobody has configured"},
-    {K::Types, "types", G::Message, once, A::None, "", none,
-     "a message with the keys that play, each with another type"},
-    {K::Arrays, "arrays", G::Message, once, A::None, "", none,
-     "a message with the keys that play as arrays and doubles"},
-    {K::Empty, "empty", G::Message, once, A::None, "", none, "a message without values"},
-    {K::Stall, "stall", G::Stream, lasts, A::None, "", none,
-     "the stream stays open, and nothing is sent"},
-    {K::Flood, "flood", G::Stream, lasts, A::None, "", none,
-     "as many messages as the stream takes"},
-    {K::Half, "half", G::Stream, lasts, A::None, "", none,
-     "half a message, then nothing; when that is over, the stream ends"},
-    {K::Close, "close", G::Connection, once, A::None, "", none,
-     "all connections are closed in order (FIN)"},
-    {K::Reset, "reset", G::Connection, once, A::None, "", none,
-     "all connections are broken off (RST)"},
-    {K::Refuse, "refuse", G::Connection, lasts, A::None, "", none,
-     "all connections are closed, and nobody listens"},
-    {K::Silent, "silent", G::Connection, lasts, A::None, "", none,
-     "all connections are closed, new ones accepted and left unanswered"},
-    {K::Freeze, "freeze", G::Connection, lasts, A::None, "", none,
-     "connections stay, and nothing passes either way"},
-    {K::Drip, "drip", G::Connection, lasts, A::Number, "BYTES", none,
-     "so many bytes a second pass to the client"},
-    {K::Delay, "delay", G::Answer, lasts, A::Number, "SECONDS", none,
-     "SetParams is answered so much later"},
-    {K::NoReply, "no-reply", G::Answer, lasts, A::None, "", none,
-     "SetParams is left unanswered until this is over"},
-    {K::Fail, "fail", G::Answer, lasts, A::Status, "STATUS", none,
-     "SetParams is answered with a status"},
-    {K::BadReply, "bad-reply", G::Answer, lasts, A::None, "", none,
-     "SetParams is answered with a message that can't be parsed"},
-    {K::Normal, "normal", G::All, once, A::None, "", none, "what lasts is over"},
-}};
 
 std::string shown(std::string_view text) {
   return fmt::format("\"{}\"", text);
@@ -154,19 +100,6 @@ const FaultKindRow& rowCalled(std::string_view word) {
                   fmt::join(names, ", ")));
 }
 
-std::string namesOf(const std::vector<Subject>& subjects) {
-  std::vector<std::string_view> names;
-  names.reserve(subjects.size());
-  for (const auto subject : subjects) names.push_back(nameOf(subject));
-  return fmt::to_string(fmt::join(names, "|"));
-}
-
-std::optional<Subject> subjectCalled(std::string_view word) {
-  const auto found = std::find(subjectNames.begin(), subjectNames.end(), word);
-  if (found == subjectNames.end()) return std::nullopt;
-  return static_cast<Subject>(found - subjectNames.begin());
-}
-
 std::vector<Subject> readSubjects(const FaultKindRow& row, Words& words) {
   auto possible = row.subjects();
   const auto subject = words.empty() ? std::nullopt : subjectCalled(words.front());
@@ -217,7 +150,7 @@ void readArgument(const FaultKindRow& row, Words& words, Fault& fault) {
 
 void checkDuration(const FaultKindRow& row, const FaultTimes& times) {
   if (!times.duration) return;
-  if (!row.lasts) {
+  if (!row.lasts()) {
     throw Error(fmt::format("{} is over at once: leave out \"for\"", shown(row.name)));
   }
   if (times.repeats && *times.duration >= times.first) {
@@ -227,38 +160,6 @@ void checkDuration(const FaultKindRow& row, const FaultTimes& times) {
 }
 
 }  // namespace
-
-std::string_view nameOf(Subject subject) {
-  return subjectNames[static_cast<std::size_t>(subject)];
-}
-
-std::span<const FaultKindRow> faultKinds() {
-  return kinds;
-}
-
-const FaultKindRow& rowOf(FaultKind kind) {
-  return kinds[static_cast<std::size_t>(kind)];
-}
-
-std::vector<Subject> FaultKindRow::subjects() const {
-  switch (group) {
-    case FaultGroup::Message:
-    case FaultGroup::Stream:
-      return {Subject::Fast, Subject::Slow};
-    case FaultGroup::Connection:
-      return {Subject::Meters, Subject::Engine};
-    case FaultGroup::Answer:
-      return {Subject::Engine};
-    case FaultGroup::All:
-      break;
-  }
-  return {Subject::Fast, Subject::Slow, Subject::Meters, Subject::Engine};
-}
-
-std::string FaultKindRow::usage() const {
-  return fmt::format("{} [{}]{}{}", name, namesOf(subjects()), argumentName.empty() ? "" : " ",
-                     argumentName);
-}
 
 bool Fault::needsRelay(Subject address) const {
   if (kind == FaultKind::Half) return address == Subject::Meters;
@@ -324,7 +225,7 @@ std::string faultManual() {
       "does so until another fault takes its place, or \"normal\". Without a subject a fault\n"
       "befalls all that it can.\n";
   for (const auto& row : faultKinds()) {
-    text += fmt::format("  {:<33}{} {}\n", row.usage(), row.lasts ? '*' : ' ', row.meaning);
+    text += fmt::format("  {:<33}{} {}\n", row.usage(), row.lasts() ? '*' : ' ', row.meaning);
   }
   return text;
 }

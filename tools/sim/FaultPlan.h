@@ -14,72 +14,13 @@
 #include <cstdint>
 #include <optional>
 #include <random>
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "tools/sim/FaultKinds.h"
+
 namespace sim {
-
-// What a fault befalls. The first two are the meter streams; the last two are the connections of
-// an address, or the engine service itself.
-enum class Subject { Fast, Slow, Meters, Engine };
-
-std::string_view nameOf(Subject subject);
-
-enum class FaultKind {
-  End,
-  Garbage,
-  NotUtf8,
-  Oversize,
-  Unknown,
-  Types,
-  Arrays,
-  Empty,
-  Stall,
-  Flood,
-  Half,
-  Close,
-  Reset,
-  Refuse,
-  Silent,
-  Freeze,
-  Drip,
-  Delay,
-  NoReply,
-  Fail,
-  BadReply,
-  Normal,
-};
-
-// Who has to do something about a fault.
-enum class FaultGroup {
-  Message,     // a message of a stream
-  Stream,      // how a stream goes on
-  Connection,  // the connections of an address
-  Answer,      // how SetParams is answered
-  All,
-};
-
-enum class FaultArgument { None, Status, Number };
-
-// A row of the table of kinds, which parser, manual and errors share.
-struct FaultKindRow {
-  FaultKind kind;
-  std::string_view name;
-  FaultGroup group;
-  bool lasts;  // until its time is over, another one of its group comes, or "normal"
-  FaultArgument argument;
-  std::string_view argumentName;        // [...] may be left out
-  std::optional<double> defaultNumber;  // where the argument is a number that may be left out
-  std::string_view meaning;
-
-  std::vector<Subject> subjects() const;
-  std::string usage() const;
-};
-
-std::span<const FaultKindRow> faultKinds();
-const FaultKindRow& rowOf(FaultKind kind);
 
 // When a fault begins, in seconds from the simulator's begin, and how long it lasts.
 struct FaultTimes {

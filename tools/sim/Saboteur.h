@@ -14,30 +14,17 @@
 #include <utility>
 #include <vector>
 
-#include "tools/sim/EngineAnswers.h"
 #include "tools/sim/FaultPlan.h"
-#include "tools/sim/Player.h"
-#include "tools/sim/Relay.h"
+#include "tools/sim/FaultSite.h"
 #include "tools/sim/Report.h"
-#include "tools/sim/Simulator.h"
 
 namespace sim {
-
-// What faults are done to. A relay is there if the plan needs it.
-struct FaultTargets {
-  const PlayerSettings& settings;
-  const Report& report;
-  Player& player;
-  EngineAnswers& answers;
-  const Simulator& simulator;
-  Relay* meters;
-  Relay* engine;
-};
 
 class Saboteur {
  public:
   // Time counts from now.
-  Saboteur(asio::io_context& loop, const FaultPlan& plan, const FaultTargets& targets);
+  Saboteur(asio::io_context& loop, const FaultPlan& plan, const FaultTargets& targets,
+           const Report& report);
   Saboteur(const Saboteur&) = delete;
   Saboteur& operator=(const Saboteur&) = delete;
 
@@ -71,24 +58,16 @@ class Saboteur {
   void end(const Place& place, double seconds);
   void endAll(Subject subject, double seconds);
 
-  void act(const Fault& fault, Subject subject);
-  void undo(const Fault& fault, Subject subject);
-  void send(const Fault& fault, Method method);
-  void feed(const Fault& fault, Method method);
-  void connection(const Fault& fault, Relay& relay);
-  void reconnect(const Fault& fault, Relay& relay);
-  void endHalves(Method method);
-  Relay* relayOf(Subject subject) const;
-  bool isServed(const Fault& fault, Subject subject) const;
+  bool isServed(const Fault& fault, Subject subject);
   Clock::time_point momentAt(double seconds) const;
 
   asio::io_context& loop_;
-  const FaultTargets targets_;
+  FaultTargets targets_;
+  const Report& report_;
   const Clock::time_point begin_ = Clock::now();
   std::vector<std::unique_ptr<Planned>> plan_;
   std::map<Place, Lasting> lasting_;
   unsigned lastNumber_ = 0;
-  std::vector<std::shared_ptr<Call>> halves_;  // streams that have got half a message
 };
 
 }  // namespace sim

@@ -127,9 +127,9 @@ Ending play(const Settings& settings, const SignalDescriptor& signals, Clock::ti
   const Ticker slow(playing, player, simulator, Method::Slow);
   std::optional<Heartbeat> heartbeat;
   if (settings.heartbeat > 0) heartbeat.emplace(loop, settings.heartbeat, player, simulator);
-  Saboteur saboteur(
-      loop, settings.faults,
-      {playing, report, player, answers, simulator, services.meters(), services.engine()});
+  Saboteur saboteur(loop, settings.faults,
+                    {playing, player, answers, simulator, services.meters(), services.engine()},
+                    report);
   const LoopThread running(loop);
   if (!settings.liveFaults) return waitForEnd(signals, deadline, nullptr);
   return waitForEnd(signals, deadline, [&](std::string_view line) {

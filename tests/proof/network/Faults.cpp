@@ -35,9 +35,22 @@ Effect effectOf(FaultKind kind) {
       return Effect::EndsConnection;
     case FaultKind::Half:
       return Effect::EndsWhenOver;
-    default:
-      return Effect::None;
+    case FaultKind::Unknown:
+    case FaultKind::Types:
+    case FaultKind::Arrays:
+    case FaultKind::Empty:
+    case FaultKind::Stall:
+    case FaultKind::Flood:
+    case FaultKind::Freeze:
+    case FaultKind::Drip:
+    case FaultKind::Delay:
+    case FaultKind::NoReply:
+    case FaultKind::Fail:
+    case FaultKind::BadReply:
+    case FaultKind::Normal:
+      break;
   }
+  return Effect::None;
 }
 
 bool silences(FaultKind kind) {
@@ -69,7 +82,7 @@ Fault ofSimulator(const sim::FaultKindRow& row) {
   fault.name = row.name;
   fault.kind = row.kind;
   fault.effect = effectOf(row.kind);
-  fault.lasts = row.lasts;
+  fault.lasts = row.lasts();
   fault.silences = silences(row.kind);
   fault.endsCall = endsCall(row);
   return fault;

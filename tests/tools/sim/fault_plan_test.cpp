@@ -1,7 +1,6 @@
 // Plans of faults as they are read, and their moments.
 #include <gtest/gtest.h>
 
-#include <cstddef>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -47,15 +46,6 @@ TEST(FaultPlan, knowsWhatAnArgumentIsThatIsLeftOut) {
   EXPECT_EQ(parseFault("at 0: oversize").number, 5);
   EXPECT_EQ(parseFault("at 0: oversize slow 4.5").number, 4.5);
   EXPECT_EQ(parseFault("at 0: drip 100").number, 100);
-}
-
-TEST(FaultPlan, tableIsInTheOrderOfTheKinds) {
-  std::size_t number = 0;
-  for (const auto& row : sim::faultKinds()) {
-    EXPECT_EQ(static_cast<std::size_t>(row.kind), number++) << row.name;
-    EXPECT_EQ(&sim::rowOf(row.kind), &row);
-  }
-  EXPECT_EQ(static_cast<std::size_t>(FaultKind::Normal) + 1, number);
 }
 
 TEST(FaultPlan, manualShowsEveryKind) {

@@ -43,7 +43,7 @@ std::string testName(const testing::TestParamInfo<Case>& info) {
 
 // Again and again, so that one of them comes when both streams are open.
 std::string planLine(const Case& each) {
-  std::string line = each.row.lasts ? "every 1.5 for 0.5: " : "every 1.5: ";
+  std::string line = each.row.lasts() ? "every 1.5 for 0.5: " : "every 1.5: ";
   line += std::string(each.row.name) + " " + std::string(sim::nameOf(each.subject));
   if (each.row.argument == FaultArgument::Status) line += " UNAVAILABLE";
   if (each.row.argument == FaultArgument::Number && !each.row.defaultNumber) {
