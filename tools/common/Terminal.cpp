@@ -7,13 +7,13 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <climits>
 #include <csignal>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
 
+#include "tools/common/Numbers.h"
 #include "tools/common/Output.h"
 
 namespace tools {
@@ -31,10 +31,8 @@ int millisecondsUntil(Clock::time_point moment) {
 }  // namespace
 
 std::string checkSeconds(const std::string& text) {
-  double seconds = 0;
-  const char* const end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, seconds);
-  if (error == std::errc() && stop == end && seconds >= 0 && seconds <= 1e9) return {};
+  const auto seconds = numberIn<double>(text);
+  if (seconds && *seconds >= 0 && *seconds <= 1e9) return {};
   return "\"" + text + "\" is not a number of seconds from 0 to 1000000000";
 }
 

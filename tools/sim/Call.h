@@ -1,6 +1,9 @@
-// A call at the simulator, for those who decide what it gets.
+// A call that has arrived at the simulator, as seen by the code that decides what it gets.
 //
-// Threads: members of Call may be called from any thread, also by a listener. None waits.
+// Messages are raw bytes, so that requests can be shown exactly as they came, and anything can be
+// sent, even what cannot be parsed or is larger than clients accept.
+//
+// Threads: any thread may call the members of a Call, a listener included. None of them waits.
 #pragma once
 
 #include <grpcpp/support/status.h>
@@ -24,19 +27,19 @@ std::string_view nameOf(Method method);
 // the simulator does not have it.
 std::optional<Method> methodAt(std::string_view path);
 
-// What came with a call.
+// What a call brings with it.
 struct Opening {
   Method method = Method::Fast;
-  unsigned number = 0;       // counts per method from 1, in the order of the telling
-  std::string request;       // the request message
+  unsigned number = 0;       // per method, from 1, in the order of the announcements
+  std::string request;       // the message
   bool hasDeadline = false;  // whether the client set one
-  std::vector<std::string>
-      metadata;      // keys the client added: sorted, each once, none of gRPC's own
-  std::string peer;  // where it comes from, in gRPC's words
+  // The metadata keys that the client added, sorted and without duplicates.
+  std::vector<std::string> metadata;
+  std::string peer;  // where it comes from, as gRPC writes it
 };
 
-// One call that has arrived. It is open until it was asked to end or the client cancelled it or
-// went away; it may be kept and used beyond that, but then does nothing.
+// It is open until it is asked to end, or until its client cancels it or disappears. A call may be
+// kept and used after that, but then does nothing.
 class Call {
  public:
   static constexpr std::uint64_t forever = std::numeric_limits<std::uint64_t>::max();
@@ -48,38 +51,37 @@ class Call {
 
   virtual bool isOpen() const = 0;
 
-  // Open, and all that was to be sent has been written.
+  // Open, with nothing left to write.
   virtual bool isIdle() const = 0;
 
-  // Writes `message` `times` times (at least once), one after the other, behind what waits already:
-  // it is queued, and never blocks. False if the call is not open. Each true is answered by one
-  // CallListener::sent.
+  // Queues `message`, to be written `times` times (at least once). False if the call is not open;
+  // otherwise one CallListener::sent follows.
   virtual bool send(std::string message, std::uint64_t times = 1) = 0;
 
-  // Lets go of what is queued, except for the one message that is being written. False if the call
-  // is not open.
+  // Drops what is queued, except for the message that is being written. False if the call is not
+  // open.
   virtual bool stop() = 0;
 
-  // Ends the call with `code` when what is queued has been written; what would be sent forever is
-  // stopped. For a method that is unary, OK needs one message sent before. False if the call is not
-  // open.
+  // Ends the call with `code` after the queue has been written. A message that would be sent
+  // forever is stopped. Before it ends a unary call with OK, one message has to be sent. False if
+  // the call is not open.
   virtual bool end(grpc::StatusCode code) = 0;
 };
 
-// Hears of calls, on gRPC's threads: calls tell at the same time, but the lines of one call come in
-// order, and `opened` comes for one call at a time. Should be quick.
+// Receives the events of calls, on gRPC's threads. Several calls report at the same time, but the
+// events of one call come in order, and no two `opened` run at once. Members should return quickly.
 class CallListener {
  public:
   virtual ~CallListener() = default;
 
-  // The call has arrived, with its request. The first that is heard of it.
+  // The call's first event: it has arrived, with its request.
   virtual void opened(const std::shared_ptr<Call>& call) = 0;
 
-  // One send has come to its end, with `count` messages written: fewer than were asked for if it
-  // was stopped or the call is over.
+  // One send is over, with `count` messages written: fewer than requested if it was stopped or the
+  // call has ended.
   virtual void sent(const Call& call, std::uint64_t count) = 0;
 
-  // The call is over: cancelled, or ended as asked. The last that is heard of it.
+  // The call's last event: it was cancelled, or has ended as requested.
   virtual void closed(const Call& call, bool cancelled) = 0;
 };
 

@@ -2,40 +2,31 @@
 
 #include <fmt/format.h>
 
-#include <charconv>
+#include <cstdint>
 #include <stdexcept>
 #include <string>
-#include <system_error>
+#include <string_view>
 #include <vector>
 
+#include "tools/common/Numbers.h"
+#include "tools/common/Terminal.h"
 #include "tools/sim/Commander.h"
 
 namespace sim {
 namespace {
 
-// Checks as CLI11 wants them: they return the error, or nothing.
-std::string checkNumber(const std::string& text, double least, double most) {
-  double number = 0;
-  const bool isNumber = CLI::detail::lexical_cast(text, number);
-  if (isNumber && number >= least && number <= most) return {};
-  return fmt::format("\"{}\" is not a number from {} to {:.0f}", text, least, most);
-}
-
+// Checks for CLI11: they return an error message, or nothing.
 auto numbersFrom(double least, double most) {
-  return [=](const std::string& text) { return checkNumber(text, least, most); };
+  return [=](const std::string& text) { return tools::checkNumber(text, least, most); };
 }
 
 std::string checkAddress(const std::string& text) {
-  if (text.empty()) return {};
   const auto colon = text.rfind(':');
-  unsigned port = 0;
-  const auto end = text.data() + text.size();
-  const auto begin = colon == text.npos ? end : text.data() + colon + 1;
-  const auto [stopped, error] = std::from_chars(begin, end, port);
-  if (begin == text.data() + 1 || error != std::errc() || stopped != end || port > 65535) {
-    return fmt::format("\"{}\" is not ADDRESS:PORT, such as 127.0.0.1:50005", text);
-  }
-  return {};
+  const bool hasBoth = colon != text.npos && colon > 0;
+  const bool isGood =
+      hasBoth && tools::numberIn<std::uint16_t>(std::string_view(text).substr(colon + 1));
+  if (text.empty() || isGood) return {};
+  return fmt::format("\"{}\" is not ADDRESS:PORT, such as 127.0.0.1:50005", text);
 }
 
 void addKeys(Settings& settings, const std::vector<std::string>& texts) {
@@ -113,7 +104,7 @@ void addServing(CLI::App& sim, Settings& settings) {
       ->check(numbersFrom(0, 1e6), "");
   sim.add_option("--for", settings.limit, "End by itself after so long")
       ->type_name("SECONDS")
-      ->check(numbersFrom(0, 1e9), "");
+      ->check(tools::checkSeconds, "");
 }
 
 std::vector<CLI::Option*> addSignals(CLI::App& sim, Settings& settings) {

@@ -14,7 +14,7 @@ namespace sim {
 // which must outlive it.
 void addOptions(CLI::App& sim, Settings& settings);
 
-// What the help says after the options.
+// The help's text after the options.
 std::string manual();
 
 }  // namespace sim

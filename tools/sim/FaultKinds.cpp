@@ -227,11 +227,11 @@ std::optional<Subject> subjectCalled(std::string_view name) {
   return std::nullopt;
 }
 
-std::string namesOf(const std::vector<Subject>& subjects) {
+std::string namesOf(const std::vector<Subject>& subjects, std::string_view separator) {
   std::vector<std::string_view> names;
   names.reserve(subjects.size());
   for (const auto subject : subjects) names.push_back(nameOf(subject));
-  return fmt::to_string(fmt::join(names, "|"));
+  return fmt::to_string(fmt::join(names, separator));
 }
 
 std::span<const FaultKindRow> faultKinds() {
@@ -258,7 +258,7 @@ std::vector<Subject> FaultKindRow::subjects() const {
 }
 
 std::string FaultKindRow::usage() const {
-  return fmt::format("{} [{}]{}{}", name, namesOf(subjects()), argumentName.empty() ? "" : " ",
+  return fmt::format("{} [{}]{}{}", name, namesOf(subjects(), "|"), argumentName.empty() ? "" : " ",
                      argumentName);
 }
 

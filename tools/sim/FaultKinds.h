@@ -80,7 +80,7 @@ struct FaultKindRow {
 std::span<const FaultKindRow> faultKinds();
 const FaultKindRow& rowOf(FaultKind kind);
 
-// "fast|slow", for messages.
-std::string namesOf(const std::vector<Subject>& subjects);
+// Such as "fast|slow", for messages.
+std::string namesOf(const std::vector<Subject>& subjects, std::string_view separator);
 
 }  // namespace sim

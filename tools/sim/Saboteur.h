@@ -1,8 +1,7 @@
-// Carries out a plan of faults, and others as they are told, and tells of each that is in effect.
+// Carries out a plan of faults, and faults that come up live, and reports each as it begins and ends.
 //
-// Threads: all is done on the thread that runs the loop; constructor and destructor are called
-// while it does not run.
-// Ownership: all that the constructor is given is borrowed.
+// Threads: the one that runs the loop. Constructor and destructor run while the loop does not.
+// Ownership: it borrows everything, the plan and the targets included.
 #pragma once
 
 #include <asio/io_context.hpp>
@@ -22,13 +21,13 @@ namespace sim {
 
 class Saboteur {
  public:
-  // Time counts from now.
+  // The plan's times count from here.
   Saboteur(asio::io_context& loop, const FaultPlan& plan, const FaultTargets& targets,
            const Report& report);
   Saboteur(const Saboteur&) = delete;
   Saboteur& operator=(const Saboteur&) = delete;
 
-  // Has a fault happen that is in no plan, at once; its times do not count.
+  // Makes a fault happen at once, whatever its times say.
   void strike(const Fault& fault);
 
  private:
@@ -41,20 +40,21 @@ class Saboteur {
     asio::steady_timer timer;
   };
 
-  // A fault that lasts, until its timer ends it, if that is set.
+  // A fault that lasts. Its timer, if set, ends it.
   struct Lasting {
     Fault fault;
     asio::steady_timer timer;
-    unsigned number;  // tells it from others at its place, also for a timer that has just fired
+    unsigned number;  // unique, for a timer that fires when another fault has its place already
   };
   using Place = std::pair<FaultGroup, Subject>;
 
-  // Its next moment, and from there the one after it: also if the fault can't be carried out.
+  // Waits for the fault's next moment. Then it schedules the one after before it acts, so that a
+  // fault that can't be carried out comes again all the same.
   void schedule(Planned& planned);
   void happen(const Fault& fault, double seconds);
   void begin(const Fault& fault, Subject subject, double seconds);
   void keepUp(const Fault& fault, Subject subject, double seconds);
-  // Takes back what lasts there, if there is such.
+  // Ends the lasting fault at this place, if there is one.
   void end(const Place& place, double seconds);
   void endAll(Subject subject, double seconds);
 

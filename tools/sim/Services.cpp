@@ -5,7 +5,7 @@
 namespace sim {
 namespace {
 
-// A service that isn't offered needs no relay.
+// A service that isn't offered needs none.
 bool needsRelay(const Settings& settings, Subject subject) {
   const auto& wanted = settings.addresses;
   const bool one = wanted.areOne();
@@ -16,7 +16,7 @@ bool needsRelay(const Settings& settings, Subject subject) {
   });
 }
 
-// Where the server itself listens: a service with a relay is only reached through it.
+// Where the server itself listens: behind a relay, at a port that only the relay needs to know.
 Addresses behindRelays(const Settings& settings) {
   constexpr auto* inside = "127.0.0.1:0";
   auto addresses = settings.addresses;
@@ -26,7 +26,7 @@ Addresses behindRelays(const Settings& settings) {
   return addresses;
 }
 
-// `address` is the server's before, and the relay's afterwards.
+// Replaces `address`, which is the server's, by the relay's.
 std::unique_ptr<Relay> putInFront(asio::io_context& loop, const std::string& wanted,
                                   std::string& address, const char* option) {
   const auto port = std::stoi(address.substr(address.rfind(':') + 1));

@@ -1,8 +1,8 @@
-// The server of a run, with the relays that its faults need in front of it.
+// The server of a playing run, and the relays that its faults need in front of it.
 //
-// Threads: constructed and destroyed while the loop does not run; the relays belong to the loop's
+// Threads: constructor and destructor run while the loop does not. The relays are for the loop's
 // thread.
-// Ownership: it owns server and relays. The loop and the listener are borrowed for its life.
+// Ownership: it owns server and relays. It borrows loop and listener for its life.
 #pragma once
 
 #include <asio/io_context.hpp>

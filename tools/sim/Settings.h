@@ -14,13 +14,13 @@ struct Settings {
   Addresses addresses{.meters = "127.0.0.1:50005", .engine = "127.0.0.1:50006"};
   PingPolicy pings;
   PlayerSettings playing;
-  std::string config;       // whose keys play, too
-  double heartbeat = 0;     // seconds; 0 for none
-  FaultPlan faults;         // of the command line
-  std::string faultPlan;    // a file with more
-  bool liveFaults = false;  // more come on standard input
+  std::string config;       // a file whose meter keys play, too
+  double heartbeat = 0;     // in seconds; 0 for none
+  FaultPlan faults;         // from the command line
+  std::string faultPlan;    // a file with more faults
+  bool liveFaults = false;  // take more faults from standard input
   bool json = false;
-  std::optional<double> limit;  // seconds to run
+  std::optional<double> limit;  // of the run, in seconds
   bool commands = false;
 };
 

@@ -64,12 +64,12 @@ KeySpec parseKeySpec(std::string_view text) {
   const auto rate = rateCalled(rateWord);
   if (!rate) {
     throw std::invalid_argument(
-        fmt::format("\"{}\" in \"{}\" is not a rate: fast or slow", rateWord, text));
+        fmt::format("\"{}\" in \"{}\" is not a rate. Use fast or slow", rateWord, text));
   }
   const auto type = typeCalled(typeWord);
   if (!type) {
-    throw std::invalid_argument(
-        fmt::format("\"{}\" in \"{}\" is not a type: string, int, uint or float", typeWord, text));
+    throw std::invalid_argument(fmt::format(
+        "\"{}\" in \"{}\" is not a type. Use string, int, uint or float", typeWord, text));
   }
   return {*rate, *type, std::string(text.substr(second + 1))};
 }

@@ -18,7 +18,7 @@
 namespace sim {
 namespace {
 
-// One address's answer to calls.
+// The services at one address.
 class Service final : public grpc::CallbackGenericService {
  public:
   Service(CallRegistry& registry, bool meters, bool engine)
@@ -28,7 +28,8 @@ class Service final : public grpc::CallbackGenericService {
       grpc::GenericCallbackServerContext* context) override {
     const auto method = methodAt(context->method());
     if (!method || !serves(*method)) {
-      tools::writeError(fmt::format("gatewayctl sim: no method {} here\n", context->method()));
+      tools::writeError(
+          fmt::format("gatewayctl sim: this address does not serve {}\n", context->method()));
       return CallbackGenericService::CreateReactor(context);
     }
     return std::make_shared<ServedCall>(registry_, *method, *context)->begin();
@@ -47,7 +48,7 @@ void setPings(grpc::ServerBuilder& builder, const PingPolicy& pings) {
     builder.AddChannelArgument(GRPC_ARG_HTTP2_MAX_PING_STRIKES, *pings.strikes);
     return;
   }
-  // A server at its defaults takes a client that pings often for an attacker.
+  // By default a server treats frequent pings as an attack.
   builder.AddChannelArgument(GRPC_ARG_HTTP2_MIN_RECV_PING_INTERVAL_WITHOUT_DATA_MS, 0);
   builder.AddChannelArgument(GRPC_ARG_KEEPALIVE_PERMIT_WITHOUT_CALLS, 1);
 }
@@ -61,7 +62,7 @@ std::unique_ptr<grpc::Server> listen(std::string& address, std::string_view opti
   builder.RegisterCallbackGenericService(&service);
   builder.SetMaxSendMessageSize(unlimited);
   builder.SetMaxReceiveMessageSize(unlimited);
-  // Two servers on one port would share the connections between them.
+  // Otherwise a second server could listen on the same port and take some of the connections.
   builder.AddChannelArgument(GRPC_ARG_ALLOW_REUSEPORT, 0);
   setPings(builder, pings);
   auto server = builder.BuildAndStart();
@@ -76,8 +77,8 @@ std::unique_ptr<grpc::Server> listen(std::string& address, std::string_view opti
 
 std::string cantListen(std::string_view address, std::string_view option) {
   return fmt::format(
-      "can't listen on {}: another program has the port, or the address is not one of this "
-      "machine. End that program, or choose another address by {} (port 0 takes any free port)",
+      "can't listen on {}: another program uses the port, or this machine does not have the "
+      "address. End that program, or choose another address with {} (port 0 takes any free port)",
       address, option);
 }
 
@@ -93,7 +94,7 @@ struct Simulator::State {
   }
   ~State() {
     shutDown();
-    const ReactionOrder behindAll(&registry);
+    const ReactionOrder afterAll(&registry);
   }
   State(const State&) = delete;
   State& operator=(const State&) = delete;
@@ -114,8 +115,8 @@ struct Simulator::State {
     return services.emplace_back(registry, meters, engine);
   }
 
-  // What is asked to end comes to its end, unless its client does not read. A grace given to the
-  // servers instead would be used up: they wait for clients to hang up, too.
+  // Waits for ending calls here, because a server's own grace period would always be used up: a
+  // server also waits until its clients disconnect.
   void shutDown() {
     constexpr auto grace = std::chrono::seconds(3);
     registry.refuseRest();

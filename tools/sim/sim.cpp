@@ -46,10 +46,10 @@ void say(std::string_view text) {
 
 enum class Ending { Done, Interrupted };
 
-// Takes one line; false if no more are wanted.
+// Takes one line; false if it wants no more.
 using LineUser = std::function<bool(std::string_view)>;
 
-// Hands over the lines that have arrived. False when there will be no more: either side is done.
+// Hands over the lines that have arrived. False if the input has ended or `use` wants no more.
 bool handOver(InputLines& input, const LineUser& use) {
   for (const auto& line : input.take()) {
     if (!use(line)) return false;
@@ -57,8 +57,8 @@ bool handOver(InputLines& input, const LineUser& use) {
   return !input.ended();
 }
 
-// Waits for a signal or the deadline, and meanwhile hands lines of standard input to `use`, if
-// there is such.
+// Waits for a signal, the deadline or the end of standard input, and hands its lines to `use`. If
+// `use` is empty, leaves standard input alone.
 Ending waitForEnd(const SignalDescriptor& signals, Clock::time_point deadline,
                   const LineUser& use) {
   InputLines input;
@@ -70,8 +70,8 @@ Ending waitForEnd(const SignalDescriptor& signals, Clock::time_point deadline,
   return Ending::Done;
 }
 
-// Runs a loop on a thread of its own, as long as this lives. A fault that can't be carried out does
-// not end it.
+// Runs a loop on a thread of its own for as long as this lives. A fault that can't be carried out
+// throws, which does not end the loop.
 class LoopThread {
  public:
   explicit LoopThread(asio::io_context& loop)
@@ -99,11 +99,11 @@ class LoopThread {
   std::thread thread_;
 };
 
-// Has the fault of a line happen now. One that is no fault is complained of.
+// Makes the fault in `line` happen now. Reports a line that names no fault.
 void strike(asio::io_context& loop, Saboteur& saboteur, std::string_view line) {
   if (tools::wordsOf(line).empty()) return;
   try {
-    asio::post(loop, [&saboteur, fault = parseFaultOfNow(line)] { saboteur.strike(fault); });
+    asio::post(loop, [&saboteur, fault = parseImmediateFault(line)] { saboteur.strike(fault); });
   } catch (const std::invalid_argument& error) {
     say(error.what());
   }
@@ -147,7 +147,7 @@ Ending obey(const Settings& settings, const SignalDescriptor& signals, Clock::ti
                     [&](std::string_view line) { return commander.carryOut(simulator, line); });
 }
 
-// What the files say is added to what the command line says.
+// Adds the keys and faults in files to those on the command line.
 void readFiles(Settings& settings) {
   auto& keys = settings.playing.keys;
   if (!settings.config.empty()) {
@@ -164,10 +164,10 @@ void readFiles(Settings& settings) {
 int run(Settings& settings) {
   constexpr int interruptedCode = 130;
   readFiles(settings);
-  // First of all: threads inherit which signals are blocked.
+  // Comes first, because threads inherit which signals are blocked.
   const SignalDescriptor signals;
-  // Never taken back: gRPC's own clean-up can wait ten seconds for one of its threads, which the
-  // end of the process ends as well.
+  // Without grpc_shutdown: that can wait ten seconds for one of gRPC's threads, which the end of the
+  // process ends anyway.
   grpc_init();
   const auto deadline = tools::momentIn(settings.limit);
   const auto ending = (settings.commands ? obey : play)(settings, signals, deadline);

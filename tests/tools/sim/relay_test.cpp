@@ -1,4 +1,4 @@
-// The relay in front of the simulator, when the machine it runs on has too little.
+// The relay in front of the simulator, when the process runs out of descriptors.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
@@ -13,7 +13,7 @@ namespace {
 
 using asio::ip::tcp;
 
-// As long as it lives, this process can't open anything.
+// While this lives, the process can't open anything.
 class NoDescriptors {
  public:
   NoDescriptors() {
@@ -33,7 +33,7 @@ class NoDescriptors {
   rlimit before_{};
 };
 
-TEST(Relay, acceptsAgainAfterItHadNoDescriptors) {
+TEST(Relay, AcceptsAgainAfterRunningOutOfDescriptors) {
   asio::io_context loop;
   tcp::acceptor server(loop, {asio::ip::address_v4::loopback(), 0});
   sim::Relay relay(loop, SimProcess::anyPort, "--meters", server.local_endpoint().port());

@@ -1,4 +1,4 @@
-// What plays, as far as it depends on nothing but seed, key, type and time.
+// The signals that play.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -36,21 +36,21 @@ std::string bytesOf(const std::vector<sonalith::grpc::AnyValue>& values) {
 const std::vector<ValueType> allTypes{ValueType::String, ValueType::Int, ValueType::Uint,
                                       ValueType::Float};
 
-TEST(Signals, areTheSameWithTheSameSeed) {
+TEST(Signals, AreTheSameWithTheSameSeed) {
   for (const auto type : allTypes) {
     const KeySpec played{Method::Fast, type, "key"};
     EXPECT_EQ(bytesOf(minuteOf(played, 5)), bytesOf(minuteOf(played, 5)));
   }
 }
 
-TEST(Signals, areOthersWithAnotherSeed) {
+TEST(Signals, DifferWithAnotherSeed) {
   for (const auto type : allTypes) {
     const KeySpec played{Method::Fast, type, "key"};
     EXPECT_NE(bytesOf(minuteOf(played, 5)), bytesOf(minuteOf(played, 6)));
   }
 }
 
-TEST(Signals, differFromKeyToKeyAndFromRateToRate) {
+TEST(Signals, DifferBetweenKeysAndBetweenRates) {
   for (const auto type : allTypes) {
     const auto one = bytesOf(minuteOf({Method::Fast, type, "key1"}));
     EXPECT_NE(one, bytesOf(minuteOf({Method::Fast, type, "key2"})));
@@ -58,7 +58,7 @@ TEST(Signals, differFromKeyToKeyAndFromRateToRate) {
   }
 }
 
-TEST(Signals, levelsRiseAndFallBetweenMinusSixtyAndZero) {
+TEST(Signals, LevelsRiseAndFallBetweenMinusSixtyAndZero) {
   float lowest = 0;
   float highest = -60;
   for (const auto& value : minuteOf({Method::Fast, ValueType::Float, "level"})) {
@@ -71,7 +71,7 @@ TEST(Signals, levelsRiseAndFallBetweenMinusSixtyAndZero) {
   EXPECT_GT(highest, -15);
 }
 
-TEST(Signals, countersGoUpFiveToTwentyTimesASecond) {
+TEST(Signals, CountersRiseByFiveToTwentyPerSecond) {
   const auto values = minuteOf({Method::Fast, ValueType::Int, "count"});
   for (std::size_t i = 1; i < values.size(); ++i) {
     const auto step = values[i].sint() - values[i - 1].sint();
@@ -82,7 +82,7 @@ TEST(Signals, countersGoUpFiveToTwentyTimesASecond) {
   EXPECT_LE(steps, 20 * 60);
 }
 
-TEST(Signals, countersBeginAgainAfterAMillion) {
+TEST(Signals, CountersReturnToZeroAtAMillion) {
   const Signals signals({{Method::Fast, ValueType::Int, "count"}}, 1);
   constexpr double twoDays = 2 * 24 * 3600;
   constexpr double years = 1e9;
@@ -93,7 +93,7 @@ TEST(Signals, countersBeginAgainAfterAMillion) {
   }
 }
 
-TEST(Signals, statesComeInTurn) {
+TEST(Signals, TextStatesComeInTurn) {
   std::vector<std::string> texts;
   for (const auto& value : minuteOf({Method::Slow, ValueType::String, "state"})) {
     if (texts.empty() || texts.back() != value.sstring().data()) {
@@ -107,7 +107,7 @@ TEST(Signals, statesComeInTurn) {
   EXPECT_LE(texts.size(), 121u);
 }
 
-TEST(Signals, uintStatesComeInTurn) {
+TEST(Signals, UintStatesComeInTurn) {
   std::vector<unsigned> states;
   for (const auto& value : minuteOf({Method::Slow, ValueType::Uint, "state"})) {
     if (states.empty() || states.back() != value.suint()) states.push_back(value.suint());
@@ -117,7 +117,7 @@ TEST(Signals, uintStatesComeInTurn) {
   EXPECT_LE(states.size(), 121u);
 }
 
-TEST(KeySpec, takesAllBehindTheSecondColonForTheKey) {
+TEST(KeySpec, TakesEverythingAfterTheSecondColonAsTheKey) {
   EXPECT_EQ(sim::parseKeySpec("slow:uint:a b:c"),
             (KeySpec{Method::Slow, ValueType::Uint, "a b:c"}));
 }
