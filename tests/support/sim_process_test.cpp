@@ -1,4 +1,4 @@
-// The processes as tests use them.
+// The child processes that tests use.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -77,7 +77,7 @@ TEST(SimProcess, ReportsItsOutputWhenAnEventCanNoLongerCome) {
   EXPECT_THROW(sim.command("sync more"), std::runtime_error);
 }
 
-TEST(SimProcess, DiesWithTheThreadThatMadeIt) {
+TEST(SimProcess, DiesWithTheThreadThatStartedIt) {
   std::unique_ptr<ToolProcess> orphan;
   std::thread([&] {
     orphan = std::make_unique<ToolProcess>(

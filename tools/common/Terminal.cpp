@@ -108,8 +108,11 @@ std::vector<std::string> InputLines::take() {
 
 Arrival waitFor(const SignalDescriptor& signals, const InputLines* input, Clock::time_point until) {
   const bool reads = input != nullptr && !input->ended();
-  std::array<pollfd, 2> sources{
-      {{signals.descriptor(), POLLIN, 0}, {reads ? STDIN_FILENO : -1, POLLIN, 0}}};
+  return waitFor(signals, reads ? input->descriptor() : -1, until);
+}
+
+Arrival waitFor(const SignalDescriptor& signals, int descriptor, Clock::time_point until) {
+  std::array<pollfd, 2> sources{{{signals.descriptor(), POLLIN, 0}, {descriptor, POLLIN, 0}}};
   if (poll(sources.data(), sources.size(), millisecondsUntil(until)) <= 0) return Arrival::Nothing;
   return sources[0].revents != 0 ? Arrival::Signal : Arrival::Input;
 }

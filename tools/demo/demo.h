@@ -1,7 +1,7 @@
 // gatewayctl demo: the simulator and the host side by side, with the example configuration.
 //
-// Both are processes of their own, so that they meet over the network as the real ones do. Its
-// `--help` is its manual: options are described in demo.cpp.
+// Both are processes of their own and meet over the network, as real ones do. Its `--help` is its
+// manual: demo.cpp describes the options.
 #pragma once
 
 #include <CLI/CLI.hpp>

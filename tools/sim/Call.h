@@ -23,8 +23,8 @@ enum class Method { Fast, Slow, SetParams };
 // The method's name in events, commands and logs: "fast", "slow", "SetParams".
 std::string_view nameOf(Method method);
 
-// The method of this path on the wire, such as "/sonalith.grpc.Meters/GetMetersFast"; nothing if
-// the simulator does not have it.
+// The method with this path on the wire, such as "/sonalith.grpc.Meters/GetMetersFast". Nothing if
+// the simulator does not serve it.
 std::optional<Method> methodAt(std::string_view path);
 
 // What a call brings with it.
@@ -38,7 +38,7 @@ struct Opening {
   std::string peer;  // where it comes from, as gRPC writes it
 };
 
-// It is open until it is asked to end, or until its client cancels it or disappears. A call may be
+// A call is open until it is asked to end, or until its client cancels it or disappears. It may be
 // kept and used after that, but then does nothing.
 class Call {
  public:
@@ -63,8 +63,8 @@ class Call {
   virtual bool stop() = 0;
 
   // Ends the call with `code` after the queue has been written. A message that would be sent
-  // forever is stopped. Before it ends a unary call with OK, one message has to be sent. False if
-  // the call is not open.
+  // forever is stopped. A unary call needs one message before it can end with OK. False if the call
+  // is not open.
   virtual bool end(grpc::StatusCode code) = 0;
 };
 

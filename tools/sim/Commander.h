@@ -1,9 +1,9 @@
-// What `gatewayctl sim` does with --commands: it reports every call on standard output, an event a
-// line, and sends only what commands tell it to send.
+// What `gatewayctl sim` does with --commands: it reports every call on standard output, one event
+// per line, and sends only what commands tell it to send.
 //
 // Threads: gRPC's threads bring it the events of calls; `carryOut` is for one thread, the one that
 // reads the commands.
-// Ownership: it shares in the SetParams calls that it holds, until they are answered or closed.
+// Ownership: it shares ownership of held SetParams calls until they are answered or closed.
 #pragma once
 
 #include <grpcpp/support/status.h>

@@ -1,8 +1,8 @@
 // Answers SetParams calls: at once and with an empty message, unless a fault changes the manner.
 //
 // Threads: any.
-// Ownership: it shares in the calls that it has not answered yet. It borrows the loop, on which
-// delayed answers run.
+// Ownership: it shares ownership of calls that it has not answered yet. It borrows the loop, which
+// runs delayed answers.
 #pragma once
 
 #include <grpcpp/support/status.h>
@@ -30,6 +30,7 @@ class EngineAnswers {
   // Changes the manner from here on. If the new one replies, it also answers the waiting calls.
   void change(const AnswerManner& manner);
 
+  // Answers a call that has arrived, as the manner says.
   void take(const std::shared_ptr<Call>& call);
 
   // The call is over and needs no answer.

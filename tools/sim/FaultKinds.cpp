@@ -27,8 +27,8 @@ AnyValue& add(Meter& meter, std::string_view key) {
   return *entry.mutable_value();
 }
 
-// The bytes of a Meter with the keys that play on the site's streams. `set` gives each its value, by
-// key and number.
+// The bytes of a Meter with the keys that play on the site's streams. `set` gives each its value,
+// by key and number.
 using SetValue = std::function<void(AnyValue&, const KeySpec&, std::size_t)>;
 
 std::string meterOf(const FaultSite& site, const SetValue& set) {

@@ -5,8 +5,8 @@
 //
 // This file reads plans and computes their moments; the Saboteur carries them out.
 //
-// Any thread. Errors are std::invalid_argument, or std::runtime_error for a file. Their what() names
-// the wrong word and says what to write instead.
+// Any thread. Errors are std::invalid_argument, or std::runtime_error for a file. Their what()
+// names the wrong word and says what to write instead.
 #pragma once
 
 #include <grpcpp/support/status.h>
@@ -53,8 +53,8 @@ Fault parseFault(std::string_view line);
 // The same without WHEN, for a fault that happens at once.
 Fault parseImmediateFault(std::string_view line);
 
-// Reads a file with one fault per line. Ignores empty lines and what follows a #. An error in a line
-// begins with "FILE:LINE: ".
+// Reads a file with one fault per line. Ignores empty lines and what follows a #. An error in a
+// line begins with "FILE:LINE: ".
 FaultPlan readFaultPlan(const std::string& path);
 
 // The grammar and the table of kinds, for the help.

@@ -3,8 +3,8 @@
 namespace sim {
 namespace {
 
-// A frame's header: three bytes for the length, one for the type, one for flags, four for the number
-// of the stream.
+// A frame's header: three bytes for the length, one for the type, one for flags, four for the
+// number of the stream.
 constexpr std::size_t headSize = 9;
 constexpr char dataType = 0;
 

@@ -1,6 +1,6 @@
-// What a playing simulator reports: events as lines of text on standard output and a log on standard
-// error, or everything as JSON on standard output, an object a line. The manual in CommandLine.cpp
-// shows every line.
+// What a playing simulator reports: events as lines of text on standard output and a log on
+// standard error, or everything as JSON on standard output, one object per line. The manual in
+// CommandLine.cpp shows every line.
 //
 // Any thread; each line is written whole and at once.
 #pragma once
@@ -22,7 +22,7 @@ class Report {
 
   void listening(const Addresses& addresses) const;
 
-  // The parameters of a SetParams call, a line each.
+  // The parameters of a SetParams call, one line each.
   void params(const Opening& opening) const;
 
   // For streams.

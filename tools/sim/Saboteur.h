@@ -1,4 +1,5 @@
-// Carries out a plan of faults, and faults that come up live, and reports each as it begins and ends.
+// Carries out a plan of faults, and faults that come up live, and reports each as it begins and
+// ends.
 //
 // Threads: the one that runs the loop. Constructor and destructor run while the loop does not.
 // Ownership: it borrows everything, the plan and the targets included.

@@ -2,9 +2,9 @@
 //
 // Threads: any, except where a member says otherwise. gRPC calls the reactions (On...) of one call
 // one after the other, on threads of its own.
-// Ownership: a ServedCall keeps itself alive until gRPC is done with it, and the registry shares in
-// each call from its announcement to its end. The registry must outlive its calls; the listener is
-// borrowed for the registry's life.
+// Ownership: a ServedCall keeps itself alive until gRPC is done with it. The registry shares
+// ownership of each call from its announcement to its end, and must outlive its calls. It borrows
+// the listener for its life.
 #pragma once
 
 #include <grpcpp/generic/async_generic_service.h>
@@ -73,7 +73,7 @@ class ServedCall final : public Call,
     opening_.method = method;
   }
 
-  // Starts reading the request. To be called once; gRPC takes what it returns.
+  // Starts reading the request. To be called once; the result is for gRPC.
   grpc::ServerGenericBidiReactor* begin();
   // Before the announcement.
   void setNumber(unsigned number) { opening_.number = number; }

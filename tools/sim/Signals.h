@@ -48,8 +48,8 @@ class Signals {
 
   Signals(const std::vector<KeySpec>& keys, std::uint64_t seed);
 
-  // The bytes of a Meter with the values of all keys of `rate`, in the order of `keys`, at `seconds`
-  // (not negative) after the start. Without keys it is an empty Meter.
+  // The bytes of a Meter with the values of all keys of `rate`, in the order of `keys`, at
+  // `seconds` (not negative) after the start. Without keys it is an empty Meter.
   std::string meterAt(Method rate, double seconds) const;
 
   // The same, as several Meters if it takes more than `most` values (at least one).

@@ -2,11 +2,12 @@
 // a Call to send; it decides nothing itself.
 //
 // It serves the server-streaming methods "/sonalith.grpc.Meters/GetMetersFast" and
-// "/sonalith.grpc.Meters/GetMetersSlow" and the unary "/sonalith.grpcengine.Engine/SetParams". Its
-// answer to everything else is UNIMPLEMENTED, also to a method at the other service's address.
+// "/sonalith.grpc.Meters/GetMetersSlow" and the unary "/sonalith.grpcengine.Engine/SetParams". It
+// answers UNIMPLEMENTED to everything else, and to calls that arrive at the other service's
+// address.
 //
-// Threads: any thread may call `addresses` and `openCalls`, a listener included. The rest is for the
-// thread that makes the Simulator. Only constructor and destructor wait.
+// Threads: any thread may call `addresses` and `openCalls`, a listener included. The rest is for
+// the thread that makes the Simulator. Only constructor and destructor wait.
 #pragma once
 
 #include <memory>
@@ -46,7 +47,7 @@ class Simulator {
   Simulator(const Addresses& addresses, CallListener& listener, const PingPolicy& pings = {});
 
   // Cancels open calls and lets ending calls end. Returns when all calls are over and the ports are
-  // free. A call whose client does not read it to its end is given up after three seconds.
+  // free. After three seconds it gives up on calls whose clients do not read to the end.
   ~Simulator();
   Simulator(const Simulator&) = delete;
   Simulator& operator=(const Simulator&) = delete;

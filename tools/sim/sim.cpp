@@ -164,10 +164,10 @@ void readFiles(Settings& settings) {
 int run(Settings& settings) {
   constexpr int interruptedCode = 130;
   readFiles(settings);
-  // Comes first, because threads inherit which signals are blocked.
+  // Before any thread starts, because threads inherit which signals are blocked.
   const SignalDescriptor signals;
-  // Without grpc_shutdown: that can wait ten seconds for one of gRPC's threads, which the end of the
-  // process ends anyway.
+  // Without grpc_shutdown: that can wait ten seconds for one of gRPC's threads, which the end of
+  // the process ends anyway.
   grpc_init();
   const auto deadline = tools::momentIn(settings.limit);
   const auto ending = (settings.commands ? obey : play)(settings, signals, deadline);

@@ -344,7 +344,8 @@ TEST(FaultEffect, BadRepliesCannotBeParsed) {
   EXPECT_EQ(setParams(sim.engineTarget()), (Reply{StatusCode::OK, {"\xff"}}));
 }
 
-// While the relay refuses connections, another program can take its port. Then it can't listen again.
+// While the relay refuses connections, another program can take its port. Then it can't listen
+// again.
 TEST(FaultEffect, ComesAgainAfterItCouldNotBeCarriedOut) {
   auto sim = simWith({"every 2: refuse meters", "at 4.5: empty fast"});
   sim.process().waitLine("fault 2.000 refuse meters");

@@ -1,5 +1,5 @@
-// The real module through every kind of fault: whatever the fault does not act on continues, and the
-// module stops cleanly.
+// The real module through every kind of fault: whatever the fault does not act on continues, and
+// the module stops cleanly.
 #include <gtest/gtest.h>
 
 #include <csignal>
@@ -84,8 +84,8 @@ class EachFault : public testing::TestWithParam<Case> {
     return nlohmann::json::parse(line).at("address");
   }
 
-  // Waits longer than a SetParams call takes: by design the module leaks a call that completes in the
-  // moment of the stop.
+  // Waits longer than a SetParams call takes: by design the module leaks a call that completes in
+  // the moment of the stop.
   void expectTheRestToContinue(Subject subject) {
     constexpr int aSecondOrTwo = 40;
     if (subject == Subject::Meters) {
