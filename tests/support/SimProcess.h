@@ -1,8 +1,8 @@
 // gatewayctl as a child process, for test programs: servers that obey commands, and that can
 // freeze, die and come back without harm to the test's own process.
 //
-// Members that wait, wait for an event, and give up after `patience`: a generous bound, which only
-// keeps a broken run from hanging. A process dies with the thread that started it.
+// Nothing waits for a fixed time: members wait for an event and give up after `patience`, a generous
+// bound that only keeps a broken run from hanging. A process dies with the thread that started it.
 //
 // Threads: one at a time.
 #pragma once
@@ -93,7 +93,7 @@ class SimProcess {
   static constexpr const char* anyPort = "127.0.0.1:0";
 
   // Waits until it listens. Targets are "ADDRESS:PORT", or empty for a service that isn't offered.
-  // To come back at the same address, pass the targets of the simulator before.
+  // To come back at the same address, pass the targets of the previous simulator.
   explicit SimProcess(const std::string& metersTarget = anyPort,
                       const std::string& engineTarget = anyPort, const ServerProgram& program = {});
 

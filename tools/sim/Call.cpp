@@ -2,6 +2,8 @@
 
 #include <array>
 
+#include "tools/common/EnumTable.h"
+
 namespace sim {
 namespace {
 
@@ -16,6 +18,7 @@ constexpr std::array methodNames{
     MethodNames{Method::Slow, "slow", "/sonalith.grpc.Meters/GetMetersSlow"},
     MethodNames{Method::SetParams, "SetParams", "/sonalith.grpcengine.Engine/SetParams"},
 };
+static_assert(tools::isIndexedBy(methodNames, &MethodNames::method));
 
 }  // namespace
 

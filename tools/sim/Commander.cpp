@@ -72,7 +72,7 @@ struct Commander::Command {
   void (Commander::*carryOut)(const Simulator& simulator, Words arguments);
 
   static const std::array<Command, 9> all;
-  // The one that `words` begin with. Throws CommandError if there is none.
+  // The command that `words` begin with. Throws CommandError if there is none.
   static const Command& of(Words words);
 
   bool matches(Words words) const;

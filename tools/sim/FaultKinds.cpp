@@ -118,7 +118,7 @@ constexpr FaultKindRow::Act answerAgain = [](Site& site, const Fault&) {
   site.answers().change({});
 };
 
-constexpr std::array<FaultKindRow, 22> kinds{{
+constexpr auto kinds = std::to_array<FaultKindRow>({
     {K::End, "end", G::Message, A::Status, "[STATUS]", none,
      "the stream ends, by itself (OK) or with another status",
      [](Site& site, const Fault& fault) { site.endStreams(fault.status); }},
@@ -197,7 +197,7 @@ constexpr std::array<FaultKindRow, 22> kinds{{
      [](Site& site, const Fault&) { site.answers().change({.readable = false}); }, answerAgain},
     {K::Normal, "normal", G::All, A::None, "", none, "what lasts is over",
      [](Site&, const Fault&) {}},  // the Saboteur ends what lasts
-}};
+});
 static_assert(tools::isIndexedBy(kinds, &FaultKindRow::kind));
 static_assert(kinds.back().kind == FaultKind::Normal);
 
@@ -206,12 +206,12 @@ struct SubjectRow {
   std::string_view name;
 };
 
-constexpr std::array<SubjectRow, 4> subjectRows{{
+constexpr auto subjectRows = std::to_array<SubjectRow>({
     {Subject::Fast, "fast"},
     {Subject::Slow, "slow"},
     {Subject::Meters, "meters"},
     {Subject::Engine, "engine"},
-}};
+});
 static_assert(tools::isIndexedBy(subjectRows, &SubjectRow::subject));
 
 }  // namespace

@@ -1,7 +1,7 @@
 // The kinds of faults: for each what it is called, what it takes and what it does. A new kind is an
 // enumerator here and a row of the table in FaultKinds.cpp; parser, help and messages read the row.
 //
-// Threads: any for the table; `begin` and `end` run where the Saboteur calls them.
+// Threads: any, except that `begin` and `end` are for the thread of the Saboteur's loop.
 #pragma once
 
 #include <optional>
@@ -47,7 +47,7 @@ enum class FaultKind {
   Normal,  // stays the last
 };
 
-// What of its subject a fault changes. A fault that lasts replaces another of its group.
+// Which aspect of its subject a fault changes. A fault that lasts replaces another of its group.
 enum class FaultGroup {
   Message,     // a message of a stream
   Stream,      // how a stream continues
@@ -59,6 +59,7 @@ enum class FaultGroup {
 enum class FaultArgument { None, Status, Number };
 
 struct FaultKindRow {
+  // What a fault does at one site.
   using Act = void (*)(FaultSite& site, const Fault& fault);
 
   FaultKind kind;

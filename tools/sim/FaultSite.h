@@ -40,7 +40,7 @@ class FaultSite {
   Method method() const { return subject_ == Subject::Fast ? Method::Fast : Method::Slow; }
   const std::vector<KeySpec>& keys() const { return targets_.settings.keys; }
 
-  // To each open stream. Logs if there is none.
+  // These act on each open stream, and log if there is none.
   void send(const std::string& message) const;
   void endStreams(grpc::StatusCode status) const;
 

@@ -46,7 +46,7 @@ class Player final : public CallListener {
  public:
   using Clock = std::chrono::steady_clock;
 
-  // Borrows everything for its life. The time of its signals starts here.
+  // Borrows everything for its life. The signals' time starts here.
   Player(const PlayerSettings& settings, const Report& report, EngineAnswers& answers);
 
   // Changes what the streams of a method get from here on, open ones and later ones.

@@ -35,7 +35,7 @@ class Relay {
   // Whether to hold up all data, in both directions. New connections are still accepted.
   void freeze(bool freezes);
 
-  // Lets only so many bytes per second through to each client; 0 for no limit.
+  // Limits the bytes per second that reach each client; 0 for no limit.
   void drip(double bytesPerSecond);
 
  private:

@@ -25,7 +25,7 @@ class Report {
   // The parameters of a SetParams call, one line each.
   void params(const Opening& opening) const;
 
-  // For streams.
+  // A stream has opened or closed.
   void opened(const Opening& opening) const;
   void closed(const Opening& opening, bool cancelled) const;
 

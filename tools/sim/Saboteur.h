@@ -1,5 +1,4 @@
-// Carries out a plan of faults, and faults that come up live, and reports each as it begins and
-// ends.
+// Carries out planned and live faults, and reports each as it begins and ends.
 //
 // Threads: the one that runs the loop. Constructor and destructor run while the loop does not.
 // Ownership: it borrows everything, the plan and the targets included.
@@ -49,8 +48,8 @@ class Saboteur {
   };
   using Place = std::pair<FaultGroup, Subject>;
 
-  // Waits for the fault's next moment. Then it schedules the one after before it acts, so that a
-  // fault that can't be carried out comes again all the same.
+  // Waits for the fault's next moment. It schedules the moment after that before it acts, so that
+  // even a fault that can't be carried out comes again.
   void schedule(Planned& planned);
   void happen(const Fault& fault, double seconds);
   void begin(const Fault& fault, Subject subject, double seconds);

@@ -205,7 +205,7 @@ void ServedCall::advance() {
   }
 }
 
-// Lets nothing more be written.
+// Makes the write under way the last one.
 void ServedCall::cutJobs() {
   for (auto& job : jobs_) job.times = job.written;
 }

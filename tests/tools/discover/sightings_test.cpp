@@ -54,7 +54,7 @@ TEST(Sightings, RefuseMessagesAboveTheLimitOfClients) {
             "message 2 has 4194305 bytes, and gRPC clients accept 4194304 at most");
 }
 
-// Messages are cut off at every length. The reason of the first is kept.
+// Cuts a message off at every length. Only the first reason is kept.
 TEST(Sightings, CountUnreadableMessages) {
   google::protobuf::SetLogHandler(nullptr);
   Sightings sightings;

@@ -1,4 +1,4 @@
-// The simulator with --commands: what they do to streams and to the engine service.
+// The simulator with --commands: what commands do to streams and to the engine service.
 #include <grpcpp/client_context.h>
 #include <gtest/gtest.h>
 

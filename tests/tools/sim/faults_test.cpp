@@ -84,8 +84,8 @@ class EachFault : public testing::TestWithParam<Case> {
     return nlohmann::json::parse(line).at("address");
   }
 
-  // Waits longer than a SetParams call takes: by design the module leaks a call that completes in
-  // the moment of the stop.
+  // Waits longer than a SetParams call takes: by design the module leaks a call that completes at
+  // the moment of the stop, and the leak sanitizer would report it.
   void expectTheRestToContinue(Subject subject) {
     constexpr int aSecondOrTwo = 40;
     if (subject == Subject::Meters) {

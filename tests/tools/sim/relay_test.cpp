@@ -6,7 +6,7 @@
 #include <asio/ip/tcp.hpp>
 #include <string>
 
-#include "tests/support/SimProcess.h"
+#include "tests/tools/sim/SimTest.h"
 #include "tools/sim/Relay.h"
 
 namespace {
@@ -37,9 +37,8 @@ TEST(Relay, AcceptsAgainAfterRunningOutOfDescriptors) {
   asio::io_context loop;
   tcp::acceptor server(loop, {asio::ip::address_v4::loopback(), 0});
   sim::Relay relay(loop, SimProcess::anyPort, "--meters", server.local_endpoint().port());
-  const auto port = std::stoi(relay.address().substr(relay.address().rfind(':') + 1));
   tcp::socket client(loop, tcp::v4());
-  client.connect({asio::ip::address_v4::loopback(), static_cast<unsigned short>(port)});
+  client.connect({asio::ip::address_v4::loopback(), portOf(relay.address())});
   {
     const NoDescriptors none;
     ASSERT_EQ(loop.run_one_for(patience), 1U);

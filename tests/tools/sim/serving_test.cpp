@@ -74,7 +74,7 @@ TEST_F(ObeyingSim, CancelsOpenStreamsWhenItEnds) {
   EXPECT_TRUE(sim.hasEvent("closed fast 1 cancelled"));
 }
 
-// An idle call does not hold the end up, and an ending call is not cut off.
+// An idle call does not delay the end, and an ending call is not cut off.
 TEST_F(ObeyingSim, LetsEndingCallsEnd) {
   auto idle = slowCall();
   sim.waitEvent("open slow 1 ");

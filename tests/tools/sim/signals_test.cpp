@@ -33,28 +33,25 @@ std::string bytesOf(const std::vector<sonalith::grpc::AnyValue>& values) {
   return bytes;
 }
 
-const std::vector<ValueType> allTypes{ValueType::String, ValueType::Int, ValueType::Uint,
-                                      ValueType::Float};
-
 TEST(Signals, AreTheSameWithTheSameSeed) {
-  for (const auto type : allTypes) {
-    const KeySpec played{Method::Fast, type, "key"};
+  for (const auto& row : gateway::valueTypes) {
+    const KeySpec played{Method::Fast, row.type, "key"};
     EXPECT_EQ(bytesOf(minuteOf(played, 5)), bytesOf(minuteOf(played, 5)));
   }
 }
 
 TEST(Signals, DifferWithAnotherSeed) {
-  for (const auto type : allTypes) {
-    const KeySpec played{Method::Fast, type, "key"};
+  for (const auto& row : gateway::valueTypes) {
+    const KeySpec played{Method::Fast, row.type, "key"};
     EXPECT_NE(bytesOf(minuteOf(played, 5)), bytesOf(minuteOf(played, 6)));
   }
 }
 
 TEST(Signals, DifferBetweenKeysAndBetweenRates) {
-  for (const auto type : allTypes) {
-    const auto one = bytesOf(minuteOf({Method::Fast, type, "key1"}));
-    EXPECT_NE(one, bytesOf(minuteOf({Method::Fast, type, "key2"})));
-    EXPECT_NE(one, bytesOf(minuteOf({Method::Slow, type, "key1"})));
+  for (const auto& row : gateway::valueTypes) {
+    const auto one = bytesOf(minuteOf({Method::Fast, row.type, "key1"}));
+    EXPECT_NE(one, bytesOf(minuteOf({Method::Fast, row.type, "key2"})));
+    EXPECT_NE(one, bytesOf(minuteOf({Method::Slow, row.type, "key1"})));
   }
 }
 
