@@ -115,7 +115,7 @@ const std::vector<Room> rooms = {
      {"src/host/", "proto/", "src/standin/", module + "ConfigManager", module + "GatewaySlots",
       module + "MeterListCopy", module + "EngineListCopy"}},
     // Tests include whatever they test; only tests include tests.
-    {"tests/support/", {"proto/", "src/host/", "src/standin/", "src/sanitizers/"}},
+    {"tests/support/", {"proto/", "src/host/", "src/standin/", "src/sanitizers/", "tools/common/"}},
     {"tests/", {anything}},
 };
 

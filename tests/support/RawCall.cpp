@@ -8,18 +8,13 @@
 #include <utility>
 
 #include "tests/support/SimProcess.h"
+#include "tools/common/ByteBuffer.h"
 
 namespace {
 
 grpc::ByteBuffer bufferOf(const std::string& bytes) {
   const grpc::Slice slice(bytes);
   return {&slice, 1};
-}
-
-std::string bytesOf(const grpc::ByteBuffer& buffer) {
-  grpc::Slice slice;
-  if (!buffer.DumpToSingleSlice(&slice).ok()) throw std::runtime_error("no bytes in a message");
-  return {reinterpret_cast<const char*>(slice.begin()), slice.size()};
 }
 
 }  // namespace
@@ -55,7 +50,7 @@ std::optional<std::string> RawCall::read() {
   grpc::ByteBuffer message;
   call_->Read(&message, this);
   if (!step()) return std::nullopt;
-  return bytesOf(message);
+  return tools::bytesOf(message);
 }
 
 grpc::StatusCode RawCall::finish() {
@@ -76,7 +71,7 @@ bool RawCall::step() {
   bool ok = false;
   const auto deadline = std::chrono::system_clock::now() + patience;
   if (queue_.AsyncNext(&tag, &ok, deadline) != grpc::CompletionQueue::GOT_EVENT) {
-    throw std::runtime_error("nothing happens on the client's side");
+    throw std::runtime_error("nothing happens to the call");
   }
   return ok;
 }

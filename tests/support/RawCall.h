@@ -1,4 +1,4 @@
-// A gRPC call of any method, with any bytes, one step at a time: what generated stubs hide.
+// A gRPC call of any method with any bytes, one step at a time, which generated stubs don't offer.
 //
 // Threads: one thread at a time.
 #pragma once
@@ -19,7 +19,7 @@ constexpr auto fastPath = "/sonalith.grpc.Meters/GetMetersFast";
 constexpr auto slowPath = "/sonalith.grpc.Meters/GetMetersSlow";
 constexpr auto setParamsPath = "/sonalith.grpcengine.Engine/SetParams";
 
-// A connection of its own, for messages of any size.
+// A channel with a connection of its own, for messages of any size.
 std::shared_ptr<grpc::Channel> connect(const std::string& target,
                                        grpc::ChannelArguments arguments = {});
 
@@ -33,13 +33,13 @@ class RawCall {
           const std::string& request = "", const Prepare& prepare = nullptr);
   ~RawCall();
 
-  // The next message, or nothing at the end of the call. Throws std::runtime_error when patience
-  // ends, as all that waits here.
+  // The next message, or nothing at the end of the call. Like all members that wait, it throws
+  // std::runtime_error when patience runs out.
   std::optional<std::string> read();
 
   grpc::StatusCode finish();
 
-  // Reads to the end.
+  // All messages up to the end of the call.
   std::vector<std::string> readAll();
 
   void cancel() { context_.TryCancel(); }
@@ -53,7 +53,7 @@ class RawCall {
   std::unique_ptr<grpc::GenericClientAsyncReaderWriter> call_;
 };
 
-// What a unary call came to.
+// How a call ended, and what it brought.
 struct Reply {
   grpc::StatusCode code;
   std::vector<std::string> messages;

@@ -1,4 +1,4 @@
-// A connection without gRPC, for what its client does not do. One thread at a time.
+// A TCP connection without gRPC, for what gRPC's client does not do. One thread at a time.
 #pragma once
 
 #include <arpa/inet.h>
@@ -39,7 +39,7 @@ class RawConnection {
     }
   }
 
-  // As many bytes, or fewer if the peer has ended the connection.
+  // Reads `count` bytes, or fewer if the peer has ended the connection.
   std::string read(std::size_t count) {
     std::string bytes(count, '\0');
     const auto got = recv(socket_, bytes.data(), count, MSG_WAITALL);
@@ -52,7 +52,7 @@ class RawConnection {
     while (!read(1).empty()) continue;
   }
 
-  // Of the last read: 0 at the end of a connection that was closed in order.
+  // The error of the last read; 0 if the peer closed the connection in order.
   int lastError() const { return error_; }
 
  private:

@@ -1,5 +1,5 @@
-// Peers that say nothing: a port that takes connections and never answers on them, and one that
-// does not even take them. One thread at a time.
+// Peers that never answer: a port that accepts connections but sends nothing, and one that does not
+// even accept them. One thread at a time.
 #pragma once
 
 #include <arpa/inet.h>
@@ -18,8 +18,8 @@
 class SilentPeer {
  public:
   enum class Kind {
-    Mute,       // connections are made, and nothing ever comes over them
-    BlackHole,  // what is sent is lost: the kernel's queue of connections is kept full
+    Mute,       // connections succeed, and nothing ever comes over them
+    BlackHole,  // connections neither succeed nor fail: the kernel's queue for them is full
   };
 
   explicit SilentPeer(Kind kind) {
@@ -46,10 +46,10 @@ class SilentPeer {
   const std::string& target() const { return target_; }
 
  private:
-  // Until a connection is not made any more.
+  // Connects until a connection no longer succeeds.
   void fillQueue(const sockaddr_in& address) {
     constexpr int most = 8;
-    constexpr int patienceMs = 300;  // a connection over loopback is made at once
+    constexpr int patienceMs = 300;  // over loopback a connection succeeds at once
     for (int i = 0; i < most; ++i) {
       waiting_.push_back(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
       const int each = waiting_.back();
@@ -58,7 +58,7 @@ class SilentPeer {
       pollfd made{each, POLLOUT, 0};
       if (poll(&made, 1, patienceMs) == 0) return;
     }
-    throw std::runtime_error("connections are still being made");
+    throw std::runtime_error("connections still succeed");
   }
 
   const int listener_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);

@@ -1,12 +1,9 @@
 #include "tests/support/SimProcess.h"
 
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,13 +11,16 @@
 #include <cerrno>
 #include <condition_variable>
 #include <csignal>
-#include <cstring>
+#include <cstdio>
 #include <filesystem>
-#include <functional>
 #include <mutex>
 #include <stdexcept>
 #include <system_error>
 #include <thread>
+#include <utility>
+
+#include "tools/common/ChildProcess.h"
+#include "tools/common/Terminal.h"
 
 namespace {
 
@@ -28,48 +28,12 @@ namespace {
   throw std::system_error(errno, std::generic_category(), what);
 }
 
-struct Pipe {
-  int read = -1;
-  int write = -1;
-};
-
-Pipe makePipe() {
-  std::array<int, 2> ends{};
-  if (pipe2(ends.data(), O_CLOEXEC) != 0) fail("pipe2");
-  return {ends[0], ends[1]};
-}
-
-// A socket pair, because a pipe whose reader is gone raises SIGPIPE in the test.
-Pipe makeInput() {
+// The two ends of a process's standard input. A socket pair, because writing to a pipe whose reader
+// is gone raises SIGPIPE in the test.
+std::array<int, 2> makeInput() {
   std::array<int, 2> ends{};
   if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) fail("socketpair");
-  return {ends[0], ends[1]};
-}
-
-// Between fork and exec only what is safe in a signal handler may be called.
-[[noreturn]] void becomeTool(char* const* arguments, pid_t parent, int in, int out, int err) {
-  prctl(PR_SET_PDEATHSIG, SIGKILL);
-  const bool orphaned = getppid() != parent;
-  if (!orphaned && dup2(in, STDIN_FILENO) >= 0 && dup2(out, STDOUT_FILENO) >= 0 &&
-      dup2(err, STDERR_FILENO) >= 0) {
-    execv(arguments[0], arguments);
-  }
-  _exit(127);
-}
-
-pid_t spawn(const std::string& program, const std::vector<std::string>& arguments, int in, int out,
-            int err) {
-  std::vector<std::string> texts{program};
-  texts.insert(texts.end(), arguments.begin(), arguments.end());
-  std::vector<char*> pointers;
-  for (auto& text : texts) pointers.push_back(text.data());
-  pointers.push_back(nullptr);
-
-  const pid_t parent = getpid();
-  const pid_t pid = fork();
-  if (pid < 0) fail("fork");
-  if (pid == 0) becomeTool(pointers.data(), parent, in, out, err);
-  return pid;
+  return ends;
 }
 
 std::vector<std::string> withTargets(std::vector<std::string> arguments, const std::string& meters,
@@ -80,60 +44,44 @@ std::vector<std::string> withTargets(std::vector<std::string> arguments, const s
   return arguments;
 }
 
-// Hands over what comes, until the writer has closed its end; then closes this one.
-void readAll(int descriptor, const std::function<void(std::string_view)>& use) {
-  std::array<char, 65536> chunk;
-  for (;;) {
-    const auto count = read(descriptor, chunk.data(), chunk.size());
-    if (count > 0) {
-      use({chunk.data(), static_cast<std::size_t>(count)});
-    } else if (count == 0 || errno != EINTR) {
-      break;
-    }
-  }
-  close(descriptor);
-}
-
 }  // namespace
 
-// What the process says, as two threads collect it.
-struct ToolProcess::Output {
+// The process, and its output as two threads collect it.
+struct ToolProcess::Run {
   struct Line {
     std::string text;
     bool waitedFor = false;
   };
 
-  Output(int out, int err)
-      : outReader([this, out] { readLines(out); }), errReader([this, err] { readErrors(err); }) {}
-
-  ~Output() {
-    outReader.join();
-    errReader.join();
+  Run(const std::string& program, const std::vector<std::string>& arguments, int in)
+      : child(program, arguments, {in, out.write(), err.write()}) {
+    out.closeWrite();
+    err.closeWrite();
+    outReader = std::jthread([this] { readLines(); });
+    errReader = std::jthread([this] { readErrors(); });
   }
 
-  void readLines(int descriptor) {
-    std::string pending;
-    readAll(descriptor, [&](std::string_view fresh) {
+  void readLines() {
+    tools::InputLines input(out.read());
+    while (!input.ended()) {
+      auto fresh = input.take();
       const std::lock_guard lock(mutex);
-      for (auto end = fresh.find('\n'); end != fresh.npos; end = fresh.find('\n')) {
-        lines.push_back({pending.append(fresh.substr(0, end))});
-        pending.clear();
-        fresh.remove_prefix(end + 1);
-      }
-      pending += fresh;
+      for (auto& line : fresh) lines.push_back({std::move(line)});
       changed.notify_all();
-    });
+    }
     finish(outEnded);
   }
 
-  // Also shown in the test's own output, for whoever reads why it failed.
-  void readErrors(int descriptor) {
-    readAll(descriptor, [&](std::string_view fresh) {
+  // Also shown in the test's own output, for anyone who reads why it failed.
+  void readErrors() {
+    std::array<char, 65536> chunk;
+    for (ssize_t count; (count = read(err.read(), chunk.data(), chunk.size())) > 0;) {
+      const std::string_view fresh(chunk.data(), static_cast<std::size_t>(count));
       const std::lock_guard lock(mutex);
       errors += fresh;
       std::fwrite(fresh.data(), 1, fresh.size(), stderr);
       changed.notify_all();
-    });
+    }
     finish(errEnded);
   }
 
@@ -143,40 +91,38 @@ struct ToolProcess::Output {
     changed.notify_all();
   }
 
-  std::mutex mutex;  // of all below
+  std::mutex mutex;  // of the output
   std::condition_variable changed;
   std::vector<Line> lines;
   std::string errors;
   bool outEnded = false;
   bool errEnded = false;
 
-  std::thread outReader;
-  std::thread errReader;
+  tools::Pipe out;
+  tools::Pipe err;
+  // The readers end with the process, which is therefore destroyed first.
+  std::jthread outReader;
+  std::jthread errReader;
+  tools::ChildProcess child;
 };
 
 ToolProcess::ToolProcess(const std::vector<std::string>& arguments, const std::string& program)
     : program_(program) {
-  const auto in = makeInput();
-  const auto out = makePipe();
-  const auto err = makePipe();
-  pid_ = spawn(program, arguments, in.read, out.write, err.write);
-  for (const int theirs : {in.read, out.write, err.write}) close(theirs);
-  input_ = in.write;
-  output_ = std::make_unique<Output>(out.read, err.read);
+  const auto [theirs, ours] = makeInput();
+  input_ = ours;
+  run_ = std::make_unique<Run>(program, arguments, theirs);
+  close(theirs);
 }
 
 ToolProcess::~ToolProcess() {
-  if (isRunning()) {
-    ::kill(pid_, SIGKILL);
-    waitpid(pid_, nullptr, 0);
-  }
+  run_.reset();
   close(input_);
 }
 
 void ToolProcess::write(std::string_view text) {
   while (!text.empty()) {
     const auto count = send(input_, text.data(), text.size(), MSG_NOSIGNAL);
-    if (count < 0) throw std::runtime_error(report("it does not read its input any more"));
+    if (count < 0) throw std::runtime_error(report("it no longer reads its input"));
     text.remove_prefix(static_cast<std::size_t>(count));
   }
 }
@@ -190,16 +136,16 @@ void ToolProcess::closeInput() {
 }
 
 std::string ToolProcess::waitLine(std::string_view prefix) {
-  std::unique_lock lock(output_->mutex);
-  auto& lines = output_->lines;
+  std::unique_lock lock(run_->mutex);
+  auto& lines = run_->lines;
   auto found = lines.end();
   const auto isThere = [&] {
-    found = std::find_if(lines.begin(), lines.end(), [&](const Output::Line& line) {
+    found = std::find_if(lines.begin(), lines.end(), [&](const Run::Line& line) {
       return !line.waitedFor && line.text.starts_with(prefix);
     });
     return found != lines.end();
   };
-  output_->changed.wait_for(lock, patience, [&] { return isThere() || output_->outEnded; });
+  run_->changed.wait_for(lock, patience, [&] { return isThere() || run_->outEnded; });
   if (found != lines.end()) {
     found->waitedFor = true;
     return found->text;
@@ -209,8 +155,8 @@ std::string ToolProcess::waitLine(std::string_view prefix) {
 }
 
 void ToolProcess::waitMore(std::string_view prefix, std::ptrdiff_t wanted) {
-  std::unique_lock lock(output_->mutex);
-  const auto& lines = output_->lines;
+  std::unique_lock lock(run_->mutex);
+  const auto& lines = run_->lines;
   auto next = lines.size();
   const auto haveCome = [&] {
     for (; wanted > 0 && next < lines.size(); ++next) {
@@ -218,71 +164,63 @@ void ToolProcess::waitMore(std::string_view prefix, std::ptrdiff_t wanted) {
     }
     return wanted <= 0;
   };
-  output_->changed.wait_for(lock, patience, [&] { return haveCome() || output_->outEnded; });
+  run_->changed.wait_for(lock, patience, [&] { return haveCome() || run_->outEnded; });
   if (haveCome()) return;
   lock.unlock();
   throw std::runtime_error(report("no more lines \"" + std::string(prefix) + "\" came"));
 }
 
 bool ToolProcess::hasLine(std::string_view prefix) const {
-  const std::lock_guard lock(output_->mutex);
-  return std::any_of(output_->lines.begin(), output_->lines.end(),
+  const std::lock_guard lock(run_->mutex);
+  return std::any_of(run_->lines.begin(), run_->lines.end(),
                      [&](const auto& line) { return line.text.starts_with(prefix); });
 }
 
 void ToolProcess::forgetLines() {
-  const std::lock_guard lock(output_->mutex);
-  output_->lines.clear();
+  const std::lock_guard lock(run_->mutex);
+  run_->lines.clear();
 }
 
 std::vector<std::string> ToolProcess::lines() const {
-  const std::lock_guard lock(output_->mutex);
+  const std::lock_guard lock(run_->mutex);
   std::vector<std::string> texts;
-  for (const auto& line : output_->lines) texts.push_back(line.text);
+  for (const auto& line : run_->lines) texts.push_back(line.text);
   return texts;
 }
 
 void ToolProcess::waitError(std::string_view text) {
-  std::unique_lock lock(output_->mutex);
-  const auto hasCome = [&] { return output_->errors.find(text) != std::string::npos; };
-  output_->changed.wait_for(lock, patience, [&] { return hasCome() || output_->errEnded; });
+  std::unique_lock lock(run_->mutex);
+  const auto hasCome = [&] { return run_->errors.find(text) != std::string::npos; };
+  run_->changed.wait_for(lock, patience, [&] { return hasCome() || run_->errEnded; });
   if (hasCome()) return;
   lock.unlock();
   throw std::runtime_error(report("\"" + std::string(text) + "\" was not logged"));
 }
 
 std::string ToolProcess::errors() const {
-  const std::lock_guard lock(output_->mutex);
-  return output_->errors;
+  const std::lock_guard lock(run_->mutex);
+  return run_->errors;
+}
+
+pid_t ToolProcess::pid() const {
+  return run_->child.pid();
 }
 
 void ToolProcess::signal(int number) {
-  if (!isRunning() || ::kill(pid_, number) != 0) {
-    throw std::runtime_error(report("it can't be sent a signal"));
-  }
-  if (number == SIGSTOP) reap(WUNTRACED);
+  if (!run_->child.signal(number)) throw std::runtime_error(report("it can't be sent a signal"));
+  if (number == SIGSTOP) run_->child.waitStopped();
 }
 
 int ToolProcess::waitExit() {
-  if (!isRunning()) return exitCode_;
   {
-    std::unique_lock lock(output_->mutex);
-    const auto silent = [&] { return output_->outEnded && output_->errEnded; };
-    if (!output_->changed.wait_for(lock, patience, silent)) {
+    std::unique_lock lock(run_->mutex);
+    const auto silent = [&] { return run_->outEnded && run_->errEnded; };
+    if (!run_->changed.wait_for(lock, patience, silent)) {
       lock.unlock();
       throw std::runtime_error(report("it does not end"));
     }
   }
-  reap(0);
-  return exitCode_;
-}
-
-void ToolProcess::reap(int options) {
-  int status = 0;
-  if (waitpid(pid_, &status, options) < 0) fail("waitpid");
-  if (WIFSTOPPED(status)) return;
-  pid_ = -1;
-  exitCode_ = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+  return run_->child.waitExit();
 }
 
 std::string ToolProcess::report(std::string_view problem) const {

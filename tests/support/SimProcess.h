@@ -1,10 +1,10 @@
-// gatewayctl as a process of its own, for test programs: servers that can be told what to do, that
-// can freeze, die and come back, without a thread or a crash of theirs touching the test.
+// gatewayctl as a child process, for test programs: servers that obey commands, and that can
+// freeze, die and come back without harm to the test's own process.
 //
-// All waiting is for something to happen, and bounded by `patience`: a bound that keeps a broken
-// run from hanging, generous by intent. A process dies with the thread that made it.
+// Nothing waits for a fixed time: members wait for an event and give up after `patience`, a generous
+// bound that only keeps a broken run from hanging. A process dies with the thread that started it.
 //
-// Threads: one thread at a time.
+// Threads: one at a time.
 #pragma once
 
 #include <google/protobuf/message_lite.h>
@@ -19,119 +19,115 @@
 
 constexpr std::chrono::seconds patience{60};
 
-// A run of gatewayctl with any arguments, or of another program.
+// A run of gatewayctl, or of another program, with any arguments.
 class ToolProcess {
  public:
   // Throws std::runtime_error if the program can't be started.
   explicit ToolProcess(const std::vector<std::string>& arguments,
                        const std::string& program = GATEWAYCTL_PATH);
-  // Kills it if it still runs.
+  // Kills the process if it still runs.
   ~ToolProcess();
   ToolProcess(const ToolProcess&) = delete;
   ToolProcess& operator=(const ToolProcess&) = delete;
 
-  // Text, or a line, for its standard input. Throws std::runtime_error if it does not read any
-  // more.
+  // Write a text, or a line, to standard input. Throw std::runtime_error if the process no longer
+  // reads it.
   void write(std::string_view text);
   void writeLine(std::string_view line);
   void closeInput();
 
-  // The next line of its standard output that begins with `prefix` and has not been waited for
-  // before; lines that were passed over can still be waited for. Throws std::runtime_error, with
-  // all that the process has said, when patience ends or no such line can come any more.
+  // Waits for a line of standard output that begins with `prefix`, and returns each line once.
+  // Lines that it skips can still be waited for. Throws std::runtime_error, with all output so far,
+  // when patience runs out or no such line can come any more.
   std::string waitLine(std::string_view prefix);
 
-  // Returns when standard error has this text somewhere. Throws std::runtime_error likewise.
+  // Waits until standard error contains this text. Throws as waitLine does.
   void waitError(std::string_view text);
 
-  // Whether a line that begins with `prefix` has come so far, waited for or not.
+  // Whether a line that begins with `prefix` has come, waited for or not.
   bool hasLine(std::string_view prefix) const;
 
-  // Returns when so many more lines that begin with `prefix` have come; those that are there do not
-  // count, and none counts as waited for. Throws std::runtime_error as waitLine does.
+  // Waits for `wanted` further lines that begin with `prefix`. waitLine can still return them.
+  // Throws as waitLine does.
   void waitMore(std::string_view prefix, std::ptrdiff_t wanted);
 
-  // While it runs.
-  pid_t pid() const { return pid_; }
+  // Valid until waitExit.
+  pid_t pid() const;
 
   // All lines of standard output so far, and all of standard error.
   std::vector<std::string> lines() const;
   std::string errors() const;
 
-  // Lets go of all lines so far, for runs that last.
+  // Drops all lines so far, to save memory in long runs.
   void forgetLines();
 
-  // Sends a signal. When this returns, SIGSTOP has stopped the process and SIGCONT lets it go on.
+  // Sends a signal. Returns from SIGSTOP when the process has stopped.
   void signal(int number);
 
-  // Waits for its end and returns its exit code, or 128 and the number of the signal that ended it.
-  // From then on lines() and errors() are whole.
+  // Waits for the end. Returns the exit code, or 128 plus the number of the signal that ended the
+  // process. From then on lines() and errors() are complete.
   int waitExit();
 
  private:
-  struct Output;
+  struct Run;
 
   std::string report(std::string_view problem) const;
-  bool isRunning() const { return pid_ > 0; }
-  void reap(int options);
 
   const std::string program_;
-  pid_t pid_ = -1;  // -1 when it has ended
-  int exitCode_ = -1;
   int input_ = -1;
-  std::unique_ptr<Output> output_;
+  std::unique_ptr<Run> run_;
 };
 
-// What plays both services: the simulator, or another program that obeys and tells as it does, as
-// far as a test goes. It is given both targets as --meters and --engine behind these arguments.
+// What serves both services: the simulator, or another program that takes the same commands and
+// reports the same events, as far as the test uses them. Both targets follow these arguments, as
+// --meters and --engine.
 struct ServerProgram {
   std::string path = GATEWAYCTL_PATH;
   std::vector<std::string> arguments{"sim", "--commands"};
 };
 
-// The simulator of both services, obeying commands. `gatewayctl sim --help` explains commands and
+// The simulator of both services, with --commands. `gatewayctl sim --help` explains commands and
 // events.
 class SimProcess {
  public:
   static constexpr const char* anyPort = "127.0.0.1:0";
 
-  // Returns when it listens. Targets are "ADDRESS:PORT", or empty for a service that is not there.
-  // To come back at the same place, pass the targets of the one before.
+  // Waits until it listens. Targets are "ADDRESS:PORT", or empty for a service that isn't offered.
+  // To come back at the same address, pass the targets of the previous simulator.
   explicit SimProcess(const std::string& metersTarget = anyPort,
                       const std::string& engineTarget = anyPort, const ServerProgram& program = {});
 
-  // Lets it end as it should, and reports a test failure if it does not. One that was killed is
-  // left at that.
+  // Ends it in order, and reports a test failure if that fails. Does nothing if it was killed or
+  // has quit.
   ~SimProcess();
   SimProcess(const SimProcess&) = delete;
   SimProcess& operator=(const SimProcess&) = delete;
 
-  // Where it listens; empty for a service that is not there.
+  // Where it listens; empty for a service that isn't offered.
   const std::string& metersTarget() const { return metersTarget_; }
   const std::string& engineTarget() const { return engineTarget_; }
 
-  // Has one command carried out, any but quit, and returns when it is: an `error` event for it has
-  // come by then, and calls that come later meet its effect. To a frozen process it is only sent.
+  // Has one command carried out, any but quit. Afterwards later calls see its effect, and an
+  // `error` event for a wrong command has come. A frozen process carries it out when it thaws.
   void command(const std::string& line);
 
-  // The next event that begins with `prefix` and has not been waited for before; events that were
-  // passed over can still be waited for. "open fast 1 " with the blank keeps 10 away. Throws
-  // std::runtime_error, with all that was seen, when patience ends or the process has.
+  // Waits for an event, as ToolProcess::waitLine does for a line. "open fast 1 ", with the blank,
+  // does not match call 10.
   std::string waitEvent(std::string_view prefix) { return process_.waitLine(prefix); }
 
-  // Whether an event that begins with `prefix` has come so far, waited for or not.
+  // Whether an event that begins with `prefix` has come, waited for or not.
   bool hasEvent(std::string_view prefix) const { return process_.hasLine(prefix); }
 
-  // Lets go of all events so far, waited for or not, for runs that last.
+  // Drops all events so far, to save memory in long runs.
   void forgetEvents() { process_.forgetLines(); }
 
-  // Ends it as it should, and returns its exit code.
+  // Ends it in order, and returns its exit code.
   int quit();
 
-  // Ends it as a crash would: at once, and its peers learn it from their connections only.
+  // Ends it at once, as a crash would: its peers only notice that their connections are gone.
   void kill();
 
-  // Stops it as a hang would: connections stay, and nothing is answered until `thaw`.
+  // Stops it, as a hang would: its connections stay, and it answers nothing until `thaw`.
   void freeze();
   void thaw();
 
@@ -144,11 +140,11 @@ class SimProcess {
   bool ended_ = false;
 };
 
-// A message's bytes as commands and events write them: hexadecimal, or - for none.
+// Bytes as commands and events write them: hexadecimal, or - for none.
 std::string toHex(std::string_view bytes);
 std::string toHex(const google::protobuf::MessageLite& message);
 
-// A port of 127.0.0.1 that nobody listens on. Nothing keeps others from taking it later.
+// A port of 127.0.0.1 that nobody listens on. Another program may take it at any time.
 int freePort();
 // The same as a target, "127.0.0.1:PORT".
 std::string unusedTarget();

@@ -1,4 +1,4 @@
-// A folder of a test's own, removed with all that is in it.
+// A folder for one test, removed with its content. One thread at a time.
 #pragma once
 
 #include <cstdlib>

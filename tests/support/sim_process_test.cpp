@@ -1,4 +1,4 @@
-// The processes as tests use them.
+// The child processes that tests use.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -17,7 +17,7 @@ namespace {
 
 using grpc::StatusCode;
 
-TEST(SimProcess, dyingTakesItsStreamsAlongAndItComesBackAtTheSamePlace) {
+TEST(SimProcess, DiesWithItsStreamsAndComesBackAtTheSameAddress) {
   SimProcess first;
   RawCall call(first.metersTarget(), fastPath);
   first.waitEvent("open fast 1 ");
@@ -29,7 +29,7 @@ TEST(SimProcess, dyingTakesItsStreamsAlongAndItComesBackAtTheSamePlace) {
   second.waitEvent("open fast 1 ");
 }
 
-TEST(SimProcess, frozenAnswersNothingUntilItThaws) {
+TEST(SimProcess, AnswersNothingWhileFrozen) {
   SimProcess sim;
   sim.freeze();
   constexpr auto shortly = std::chrono::milliseconds(100);
@@ -43,7 +43,7 @@ TEST(SimProcess, frozenAnswersNothingUntilItThaws) {
   EXPECT_EQ(setParams(sim.engineTarget()), (Reply{StatusCode::OK, {"\x02"}}));
 }
 
-TEST(SimProcess, frozenCanBeKilledOrLeft) {
+TEST(SimProcess, CanBeKilledOrDestroyedWhileFrozen) {
   SimProcess killed;
   killed.freeze();
   killed.kill();
@@ -51,7 +51,7 @@ TEST(SimProcess, frozenCanBeKilledOrLeft) {
   left.freeze();
 }
 
-TEST(SimProcess, waitsForEventsOnceAndInTheirOrder) {
+TEST(SimProcess, ReturnsEachEventOnceAndInOrder) {
   SimProcess sim;
   sim.command("sync a1");
   sim.command("nonsense");
@@ -63,7 +63,7 @@ TEST(SimProcess, waitsForEventsOnceAndInTheirOrder) {
   EXPECT_FALSE(sim.hasEvent("sync b"));
 }
 
-TEST(SimProcess, tellsWhatItSawWhenAnEventCannotComeAnyMore) {
+TEST(SimProcess, ReportsItsOutputWhenAnEventCanNoLongerCome) {
   SimProcess sim("", SimProcess::anyPort);
   sim.command("sync last");
   sim.quit();
@@ -77,7 +77,7 @@ TEST(SimProcess, tellsWhatItSawWhenAnEventCannotComeAnyMore) {
   EXPECT_THROW(sim.command("sync more"), std::runtime_error);
 }
 
-TEST(SimProcess, diesWithTheThreadThatMadeIt) {
+TEST(SimProcess, DiesWithTheThreadThatStartedIt) {
   std::unique_ptr<ToolProcess> orphan;
   std::thread([&] {
     orphan = std::make_unique<ToolProcess>(
@@ -87,14 +87,14 @@ TEST(SimProcess, diesWithTheThreadThatMadeIt) {
   EXPECT_EQ(orphan->waitExit(), 128 + SIGKILL);
 }
 
-TEST(FreePort, isOneThatNobodyListensOn) {
+TEST(FreePort, HasNoListener) {
   const auto target = unusedTarget();
   EXPECT_EQ(setParams(target).code, StatusCode::UNAVAILABLE);
   SimProcess sim("", target);
   EXPECT_EQ(setParams(target).code, StatusCode::OK);
 }
 
-TEST(ToHex, writesTwoDigitsAByteAndADashForNothing) {
+TEST(ToHex, WritesTwoDigitsPerByteAndADashForNothing) {
   EXPECT_EQ(toHex(std::string_view("\x00\x0f\xa0\xff", 4)), "000fa0ff");
   EXPECT_EQ(toHex(""), "-");
   EXPECT_EQ(toHex(sonalith::grpc::Meter()), "-");

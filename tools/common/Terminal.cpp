@@ -7,13 +7,13 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <climits>
 #include <csignal>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
 
+#include "tools/common/Numbers.h"
 #include "tools/common/Output.h"
 
 namespace tools {
@@ -31,10 +31,8 @@ int millisecondsUntil(Clock::time_point moment) {
 }  // namespace
 
 std::string checkSeconds(const std::string& text) {
-  double seconds = 0;
-  const char* const end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, seconds);
-  if (error == std::errc() && stop == end && seconds >= 0 && seconds <= 1e9) return {};
+  const auto seconds = numberIn<double>(text);
+  if (seconds && *seconds >= 0 && *seconds <= 1e9) return {};
   return "\"" + text + "\" is not a number of seconds from 0 to 1000000000";
 }
 
@@ -110,8 +108,11 @@ std::vector<std::string> InputLines::take() {
 
 Arrival waitFor(const SignalDescriptor& signals, const InputLines* input, Clock::time_point until) {
   const bool reads = input != nullptr && !input->ended();
-  std::array<pollfd, 2> sources{
-      {{signals.descriptor(), POLLIN, 0}, {reads ? STDIN_FILENO : -1, POLLIN, 0}}};
+  return waitFor(signals, reads ? input->descriptor() : -1, until);
+}
+
+Arrival waitFor(const SignalDescriptor& signals, int descriptor, Clock::time_point until) {
+  std::array<pollfd, 2> sources{{{signals.descriptor(), POLLIN, 0}, {descriptor, POLLIN, 0}}};
   if (poll(sources.data(), sources.size(), millisecondsUntil(until)) <= 0) return Arrival::Nothing;
   return sources[0].revents != 0 ? Arrival::Signal : Arrival::Input;
 }

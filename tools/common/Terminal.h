@@ -65,6 +65,8 @@ class InputLines {
   // Whether the input has ended.
   bool ended() const { return ended_; }
 
+  int descriptor() const { return descriptor_; }
+
  private:
   int descriptor_;
   std::string unfinished_;  // input after the last complete line
@@ -74,8 +76,10 @@ class InputLines {
 enum class Arrival { Nothing, Signal, Input };
 
 // Waits for a signal, for input to take, or until `until`; may return Nothing early. A signal takes
-// precedence over input. `input` reads standard input; when it is null or has ended, standard input
-// is ignored.
+// precedence over input. When `input` is null or has ended, only the other two count.
 Arrival waitFor(const SignalDescriptor& signals, const InputLines* input, Clock::time_point until);
+
+// The same, with any descriptor that becomes readable as the input; -1 for none.
+Arrival waitFor(const SignalDescriptor& signals, int descriptor, Clock::time_point until);
 
 }  // namespace tools

@@ -8,20 +8,20 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <system_error>
-#include <utility>
 #include <vector>
 
 #include "example.h"
 #include "standin/MemoryFile.h"
+#include "tools/common/ChildProcess.h"
 #include "tools/common/Output.h"
 #include "tools/common/Terminal.h"
-#include "tools/demo/Child.h"
 
 namespace demo {
 namespace {
@@ -59,9 +59,14 @@ void say(std::string_view text) {
   tools::writeError(fmt::format("gatewayctl demo: {}\n", text));
 }
 
-// ---- Arguments of the two -------------------------------------------------------------------
+// ---- The two processes ----------------------------------------------------------------------
 
-// It plays what the example names.
+// Where this program lies, so that the demo runs the sub-commands that belong to it.
+std::string ownProgram() {
+  return std::filesystem::read_symlink("/proc/self/exe");
+}
+
+// The simulator plays the keys of the example.
 std::vector<std::string> simulatorArguments(const std::string& config) {
   constexpr const char* anyPort = "127.0.0.1:0";
   return {"sim", "--config", config, "--meters", anyPort, "--engine", anyPort};
@@ -95,7 +100,7 @@ void replace(std::string& text, std::string_view from, const std::string& to) {
   text.replace(at, from.size(), to);
 }
 
-// The example as it stands, but for the ports, which may be taken on this machine.
+// The example with other ports, because its own may be taken on this machine.
 std::string exampleFor(const Addresses& addresses) {
   std::string text(example::grpc_gateway_conf);
   replace(text, "localhost:50005", addresses.meters);
@@ -105,56 +110,31 @@ std::string exampleFor(const Addresses& addresses) {
 
 // ---- Running --------------------------------------------------------------------------------
 
-struct Pipe {
-  Pipe() {
-    std::array<int, 2> ends{};
-    if (pipe2(ends.data(), O_CLOEXEC) != 0) {
-      throw std::system_error(errno, std::generic_category(), "pipe2");
-    }
-    read = ends[0];
-    write = ends[1];
-  }
-  ~Pipe() {
-    close(read);
-    closeWrite();
-  }
-  Pipe(const Pipe&) = delete;
-  Pipe& operator=(const Pipe&) = delete;
-
-  void closeWrite() {
-    if (write >= 0) close(std::exchange(write, -1));
-  }
-
-  int read;
-  int write;
-};
-
 int openNothing() {
   const int descriptor = open("/dev/null", O_RDONLY | O_CLOEXEC);
   if (descriptor < 0) throw std::system_error(errno, std::generic_category(), "/dev/null");
   return descriptor;
 }
 
-// The simulator, with what it says. What it logs is shown only if it fails.
+// The simulator and its output. Its log is shown only if it fails.
 class SimulatorProcess {
  public:
   SimulatorProcess()
       : nothing_(openNothing()),
-        child_(simulatorArguments(example_.path()),
-               {.in = nothing_, .out = output_.write, .err = log_.descriptor()}, Terminal::None) {
+        child_(ownProgram(), simulatorArguments(example_.path()),
+               {.in = nothing_, .out = output_.write(), .err = log_.descriptor()},
+               tools::Session::Own) {
     output_.closeWrite();
   }
   ~SimulatorProcess() { close(nothing_); }
   SimulatorProcess(const SimulatorProcess&) = delete;
   SimulatorProcess& operator=(const SimulatorProcess&) = delete;
 
-  int outputDescriptor() const { return output_.read; }
-  std::vector<std::string> takeLines() { return lines_.take(); }
-  bool ended() const { return lines_.ended(); }
+  tools::InputLines& lines() { return lines_; }
 
   void kill() const { child_.signal(SIGKILL); }
 
-  // Waits for its end, shows its log and tells how it ended.
+  // Waits for its end, shows its log and says how it ended.
   std::string explainEnd() {
     const int exitCode = child_.waitExit();
     std::array<char, 65536> chunk;
@@ -163,16 +143,16 @@ class SimulatorProcess {
       tools::writeError({chunk.data(), static_cast<std::size_t>(count)});
       at += count;
     }
-    return describeExit(exitCode);
+    return tools::describeExit(exitCode);
   }
 
  private:
   standin::MemoryFile example_{std::string(example::grpc_gateway_conf)};
-  Pipe output_;
-  tools::InputLines lines_{output_.read};
+  tools::Pipe output_;
+  tools::InputLines lines_{output_.read()};
   standin::MemoryFile log_;
   int nothing_;
-  Child child_;
+  tools::ChildProcess child_;
 };
 
 class Demo {
@@ -183,17 +163,17 @@ class Demo {
     const auto addresses = awaitAddresses();
     if (!addresses) return interruptedCode;
     const standin::MemoryFile config(exampleFor(*addresses));
-    say("running. Try: set out_gain -6.5 (the simulator tells what arrives); slots; quit.");
-    Child host(hostArguments(options_, config.path()), {}, Terminal::Shared);
+    say("running. Try: set out_gain -6.5 (the simulator shows what arrives); slots; quit.");
+    tools::ChildProcess host(ownProgram(), hostArguments(options_, config.path()), {});
     attend(host);
     simulator_.kill();
-    while (!simulator_.ended()) passOn();
+    while (!simulator_.lines().ended()) passOn();
     return exitCodeOf(host.waitExit());
   }
 
  private:
   std::optional<Addresses> awaitAddresses();
-  void attend(const Child& host);
+  void attend(const tools::ChildProcess& host);
   void passOn();
   static int exitCodeOf(int hostExit);
 
@@ -202,30 +182,30 @@ class Demo {
   SimulatorProcess simulator_;
 };
 
-// Nothing if a signal came. Its first two lines tell them.
+// The simulator's first two lines name them. Nothing if a signal comes first.
 std::optional<Addresses> Demo::awaitAddresses() {
   Addresses addresses;
-  std::array<pollfd, 2> sources{
-      {{signals_.descriptor(), POLLIN, 0}, {simulator_.outputDescriptor(), POLLIN, 0}}};
+  auto& lines = simulator_.lines();
   while (addresses.meters.empty() || addresses.engine.empty()) {
-    if (poll(sources.data(), sources.size(), -1) <= 0) continue;
-    if (sources[0].revents != 0) return std::nullopt;
-    for (const std::string_view line : simulator_.takeLines()) {
+    const auto arrival = tools::waitFor(signals_, &lines, tools::Clock::time_point::max());
+    if (arrival == tools::Arrival::Signal) return std::nullopt;
+    if (arrival == tools::Arrival::Nothing) continue;
+    for (const std::string_view line : lines.take()) {
       if (line.starts_with("meters ")) addresses.meters = line.substr(7);
       if (line.starts_with("engine ")) addresses.engine = line.substr(7);
     }
-    if (simulator_.ended()) {
+    if (lines.ended()) {
       throw std::runtime_error("the simulator did not start: " + simulator_.explainEnd());
     }
   }
   return addresses;
 }
 
-// Until the host has ended. A signal is passed on: it may have come to this process alone, and a
-// second one does the host no harm.
-void Demo::attend(const Child& host) {
+// Returns when the host has ended. Passes a signal on, since it may have come to this process
+// alone. The host does not mind a second one.
+void Demo::attend(const tools::ChildProcess& host) {
   std::array<pollfd, 3> sources{{{signals_.descriptor(), POLLIN, 0},
-                                 {simulator_.outputDescriptor(), POLLIN, 0},
+                                 {simulator_.lines().descriptor(), POLLIN, 0},
                                  {host.endDescriptor(), POLLIN, 0}}};
   auto& [signal, output, end] = sources;
   while (end.revents == 0) {
@@ -236,22 +216,23 @@ void Demo::attend(const Child& host) {
     }
     if (output.revents == 0) continue;
     passOn();
-    if (!simulator_.ended()) continue;
-    say("the simulator is gone, " + simulator_.explainEnd() +
-        ": no value and no change arrives any more. End by Ctrl-C or quit.");
+    if (!simulator_.lines().ended()) continue;
+    say("the simulator is gone: " + simulator_.explainEnd() +
+        ". Values and changes no longer arrive. End the demo with Ctrl-C or quit.");
     output.fd = -1;
   }
 }
 
 void Demo::passOn() {
-  for (const auto& line : simulator_.takeLines())
+  for (const auto& line : simulator_.lines().take()) {
     tools::writeOut(fmt::format("simulator: {}\n", line));
+  }
 }
 
 int Demo::exitCodeOf(int hostExit) {
   constexpr int firstOfSignals = 128;
   if (hostExit < firstOfSignals || hostExit == interruptedCode) return hostExit;
-  say("the host is gone: " + describeExit(hostExit));
+  say("the host is gone: " + tools::describeExit(hostExit));
   return 1;
 }
 

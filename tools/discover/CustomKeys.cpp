@@ -9,23 +9,23 @@ namespace {
 
 constexpr std::size_t maximumSize = SONALITH_SLOT_TEXT_SIZE - 1;
 
-// Bytes beyond ASCII are none.
+// Bytes beyond ASCII don't count.
 bool isWordByte(char byte) {
   return (byte >= '0' && byte <= '9') || (byte >= 'A' && byte <= 'Z') ||
          (byte >= 'a' && byte <= 'z');
 }
 
-// Its words, parted by one underscore each.
-std::string wordsOf(std::string_view key) {
+// The words of the key, joined by underscores.
+std::string joinedWordsOf(std::string_view key) {
   std::string name;
-  bool parted = false;
+  bool wordBegins = false;
   for (const char byte : key) {
     if (!isWordByte(byte)) {
-      parted = true;
+      wordBegins = true;
       continue;
     }
-    if (parted && !name.empty()) name += '_';
-    parted = false;
+    if (wordBegins && !name.empty()) name += '_';
+    wordBegins = false;
     name += byte;
   }
   return name.empty() ? "meter" : name;
@@ -35,7 +35,7 @@ std::string wordsOf(std::string_view key) {
 
 std::string CustomKeys::nameFor(standin::SlotSet set, const std::string& key) {
   auto& taken = taken_.at(static_cast<std::size_t>(set));
-  std::string base = wordsOf(key);
+  std::string base = joinedWordsOf(key);
   if (base.starts_with("gateway_")) base.insert(0, "meter_");
   std::string name = base.substr(0, maximumSize);
   for (int number = 2; !taken.insert(name).second; ++number) {

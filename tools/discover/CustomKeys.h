@@ -1,4 +1,4 @@
-// Names for slots, made of the keys that they show.
+// Slot names made from keys.
 //
 // Threads: one at a time.
 #pragma once
@@ -11,11 +11,11 @@
 
 namespace discover {
 
-// Gives each key of a set a name of its own: letters, digits and underscores, at most 99 bytes.
-// None begins with "gateway_", as those do that the module makes up, such as "gateway_float_3".
+// Gives each key of a set its own name: letters, digits and underscores, at most 99 bytes. No name
+// begins with "gateway_", because the module generates such names itself ("gateway_float_3").
 class CustomKeys {
  public:
-  // "out.level" gives "out_level", the next key that would be called so "out_level_2".
+  // "out.level" gets the name "out_level", and "out level" after it "out_level_2".
   std::string nameFor(standin::SlotSet set, const std::string& key);
 
  private:

@@ -20,13 +20,14 @@ namespace {
 using standin::SlotSet;
 using namespace std::string_view_literals;
 
-// What the reader takes for one line, its newline not included.
+// The longest line that the reader takes, without its newline.
 constexpr std::size_t lineLimit = 1023;
 
-// White space in the INI reader's eyes. Behind one of these a ";" begins a comment, in quotes too.
+// What the INI reader takes for white space. After one of these a ";" begins a comment, even in
+// quotes.
 constexpr std::string_view blanks = " \t\v\f\r";
 
-// Not all of these need it, but one would wonder whether they do.
+// Some of these bytes would not need quotes, but quotes save the reader the question.
 bool needsQuotes(std::string_view text) {
   return std::any_of(text.begin(), text.end(), [](char byte) {
     return (byte >= 0 && byte <= ' ') || "\"'\\`$#;\x7f"sv.find(byte) != std::string_view::npos;
@@ -39,7 +40,7 @@ std::string quoted(std::string_view text) {
   char last = '"';
   for (const char byte : text) {
     if (byte == '"' || byte == '\\') result += '\\';
-    // Quotes between the two keep the comment away.
+    // A pair of quotes in between keeps the ";" from beginning a comment.
     if (byte == ';' && blanks.find(last) != blanks.npos) result += "\"\"";
     result += byte;
     last = byte;
@@ -56,28 +57,34 @@ std::string lineOf(const Finding& finding) {
 
 std::string complaintAboutTypes(const std::vector<ValueCase>& types) {
   if (types.size() > 1) {
-    return fmt::format("it came with several types, {}; an entry has one: write it by hand",
+    return fmt::format("it came with several types ({}), but an entry has one. Write it by hand",
                        fmt::join(namesOf(types), ", "));
   }
   const WireType& type = typeOf(types.front());
   if (type.value == ValueCase::VALUE_NOT_SET) return "it came without a value";
-  if (!type.slotType) return fmt::format("the module does not carry type {}", type.name);
+  if (!type.slotType) return fmt::format("the module does not carry values of type {}", type.name);
   return "";
 }
 
 std::string complaintAboutKey(const std::string& key) {
-  if (key.empty()) return "an entry needs a key, and this one is empty";
-  for (const auto& [byte, name] : {std::pair('=', "\"=\""), {'\n', "newline"}, {'\0', "NUL"}}) {
+  if (key.empty()) return "an entry can't have an empty key";
+  for (const auto& [byte, name] :
+       {std::pair('=', "\"=\""), {'\n', "a newline"}, {'\0', "a NUL byte"}}) {
     if (key.find(byte) != key.npos) {
-      return fmt::format("a configuration can't hold a key with {}", name);
+      return fmt::format("a configuration can't hold a key that contains {}", name);
     }
   }
   return "";
 }
 
+std::string complaintAboutSize(std::size_t lineSize) {
+  if (lineSize <= lineLimit) return "";
+  return fmt::format("its line would have {} bytes, but a line can have {} at most", lineSize,
+                     lineLimit);
+}
+
 std::string complaintAboutLine(const std::string& line) {
-  if (line.size() <= lineLimit) return "";
-  return fmt::format("its line would have {} bytes, and lines end at {}", line.size(), lineLimit);
+  return complaintAboutSize(line.size());
 }
 
 std::string complaintAbout(const Finding& finding) {
@@ -96,7 +103,7 @@ std::optional<gateway::ValueType> slotTypeOf(const Finding& finding) {
 
 // ---- Reading back ---------------------------------------------------------------------------
 
-// What has to be the same: set, type, key and custom name, or none.
+// What has to be the same: set, type, key and custom name (or none).
 using Meaning = std::tuple<SlotSet, gateway::ValueType, std::string, std::string>;
 
 std::vector<Meaning> meaningOf(const Draft& draft) {
@@ -121,8 +128,8 @@ std::vector<Meaning> meaningOf(const gateway::ConfigManager& config) {
 
 [[noreturn]] void failReadBack(std::string_view difference) {
   throw std::logic_error(fmt::format(
-      "the configuration would be read otherwise than it is meant ({}), so it is not written; this "
-      "is a mistake of discover's own: please report it with the output of --json",
+      "the module would read the configuration differently ({}), so it is not written. This is a "
+      "bug of gatewayctl discover: please report it with the output of --json",
       difference));
 }
 
@@ -155,18 +162,16 @@ Draft draftOf(const std::string& target, const std::vector<SeenKey>& keys, bool 
 
 std::string complaintAboutTarget(std::string_view target) {
   if (target.empty()) return "it is empty";
-  if (target.find('\n') != target.npos) return "it has a newline";
+  if (target.find('\n') != target.npos) return "it contains a newline";
   if (blanks.find(target.front()) != blanks.npos || blanks.find(target.back()) != blanks.npos) {
     return "it begins or ends with white space";
   }
   for (std::size_t i = 1; i < target.size(); ++i) {
     if (target[i] == ';' && blanks.find(target[i - 1]) != blanks.npos) {
-      return "a \";\" behind white space begins a comment";
+      return "a \";\" after white space begins a comment";
     }
   }
-  const auto size = "Target="sv.size() + target.size();
-  if (size <= lineLimit) return "";
-  return fmt::format("its line would have {} bytes, and lines end at {}", size, lineLimit);
+  return complaintAboutSize("Target="sv.size() + target.size());
 }
 
 std::string textOf(const Draft& draft) {

@@ -1,10 +1,10 @@
-// A configuration made of what was seen on a meter server's streams.
+// A configuration for what a meter server has sent.
 //
-// Not everything can be said in a configuration: the module carries four types, and the file's own
-// rules keep some keys out. What is left out says why.
+// A configuration can't hold everything: the module carries four types of value, and the file
+// format excludes some keys. Each key without an entry comes with the reason.
 //
-// Threads: one at a time; `checkReadsBack` needs a standin::Host, since the module's ConfigManager,
-// which it asks, logs through the host.
+// Threads: one at a time. `checkReadsBack` needs a standin::Host, because the module's own
+// ConfigManager reads the text, and logs through the host.
 #pragma once
 
 #include <string>
@@ -17,8 +17,8 @@ namespace discover {
 
 struct Finding {
   SeenKey seen;
-  std::string omitted;    // why it has no entry, a sentence without its end; empty if it has one
-  std::string customKey;  // of its entry, or empty
+  std::string omitted;    // why it has no entry, without a full stop; empty if it has one
+  std::string customKey;  // of the entry, or empty
 
   bool hasEntry() const { return omitted.empty(); }
 };
@@ -26,7 +26,7 @@ struct Finding {
 struct Draft {
   std::string target;
   std::vector<Finding> findings;     // in the order of Sightings::keys
-  std::vector<std::string> remarks;  // a line each at the top: no newlines, 1000 bytes at most
+  std::vector<std::string> remarks;  // comments at the top: no newlines, 1000 bytes each at most
 
   bool hasEntries() const;
   bool hasEntries(standin::SlotSet rate) const;
@@ -35,14 +35,14 @@ struct Draft {
 // Without remarks.
 Draft draftOf(const std::string& target, const std::vector<SeenKey>& keys, bool customKeys);
 
-// Why a configuration can't name this target, a sentence without its end; or nothing.
+// Why a configuration can't hold this target, without a full stop; empty if it can.
 std::string complaintAboutTarget(std::string_view target);
 
-// The configuration, which has an entry at least, as a file's text.
+// The text of the configuration file, for a draft that has entries.
 std::string textOf(const Draft& draft);
 
-// Throws std::logic_error, telling the difference, unless the module reads `text` as what the draft
-// means.
+// Throws std::logic_error, which names the difference, unless the module reads from `text` what the
+// draft means.
 void checkReadsBack(const Draft& draft, const std::string& text);
 
 }  // namespace discover

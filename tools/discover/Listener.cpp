@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "common.pb.h"
-#include "tools/common/ByteBuffer.h"
 #include "sanitizers/ReactionOrder.h"
+#include "tools/common/ByteBuffer.h"
 
 namespace discover {
 namespace {
@@ -24,19 +24,20 @@ using standin::SlotSet;
 constexpr char fastMethod[] = "/sonalith.grpc.Meters/GetMetersFast";
 constexpr char slowMethod[] = "/sonalith.grpc.Meters/GetMetersSlow";
 
-// Longer messages than the module takes are to be told of, not to end the stream.
+// Accepts messages of any size: one that is too long for the module should be reported, and not end
+// the stream.
 std::shared_ptr<grpc::Channel> connect(const std::string& target) {
   grpc::ChannelArguments arguments;
   arguments.SetMaxReceiveMessageSize(-1);
   return grpc::CreateCustomChannel(target, grpc::InsecureChannelCredentials(), arguments);
 }
 
-// Hears of both streams.
+// Receives the events of both streams.
 class StreamListener {
  public:
   virtual ~StreamListener() = default;
   virtual void took(SlotSet rate, const std::string& message) = 0;
-  // The last that comes of a stream.
+  // The stream's last event.
   virtual void ended(SlotSet rate, const grpc::Status& status) = 0;
 };
 

@@ -1,9 +1,9 @@
-// Listens to both streams of a meter server, on a connection as the module makes it, and notes what
-// comes. Unlike the module it goes on behind a message that can't be read, and does not open a
-// stream again that has ended.
+// Listens to both streams of a meter server, over a connection like the module's, and records what
+// comes. Unlike the module, it continues after a message that can't be read, and does not reopen a
+// stream that has ended.
 //
 // Threads: the streams run on gRPC's threads; members are for one thread.
-// Ownership: a Listener owns its connection and calls; they are over when it is destroyed.
+// Ownership: a Listener owns its connection and its calls, and ends them when it is destroyed.
 #pragma once
 
 #include <grpcpp/support/status.h>
@@ -18,7 +18,7 @@
 
 namespace discover {
 
-// How a stream ended by itself.
+// How a stream ended while the Listener listened.
 struct StreamEnd {
   grpc::Status status;
   bool wasConnected;  // false: there was no connection at that moment
@@ -26,7 +26,7 @@ struct StreamEnd {
 
 struct Heard {
   Sightings sightings;
-  std::optional<StreamEnd> fastEnd;  // nothing: it was open to the end
+  std::optional<StreamEnd> fastEnd;  // nothing: it stayed open
   std::optional<StreamEnd> slowEnd;
   bool connected = false;  // at the end
 
@@ -37,17 +37,17 @@ struct Heard {
 
 class Listener {
  public:
-  // Begins to connect and asks for both streams. Throws std::system_error if the system has no
-  // descriptor for it.
+  // Starts connecting and opens both streams. Throws std::system_error if the system has no
+  // descriptor for the event.
   explicit Listener(const std::string& target);
   ~Listener();
   Listener(const Listener&) = delete;
   Listener& operator=(const Listener&) = delete;
 
-  // Becomes readable when both streams have ended; only to be waited for.
+  // Becomes readable when both streams have ended; only for waiting.
   int overDescriptor() const;
 
-  // Ends listening, and tells what came until now. To be called once.
+  // Stops listening and returns what has come. To be called once.
   Heard finish();
 
  private:

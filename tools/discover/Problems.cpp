@@ -35,13 +35,13 @@ std::string remedyFor(StatusCode code, SlotSet rate) {
   switch (code) {
     case StatusCode::UNIMPLEMENTED:
       return fmt::format(
-          "It has no {} of proto/meters.proto: is it another service, such as the engine's?",
+          "It has no method {} of proto/meters.proto. Is it another service, such as the engine's?",
           methodOf(rate));
     case StatusCode::UNAUTHENTICATED:
     case StatusCode::PERMISSION_DENIED:
-      return "The gateway connects without credentials: the server has to let it in.";
+      return "The gateway connects without credentials, and the server has to accept that.";
     default:
-      return "The server's own log should tell why.";
+      return "The server's log should say why.";
   }
 }
 
@@ -66,13 +66,13 @@ std::string problemOfEnd(const Situation& now, SlotSet rate, const StreamEnd& en
   switch (end.status.error_code()) {
     case StatusCode::OK:
       return fmt::format(
-          "the server ended the {}. It should keep it open and write a message "
-          "whenever it has values.",
+          "the server ended the {}. It should keep the stream open and write a message whenever it "
+          "has values.",
           ended);
     case StatusCode::UNAVAILABLE:
       return fmt::format(
-          "the server or the connection has left the {}: {}. Listen again when it "
-          "is back.",
+          "the server or the connection failed, which ended the {}: {}. Listen again when it is "
+          "back.",
           ended, status);
     default:
       return fmt::format("the server ended the {}: {}. {}", ended, status,
@@ -83,13 +83,13 @@ std::string problemOfEnd(const Situation& now, SlotSet rate, const StreamEnd& en
 std::string problemOfSilence(const Situation& now, SlotSet rate) {
   if (!now.heard.connected) {
     return fmt::format(
-        "{} does not answer: there is no connection after {} seconds. Is a meter "
-        "server running there, and does no firewall stand between?",
+        "{} does not answer: there is no connection after {} seconds. Check that a meter server "
+        "runs there and that no firewall is in the way.",
         now.target, now.seconds);
   }
   return fmt::format(
-      "nothing came on the {} stream within {} seconds. Listen longer with --for, "
-      "or let the server feed this stream.",
+      "nothing came on the {} stream within {} seconds. Listen longer with --for, or make the "
+      "server send on this stream.",
       nameOf(rate), now.seconds);
 }
 
@@ -97,14 +97,15 @@ std::string problemOfMessages(const Situation& now, SlotSet rate) {
   const auto& seen = now.heard.sightings.messagesOf(rate);
   if (seen.unreadable > 0) {
     return fmt::format(
-        "{} of {} on the {} stream can't be read: {}. At each such message the "
-        "module loses the stream for five seconds: mend the server.",
+        "{} of {} on the {} stream can't be read: {}. Each such message costs the module the "
+        "stream "
+        "for five seconds. Correct the server.",
         seen.unreadable, countOf(seen.messages), nameOf(rate), seen.firstUnreadable);
   }
   if (seen.messages == 0 || !now.heard.sightings.keysOf(rate).empty()) return "";
   return fmt::format(
-      "{} came on the {} stream, but no values. Listen longer with --for, or let the "
-      "server feed this stream.",
+      "{} came on the {} stream, but no values. Listen longer with --for, or make the server send "
+      "values.",
       countOf(seen.messages), nameOf(rate));
 }
 
@@ -114,7 +115,7 @@ std::vector<std::string> problemsOf(const std::string& target, double seconds, c
   const Situation now{target, seconds, heard};
   std::vector<std::string> problems;
   const auto add = [&](const std::string& problem) {
-    // A missing connection is the problem of both streams, and told once.
+    // A missing connection concerns both streams and is reported once.
     const bool known = std::find(problems.begin(), problems.end(), problem) != problems.end();
     if (!problem.empty() && !known) problems.emplace_back(cutTo(problem, problemLimit));
   };

@@ -1,5 +1,4 @@
-// What went wrong while listening, in words for people: what it is, and what to do about it. Any
-// thread.
+// What went wrong while listening, and what to do about it, for people to read. Any thread.
 #pragma once
 
 #include <string>
@@ -9,8 +8,8 @@
 
 namespace discover {
 
-// Whole sentences, one problem each and on one line, of 1000 bytes at most. Nothing if both streams
-// were open to the end, brought values and could be read.
+// One problem per text: whole sentences on one line, 1000 bytes at most. Empty if both streams
+// stayed open and brought values, and every message could be read.
 std::vector<std::string> problemsOf(const std::string& target, double seconds, const Heard& heard);
 
 }  // namespace discover

@@ -7,7 +7,7 @@ namespace discover {
 std::string_view cutTo(std::string_view text, std::size_t limit) {
   if (text.size() <= limit) return text;
   std::size_t end = limit;
-  // Further bytes of a character begin with the bits 10.
+  // All bytes of a character but the first begin with the bits 10.
   while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) --end;
   return text.substr(0, end);
 }
@@ -16,7 +16,7 @@ std::string shown(std::string_view text, std::size_t limit) {
   using nlohmann::json;
   const std::string_view kept = cutTo(text, limit);
   std::string quoted = json(kept).dump(-1, ' ', false, json::error_handler_t::replace);
-  // The one control character that JSON does not escape.
+  // JSON escapes every control character but this one.
   for (auto at = quoted.find('\x7f'); at != quoted.npos; at = quoted.find('\x7f')) {
     quoted.replace(at, 1, "\\u007f");
   }

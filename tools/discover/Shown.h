@@ -1,4 +1,4 @@
-// Foreign text, as it may stand in messages and comments. Any thread.
+// Foreign text, made safe for messages and comments. Any thread.
 #pragma once
 
 #include <cstddef>
@@ -7,11 +7,11 @@
 
 namespace discover {
 
-// The text in quotes on one line: control characters and broken UTF-8 are escaped or replaced, and
-// what is longer than `limit` bytes ends in "...".
+// The text in quotes, on one line. Escapes control characters, replaces broken UTF-8, and cuts what
+// is longer than `limit` bytes off with "...".
 std::string shown(std::string_view text, std::size_t limit = 100);
 
-// The beginning of a text, at most `limit` bytes, and no part of a character that is cut off.
+// The first `limit` bytes of a text, or a few less so that no character is split.
 std::string_view cutTo(std::string_view text, std::size_t limit);
 
 }  // namespace discover

@@ -32,8 +32,8 @@ constexpr WireType typeTable[] = {
     {"none", AnyValue::VALUE_NOT_SET, {}},
 };
 
-// The payloads of a message's field of that number, which has to be of the kind that has a length.
-// Nothing if the message is broken.
+// The payloads of all fields with this number, which must be length-delimited. Nothing if the
+// message is broken.
 std::optional<std::vector<std::string>> fieldsOf(const std::string& message, int number) {
   CodedInputStream input(reinterpret_cast<const std::uint8_t*>(message.data()),
                          static_cast<int>(message.size()));
@@ -50,7 +50,7 @@ std::optional<std::vector<std::string>> fieldsOf(const std::string& message, int
   return fields;
 }
 
-// Follows the field numbers of `path` down to texts, and gives the first that is not UTF-8.
+// Follows the field numbers of `path` down to texts, and returns the first that is not UTF-8.
 std::optional<std::string> findBadText(const std::string& message, const std::vector<int>& path,
                                        std::size_t depth = 0) {
   if (depth == path.size()) {
@@ -65,7 +65,7 @@ std::optional<std::string> findBadText(const std::string& message, const std::ve
   return std::nullopt;
 }
 
-// Why a message that the generated class refuses is refused.
+// Why the generated class refuses a message.
 std::string reasonAgainst(const std::string& message) {
   constexpr int values = sonalith::grpc::Meter::kValuesFieldNumber;
   constexpr int key = sonalith::grpc::KeyValue::kKeyFieldNumber;
@@ -78,7 +78,7 @@ std::string reasonAgainst(const std::string& message) {
   if (const auto bad = findBadText(message, {values, value, sstring, data})) {
     return fmt::format("has a text that is not UTF-8, {}", shown(*bad));
   }
-  return "can't be parsed as the Meter of proto/meters.proto";
+  return "can't be parsed as a Meter of proto/meters.proto";
 }
 
 }  // namespace
@@ -106,8 +106,8 @@ void Sightings::take(standin::SlotSet rate, std::string_view message) {
   std::string reason;
   sonalith::grpc::Meter meter;
   if (message.size() > messageLimit) {
-    reason =
-        fmt::format("has {} bytes, and gRPC clients take {} at most", message.size(), messageLimit);
+    reason = fmt::format("has {} bytes, and gRPC clients accept {} at most", message.size(),
+                         messageLimit);
   } else if (!meter.ParseFromArray(message.data(), static_cast<int>(message.size()))) {
     reason = reasonAgainst(std::string(message));
   } else {

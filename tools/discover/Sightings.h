@@ -1,5 +1,5 @@
-// What a meter server sends, as far as a configuration has to know: which keys on which stream, of
-// which types, and what of it the module could not read.
+// What a meter server sends, as far as a configuration depends on it: which keys come on which
+// stream with which types, and which messages the module could not read.
 //
 // Threads: one at a time.
 #pragma once
@@ -21,14 +21,14 @@ namespace discover {
 
 using ValueCase = sonalith::grpc::AnyValue::ValueCase;
 
-// A member of the wire's AnyValue.
+// A member of AnyValue, as it travels on the wire.
 struct WireType {
   std::string_view name;  // for people and programs: "float", "float array"
   ValueCase value;
-  std::optional<gateway::ValueType> slotType;  // none if the module ignores such values
+  std::optional<gateway::ValueType> slotType;  // nothing: the module ignores such values
 };
 
-// Every member has its row, also the missing value. In the order in which sections are written.
+// A row for every member and for a missing value, in the order in which sections are written.
 std::span<const WireType> wireTypes();
 const WireType& typeOf(ValueCase value);
 
@@ -39,29 +39,29 @@ struct SeenKey {
   standin::SlotSet rate;  // Fast or Slow
   std::string key;
   std::vector<ValueCase> types;   // each once, first seen first
-  std::uint64_t messages = 0;     // in which it was
-  std::uint64_t lastMessage = 0;  // counted from 1
+  std::uint64_t messages = 0;     // how many contained it
+  std::uint64_t lastMessage = 0;  // the number of the last one, from 1
 };
 
 // One stream as a whole.
 struct SeenMessages {
-  std::uint64_t messages = 0;  // unreadable ones too
+  std::uint64_t messages = 0;  // including unreadable ones
   std::uint64_t unreadable = 0;
-  std::string firstUnreadable;  // "message 3 ...", a sentence without its end
+  std::string firstUnreadable;  // "message 3 ...", without a full stop
 };
 
 class Sightings {
  public:
-  // The largest message that a gRPC client takes unless it is told otherwise, as the module is not.
+  // The largest message that a gRPC client accepts by default. The module keeps that default.
   static constexpr std::size_t messageLimit = std::size_t{4} * 1024 * 1024;
 
-  // Takes in one message of a stream, Fast or Slow.
+  // Records one message of a stream, Fast or Slow.
   void take(standin::SlotSet rate, std::string_view message);
 
-  // Of one stream, first seen first.
+  // The keys of one stream, in the order of their first messages.
   const std::vector<SeenKey>& keysOf(standin::SlotSet rate) const { return streamOf(rate).keys; }
 
-  // Those of the fast stream, then those of the slow one: which stream is ahead is mere chance.
+  // The keys of the fast stream, then those of the slow one. The order across streams is chance.
   std::vector<SeenKey> keys() const;
 
   const SeenMessages& messagesOf(standin::SlotSet rate) const { return streamOf(rate).messages; }
@@ -70,7 +70,7 @@ class Sightings {
   struct Stream {
     SeenMessages messages;
     std::vector<SeenKey> keys;
-    std::unordered_map<std::string, std::size_t> places;  // of the keys
+    std::unordered_map<std::string, std::size_t> places;  // in `keys`, by key
   };
 
   const Stream& streamOf(standin::SlotSet rate) const {

@@ -3,13 +3,8 @@
 #include <fmt/format.h>
 #include <google/protobuf/stubs/logging.h>
 #include <grpc/grpc.h>
-#include <poll.h>
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
-#include <chrono>
-#include <climits>
 #include <cstdio>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -19,6 +14,7 @@
 #include <vector>
 
 #include "standin/Host.h"
+#include "tools/common/Numbers.h"
 #include "tools/common/Output.h"
 #include "tools/common/Terminal.h"
 #include "tools/discover/Draft.h"
@@ -31,9 +27,8 @@ namespace {
 
 using nlohmann::ordered_json;
 using standin::SlotSet;
+using tools::Arrival;
 using tools::Clock;
-
-constexpr double longest = 86400;
 
 constexpr char manual[] =
     "Example: write a configuration for all that a server sends within half a minute\n"
@@ -75,13 +70,15 @@ enum class Ending { Done, Interrupted };
 
 Ending waitForEnd(const tools::SignalDescriptor& signals, const Listener& listener,
                   Clock::time_point deadline) {
-  std::array<pollfd, 2> sources{
-      {{signals.descriptor(), POLLIN, 0}, {listener.overDescriptor(), POLLIN, 0}}};
-  for (auto now = Clock::now(); now < deadline; now = Clock::now()) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - now).count();
-    const int timeout = static_cast<int>(std::min<decltype(left)>(left, INT_MAX));
-    if (poll(sources.data(), sources.size(), timeout) <= 0) continue;
-    return sources[0].revents != 0 ? Ending::Interrupted : Ending::Done;
+  while (Clock::now() < deadline) {
+    switch (tools::waitFor(signals, listener.overDescriptor(), deadline)) {
+      case Arrival::Nothing:
+        break;
+      case Arrival::Signal:
+        return Ending::Interrupted;
+      case Arrival::Input:
+        return Ending::Done;
+    }
   }
   return Ending::Done;
 }
@@ -145,7 +142,7 @@ int failWithoutKeys(const Options& options, const Heard& heard,
 }
 
 int failWithoutEntries(const Draft& draft) {
-  say("nothing is written, since none of the keys that came can be carried:");
+  say("nothing is written, because the module can carry none of the keys that came:");
   for (const Finding& finding : draft.findings) {
     say(fmt::format("{} {}: {}.", nameOf(finding.seen.rate), shown(finding.seen.key),
                     finding.omitted));
@@ -167,17 +164,17 @@ int report(const Options& options, const Heard& heard) {
 
 int run(const Options& options) {
   constexpr int interruptedCode = 130;
-  // First of all: threads inherit which signals are blocked.
+  // Before any thread starts, because threads inherit which signals are blocked.
   const tools::SignalDescriptor signals;
-  // Never taken back: gRPC's own clean-up can wait ten seconds for one of its threads, which the
-  // end of the process ends as well.
+  // Without grpc_shutdown: that can wait ten seconds for one of gRPC's threads, which the end of
+  // the process ends anyway.
   grpc_init();
-  // What protobuf would say of a text that is not UTF-8 is said better here.
+  // Keeps protobuf from logging texts that are not UTF-8: Sightings explains them better.
   google::protobuf::SetLogHandler(nullptr);
   const auto deadline = tools::momentIn(options.seconds);
   Listener listener(options.target);
   if (waitForEnd(signals, listener, deadline) == Ending::Interrupted) {
-    say("interrupted, nothing is written");
+    say("interrupted; nothing is written");
     return interruptedCode;
   }
   return report(options, listener.finish());
@@ -185,21 +182,19 @@ int run(const Options& options) {
 
 // ---- Command line ---------------------------------------------------------------------------
 
-// Checks as CLI11 wants them: they return the error, or nothing.
+// Checks for CLI11: they return an error message, or nothing.
 std::string checkSeconds(const std::string& text) {
-  double seconds = 0;
-  const bool isNumber = CLI::detail::lexical_cast(text, seconds);
-  if (isNumber && seconds > 0 && seconds <= longest) return {};
-  return fmt::format("{} is not a number above 0, and {:.0f} at most", shown(text), longest);
+  constexpr double shortest = 0.001;
+  constexpr double longest = 86400;
+  return tools::checkNumber(text, shortest, longest);
 }
 
 std::string checkTarget(const std::string& text) {
   const std::string complaint = complaintAboutTarget(text);
   if (complaint.empty()) return {};
   return fmt::format(
-      "a configuration can't name {} as its target: {}. Use one such as "
-      "127.0.0.1:50005",
-      shown(text), complaint);
+      "a configuration can't hold the target {}: {}. Use one such as 127.0.0.1:50005", shown(text),
+      complaint);
 }
 
 }  // namespace

@@ -6,9 +6,9 @@
 #include <array>
 #include <charconv>
 #include <stdexcept>
-#include <system_error>
 #include <utility>
 
+#include "tools/common/Numbers.h"
 #include "tools/common/Output.h"
 #include "tools/common/StatusName.h"
 #include "tools/common/Words.h"
@@ -19,14 +19,14 @@ namespace {
 
 using tools::wordsOf;
 
-// A command that can't be carried out; what() tells why.
+// A command that can't be carried out; what() says why.
 struct CommandError : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
 grpc::StatusCode statusOf(std::string_view word) {
   if (const auto status = tools::statusCalled(word)) return *status;
-  throw CommandError(fmt::format("\"{}\" is not a status; one of: {}", word,
+  throw CommandError(fmt::format("\"{}\" is not a status. Use one of: {}", word,
                                  fmt::join(tools::statusNames(), " ")));
 }
 
@@ -41,27 +41,25 @@ std::string bytesCalled(std::string_view word) {
     if (i + 1 == bytes.size() && word.size() % 2 == 0) return bytes;
   }
   throw CommandError(fmt::format(
-      "\"{}\" is not hexadecimal: pairs of the digits 0-9 and a-f, or - for no bytes", word));
+      "\"{}\" is not hexadecimal. Use pairs of the digits 0-9 and a-f, or - for no bytes", word));
 }
 
 std::uint64_t timesCalled(std::string_view word) {
-  std::uint64_t times = 0;
-  const auto end = word.data() + word.size();
-  const auto [stopped, error] = std::from_chars(word.data(), end, times);
-  if (error != std::errc() || stopped != end) {
+  const auto times = tools::numberIn<std::uint64_t>(word);
+  if (!times) {
     throw CommandError(
-        fmt::format("\"{}\" is not a number of times: digits, 0 to go on forever", word));
+        fmt::format("\"{}\" is not a number of times. Use digits; 0 means without end", word));
   }
-  return times == 0 ? Call::forever : times;
+  return *times == 0 ? Call::forever : *times;
 }
 
 std::shared_ptr<Call> newestCall(const Simulator& simulator, std::string_view word) {
   const bool fast = word == nameOf(Method::Fast);
   if (!fast && word != nameOf(Method::Slow)) {
-    throw CommandError(fmt::format("\"{}\" is not a stream: fast or slow", word));
+    throw CommandError(fmt::format("\"{}\" is not a stream. Use fast or slow", word));
   }
   const auto calls = simulator.openCalls(fast ? Method::Fast : Method::Slow);
-  if (calls.empty()) throw CommandError(fmt::format("no open {} stream", word));
+  if (calls.empty()) throw CommandError(fmt::format("no {} stream is open", word));
   return calls.back();
 }
 
@@ -69,12 +67,12 @@ std::shared_ptr<Call> newestCall(const Simulator& simulator, std::string_view wo
 
 struct Commander::Command {
   std::string_view name;       // one word, or two
-  std::string_view arguments;  // as shown to people: [...] may be left out
+  std::string_view arguments;  // as the help shows them: [...] is optional
   std::string_view effect;
   void (Commander::*carryOut)(const Simulator& simulator, Words arguments);
 
   static const std::array<Command, 9> all;
-  // The one that `words` begin with. Throws CommandError if there is none.
+  // The command that `words` begin with. Throws CommandError if there is none.
   static const Command& of(Words words);
 
   bool matches(Words words) const;
@@ -129,7 +127,7 @@ const Commander::Command& Commander::Command::of(Words words) {
     names += fmt::format("{}{}", names.empty() ? "" : ", ", command.name);
   }
   throw CommandError(
-      fmt::format("unknown command \"{}\"; commands are {}", fmt::join(words, " "), names));
+      fmt::format("unknown command \"{}\". The commands are {}", fmt::join(words, " "), names));
 }
 
 bool Commander::carryOut(const Simulator& simulator, std::string_view line) {

@@ -1,10 +1,9 @@
-// What `gatewayctl sim` does with --commands: it tells of every call in a line each on standard
-// output, and sends nothing but what lines of commands say.
+// What `gatewayctl sim` does with --commands: it reports every call on standard output, one event
+// per line, and sends only what commands tell it to send.
 //
-// Threads: as a CallListener it hears of calls on gRPC's threads; `carryOut` is for one thread,
-// that of the commands.
-// Ownership: it shares in the SetParams calls that it was told to hold, until they are answered or
-// closed.
+// Threads: gRPC's threads bring it the events of calls; `carryOut` is for one thread, the one that
+// reads the commands.
+// Ownership: it shares ownership of held SetParams calls until they are answered or closed.
 #pragma once
 
 #include <grpcpp/support/status.h>
@@ -23,24 +22,24 @@ namespace sim {
 
 class Commander final : public CallListener {
  public:
-  // The commands, a line each, for people.
+  // The commands, one per line, for the help.
   static std::string manual();
 
   void opened(const std::shared_ptr<Call>& call) override;
   void sent(const Call& call, std::uint64_t count) override;
   void closed(const Call& call, bool cancelled) override;
 
-  // Carries out one line, on the calls of `simulator`; an empty one does nothing. What is wrong
-  // with it is told in a line "error TEXT". False if it was quit.
+  // Carries out one command on the calls of `simulator`; an empty line does nothing. Reports a
+  // wrong command in a line "error TEXT". False after "quit".
   bool carryOut(const Simulator& simulator, std::string_view line);
 
  private:
-  // A row of the table of commands, which parser and manual share.
+  // A row of the table of commands, which parser and help share.
   struct Command;
 
   using Words = std::span<const std::string_view>;
 
-  // Each carries out the command of its name. Its arguments are as many as its row says.
+  // Each carries out the command of its name, with as many arguments as its row allows.
   void send(const Simulator& simulator, Words arguments);
   void stop(const Simulator& simulator, Words arguments);
   void end(const Simulator& simulator, Words arguments);
@@ -54,9 +53,10 @@ class Commander final : public CallListener {
   // The mutex is held.
   void answer(Call& call) const;
 
-  bool quit_ = false;  // the command thread's
+  bool quit_ = false;  // for the command thread only
 
-  std::mutex mutex_;  // of all below, and from the telling of a SetParams call to its treatment
+  // Of all below. Also held from the report of a SetParams call until it is answered or held.
+  std::mutex mutex_;
   grpc::StatusCode status_ = grpc::StatusCode::OK;
   std::string reply_;
   bool holding_ = false;

@@ -25,8 +25,8 @@ bool canBeSent(const std::string& key) {
   const bool isUtf8 = google::protobuf::internal::IsStructurallyValidUTF8(key);
   if (!isUtf8) {
     say(
-        fmt::format("warning: the key \"{}\" is left out: it is not UTF-8, and clients would "
-                    "refuse each message with it",
+        fmt::format("warning: the key \"{}\" is not UTF-8 and does not play: clients would refuse "
+                    "every message that contains it",
                     tools::printable(key)));
   }
   return isUtf8;
@@ -40,7 +40,7 @@ std::vector<KeySpec> configuredKeys(const std::string& path) {
   const gateway::ConfigManager config(path);
   if (!config.valid) {
     throw std::runtime_error(
-        fmt::format("the configuration {} was refused; the messages above tell why", path));
+        fmt::format("the configuration {} was refused; the messages above say why", path));
   }
   std::vector<KeySpec> keys;
   for (const auto& slot : tools::slotsOf(config)) {

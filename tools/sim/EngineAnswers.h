@@ -1,9 +1,8 @@
-// How SetParams calls are answered: as a rule at once and with nothing in it, and otherwise as a
-// fault has it.
+// Answers SetParams calls: at once and with an empty message, unless a fault changes the manner.
 //
 // Threads: any.
-// Ownership: it shares in the calls that it leaves unanswered or answers later. The loop is
-// borrowed: it runs what is answered later.
+// Ownership: it shares ownership of calls that it has not answered yet. It borrows the loop, which
+// runs delayed answers.
 #pragma once
 
 #include <grpcpp/support/status.h>
@@ -18,22 +17,23 @@
 namespace sim {
 
 struct AnswerManner {
-  bool replies = true;  // false: the call is left unanswered until the next manner
-  double delay = 0;     // seconds
+  bool replies = true;  // false: calls wait until the manner changes
+  double delay = 0;     // in seconds
   grpc::StatusCode status = grpc::StatusCode::OK;
-  bool readable = true;  // false: the message can't be parsed
+  bool readable = true;  // false: the reply can't be parsed
 };
 
 class EngineAnswers {
  public:
   explicit EngineAnswers(asio::io_context& loop) : loop_(loop) {}
 
-  // From now on. What was left unanswered is answered, if the new manner replies.
+  // Changes the manner from here on. If the new one replies, it also answers the waiting calls.
   void change(const AnswerManner& manner);
 
+  // Answers a call that has arrived, as the manner says.
   void take(const std::shared_ptr<Call>& call);
 
-  // Nobody waits for an answer to it any more.
+  // The call is over and needs no answer.
   void closed(const Call& call);
 
  private:

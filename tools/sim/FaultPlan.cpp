@@ -3,17 +3,16 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
-#include <charconv>
-#include <cmath>
 #include <fstream>
 #include <span>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
 
+#include "tools/common/Numbers.h"
 #include "tools/common/StatusName.h"
 #include "tools/common/Suggestion.h"
+#include "tools/common/Terminal.h"
 #include "tools/common/Words.h"
 #include "tools/sim/Random.h"
 
@@ -23,98 +22,61 @@ namespace {
 using Error = std::invalid_argument;
 using Words = std::span<const std::string_view>;
 
-constexpr std::array subjectNames{"fast", "slow", "meters", "engine"};
 constexpr double longest = 1e9;
-
-using K = FaultKind;
-using G = FaultGroup;
-using A = FaultArgument;
-constexpr bool once = false;
-constexpr bool lasts = true;
-constexpr std::optional<double> none;
-
-constexpr std::array<FaultKindRow, 22> kinds{{
-    {K::End, "end", G::Message, once, A::Status, "[STATUS]", none,
-     "the stream ends, by itself (OK) or with another status"},
-    {K::Garbage, "garbage", G::Message, once, A::None, "", none,
-     "a message whose bytes can't be parsed"},
-    {K::NotUtf8, "not-utf8", G::Message, once, A::None, "", none,
-     "a message with a text that is not UTF-8"},
-    {K::Oversize, "oversize", G::Message, once, A::Number, "[MEBIBYTES]", 5,
-     "a message larger than the 4 MiB that clients take (5 MiB)"},
-    {K::Unknown, "unknown", G::Message, once, A::None, "", none,
-     "a message with keys that nobody has configured"},
-    {K::Types, "types", G::Message, once, A::None, "", none,
-     "a message with the keys that play, each with another type"},
-    {K::Arrays, "arrays", G::Message, once, A::None, "", none,
-     "a message with the keys that play as arrays and doubles"},
-    {K::Empty, "empty", G::Message, once, A::None, "", none, "a message without values"},
-    {K::Stall, "stall", G::Stream, lasts, A::None, "", none,
-     "the stream stays open, and nothing is sent"},
-    {K::Flood, "flood", G::Stream, lasts, A::None, "", none,
-     "as many messages as the stream takes"},
-    {K::Half, "half", G::Stream, lasts, A::None, "", none,
-     "half a message, then nothing; when that is over, the stream ends"},
-    {K::Close, "close", G::Connection, once, A::None, "", none,
-     "all connections are closed in order (FIN)"},
-    {K::Reset, "reset", G::Connection, once, A::None, "", none,
-     "all connections are broken off (RST)"},
-    {K::Refuse, "refuse", G::Connection, lasts, A::None, "", none,
-     "all connections are closed, and nobody listens"},
-    {K::Silent, "silent", G::Connection, lasts, A::None, "", none,
-     "all connections are closed, new ones accepted and left unanswered"},
-    {K::Freeze, "freeze", G::Connection, lasts, A::None, "", none,
-     "connections stay, and nothing passes either way"},
-    {K::Drip, "drip", G::Connection, lasts, A::Number, "BYTES", none,
-     "so many bytes a second pass to the client"},
-    {K::Delay, "delay", G::Answer, lasts, A::Number, "SECONDS", none,
-     "SetParams is answered so much later"},
-    {K::NoReply, "no-reply", G::Answer, lasts, A::None, "", none,
-     "SetParams is left unanswered until this is over"},
-    {K::Fail, "fail", G::Answer, lasts, A::Status, "STATUS", none,
-     "SetParams is answered with a status"},
-    {K::BadReply, "bad-reply", G::Answer, lasts, A::None, "", none,
-     "SetParams is answered with a message that can't be parsed"},
-    {K::Normal, "normal", G::All, once, A::None, "", none, "what lasts is over"},
-}};
 
 std::string shown(std::string_view text) {
   return fmt::format("\"{}\"", text);
 }
 
-// The word after the last one that was read, or an error about what is missing.
-std::string_view take(Words& words, std::string_view wanted) {
-  if (words.empty()) throw Error(fmt::format("{} is missing", wanted));
+// The next word. If there is none, an error with this text.
+std::string_view take(Words& words, const std::string& error) {
+  if (words.empty()) throw Error(error);
   const auto word = words.front();
   words = words.subspan(1);
   return word;
 }
 
-std::optional<double> numberIn(std::string_view word) {
-  double number = 0;
-  const auto end = word.data() + word.size();
-  const auto [stopped, error] = std::from_chars(word.data(), end, number);
-  const bool good = error == std::errc() && stopped == end && std::isfinite(number);
-  if (!good || number < 0 || number > longest) return std::nullopt;
-  return number;
+// "X is not a fault", with a suggestion if `word` is close to one of `candidates`.
+std::string notA(std::string_view what, std::string_view word,
+                 const std::vector<std::string>& candidates) {
+  const auto suggestion = tools::didYouMean(word, candidates);
+  return fmt::format("{} is not a {}{}", shown(word), what, suggestion.empty() ? "." : suggestion);
 }
 
 double secondsIn(std::string_view word) {
-  if (const auto seconds = numberIn(word)) return *seconds;
-  throw Error(fmt::format("{} is not a time: seconds, such as 2 or 0.5", shown(word)));
+  const auto problem = tools::checkSeconds(std::string(word));
+  if (!problem.empty()) throw Error(problem);
+  return *tools::numberIn<double>(word);
+}
+
+double secondsAfter(std::string_view word, Words& words) {
+  return secondsIn(take(words, fmt::format("{} needs a number of seconds after it", shown(word))));
 }
 
 // "5" or "2..6".
-void readPeriod(std::string_view word, FaultTimes& times) {
+void readInterval(std::string_view word, FaultTimes& times) {
   const auto dots = word.find("..");
   times.first = secondsIn(word.substr(0, dots));
   times.last = dots == word.npos ? times.first : secondsIn(word.substr(dots + 2));
   times.repeats = true;
   if (times.first <= 0) {
-    throw Error(fmt::format("{} is too often: the time between two is more than 0", shown(word)));
+    throw Error(fmt::format("{} is too often. Write an interval above 0 seconds", shown(word)));
   }
   if (times.last < times.first) {
-    throw Error(fmt::format("{} goes backward: the shorter time comes first", shown(word)));
+    throw Error(
+        fmt::format("{} is the wrong way round. Write the shorter time first", shown(word)));
+  }
+}
+
+void readMoment(Words& words, FaultTimes& times) {
+  const std::string forms = "Write \"at SECONDS\" or \"every SECONDS\"";
+  const auto word = take(words, "there is no time before \":\". " + forms);
+  if (word == "at") {
+    times.first = times.last = secondsAfter(word, words);
+  } else if (word == "every") {
+    readInterval(take(words, "\"every\" needs a number of seconds after it"), times);
+  } else {
+    throw Error(notA("time", word, {"at", "every"}) + " " + forms);
   }
 }
 
@@ -122,23 +84,18 @@ FaultTimes timesOf(std::string_view text) {
   const auto all = tools::wordsOf(text);
   Words words(all);
   FaultTimes times;
-  const auto how = take(words, "when it happens, such as \"at 2\" or \"every 5\",");
-  if (how == "at") {
-    times.first = times.last = secondsIn(take(words, "the time after \"at\""));
-  } else if (how == "every") {
-    readPeriod(take(words, "the time after \"every\""), times);
-  } else {
-    throw Error(fmt::format("{} does not tell when: at SECONDS, or every SECONDS{}", shown(how),
-                            tools::didYouMean(how, {"at", "every"})));
-  }
+  readMoment(words, times);
   if (words.empty()) return times;
-  const auto behind = take(words, "");
-  if (behind != "for") {
-    throw Error(fmt::format("{} is too much: behind the time comes \"for SECONDS\" or \":\"",
-                            shown(behind)));
+  const auto word = take(words, "");
+  if (word != "for") {
+    throw Error(fmt::format("{} is out of place. After the time comes \"for SECONDS\" or \":\"",
+                            shown(word)));
   }
-  times.duration = secondsIn(take(words, "the time after \"for\""));
-  if (!words.empty()) throw Error(fmt::format("{} is too much before \":\"", shown(words[0])));
+  times.duration = secondsAfter(word, words);
+  if (!words.empty()) {
+    throw Error(
+        fmt::format("{} is out of place. After the duration comes \":\"", shown(words.front())));
+  }
   return times;
 }
 
@@ -148,23 +105,7 @@ const FaultKindRow& rowCalled(std::string_view word) {
     if (row.name == word) return row;
     names.emplace_back(row.name);
   }
-  throw Error(
-      fmt::format("{} is not a fault{} There are {}", shown(word),
-                  tools::closestTo(word, names).empty() ? "." : tools::didYouMean(word, names),
-                  fmt::join(names, ", ")));
-}
-
-std::string namesOf(const std::vector<Subject>& subjects) {
-  std::vector<std::string_view> names;
-  names.reserve(subjects.size());
-  for (const auto subject : subjects) names.push_back(nameOf(subject));
-  return fmt::to_string(fmt::join(names, "|"));
-}
-
-std::optional<Subject> subjectCalled(std::string_view word) {
-  const auto found = std::find(subjectNames.begin(), subjectNames.end(), word);
-  if (found == subjectNames.end()) return std::nullopt;
-  return static_cast<Subject>(found - subjectNames.begin());
+  throw Error(notA("fault", word, names) + " Faults are " + fmt::to_string(fmt::join(names, ", ")));
 }
 
 std::vector<Subject> readSubjects(const FaultKindRow& row, Words& words) {
@@ -172,8 +113,8 @@ std::vector<Subject> readSubjects(const FaultKindRow& row, Words& words) {
   const auto subject = words.empty() ? std::nullopt : subjectCalled(words.front());
   if (!subject) return possible;
   if (std::find(possible.begin(), possible.end(), *subject) == possible.end()) {
-    throw Error(fmt::format("{} can't befall {}: only {}", shown(row.name), shown(words.front()),
-                            namesOf(possible)));
+    throw Error(fmt::format("{} can't act on {}, only on {}", shown(row.name), shown(words.front()),
+                            namesOf(possible, " or ")));
   }
   words = words.subspan(1);
   return {*subject};
@@ -182,10 +123,13 @@ std::vector<Subject> readSubjects(const FaultKindRow& row, Words& words) {
 grpc::StatusCode statusIn(std::string_view word) {
   if (const auto status = tools::statusCalled(word)) return *status;
   const auto names = tools::statusNames();
-  throw Error(
-      fmt::format("{} is not a status{} one of: {}", shown(word),
-                  tools::closestTo(word, names).empty() ? ";" : tools::didYouMean(word, names),
-                  fmt::join(names, " ")));
+  throw Error(notA("status", word, names) +
+              " Use one of: " + fmt::to_string(fmt::join(names, " ")));
+}
+
+std::string_view takeArgument(const FaultKindRow& row, Words& words) {
+  return take(
+      words, fmt::format("{} needs {}. Usage: {}", shown(row.name), row.argumentName, row.usage()));
 }
 
 void readNumber(const FaultKindRow& row, Words& words, Fault& fault) {
@@ -193,72 +137,49 @@ void readNumber(const FaultKindRow& row, Words& words, Fault& fault) {
     fault.number = *row.defaultNumber;
     return;
   }
-  fault.argument = take(words, fmt::format("{} after {}", row.argumentName, shown(row.name)));
-  const auto number = numberIn(fault.argument);
-  if (!number || *number == 0) {
-    throw Error(fmt::format("{} is not {}: a number above 0; usage: {}", shown(fault.argument),
-                            row.argumentName, row.usage()));
+  fault.argument = takeArgument(row, words);
+  const auto number = tools::numberIn<double>(fault.argument);
+  if (!number || !(*number > 0 && *number <= longest)) {
+    throw Error(fmt::format("{} is not a number above 0 and up to {:.0f}. Usage: {}",
+                            shown(fault.argument), longest, row.usage()));
   }
   fault.number = *number;
 }
 
+void readStatus(const FaultKindRow& row, Words& words, Fault& fault) {
+  const bool isOptional = row.argumentName.starts_with('[');
+  fault.argument = words.empty() && isOptional ? "OK" : takeArgument(row, words);
+  fault.status = statusIn(fault.argument);
+}
+
 void readArgument(const FaultKindRow& row, Words& words, Fault& fault) {
-  if (row.argument == FaultArgument::Number) {
-    readNumber(row, words, fault);
-  } else if (row.argument == FaultArgument::Status) {
-    const bool optional = row.argumentName.starts_with('[');
-    fault.argument = words.empty() && optional ? "OK" : take(words, "the status");
-    fault.status = statusIn(fault.argument);
+  switch (row.argument) {
+    case FaultArgument::None:
+      break;
+    case FaultArgument::Number:
+      readNumber(row, words, fault);
+      break;
+    case FaultArgument::Status:
+      readStatus(row, words, fault);
+      break;
   }
   if (!words.empty()) {
-    throw Error(fmt::format("{} is too much; usage: {}", shown(words.front()), row.usage()));
+    throw Error(fmt::format("{} is out of place. Usage: {}", shown(words.front()), row.usage()));
   }
 }
 
 void checkDuration(const FaultKindRow& row, const FaultTimes& times) {
   if (!times.duration) return;
-  if (!row.lasts) {
-    throw Error(fmt::format("{} is over at once: leave out \"for\"", shown(row.name)));
+  if (!row.lasts()) {
+    throw Error(fmt::format("{} is over at once. Leave out \"for\"", shown(row.name)));
   }
   if (times.repeats && *times.duration >= times.first) {
-    throw Error(fmt::format("\"for {}\" is longer than the time between two, {}: shorten it",
+    throw Error(fmt::format("\"for {}\" is too long. Write less than the interval of {} seconds",
                             *times.duration, times.first));
   }
 }
 
 }  // namespace
-
-std::string_view nameOf(Subject subject) {
-  return subjectNames[static_cast<std::size_t>(subject)];
-}
-
-std::span<const FaultKindRow> faultKinds() {
-  return kinds;
-}
-
-const FaultKindRow& rowOf(FaultKind kind) {
-  return kinds[static_cast<std::size_t>(kind)];
-}
-
-std::vector<Subject> FaultKindRow::subjects() const {
-  switch (group) {
-    case FaultGroup::Message:
-    case FaultGroup::Stream:
-      return {Subject::Fast, Subject::Slow};
-    case FaultGroup::Connection:
-      return {Subject::Meters, Subject::Engine};
-    case FaultGroup::Answer:
-      return {Subject::Engine};
-    case FaultGroup::All:
-      break;
-  }
-  return {Subject::Fast, Subject::Slow, Subject::Meters, Subject::Engine};
-}
-
-std::string FaultKindRow::usage() const {
-  return fmt::format("{} [{}]{}{}", name, namesOf(subjects()), argumentName.empty() ? "" : " ",
-                     argumentName);
-}
 
 bool Fault::needsRelay(Subject address) const {
   if (kind == FaultKind::Half) return address == Subject::Meters;
@@ -270,20 +191,21 @@ Fault parseFault(std::string_view line) {
   const auto colon = line.find(':');
   if (colon == line.npos) {
     throw Error(
-        fmt::format("{} has no \":\": it is WHEN: FAULT, such as at 2: end fast", shown(line)));
+        fmt::format("{} has no \":\". Write WHEN: FAULT, such as at 2: end fast", shown(line)));
   }
   const auto times = timesOf(line.substr(0, colon));
-  auto fault = parseFaultOfNow(line.substr(colon + 1));
+  auto fault = parseImmediateFault(line.substr(colon + 1));
   fault.times = times;
   checkDuration(rowOf(fault.kind), fault.times);
   return fault;
 }
 
-Fault parseFaultOfNow(std::string_view line) {
+Fault parseImmediateFault(std::string_view line) {
   const auto all = tools::wordsOf(line);
   Words words(all);
   Fault fault;
-  const auto& row = rowCalled(take(words, "the fault behind \":\""));
+  const auto& row =
+      rowCalled(take(words, "there is no fault after \":\". Write one, such as at 2: end fast"));
   fault.kind = row.kind;
   fault.subjects = readSubjects(row, words);
   readArgument(row, words, fault);
@@ -309,7 +231,8 @@ FaultPlan readFaultPlan(const std::string& path) {
     }
   }
   if (file.bad()) {
-    throw std::runtime_error(fmt::format("the fault plan {} is a folder or can't be read", path));
+    throw std::runtime_error(
+        fmt::format("can't read the fault plan {}: it is a folder, or reading failed", path));
   }
   return plan;
 }
@@ -324,7 +247,7 @@ std::string faultManual() {
       "does so until another fault takes its place, or \"normal\". Without a subject a fault\n"
       "befalls all that it can.\n";
   for (const auto& row : faultKinds()) {
-    text += fmt::format("  {:<33}{} {}\n", row.usage(), row.lasts ? '*' : ' ', row.meaning);
+    text += fmt::format("  {:<33}{} {}\n", row.usage(), row.lasts() ? '*' : ' ', row.meaning);
   }
   return text;
 }

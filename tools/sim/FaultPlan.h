@@ -1,12 +1,12 @@
-// What is to go wrong, and when: a plan of faults, read from lines such as
+// A plan of faults: what goes wrong, and when. Plans are read from lines such as
 //
 //   at 2: end fast UNAVAILABLE
 //   every 5..10 for 2: freeze meters
 //
-// Here a plan is only read, and its moments are worked out; Saboteur carries it out.
+// This file reads plans and computes their moments; the Saboteur carries them out.
 //
-// Any thread. Errors are std::invalid_argument, or std::runtime_error for a file; what() names the
-// word that is wrong and what would be right.
+// Any thread. Errors are std::invalid_argument, or std::runtime_error for a file. Their what()
+// names the wrong word and says what to write instead.
 #pragma once
 
 #include <grpcpp/support/status.h>
@@ -14,79 +14,20 @@
 #include <cstdint>
 #include <optional>
 #include <random>
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "tools/sim/FaultKinds.h"
+
 namespace sim {
 
-// What a fault befalls. The first two are the meter streams; the last two are the connections of
-// an address, or the engine service itself.
-enum class Subject { Fast, Slow, Meters, Engine };
-
-std::string_view nameOf(Subject subject);
-
-enum class FaultKind {
-  End,
-  Garbage,
-  NotUtf8,
-  Oversize,
-  Unknown,
-  Types,
-  Arrays,
-  Empty,
-  Stall,
-  Flood,
-  Half,
-  Close,
-  Reset,
-  Refuse,
-  Silent,
-  Freeze,
-  Drip,
-  Delay,
-  NoReply,
-  Fail,
-  BadReply,
-  Normal,
-};
-
-// Who has to do something about a fault.
-enum class FaultGroup {
-  Message,     // a message of a stream
-  Stream,      // how a stream goes on
-  Connection,  // the connections of an address
-  Answer,      // how SetParams is answered
-  All,
-};
-
-enum class FaultArgument { None, Status, Number };
-
-// A row of the table of kinds, which parser, manual and errors share.
-struct FaultKindRow {
-  FaultKind kind;
-  std::string_view name;
-  FaultGroup group;
-  bool lasts;  // until its time is over, another one of its group comes, or "normal"
-  FaultArgument argument;
-  std::string_view argumentName;        // [...] may be left out
-  std::optional<double> defaultNumber;  // where the argument is a number that may be left out
-  std::string_view meaning;
-
-  std::vector<Subject> subjects() const;
-  std::string usage() const;
-};
-
-std::span<const FaultKindRow> faultKinds();
-const FaultKindRow& rowOf(FaultKind kind);
-
-// When a fault begins, in seconds from the simulator's begin, and how long it lasts.
+// When a fault begins, in seconds since the simulator started, and how long it lasts.
 struct FaultTimes {
-  double first = 0;  // "at": the one moment; "every": the shortest time between two
-  double last = 0;   // "every": the longest; else the same
+  double first = 0;  // "at": the moment; "every": the shortest interval
+  double last = 0;   // "at": the same; "every": the longest interval
   bool repeats = false;
-  std::optional<double> duration{};  // what lasts without one lasts on
+  std::optional<double> duration{};  // nothing: until something else ends it
 
   bool operator==(const FaultTimes&) const = default;
 };
@@ -95,36 +36,37 @@ struct Fault {
   FaultTimes times;
   FaultKind kind = FaultKind::Normal;
   std::vector<Subject> subjects;  // in the order of Subject
-  double number = 0;              // the argument, where it is a number
+  double number = 0;              // the argument, if it is a number
   grpc::StatusCode status = grpc::StatusCode::OK;
-  std::string argument;  // as it is told; empty for none
+  std::string argument;  // as reports show it; empty if there is none
 
-  // Whether it takes a relay in front of an address to do it.
+  // Whether this fault needs a relay in front of `address`.
   bool needsRelay(Subject address) const;
 };
 
 using FaultPlan = std::vector<Fault>;
 
-// One line, "WHEN: FAULT [SUBJECT] [ARGUMENT]". Without a subject it befalls all that it can.
+// Reads one line, "WHEN: FAULT [SUBJECT] [ARGUMENT]". Without a subject the fault acts on every
+// subject that it can act on.
 Fault parseFault(std::string_view line);
 
-// The same without WHEN, of a fault that is to happen at once.
-Fault parseFaultOfNow(std::string_view line);
+// The same without WHEN, for a fault that happens at once.
+Fault parseImmediateFault(std::string_view line);
 
-// Of a file: a line each; empty lines and what follows a # do not count. An error begins with
-// "FILE:LINE: ".
+// Reads a file with one fault per line. Ignores empty lines and what follows a #. An error in a
+// line begins with "FILE:LINE: ".
 FaultPlan readFaultPlan(const std::string& path);
 
-// The grammar and the table of kinds, for people.
+// The grammar and the table of kinds, for the help.
 std::string faultManual();
 
-// The moments at which a fault of a plan begins, one after the other: with equal seeds, equal
-// places in the plan and equal times they are the same.
+// The moments at which a fault of a plan begins, one after the other. They depend only on the seed,
+// the fault's place in the plan and its times.
 class FaultMoments {
  public:
   FaultMoments(const FaultTimes& times, std::uint64_t seed, std::size_t place);
 
-  // In seconds from the begin; nothing if it does not come again.
+  // In seconds since the start; nothing if the fault does not come again.
   std::optional<double> next();
 
  private:

@@ -3,7 +3,8 @@
 namespace sim {
 namespace {
 
-// A frame's head: three bytes of length, one of type, one of flags, four of the stream's number.
+// A frame's header: three bytes for the length, one for the type, one for flags, four for the
+// number of the stream.
 constexpr std::size_t headSize = 9;
 constexpr char dataType = 0;
 

@@ -1,8 +1,8 @@
-// Half a message, then nothing: what no gRPC server can be told to send. The simulator sends a
-// message that is marked, and a HalfMessage that sees the bytes of a connection pass to the client
-// lets half of it through, and of its stream no data any more. Other streams go on.
+// Half a message, then nothing: no gRPC server can be made to send that. So the simulator sends a
+// marked message, and a HalfMessage filters the bytes on their way to the client. It passes half of
+// the marked message, and after that no more data of the same stream. Other streams pass whole.
 //
-// One thread at a time.
+// Threads: one at a time.
 #pragma once
 
 #include <cstdint>
@@ -14,11 +14,11 @@ namespace sim {
 
 class HalfMessage {
  public:
-  // The key of the first value in a message that is to be cut.
+  // The mark: the key of the message's first value.
   static constexpr std::string_view mark = "the second half of this is missing";
 
-  // What of `bytes`, which go on with those before, may pass by now. They are HTTP/2 frames, of
-  // which only whole ones are let through.
+  // Takes the next bytes of the connection, which are HTTP/2 frames or parts of them. Returns what
+  // may pass now: only whole frames do.
   std::string pass(std::string_view bytes);
 
  private:

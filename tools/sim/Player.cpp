@@ -117,7 +117,7 @@ Heartbeat::Heartbeat(asio::io_context& loop, double seconds, const Player& playe
   beat();
 }
 
-// A stream that it has nothing to do with now may be its business soon: it looks again.
+// A stream that needs no heartbeat now may need one soon, so it looks again after a period at most.
 void Heartbeat::beat() {
   const auto now = Clock::now();
   auto next = now + period_;

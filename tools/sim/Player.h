@@ -1,9 +1,9 @@
-// What `gatewayctl sim` does without --commands: it plays signals on all streams, and shows each
+// What `gatewayctl sim` does without --commands: it plays signals on all streams, shows each
 // SetParams call and has it answered.
 //
-// A Player hears of the calls and gives each stream its first messages at once; a Ticker for each
-// stream method sends the messages after that, and a Heartbeat an empty one to each stream that has
-// been quiet for long. What a stream gets can be disturbed.
+// The Player gives each new stream its first messages at once. After that a Ticker for each stream
+// method sends the messages, and a Heartbeat sends an empty one on each stream that has been quiet
+// for a while. Faults change what streams get through Player::setFeed.
 #pragma once
 
 #include <array>
@@ -30,15 +30,15 @@ namespace sim {
 // What to play.
 struct PlayerSettings {
   std::vector<KeySpec> keys;
-  double rateFast = 10;  // batches per second, 0 for none
+  double rateFast = 10;  // batches per second; 0 for none
   double rateSlow = 1;
-  std::size_t valuesPerMessage = Signals::unlimited;  // a batch of more is several messages
+  std::size_t valuesPerMessage = Signals::unlimited;  // a larger batch becomes several messages
   std::uint64_t seed = 1;
 
   double rateOf(Method method) const { return method == Method::Fast ? rateFast : rateSlow; }
 };
 
-// How a stream is fed: with signals; with nothing; with as many messages as it takes.
+// What a stream gets: signals, nothing, or as many messages as it takes.
 enum class Feed { Signals, Nothing, Flood };
 
 // Any thread.
@@ -46,18 +46,18 @@ class Player final : public CallListener {
  public:
   using Clock = std::chrono::steady_clock;
 
-  // All are borrowed for the Player's life, which is the time that its signals play.
+  // Borrows everything for its life. The signals' time starts here.
   Player(const PlayerSettings& settings, const Report& report, EngineAnswers& answers);
 
-  // How the streams of a method are fed from now on, those of `simulator` and those to come.
+  // Changes what the streams of a method get from here on, open ones and later ones.
   void setFeed(const Simulator& simulator, Method method, Feed feed);
 
-  // Sends the signals of the moment to a stream that is fed with signals. One that has not taken
-  // its last messages yet misses these: values are of the moment.
+  // Sends the current signals to a stream that gets signals. Skips a stream that has not taken its
+  // last messages yet: it would only get values that are out of date.
   void play(Call& call) const;
 
-  // When the stream will have been quiet for so long, or already has; nothing if it is not to be
-  // fed, or busy.
+  // The moment, past or future, at which the stream has been quiet for `time`. Nothing if the
+  // stream is busy or does not get signals.
   std::optional<Clock::time_point> quietFor(const Call& call, Clock::duration time) const;
 
   void opened(const std::shared_ptr<Call>& call) override;
@@ -77,15 +77,15 @@ class Player final : public CallListener {
   const Signals signals_;
   const Clock::time_point begin_ = Clock::now();
 
-  mutable std::mutex mutex_;  // of the feeds, and while something is sent by them
+  mutable std::mutex mutex_;  // of the feeds; also held while something is sent because of them
   std::array<Feed, 2> feeds_{Feed::Signals, Feed::Signals};
 
   mutable std::mutex timesMutex_;  // of all below
   std::map<const Call*, Clock::time_point> lastSent_;
 };
 
-// Sends a method's signals to all its open streams, at its rate, as long as the Ticker lives: on a
-// thread of its own, which its destructor ends and waits for. At rate 0 it does nothing.
+// Sends a method's signals to all its open streams at its rate, on a thread of its own. The
+// destructor ends the thread and waits for it. At rate 0 there is no thread.
 class Ticker {
  public:
   // `player` and `simulator` are borrowed for the Ticker's life.
@@ -104,8 +104,8 @@ class Ticker {
   std::jthread thread_;
 };
 
-// Sends an empty Meter to each stream that nothing else was sent on for `seconds`, on the thread of
-// the loop. All are borrowed until the loop has been stopped.
+// Sends an empty Meter on each stream that has been quiet for `seconds`. It runs on the loop's
+// thread, and borrows everything until the loop has stopped.
 class Heartbeat {
  public:
   Heartbeat(asio::io_context& loop, double seconds, const Player& player,

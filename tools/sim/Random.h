@@ -1,4 +1,4 @@
-// Numbers that a seed gives, the same on every machine: the standard's hash and distributions may
+// Random numbers from a seed, the same on every machine. The standard's own hash and distributions
 // differ between libraries. Any thread, each with an engine of its own.
 #pragma once
 
@@ -8,7 +8,7 @@
 
 namespace sim {
 
-// FNV-1a, going on from `hash`.
+// FNV-1a, continued from `hash`.
 inline std::uint64_t hashOf(std::string_view text, std::uint64_t hash) {
   for (const char character : text) {
     hash = (hash ^ static_cast<unsigned char>(character)) * 0x100000001b3;

@@ -22,7 +22,7 @@ namespace {
 
 using asio::ip::tcp;
 
-// A connection that is gone already is as good as one that is closed now.
+// Errors don't matter: a connection that is gone already needs no closing.
 void closeQuietly(tcp::socket& socket) {
   asio::error_code ignored;
   socket.close(ignored);
@@ -38,7 +38,7 @@ tcp::endpoint endpointOf(asio::io_context& loop, const std::string& address) {
 }  // namespace
 
 struct Relay::State {
-  // One that a client has opened, and the one to the server that belongs to it.
+  // A client's connection, and the one to the server that belongs to it.
   class Connection;
 
   State(asio::io_context& loop, const std::string& wanted, unsigned short serverPort)
@@ -49,19 +49,18 @@ struct Relay::State {
         server(asio::ip::address_v4::loopback(), serverPort) {}
 
   void accept();
-  // A process that is out of descriptors may have some again soon.
+  // Tries again after a pause: a process that is out of descriptors may get some back.
   void acceptLater();
-  // Those that are there.
   void forEach(const std::function<void(Connection&)>& use);
 
   tcp::acceptor acceptor;
-  asio::steady_timer retry;  // of an accept that failed
+  asio::steady_timer retry;  // of a failed accept
   const tcp::endpoint place;
   const std::string address;
   const tcp::endpoint server;
-  std::vector<std::shared_ptr<Connection>> connections;  // also some that are closed
+  std::vector<std::shared_ptr<Connection>> connections;  // some may be closed
   bool frozen = false;
-  double limit = 0;  // of bytes a second, to the client
+  double limit = 0;  // bytes per second to each client; 0 for none
 };
 
 class Relay::State::Connection : public std::enable_shared_from_this<Connection> {
@@ -73,26 +72,26 @@ class Relay::State::Connection : public std::enable_shared_from_this<Connection>
   bool isClosed() const { return !client_.is_open(); }
   void close();
   void reset();
-  // Goes on with what has been held up.
+  // Passes on what a freeze has held up.
   void goOn();
 
  private:
-  // One direction. It reads, writes all that it has read, and reads again.
+  // One direction. It reads, writes everything it has read, and reads again.
   struct Way {
     tcp::socket& from;
     tcp::socket& to;
     asio::steady_timer timer;
     std::array<char, 16384> buffer{};
     std::string waiting{};  // read, and not written yet
-    bool ended = false;     // nothing more comes
-    bool heldUp = false;    // since it is frozen
+    bool ended = false;     // there is nothing more to read
+    bool heldUp = false;    // by a freeze
 
     Way(tcp::socket& from_, tcp::socket& to_) : from(from_), to(to_), timer(to_.get_executor()) {}
   };
 
   void read(Way& way);
   void received(Way& way, asio::error_code error, std::size_t size);
-  // Writes what waits, as far as it may pass by now.
+  // Writes as much of what waits as may pass now.
   void pass(Way& way);
   void write(Way& way, std::size_t size);
   void finish(Way& way);
@@ -145,7 +144,7 @@ void Relay::State::Connection::close() {
   toClient_.timer.cancel();
 }
 
-// A socket that is closed while it does not linger sends RST.
+// With a linger time of 0, closing a socket sends RST.
 void Relay::State::Connection::reset() {
   asio::error_code ignored;
   client_.set_option(asio::socket_base::linger(true, 0), ignored);
@@ -238,7 +237,7 @@ void Relay::resetAll() {
   state_->forEach([](auto& connection) { connection.reset(); });
 }
 
-// A socket that is bound and does not listen refuses who comes, and keeps the port.
+// A socket that is bound but does not listen refuses clients and keeps the port.
 void Relay::refuse(bool refuses) {
   auto& acceptor = state_->acceptor;
   if (!refuses) {

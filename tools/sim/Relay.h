@@ -1,9 +1,8 @@
-// A relay of connections in front of a server, so that the connections themselves can fail as
-// networks and machines do: closed, broken off, refused, frozen or slow.
+// A relay in front of a server, so that connections can fail as they do in networks: closed, reset,
+// refused, frozen or slow.
 //
-// Threads: the one that runs the loop, but for the constructor, and the destructor, before which
-// the loop has been stopped.
-// Ownership: it owns its connections, and ends them when it goes. The loop is borrowed.
+// Threads: the one that runs the loop. Constructor and destructor run while the loop does not.
+// Ownership: it owns its connections, and closes them when it is destroyed. It borrows the loop.
 #pragma once
 
 #include <asio/io_context.hpp>
@@ -14,29 +13,29 @@ namespace sim {
 
 class Relay {
  public:
-  // Listens at `address`, "ADDRESS:PORT" with port 0 for any free one, and connects whoever comes
-  // to `server`, a port of 127.0.0.1. Throws std::runtime_error, naming the address and `option`,
-  // if it can't listen.
+  // Listens at `address`, "ADDRESS:PORT" with port 0 for any free port, and connects each client to
+  // `server`, a port of 127.0.0.1. Throws std::runtime_error, with the address and `option`, if it
+  // can't listen.
   Relay(asio::io_context& loop, const std::string& address, const std::string& option,
         unsigned short server);
   ~Relay();
   Relay(const Relay&) = delete;
   Relay& operator=(const Relay&) = delete;
 
-  // With its actual port.
+  // The address with its actual port.
   const std::string& address() const;
 
-  // Ends all connections: in order, or broken off.
+  // Ends all connections: in order (FIN), or with a reset (RST).
   void closeAll();
   void resetAll();
 
-  // Whether it listens. Connections that are there stay.
+  // Whether to refuse new connections. Existing ones stay.
   void refuse(bool refuses);
 
-  // Whether nothing passes, either way. Who connects meanwhile is accepted.
+  // Whether to hold up all data, in both directions. New connections are still accepted.
   void freeze(bool freezes);
 
-  // How many bytes a second pass to each client; 0 for no limit.
+  // Limits the bytes per second that reach each client; 0 for no limit.
   void drip(double bytesPerSecond);
 
  private:

@@ -16,14 +16,15 @@ namespace {
 using nlohmann::ordered_json;
 using Value = sonalith::grpcengine::AnyValue;
 
-// A parameter as a line of text has it, and its value for JSON.
+// A parameter's value, for a line of text and for JSON.
 struct Shown {
   std::string type;
   std::string text;
   ordered_json value;
 };
 
-// The shortest number that reads back as the same float. JSON has no words for infinities.
+// `text` is the shortest one that reads back as the same number. JSON has no infinities, so these
+// stay text.
 ordered_json jsonOf(double value, const std::string& text) {
   if (!std::isfinite(value)) return text;
   return ordered_json::parse(text);

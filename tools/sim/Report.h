@@ -1,7 +1,8 @@
-// What a playing simulator tells: as lines of text, with the log apart on standard error, or all of
-// it as JSON, an object a line, on standard output. sim.cpp's manual shows every line.
+// What a playing simulator reports: events as lines of text on standard output and a log on
+// standard error, or everything as JSON on standard output, one object per line. The manual in
+// CommandLine.cpp shows every line.
 //
-// Any thread; each line is written at once.
+// Any thread; each line is written whole and at once.
 #pragma once
 
 #include <string>
@@ -12,7 +13,7 @@
 
 namespace sim {
 
-// What becomes of a fault.
+// What happens to a fault.
 enum class FaultEvent { Begun, Over };
 
 class Report {
@@ -21,14 +22,14 @@ class Report {
 
   void listening(const Addresses& addresses) const;
 
-  // A SetParams call, each of its parameters.
+  // The parameters of a SetParams call, one line each.
   void params(const Opening& opening) const;
 
-  // A stream.
+  // A stream has opened or closed.
   void opened(const Opening& opening) const;
   void closed(const Opening& opening, bool cancelled) const;
 
-  // `seconds`: when it was to happen, from the begin.
+  // `seconds`: the planned moment, since the start.
   void fault(FaultEvent event, double seconds, const Fault& fault, Subject subject) const;
 
  private:

@@ -1,8 +1,7 @@
-// Carries out a plan of faults, and others as they are told, and tells of each that is in effect.
+// Carries out planned and live faults, and reports each as it begins and ends.
 //
-// Threads: all is done on the thread that runs the loop; constructor and destructor are called
-// while it does not run.
-// Ownership: all that the constructor is given is borrowed.
+// Threads: the one that runs the loop. Constructor and destructor run while the loop does not.
+// Ownership: it borrows everything, the plan and the targets included.
 #pragma once
 
 #include <asio/io_context.hpp>
@@ -14,34 +13,21 @@
 #include <utility>
 #include <vector>
 
-#include "tools/sim/EngineAnswers.h"
 #include "tools/sim/FaultPlan.h"
-#include "tools/sim/Player.h"
-#include "tools/sim/Relay.h"
+#include "tools/sim/FaultSite.h"
 #include "tools/sim/Report.h"
-#include "tools/sim/Simulator.h"
 
 namespace sim {
 
-// What faults are done to. A relay is there if the plan needs it.
-struct FaultTargets {
-  const PlayerSettings& settings;
-  const Report& report;
-  Player& player;
-  EngineAnswers& answers;
-  const Simulator& simulator;
-  Relay* meters;
-  Relay* engine;
-};
-
 class Saboteur {
  public:
-  // Time counts from now.
-  Saboteur(asio::io_context& loop, const FaultPlan& plan, const FaultTargets& targets);
+  // The plan's times count from here.
+  Saboteur(asio::io_context& loop, const FaultPlan& plan, const FaultTargets& targets,
+           const Report& report);
   Saboteur(const Saboteur&) = delete;
   Saboteur& operator=(const Saboteur&) = delete;
 
-  // Has a fault happen that is in no plan, at once; its times do not count.
+  // Makes a fault happen at once, whatever its times say.
   void strike(const Fault& fault);
 
  private:
@@ -54,41 +40,34 @@ class Saboteur {
     asio::steady_timer timer;
   };
 
-  // A fault that lasts, until its timer ends it, if that is set.
+  // A fault that lasts. Its timer, if set, ends it.
   struct Lasting {
     Fault fault;
     asio::steady_timer timer;
-    unsigned number;  // tells it from others at its place, also for a timer that has just fired
+    unsigned number;  // unique, for a timer that fires when another fault has its place already
   };
   using Place = std::pair<FaultGroup, Subject>;
 
-  // Its next moment, and from there the one after it: also if the fault can't be carried out.
+  // Waits for the fault's next moment. It schedules the moment after that before it acts, so that
+  // even a fault that can't be carried out comes again.
   void schedule(Planned& planned);
   void happen(const Fault& fault, double seconds);
   void begin(const Fault& fault, Subject subject, double seconds);
   void keepUp(const Fault& fault, Subject subject, double seconds);
-  // Takes back what lasts there, if there is such.
+  // Ends the lasting fault at this place, if there is one.
   void end(const Place& place, double seconds);
   void endAll(Subject subject, double seconds);
 
-  void act(const Fault& fault, Subject subject);
-  void undo(const Fault& fault, Subject subject);
-  void send(const Fault& fault, Method method);
-  void feed(const Fault& fault, Method method);
-  void connection(const Fault& fault, Relay& relay);
-  void reconnect(const Fault& fault, Relay& relay);
-  void endHalves(Method method);
-  Relay* relayOf(Subject subject) const;
-  bool isServed(const Fault& fault, Subject subject) const;
+  bool isServed(const Fault& fault, Subject subject);
   Clock::time_point momentAt(double seconds) const;
 
   asio::io_context& loop_;
-  const FaultTargets targets_;
+  FaultTargets targets_;
+  const Report& report_;
   const Clock::time_point begin_ = Clock::now();
   std::vector<std::unique_ptr<Planned>> plan_;
   std::map<Place, Lasting> lasting_;
   unsigned lastNumber_ = 0;
-  std::vector<std::shared_ptr<Call>> halves_;  // streams that have got half a message
 };
 
 }  // namespace sim

@@ -30,6 +30,17 @@ std::optional<ValueType> typeCalled(std::string_view word) {
   return std::nullopt;
 }
 
+// "string, int, uint or float".
+std::string typeNames() {
+  std::string names;
+  for (const auto& row : gateway::valueTypes) {
+    const bool isLast = &row == &gateway::valueTypes.back();
+    if (!names.empty()) names += isLast ? " or " : ", ";
+    names += row.name;
+  }
+  return names;
+}
+
 double wave(double cycles) {
   return std::sin(2 * std::numbers::pi * cycles);
 }
@@ -64,12 +75,12 @@ KeySpec parseKeySpec(std::string_view text) {
   const auto rate = rateCalled(rateWord);
   if (!rate) {
     throw std::invalid_argument(
-        fmt::format("\"{}\" in \"{}\" is not a rate: fast or slow", rateWord, text));
+        fmt::format("\"{}\" in \"{}\" is not a rate. Use fast or slow", rateWord, text));
   }
   const auto type = typeCalled(typeWord);
   if (!type) {
     throw std::invalid_argument(
-        fmt::format("\"{}\" in \"{}\" is not a type: string, int, uint or float", typeWord, text));
+        fmt::format("\"{}\" in \"{}\" is not a type. Use {}", typeWord, text, typeNames()));
   }
   return {*rate, *type, std::string(text.substr(second + 1))};
 }

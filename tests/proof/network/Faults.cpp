@@ -49,9 +49,9 @@ Effect effectOf(FaultKind kind) {
     case FaultKind::Fail:
     case FaultKind::BadReply:
     case FaultKind::Normal:
-      return Effect::None;
+      break;
   }
-  throw std::invalid_argument("an unknown kind of fault");
+  return Effect::None;
 }
 
 bool silences(FaultKind kind) {
@@ -83,7 +83,7 @@ Fault ofSimulator(const sim::FaultKindRow& row) {
   fault.name = row.name;
   fault.kind = row.kind;
   fault.effect = effectOf(row.kind);
-  fault.lasts = row.lasts;
+  fault.lasts = row.lasts();
   fault.silences = silences(row.kind);
   fault.endsCall = endsCall(row);
   return fault;

@@ -1,4 +1,4 @@
-// gatewayctl demo, as a person or a script uses it, and that it leaves nothing behind.
+// gatewayctl demo, as people and scripts use it. It must leave nothing behind.
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/syscall.h>
@@ -25,8 +25,8 @@ std::string textOf(const fs::path& path) {
   return text.str();
 }
 
-// Processes are known by a variable of their environment, which they hand on to their children, and
-// temporary files by the folder that they are told to use.
+// Recognises the processes of a run by a variable of their environment, which children inherit, and
+// temporary files by their folder.
 class DemoTool : public ::testing::Test {
  protected:
   DemoTool() { setenv("TMPDIR", folder.path("").c_str(), 1); }
@@ -34,7 +34,7 @@ class DemoTool : public ::testing::Test {
 
   std::string mark() const { return "TMPDIR=" + folder.path("") + std::string(1, '\0'); }
 
-  // A file is open or not by what /proc says, and so a process may be gone while it is looked at.
+  // Processes may end while this reads /proc; their files are then empty or missing.
   std::vector<pid_t> processes() const {
     std::vector<pid_t> found;
     for (const auto& entry : fs::directory_iterator("/proc")) {
@@ -47,7 +47,7 @@ class DemoTool : public ::testing::Test {
     return found;
   }
 
-  // The one that runs the sub-command.
+  // The process that runs the sub-command.
   pid_t processOf(const std::string& subCommand) const {
     for (const pid_t pid : processes()) {
       const std::string line = textOf(fs::path("/proc") / std::to_string(pid) / "cmdline");
@@ -69,7 +69,7 @@ class DemoTool : public ::testing::Test {
   TemporaryFolder folder;
 };
 
-// Becomes readable at the end of a process, which need not be a child.
+// Waits for the end of a process, which need not be a child.
 class EndOf {
  public:
   explicit EndOf(pid_t pid) : descriptor_(static_cast<int>(syscall(SYS_pidfd_open, pid, 0))) {}
@@ -114,20 +114,20 @@ TEST_F(DemoTool, ShowsChangesThatArrive) {
   expectNothingLeft();
 }
 
-TEST_F(DemoTool, EndsByItself) {
+TEST_F(DemoTool, EndsByItselfAfterTheGivenTime) {
   ToolProcess demo({"demo", "--no-page", "--for", "0", "--set", "out_gain=1"});
   EXPECT_EQ(demo.waitExit(), 0);
   expectNothingLeft();
 }
 
-TEST_F(DemoTool, PrintsNoChangesWhenItIsTold) {
+TEST_F(DemoTool, PrintsNoChangesWithNoWatch) {
   ToolProcess demo({"demo", "--no-page", "--no-watch"});
   demo.writeLine("set out_gain 1");
   demo.waitLine("simulator: SetParams 1 ");
   demo.writeLine("quit");
   EXPECT_EQ(demo.waitExit(), 0);
   auto lines = demo.lines();
-  std::sort(lines.begin(), lines.end());  // two processes write them
+  std::sort(lines.begin(), lines.end());  // two processes write them, in any order
   EXPECT_EQ(lines, (std::vector<std::string>{"notification 1 out_gain 1",
                                              "simulator: SetParams 1 out.gain float 1"}));
 }
@@ -140,19 +140,19 @@ TEST_F(DemoTool, ServesThePageOfTheHost) {
   EXPECT_EQ(demo.waitExit(), 0);
 }
 
-TEST_F(DemoTool, StopsTheModuleAtASignalToItAlone) {
+TEST_F(DemoTool, StopsTheModuleAtASignalToTheDemoAlone) {
   for (const int signal : {SIGINT, SIGTERM}) {
     ToolProcess demo({"demo", "--no-page"});
     waitForValues(demo);
     demo.signal(signal);
     EXPECT_EQ(demo.waitExit(), 130);
     EXPECT_NE(demo.errors().find("Completion queue flush ended"), std::string::npos);
-    EXPECT_EQ(demo.errors().find("simulator"), demo.errors().find("simulator tells"));
+    EXPECT_EQ(demo.errors().find("simulator"), demo.errors().find("simulator shows"));
     expectNothingLeft();
   }
 }
 
-// As the keys of a terminal do.
+// As Ctrl-C in a terminal does.
 TEST_F(DemoTool, StopsAtASignalToBothProcesses) {
   ToolProcess demo({"demo", "--no-page"});
   waitForValues(demo);
@@ -163,7 +163,7 @@ TEST_F(DemoTool, StopsAtASignalToBothProcesses) {
   expectNothingLeft();
 }
 
-TEST_F(DemoTool, KeepsTheSimulatorOutOfTheTerminalsSignals) {
+TEST_F(DemoTool, KeepsTheTerminalsSignalsFromTheSimulator) {
   ToolProcess demo({"demo", "--no-page"});
   waitForValues(demo);
   EXPECT_EQ(getsid(processOf("sim")), processOf("sim"));
@@ -172,7 +172,7 @@ TEST_F(DemoTool, KeepsTheSimulatorOutOfTheTerminalsSignals) {
   EXPECT_EQ(demo.waitExit(), 0);
 }
 
-TEST_F(DemoTool, GoesOnAndSaysSoWhenTheSimulatorDies) {
+TEST_F(DemoTool, ContinuesAndSaysSoWhenTheSimulatorDies) {
   ToolProcess demo({"demo", "--no-page"});
   waitForValues(demo);
   const EndOf simulator(processOf("sim"));
@@ -181,8 +181,8 @@ TEST_F(DemoTool, GoesOnAndSaysSoWhenTheSimulatorDies) {
   demo.writeLine("slots");
   demo.writeLine("quit");
   EXPECT_EQ(demo.waitExit(), 0);
-  EXPECT_NE(demo.errors().find("gatewayctl demo: the simulator is gone, it was ended by signal 9: "
-                               "no value and no change arrives any more. End by Ctrl-C or quit.\n"),
+  EXPECT_NE(demo.errors().find("gatewayctl demo: the simulator is gone: signal 9 ended it. Values "
+                               "and changes no longer arrive. End the demo with Ctrl-C or quit.\n"),
             std::string::npos);
   expectNothingLeft();
 }
@@ -192,12 +192,12 @@ TEST_F(DemoTool, FailsWhenTheHostDies) {
   waitForValues(demo);
   kill(processOf("host"), SIGKILL);
   EXPECT_EQ(demo.waitExit(), 1);
-  EXPECT_NE(demo.errors().find("gatewayctl demo: the host is gone: it was ended by signal 9\n"),
+  EXPECT_NE(demo.errors().find("gatewayctl demo: the host is gone: signal 9 ended it\n"),
             std::string::npos);
   expectNothingLeft();
 }
 
-TEST_F(DemoTool, LeavesNothingBehindWhenItIsKilled) {
+TEST_F(DemoTool, LeavesNothingBehindWhenKilled) {
   std::optional<EndOf> simulator;
   std::optional<EndOf> host;
   {
@@ -213,7 +213,7 @@ TEST_F(DemoTool, LeavesNothingBehindWhenItIsKilled) {
   expectNothingLeft();
 }
 
-TEST_F(DemoTool, HandsOnWhatTheHostRefuses) {
+TEST_F(DemoTool, FailsWhenTheHostRefusesItsArguments) {
   ToolProcess unknown({"demo", "--no-page", "--set", "gian=1"});
   EXPECT_EQ(unknown.waitExit(), 1);
   EXPECT_NE(unknown.errors().find("no engine slot \"gian\""), std::string::npos);
@@ -223,7 +223,7 @@ TEST_F(DemoTool, HandsOnWhatTheHostRefuses) {
   expectNothingLeft();
 }
 
-TEST_F(DemoTool, GivesTwoForWrongUse) {
+TEST_F(DemoTool, ExitsWithTwoForWrongUse) {
   for (const std::vector<std::string>& arguments :
        std::vector<std::vector<std::string>>{{"demo", "--bogus"},
                                              {"demo", "--no-watch", "--watch-rate", "2"},

@@ -1,5 +1,5 @@
-// The vocabulary of tests of gatewayctl discover: the built program listens to a simulator that
-// sends what the test says.
+// For tests of gatewayctl discover: the built program listens to a simulator, and the test says
+// what the simulator sends.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -19,7 +19,7 @@ class DiscoverTest : public GatewayTest {
     std::string errors;
   };
 
-  // Longer than any run takes: discover ends by itself when both streams have ended.
+  // Longer than any run takes: discover ends early when both streams have ended.
   static constexpr const char* longTime = "3600";
 
   static Result resultOf(ToolProcess& tool) {
@@ -37,7 +37,7 @@ class DiscoverTest : public GatewayTest {
     return resultOf(tool);
   }
 
-  // Listens until the simulator has carried out the commands, which should end both streams.
+  // Listens while the simulator carries out the commands, which should end both streams.
   Result hear(const std::vector<std::string>& commands,
               const std::vector<std::string>& options = {}) {
     std::vector<std::string> arguments{"discover", servers.metersTarget(), "--for", longTime};
@@ -50,7 +50,7 @@ class DiscoverTest : public GatewayTest {
     return resultOf(tool);
   }
 
-  // The commands of a whole run: batches of both streams, and the end of both.
+  // The commands of a whole run: batches on both streams, then the end of both.
   static std::vector<std::string> sending(const std::vector<Batch>& fast,
                                           const std::vector<Batch>& slow) {
     std::vector<std::string> commands;
@@ -61,14 +61,14 @@ class DiscoverTest : public GatewayTest {
     return commands;
   }
 
-  // What is said of streams that ended so.
+  // The remark on a stream that the server ended with OK.
   static std::string remarkOfEnd(const std::string& rate, int messages) {
     return "the server ended the " + rate + " stream after " + std::to_string(messages) +
            (messages == 1 ? " message" : " messages") +
-           ". It should keep it open and write a message whenever it has values.";
+           ". It should keep the stream open and write a message whenever it has values.";
   }
 
-  // The beginning of each configuration from such a run.
+  // How the configuration of such a run begins.
   static std::string remarks(int fastMessages, int slowMessages) {
     return std::string(
                "; What a meter server sent within 3600 seconds, written by gatewayctl "

@@ -1,4 +1,4 @@
-// Names of slots that are made of keys.
+// Slot names made from keys.
 #include "tools/discover/CustomKeys.h"
 
 #include <gtest/gtest.h>
@@ -12,7 +12,7 @@ std::string nameOfOne(const std::string& key) {
   return CustomKeys().nameFor(SlotSet::Fast, key);
 }
 
-TEST(CustomKeysOf, AreTheWordsOfTheKey) {
+TEST(CustomKeys, JoinTheWordsOfTheKey) {
   EXPECT_EQ(nameOfOne("out.level"), "out_level");
   EXPECT_EQ(nameOfOne("  a - b  "), "a_b");
   EXPECT_EQ(nameOfOne("__a__"), "a");
@@ -22,12 +22,12 @@ TEST(CustomKeysOf, AreTheWordsOfTheKey) {
             "gr_e");
 }
 
-TEST(CustomKeysOf, HaveAWordInAnyCase) {
+TEST(CustomKeys, AreCalledMeterForKeysWithoutLettersAndDigits) {
   EXPECT_EQ(nameOfOne("\xc3\xa4"), "meter");
   EXPECT_EQ(nameOfOne("..."), "meter");
 }
 
-TEST(CustomKeysOf, AreUniqueInTheirSet) {
+TEST(CustomKeys, AreUniqueInTheirSet) {
   CustomKeys names;
   EXPECT_EQ(names.nameFor(SlotSet::Fast, "a.b"), "a_b");
   EXPECT_EQ(names.nameFor(SlotSet::Fast, "a b"), "a_b_2");
@@ -36,7 +36,7 @@ TEST(CustomKeysOf, AreUniqueInTheirSet) {
   EXPECT_EQ(names.nameFor(SlotSet::Slow, "a-b"), "a_b");
 }
 
-TEST(CustomKeysOf, AreNoneThatTheModuleMakesUp) {
+TEST(CustomKeys, NeverBeginLikeGeneratedNames) {
   CustomKeys names;
   EXPECT_EQ(names.nameFor(SlotSet::Fast, "gateway_float_3"), "meter_gateway_float_3");
   EXPECT_EQ(names.nameFor(SlotSet::Fast, "gateway.int"), "meter_gateway_int");
@@ -44,7 +44,7 @@ TEST(CustomKeysOf, AreNoneThatTheModuleMakesUp) {
   EXPECT_EQ(names.nameFor(SlotSet::Fast, "gateway"), "gateway");
 }
 
-TEST(CustomKeysOf, FitTheirSlotAlsoWithANumber) {
+TEST(CustomKeys, FitTheirSlotEvenWithANumber) {
   CustomKeys names;
   const std::string key(150, 'k');
   EXPECT_EQ(names.nameFor(SlotSet::Fast, key), std::string(99, 'k'));

@@ -1,4 +1,4 @@
-// gatewayctl discover against a server that does well: what it writes, as a whole.
+// What gatewayctl discover writes for a server that works, compared whole.
 #include <csignal>
 
 #include "tests/tools/discover/DiscoverTest.h"
@@ -28,8 +28,8 @@ TEST_F(DiscoverTool, WritesAnEntryForEachKeyUnderTheSectionOfItsType) {
                                "\ngatewayctl discover: warning: " + remarkOfEnd("slow", 1) + "\n");
 }
 
-// The one run that goes on to the end of its time: enough for the streams to open.
-TEST_F(DiscoverTool, EndsAfterTheTimeAndHasNothingToRemarkOnOpenStreams) {
+// The only run that lasts until its time is over: long enough for the streams to open.
+TEST_F(DiscoverTool, EndsAfterTheGivenTimeWithoutRemarksOnOpenStreams) {
   ToolProcess tool({"discover", servers.metersTarget(), "--for", "10"});
   servers.waitEvent("open fast 1 ");
   servers.waitEvent("open slow 1 ");
@@ -43,7 +43,7 @@ TEST_F(DiscoverTool, EndsAfterTheTimeAndHasNothingToRemarkOnOpenStreams) {
   EXPECT_EQ(result.errors, "");
 }
 
-TEST_F(DiscoverTool, AsksAsTheModuleDoes) {
+TEST_F(DiscoverTool, OpensBothStreamsAsTheModuleDoes) {
   ToolProcess tool({"discover", servers.metersTarget(), "--for", longTime});
   EXPECT_EQ(servers.waitEvent("open fast "), "open fast 1 - deadline=none metadata=-");
   EXPECT_EQ(servers.waitEvent("open slow "), "open slow 1 - deadline=none metadata=-");
@@ -51,22 +51,22 @@ TEST_F(DiscoverTool, AsksAsTheModuleDoes) {
   tool.waitExit();
 }
 
-TEST_F(DiscoverTool, WritesAKeyOnBothStreamsTwice) {
+TEST_F(DiscoverTool, WritesAKeyOfBothStreamsTwice) {
   const auto result = hear(sending({Batch().addInt("a", 1)}, {Batch().addInt("a", 1)}));
   EXPECT_EQ(result.output, remarks(1, 1) + settings() +
                                "\n[MetersInt]\nMeter=Key=a Type=fast\nMeter=Key=a Type=slow\n");
 }
 
-TEST_F(DiscoverTool, EnablesTheStreamsThatHaveEntries) {
+TEST_F(DiscoverTool, EnablesOnlyStreamsWithEntries) {
   const auto addDouble = [](auto& any) { any.set_sdouble(1); };
   const auto result = hear(sending({Batch().add("d", addDouble)}, {Batch().addInt("a", 1)}));
   EXPECT_EQ(result.output, remarks(1, 1) + settings("false", "true") +
                                "\n[MetersInt]\nMeter=Key=a Type=slow\n"
                                "\n; Not carried:\n"
-                               "; fast \"d\": the module does not carry type double.\n");
+                               "; fast \"d\": the module does not carry values of type double.\n");
 }
 
-TEST_F(DiscoverTool, TellsInCommentsWhyAKeyHasNoEntry) {
+TEST_F(DiscoverTool, ExplainsInCommentsWhyAKeyHasNoEntry) {
   const auto result =
       hear(sending({Batch()
                         .addFloat("fine", 1)
@@ -86,27 +86,28 @@ TEST_F(DiscoverTool, TellsInCommentsWhyAKeyHasNoEntry) {
                     Batch().addInt("both", 1).addWithoutValue("now and then")},
                    {}));
   EXPECT_EQ(result.exitCode, 0);
-  EXPECT_EQ(result.output,
-            remarks(2, 0) + settings("true", "false") +
-                "\n[MetersFloat]\nMeter=Key=fine Type=fast\n"
-                "\n; Not carried:\n"
-                "; fast \"both\": it came with several types, float, int; an entry has one: write "
-                "it by hand.\n"
-                "; fast \"now and then\": it came with several types, float, none; an entry has "
-                "one: write it by hand.\n"
-                "; fast \"a=b\": a configuration can't hold a key with \"=\".\n"
-                "; fast \"\": an entry needs a key, and this one is empty.\n"
-                "; fast \"two\\nlines\": a configuration can't hold a key with newline.\n"
-                "; fast \"n\\u0000l\": a configuration can't hold a key with NUL.\n"
-                "; fast \"" +
-                std::string(100, 'x') +
-                "\"...: its line would have 1120 bytes, and lines end at 1023.\n"
-                "; fast \"spectrum\": the module does not carry type float array.\n"
-                "; fast \"ints\": the module does not carry type int array.\n"
-                "; fast \"uints\": the module does not carry type uint array.\n"
-                "; fast \"precise\": the module does not carry type double.\n"
-                "; fast \"unset\": it came without a value.\n"
-                "; fast \"bare\": it came without a value.\n");
+  EXPECT_EQ(
+      result.output,
+      remarks(2, 0) + settings("true", "false") +
+          "\n[MetersFloat]\nMeter=Key=fine Type=fast\n"
+          "\n; Not carried:\n"
+          "; fast \"both\": it came with several types (float, int), but an entry has one. "
+          "Write it by hand.\n"
+          "; fast \"now and then\": it came with several types (float, none), but an entry "
+          "has one. Write it by hand.\n"
+          "; fast \"a=b\": a configuration can't hold a key that contains \"=\".\n"
+          "; fast \"\": an entry can't have an empty key.\n"
+          "; fast \"two\\nlines\": a configuration can't hold a key that contains a newline.\n"
+          "; fast \"n\\u0000l\": a configuration can't hold a key that contains a NUL byte.\n"
+          "; fast \"" +
+          std::string(100, 'x') +
+          "\"...: its line would have 1120 bytes, but a line can have 1023 at most.\n"
+          "; fast \"spectrum\": the module does not carry values of type float array.\n"
+          "; fast \"ints\": the module does not carry values of type int array.\n"
+          "; fast \"uints\": the module does not carry values of type uint array.\n"
+          "; fast \"precise\": the module does not carry values of type double.\n"
+          "; fast \"unset\": it came without a value.\n"
+          "; fast \"bare\": it came without a value.\n");
 }
 
 TEST_F(DiscoverTool, NamesSlotsAfterTheirKeys) {
@@ -128,10 +129,10 @@ TEST_F(DiscoverTool, NamesSlotsAfterTheirKeys) {
                 "\n[MetersInt]\n"
                 "Meter=Key=\"out level\" Type=fast CustomKey=out_level_2\n"
                 "\n; Not carried:\n"
-                "; fast \"=\": a configuration can't hold a key with \"=\".\n");
+                "; fast \"=\": a configuration can't hold a key that contains \"=\".\n");
 }
 
-TEST_F(DiscoverTool, WritesAJsonDocumentInstead) {
+TEST_F(DiscoverTool, WritesAJsonDocument) {
   const auto result =
       hear(sending({Batch().addFloat("a", 1), Batch().addFloat("a", 2).addFloat("a", 3),
                     Batch().add("d", [](auto& any) { any.set_sdouble(1); })},
@@ -181,7 +182,7 @@ TEST_F(DiscoverTool, WritesAJsonDocumentInstead) {
       ],
       "messages": 1,
       "carried": false,
-      "reason": "the module does not carry type double"
+      "reason": "the module does not carry values of type double"
     },
     {
       "rate": "slow",
@@ -193,14 +194,14 @@ TEST_F(DiscoverTool, WritesAJsonDocumentInstead) {
       ],
       "messages": 1,
       "carried": false,
-      "reason": "it came with several types, int, string; an entry has one: write it by hand"
+      "reason": "it came with several types (int, string), but an entry has one. Write it by hand"
     }
   ]
 }
 )");
 }
 
-TEST_F(DiscoverTool, WritesNothingWhenItIsInterrupted) {
+TEST_F(DiscoverTool, WritesNothingWhenInterrupted) {
   for (const int signal : {SIGINT, SIGTERM}) {
     ToolProcess tool({"discover", servers.metersTarget(), "--for", longTime});
     servers.waitEvent("open fast ");
@@ -210,12 +211,12 @@ TEST_F(DiscoverTool, WritesNothingWhenItIsInterrupted) {
     const auto result = resultOf(tool);
     EXPECT_EQ(result.exitCode, 130);
     EXPECT_EQ(result.output, "");
-    EXPECT_EQ(result.errors, "gatewayctl discover: interrupted, nothing is written\n");
+    EXPECT_EQ(result.errors, "gatewayctl discover: interrupted; nothing is written\n");
     servers.waitEvent("closed fast ");
   }
 }
 
-TEST_F(DiscoverTool, ExplainsItselfWithAnExample) {
+TEST_F(DiscoverTool, HelpHasAnExample) {
   const auto result = run({"--help"});
   EXPECT_EQ(result.exitCode, 0);
   for (const char* word : {"gatewayctl discover 127.0.0.1:50005 --for 30 > grpc-gateway.conf",

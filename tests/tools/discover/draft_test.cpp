@@ -1,4 +1,4 @@
-// Configurations made of what was seen mean what they are to mean, as the module reads them.
+// The module reads from a draft's configuration what the draft means.
 #include "tools/discover/Draft.h"
 
 #include <gtest/gtest.h>
@@ -23,13 +23,13 @@ SeenKey seenFloat(const std::string& key) {
   return {.rate = SlotSet::Fast, .key = key, .types = {ValueCase::kSfloat}};
 }
 
-class DraftOf : public ::testing::Test {
+class DraftTest : public ::testing::Test {
  protected:
   standin::Host host;
   TemporaryFolder files;
 };
 
-// From bytes that mean something to one of the readers, all of which are tried out by many keys.
+// A key of bytes that mean something to one of the readers. Many keys together cover all of them.
 std::string randomKey(std::mt19937& random) {
   constexpr std::string_view bytes = " \t\r\v\f;;##''\"\"\\\\ab[]:=\n$`";
   std::string key;
@@ -38,7 +38,7 @@ std::string randomKey(std::mt19937& random) {
   return key;
 }
 
-TEST_F(DraftOf, AnyKeysReadsBackAsMeant) {
+TEST_F(DraftTest, ReadsBackAsMeantWithAnyKeys) {
   std::mt19937 random(1);
   for (int round = 0; round < 300; ++round) {
     std::set<std::string> keys;
@@ -47,15 +47,15 @@ TEST_F(DraftOf, AnyKeysReadsBackAsMeant) {
     for (const auto& key : keys) seen.push_back(seenFloat(key));
     const Draft draft = discover::draftOf(target, seen, round % 2 == 0);
     for (const auto& finding : draft.findings) {
-      const bool canBeSaid =
+      const bool canBeWritten =
           !finding.seen.key.empty() && finding.seen.key.find_first_of("=\n") == std::string::npos;
-      EXPECT_EQ(finding.hasEntry(), canBeSaid) << finding.seen.key;
+      EXPECT_EQ(finding.hasEntry(), canBeWritten) << finding.seen.key;
     }
     EXPECT_NO_THROW(discover::checkReadsBack(draft, discover::textOf(draft)));
   }
 }
 
-TEST_F(DraftOf, AKeyEndsWhereItsLineDoes) {
+TEST_F(DraftTest, LeavesOutAKeyThatDoesNotFitItsLine) {
   const auto hasEntry = [&](const std::string& key) {
     const Draft draft = discover::draftOf(target, {seenFloat("a"), seenFloat(key)}, false);
     discover::checkReadsBack(draft, discover::textOf(draft));
@@ -67,7 +67,7 @@ TEST_F(DraftOf, AKeyEndsWhereItsLineDoes) {
   EXPECT_FALSE(hasEntry(std::string(501, '"')));
 }
 
-TEST_F(DraftOf, ANameThatMakesTheLineTooLongIsLeftOut) {
+TEST_F(DraftTest, LeavesOutANameThatMakesTheLineTooLong) {
   const Draft draft = discover::draftOf(
       target, {seenFloat(std::string(893, 'x')), seenFloat(std::string(894, 'y'))}, true);
   EXPECT_EQ(draft.findings[0].customKey, std::string(99, 'x'));
@@ -75,13 +75,13 @@ TEST_F(DraftOf, ANameThatMakesTheLineTooLongIsLeftOut) {
   discover::checkReadsBack(draft, discover::textOf(draft));
 }
 
-TEST_F(DraftOf, RemarksStayComments) {
+TEST_F(DraftTest, KeepsRemarksAsComments) {
   Draft draft = discover::draftOf(target, {seenFloat("a")}, false);
   draft.remarks = {"[Engine]", std::string(1000, 'x')};
   EXPECT_NO_THROW(discover::checkReadsBack(draft, discover::textOf(draft)));
 }
 
-TEST_F(DraftOf, ADifferenceIsNoticedAndNamed) {
+TEST_F(DraftTest, NamesADifferenceThatItReadsBack) {
   const auto slow = [](SeenKey seen) {
     seen.rate = SlotSet::Slow;
     return seen;
@@ -113,8 +113,8 @@ TEST_F(DraftOf, ADifferenceIsNoticedAndNamed) {
   EXPECT_EQ(differenceWith("[Meters]", "[ Meters]"), "it would be refused");
 }
 
-// The module itself decides which targets can be written.
-TEST_F(DraftOf, TargetsAreRefusedThatWouldBeReadOtherwise) {
+// The module's own reader decides which targets a configuration can hold.
+TEST_F(DraftTest, RefusesTargetsThatWouldBeReadDifferently) {
   std::mt19937 random(1);
   std::set<std::string> targets{"", "a", std::string(1016, 'x'), std::string(1017, 'x')};
   while (targets.size() < 2000) targets.insert(randomKey(random));

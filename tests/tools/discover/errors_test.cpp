@@ -1,9 +1,5 @@
-// gatewayctl discover and all that can be wrong with a server, or with what it is asked.
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
+// What gatewayctl discover says about servers that don't work, and about wrong use.
+#include "tests/support/SilentPeer.h"
 #include "tests/tools/discover/DiscoverTest.h"
 
 namespace {
@@ -12,7 +8,7 @@ constexpr int mebibyte = 1 << 20;
 
 class DiscoverErrors : public DiscoverTest {
  protected:
-  // One unreadable message on the fast stream, and a good one behind it or not.
+  // One unreadable message on the fast stream, with or without a good one after it.
   Result hearUnreadable(const std::string& hex, bool withGood) {
     std::vector<std::string> commands{"send fast " + hex};
     if (withGood) commands.push_back("send fast " + Batch().addInt("a", 1).hex());
@@ -24,8 +20,8 @@ class DiscoverErrors : public DiscoverTest {
   void expectUnreadable(const std::string& hex, const std::string& reason) {
     const auto end = [](int number) { return remarkOfEnd("fast", number) + "\n"; };
     const std::string said = " on the fast stream can't be read: message 1 " + reason +
-                             ". At each such message the module loses the stream for five "
-                             "seconds: mend the server.\n";
+                             ". Each such message costs the module the stream for five "
+                             "seconds. Correct the server.\n";
     const auto bad = hearUnreadable(hex, false);
     EXPECT_EQ(bad.exitCode, 1);
     EXPECT_EQ(bad.output, "");
@@ -42,7 +38,7 @@ class DiscoverErrors : public DiscoverTest {
   }
 };
 
-TEST_F(DiscoverErrors, AMissingServerIsToldOnce) {
+TEST_F(DiscoverErrors, ReportsAMissingServerOnce) {
   const std::string target = unusedTarget();
   const auto result = run({target, "--for", longTime});
   EXPECT_EQ(result.exitCode, 1);
@@ -55,29 +51,18 @@ TEST_F(DiscoverErrors, AMissingServerIsToldOnce) {
                 "the target.\n");
 }
 
-TEST_F(DiscoverErrors, AServerThatDoesNotAnswerIsTold) {
-  const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  auto* const generic = reinterpret_cast<sockaddr*>(&address);
-  socklen_t size = sizeof(address);
-  ASSERT_EQ(bind(socket, generic, size), 0);
-  ASSERT_EQ(listen(socket, 5), 0);
-  ASSERT_EQ(getsockname(socket, generic, &size), 0);
-  const std::string target = "127.0.0.1:" + std::to_string(ntohs(address.sin_port));
-
-  const auto result = run({target, "--for", "0.5"});
-  close(socket);
+TEST_F(DiscoverErrors, ReportsAServerThatDoesNotAnswer) {
+  const SilentPeer peer(SilentPeer::Kind::Mute);
+  const auto result = run({peer.target(), "--for", "0.5"});
   EXPECT_EQ(result.exitCode, 1);
   EXPECT_EQ(result.output, "");
   EXPECT_EQ(result.errors,
-            "gatewayctl discover: " + target +
-                " does not answer: there is no connection after 0.5 seconds. Is a meter server "
-                "running there, and does no firewall stand between?\n");
+            "gatewayctl discover: " + peer.target() +
+                " does not answer: there is no connection after 0.5 seconds. Check that a meter "
+                "server runs there and that no firewall is in the way.\n");
 }
 
-TEST_F(DiscoverErrors, WithoutKeysADocumentTellsWhatIsWrong) {
+TEST_F(DiscoverErrors, WritesTheProblemsAsJsonWhenNoKeysCame) {
   const std::string target = unusedTarget();
   const auto result = run({target, "--for", longTime, "--json"});
   EXPECT_EQ(result.exitCode, 1);
@@ -88,42 +73,40 @@ TEST_F(DiscoverErrors, WithoutKeysADocumentTellsWhatIsWrong) {
   EXPECT_TRUE(result.output.ends_with("\"keys\": []\n}\n")) << result.output;
 }
 
-// The time has to be enough for the connection.
-TEST_F(DiscoverErrors, AServerThatSendsNothingIsTold) {
+// The time must be long enough to connect.
+TEST_F(DiscoverErrors, ReportsAServerThatSendsNothing) {
   const auto result = run({servers.metersTarget(), "--for", "10"});
   EXPECT_EQ(result.exitCode, 1);
   EXPECT_EQ(result.output, "");
   EXPECT_EQ(result.errors,
             "gatewayctl discover: nothing came on the fast stream within 10 seconds. Listen longer "
-            "with --for, or let the server feed this stream.\n"
+            "with --for, or make the server send on this stream.\n"
             "gatewayctl discover: nothing came on the slow stream within 10 seconds. Listen longer "
-            "with --for, or let the server feed this stream.\n");
+            "with --for, or make the server send on this stream.\n");
 }
 
-TEST_F(DiscoverErrors, AServerOfAnotherServiceIsTold) {
+TEST_F(DiscoverErrors, ReportsAnotherService) {
   const auto result = run({servers.engineTarget(), "--for", longTime});
   EXPECT_EQ(result.exitCode, 1);
   EXPECT_EQ(result.output, "");
   EXPECT_EQ(result.errors,
             "gatewayctl discover: the server ended the fast stream after 0 messages: "
-            "UNIMPLEMENTED. It has no GetMetersFast of proto/meters.proto: is it another service, "
-            "such as the engine's?\n"
+            "UNIMPLEMENTED. It has no method GetMetersFast of proto/meters.proto. Is it another "
+            "service, such as the engine's?\n"
             "gatewayctl discover: the server ended the slow stream after 0 messages: "
-            "UNIMPLEMENTED. It has no GetMetersSlow of proto/meters.proto: is it another service, "
-            "such as the engine's?\n");
+            "UNIMPLEMENTED. It has no method GetMetersSlow of proto/meters.proto. Is it another "
+            "service, such as the engine's?\n");
 }
 
-TEST_F(DiscoverErrors, AStreamThatFailsAloneIsAWarningAndAComment) {
+TEST_F(DiscoverErrors, ReportsAFailedStreamInAWarningAndAComment) {
   const auto result = hear({"send fast " + Batch().addInt("a", 1).hex(),
                             "end slow PERMISSION_DENIED", "end fast INTERNAL"});
   const std::string fast =
       "the server ended the fast stream after 1 message: INTERNAL \"ended by the simulator\". The "
-      "server's own log should "
-      "tell why.\n";
+      "server's log should say why.\n";
   const std::string slow =
       "the server ended the slow stream after 0 messages: PERMISSION_DENIED \"ended by the "
-      "simulator\". The gateway connects "
-      "without credentials: the server has to let it in.\n";
+      "simulator\". The gateway connects without credentials, and the server has to accept that.\n";
   EXPECT_EQ(result.exitCode, 0);
   EXPECT_EQ(result.output,
             "; What a meter server sent within 3600 seconds, written by gatewayctl discover.\n; " +
@@ -133,7 +116,7 @@ TEST_F(DiscoverErrors, AStreamThatFailsAloneIsAWarningAndAComment) {
             "gatewayctl discover: warning: " + fast + "gatewayctl discover: warning: " + slow);
 }
 
-TEST_F(DiscoverErrors, ALostConnectionIsToldAndWhatCameIsUsed) {
+TEST_F(DiscoverErrors, ReportsALostConnectionAndUsesWhatCame) {
   ToolProcess tool({"discover", servers.metersTarget(), "--for", longTime, "--json"});
   servers.waitEvent("open fast ");
   servers.waitEvent("open slow ");
@@ -144,74 +127,77 @@ TEST_F(DiscoverErrors, ALostConnectionIsToldAndWhatCameIsUsed) {
   EXPECT_EQ(result.exitCode, 0);
   EXPECT_NE(result.output.find("\"key\": \"a\""), result.output.npos);
   const std::string said =
-      "gatewayctl discover: warning: the server or the connection has left the fast stream after 1 "
-      "message: UNAVAILABLE \"";
+      "gatewayctl discover: warning: the server or the connection failed, which ended the fast "
+      "stream "
+      "after 1 message: UNAVAILABLE \"";
   EXPECT_NE(result.errors.find(said), result.errors.npos) << result.errors;
 }
 
-TEST_F(DiscoverErrors, AKeyThatIsNotUtf8IsTold) {
+TEST_F(DiscoverErrors, ReportsAKeyThatIsNotUtf8) {
   // One value, whose key is "a", FF, "b".
   expectUnreadable("0a090a0361ff6212021801",
                    "has a key that is not UTF-8, \"a\xef\xbf\xbd"
                    "b\"");
 }
 
-TEST_F(DiscoverErrors, ATextThatIsNotUtf8IsTold) {
+TEST_F(DiscoverErrors, ReportsATextThatIsNotUtf8) {
   // One value, whose key is "a" and whose text is FF.
   expectUnreadable("0a0a0a016112050a030a01ff", "has a text that is not UTF-8, \"\xef\xbf\xbd\"");
 }
 
-TEST_F(DiscoverErrors, AMessageThatIsNoneIsTold) {
-  expectUnreadable("ff", "can't be parsed as the Meter of proto/meters.proto");
+TEST_F(DiscoverErrors, ReportsBytesThatAreNoMessage) {
+  expectUnreadable("ff", "can't be parsed as a Meter of proto/meters.proto");
 }
 
-TEST_F(DiscoverErrors, AMessageBeyondTheLimitOfClientsIsTold) {
-  // A field that the schema does not have, filled up to one byte more than the limit.
+TEST_F(DiscoverErrors, ReportsAMessageAboveTheLimitOfClients) {
+  // A field that is not in the schema, long enough for one byte more than the limit.
   const std::string filling(static_cast<std::size_t>(4 * mebibyte + 1 - 5), '\0');
   expectUnreadable("7afcffff01" + toHex(filling),
-                   "has 4194305 bytes, and gRPC clients take 4194304 at most");
+                   "has 4194305 bytes, and gRPC clients accept 4194304 at most");
 }
 
-TEST_F(DiscoverErrors, EmptyMessagesAreTold) {
+TEST_F(DiscoverErrors, ReportsEmptyMessages) {
   const auto result = hear({"send fast - 3", "end fast OK", "end slow OK"});
   EXPECT_EQ(result.exitCode, 1);
   EXPECT_EQ(result.output, "");
   EXPECT_EQ(result.errors, "gatewayctl discover: " + remarkOfEnd("fast", 3) +
                                "\ngatewayctl discover: 3 messages came on the fast stream, but no "
-                               "values. Listen longer with --for, or let the server feed this "
-                               "stream.\ngatewayctl discover: " +
+                               "values. Listen longer with --for, or make the server send "
+                               "values.\ngatewayctl discover: " +
                                remarkOfEnd("slow", 0) + "\n");
 }
 
-TEST_F(DiscoverErrors, KeysOfWhichNoneCanBeCarriedAreTold) {
+TEST_F(DiscoverErrors, ReportsThatNoKeyCanBeCarried) {
   const auto commands =
       sending({Batch().add("d", [](auto& any) { any.set_sdouble(1); })}, {Batch().addInt("=", 1)});
   const auto result = hear(commands);
   EXPECT_EQ(result.exitCode, 1);
   EXPECT_EQ(result.output, "");
-  EXPECT_EQ(result.errors,
-            "gatewayctl discover: warning: " + remarkOfEnd("fast", 1) +
-                "\ngatewayctl discover: warning: " + remarkOfEnd("slow", 1) +
-                "\ngatewayctl discover: nothing is written, since none of the keys that came can "
-                "be carried:\n"
-                "gatewayctl discover: fast \"d\": the module does not carry type double.\n"
-                "gatewayctl discover: slow \"=\": a configuration can't hold a key with \"=\".\n");
+  EXPECT_EQ(
+      result.errors,
+      "gatewayctl discover: warning: " + remarkOfEnd("fast", 1) +
+          "\ngatewayctl discover: warning: " + remarkOfEnd("slow", 1) +
+          "\ngatewayctl discover: nothing is written, because the module can carry none of "
+          "the keys that came:\n"
+          "gatewayctl discover: fast \"d\": the module does not carry values of type double.\n"
+          "gatewayctl discover: slow \"=\": a configuration can't hold a key that contains "
+          "\"=\".\n");
   EXPECT_EQ(hear(commands, {"--json"}).exitCode, 0);
 }
 
-TEST_F(DiscoverErrors, WrongUseIsTold) {
+TEST_F(DiscoverErrors, ExplainsWrongUse) {
   const auto complaint = [](const std::string& target, const std::string& reason) {
-    return "TARGET: a configuration can't name " + target + " as its target: " + reason +
+    return "TARGET: a configuration can't hold the target " + target + ": " + reason +
            ". Use one such as 127.0.0.1:50005\n";
   };
   const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
       {{}, "TARGET is required\n"},
       {{""}, complaint("\"\"", "it is empty")},
-      {{"unix:a ;b"}, complaint("\"unix:a ;b\"", "a \";\" behind white space begins a comment")},
-      {{"unix:a\nb"}, complaint("\"unix:a\\nb\"", "it has a newline")},
+      {{"unix:a ;b"}, complaint("\"unix:a ;b\"", "a \";\" after white space begins a comment")},
+      {{"unix:a\nb"}, complaint("\"unix:a\\nb\"", "it contains a newline")},
       {{"a:1 "}, complaint("\"a:1 \"", "it begins or ends with white space")},
-      {{"a:1", "--for", "0"}, "--for: \"0\" is not a number above 0, and 86400 at most\n"},
-      {{"a:1", "--for", "soon"}, "--for: \"soon\" is not a number above 0, and 86400 at most\n"},
+      {{"a:1", "--for", "0"}, "--for: \"0\" is not a number from 0.001 to 86400\n"},
+      {{"a:1", "--for", "soon"}, "--for: \"soon\" is not a number from 0.001 to 86400\n"},
       {{"a:1", "b:2"}, "The following argument was not expected: b:2\n"},
   };
   for (const auto& [arguments, error] : cases) {

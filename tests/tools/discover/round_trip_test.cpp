@@ -1,5 +1,5 @@
-// What discover writes, the module takes: a server's keys, whatever they look like, arrive in slots
-// of the configuration that was made of them.
+// The module takes what discover writes: a server's keys, whatever they look like, arrive in the
+// slots of the configuration.
 #include "tests/support/TemporaryFolder.h"
 #include "tests/tools/discover/DiscoverTest.h"
 
@@ -10,7 +10,7 @@ using standin::SlotValue;
 
 class RoundTrip : public DiscoverTest {
  protected:
-  // Starts the module with the configuration, and returns when both streams are open again.
+  // Starts the module with the configuration, and waits until both streams are open.
   void startWith(const std::string& configuration) {
     expectToPassTheCheck(configuration);
     ASSERT_EQ(start(configuration), 0) << configuration;
@@ -24,7 +24,7 @@ class RoundTrip : public DiscoverTest {
     EXPECT_EQ(check.waitExit(), 0) << check.errors() << testing::PrintToString(check.lines());
   }
 
-  // Whether the slot comes to hold the text. What stands before it in the message has come by then.
+  // Waits for the slot to hold the text. Earlier values of the same message have arrived by then.
   bool comes(SlotSet set, const std::string& name, const std::string& text) {
     return host.waitUntil([&] { return read(set, name) == SlotValue(text); });
   }
@@ -34,7 +34,8 @@ class RoundTrip : public DiscoverTest {
   }
 };
 
-// All of them can be written. The last two make the longest line there is, bare and quoted.
+// A configuration can hold all of these. The last two make the longest possible line, without and
+// with quotes.
 const std::vector<std::string> nastyKeys = {
     "dsp state",
     "it's",
@@ -42,13 +43,13 @@ const std::vector<std::string> nastyKeys = {
     "both ' and \"",
     ";first",
     "in;side",
-    "behind ;blank",
-    "behind\t;tab",
-    "behind\r;return",
+    "after ;blank",
+    "after\t;tab",
+    "after\r;return",
     " ; ; ",
     "#first",
     "in#side",
-    "behind #blank",
+    "after #blank",
     "back\\slash",
     "\\",
     "\\\\",
@@ -128,7 +129,7 @@ TEST_F(RoundTrip, EachTypeAndRateArrivesInItsSlot) {
   instance.stop();
 }
 
-TEST_F(RoundTrip, WhatIsNotCarriedDoesNotHarmTheRest) {
+TEST_F(RoundTrip, KeysThatAreNotCarriedDoNotHarmTheRest) {
   const auto batch = [](float value, const std::string& text) {
     return Batch()
         .addFloat("a=b\r\n[Meters]\nTarget=elsewhere", value)

@@ -1,4 +1,4 @@
-// What is taken from messages, readable or not.
+// What is recorded of messages, readable or not.
 #include "tools/discover/Sightings.h"
 
 #include <google/protobuf/stubs/logging.h>
@@ -21,7 +21,7 @@ std::string meter(const std::string& key, ValueCase type = ValueCase::kSint) {
   return meter.SerializeAsString();
 }
 
-TEST(SightingsOf, AKeyAreThoseOfItsStream) {
+TEST(Sightings, KeepTheStreamsOfAKeyApart) {
   Sightings sightings;
   sightings.take(SlotSet::Slow, meter("b"));
   sightings.take(SlotSet::Fast, meter("a"));
@@ -40,8 +40,8 @@ TEST(SightingsOf, AKeyAreThoseOfItsStream) {
   EXPECT_EQ(sightings.messagesOf(SlotSet::Slow).messages, 4u);
 }
 
-// Exactly the limit is still taken.
-TEST(SightingsOf, AMessageEndAtTheLimitOfClients) {
+// A message of exactly that size is still read.
+TEST(Sightings, RefuseMessagesAboveTheLimitOfClients) {
   Sightings sightings;
   const auto ofSize = [](std::size_t size) {
     return "\x7a" + std::string("\xfb\xff\xff\x01", 4) + std::string(size - 5, 'x');
@@ -51,11 +51,11 @@ TEST(SightingsOf, AMessageEndAtTheLimitOfClients) {
       << sightings.messagesOf(SlotSet::Fast).firstUnreadable;
   sightings.take(SlotSet::Fast, ofSize(Sightings::messageLimit + 1));
   EXPECT_EQ(sightings.messagesOf(SlotSet::Fast).firstUnreadable,
-            "message 2 has 4194305 bytes, and gRPC clients take 4194304 at most");
+            "message 2 has 4194305 bytes, and gRPC clients accept 4194304 at most");
 }
 
-// The first is kept, and messages cut off anywhere are refused without harm.
-TEST(SightingsOf, UnreadableMessagesAreCounted) {
+// Cuts a message off at every length. Only the first reason is kept.
+TEST(Sightings, CountUnreadableMessages) {
   google::protobuf::SetLogHandler(nullptr);
   Sightings sightings;
   const std::string whole = meter("key");
@@ -64,23 +64,23 @@ TEST(SightingsOf, UnreadableMessagesAreCounted) {
   }
   const auto& seen = sightings.messagesOf(SlotSet::Fast);
   EXPECT_EQ(seen.unreadable, whole.size() - 1);
-  EXPECT_EQ(seen.firstUnreadable, "message 1 can't be parsed as the Meter of proto/meters.proto");
+  EXPECT_EQ(seen.firstUnreadable, "message 1 can't be parsed as a Meter of proto/meters.proto");
   EXPECT_TRUE(sightings.keys().empty());
 }
 
-TEST(TypeOf, EveryMemberOfTheWireHasItsRow) {
+TEST(TypeOf, EveryMemberOfAnyValueHasItsRow) {
   for (int number = 0; number <= ValueCase::kSdouble; ++number) {
     const auto value = static_cast<ValueCase>(number);
     EXPECT_EQ(discover::typeOf(value).value, value);
   }
 }
 
-TEST(Shown, IsOneLineAndShort) {
+TEST(Shown, IsShortAndOnOneLine) {
   EXPECT_EQ(discover::shown("a\"b\n\t\x1b\x7f\\"), R"("a\"b\n\t\u001b\u007f\\")");
   EXPECT_EQ(discover::shown("\xff"), "\"\xef\xbf\xbd\"");
   EXPECT_EQ(discover::shown(std::string(100, 'x')), "\"" + std::string(100, 'x') + "\"");
   EXPECT_EQ(discover::shown(std::string(101, 'x')), "\"" + std::string(100, 'x') + "\"...");
-  // A character of three bytes on the border goes whole.
+  // A character of three bytes at the limit is dropped whole.
   EXPECT_EQ(discover::shown(std::string(98, 'x') + "\xe2\x82\xac"),
             "\"" + std::string(98, 'x') + "\"...");
 }

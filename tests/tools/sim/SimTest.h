@@ -1,4 +1,4 @@
-// The simulator in its two ways of running, for the tests of it: obeying commands, and playing.
+// The simulator for its own tests, in both modes: obeying commands, and playing.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -17,14 +17,14 @@
 
 using Lines = std::vector<std::string>;
 
-// A parameter of tests shows its name.
+// Shows the parameter of a test by its name.
 template <typename Named>
 std::enable_if_t<std::is_same_v<decltype(Named::name), std::string>, std::ostream&> operator<<(
     std::ostream& out, const Named& parameter) {
   return out << parameter.name;
 }
 
-// Messages that can't all be written before the client reads.
+// More messages than can be written before the client reads.
 constexpr std::size_t mebibyte = 1 << 20;
 constexpr int moreThanIsSentUnread = 16;
 
@@ -37,7 +37,7 @@ inline std::string sendUnreadMessages() {
          std::to_string(moreThanIsSentUnread);
 }
 
-// Lines of standard output but for the first ones, which tell the addresses.
+// The lines of standard output from `first` on, without those that name the addresses.
 inline Lines linesFrom(std::ptrdiff_t first, const ToolProcess& process) {
   const auto lines = process.lines();
   return {lines.begin() + first, lines.end()};
@@ -49,6 +49,11 @@ inline sonalith::grpc::Meter meterOf(const std::optional<std::string>& bytes) {
   return meter;
 }
 
+// Of a target "ADDRESS:PORT".
+inline unsigned short portOf(const std::string& target) {
+  return static_cast<unsigned short>(std::stoi(target.substr(target.rfind(':') + 1)));
+}
+
 class ObeyingSim : public testing::Test {
  protected:
   RawCall fastCall() { return {sim.metersTarget(), fastPath}; }
@@ -57,7 +62,7 @@ class ObeyingSim : public testing::Test {
   SimProcess sim;
 };
 
-// The program in its playing mode.
+// A simulator that plays.
 class PlayingSim {
  public:
   explicit PlayingSim(std::vector<std::string> arguments)

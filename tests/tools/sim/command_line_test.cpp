@@ -1,4 +1,4 @@
-// What the simulator says to wrong use, and its manual.
+// What the simulator says about wrong use, and its help.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -14,16 +14,17 @@ std::string lastLineOf(const std::string& text) {
   return text.substr(text.rfind('\n', end) + 1, end - text.rfind('\n', end));
 }
 
-TEST(Sim, tellsOfABusyPort) {
+TEST(Sim, NamesABusyPortAndTheRemedy) {
   SimProcess first;
   const auto& target = first.engineTarget();
   ToolProcess second({"sim", "--meters", "127.0.0.1:0", "--engine", target});
   EXPECT_EQ(second.waitExit(), 1);
   EXPECT_EQ(second.lines(), Lines{});
-  EXPECT_EQ(lastLineOf(second.errors()),
-            "gatewayctl: can't listen on " + target +
-                ": another program has the port, or the address is not one of this machine. End "
-                "that program, or choose another address by --engine (port 0 takes any free port)");
+  EXPECT_EQ(
+      lastLineOf(second.errors()),
+      "gatewayctl: can't listen on " + target +
+          ": another program uses the port, or this machine does not have the address. End "
+          "that program, or choose another address with --engine (port 0 takes any free port)");
 }
 
 struct WrongUse {
@@ -37,81 +38,81 @@ class EachWrongUse : public testing::TestWithParam<WrongUse> {};
 INSTANTIATE_TEST_SUITE_P(
     , EachWrongUse,
     testing::ValuesIn(std::vector<WrongUse>{
-        {"noSubCommand", {}, "A subcommand is required\n"},
-        {"unknownOption",
+        {"NoSubCommand", {}, "A subcommand is required\n"},
+        {"UnknownOption",
          {"sim", "--speed", "3"},
          "The following arguments were not expected: 3 --speed\n"},
-        {"keyWithoutParts",
+        {"KeyWithoutParts",
          {"sim", "--keys", "fast:float"},
          "--keys: \"fast:float\" is not RATE:TYPE:KEY, such as fast:float:out.level\n"},
-        {"keyWithoutKey",
+        {"KeyWithoutKey",
          {"sim", "--keys", "fast:float:"},
          "--keys: \"fast:float:\" is not RATE:TYPE:KEY, such as fast:float:out.level\n"},
-        {"unknownRate",
+        {"UnknownRate",
          {"sim", "--keys", "fast:float:a", "medium:float:b"},
-         "--keys: \"medium\" in \"medium:float:b\" is not a rate: fast or slow\n"},
-        {"unknownType",
+         "--keys: \"medium\" in \"medium:float:b\" is not a rate. Use fast or slow\n"},
+        {"UnknownType",
          {"sim", "--keys", "slow:double:a"},
-         "--keys: \"double\" in \"slow:double:a\" is not a type: string, int, uint or float\n"},
-        {"addressWithoutPort",
+         "--keys: \"double\" in \"slow:double:a\" is not a type. Use string, int, uint or float\n"},
+        {"AddressWithoutPort",
          {"sim", "--meters", "localhost"},
          "--meters: \"localhost\" is not ADDRESS:PORT, such as 127.0.0.1:50005\n"},
-        {"portWithoutAddress",
+        {"PortWithoutAddress",
          {"sim", "--engine", ":50006"},
          "--engine: \":50006\" is not ADDRESS:PORT, such as 127.0.0.1:50005\n"},
-        {"portTooLarge",
+        {"PortTooLarge",
          {"sim", "--engine", "localhost:65536"},
          "--engine: \"localhost:65536\" is not ADDRESS:PORT, such as 127.0.0.1:50005\n"},
-        {"rateTooLarge",
+        {"RateTooLarge",
          {"sim", "--rate-fast", "10001"},
          "--rate-fast: \"10001\" is not a number from 0 to 10000\n"},
-        {"rateNoNumber",
+        {"RateNoNumber",
          {"sim", "--rate-slow", "often"},
          "--rate-slow: \"often\" is not a number from 0 to 10000\n"},
-        {"rateNan",
+        {"RateNan",
          {"sim", "--rate-slow", "nan"},
          "--rate-slow: \"nan\" is not a number from 0 to 10000\n"},
-        {"timeNegative",
+        {"TimeNegative",
          {"sim", "--for", "-1"},
-         "--for: \"-1\" is not a number from 0 to 1000000000\n"},
-        {"noValuesPerMessage",
+         "--for: \"-1\" is not a number of seconds from 0 to 1000000000\n"},
+        {"NoValuesPerMessage",
          {"sim", "--values-per-message", "0"},
          "--values-per-message: \"0\" is not a number from 1 to 1000000000\n"},
-        {"noHeartbeat",
+        {"NoHeartbeat",
          {"sim", "--heartbeat", "0"},
          "--heartbeat: \"0\" is not a number from 0.001 to 1000000\n"},
-        {"strikesNoNumber",
+        {"StrikesNoNumber",
          {"sim", "--strict-pings", "never"},
          "--strict-pings: \"never\" is not a number from 0 to 1000000\n"},
-        {"commandsAndFaults",
+        {"CommandsAndFaults",
          {"sim", "--commands", "--fault", "at 1: end"},
          "--fault excludes --commands\n"},
-        {"commandsAndJson", {"sim", "--commands", "--json"}, "--json excludes --commands\n"},
-        {"nothingToServe",
+        {"CommandsAndJson", {"sim", "--commands", "--json"}, "--json excludes --commands\n"},
+        {"NothingToServe",
          {"sim", "--meters", "", "--engine", ""},
          "sim: nothing to serve: give --meters or --engine an address\n"},
-        {"commandsAndKeys",
+        {"CommandsAndKeys",
          {"sim", "--commands", "--keys", "fast:float:a"},
          "--keys excludes --commands\n"},
     }),
     [](const auto& test) { return test.param.name; });
 
-TEST_P(EachWrongUse, isToldOfAndGivesTwo) {
+TEST_P(EachWrongUse, IsExplainedAndExitsWithTwo) {
   ToolProcess tool(GetParam().arguments);
   EXPECT_EQ(tool.waitExit(), 2);
   EXPECT_EQ(tool.errors(), GetParam().error + "Run with --help for more information.\n");
   EXPECT_EQ(tool.lines(), Lines{});
 }
 
-TEST(Sim, helpHasAnExampleToPaste) {
+TEST(Sim, HelpHasAnExampleToPaste) {
   ToolProcess help({"sim", "--help"});
   EXPECT_EQ(help.waitExit(), 0);
   EXPECT_TRUE(
       help.hasLine("  gatewayctl sim --keys fast:float:out.level \"slow:string:dsp state\""));
 }
 
-// The calls are told of on gRPC's threads.
-TEST(Sim, servesOnWhenNothingCanBeWritten) {
+// gRPC's threads write the output, and an error there must not end them.
+TEST(Sim, KeepsServingWhenItsOutputCannotBeWritten) {
   const auto target = unusedTarget();
   const std::string command = GATEWAYCTL_PATH " sim --commands --meters '' --engine " + target;
   FILE* const input = popen((command + " >/dev/full 2>/dev/full").c_str(), "we");

@@ -1,4 +1,4 @@
-// The simulator obeying: what commands do to streams and to the engine service.
+// The simulator with --commands: what commands do to streams and to the engine service.
 #include <grpcpp/client_context.h>
 #include <gtest/gtest.h>
 
@@ -15,12 +15,12 @@ namespace {
 
 using grpc::StatusCode;
 
-TEST_F(ObeyingSim, tellsOfAStreamWithNothingButItsArrival) {
+TEST_F(ObeyingSim, ReportsAStreamWithoutRequestDeadlineOrMetadata) {
   auto call = fastCall();
   EXPECT_EQ(sim.waitEvent("open"), "open fast 1 - deadline=none metadata=-");
 }
 
-TEST_F(ObeyingSim, tellsRequestDeadlineAndMetadataOfACall) {
+TEST_F(ObeyingSim, ReportsRequestDeadlineAndMetadataOfACall) {
   RawCall call(sim.metersTarget(), slowPath, std::string("\x0a\x00\xff", 3), [](auto& context) {
     context.set_deadline(std::chrono::system_clock::now() + patience);
     context.AddMetadata("x-two", "a");
@@ -30,7 +30,7 @@ TEST_F(ObeyingSim, tellsRequestDeadlineAndMetadataOfACall) {
   EXPECT_EQ(sim.waitEvent("open"), "open slow 1 0a00ff deadline=set metadata=x-one,x-two");
 }
 
-TEST_F(ObeyingSim, countsCallsOfEachMethodFromOne) {
+TEST_F(ObeyingSim, CountsTheCallsOfEachMethodFromOne) {
   auto first = fastCall();
   EXPECT_EQ(sim.waitEvent("open"), "open fast 1 - deadline=none metadata=-");
   auto second = fastCall();
@@ -39,7 +39,7 @@ TEST_F(ObeyingSim, countsCallsOfEachMethodFromOne) {
   EXPECT_EQ(sim.waitEvent("open"), "open slow 1 - deadline=none metadata=-");
 }
 
-TEST_F(ObeyingSim, holdsManyStreamsAtOnce) {
+TEST_F(ObeyingSim, KeepsManyStreamsOpenAtOnce) {
   constexpr int many = 40;
   std::vector<std::unique_ptr<RawCall>> calls;
   for (int number = 1; number <= many; ++number) {
@@ -49,7 +49,7 @@ TEST_F(ObeyingSim, holdsManyStreamsAtOnce) {
   EXPECT_FALSE(sim.hasEvent("closed"));
 }
 
-TEST_F(ObeyingSim, sendsBytesAsTheyAre) {
+TEST_F(ObeyingSim, SendsBytesUnchanged) {
   auto call = fastCall();
   sim.waitEvent("open fast 1 ");
   sim.command("send fast 0a0D0a04");
@@ -57,7 +57,7 @@ TEST_F(ObeyingSim, sendsBytesAsTheyAre) {
   EXPECT_EQ(sim.waitEvent("sent"), "sent fast 1 1");
 }
 
-TEST_F(ObeyingSim, sendsAMessageWithoutBytes) {
+TEST_F(ObeyingSim, SendsAnEmptyMessage) {
   auto call = slowCall();
   sim.waitEvent("open slow 1 ");
   sim.command("send slow -");
@@ -65,7 +65,7 @@ TEST_F(ObeyingSim, sendsAMessageWithoutBytes) {
   EXPECT_EQ(sim.waitEvent("sent"), "sent slow 1 1");
 }
 
-TEST_F(ObeyingSim, sendsWhatCannotBeParsed) {
+TEST_F(ObeyingSim, SendsBytesThatCannotBeParsed) {
   auto stub = sonalith::grpc::Meters::NewStub(connect(sim.metersTarget()));
   grpc::ClientContext context;
   auto reader = stub->GetMetersFast(&context, {});
@@ -77,7 +77,7 @@ TEST_F(ObeyingSim, sendsWhatCannotBeParsed) {
   reader->Finish();
 }
 
-TEST_F(ObeyingSim, sendsWhatGeneratedStubsRead) {
+TEST_F(ObeyingSim, SendsMessagesThatGeneratedStubsRead) {
   auto stub = sonalith::grpc::Meters::NewStub(connect(sim.metersTarget()));
   grpc::ClientContext context;
   auto reader = stub->GetMetersSlow(&context, {});
@@ -93,7 +93,7 @@ TEST_F(ObeyingSim, sendsWhatGeneratedStubsRead) {
   EXPECT_TRUE(reader->Finish().ok());
 }
 
-TEST_F(ObeyingSim, sendsMoreThanClientsAcceptByDefault) {
+TEST_F(ObeyingSim, SendsMessagesLargerThanClientsAcceptByDefault) {
   constexpr std::size_t fiveMebibytes = 5 << 20;
   const std::string large(fiveMebibytes, 'x');
   auto call = fastCall();
@@ -102,7 +102,7 @@ TEST_F(ObeyingSim, sendsMoreThanClientsAcceptByDefault) {
   EXPECT_TRUE(call.read() == large);
 }
 
-TEST_F(ObeyingSim, sendsAMessageManyTimes) {
+TEST_F(ObeyingSim, SendsAMessageSeveralTimes) {
   auto call = fastCall();
   sim.waitEvent("open fast 1 ");
   sim.command("send fast 01 3");
@@ -113,21 +113,21 @@ TEST_F(ObeyingSim, sendsAMessageManyTimes) {
   EXPECT_EQ(sim.waitEvent("sent"), "sent fast 1 1");
 }
 
-TEST_F(ObeyingSim, sendsOnUntilStopped) {
+TEST_F(ObeyingSim, RepeatsAMessageUntilItIsStopped) {
   auto call = fastCall();
   sim.waitEvent("open fast 1 ");
   sim.command("send fast 01 0");
-  constexpr int enoughToBelieveIt = 1000;
-  for (int i = 0; i < enoughToBelieveIt; ++i) ASSERT_EQ(call.read(), "\x01");
+  constexpr int repetitions = 1000;
+  for (int i = 0; i < repetitions; ++i) ASSERT_EQ(call.read(), "\x01");
   sim.command("stop fast");
   sim.command("send fast 02");
-  std::size_t count = enoughToBelieveIt;
+  std::size_t count = repetitions;
   while (call.read() == "\x01") ++count;
   EXPECT_EQ(sim.waitEvent("sent"), "sent fast 1 " + std::to_string(count));
   EXPECT_EQ(sim.waitEvent("sent"), "sent fast 1 1");
 }
 
-TEST_F(ObeyingSim, stopLetsGoOfAllThatWaits) {
+TEST_F(ObeyingSim, StopDropsAllQueuedMessages) {
   auto call = fastCall();
   sim.waitEvent("open fast 1 ");
   sim.command("send fast 01 0");
@@ -141,7 +141,7 @@ TEST_F(ObeyingSim, stopLetsGoOfAllThatWaits) {
   EXPECT_EQ(sim.waitEvent("sent"), "sent fast 1 0");
 }
 
-TEST_F(ObeyingSim, sendsOnUntilTheClientCancels) {
+TEST_F(ObeyingSim, RepeatsAMessageUntilTheClientCancels) {
   auto call = fastCall();
   sim.waitEvent("open fast 1 ");
   sim.command("send fast 01 0");
@@ -151,7 +151,7 @@ TEST_F(ObeyingSim, sendsOnUntilTheClientCancels) {
   EXPECT_TRUE(sim.hasEvent("sent fast 1 "));
 }
 
-TEST_F(ObeyingSim, sendsOnUntilItIsToldToEnd) {
+TEST_F(ObeyingSim, RepeatsAMessageUntilTheStreamIsEnded) {
   auto call = fastCall();
   sim.waitEvent("open fast 1 ");
   sim.command("send fast 01 0");
@@ -163,7 +163,7 @@ TEST_F(ObeyingSim, sendsOnUntilItIsToldToEnd) {
   EXPECT_EQ(sim.waitEvent("closed"), "closed fast 1 ended");
 }
 
-TEST_F(ObeyingSim, sendsToTheNewestCallThatIsOpen) {
+TEST_F(ObeyingSim, SendsToTheNewestOpenCall) {
   auto older = fastCall();
   sim.waitEvent("open fast 1 ");
   auto newer = fastCall();
@@ -176,7 +176,7 @@ TEST_F(ObeyingSim, sendsToTheNewestCallThatIsOpen) {
   EXPECT_EQ(newer.read(), std::nullopt);
 }
 
-TEST_F(ObeyingSim, sendsToTheStreamOfTheNameOnly) {
+TEST_F(ObeyingSim, SendsOnlyToTheNamedStream) {
   auto fast = fastCall();
   sim.waitEvent("open fast 1 ");
   auto slow = slowCall();
@@ -188,7 +188,7 @@ TEST_F(ObeyingSim, sendsToTheStreamOfTheNameOnly) {
   EXPECT_EQ(slow.readAll(), Lines{});
 }
 
-TEST_F(ObeyingSim, doesNotBlockOnAClientThatDoesNotRead) {
+TEST_F(ObeyingSim, DoesNotBlockOnAClientThatDoesNotRead) {
   auto call = fastCall();
   sim.waitEvent("open fast 1 ");
   sim.command(sendUnreadMessages());
@@ -197,7 +197,7 @@ TEST_F(ObeyingSim, doesNotBlockOnAClientThatDoesNotRead) {
   EXPECT_TRUE(call.readAll() == unreadMessages());
 }
 
-TEST_F(ObeyingSim, aCallThatIsEndingIsNotOpenAnyMore) {
+TEST_F(ObeyingSim, AnEndingCallIsNoLongerOpen) {
   auto older = fastCall();
   sim.waitEvent("open fast 1 ");
   auto newer = fastCall();
@@ -209,7 +209,7 @@ TEST_F(ObeyingSim, aCallThatIsEndingIsNotOpenAnyMore) {
   EXPECT_EQ(older.read(), "\x01");
 }
 
-TEST_F(ObeyingSim, tellsWhenAClientCancels) {
+TEST_F(ObeyingSim, ReportsThatAClientCancelled) {
   auto call = slowCall();
   sim.waitEvent("open slow 1 ");
   call.cancel();
@@ -217,13 +217,13 @@ TEST_F(ObeyingSim, tellsWhenAClientCancels) {
   EXPECT_EQ(call.finish(), StatusCode::CANCELLED);
 }
 
-TEST_F(ObeyingSim, aCancelledCallIsNotOpenAnyMore) {
+TEST_F(ObeyingSim, ACancelledCallIsNoLongerOpen) {
   auto call = slowCall();
   sim.waitEvent("open slow 1 ");
   call.cancel();
   sim.waitEvent("closed slow 1 ");
   sim.command("send slow 01");
-  EXPECT_EQ(sim.waitEvent("error"), "error no open slow stream");
+  EXPECT_EQ(sim.waitEvent("error"), "error no slow stream is open");
 }
 
 struct NamedStatus {
@@ -255,7 +255,7 @@ INSTANTIATE_TEST_SUITE_P(, EachStatus,
                          }),
                          [](const auto& test) { return test.param.name; });
 
-TEST_P(EachStatus, endsAStreamByItsName) {
+TEST_P(EachStatus, CanEndAStream) {
   SimProcess sim;
   RawCall call(sim.metersTarget(), fastPath);
   sim.waitEvent("open fast 1 ");
@@ -264,14 +264,14 @@ TEST_P(EachStatus, endsAStreamByItsName) {
   EXPECT_EQ(sim.waitEvent("closed"), "closed fast 1 ended");
 }
 
-TEST_F(ObeyingSim, answersSetParamsAtFirstWithNothing) {
+TEST_F(ObeyingSim, AnswersSetParamsWithAnEmptyMessageAtFirst) {
   EXPECT_EQ(setParams(sim.engineTarget(), "\x0a"), (Reply{StatusCode::OK, {""}}));
   EXPECT_EQ(sim.waitEvent("SetParams"), "SetParams 1 0a deadline=none metadata=-");
   EXPECT_EQ(sim.waitEvent("closed"), "closed SetParams 1 replied");
   EXPECT_FALSE(sim.hasEvent("sent"));
 }
 
-TEST_F(ObeyingSim, tellsDeadlineAndMetadataOfSetParams) {
+TEST_F(ObeyingSim, ReportsDeadlineAndMetadataOfSetParams) {
   RawCall call(sim.engineTarget(), setParamsPath, "", [](auto& context) {
     context.set_deadline(std::chrono::system_clock::now() + patience);
     context.AddMetadata("x-key", "value");
@@ -279,14 +279,14 @@ TEST_F(ObeyingSim, tellsDeadlineAndMetadataOfSetParams) {
   EXPECT_EQ(sim.waitEvent("SetParams"), "SetParams 1 - deadline=set metadata=x-key");
 }
 
-TEST_F(ObeyingSim, answersSetParamsWithTheBytesGiven) {
+TEST_F(ObeyingSim, AnswersSetParamsWithTheGivenBytes) {
   sim.command("engine reply ff00");
   const Reply reply{StatusCode::OK, {std::string("\xff\0", 2)}};
   EXPECT_EQ(setParams(sim.engineTarget()), reply);
   EXPECT_EQ(setParams(sim.engineTarget()), reply);
 }
 
-TEST_F(ObeyingSim, answersGeneratedStubs) {
+TEST_F(ObeyingSim, AnswersGeneratedStubs) {
   sonalith::grpcengine::ResponseSetParams reply;
   reply.add_params()->set_key("gain");
   sim.command("engine reply " + toHex(reply));
@@ -297,7 +297,7 @@ TEST_F(ObeyingSim, answersGeneratedStubs) {
   EXPECT_EQ(received.SerializeAsString(), reply.SerializeAsString());
 }
 
-TEST_F(ObeyingSim, failsSetParamsWithTheStatusGiven) {
+TEST_F(ObeyingSim, FailsSetParamsWithTheGivenStatus) {
   sim.command("engine fail PERMISSION_DENIED");
   EXPECT_EQ(setParams(sim.engineTarget()), (Reply{StatusCode::PERMISSION_DENIED, {}}));
   EXPECT_EQ(sim.waitEvent("closed"), "closed SetParams 1 replied");
@@ -305,7 +305,7 @@ TEST_F(ObeyingSim, failsSetParamsWithTheStatusGiven) {
   EXPECT_EQ(setParams(sim.engineTarget()), (Reply{StatusCode::OK, {""}}));
 }
 
-TEST_F(ObeyingSim, holdsSetParamsUntilTheRelease) {
+TEST_F(ObeyingSim, HoldsSetParamsUntilTheRelease) {
   sim.command("engine reply 07");
   sim.command("engine hold");
   RawCall first(sim.engineTarget(), setParamsPath);
@@ -320,7 +320,7 @@ TEST_F(ObeyingSim, holdsSetParamsUntilTheRelease) {
   sim.waitEvent("closed SetParams 2 replied");
 }
 
-TEST_F(ObeyingSim, holdsOnAfterARelease) {
+TEST_F(ObeyingSim, KeepsHoldingAfterARelease) {
   sim.command("engine hold");
   sim.command("engine release");
   RawCall call(sim.engineTarget(), setParamsPath);
@@ -330,13 +330,13 @@ TEST_F(ObeyingSim, holdsOnAfterARelease) {
   EXPECT_EQ(sim.waitEvent("closed"), "closed SetParams 1 cancelled");
 }
 
-TEST_F(ObeyingSim, holdsNoMoreAfterAReply) {
+TEST_F(ObeyingSim, StopsHoldingAfterAReplyCommand) {
   sim.command("engine hold");
   sim.command("engine reply 07");
   EXPECT_EQ(setParams(sim.engineTarget()), (Reply{StatusCode::OK, {"\x07"}}));
 }
 
-TEST_F(ObeyingSim, keepsWhatIsHeldWhenLaterCallsAreAnsweredAgain) {
+TEST_F(ObeyingSim, KeepsHeldCallsWhenLaterCallsAreAnswered) {
   sim.command("engine hold");
   RawCall held(sim.engineTarget(), setParamsPath);
   sim.waitEvent("SetParams 1 ");
@@ -347,7 +347,7 @@ TEST_F(ObeyingSim, keepsWhatIsHeldWhenLaterCallsAreAnsweredAgain) {
   EXPECT_EQ(replyTo(held), (Reply{StatusCode::UNAVAILABLE, {}}));
 }
 
-TEST_F(ObeyingSim, tellsWhenAClientCancelsAHeldCall) {
+TEST_F(ObeyingSim, ReportsThatAClientCancelledAHeldCall) {
   sim.command("engine hold");
   RawCall call(sim.engineTarget(), setParamsPath);
   sim.waitEvent("SetParams 1 ");
@@ -357,7 +357,7 @@ TEST_F(ObeyingSim, tellsWhenAClientCancelsAHeldCall) {
   EXPECT_FALSE(sim.hasEvent("error"));
 }
 
-// ---- Obeying: commands ----------------------------------------------------------------------
+// ---- Wrong commands ----------------------------------------------------------------------
 
 struct WrongCommand {
   std::string name;
@@ -370,47 +370,49 @@ class EachWrongCommand : public testing::TestWithParam<WrongCommand> {};
 INSTANTIATE_TEST_SUITE_P(
     , EachWrongCommand,
     testing::ValuesIn(std::vector<WrongCommand>{
-        {"unknown", "sned fast 00",
-         "error unknown command \"sned fast 00\"; commands are send, stop, end, engine reply, "
+        {"Unknown", "sned fast 00",
+         "error unknown command \"sned fast 00\". The commands are send, stop, end, engine reply, "
          "engine fail, engine hold, engine release, sync, quit"},
-        {"unknownEngineCommand", "engine explode",
-         "error unknown command \"engine explode\"; commands are send, stop, end, engine reply, "
+        {"UnknownEngineCommand", "engine explode",
+         "error unknown command \"engine explode\". The commands are send, stop, end, engine "
+         "reply, "
          "engine fail, engine hold, engine release, sync, quit"},
-        {"tooFewWords", "send fast", "error usage: send fast|slow HEX|- [TIMES]"},
-        {"tooManyWords", "stop fast now", "error usage: stop fast|slow"},
-        {"oddHex", "send fast 0a0",
-         "error \"0a0\" is not hexadecimal: pairs of the digits 0-9 and a-f, or - for no bytes"},
-        {"badHex", "send fast 0g",
-         "error \"0g\" is not hexadecimal: pairs of the digits 0-9 and a-f, or - for no bytes"},
-        {"controlCharacters", "end fast \x1b[1m",
-         "error \"\\x1b[1m\" is not a status; one of: OK CANCELLED UNKNOWN INVALID_ARGUMENT "
+        {"TooFewWords", "send fast", "error usage: send fast|slow HEX|- [TIMES]"},
+        {"TooManyWords", "stop fast now", "error usage: stop fast|slow"},
+        {"OddHex", "send fast 0a0",
+         "error \"0a0\" is not hexadecimal. Use pairs of the digits 0-9 and a-f, or - for no "
+         "bytes"},
+        {"BadHex", "send fast 0g",
+         "error \"0g\" is not hexadecimal. Use pairs of the digits 0-9 and a-f, or - for no bytes"},
+        {"ControlCharacters", "end fast \x1b[1m",
+         "error \"\\x1b[1m\" is not a status. Use one of: OK CANCELLED UNKNOWN INVALID_ARGUMENT "
          "DEADLINE_EXCEEDED NOT_FOUND ALREADY_EXISTS PERMISSION_DENIED RESOURCE_EXHAUSTED "
          "FAILED_PRECONDITION ABORTED OUT_OF_RANGE UNIMPLEMENTED INTERNAL UNAVAILABLE DATA_LOSS "
          "UNAUTHENTICATED"},
-        {"badReply", "engine reply x",
-         "error \"x\" is not hexadecimal: pairs of the digits 0-9 and a-f, or - for no bytes"},
-        {"badTimes", "send fast 00 -1",
-         "error \"-1\" is not a number of times: digits, 0 to go on forever"},
-        {"badStatus", "engine fail Ok",
-         "error \"Ok\" is not a status; one of: OK CANCELLED UNKNOWN INVALID_ARGUMENT "
+        {"BadReply", "engine reply x",
+         "error \"x\" is not hexadecimal. Use pairs of the digits 0-9 and a-f, or - for no bytes"},
+        {"BadTimes", "send fast 00 -1",
+         "error \"-1\" is not a number of times. Use digits; 0 means without end"},
+        {"BadStatus", "engine fail Ok",
+         "error \"Ok\" is not a status. Use one of: OK CANCELLED UNKNOWN INVALID_ARGUMENT "
          "DEADLINE_EXCEEDED NOT_FOUND ALREADY_EXISTS PERMISSION_DENIED RESOURCE_EXHAUSTED "
          "FAILED_PRECONDITION ABORTED OUT_OF_RANGE UNIMPLEMENTED INTERNAL UNAVAILABLE DATA_LOSS "
          "UNAUTHENTICATED"},
-        {"badStream", "send SetParams 00", "error \"SetParams\" is not a stream: fast or slow"},
-        {"sendWithoutStream", "send fast 00", "error no open fast stream"},
-        {"stopWithoutStream", "stop slow", "error no open slow stream"},
-        {"endWithoutStream", "end fast OK", "error no open fast stream"},
+        {"BadStream", "send SetParams 00", "error \"SetParams\" is not a stream. Use fast or slow"},
+        {"SendWithoutStream", "send fast 00", "error no fast stream is open"},
+        {"StopWithoutStream", "stop slow", "error no slow stream is open"},
+        {"EndWithoutStream", "end fast OK", "error no fast stream is open"},
     }),
     [](const auto& test) { return test.param.name; });
 
-TEST_P(EachWrongCommand, isToldOfAndTheProgramGoesOn) {
+TEST_P(EachWrongCommand, IsReportedAndTheProgramContinues) {
   SimProcess sim;
   sim.command(GetParam().line);
   EXPECT_EQ(sim.waitEvent("error"), GetParam().error);
   EXPECT_EQ(setParams(sim.engineTarget()), (Reply{StatusCode::OK, {""}}));
 }
 
-TEST_F(ObeyingSim, passesOverEmptyLinesAndBlanks) {
+TEST_F(ObeyingSim, IgnoresEmptyLinesAndExtraBlanks) {
   sim.command("");
   sim.command("   ");
   sim.command("\tengine  reply   05 \r");

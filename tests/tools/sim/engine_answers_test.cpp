@@ -1,4 +1,4 @@
-// What becomes of SetParams calls that are left unanswered.
+// What happens to SetParams calls that stay unanswered.
 #include "tools/sim/EngineAnswers.h"
 
 #include <gtest/gtest.h>
@@ -13,7 +13,7 @@
 
 namespace {
 
-// Leaves every call to a Player, and keeps an eye on the last.
+// Passes every event on to a Player, and watches the last call.
 class Watcher final : public sim::CallListener {
  public:
   explicit Watcher(sim::Player& player) : player_(player) {}
@@ -32,7 +32,7 @@ class Watcher final : public sim::CallListener {
   std::weak_ptr<sim::Call> last_;
 };
 
-TEST(EngineAnswers, letGoOfACallThatHasEnded) {
+TEST(EngineAnswers, DropACallThatHasEnded) {
   asio::io_context loop;
   sim::EngineAnswers answers(loop);
   answers.change({.replies = false});

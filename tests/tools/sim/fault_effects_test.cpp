@@ -1,10 +1,8 @@
 // What each fault does to a client, on the wire.
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
+#include <asio/io_context.hpp>
+#include <asio/ip/tcp.hpp>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -19,13 +17,14 @@
 
 namespace {
 
+using asio::ip::tcp;
 using grpc::StatusCode;
 using sonalith::grpc::AnyValue;
 using sonalith::grpc::Meter;
 
 constexpr int several = 10;
 
-// Plays four keys, and what is wrong with it is in `faults`.
+// Plays four keys, with these faults.
 PlayingSim simWith(std::vector<std::string> faults, std::vector<std::string> more = {}) {
   std::vector<std::string> arguments{"--rate-fast",   "50",           "--rate-slow", "50",
                                      "--keys",        "fast:float:a", "fast:int:b",  "fast:uint:c",
@@ -33,19 +32,6 @@ PlayingSim simWith(std::vector<std::string> faults, std::vector<std::string> mor
   arguments.insert(arguments.end(), more.begin(), more.end());
   for (auto& fault : faults) arguments.insert(arguments.end(), {"--fault", std::move(fault)});
   return PlayingSim(std::move(arguments));
-}
-
-int listenAt(const std::string& target) {
-  const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  const int yes = 1;
-  setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  address.sin_port = htons(static_cast<in_port_t>(std::stoi(target.substr(target.find(':') + 1))));
-  EXPECT_EQ(bind(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-  EXPECT_EQ(listen(descriptor, 1), 0);
-  return descriptor;
 }
 
 // The first message for which `wanted` holds.
@@ -62,7 +48,7 @@ bool isParsed(const std::string& bytes) {
   return Meter().ParseFromString(bytes);
 }
 
-TEST(FaultEffect, endGivesTheStatus) {
+TEST(FaultEffect, EndEndsTheStreamWithItsStatus) {
   auto sim = simWith({"every 0.2: end fast DATA_LOSS", "every 0.2: end slow"});
   RawCall fast(sim.metersTarget(), fastPath);
   RawCall slow(sim.metersTarget(), slowPath);
@@ -70,14 +56,14 @@ TEST(FaultEffect, endGivesTheStatus) {
   EXPECT_EQ(replyTo(slow).code, StatusCode::OK);
 }
 
-TEST(FaultEffect, garbageIsNotParsed) {
+TEST(FaultEffect, GarbageCannotBeParsed) {
   auto sim = simWith({"every 0.2: garbage fast"});
   RawCall call(sim.metersTarget(), fastPath);
   EXPECT_EQ(awaitMessage(call, [](const auto& bytes) { return !isParsed(bytes); }),
             "\xff\xff\xff\xff");
 }
 
-TEST(FaultEffect, notUtf8IsAMeterButForAByte) {
+TEST(FaultEffect, NotUtf8IsAMeterExceptForOneByte) {
   auto sim = simWith({"every 0.2: not-utf8 fast"});
   RawCall call(sim.metersTarget(), fastPath);
   auto bytes = awaitMessage(call, [](const auto& message) { return !isParsed(message); });
@@ -87,7 +73,7 @@ TEST(FaultEffect, notUtf8IsAMeterButForAByte) {
   EXPECT_EQ(meterOf(bytes).values(0).value().sstring().data(), "cafe");
 }
 
-TEST(FaultEffect, oversizeIsLargerThanClientsTake) {
+TEST(FaultEffect, OversizeIsLargerThanClientsAccept) {
   auto sim = simWith({"every 0.3: oversize fast", "every 0.3: oversize slow 4.5"});
   RawCall fast(sim.metersTarget(), fastPath);
   RawCall slow(sim.metersTarget(), slowPath);
@@ -96,7 +82,7 @@ TEST(FaultEffect, oversizeIsLargerThanClientsTake) {
   EXPECT_LT(awaitMessage(slow, isLarge).size(), 5 * mebibyte);
 }
 
-TEST(FaultEffect, unknownHasOtherKeys) {
+TEST(FaultEffect, UnknownHasUnconfiguredKeys) {
   auto sim = simWith({"every 0.2: unknown fast"});
   RawCall call(sim.metersTarget(), fastPath);
   awaitMessage(call, [](const auto& bytes) {
@@ -104,7 +90,7 @@ TEST(FaultEffect, unknownHasOtherKeys) {
   });
 }
 
-// The member of each value that is set.
+// Which member of each value is set.
 std::vector<int> membersOf(const std::string& bytes) {
   const auto meter = meterOf(bytes);
   std::vector<int> members;
@@ -114,7 +100,7 @@ std::vector<int> membersOf(const std::string& bytes) {
   return members;
 }
 
-TEST(FaultEffect, typesAreOtherOnes) {
+TEST(FaultEffect, TypesGivesEachKeyAnotherType) {
   auto sim = simWith({"every 0.2: types fast"});
   RawCall call(sim.metersTarget(), fastPath);
   const std::vector<int> others{AnyValue::kSstring, AnyValue::kSuint, AnyValue::kSfloat,
@@ -122,7 +108,7 @@ TEST(FaultEffect, typesAreOtherOnes) {
   awaitMessage(call, [&](const auto& bytes) { return membersOf(bytes) == others; });
 }
 
-TEST(FaultEffect, arraysAreArraysAndDoubles) {
+TEST(FaultEffect, ArraysSendsArraysAndDoubles) {
   auto sim = simWith({"every 0.2: arrays fast"});
   RawCall call(sim.metersTarget(), fastPath);
   const std::vector<int> arrays{AnyValue::kAfloat, AnyValue::kAint, AnyValue::kAuint,
@@ -130,13 +116,13 @@ TEST(FaultEffect, arraysAreArraysAndDoubles) {
   awaitMessage(call, [&](const auto& bytes) { return membersOf(bytes) == arrays; });
 }
 
-TEST(FaultEffect, emptyIsWithoutValues) {
+TEST(FaultEffect, EmptyHasNoValues) {
   auto sim = simWith({"every 0.2: empty fast"});
   RawCall call(sim.metersTarget(), fastPath);
   awaitMessage(call, [](const auto& bytes) { return bytes.empty(); });
 }
 
-TEST(FaultEffect, stalledStreamsGetNothing) {
+TEST(FaultEffect, AStalledStreamGetsNothing) {
   auto sim = simWith({"at 0: stall fast"});
   sim.process().waitLine("fault 0.000 stall fast");
   RawCall fast(sim.metersTarget(), fastPath);
@@ -146,7 +132,7 @@ TEST(FaultEffect, stalledStreamsGetNothing) {
   EXPECT_EQ(fast.readAll(), Lines{});
 }
 
-TEST(FaultEffect, stalledStreamsGoOnWhenThatIsOver) {
+TEST(FaultEffect, AStalledStreamContinuesAfterwards) {
   auto sim = simWith({"at 0 for 0.3: stall fast"});
   sim.process().waitLine("fault 0.000 stall fast");
   RawCall fast(sim.metersTarget(), fastPath);
@@ -154,7 +140,7 @@ TEST(FaultEffect, stalledStreamsGoOnWhenThatIsOver) {
   sim.process().waitLine("fault 0.300 stall fast over");
 }
 
-TEST(FaultEffect, normalTakesBackWhatLasts) {
+TEST(FaultEffect, NormalEndsLastingFaults) {
   auto sim =
       simWith({"at 0: stall fast", "at 0: fail ABORTED", "at 0: freeze meters", "at 0.3: normal"});
   RawCall fast(sim.metersTarget(), fastPath);
@@ -165,14 +151,14 @@ TEST(FaultEffect, normalTakesBackWhatLasts) {
   EXPECT_EQ(setParams(sim.engineTarget()).code, StatusCode::OK);
 }
 
-TEST(FaultEffect, aLastingFaultTakesThePlaceOfAnother) {
+TEST(FaultEffect, ALastingFaultReplacesAnother) {
   auto sim = simWith({"at 0: stall fast", "at 0.2: flood fast"});
   sim.process().waitLine("fault 0.200 stall fast over");
   sim.process().waitLine("fault 0.200 flood fast");
   EXPECT_EQ(sim.process().lines().back(), "fault 0.200 flood fast");
 }
 
-TEST(FaultEffect, floodSendsMoreThanTheRate) {
+TEST(FaultEffect, FloodSendsMoreThanTheRate) {
   PlayingSim sim({"--rate-slow", "0.001", "--fault", "at 0: flood slow"});
   RawCall slow(sim.metersTarget(), slowPath);
   constexpr int many = 1000;
@@ -180,7 +166,7 @@ TEST(FaultEffect, floodSendsMoreThanTheRate) {
 }
 
 // The messages of a flood are all the same.
-TEST(FaultEffect, floodEndsWithoutEndingTheStream) {
+TEST(FaultEffect, FloodEndsWithoutEndingTheStream) {
   PlayingSim sim(
       {"--rate-fast", "20", "--keys", "fast:int:a", "--fault", "at 0 for 0.3: flood fast"});
   RawCall fast(sim.metersTarget(), fastPath);
@@ -190,7 +176,7 @@ TEST(FaultEffect, floodEndsWithoutEndingTheStream) {
 }
 
 // The streams share a connection.
-TEST(FaultEffect, halfAMessageLeavesTheOtherStreamAlone) {
+TEST(FaultEffect, HalfDoesNotAffectTheOtherStream) {
   auto sim = simWith({"every 0.5 for 0.4: half fast"});
   const auto channel = connect(sim.metersTarget());
   RawCall fast(channel, fastPath);
@@ -205,21 +191,21 @@ TEST(FaultEffect, halfAMessageLeavesTheOtherStreamAlone) {
 
 // ---- Connections ----------------------------------------------------------------------------
 
-TEST(FaultEffect, closeEndsConnectionsInOrder) {
+TEST(FaultEffect, CloseEndsConnectionsInOrder) {
   auto sim = simWith({"every 0.3: close meters"});
   RawConnection connection(sim.metersTarget());
   connection.readToTheEnd();
   EXPECT_EQ(connection.lastError(), 0);
 }
 
-TEST(FaultEffect, resetBreaksConnectionsOff) {
+TEST(FaultEffect, ResetBreaksConnections) {
   auto sim = simWith({"every 0.3: reset meters"});
   RawConnection connection(sim.metersTarget());
   connection.readToTheEnd();
   EXPECT_EQ(connection.lastError(), ECONNRESET);
 }
 
-TEST(FaultEffect, refusedConnectionsAreTakenAgainAtTheSamePlace) {
+TEST(FaultEffect, RefusedConnectionsAreAcceptedAgainAtTheSamePort) {
   auto sim = simWith({"at 0 for 0.5: refuse engine"});
   sim.process().waitLine("fault 0.000 refuse engine");
   EXPECT_EQ(setParams(sim.engineTarget()).code, StatusCode::UNAVAILABLE);
@@ -228,13 +214,13 @@ TEST(FaultEffect, refusedConnectionsAreTakenAgainAtTheSamePlace) {
   EXPECT_EQ(setParams(sim.engineTarget()), (Reply{StatusCode::OK, {""}}));
 }
 
-TEST(FaultEffect, refuseEndsWhatIsThere) {
+TEST(FaultEffect, RefuseEndsExistingConnections) {
   auto sim = simWith({"every 0.3 for 0.1: refuse meters"});
   RawCall call(sim.metersTarget(), fastPath);
   EXPECT_EQ(replyTo(call).code, StatusCode::UNAVAILABLE);
 }
 
-TEST(FaultEffect, silentConnectionsAreAcceptedAndSpeakWhenThatIsOver) {
+TEST(FaultEffect, SilentConnectionsAreAcceptedAndAnsweredAfterwards) {
   auto sim = simWith({"at 0 for 0.5: silent meters"});
   sim.process().waitLine("fault 0.000 silent meters");
   RawConnection connection(sim.metersTarget());
@@ -242,7 +228,7 @@ TEST(FaultEffect, silentConnectionsAreAcceptedAndSpeakWhenThatIsOver) {
   sim.process().waitLine("fault 0.500 silent meters over");
 }
 
-TEST(FaultEffect, frozenConnectionsStayAndGoOn) {
+TEST(FaultEffect, FrozenConnectionsStayAndContinueAfterwards) {
   auto sim = simWith({"at 0.5 for 0.5: freeze meters"});
   RawCall call(sim.metersTarget(), fastPath);
   ASSERT_TRUE(call.read());
@@ -252,7 +238,7 @@ TEST(FaultEffect, frozenConnectionsStayAndGoOn) {
   for (int i = 0; i < several; ++i) ASSERT_TRUE(call.read());
 }
 
-TEST(FaultEffect, nothingPassesAFrozenConnection) {
+TEST(FaultEffect, NothingPassesAFrozenConnection) {
   auto sim = simWith({"at 0: freeze engine"});
   sim.process().waitLine("fault 0.000 freeze engine");
   constexpr auto shortly = std::chrono::milliseconds(300);
@@ -263,7 +249,7 @@ TEST(FaultEffect, nothingPassesAFrozenConnection) {
   EXPECT_FALSE(sim.process().hasLine("SetParams"));
 }
 
-TEST(FaultEffect, drippingConnectionsAreSlow) {
+TEST(FaultEffect, DrippingConnectionsAreSlow) {
   constexpr std::size_t bytes = 2000;
   constexpr double rate = 4000;
   auto sim = simWith({"at 0: drip meters 4000"}, {"--keys", "fast:int:" + std::string(bytes, 'k')});
@@ -272,11 +258,11 @@ TEST(FaultEffect, drippingConnectionsAreSlow) {
   RawCall call(sim.metersTarget(), fastPath);
   ASSERT_TRUE(call.read());
   const std::chrono::duration<double> time = std::chrono::steady_clock::now() - begin;
-  // The last piece is not waited for.
+  // The pause after the last piece does not count: the client has everything by then.
   EXPECT_GE(time.count(), (bytes - rate / 10) / rate);
 }
 
-TEST(FaultEffect, bothServicesAtOneAddressShareTheirConnections) {
+TEST(FaultEffect, ServicesAtOneAddressShareTheirConnections) {
   const auto target = unusedTarget();
   ToolProcess sim(
       {"sim", "--meters", target, "--engine", target, "--fault", "at 0 for 0.3: refuse engine"});
@@ -288,14 +274,14 @@ TEST(FaultEffect, bothServicesAtOneAddressShareTheirConnections) {
   EXPECT_TRUE(call.read());
 }
 
-TEST(FaultEffect, connectionsOfWhatIsNotServedAreLeftOut) {
+TEST(FaultEffect, AServiceThatIsNotOfferedHasNoConnectionFaults) {
   ToolProcess sim({"sim", "--meters", SimProcess::anyPort, "--engine", "", "--fault", "at 0: close",
                    "--for", "0.2"});
   EXPECT_EQ(sim.waitExit(), 0);
   EXPECT_EQ(linesFrom(1, sim), Lines{"fault 0.000 close meters"});
 }
 
-TEST(FaultEffect, aRelayTellsOfABusyPort) {
+TEST(FaultEffect, ARelayNamesABusyPort) {
   SimProcess first;
   ToolProcess second(
       {"sim", "--meters", first.metersTarget(), "--engine", "", "--fault", "at 0: close"});
@@ -305,7 +291,7 @@ TEST(FaultEffect, aRelayTellsOfABusyPort) {
 
 // ---- The engine -----------------------------------------------------------------------------
 
-TEST(FaultEffect, delayedAnswersComeLater) {
+TEST(FaultEffect, DelayedAnswersComeLater) {
   auto sim = simWith({"at 0: delay 0.3"});
   sim.process().waitLine("fault 0.000 delay engine 0.3");
   const auto begin = std::chrono::steady_clock::now();
@@ -314,17 +300,16 @@ TEST(FaultEffect, delayedAnswersComeLater) {
   EXPECT_GE(time.count(), 0.3);
 }
 
-TEST(FaultEffect, unansweredCallsAreAnsweredWhenThatIsOver) {
+TEST(FaultEffect, UnansweredCallsAreAnsweredAfterwards) {
   auto sim = simWith({"at 0 for 0.5: no-reply"});
   sim.process().waitLine("fault 0.000 no-reply engine");
   EXPECT_EQ(setParams(sim.engineTarget()), (Reply{StatusCode::OK, {""}}));
   sim.process().waitLine("fault 0.500 no-reply engine over");
 }
 
-TEST(FaultEffect, unansweredCallsEndWithTheSimulator) {
+TEST(FaultEffect, UnansweredCallsEndWithTheSimulator) {
   auto sim = simWith({"at 0: no-reply"});
   sim.process().waitLine("fault 0.000 no-reply engine");
-  sonalith::grpc::Meter unreadable;
   RawCall call(sim.engineTarget(), setParamsPath, "\xff");
   sim.process().waitLine("SetParams 1 ");
   sim.process().signal(SIGTERM);
@@ -332,25 +317,27 @@ TEST(FaultEffect, unansweredCallsEndWithTheSimulator) {
   EXPECT_NE(replyTo(call).code, StatusCode::OK);
 }
 
-TEST(FaultEffect, failedCallsGetTheStatus) {
+TEST(FaultEffect, FailedCallsGetTheStatus) {
   auto sim = simWith({"at 0: fail engine PERMISSION_DENIED"});
   sim.process().waitLine("fault 0.000 fail engine PERMISSION_DENIED");
   EXPECT_EQ(setParams(sim.engineTarget()), (Reply{StatusCode::PERMISSION_DENIED, {}}));
 }
 
-TEST(FaultEffect, badRepliesAreNotParsed) {
+TEST(FaultEffect, BadRepliesCannotBeParsed) {
   auto sim = simWith({"at 0: bad-reply"});
   sim.process().waitLine("fault 0.000 bad-reply engine");
   EXPECT_EQ(setParams(sim.engineTarget()), (Reply{StatusCode::OK, {"\xff"}}));
 }
 
-// While nobody listens at its place, another can: what is refused can't be taken again then.
-TEST(FaultEffect, comesAgainAfterItCouldNotBeCarriedOut) {
+// While the relay refuses connections, another program can take its port. Then it can't listen
+// again.
+TEST(FaultEffect, ComesAgainAfterItCouldNotBeCarriedOut) {
   auto sim = simWith({"every 2: refuse meters", "at 4.5: empty fast"});
   sim.process().waitLine("fault 2.000 refuse meters");
-  const int other = listenAt(sim.metersTarget());
+  asio::io_context loop;
+  tcp::acceptor other(loop, {asio::ip::address_v4::loopback(), portOf(sim.metersTarget())});
   sim.process().waitLine("fault 4.500 empty fast");
-  close(other);
+  other.close();
   sim.process().waitLine("fault 6.000 refuse meters");
   EXPECT_NE(sim.process().errors().find("gatewayctl sim: listen: "), std::string::npos);
 }
@@ -363,18 +350,18 @@ Lines faultsOf(const std::string& seed) {
                    "at 0.2 for 0.5: freeze meters"});
   EXPECT_EQ(sim.waitExit(), 0);
   auto lines = linesFrom(2, sim);
-  // How far a run gets in its time may differ.
+  // Runs may differ in how far they get in their time.
   constexpr std::size_t surelyReached = 4;
   lines.resize(surelyReached);
   return lines;
 }
 
-TEST(FaultRun, isTheSameWithTheSameSeed) {
+TEST(FaultRun, IsTheSameWithTheSameSeed) {
   EXPECT_EQ(faultsOf("5"), faultsOf("5"));
   EXPECT_NE(faultsOf("5"), faultsOf("6"));
 }
 
-TEST(FaultRun, takesAPlanFromAFile) {
+TEST(FaultRun, TakesAPlanFromAFile) {
   const TemporaryFolder files;
   const auto path = files.write("gateway.plan",
                                 "# all at once\nat 0: empty fast  # one\n\n"
@@ -385,13 +372,13 @@ TEST(FaultRun, takesAPlanFromAFile) {
   sim.process().waitLine("fault 0.000 empty slow");
 }
 
-TEST(FaultRun, takesFaultsAsTheyAreTold) {
+TEST(FaultRun, TakesLiveFaultsFromStandardInput) {
   PlayingSim sim({"--keys", "fast:float:a", "--live-faults"});
   auto& process = sim.process();
-  const auto strike = [&](const std::string& fault, const std::string& told) {
+  const auto strike = [&](const std::string& fault, const std::string& reported) {
     process.writeLine(fault);
     const auto line = process.waitLine("fault ");
-    EXPECT_TRUE(line.ends_with(told)) << line;
+    EXPECT_TRUE(line.ends_with(reported)) << line;
   };
   strike("fail engine ABORTED", " fail engine ABORTED");
   EXPECT_EQ(setParams(sim.engineTarget()).code, StatusCode::ABORTED);
@@ -399,10 +386,10 @@ TEST(FaultRun, takesFaultsAsTheyAreTold) {
   process.writeLine("explode fast");
   process.waitError("gatewayctl sim: \"explode\" is not a fault");
   process.writeLine("normal engine");
-  process.waitLine("fault ");  // what lasted is over
+  process.waitLine("fault ");  // "fail" is over
   process.waitLine("fault ");
   EXPECT_EQ(setParams(sim.engineTarget()).code, StatusCode::OK);
-  // Of connections, though no plan has asked for a relay.
+  // Live faults can act on connections, though no plan needs a relay.
   RawCall call(sim.metersTarget(), fastPath);
   ASSERT_TRUE(call.read());
   strike("reset meters", " reset meters");
@@ -411,8 +398,8 @@ TEST(FaultRun, takesFaultsAsTheyAreTold) {
   EXPECT_EQ(process.waitExit(), 0);
 }
 
-// A client that is frozen out can't be told that it ends, and does not hold it up.
-TEST(FaultRun, endsWithFrozenClients) {
+// The end of the calls can't reach frozen clients, and the simulator does not wait for them.
+TEST(FaultRun, EndsDespiteFrozenClients) {
   auto sim = simWith({"at 0.3: freeze"});
   RawCall call(sim.metersTarget(), fastPath);
   ASSERT_TRUE(call.read());
@@ -443,7 +430,7 @@ class EachChunk : public testing::TestWithParam<std::size_t> {};
 
 INSTANTIATE_TEST_SUITE_P(, EachChunk, testing::Values(1, 2, 7, 100, 100000));
 
-TEST_P(EachChunk, cutsTheMarkedMessageOfAStreamAndDropsItsRest) {
+TEST_P(EachChunk, CutsTheMarkedMessageAndDropsTheRestOfItsStream) {
   constexpr char data = 0;
   constexpr char headers = 1;
   const auto marked = "begin " + std::string(sim::HalfMessage::mark) + std::string(70000, 'x');

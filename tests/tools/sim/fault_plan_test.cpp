@@ -1,4 +1,4 @@
-// Plans of faults as they are read, and their moments.
+// Reading plans of faults, and computing their moments.
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -18,7 +18,7 @@ using sim::parseFault;
 using sim::Subject;
 using Subjects = std::vector<Subject>;
 
-TEST(FaultPlan, readsWhatHappensToWhomAndWhen) {
+TEST(FaultPlan, ReadsTimeKindSubjectAndArgument) {
   const auto fault = parseFault("  at 2.5 :  end   slow UNAVAILABLE ");
   EXPECT_EQ(fault.kind, FaultKind::End);
   EXPECT_EQ(fault.subjects, Subjects{Subject::Slow});
@@ -27,7 +27,7 @@ TEST(FaultPlan, readsWhatHappensToWhomAndWhen) {
   EXPECT_EQ(fault.times, (FaultTimes{.first = 2.5, .last = 2.5}));
 }
 
-TEST(FaultPlan, readsTimesThatComeAgainAndLast) {
+TEST(FaultPlan, ReadsIntervalsAndDurations) {
   EXPECT_EQ(parseFault("every 5: empty").times,
             (FaultTimes{.first = 5, .last = 5, .repeats = true}));
   EXPECT_EQ(parseFault("every 2..6 for 1.5: stall").times,
@@ -36,29 +36,20 @@ TEST(FaultPlan, readsTimesThatComeAgainAndLast) {
             (FaultTimes{.first = 3, .last = 3, .duration = 2}));
 }
 
-TEST(FaultPlan, befallsAllThatItCanWithoutASubject) {
+TEST(FaultPlan, AFaultWithoutASubjectActsOnAllThatItsKindCan) {
   EXPECT_EQ(parseFault("at 0: garbage").subjects, (Subjects{Subject::Fast, Subject::Slow}));
   EXPECT_EQ(parseFault("at 0: reset").subjects, (Subjects{Subject::Meters, Subject::Engine}));
   EXPECT_EQ(parseFault("at 0: no-reply").subjects, Subjects{Subject::Engine});
 }
 
-TEST(FaultPlan, knowsWhatAnArgumentIsThatIsLeftOut) {
+TEST(FaultPlan, FillsInOptionalArguments) {
   EXPECT_EQ(parseFault("at 0: end fast").status, grpc::StatusCode::OK);
   EXPECT_EQ(parseFault("at 0: oversize").number, 5);
   EXPECT_EQ(parseFault("at 0: oversize slow 4.5").number, 4.5);
   EXPECT_EQ(parseFault("at 0: drip 100").number, 100);
 }
 
-TEST(FaultPlan, tableIsInTheOrderOfTheKinds) {
-  std::size_t number = 0;
-  for (const auto& row : sim::faultKinds()) {
-    EXPECT_EQ(static_cast<std::size_t>(row.kind), number++) << row.name;
-    EXPECT_EQ(&sim::rowOf(row.kind), &row);
-  }
-  EXPECT_EQ(static_cast<std::size_t>(FaultKind::Normal) + 1, number);
-}
-
-TEST(FaultPlan, manualShowsEveryKind) {
+TEST(FaultPlan, HelpShowsEveryKind) {
   ToolProcess help({"sim", "--help"});
   EXPECT_EQ(help.waitExit(), 0);
   for (const auto& row : sim::faultKinds())
@@ -76,38 +67,53 @@ class EachWrongFault : public testing::TestWithParam<WrongFault> {};
 INSTANTIATE_TEST_SUITE_P(
     , EachWrongFault,
     testing::ValuesIn(std::vector<WrongFault>{
-        {"withoutColon", "at 2 end fast",
-         "\"at 2 end fast\" has no \":\": it is WHEN: FAULT, such as at 2: end fast"},
-        {"withoutWhen", ": end", "when it happens, such as \"at 2\" or \"every 5\", is missing"},
-        {"unknownWhen", "evry 2: end",
-         "\"evry\" does not tell when: at SECONDS, or every SECONDS, did you mean \"every\"?"},
-        {"withoutTime", "at: end", "the time after \"at\" is missing"},
-        {"badTime", "at soon: end", "\"soon\" is not a time: seconds, such as 2 or 0.5"},
-        {"negativeTime", "at -1: end", "\"-1\" is not a time: seconds, such as 2 or 0.5"},
-        {"infiniteTime", "at inf: end", "\"inf\" is not a time: seconds, such as 2 or 0.5"},
-        {"everyInstant", "every 0: end", "\"0\" is too often: the time between two is more than 0"},
-        {"backward", "every 6..2: end", "\"6..2\" goes backward: the shorter time comes first"},
-        {"behindTime", "at 2 during 3: stall",
-         "\"during\" is too much: behind the time comes \"for SECONDS\" or \":\""},
-        {"behindDuration", "at 2 for 3 s: stall", "\"s\" is too much before \":\""},
-        {"withoutFault", "at 2:", "the fault behind \":\" is missing"},
-        {"unknownSubject", "at 2: stall quick", "\"quick\" is too much; usage: stall [fast|slow]"},
-        {"wrongSubject", "at 2: stall meters", "\"stall\" can't befall \"meters\": only fast|slow"},
-        {"tooMuch", "at 2: stall fast now", "\"now\" is too much; usage: stall [fast|slow]"},
-        {"withoutNumber", "at 2: drip meters", "BYTES after \"drip\" is missing"},
-        {"noNumber", "at 2: drip few",
-         "\"few\" is not BYTES: a number above 0; usage: drip [meters|engine] BYTES"},
-        {"withoutStatus", "at 2: fail engine", "the status is missing"},
-        {"overAtOnce", "at 2 for 3: end", "\"end\" is over at once: leave out \"for\""},
-        {"tooLong", "every 2..6 for 2: stall",
-         "\"for 2\" is longer than the time between two, 2: shorten it"},
+        {"WithoutColon", "at 2 end fast",
+         "\"at 2 end fast\" has no \":\". Write WHEN: FAULT, such as at 2: end fast"},
+        {"WithoutTime", ": end",
+         "there is no time before \":\". Write \"at SECONDS\" or \"every SECONDS\""},
+        {"UnknownTime", "evry 2: end",
+         "\"evry\" is not a time, did you mean \"every\"? Write \"at SECONDS\" or \"every "
+         "SECONDS\""},
+        {"NoKindOfTime", "soon: end",
+         "\"soon\" is not a time. Write \"at SECONDS\" or \"every SECONDS\""},
+        {"WithoutSeconds", "at: end", "\"at\" needs a number of seconds after it"},
+        {"WithoutInterval", "every: end", "\"every\" needs a number of seconds after it"},
+        {"WithoutDuration", "at 2 for: stall", "\"for\" needs a number of seconds after it"},
+        {"BadTime", "at soon: end", "\"soon\" is not a number of seconds from 0 to 1000000000"},
+        {"NegativeTime", "at -1: end", "\"-1\" is not a number of seconds from 0 to 1000000000"},
+        {"InfiniteTime", "at inf: end", "\"inf\" is not a number of seconds from 0 to 1000000000"},
+        {"NoInterval", "every 0: end", "\"0\" is too often. Write an interval above 0 seconds"},
+        {"ShorterTimeLast", "every 6..2: end",
+         "\"6..2\" is the wrong way round. Write the shorter time first"},
+        {"WordAfterTime", "at 2 during 3: stall",
+         "\"during\" is out of place. After the time comes \"for SECONDS\" or \":\""},
+        {"WordAfterDuration", "at 2 for 3 s: stall",
+         "\"s\" is out of place. After the duration comes \":\""},
+        {"WithoutFault",
+         "at 2:", "there is no fault after \":\". Write one, such as at 2: end fast"},
+        {"UnknownSubject", "at 2: stall quick",
+         "\"quick\" is out of place. Usage: stall [fast|slow]"},
+        {"WrongSubject", "at 2: stall meters",
+         "\"stall\" can't act on \"meters\", only on fast or slow"},
+        {"WordAfterSubject", "at 2: stall fast now",
+         "\"now\" is out of place. Usage: stall [fast|slow]"},
+        {"WithoutNumber", "at 2: drip meters",
+         "\"drip\" needs BYTES. Usage: drip [meters|engine] BYTES"},
+        {"NoNumber", "at 2: drip few",
+         "\"few\" is not a number above 0 and up to 1000000000. Usage: drip [meters|engine] BYTES"},
+        {"WithoutStatus", "at 2: fail engine",
+         "\"fail\" needs STATUS. Usage: fail [engine] STATUS"},
+        {"DurationOfAnInstantFault", "at 2 for 3: end",
+         "\"end\" is over at once. Leave out \"for\""},
+        {"DurationBeyondTheInterval", "every 2..6 for 2: stall",
+         "\"for 2\" is too long. Write less than the interval of 2 seconds"},
     }),
     [](const auto& test) { return test.param.name; });
 
-TEST_P(EachWrongFault, isToldOfWithARemedy) {
+TEST_P(EachWrongFault, IsExplainedWithARemedy) {
   try {
     parseFault(GetParam().line);
-    FAIL() << "it was taken";
+    FAIL() << "the line was accepted";
   } catch (const std::invalid_argument& error) {
     EXPECT_EQ(error.what(), GetParam().error);
   }
@@ -122,12 +128,16 @@ std::string errorOf(const std::string& line) {
   return "none";
 }
 
-TEST(FaultPlan, suggestsWhatWasMeant) {
-  EXPECT_TRUE(errorOf("at 2: flod fast")
-                  .starts_with("\"flod\" is not a fault, did you mean \"flood\"? There are end, "));
-  EXPECT_TRUE(errorOf("at 2: earthquake").starts_with("\"earthquake\" is not a fault. There are "));
-  EXPECT_TRUE(errorOf("at 2: end fast UNAVAILBLE")
-                  .starts_with("\"UNAVAILBLE\" is not a status, did you mean \"UNAVAILABLE\"? "));
+TEST(FaultPlan, SuggestsCloseWords) {
+  EXPECT_TRUE(
+      errorOf("at 2: flod fast")
+          .starts_with("\"flod\" is not a fault, did you mean \"flood\"? Faults are end, "));
+  EXPECT_TRUE(
+      errorOf("at 2: earthquake").starts_with("\"earthquake\" is not a fault. Faults are "));
+  EXPECT_TRUE(
+      errorOf("at 2: end fast UNAVAILBLE")
+          .starts_with(
+              "\"UNAVAILBLE\" is not a status, did you mean \"UNAVAILABLE\"? Use one of: OK "));
 }
 
 std::vector<double> momentsOf(const std::string& line, std::uint64_t seed, std::size_t place) {
@@ -139,7 +149,7 @@ std::vector<double> momentsOf(const std::string& line, std::uint64_t seed, std::
   return times;
 }
 
-TEST(FaultMoments, comeOnceOrAgain) {
+TEST(FaultMoments, ComeOnceOrRepeat) {
   EXPECT_EQ(momentsOf("at 3: end", 1, 0), std::vector<double>{3});
   const auto times = momentsOf("every 3: end", 1, 0);
   ASSERT_EQ(times.size(), 100u);
@@ -147,7 +157,7 @@ TEST(FaultMoments, comeOnceOrAgain) {
   EXPECT_EQ(times[99], 300);
 }
 
-TEST(FaultMoments, areDrawnFromTheSeedWithinTheirBounds) {
+TEST(FaultMoments, AreDrawnFromTheSeedWithinTheirBounds) {
   const auto times = momentsOf("every 2..6: end", 1, 0);
   EXPECT_EQ(times, momentsOf("every 2..6: end", 1, 0));
   EXPECT_NE(times, momentsOf("every 2..6: end", 2, 0));
@@ -160,7 +170,7 @@ TEST(FaultMoments, areDrawnFromTheSeedWithinTheirBounds) {
   }
 }
 
-TEST(FaultPlan, ofAFileTellsFileAndLineOfAnError) {
+TEST(FaultPlan, NamesTheFileAndLineOfAnError) {
   const TemporaryFolder files;
   const auto path = files.write("bad.plan", "# a comment\n\nat 1: end # another\nat 2: edn\n");
   ToolProcess sim({"sim", "--meters", SimProcess::anyPort, "--fault-plan", path});
@@ -169,30 +179,30 @@ TEST(FaultPlan, ofAFileTellsFileAndLineOfAnError) {
                                        ":4: \"edn\" is not a fault, did you mean \"end\"?"));
 }
 
-TEST(FaultPlan, ofAMissingFileIsToldOf) {
+TEST(FaultPlan, NamesAMissingFile) {
   ToolProcess sim({"sim", "--meters", SimProcess::anyPort, "--fault-plan", "/nowhere/plan"});
   EXPECT_EQ(sim.waitExit(), 1);
   EXPECT_EQ(sim.errors(),
             "gatewayctl: can't read the fault plan /nowhere/plan: No such file or directory\n");
 }
 
-TEST(FaultPlan, onTheCommandLineTellsTheFlagOfAnError) {
+TEST(FaultPlan, NamesTheOptionOfAnError) {
   ToolProcess sim({"sim", "--fault", "at 1: end", "at x: end"});
   EXPECT_EQ(sim.waitExit(), 2);
   EXPECT_EQ(sim.errors(),
-            "--fault: in \"at x: end\": \"x\" is not a time: seconds, such as 2 or 0.5\n"
+            "--fault: in \"at x: end\": \"x\" is not a number of seconds from 0 to 1000000000\n"
             "Run with --help for more information.\n");
 }
 
-TEST(FaultPlanFile, isNoFolder) {
+TEST(FaultPlanFile, CannotBeAFolder) {
   const TemporaryFolder files;
   ToolProcess sim({"sim", "--meters", SimProcess::anyPort, "--fault-plan", files.path("")});
   EXPECT_EQ(sim.waitExit(), 1);
-  EXPECT_EQ(sim.errors(),
-            "gatewayctl: the fault plan " + files.path("") + " is a folder or can't be read\n");
+  EXPECT_EQ(sim.errors(), "gatewayctl: can't read the fault plan " + files.path("") +
+                              ": it is a folder, or reading failed\n");
 }
 
-TEST(FaultPlanFile, isToldOfIfItIsEmpty) {
+TEST(FaultPlanFile, IsReportedIfItHasNoFaults) {
   const TemporaryFolder files;
   const auto path = files.write("plan", "# at 1: end\n");
   PlayingSim sim({"--fault-plan", path});

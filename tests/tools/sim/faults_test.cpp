@@ -1,4 +1,5 @@
-// The real module through every fault there is: what is not befallen goes on, and it stops cleanly.
+// The real module through every kind of fault: whatever the fault does not act on continues, and
+// the module stops cleanly.
 #include <gtest/gtest.h>
 
 #include <csignal>
@@ -41,9 +42,9 @@ std::string testName(const testing::TestParamInfo<Case>& info) {
   return name + "_" + std::string(sim::nameOf(info.param.subject));
 }
 
-// Again and again, so that one of them comes when both streams are open.
+// Repeats the fault, so that it also comes while both streams are open.
 std::string planLine(const Case& each) {
-  std::string line = each.row.lasts ? "every 1.5 for 0.5: " : "every 1.5: ";
+  std::string line = each.row.lasts() ? "every 1.5 for 0.5: " : "every 1.5: ";
   line += std::string(each.row.name) + " " + std::string(sim::nameOf(each.subject));
   if (each.row.argument == FaultArgument::Status) line += " UNAVAILABLE";
   if (each.row.argument == FaultArgument::Number && !each.row.defaultNumber) {
@@ -83,9 +84,9 @@ class EachFault : public testing::TestWithParam<Case> {
     return nlohmann::json::parse(line).at("address");
   }
 
-  // What this fault leaves alone goes on, for longer than a SetParams call can take: one that
-  // completes just when the module stops stays in memory, by its design.
-  void expectTheOtherToGoOn(Subject subject) {
+  // Waits longer than a SetParams call takes: by design the module leaks a call that completes at
+  // the moment of the stop, and the leak sanitizer would report it.
+  void expectTheRestToContinue(Subject subject) {
     constexpr int aSecondOrTwo = 40;
     if (subject == Subject::Meters) {
       host.writeLine("set gain 3");
@@ -110,14 +111,14 @@ class EachFault : public testing::TestWithParam<Case> {
 
 INSTANTIATE_TEST_SUITE_P(, EachFault, testing::ValuesIn(allCases()), testName);
 
-TEST_P(EachFault, leavesTheRestGoingAndTheModuleStoppingCleanly) {
+TEST_P(EachFault, SparesTheRestAndLetsTheModuleStopCleanly) {
   const auto subject = GetParam().subject;
   sim.waitLine(R"({"event":"opened","stream":"fast")");
   sim.waitLine(R"({"event":"opened","stream":"slow")");
   host.writeLine("set gain 1");
   sim.waitMore(R"({"event":"fault",)", 1);
   host.writeLine("set gain 2");
-  expectTheOtherToGoOn(subject);
+  expectTheRestToContinue(subject);
   host.writeLine("quit");
   EXPECT_EQ(host.waitExit(), 0);
   expectNoSanitizerReport(host);

@@ -1,4 +1,5 @@
-// What the simulator thinks of pings, over connections without gRPC: its client pings less.
+// How the simulator treats pings. The connections are made without gRPC, whose client pings too
+// rarely.
 #include <gtest/gtest.h>
 
 #include <csignal>
@@ -11,7 +12,7 @@ namespace {
 
 using grpc::StatusCode;
 
-// An HTTP/2 frame as far as it matters here; all empty at the end of the connection.
+// The parts of an HTTP/2 frame that matter here; all empty at the end of the connection.
 struct Frame {
   int type = 0;
   int flags = 0;
@@ -41,7 +42,8 @@ Frame answerToPing(RawConnection& connection) {
   }
 }
 
-// How many pings, one after the other, are answered before it has enough; at most `limit`.
+// How many pings, one after the other, the server answers before it ends the connection; at most
+// `limit`.
 int answeredPings(const std::string& target, int limit) {
   RawConnection connection(target);
   const std::string emptySettings("\0\0\0\4\0\0\0\0\0", 9);
@@ -58,20 +60,20 @@ int answeredPings(const std::string& target, int limit) {
 
 constexpr int many = 50;
 
-// Also without a call on the connection.
-TEST(Sim, takesPingsAsOftenAsTheyCome) {
+// Even without a call on the connection.
+TEST(Sim, AnswersAnyNumberOfPings) {
   SimProcess sim;
   EXPECT_EQ(answeredPings(sim.metersTarget(), many), many);
 }
 
-TEST(StrictPings, sendAwayAClientThatPingsTooOften) {
+TEST(StrictPings, DisconnectAClientThatPingsTooOften) {
   PlayingSim sim({"--strict-pings"});
   EXPECT_LT(answeredPings(sim.metersTarget(), many), many);
   EXPECT_LT(answeredPings(sim.engineTarget(), many), many);
 }
 
-// How many more than the forgiven ones are answered depends on what the server has sent by then.
-TEST(StrictPings, forgiveAsManyAsTheyAreTold) {
+// The server may answer more pings than it forgives, depending on what it has sent by then.
+TEST(StrictPings, ForgiveTheGivenNumberOfEarlyPings) {
   PlayingSim one({"--strict-pings", "1"});
   PlayingSim twenty({"--strict-pings", "20"});
   EXPECT_LT(answeredPings(one.metersTarget(), many), 10);
@@ -80,19 +82,19 @@ TEST(StrictPings, forgiveAsManyAsTheyAreTold) {
   EXPECT_LT(answered, 30);
 }
 
-// As gRPC has it, and the manual says.
-TEST(StrictPings, ofZeroAreNoLimit) {
+// gRPC takes 0 for no limit, and the help says so.
+TEST(StrictPings, AreUnlimitedWithZeroStrikes) {
   PlayingSim sim({"--strict-pings", "0"});
   EXPECT_EQ(answeredPings(sim.metersTarget(), many), many);
 }
 
-TEST(StrictPings, areEnforcedWhileObeying) {
+TEST(StrictPings, ApplyWithCommandsToo) {
   ToolProcess sim({"sim", "--commands", "--meters", SimProcess::anyPort, "--engine", "",
                    "--strict-pings", "1"});
   EXPECT_LT(answeredPings(sim.waitLine("meters ").substr(7), many), many);
 }
 
-// A gRPC client that pings every second, without regard to what servers take.
+// For a gRPC client that pings every second, whatever servers accept.
 grpc::ChannelArguments pingingEverySecond() {
   grpc::ChannelArguments arguments;
   arguments.SetInt(GRPC_ARG_KEEPALIVE_TIME_MS, 1000);
@@ -101,7 +103,7 @@ grpc::ChannelArguments pingingEverySecond() {
   return arguments;
 }
 
-TEST(StrictPings, endTheStreamsOfAGrpcClientThatPingsEverySecond) {
+TEST(StrictPings, EndTheStreamsOfAGrpcClientThatPingsEverySecond) {
   PlayingSim strict({"--strict-pings", "1", "--rate-fast", "0"});
   PlayingSim tolerant({"--rate-fast", "0", "--rate-slow", "0"});
   RawCall kept(connect(tolerant.metersTarget(), pingingEverySecond()), fastPath);

@@ -1,4 +1,4 @@
-// The simulator playing: what it sends by itself, and what it shows.
+// The simulator without --commands: what it sends by itself, and what it shows.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -21,7 +21,7 @@ namespace {
 
 using grpc::StatusCode;
 
-// The key of each value with the number of the member that is set.
+// The key of each value, with the number of the member that is set.
 std::vector<std::pair<std::string, int>> keysOf(const sonalith::grpc::Meter& meter) {
   std::vector<std::pair<std::string, int>> keys;
   for (const auto& entry : meter.values()) {
@@ -30,7 +30,7 @@ std::vector<std::pair<std::string, int>> keysOf(const sonalith::grpc::Meter& met
   return keys;
 }
 
-// Reads on until each of the values has been seen in two states.
+// Reads until each of the values has changed.
 bool allValuesMove(RawCall& call) {
   std::map<std::string, std::set<std::string>> states;
   const auto moved = [](const auto& keyStates) { return keyStates.second.size() > 1; };
@@ -43,7 +43,7 @@ bool allValuesMove(RawCall& call) {
   return true;
 }
 
-TEST(PlayingSim, playsEachKeyWithItsTypeOnItsStream) {
+TEST(PlayingSim, PlaysEachKeyWithItsTypeOnItsStream) {
   PlayingSim sim({"--keys", "fast:float:out.level", "slow:string:dsp state", "fast:string:a:b",
                   "slow:int:frames", "fast:int:i", "slow:uint:mode", "slow:float:in", "--keys",
                   "fast:uint:u"});
@@ -61,7 +61,7 @@ TEST(PlayingSim, playsEachKeyWithItsTypeOnItsStream) {
                                                 {"in", Value::kSfloat}}));
 }
 
-TEST(PlayingSim, playsValuesThatMove) {
+TEST(PlayingSim, PlaysValuesThatMove) {
   const std::vector<std::string> keys{"fast:float:f", "fast:int:i", "fast:uint:u", "fast:string:s",
                                       "slow:float:f", "slow:int:i", "slow:uint:u", "slow:string:s"};
   std::vector<std::string> arguments{"--rate-fast", "50", "--rate-slow", "20", "--keys"};
@@ -73,20 +73,20 @@ TEST(PlayingSim, playsValuesThatMove) {
   EXPECT_TRUE(allValuesMove(slow));
 }
 
-TEST(PlayingSim, playsEachStreamAtItsOwnRate) {
+TEST(PlayingSim, PlaysEachStreamAtItsOwnRate) {
   PlayingSim sim({"--rate-fast", "200", "--rate-slow", "20"});
   constexpr int messages = 10;
   const auto begin = std::chrono::steady_clock::now();
   RawCall slow(sim.metersTarget(), slowPath);
   for (int i = 0; i < messages; ++i) ASSERT_TRUE(slow.read());
   const std::chrono::duration<double> time = std::chrono::steady_clock::now() - begin;
-  // The first comes at the opening, the second with the next tick, and a late tick comes close to
-  // the one behind it.
+  // The first message comes at once, the second with the next tick, and a late tick may come close
+  // to the one after it.
   constexpr int wholePeriods = messages - 3;
   EXPECT_GE(time.count(), wholePeriods / 20.0);
 }
 
-TEST(PlayingSim, playsToAllStreamsOfAMethod) {
+TEST(PlayingSim, PlaysToAllStreamsOfAMethod) {
   PlayingSim sim({"--rate-fast", "200"});
   RawCall one(sim.metersTarget(), fastPath);
   RawCall another(sim.metersTarget(), fastPath);
@@ -96,7 +96,7 @@ TEST(PlayingSim, playsToAllStreamsOfAMethod) {
   }
 }
 
-TEST(PlayingSim, isSilentAtRateZero) {
+TEST(PlayingSim, IsSilentAtRateZero) {
   PlayingSim sim({"--rate-fast", "0", "--rate-slow", "100"});
   RawCall fast(sim.metersTarget(), fastPath);
   RawCall slow(sim.metersTarget(), slowPath);
@@ -105,13 +105,13 @@ TEST(PlayingSim, isSilentAtRateZero) {
   EXPECT_EQ(fast.readAll(), Lines{});
 }
 
-TEST(PlayingSim, sendsEmptyMetersWithoutKeys) {
+TEST(PlayingSim, SendsEmptyMetersWithoutKeys) {
   PlayingSim sim({"--rate-fast", "100"});
   RawCall call(sim.metersTarget(), fastPath);
   for (int i = 0; i < 3; ++i) EXPECT_EQ(call.read(), "");
 }
 
-TEST(PlayingSim, passesOverAStreamThatDoesNotRead) {
+TEST(PlayingSim, SkipsAStreamThatDoesNotRead) {
   const std::string longKey(100000, 'k');
   PlayingSim sim({"--rate-fast", "1000", "--keys", "fast:int:" + longKey});
   RawCall lazy(sim.metersTarget(), fastPath);
@@ -124,7 +124,7 @@ TEST(PlayingSim, passesOverAStreamThatDoesNotRead) {
   EXPECT_LT(stale, messages / 2);
 }
 
-TEST(PlayingSim, showsParametersALineEach) {
+TEST(PlayingSim, ShowsOneLinePerParameter) {
   PlayingSim sim({});
   sonalith::grpcengine::RequestSetParams request;
   const auto add = [&](const std::string& key) -> sonalith::grpcengine::AnyValue& {
@@ -160,7 +160,7 @@ TEST(PlayingSim, showsParametersALineEach) {
                    "SetParams 3 unreadable ff"}));
 }
 
-TEST(PlayingSim, logsStreamsThatOpenAndClose) {
+TEST(PlayingSim, LogsStreamsThatOpenAndClose) {
   PlayingSim sim({});
   {
     RawCall call(sim.metersTarget(), fastPath);
@@ -175,7 +175,7 @@ TEST(PlayingSim, logsStreamsThatOpenAndClose) {
 
 // ---- Messages -------------------------------------------------------------------------------
 
-TEST(PlayingSim, splitsABatchOverMessages) {
+TEST(PlayingSim, SplitsABatchIntoMessages) {
   PlayingSim sim({"--values-per-message", "2", "--keys", "fast:int:a", "fast:int:b", "fast:int:c",
                   "slow:int:d", "slow:int:e"});
   RawCall fast(sim.metersTarget(), fastPath);
@@ -189,7 +189,7 @@ TEST(PlayingSim, splitsABatchOverMessages) {
   for (int batch = 0; batch < 2; ++batch) EXPECT_EQ(meterOf(slow.read()).values_size(), 2);
 }
 
-TEST(PlayingSim, heartbeatsAreEmptyMessagesOnAQuietStream) {
+TEST(PlayingSim, SendsEmptyMessagesAsHeartbeatsOnAQuietStream) {
   PlayingSim sim(
       {"--heartbeat", "0.05", "--rate-fast", "0", "--rate-slow", "0.001", "--keys", "slow:int:a"});
   RawCall fast(sim.metersTarget(), fastPath);
@@ -201,7 +201,7 @@ TEST(PlayingSim, heartbeatsAreEmptyMessagesOnAQuietStream) {
   }
 }
 
-TEST(PlayingSim, heartbeatsLeaveAStreamAloneThatIsNotQuiet) {
+TEST(PlayingSim, SendsNoHeartbeatsOnABusyStream) {
   constexpr int messages = 30;
   PlayingSim sim({"--heartbeat", "60", "--rate-fast", "100", "--keys", "fast:int:a"});
   RawCall fast(sim.metersTarget(), fastPath);
@@ -210,7 +210,7 @@ TEST(PlayingSim, heartbeatsLeaveAStreamAloneThatIsNotQuiet) {
 
 // ---- Configurations -------------------------------------------------------------------------
 
-TEST(PlayingSim, playsWhatAConfigurationWantsToReceive) {
+TEST(PlayingSim, PlaysTheMeterKeysOfAConfiguration) {
   const TemporaryFolder files;
   const auto path = files.write("gateway.conf",
                                 "[Meters]\nTarget=any:1\n"
@@ -230,7 +230,7 @@ TEST(PlayingSim, playsWhatAConfigurationWantsToReceive) {
             (Keys{{"dsp state", Value::kSstring}, {"a", Value::kSfloat}}));
 }
 
-TEST(PlayingSim, leavesOutConfiguredKeysThatClientsWouldRefuse) {
+TEST(PlayingSim, SkipsConfiguredKeysThatClientsWouldRefuse) {
   const TemporaryFolder files;
   const auto path = files.write(
       "gateway.conf", "[Meters]\nTarget=any:1\n[MetersInt]\nMeter=Key=b\xff\nMeter=Key=a\n");
@@ -242,7 +242,7 @@ TEST(PlayingSim, leavesOutConfiguredKeysThatClientsWouldRefuse) {
       << sim.process().errors();
 }
 
-TEST(PlayingSim, saysThatNothingPlays) {
+TEST(PlayingSim, SaysThatNothingPlays) {
   const std::string said = "gatewayctl sim: nothing plays: give --config or --keys\n";
   PlayingSim without({});
   EXPECT_NE(without.process().errors().find(said), std::string::npos);
@@ -250,7 +250,7 @@ TEST(PlayingSim, saysThatNothingPlays) {
   EXPECT_EQ(with.process().errors().find(said), std::string::npos);
 }
 
-TEST(PlayingSim, refusesWhatTheGatewayRefuses) {
+TEST(PlayingSim, RefusesAConfigurationThatTheGatewayRefuses) {
   const TemporaryFolder files;
   const auto path = files.write("gateway.conf", "[Meters]\nTarget=any:1\n[MetersFloat]\nMeter=x\n");
   ToolProcess sim({"sim", "--meters", SimProcess::anyPort, "--config", path});
@@ -258,10 +258,10 @@ TEST(PlayingSim, refusesWhatTheGatewayRefuses) {
   EXPECT_EQ(sim.lines(), Lines{});
   EXPECT_TRUE(sim.errors().starts_with("gatewayctl sim: ")) << sim.errors();
   EXPECT_TRUE(sim.errors().ends_with("\ngatewayctl: the configuration " + path +
-                                     " was refused; the messages above tell why\n"));
+                                     " was refused; the messages above say why\n"));
 }
 
-TEST(PlayingSim, tellsOfAMissingConfiguration) {
+TEST(PlayingSim, NamesAMissingConfiguration) {
   ToolProcess sim({"sim", "--meters", SimProcess::anyPort, "--config", "/nowhere/gateway.conf"});
   EXPECT_EQ(sim.waitExit(), 1);
   EXPECT_NE(sim.errors().find("gatewayctl: the configuration /nowhere/gateway.conf was refused"),
@@ -272,7 +272,7 @@ TEST(PlayingSim, tellsOfAMissingConfiguration) {
 
 using nlohmann::json;
 
-TEST(PlayingSim, tellsAllInJsonLines) {
+TEST(PlayingSim, ReportsEverythingAsJsonLines) {
   ToolProcess sim({"sim", "--json", "--meters", SimProcess::anyPort, "--engine",
                    SimProcess::anyPort, "--fault", "at 0.5 for 0.25: fail engine ABORTED"});
   const auto meters = json::parse(sim.waitLine(R"({"event":"listening","service":"meters")"));

@@ -1,4 +1,4 @@
-// The relay in front of the simulator, when the machine it runs on has too little.
+// The relay in front of the simulator, when the process runs out of descriptors.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
@@ -6,14 +6,14 @@
 #include <asio/ip/tcp.hpp>
 #include <string>
 
-#include "tests/support/SimProcess.h"
+#include "tests/tools/sim/SimTest.h"
 #include "tools/sim/Relay.h"
 
 namespace {
 
 using asio::ip::tcp;
 
-// As long as it lives, this process can't open anything.
+// While this lives, the process can't open anything.
 class NoDescriptors {
  public:
   NoDescriptors() {
@@ -33,13 +33,12 @@ class NoDescriptors {
   rlimit before_{};
 };
 
-TEST(Relay, acceptsAgainAfterItHadNoDescriptors) {
+TEST(Relay, AcceptsAgainAfterRunningOutOfDescriptors) {
   asio::io_context loop;
   tcp::acceptor server(loop, {asio::ip::address_v4::loopback(), 0});
   sim::Relay relay(loop, SimProcess::anyPort, "--meters", server.local_endpoint().port());
-  const auto port = std::stoi(relay.address().substr(relay.address().rfind(':') + 1));
   tcp::socket client(loop, tcp::v4());
-  client.connect({asio::ip::address_v4::loopback(), static_cast<unsigned short>(port)});
+  client.connect({asio::ip::address_v4::loopback(), portOf(relay.address())});
   {
     const NoDescriptors none;
     ASSERT_EQ(loop.run_one_for(patience), 1U);

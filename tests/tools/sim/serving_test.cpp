@@ -12,12 +12,12 @@ namespace {
 
 using grpc::StatusCode;
 
-TEST_F(ObeyingSim, hasNoOtherMethods) {
+TEST_F(ObeyingSim, HasNoOtherMethods) {
   RawCall call(sim.engineTarget(), "/sonalith.grpcengine.Engine/GetParams");
   EXPECT_EQ(replyTo(call), (Reply{StatusCode::UNIMPLEMENTED, {}}));
 }
 
-TEST_F(ObeyingSim, servesEachServiceAtItsAddressOnly) {
+TEST_F(ObeyingSim, ServesEachServiceOnlyAtItsAddress) {
   EXPECT_NE(sim.metersTarget(), sim.engineTarget());
   EXPECT_EQ(setParams(sim.metersTarget()), (Reply{StatusCode::UNIMPLEMENTED, {}}));
   RawCall call(sim.engineTarget(), fastPath);
@@ -26,7 +26,7 @@ TEST_F(ObeyingSim, servesEachServiceAtItsAddressOnly) {
   EXPECT_FALSE(sim.hasEvent("SetParams"));
 }
 
-TEST(Sim, servesBothAtOneAddress) {
+TEST(Sim, ServesBothServicesAtOneAddress) {
   const auto target = unusedTarget();
   SimProcess sim(target, target);
   EXPECT_EQ(sim.metersTarget(), target);
@@ -36,7 +36,7 @@ TEST(Sim, servesBothAtOneAddress) {
   EXPECT_EQ(sim.waitEvent("open"), "open slow 1 - deadline=none metadata=-");
 }
 
-TEST(Sim, leavesOutAServiceWithoutAddress) {
+TEST(Sim, LeavesOutAServiceWithoutAnAddress) {
   ToolProcess sim({"sim", "--commands", "--meters", "", "--engine", "127.0.0.1:0"});
   sim.closeInput();
   EXPECT_EQ(sim.waitExit(), 0);
@@ -44,11 +44,11 @@ TEST(Sim, leavesOutAServiceWithoutAddress) {
   EXPECT_EQ(sim.lines()[0].rfind("engine 127.0.0.1:", 0), 0u);
 }
 
-TEST_F(ObeyingSim, endsAtTheEndOfItsInput) {
+TEST_F(ObeyingSim, EndsWithItsInput) {
   EXPECT_EQ(sim.quit(), 0);
 }
 
-TEST(Sim, endsAtQuit) {
+TEST(Sim, EndsAtQuit) {
   ToolProcess sim({"sim", "--commands", "--meters", "127.0.0.1:0", "--engine", "127.0.0.1:0"});
   sim.writeLine("quit");
   sim.writeLine("sync never");
@@ -56,7 +56,7 @@ TEST(Sim, endsAtQuit) {
   EXPECT_FALSE(sim.hasLine("sync"));
 }
 
-TEST(Sim, carriesOutALastLineWithoutItsEnd) {
+TEST(Sim, CarriesOutALastLineWithoutANewline) {
   ToolProcess sim({"sim", "--commands", "--meters", "127.0.0.1:0", "--engine", ""});
   sim.write("sync first\nsync la");
   sim.write("st");
@@ -65,7 +65,7 @@ TEST(Sim, carriesOutALastLineWithoutItsEnd) {
   EXPECT_EQ(linesFrom(1, sim), (Lines{"sync first", "sync last"}));
 }
 
-TEST_F(ObeyingSim, cancelsOpenStreamsWhenItEnds) {
+TEST_F(ObeyingSim, CancelsOpenStreamsWhenItEnds) {
   auto call = fastCall();
   sim.waitEvent("open fast 1 ");
   EXPECT_EQ(sim.quit(), 0);
@@ -74,8 +74,8 @@ TEST_F(ObeyingSim, cancelsOpenStreamsWhenItEnds) {
   EXPECT_TRUE(sim.hasEvent("closed fast 1 cancelled"));
 }
 
-// What is open does not make it wait, and what is ending is not cut off.
-TEST_F(ObeyingSim, letsCallsEndThatAreEnding) {
+// An idle call does not delay the end, and an ending call is not cut off.
+TEST_F(ObeyingSim, LetsEndingCallsEnd) {
   auto idle = slowCall();
   sim.waitEvent("open slow 1 ");
   auto ending = fastCall();
@@ -91,7 +91,7 @@ TEST_F(ObeyingSim, letsCallsEndThatAreEnding) {
   EXPECT_TRUE(endingReply.messages == unreadMessages());
 }
 
-TEST(Sim, endsByItselfAfterATime) {
+TEST(Sim, EndsByItselfAfterTheGivenTime) {
   ToolProcess sim({"sim", "--meters", "127.0.0.1:0", "--engine", "127.0.0.1:0", "--for", "0.01"});
   EXPECT_EQ(sim.waitExit(), 0);
   EXPECT_EQ(sim.lines().size(), 2u);
@@ -102,7 +102,7 @@ class EachSignal : public testing::TestWithParam<int> {};
 INSTANTIATE_TEST_SUITE_P(, EachSignal, testing::Values(SIGINT, SIGTERM),
                          [](const auto& test) { return test.param == SIGINT ? "INT" : "TERM"; });
 
-TEST_P(EachSignal, endsAPlayingSimWithItsStreams) {
+TEST_P(EachSignal, EndsAPlayingSimAndItsStreams) {
   ToolProcess sim({"sim", "--meters", "127.0.0.1:0", "--engine", "", "--rate-fast", "1000"});
   const auto target = sim.waitLine("meters ").substr(7);
   RawCall call(target, fastPath);
@@ -114,7 +114,7 @@ TEST_P(EachSignal, endsAPlayingSimWithItsStreams) {
   SimProcess portIsFree(target, "");
 }
 
-TEST_P(EachSignal, endsAnObeyingSimWithAllItsCalls) {
+TEST_P(EachSignal, EndsAnObeyingSimAndAllItsCalls) {
   ToolProcess sim({"sim", "--commands", "--meters", "127.0.0.1:0", "--engine", "127.0.0.1:0"});
   const auto meters = sim.waitLine("meters ").substr(7);
   const auto engine = sim.waitLine("engine ").substr(7);

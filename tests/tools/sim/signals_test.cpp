@@ -1,4 +1,4 @@
-// What plays, as far as it depends on nothing but seed, key, type and time.
+// The signals that play.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -33,32 +33,29 @@ std::string bytesOf(const std::vector<sonalith::grpc::AnyValue>& values) {
   return bytes;
 }
 
-const std::vector<ValueType> allTypes{ValueType::String, ValueType::Int, ValueType::Uint,
-                                      ValueType::Float};
-
-TEST(Signals, areTheSameWithTheSameSeed) {
-  for (const auto type : allTypes) {
-    const KeySpec played{Method::Fast, type, "key"};
+TEST(Signals, AreTheSameWithTheSameSeed) {
+  for (const auto& row : gateway::valueTypes) {
+    const KeySpec played{Method::Fast, row.type, "key"};
     EXPECT_EQ(bytesOf(minuteOf(played, 5)), bytesOf(minuteOf(played, 5)));
   }
 }
 
-TEST(Signals, areOthersWithAnotherSeed) {
-  for (const auto type : allTypes) {
-    const KeySpec played{Method::Fast, type, "key"};
+TEST(Signals, DifferWithAnotherSeed) {
+  for (const auto& row : gateway::valueTypes) {
+    const KeySpec played{Method::Fast, row.type, "key"};
     EXPECT_NE(bytesOf(minuteOf(played, 5)), bytesOf(minuteOf(played, 6)));
   }
 }
 
-TEST(Signals, differFromKeyToKeyAndFromRateToRate) {
-  for (const auto type : allTypes) {
-    const auto one = bytesOf(minuteOf({Method::Fast, type, "key1"}));
-    EXPECT_NE(one, bytesOf(minuteOf({Method::Fast, type, "key2"})));
-    EXPECT_NE(one, bytesOf(minuteOf({Method::Slow, type, "key1"})));
+TEST(Signals, DifferBetweenKeysAndBetweenRates) {
+  for (const auto& row : gateway::valueTypes) {
+    const auto one = bytesOf(minuteOf({Method::Fast, row.type, "key1"}));
+    EXPECT_NE(one, bytesOf(minuteOf({Method::Fast, row.type, "key2"})));
+    EXPECT_NE(one, bytesOf(minuteOf({Method::Slow, row.type, "key1"})));
   }
 }
 
-TEST(Signals, levelsRiseAndFallBetweenMinusSixtyAndZero) {
+TEST(Signals, LevelsRiseAndFallBetweenMinusSixtyAndZero) {
   float lowest = 0;
   float highest = -60;
   for (const auto& value : minuteOf({Method::Fast, ValueType::Float, "level"})) {
@@ -71,7 +68,7 @@ TEST(Signals, levelsRiseAndFallBetweenMinusSixtyAndZero) {
   EXPECT_GT(highest, -15);
 }
 
-TEST(Signals, countersGoUpFiveToTwentyTimesASecond) {
+TEST(Signals, CountersRiseByFiveToTwentyPerSecond) {
   const auto values = minuteOf({Method::Fast, ValueType::Int, "count"});
   for (std::size_t i = 1; i < values.size(); ++i) {
     const auto step = values[i].sint() - values[i - 1].sint();
@@ -82,7 +79,7 @@ TEST(Signals, countersGoUpFiveToTwentyTimesASecond) {
   EXPECT_LE(steps, 20 * 60);
 }
 
-TEST(Signals, countersBeginAgainAfterAMillion) {
+TEST(Signals, CountersReturnToZeroAtAMillion) {
   const Signals signals({{Method::Fast, ValueType::Int, "count"}}, 1);
   constexpr double twoDays = 2 * 24 * 3600;
   constexpr double years = 1e9;
@@ -93,7 +90,7 @@ TEST(Signals, countersBeginAgainAfterAMillion) {
   }
 }
 
-TEST(Signals, statesComeInTurn) {
+TEST(Signals, TextStatesComeInTurn) {
   std::vector<std::string> texts;
   for (const auto& value : minuteOf({Method::Slow, ValueType::String, "state"})) {
     if (texts.empty() || texts.back() != value.sstring().data()) {
@@ -107,7 +104,7 @@ TEST(Signals, statesComeInTurn) {
   EXPECT_LE(texts.size(), 121u);
 }
 
-TEST(Signals, uintStatesComeInTurn) {
+TEST(Signals, UintStatesComeInTurn) {
   std::vector<unsigned> states;
   for (const auto& value : minuteOf({Method::Slow, ValueType::Uint, "state"})) {
     if (states.empty() || states.back() != value.suint()) states.push_back(value.suint());
@@ -117,7 +114,7 @@ TEST(Signals, uintStatesComeInTurn) {
   EXPECT_LE(states.size(), 121u);
 }
 
-TEST(KeySpec, takesAllBehindTheSecondColonForTheKey) {
+TEST(KeySpec, TakesEverythingAfterTheSecondColonAsTheKey) {
   EXPECT_EQ(sim::parseKeySpec("slow:uint:a b:c"),
             (KeySpec{Method::Slow, ValueType::Uint, "a b:c"}));
 }

@@ -1,0 +1,265 @@
+#include "tools/sim/FaultKinds.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <functional>
+#include <utility>
+
+#include "meters.pb.h"
+#include "tools/common/EnumTable.h"
+#include "tools/sim/FaultPlan.h"
+#include "tools/sim/FaultSite.h"
+#include "tools/sim/HalfMessage.h"
+
+namespace sim {
+namespace {
+
+using sonalith::grpc::AnyValue;
+using sonalith::grpc::Meter;
+
+// ---- Messages that a client should survive --------------------------------------------------
+
+AnyValue& add(Meter& meter, std::string_view key) {
+  auto& entry = *meter.add_values();
+  entry.set_key(std::string(key));
+  return *entry.mutable_value();
+}
+
+// The bytes of a Meter with the keys that play on the site's streams. `set` gives each its value,
+// by key and number.
+using SetValue = std::function<void(AnyValue&, const KeySpec&, std::size_t)>;
+
+std::string meterOf(const FaultSite& site, const SetValue& set) {
+  Meter meter;
+  const auto& keys = site.keys();
+  for (std::size_t i = 0; i < keys.size(); ++i) {
+    if (keys[i].rate == site.method()) set(add(meter, keys[i].key), keys[i], i);
+  }
+  return meter.SerializeAsString();
+}
+
+void setOtherType(AnyValue& value, const KeySpec& played, std::size_t) {
+  switch (played.type) {
+    case ValueType::String:
+      return value.set_sint(-1);
+    case ValueType::Int:
+      return value.set_suint(1);
+    case ValueType::Uint:
+      return value.set_sfloat(1);
+    case ValueType::Float:
+      return value.mutable_sstring()->set_data("1");
+  }
+}
+
+void setArrayOrDouble(AnyValue& value, const KeySpec&, std::size_t number) {
+  constexpr std::size_t kinds = 4;
+  if (number % kinds == 0) {
+    value.mutable_afloat()->add_data(1);
+  } else if (number % kinds == 1) {
+    value.mutable_aint()->add_data(-1);
+  } else if (number % kinds == 2) {
+    value.mutable_auint()->add_data(1);
+  } else {
+    value.set_sdouble(1);
+  }
+}
+
+std::string textMessage(std::string_view key, std::string text) {
+  Meter meter;
+  add(meter, key).mutable_sstring()->set_data(std::move(text));
+  return meter.SerializeAsString();
+}
+
+// protobuf refuses to write a text that is not UTF-8, so this replaces a byte of a good one.
+std::string notUtf8(const FaultSite& site) {
+  constexpr std::string_view text = "caf?";
+  auto bytes = meterOf(site, [&](AnyValue& value, const KeySpec&, std::size_t) {
+    value.mutable_sstring()->set_data(std::string(text));
+  });
+  bytes += textMessage("text", std::string(text));
+  for (auto at = bytes.find(text); at != bytes.npos; at = bytes.find(text, at)) {
+    bytes[at + text.size() - 1] = '\xe9';
+  }
+  return bytes;
+}
+
+std::string oversize(double mebibytes) {
+  constexpr double mebibyte = 1 << 20;
+  return textMessage("large", std::string(static_cast<std::size_t>(mebibytes * mebibyte), 'x'));
+}
+
+std::string unknown() {
+  Meter meter;
+  add(meter, "nobody.knows.this").set_sfloat(1);
+  add(meter, "").set_sint(1);
+  add(meter, std::string(1000, 'k')).mutable_sstring()->set_data("long");
+  add(meter, "nothing");
+  return meter.SerializeAsString();
+}
+
+// For the relay to cut in half.
+std::string cut() {
+  constexpr std::size_t size = 8000;
+  return textMessage(HalfMessage::mark, std::string(size, 'x'));
+}
+
+// ---- The table ------------------------------------------------------------------------------
+
+using Site = FaultSite;
+using K = FaultKind;
+using G = FaultGroup;
+using A = FaultArgument;
+constexpr std::optional<double> none;
+
+constexpr FaultKindRow::Act playOn = [](Site& site, const Fault&) { site.setFeed(Feed::Signals); };
+constexpr FaultKindRow::Act answerAgain = [](Site& site, const Fault&) {
+  site.answers().change({});
+};
+
+constexpr auto kinds = std::to_array<FaultKindRow>({
+    {K::End, "end", G::Message, A::Status, "[STATUS]", none,
+     "the stream ends, by itself (OK) or with another status",
+     [](Site& site, const Fault& fault) { site.endStreams(fault.status); }},
+    {K::Garbage, "garbage", G::Message, A::None, "", none, "a message whose bytes can't be parsed",
+     [](Site& site, const Fault&) { site.send("\xff\xff\xff\xff"); }},
+    {K::NotUtf8, "not-utf8", G::Message, A::None, "", none,
+     "a message with a text that is not UTF-8",
+     [](Site& site, const Fault&) { site.send(notUtf8(site)); }},
+    {K::Oversize, "oversize", G::Message, A::Number, "[MEBIBYTES]", 5,
+     "a message larger than the 4 MiB that clients take (5 MiB)",
+     [](Site& site, const Fault& fault) { site.send(oversize(fault.number)); }},
+    {K::Unknown, "unknown", G::Message, A::None, "", none,
+     "a message with keys that nobody has configured",
+     [](Site& site, const Fault&) { site.send(unknown()); }},
+    {K::Types, "types", G::Message, A::None, "", none,
+     "a message with the keys that play, each with another type",
+     [](Site& site, const Fault&) { site.send(meterOf(site, setOtherType)); }},
+    {K::Arrays, "arrays", G::Message, A::None, "", none,
+     "a message with the keys that play as arrays and doubles",
+     [](Site& site, const Fault&) { site.send(meterOf(site, setArrayOrDouble)); }},
+    {K::Empty, "empty", G::Message, A::None, "", none, "a message without values",
+     [](Site& site, const Fault&) { site.send(""); }},
+    {K::Stall, "stall", G::Stream, A::None, "", none, "the stream stays open, and nothing is sent",
+     [](Site& site, const Fault&) { site.setFeed(Feed::Nothing); }, playOn},
+    {K::Flood, "flood", G::Stream, A::None, "", none, "as many messages as the stream takes",
+     [](Site& site, const Fault&) { site.setFeed(Feed::Flood); }, playOn},
+    {K::Half, "half", G::Stream, A::None, "", none,
+     "half a message, then nothing; when that is over, the stream ends",
+     [](Site& site, const Fault&) {
+       site.setFeed(Feed::Nothing);
+       site.sendHalf(cut());
+     },
+     [](Site& site, const Fault&) {
+       site.setFeed(Feed::Signals);
+       site.endHalves();
+     }},
+    {K::Close, "close", G::Connection, A::None, "", none,
+     "all connections are closed in order (FIN)",
+     [](Site& site, const Fault&) { site.relay().closeAll(); }},
+    {K::Reset, "reset", G::Connection, A::None, "", none, "all connections are broken off (RST)",
+     [](Site& site, const Fault&) { site.relay().resetAll(); }},
+    {K::Refuse, "refuse", G::Connection, A::None, "", none,
+     "all connections are closed, and nobody listens",
+     [](Site& site, const Fault&) {
+       site.relay().refuse(true);
+       site.relay().closeAll();
+     },
+     [](Site& site, const Fault&) { site.relay().refuse(false); }},
+    {K::Silent, "silent", G::Connection, A::None, "", none,
+     "all connections are closed, new ones accepted and left unanswered",
+     [](Site& site, const Fault&) {
+       site.relay().freeze(true);
+       site.relay().closeAll();
+     },
+     [](Site& site, const Fault&) { site.relay().freeze(false); }},
+    {K::Freeze, "freeze", G::Connection, A::None, "", none,
+     "connections stay, and nothing passes either way",
+     [](Site& site, const Fault&) { site.relay().freeze(true); },
+     [](Site& site, const Fault&) { site.relay().freeze(false); }},
+    {K::Drip, "drip", G::Connection, A::Number, "BYTES", none,
+     "so many bytes a second pass to the client",
+     [](Site& site, const Fault& fault) { site.relay().drip(fault.number); },
+     [](Site& site, const Fault&) { site.relay().drip(0); }},
+    {K::Delay, "delay", G::Answer, A::Number, "SECONDS", none,
+     "SetParams is answered so much later",
+     [](Site& site, const Fault& fault) { site.answers().change({.delay = fault.number}); },
+     answerAgain},
+    {K::NoReply, "no-reply", G::Answer, A::None, "", none,
+     "SetParams is left unanswered until this is over",
+     [](Site& site, const Fault&) { site.answers().change({.replies = false}); }, answerAgain},
+    {K::Fail, "fail", G::Answer, A::Status, "STATUS", none, "SetParams is answered with a status",
+     [](Site& site, const Fault& fault) { site.answers().change({.status = fault.status}); },
+     answerAgain},
+    {K::BadReply, "bad-reply", G::Answer, A::None, "", none,
+     "SetParams is answered with a message that can't be parsed",
+     [](Site& site, const Fault&) { site.answers().change({.readable = false}); }, answerAgain},
+    {K::Normal, "normal", G::All, A::None, "", none, "what lasts is over",
+     [](Site&, const Fault&) {}},  // the Saboteur ends what lasts
+});
+static_assert(tools::isIndexedBy(kinds, &FaultKindRow::kind));
+static_assert(kinds.back().kind == FaultKind::Normal);
+
+struct SubjectRow {
+  Subject subject;
+  std::string_view name;
+};
+
+constexpr auto subjectRows = std::to_array<SubjectRow>({
+    {Subject::Fast, "fast"},
+    {Subject::Slow, "slow"},
+    {Subject::Meters, "meters"},
+    {Subject::Engine, "engine"},
+});
+static_assert(tools::isIndexedBy(subjectRows, &SubjectRow::subject));
+
+}  // namespace
+
+std::string_view nameOf(Subject subject) {
+  return subjectRows[static_cast<std::size_t>(subject)].name;
+}
+
+std::optional<Subject> subjectCalled(std::string_view name) {
+  for (const auto& row : subjectRows) {
+    if (row.name == name) return row.subject;
+  }
+  return std::nullopt;
+}
+
+std::string namesOf(const std::vector<Subject>& subjects, std::string_view separator) {
+  std::vector<std::string_view> names;
+  names.reserve(subjects.size());
+  for (const auto subject : subjects) names.push_back(nameOf(subject));
+  return fmt::to_string(fmt::join(names, separator));
+}
+
+std::span<const FaultKindRow> faultKinds() {
+  return kinds;
+}
+
+const FaultKindRow& rowOf(FaultKind kind) {
+  return kinds[static_cast<std::size_t>(kind)];
+}
+
+std::vector<Subject> FaultKindRow::subjects() const {
+  switch (group) {
+    case FaultGroup::Message:
+    case FaultGroup::Stream:
+      return {Subject::Fast, Subject::Slow};
+    case FaultGroup::Connection:
+      return {Subject::Meters, Subject::Engine};
+    case FaultGroup::Answer:
+      return {Subject::Engine};
+    case FaultGroup::All:
+      break;
+  }
+  return {Subject::Fast, Subject::Slow, Subject::Meters, Subject::Engine};
+}
+
+std::string FaultKindRow::usage() const {
+  return fmt::format("{} [{}]{}{}", name, namesOf(subjects(), "|"), argumentName.empty() ? "" : " ",
+                     argumentName);
+}
+
+}  // namespace sim

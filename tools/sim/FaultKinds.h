@@ -1,0 +1,87 @@
+// The kinds of faults: for each what it is called, what it takes and what it does. A new kind is an
+// enumerator here and a row of the table in FaultKinds.cpp; parser, help and messages read the row.
+//
+// Threads: any, except that `begin` and `end` are for the thread of the Saboteur's loop.
+#pragma once
+
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace sim {
+
+struct Fault;
+class FaultSite;
+
+// What a fault acts on. The first two are the meter streams; the last two are the connections of
+// an address, or the engine service itself.
+enum class Subject { Fast, Slow, Meters, Engine };
+
+std::string_view nameOf(Subject subject);
+std::optional<Subject> subjectCalled(std::string_view name);
+
+enum class FaultKind {
+  End,
+  Garbage,
+  NotUtf8,
+  Oversize,
+  Unknown,
+  Types,
+  Arrays,
+  Empty,
+  Stall,
+  Flood,
+  Half,
+  Close,
+  Reset,
+  Refuse,
+  Silent,
+  Freeze,
+  Drip,
+  Delay,
+  NoReply,
+  Fail,
+  BadReply,
+  Normal,  // stays the last
+};
+
+// Which aspect of its subject a fault changes. A fault that lasts replaces another of its group.
+enum class FaultGroup {
+  Message,     // a message of a stream
+  Stream,      // how a stream continues
+  Connection,  // the connections of an address
+  Answer,      // how SetParams is answered
+  All,
+};
+
+enum class FaultArgument { None, Status, Number };
+
+struct FaultKindRow {
+  // What a fault does at one site.
+  using Act = void (*)(FaultSite& site, const Fault& fault);
+
+  FaultKind kind;
+  std::string_view name;
+  FaultGroup group;
+  FaultArgument argument;
+  std::string_view argumentName;        // one in [...] is optional
+  std::optional<double> defaultNumber;  // of an optional number
+  std::string_view meaning;
+  Act begin;
+  Act end = nullptr;  // null: the fault is over at once
+
+  bool lasts() const { return end != nullptr; }
+  std::vector<Subject> subjects() const;
+  std::string usage() const;
+};
+
+// In the order of FaultKind.
+std::span<const FaultKindRow> faultKinds();
+const FaultKindRow& rowOf(FaultKind kind);
+
+// Such as "fast|slow", for messages.
+std::string namesOf(const std::vector<Subject>& subjects, std::string_view separator);
+
+}  // namespace sim

@@ -1,0 +1,52 @@
+#include "tools/sim/FaultSite.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <iterator>
+
+#include "tools/common/Output.h"
+
+namespace sim {
+
+void FaultSite::send(const std::string& message) const {
+  for (const auto& call : streams()) call->send(message);
+}
+
+void FaultSite::endStreams(grpc::StatusCode status) const {
+  for (const auto& call : streams()) call->end(status);
+}
+
+void FaultSite::setFeed(Feed feed) const {
+  targets_.player.setFeed(targets_.simulator, method(), feed);
+}
+
+void FaultSite::sendHalf(const std::string& message) {
+  for (auto& call : streams()) {
+    call->send(message);
+    targets_.halves.push_back(std::move(call));
+  }
+}
+
+void FaultSite::endHalves() {
+  std::erase_if(targets_.halves, [&](const auto& call) {
+    if (call->opening().method != method()) return false;
+    call->end(grpc::StatusCode::UNAVAILABLE);
+    return true;
+  });
+}
+
+Relay* FaultSite::relayOrNull() const {
+  return subject_ == Subject::Meters ? targets_.meters : targets_.engine;
+}
+
+std::vector<std::shared_ptr<Call>> FaultSite::streams() const {
+  auto calls = targets_.simulator.openCalls(method());
+  if (calls.empty()) {
+    tools::writeError(
+        fmt::format("gatewayctl sim: no {} stream is open for this fault\n", nameOf(method())));
+  }
+  return calls;
+}
+
+}  // namespace sim

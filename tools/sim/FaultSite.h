@@ -1,0 +1,70 @@
+// Where a fault acts: the part of a run that its subject names. The rows of FaultKinds.cpp say with
+// these operations what each kind does.
+//
+// Threads: the one that runs the loop.
+// Ownership: everything is borrowed, except the streams that have got half a message.
+#pragma once
+
+#include <grpcpp/support/status.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tools/sim/Call.h"
+#include "tools/sim/EngineAnswers.h"
+#include "tools/sim/FaultKinds.h"
+#include "tools/sim/Player.h"
+#include "tools/sim/Relay.h"
+#include "tools/sim/Simulator.h"
+
+namespace sim {
+
+// What a run has for faults to act on. A relay is null if nothing needs it.
+struct FaultTargets {
+  const PlayerSettings& settings;
+  Player& player;
+  EngineAnswers& answers;
+  const Simulator& simulator;
+  Relay* meters;
+  Relay* engine;
+  std::vector<std::shared_ptr<Call>> halves{};  // streams that have got half a message
+};
+
+class FaultSite {
+ public:
+  FaultSite(FaultTargets& targets, Subject subject) : targets_(targets), subject_(subject) {}
+
+  // ---- The streams of the subjects Fast and Slow ----
+
+  Method method() const { return subject_ == Subject::Fast ? Method::Fast : Method::Slow; }
+  const std::vector<KeySpec>& keys() const { return targets_.settings.keys; }
+
+  // These act on each open stream, and log if there is none.
+  void send(const std::string& message) const;
+  void endStreams(grpc::StatusCode status) const;
+
+  void setFeed(Feed feed) const;
+
+  // Sends a message that the relay cuts in half. `endHalves` then ends those streams.
+  void sendHalf(const std::string& message);
+  void endHalves();
+
+  // ---- The connections of the subjects Meters and Engine ----
+
+  // Null if the address has no relay, and so no connection that could fail.
+  Relay* relayOrNull() const;
+  Relay& relay() const { return *relayOrNull(); }
+
+  // ---- The engine service ----
+
+  EngineAnswers& answers() const { return targets_.answers; }
+
+ private:
+  std::vector<std::shared_ptr<Call>> streams() const;
+
+  FaultTargets& targets_;
+  const Subject subject_;
+};
+
+}  // namespace sim

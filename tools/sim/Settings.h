@@ -1,0 +1,27 @@
+// What the command line asks of a run of the simulator.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "tools/sim/FaultPlan.h"
+#include "tools/sim/Player.h"
+#include "tools/sim/Simulator.h"
+
+namespace sim {
+
+struct Settings {
+  Addresses addresses{.meters = "127.0.0.1:50005", .engine = "127.0.0.1:50006"};
+  PingPolicy pings;
+  PlayerSettings playing;
+  std::string config;       // a file whose meter keys play, too
+  double heartbeat = 0;     // in seconds; 0 for none
+  FaultPlan faults;         // from the command line
+  std::string faultPlan;    // a file with more faults
+  bool liveFaults = false;  // take more faults from standard input
+  bool json = false;
+  std::optional<double> limit;  // of the run, in seconds
+  bool commands = false;
+};
+
+}  // namespace sim
