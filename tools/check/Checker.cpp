@@ -7,7 +7,7 @@ namespace {
 
 constexpr std::size_t keptLogLines = 50;
 
-// Has the module read the file, and listens to it.
+// Lets the module read the file, and keeps its verdict and its log.
 void askModule(const Request& request, Checked& checked) {
   standin::Host& host = standin::Host::current();
   host.setLogSink([&](const standin::LogLine& line) {

@@ -1,10 +1,10 @@
-// One configuration, checked: the module's own verdict, and what explains it.
+// Checks one configuration: the module's own verdict, and diagnostics that explain it.
 //
-// The verdict is that of the module's ConfigManager, so that both can't differ. It is not asked
-// where it would not come back: about a file that includes itself and the like, which is refused
-// without it.
+// The verdict comes from the module's ConfigManager, so the two can't differ. The exception is a
+// configuration that ConfigManager would never finish reading, such as a file that includes itself:
+// the checker refuses it without asking.
 //
-// Threads: one at a time. A standin::Host has to exist, for the module to log to.
+// Threads: one at a time. A standin::Host must exist, because the module logs to it.
 #pragma once
 
 #include <array>
@@ -38,11 +38,10 @@ struct Checked {
   Verdict verdict = Verdict::Unreadable;
   std::string reason = {};  // why there is no verdict
   std::vector<Diagnostic> diagnostics = {};
-  std::array<std::size_t, 3> counts{};  // by Severity, also of those that were not kept
-  std::size_t omitted = 0;              // diagnostics that were not kept
-  std::vector<tools::ConfiguredSlot> slots =
-      {};                            // of an accepted configuration, if they were asked for
-  std::vector<ModuleLine> log = {};  // the first lines
+  std::array<std::size_t, 3> counts{};            // by Severity, including the omitted ones
+  std::size_t omitted = 0;                        // diagnostics that are only counted
+  std::vector<tools::ConfiguredSlot> slots = {};  // of an accepted configuration, if requested
+  std::vector<ModuleLine> log = {};               // the first lines
   bool moduleWasAsked = false;
 
   std::size_t count(Severity severity) const { return counts[static_cast<std::size_t>(severity)]; }
@@ -51,12 +50,12 @@ struct Checked {
 struct Request {
   std::string path = {};
   std::string name = {};        // for messages
-  std::set<Rule> allowed = {};  // rules whose warnings are passed over
+  std::set<Rule> allowed = {};  // rules whose warnings are ignored
   bool withSlots = false;
   WalkLimits limits = {};
 };
 
-// Does not throw for anything in the file, nor for a file that can't be read.
+// Never throws because of a file, whatever it holds and even if it can't be read.
 Checked check(const Request& request);
 
 }  // namespace check

@@ -24,13 +24,14 @@ Diagnostic with(Diagnostic at, Rule rule, std::string text, std::string remedy) 
   return at;
 }
 
-// What somebody who wrote this value of a switch wants.
+// Whether this value of a switch was probably meant as true.
 bool meansOn(std::string_view value) {
   const auto is = [&](std::string_view word) { return sameName(value, word); };
   return is("yes") || is("on") || is("1") || is("enable") || is("enabled") || is("y") || is("t") ||
          !closestName(value, {"true"}).empty() || value.starts_with("true");
 }
 
+// Whether it was probably meant as false.
 bool meansOff(std::string_view value) {
   const auto is = [&](std::string_view word) { return sameName(value, word); };
   return is("no") || is("off") || is("0") || is("disable") || is("disabled") || is("n") ||
@@ -39,7 +40,7 @@ bool meansOff(std::string_view value) {
 
 std::string remedyForTarget(std::string_view section, const std::string& lost) {
   if (lost.empty()) return fmt::format("write Target=HOST:PORT in [{}]", section);
-  return fmt::format("see to {}, whose Target does not count for [{}] as it stands", lost, section);
+  return fmt::format("correct {}, so that its Target applies to [{}]", lost, section);
 }
 
 // "line 4, line 6 and 2 more".
@@ -71,14 +72,15 @@ void ConfigurationRules::set(SectionKind section, std::string_view key, Span val
 
 void ConfigurationRules::replace(Setting& setting, std::string_view key, Span place,
                                  LineReport& report) {
-  // Of a further value of the same pair its own rule tells.
+  // Rule::IndentedLine already reports another value of the same pair.
   const bool isContinuation = report.line().kind == LineKind::Continuation;
   if (setting.isGiven && !isContinuation) {
     const bool sameFile = setting.spot.file == report.spot().file;
-    report.add(sameFile ? Rule::RepeatedSetting : Rule::OverriddenSetting, place,
-               fmt::format("{} was given in {} already, and this line wins", key,
-                           report.nameOf(setting.spot)),
-               sameFile ? "remove the one that is not meant" : "nothing to do if this is meant");
+    report.add(
+        sameFile ? Rule::RepeatedSetting : Rule::OverriddenSetting, place,
+        fmt::format("{} is already set in {}, and this line overrides it", key,
+                    report.nameOf(setting.spot)),
+        sameFile ? "remove the line that you do not want" : "nothing to do if this is intended");
   }
   setting.isGiven = true;
   setting.spot = report.spot();
@@ -93,8 +95,8 @@ void ConfigurationRules::setTarget(Setting& setting, std::string_view value, Spa
   if (value.empty() || report.line().kind == LineKind::Continuation) return;
   const auto fault = faultOf(value);
   if (!fault) return;
-  report.add(Rule::BadTarget, place,
-             fmt::format("{} is no good target: {}", inQuotes(value), fault->text), fault->remedy);
+  report.add(Rule::BadTarget, place, fmt::format("bad target {}: {}", inQuotes(value), fault->text),
+             fault->remedy);
 }
 
 void ConfigurationRules::setSwitch(Setting& setting, std::string_view key, std::string_view value,
@@ -103,17 +105,17 @@ void ConfigurationRules::setSwitch(Setting& setting, std::string_view key, std::
   setting.isOn = sameName(value, "true");
   if (setting.isOn || sameName(value, "false")) return;
   if (report.line().kind == LineKind::Continuation) return;
-  const std::string what = value.empty() ? "without a value" : "with the value " + inQuotes(value);
+  const std::string what = value.empty() ? "an empty value" : "the value " + inQuotes(value);
   std::string remedy = "write true or false";
   if (value.find('#') != value.npos) {
-    remedy = "a \"#\" begins no comment here: write \" ;\" in front of the comment";
+    remedy = "begin the comment with \" ;\": \"#\" does not begin one here";
   } else if (meansOn(value)) {
     remedy = fmt::format("write {}=true to switch it on", key);
   } else if (meansOff(value)) {
-    remedy = fmt::format("write {}=false if that is meant", key);
+    remedy = fmt::format("write {}=false to switch it off", key);
   }
   report.add(Rule::SwitchValue, place,
-             fmt::format("{} {} is off, because nothing but \"true\" switches it on", key, what),
+             fmt::format("{} switches {} off, because only \"true\" switches it on", what, key),
              remedy);
 }
 
@@ -138,17 +140,17 @@ void ConfigurationRules::checkKey(const std::string& list,
                                   LineReport& report) {
   if (entry.key.empty()) {
     report.add(Rule::EmptyKey, entry.place,
-               "this entry has no Key, and the module refuses the configuration", "write Key=NAME");
+               "this entry has no Key, so the module refuses the configuration", "write Key=NAME");
     return;
   }
   const auto [first, isNew] = keys.emplace(entry.key, report.spot());
   if (isNew) return;
   report.add(Rule::DuplicateKey, entry.keyPlace,
-             fmt::format("the key {} is that of {} already, in the list of {}, and the module "
-                         "refuses the configuration",
-                         inQuotes(entry.key), report.nameOf(first->second), list),
-             report.isReadAgain(first->second) ? "name this file once"
-                                               : "remove one of the two, or correct its key");
+             fmt::format("the key {} is already in the list of {} ({}), so the module refuses the "
+                         "configuration",
+                         inQuotes(entry.key), list, report.nameOf(first->second)),
+             report.isReadAgain(first->second) ? "name this file only once"
+                                               : "remove one of the two, or change its key");
 }
 
 void ConfigurationRules::checkName(const Section& section, Set set, std::size_t position,
@@ -158,7 +160,7 @@ void ConfigurationRules::checkName(const Section& section, Set set, std::size_t 
   if (custom.size() > slotTextSize) {
     report.add(
         Rule::LongCustomKey, entry.customKeyPlace,
-        fmt::format("this CustomKey has {} bytes, slot names have {} at most, and the module "
+        fmt::format("this CustomKey has {} bytes, but a slot name has room for {}, so the module "
                     "refuses the configuration",
                     custom.size(), slotTextSize),
         "shorten it");
@@ -170,14 +172,14 @@ void ConfigurationRules::checkName(const Section& section, Set set, std::size_t 
   if (isNew) return;
   const std::string where = report.nameOf(first->second.spot);
   const std::string what =
-      isGenerated ? fmt::format("without a CustomKey this slot is called {}, like that of {}",
-                                inQuotes(name), where)
-      : first->second.isGenerated
-          ? fmt::format("{} is the name that the slot of {} has for want of a CustomKey",
+      isGenerated
+          ? fmt::format("{}, the generated name of this slot, is already the CustomKey in {}",
                         inQuotes(name), where)
-          : fmt::format("{} is the CustomKey of {} already", inQuotes(name), where);
+      : first->second.isGenerated
+          ? fmt::format("{} is already the generated name of the slot in {}", inQuotes(name), where)
+          : fmt::format("{} is already the CustomKey in {}", inQuotes(name), where);
   report.add(Rule::RepeatedSlotName, isGenerated ? entry.place : entry.customKeyPlace,
-             fmt::format("{}: two {} slots with one name", what, setNames[set]),
+             fmt::format("{}, so two {} slots have the same name", what, setNames[set]),
              isGenerated ? "give this entry a CustomKey" : "choose another CustomKey");
 }
 
@@ -194,7 +196,7 @@ void ConfigurationRules::noteLostTarget(std::string_view section, const std::str
     return std::search(section.begin(), section.end(), part.begin(), part.end(), same) !=
            section.end();
   };
-  // Of a section that is called neither way, either can be meant.
+  // A section name that hints at neither may be meant as either.
   if (!has("eng") && lostMetersTarget_.empty()) lostMetersTarget_ = line;
   if (!has("met") && lostEngineTarget_.empty()) lostEngineTarget_ = line;
 }
@@ -208,15 +210,15 @@ void ConfigurationRules::finish(const std::string& file, std::uint64_t lastOrder
   judgeEngine(atFile, findings);
 }
 
-// Who needs a meters target, as the end of a sentence; empty if nobody does.
+// Why a meters target is needed, as part of a sentence; empty if it is not.
 std::string ConfigurationRules::metersNeed() const {
   const auto rate = [](const Setting& setting, std::string_view name) {
     return setting.isGiven ? fmt::format("{} meters are switched on in {}", name, setting.name)
-                           : fmt::format("{} meters are on unless switched off", name);
+                           : fmt::format("{} meters are on by default", name);
   };
   const bool nothingSaid = !fast_.isGiven && !slow_.isGiven;
   if (nothingSaid && users_[Fast].count + users_[Slow].count == 0) {
-    return "fast and slow meters are on unless they are switched off";
+    return "fast and slow meters are on by default";
   }
   std::vector<std::string> reasons;
   for (const Set set : {Fast, Slow}) {
@@ -228,7 +230,7 @@ std::string ConfigurationRules::metersNeed() const {
       reasons.push_back(rate(setting, setNames[set]));
     }
   }
-  return fmt::format("{}", fmt::join(reasons, ", "));
+  return fmt::format("{}", fmt::join(reasons, " and "));
 }
 
 void ConfigurationRules::judgeMeters(const Diagnostic& atFile, Findings& findings) const {
@@ -239,9 +241,9 @@ void ConfigurationRules::judgeMeters(const Diagnostic& atFile, Findings& finding
       const bool fastIsLast = fast_.at.order > slow_.at.order;
       findings.add(with(fastIsLast ? fast_.at : slow_.at, Rule::NoRateEnabled,
                         fmt::format("[Meters] has a Target in {}, but fast and slow meters are "
-                                    "both off, and the module refuses the configuration",
+                                    "both off, so the module refuses the configuration",
                                     metersTarget_.name),
-                        "switch one on by the value true, or remove the Target and all meters"));
+                        "set one of the switches to true, or remove the Target and all meters"));
       return;
     }
     judgeRate(fast_, Fast, findings);
@@ -257,13 +259,13 @@ void ConfigurationRules::judgeMeters(const Diagnostic& atFile, Findings& finding
                                                        : atFile;
   findings.add(
       with(at, Rule::NoMetersTarget,
-           fmt::format("there is no Target in [Meters], but {}, and the module refuses the "
-                       "configuration",
+           fmt::format("[Meters] has no Target, but {}, so the module refuses the configuration",
                        metersNeed()),
            remedyForTarget("Meters", lostMetersTarget_) +
                (anyMeter || !lostMetersTarget_.empty()
                     ? ""
-                    : ", or to have no meters EnableFastMeters=false and EnableSlowMeters=false")));
+                    : ", or switch both rates off with EnableFastMeters=false and "
+                      "EnableSlowMeters=false")));
 }
 
 void ConfigurationRules::judgeEngine(const Diagnostic& atFile, Findings& findings) const {
@@ -274,8 +276,8 @@ void ConfigurationRules::judgeEngine(const Diagnostic& atFile, Findings& finding
                                                : atFile;
   findings.add(
       with(at, Rule::NoEngineTarget,
-           fmt::format("there is no Target in [Engine], but there are parameters ({}), and "
-                       "the module refuses the configuration",
+           fmt::format("[Engine] has no Target, but there are parameters ({}), so the module "
+                       "refuses the configuration",
                        linesOf(users)),
            remedyForTarget("Engine", lostEngineTarget_)));
 }

@@ -1,8 +1,8 @@
-// What only the whole configuration shows: settings that override each other, keys and names that
-// meet, targets that are missing.
+// Rules that need the whole configuration: settings that override each other, repeated keys and
+// names, missing targets.
 //
-// It follows the module's lists and settings as the lines come, and remembers where each came from.
-// Memory: grows with the number of entries, as the module's own does.
+// It builds the module's lists and settings line by line, and remembers where each came from.
+// Memory: grows with the number of entries, as the module's does.
 // Threads: one at a time.
 #pragma once
 
@@ -23,19 +23,19 @@ namespace check {
 
 class ConfigurationRules {
  public:
-  // A line of [Meters] or [Engine] whose key is known.
+  // Takes a line of [Meters] or [Engine] whose key is known.
   void set(SectionKind section, std::string_view key, Span value, LineReport& report);
 
-  // An entry that the module appends.
+  // Takes an entry that the module appends.
   void add(const Section& section, const Entry& entry, LineReport& report);
 
-  // A Target at `line` that counts for nothing, because of where and how it stands: below a header
-  // with this name.
+  // Remembers the line of a misplaced or misspelt Target, which the module ignores, and the name of
+  // the section above it. The report of a missing target then names this line.
   void noteLostTarget(std::string_view section, const std::string& line);
 
   std::size_t entries() const { return entries_; }
 
-  // Judges what there is when all has been read; `file` is the main file.
+  // Checks the whole configuration. Call this once, after the last line; `file` is the main file.
   void finish(const std::string& file, std::uint64_t lastOrder, Findings& findings) const;
 
  private:
@@ -44,7 +44,7 @@ class ConfigurationRules {
   struct Setting {
     bool isGiven = false;
     Spot spot;
-    std::string name;  // of the line
+    std::string name;  // of the line, for messages
     Diagnostic at;
     bool isOn = true;     // of a switch
     bool isEmpty = true;  // of a target
@@ -55,7 +55,7 @@ class ConfigurationRules {
     bool isGenerated = false;
   };
 
-  // Entries that need something, the first of them by their lines.
+  // The entries of a set, which need a target and a rate: their number, and the lines of the first.
   struct Users {
     static constexpr std::size_t named = 4;
     std::size_t count = 0;
@@ -86,7 +86,7 @@ class ConfigurationRules {
   std::array<std::array<std::size_t, gateway::valueTypes.size()>, 3> sizes_{};
   std::array<std::unordered_map<std::string, SlotName>, 3> names_;
   std::array<Users, 3> users_;
-  std::string lostMetersTarget_;  // the line
+  std::string lostMetersTarget_;  // its line
   std::string lostEngineTarget_;
   std::size_t entries_ = 0;
 };

@@ -20,7 +20,7 @@ namespace {
 
 constexpr std::size_t slotTextSize = 99;
 
-// Quotes of a word processor, which quote nothing here.
+// Typographic quotes do not quote in an entry.
 bool beginsCurly(std::string_view text) {
   constexpr std::array<std::string_view, 5> curly = {"\u201C", "\u201D", "\u201E", "\u2018",
                                                      "\u2019"};
@@ -28,7 +28,7 @@ bool beginsCurly(std::string_view text) {
                      [&](std::string_view each) { return text.starts_with(each); });
 }
 
-// Goes through the words of one value.
+// Reads the words of one value.
 class EntryReader {
  public:
   EntryReader(const Section& section, Span value, LineReport& report)
@@ -45,7 +45,7 @@ class EntryReader {
   bool isContinuation() const { return report_.line().kind == LineKind::Continuation; }
   std::string_view kindName() const { return isMeter() ? "Meter" : "Param"; }
 
-  // The place in the line of a part of the value.
+  // Converts a place within the value to a place within the line.
   Span inLine(Span part) const { return {place_.begin + part.begin, part.size}; }
 
   void reportQuote();
@@ -55,7 +55,7 @@ class EntryReader {
   void reportComment();
   void take(std::size_t index);
   void takeField(const Word& word, const Field& field);
-  void passOver(std::size_t index);
+  void ignoreWord(std::size_t index);
   void reportBlankAroundEquals(std::size_t index);
   bool isBlankAroundEquals(std::size_t index) const;
   bool isPlain(std::size_t index) const;
@@ -84,8 +84,8 @@ class EntryReader {
   LineReport& report_;
   Entry entry_;
   bool good_ = true;
-  std::size_t skip_ = 0;    // words that a diagnostic in front of them has covered
-  bool inComment_ = false;  // behind a ";" or "//" that was meant to begin one
+  std::size_t skip_ = 0;    // following words that a diagnostic has already covered
+  bool inComment_ = false;  // after a ";" or "//" that was meant to begin a comment
   std::vector<std::pair<std::string, std::string>> seen_;  // names and values
 };
 
@@ -106,35 +106,36 @@ void EntryReader::reportQuote() {
   const Span place = inLine({*words_.openQuote, 1});
   const std::string_view rest = report_.line().rest.of(report_.line().text);
   const char quote = value_[*words_.openQuote];
-  // Closed within what was cut as a comment: then the comment was none.
+  // The closing quote is in what the reader cut as a comment, so no comment was meant.
   if (rest.starts_with(';') && rest.find(quote) != rest.npos) {
     report_.add(
         Rule::CommentInQuotes, {report_.line().rest.begin, 1},
-        fmt::format("this \";\" begins a comment although it stands in quotes, the quote is "
-                    "left open, and {}",
-                    report_.consequence()),
-        "take the white space in front of the \";\" away, or the \";\"");
+        fmt::format(
+            "this \";\" begins a comment even inside quotes and leaves the quote open, so {}",
+            report_.consequence()),
+        "remove the white space before the \";\", or the \";\" itself");
     return;
   }
-  const std::size_t behind = words_.words.empty() ? 0 : words_.words.back().place.end();
-  const std::size_t first = value_.find_first_of("\"'", behind);
+  const std::size_t unread = words_.words.empty() ? 0 : words_.words.back().place.end();
+  const std::size_t first = value_.find_first_of("\"'", unread);
   const std::string_view swallowed = wordWithin(value_.substr(first));
   if (!swallowed.empty()) {
     report_.add(
         Rule::OpenQuote, inLine({first, 1}),
-        fmt::format("this quote is not closed in front of {}=, so that one is open at the "
-                    "end of the line, and {}",
+        fmt::format("this quote is not closed before {}=, which leaves a quote open at the end of "
+                    "the line, so {}",
                     swallowed, report_.consequence()),
-        fmt::format("write {0} in front of the blank before {1}=, or \\{0} for the mark itself",
+        fmt::format("close it with {0} before the space in front of {1}=, or write \\{0} for a "
+                    "literal quote",
                     value_[first], swallowed));
     return;
   }
   report_.add(Rule::OpenQuote, place,
-              fmt::format("this quote is never closed, and {}", report_.consequence()),
-              fmt::format("close it with {}, or write \\{} for the mark itself", quote, quote));
+              fmt::format("this quote is never closed, so {}", report_.consequence()),
+              fmt::format("close it with {}, or write \\{} for a literal quote", quote, quote));
 }
 
-// The first known word that begins behind a blank in quoted text.
+// The first known word that follows a space in quoted text.
 std::string_view EntryReader::wordWithin(std::string_view text) const {
   std::string_view first;
   std::size_t least = text.npos;
@@ -147,13 +148,13 @@ std::string_view EntryReader::wordWithin(std::string_view text) const {
   return first;
 }
 
-// The known word that the text ends with, as if it was meant to begin one of its own.
+// The known word at the end of the text, where it was probably meant to begin a word of its own.
 std::string_view EntryReader::wordAtEnd(std::string_view text) const {
   std::string_view longest;
   for (const std::string& word : wordsOf(section_.kind)) {
     if (!text.ends_with(word) || word.size() <= longest.size()) continue;
     const std::string_view before = text.substr(0, text.size() - word.size());
-    // "Monkey" is no Key.
+    // "MonKey" does not end with the word Key.
     const bool isApart =
         before.empty() || std::isalnum(static_cast<unsigned char>(before.back())) == 0;
     if (isApart || word != "Key") longest = word;
@@ -166,15 +167,14 @@ void EntryReader::reportBackslash() {
   if (!lost) return;
   if (*lost + 1 == value_.size()) {
     report_.add(Rule::LostBackslash, inLine({*lost, 1}),
-                "a \"\\\" at the end of a line does not join it with the next one, and is passed "
-                "over",
+                "this \"\\\" does not join the next line to the entry, and the module ignores it",
                 "write the whole entry on one line");
     return;
   }
   report_.add(Rule::LostBackslash, inLine({*lost, 2}),
-              fmt::format("a \"\\\" outside quotes is taken away, and {} is read as \"{}\"",
+              fmt::format("the module removes a \"\\\" outside quotes and reads {} as \"{}\"",
                           inQuotes(value_.substr(*lost, 2)), value_[*lost + 1]),
-              "put double quotes around the value if the \"\\\" belongs to it");
+              "put double quotes around the value if the \"\\\" is part of it");
 }
 
 void EntryReader::reportComment() {
@@ -182,9 +182,8 @@ void EntryReader::reportComment() {
   const std::string_view comment = value_.substr(begin);
   report_.add(
       Rule::HashComment, inLine({begin, comment.size()}),
-      fmt::format("a \"#\" in front of a word begins a comment, and the module passes over {}",
-                  inQuotes(comment)),
-      "put quotes around the word if the \"#\" belongs to it; for a comment write \" ;\"");
+      fmt::format("this \"#\" begins a comment, so the module ignores {}", inQuotes(comment)),
+      "put quotes around the word if the \"#\" is part of it, or begin the comment with \" ;\"");
 }
 
 void EntryReader::take(std::size_t index) {
@@ -197,10 +196,11 @@ void EntryReader::take(std::size_t index) {
   if (isContinuation() && word.text.starts_with(';') && !inComment_) {
     inComment_ = true;
     const std::size_t size = value_.size() - word.place.begin;
-    report_.add(Rule::CommentInContinuation, inLine({word.place.begin, size}),
-                "a \";\" begins no comment in a line that continues an entry, and what follows is "
-                "read as words",
-                "put the comment on a line of its own");
+    report_.add(
+        Rule::CommentInContinuation, inLine({word.place.begin, size}),
+        "\";\" does not begin a comment in an indented line, so the module reads what follows "
+        "as words",
+        "put the comment on a line of its own");
   }
   if (field.shape == Field::Shape::Whole || field.shape == Field::Shape::Cut) {
     const auto& known = wordsOf(section_.kind);
@@ -212,7 +212,7 @@ void EntryReader::take(std::size_t index) {
   } else if (isBlankAroundEquals(index)) {
     reportBlankAroundEquals(index);
   } else if (!inComment_) {
-    passOver(index);
+    ignoreWord(index);
   }
 }
 
@@ -220,11 +220,11 @@ void EntryReader::takeField(const Word& word, const Field& field) {
   reportRepeated(word, field);
   if (field.shape == Field::Shape::Cut) {
     const Span place = placeOfValue(value_, word);
-    report_.add(Rule::TextAfterSecondEquals, inLine(place),
-                fmt::format("a value ends at the second \"=\" of its word, so {} is {} and {} is "
-                            "dropped",
-                            field.name, inQuotes(field.value), inQuotes(field.dropped)),
-                remedyForSecondEquals(field));
+    report_.add(
+        Rule::TextAfterSecondEquals, inLine(place),
+        fmt::format("the value ends at the second \"=\", so {} is {} and the module drops {}",
+                    field.name, inQuotes(field.value), inQuotes(field.dropped)),
+        remedyForSecondEquals(field));
   }
   if (beginsCurly(placeOfValue(value_, word).of(value_))) reportCurlyQuote(word);
   if (field.name == "Type")
@@ -238,15 +238,15 @@ void EntryReader::takeField(const Word& word, const Field& field) {
 std::string EntryReader::remedyForSecondEquals(const Field& field) const {
   if (field.dropped.find_first_of(",;") != field.dropped.npos ||
       field.value.find_first_of(",;") != field.value.npos) {
-    return "part words by blanks, not by \",\" or \";\"";
+    return "separate words with spaces, not with \",\" or \";\"";
   }
   const std::string_view next = wordAtEnd(field.value);
-  if (next.empty()) return "choose a text without \"=\"";
+  if (next.empty()) return "choose a value without \"=\"";
   if (field.value.size() > next.size() &&
       isBlank(field.value[field.value.size() - next.size() - 1])) {
-    return fmt::format("quote each value by itself, so that {}= stands outside of quotes", next);
+    return fmt::format("quote each value separately, so that {}= is outside the quotes", next);
   }
-  return fmt::format("write a blank in front of {}=", next);
+  return fmt::format("write a space before {}=", next);
 }
 
 void EntryReader::reportRepeated(const Word& word, const Field& field) {
@@ -254,21 +254,21 @@ void EntryReader::reportRepeated(const Word& word, const Field& field) {
                                     [&](const auto& each) { return each.first == field.name; });
   if (earlier != seen_.rend()) {
     report_.add(Rule::RepeatedWord, inLine(word.place),
-                fmt::format("{} is given twice, and the last one wins: {}, not {}", field.name,
-                            inQuotes(field.value), inQuotes(earlier->second)),
-                "remove the one that is not meant");
+                fmt::format("{} appears twice and the last one wins, so it is {}, not {}",
+                            field.name, inQuotes(field.value), inQuotes(earlier->second)),
+                "remove the one that you do not want");
   }
   seen_.emplace_back(field.name, field.value);
 }
 
 void EntryReader::reportCurlyQuote(const Word& word) {
   report_.add(Rule::CurlyQuote, inLine(placeOfValue(value_, word)),
-              "typographic quotes quote nothing, and belong to the value", "write \" for them");
+              "typographic quotes do not quote and become part of the value", "use \" instead");
 }
 
-// ---- Words that say nothing -------------------------------------------------------------------
+// ---- Words that the module ignores ------------------------------------------------------------
 
-// "Key = a" or "Key= a": words that were meant as one.
+// "Key = a" or "Key= a": several words where one was meant.
 bool EntryReader::isBlankAroundEquals(std::size_t index) const {
   const auto& words = words_.words;
   const auto& known = wordsOf(section_.kind);
@@ -295,35 +295,34 @@ void EntryReader::reportBlankAroundEquals(std::size_t index) {
   report_.add(
       joined ? Rule::WordEndsInEquals : Rule::WordWithoutEquals,
       inLine({begin, last.place.end() - begin}),
-      "blanks part words, so the module passes over each of these by itself",
-      fmt::format("write {}={} without a blank",
-                  joined ? name : std::string_view(words[index].text), last.place.of(value_)));
+      "a space next to \"=\" separates words, so the module ignores each of these",
+      fmt::format("write {}={} without spaces", joined ? name : std::string_view(words[index].text),
+                  last.place.of(value_)));
 }
 
-void EntryReader::passOver(std::size_t index) {
+void EntryReader::ignoreWord(std::size_t index) {
   const Word& word = words_.words[index];
   const Field field = fieldOf(word.text);
   if (field.shape == Field::Shape::EndingInEquals) {
     report_.add(
         Rule::WordEndsInEquals, inLine(word.place),
-        fmt::format("the word {} ends in \"=\", and the module passes over it",
-                    inQuotes(word.text)),
+        fmt::format("the word {} ends in \"=\", so the module ignores it", inQuotes(word.text)),
         field.name.empty() ? "remove it" : fmt::format("write {}=VALUE, or remove it", field.name));
     return;
   }
   if (field.shape == Field::Shape::Empty) {
     report_.add(Rule::WordWithoutEquals, inLine(word.place),
-                "there is nothing between these quotes, and the module passes over it",
-                "remove it, or write NAME=VALUE");
+                "these quotes are empty, so the module ignores them",
+                "remove them, or write NAME=VALUE");
     return;
   }
   if (word.text.starts_with("//") || word.text == "--") {
     inComment_ = true;
-    report_.add(Rule::WordWithoutEquals,
-                inLine({word.place.begin, value_.size() - word.place.begin}),
-                fmt::format("{} begins no comment, and what follows is read as words",
-                            inQuotes(word.text.substr(0, 2))),
-                "write \" ;\" in front of the comment");
+    report_.add(
+        Rule::WordWithoutEquals, inLine({word.place.begin, value_.size() - word.place.begin}),
+        fmt::format("{} does not begin a comment, so the module reads what follows as words",
+                    inQuotes(word.text.substr(0, 2))),
+        "begin the comment with \" ;\"");
     return;
   }
   // "Key: a"
@@ -336,15 +335,14 @@ void EntryReader::passOver(std::size_t index) {
   const std::size_t begin = word.place.begin;
   const Span place{begin, words_.words[index + skip_].place.end() - begin};
   report_.add(Rule::WordWithoutEquals, inLine(place),
-              skip_ == 0
-                  ? fmt::format("the word {} has no \"=\", and the module passes over it",
-                                inQuotes(word.text))
-                  : fmt::format("the words {} have no \"=\", and the module passes over them",
-                                inQuotes(place.of(value_))),
+              skip_ == 0 ? fmt::format("the word {} has no \"=\", so the module ignores it",
+                                       inQuotes(word.text))
+                         : fmt::format("the words {} have no \"=\", so the module ignores them",
+                                       inQuotes(place.of(value_))),
               remedyForBareWord(index));
 }
 
-// A word without "=" that makes no sense by itself, but could be a part of a value.
+// A word without "=" that means nothing on its own but could be part of a value.
 bool EntryReader::isPlain(std::size_t index) const {
   const Word& word = words_.words[index];
   const auto isRate = [&](std::string_view rate) { return isMeter() && sameName(word.text, rate); };
@@ -367,34 +365,33 @@ std::string EntryReader::remedyForBareWord(std::size_t index) const {
                                 : "VALUE");
   }
   if (isMeter() && (sameName(text, "fast") || sameName(text, "slow"))) {
-    return fmt::format("write Type={} if that is the rate",
-                       sameName(text, "fast") ? "fast" : "slow");
+    return fmt::format("write Type={} if it is the rate", sameName(text, "fast") ? "fast" : "slow");
   }
   const std::size_t begin = words_.words[index].place.begin;
   const std::size_t end = words_.words[index + skip_].place.end();
   const std::string_view all = value_.substr(begin, end - begin);
-  if (index == 0 && skip_ > 0) return fmt::format("write Key=\"{}\" if that is the key", all);
-  if (index == 0) return fmt::format("write Key={} if that is the key", text);
+  if (index == 0 && skip_ > 0) return fmt::format("write Key=\"{}\" if it is the key", all);
+  if (index == 0) return fmt::format("write Key={} if it is the key", text);
   return remedyForTail(words_.words[index - 1].place.of(value_), all);
 }
 
-// For bare text behind the word `before`.
+// For bare text after the word `before`.
 std::string EntryReader::remedyForTail(std::string_view before, std::string_view text) const {
   const std::size_t equals = before.find('=');
   if (beginsCurly(before.substr(std::min(equals, before.size() - 1) + 1))) {
-    return "write \" for the typographic quotes";
+    return "use \" instead of typographic quotes";
   }
   if (equals == before.npos || before.find_first_of("\"'\\") != before.npos) {
-    return "remove it, or put quotes around the value that it belongs to";
+    return "remove it, or put quotes around the value it belongs to";
   }
   const std::string_view name = before.substr(0, equals);
   const bool isNumber = name == "DefaultValue" && section_.type != ValueType::String;
   if (isNumber || name == "Type") return "remove it";
-  return fmt::format("if it belongs to the word before, write {}=\"{} {}\"", name,
+  return fmt::format("write {}=\"{} {}\" if it is part of the word before", name,
                      before.substr(equals + 1), text);
 }
 
-// ---- Words that are refused -------------------------------------------------------------------
+// ---- Words that the module refuses ------------------------------------------------------------
 
 void EntryReader::refuseWord(std::size_t index, const Field& field) {
   const Word& word = words_.words[index];
@@ -402,12 +399,12 @@ void EntryReader::refuseWord(std::size_t index, const Field& field) {
   const Span place = inLine(word.place);
   const std::string what =
       field.name.empty()
-          ? fmt::format("the word {} has no name in front of its \"=\"", inQuotes(word.text))
-          : fmt::format("a {} has no word {}", kindName(), inQuotes(field.name));
+          ? fmt::format("the word {} has no name before its \"=\"", inQuotes(word.text))
+          : fmt::format("a {} does not accept the word {}", kindName(), inQuotes(field.name));
   report_.add(
       Rule::UnknownWord,
       {place.begin, field.name.empty() ? place.size : std::min(place.size, field.name.size())},
-      fmt::format("{}, and {}", what, report_.consequence()), remedyForUnknownWord(index, field));
+      fmt::format("{}, so {}", what, report_.consequence()), remedyForUnknownWord(index, field));
 }
 
 std::string EntryReader::remedyForUnknownWord(std::size_t index, const Field& field) const {
@@ -415,27 +412,27 @@ std::string EntryReader::remedyForUnknownWord(std::size_t index, const Field& fi
   if (field.name.empty() && index > 0) {
     const std::string& before = words_.words[index - 1].text;
     if (std::find(known.begin(), known.end(), before) != known.end()) {
-      return fmt::format("write {}={} without a blank", before, field.value);
+      return fmt::format("write {}={} without spaces", before, field.value);
     }
   }
   if (words_.words[index].place.of(value_).starts_with('\\')) {
-    return "remove the \"\\\", which joins the word with what follows it";
+    return "remove the \"\\\", which joins the word to what follows";
   }
   if (const auto name = sameNameIn(field.name, known); !name.empty()) {
-    return fmt::format("write {}, case matters here", name);
+    return fmt::format("write {}: case matters", name);
   }
   const auto begun = std::find_if(known.begin(), known.end(), [&](const std::string& word) {
     return field.name.size() > 2 && sameName(word.substr(0, field.name.size()), field.name);
   });
   if (begun != known.end()) return fmt::format("did you mean {}=?", *begun);
   if (!sameNameIn(field.name, wordsOf(SectionKind::MeterEntries)).empty()) {
-    return "remove it: a parameter has one rate and no default";
+    return "remove it: a parameter has neither a rate nor a default";
   }
-  if (sameName(field.name, "Name")) return "write Key=, or CustomKey= for the name of the slot";
+  if (sameName(field.name, "Name")) return "write Key=, or CustomKey= for the slot name";
   if (const std::string close = closestName(field.name, known); !close.empty()) {
     return fmt::format("did you mean {}=?", close);
   }
-  return fmt::format("the words of a {} are {}", kindName(), fmt::join(known, ", "));
+  return fmt::format("a {} accepts {}", kindName(), fmt::join(known, ", "));
 }
 
 // ---- Known words ------------------------------------------------------------------------------
@@ -447,33 +444,32 @@ void EntryReader::takeName(const Word& word, const Field& field) {
   (isKey ? entry_.keyPlace : entry_.customKeyPlace) = place;
   if (isKey && !isUtf8(field.value)) {
     report_.add(Rule::KeyNotUtf8, place,
-                isMeter() ? fmt::format("the key {} is not valid UTF-8: no meter can carry it, and "
-                                        "its slot keeps its default for good",
-                                        inQuotes(field.value))
-                          : fmt::format("the key {} is not valid UTF-8, and the engine service "
-                                        "can't read a call that carries it",
-                                        inQuotes(field.value)),
+                isMeter()
+                    ? fmt::format("the key {} is not valid UTF-8, so no meter can have it and "
+                                  "the slot keeps its default",
+                                  inQuotes(field.value))
+                    : fmt::format("the key {} is not valid UTF-8, so the engine service can't "
+                                  "read a call that contains it",
+                                  inQuotes(field.value)),
                 "save the file as UTF-8, or correct the key");
   }
   if (field.value.ends_with(',') || field.value.ends_with(';')) {
-    report_.add(
-        Rule::TrailingComma, place,
-        fmt::format("{} {} ends in \"{}\", which belongs to the name: blanks alone part words",
-                    field.name, inQuotes(field.value), field.value.back()),
-        fmt::format("remove the \"{}\"", field.value.back()));
+    report_.add(Rule::TrailingComma, place,
+                fmt::format("{} {} ends in \"{}\", which is part of the name", field.name,
+                            inQuotes(field.value), field.value.back()),
+                fmt::format("remove the \"{}\"", field.value.back()));
   }
   if (hasUnseenCharacter(field.value)) {
     report_.add(Rule::ControlCharacter, place,
-                fmt::format("there is a character in {} {} that can't be seen and belongs to the "
-                            "name",
+                fmt::format("{} {} contains an invisible character, which is part of the name",
                             field.name, inQuotes(field.value)),
-                "remove it, or write a blank for it");
+                "remove it, or replace it with a space");
   }
   if (!field.value.empty() && (isBlank(field.value.front()) || isBlank(field.value.back()))) {
     report_.add(Rule::OuterBlanks, place,
-                fmt::format("{} {} begins or ends with white space, which belongs to the name",
+                fmt::format("{} {} begins or ends with white space, which is part of the name",
                             field.name, inQuotes(field.value)),
-                "remove the white space within the quotes");
+                "remove the white space inside the quotes");
   }
 }
 
@@ -497,10 +493,10 @@ void EntryReader::takeType(const Word& word, const Field& field) {
   else if (!close.empty())
     remedy = fmt::format("did you mean Type={}?", close);
   else if (isValueType)
-    remedy += "; the type of the value is said by the section";
+    remedy += "; the value type comes from the section";
   report_.add(
       Rule::UnknownType, inLine(placeOfValue(value_, word)),
-      fmt::format("there is no type {}, and {}", inQuotes(field.value), report_.consequence()),
+      fmt::format("{} is not a valid Type, so {}", inQuotes(field.value), report_.consequence()),
       remedy);
 }
 
@@ -510,13 +506,13 @@ void EntryReader::takeDefault(const Word& word, const Field& field) {
     takeNumber(field.value, place);
   } else if (field.value.size() > slotTextSize) {
     report_.add(Rule::LongDefault, place,
-                fmt::format("the default has {} bytes, and its slot keeps the first {}",
+                fmt::format("the default has {} bytes, but the slot keeps only the first {}",
                             field.value.size(), slotTextSize),
                 "shorten it");
   }
 }
 
-// Converts as the module does, so that both agree on every text.
+// Uses the module's conversions, so that both accept the same texts.
 void EntryReader::takeNumber(const std::string& text, Span place) {
   std::size_t used = 0;
   std::string read;
@@ -537,28 +533,29 @@ void EntryReader::takeNumber(const std::string& text, Span place) {
     good_ = false;
     report_.add(
         Rule::BadDefault, place,
-        fmt::format("the default {} is no number, and {}", inQuotes(text), report_.consequence()),
+        fmt::format("the default {} is not a number, so {}", inQuotes(text), report_.consequence()),
         "write a number, or move the entry to [MetersString]");
     return;
   }
   if (used == text.size()) return;
-  report_.add(Rule::TrailingText, place,
-              fmt::format("only the number at the begin of {} is read: the default is {}",
-                          inQuotes(text), read),
-              remedyForRest(std::string_view(text).substr(used)));
+  report_.add(
+      Rule::TrailingText, place,
+      fmt::format("the module reads only the number at the beginning of {}, so the default is {}",
+                  inQuotes(text), read),
+      remedyForRest(std::string_view(text).substr(used)));
 }
 
-// For what stands behind a number.
+// For text after a number.
 std::string EntryReader::remedyForRest(std::string_view rest) const {
   const bool isWhole = section_.type != ValueType::Float;
   if (rest == "," || rest == ";") return fmt::format("remove the \"{}\"", rest);
-  if (rest.front() == ',') return "write \".\" for the decimal point";
+  if (rest.front() == ',') return "write \".\" as the decimal point";
   if (rest.front() == '.' && isWhole) {
     return "write a whole number, or move the entry to [MetersFloat]";
   }
   constexpr std::string_view notations = "eExX";
   if (isWhole && notations.find(rest.front()) != rest.npos) return "write it in decimal digits";
-  return "write the number alone";
+  return "write only the number";
 }
 
 void EntryReader::reportOutOfRange(const std::string& text, Span place) {
@@ -566,9 +563,9 @@ void EntryReader::reportOutOfRange(const std::string& text, Span place) {
   const std::string_view range =
       section_.type == ValueType::Int    ? "write a number from -2147483648 to 2147483647"
       : section_.type == ValueType::Uint ? "write a number from 0 to 4294967295"
-                                         : "write 0, or a number that a 32-bit float can hold";
+                                         : "write 0, or a number that fits a 32-bit float";
   report_.add(Rule::BadDefault, place,
-              fmt::format("the default {} is out of the range of {} {}, and {}", inQuotes(text),
+              fmt::format("the default {} is out of range for {} {}, so {}", inQuotes(text),
                           section_.type == ValueType::Int ? "an" : "a", nameOf(section_.type),
                           report_.consequence()),
               std::string(range));
@@ -579,7 +576,7 @@ void EntryReader::reportUnsigned(const std::string& text, unsigned long number, 
   const bool isZero = number == 0;
   if (number <= std::numeric_limits<std::uint32_t>::max() && (!isNegative || isZero)) return;
   report_.add(Rule::UnsignedRange, place,
-              fmt::format("an unsigned default keeps its low 32 bits, so {} becomes {}",
+              fmt::format("an unsigned default keeps only its low 32 bits, so {} becomes {}",
                           inQuotes(text), static_cast<std::uint32_t>(number)),
               "write a number from 0 to 4294967295, or move the entry to [MetersInt]");
 }

@@ -1,5 +1,5 @@
-// The value of a Meter or Param line: what the module makes of it, and what is to be said about it.
-// Threads: as the LineReport.
+// Reads the value of a Meter or Param line as the module does, and reports what is wrong with it.
+// Threads: one at a time, like LineReport.
 #pragma once
 
 #include <optional>
@@ -14,13 +14,13 @@ struct Entry {
   std::string key;
   std::string customKey;
   bool isSlow = false;
-  Span place;  // the whole value; without one, the text of the line
+  Span place;  // the whole value, or the text of the line if there is none
   Span keyPlace;
   Span customKeyPlace;
 };
 
-// Reports on the value that stands at `value` in the line. Returns the entry that the module
-// appends, or nothing if it refuses the line.
+// Reads the value at `value` within the line. Returns the entry that the module appends, or nothing
+// if the module refuses the line.
 std::optional<Entry> readEntry(const Section& section, Span value, LineReport& report);
 
 }  // namespace check

@@ -7,7 +7,7 @@
 namespace check {
 namespace {
 
-// Where the quote is that is left open in `text`, known to have one.
+// The position of the open quote in `text`, which must have one.
 std::size_t openQuoteIn(std::string_view text) {
   std::size_t i = 0;
   while (i < text.size()) {
@@ -34,7 +34,7 @@ EntryWords entryWordsOf(std::string_view value) {
     char* out = room.data();
     std::size_t roomLeft = room.size();
     const int result = c_shquote_parse_next(&out, &roomLeft, &in, &left);
-    // A comment reaches to the end: a value holds no newline.
+    // The comment reaches to the end, since a value has no newline.
     if (left > 0 && *in == '#' && result != 0) found.comment = begin;
     if (result == SHQUOTE_ERR_UNTERMINATED) found.openQuote = begin + openQuoteIn({in, left});
     if (result != 0) return found;

@@ -1,4 +1,4 @@
-// The words of a Meter or Param value, with their places. Any thread.
+// Splits a Meter or Param value into words, and says where each is. Any thread.
 #pragma once
 
 #include <cstddef>
@@ -12,41 +12,41 @@
 namespace check {
 
 struct Word {
-  Span place;        // within the value, its quotes included
-  std::string text;  // without its quotes
+  Span place;        // within the value, quotes included
+  std::string text;  // without quotes
 };
 
 struct EntryWords {
-  std::vector<Word> words;               // those in front of an open quote, if there is one
-  std::optional<std::size_t> openQuote;  // where in the value it stands
-  std::optional<std::size_t> comment;    // where in the value a "#" ends the words
+  std::vector<Word> words;               // those before an open quote, if there is one
+  std::optional<std::size_t> openQuote;  // its position in the value
+  std::optional<std::size_t> comment;    // the position of a "#" that ends the words
 };
 
 EntryWords entryWordsOf(std::string_view value);
 
-// The first "\" in front of `end` that is taken away although what follows it stands for itself: a
-// letter or a digit outside quotes, or the end of the text.
+// The first "\" before `end` that is removed although it escapes nothing: it is outside quotes, and
+// a letter, a digit or the end of the text follows.
 std::optional<std::size_t> lostBackslashIn(std::string_view value, std::size_t end);
 
-// A word taken apart as the module does it.
+// A word, split as the module splits it.
 struct Field {
   enum class Shape {
     Whole,           // a name and a value
-    Cut,             // the same, and text behind a second "="
-    Empty,           // nothing between quotes
-    WithoutEquals,   // passed over
-    EndingInEquals,  // passed over
+    Cut,             // the same, and text after a second "="
+    Empty,           // empty quotes
+    WithoutEquals,   // the module ignores it
+    EndingInEquals,  // the module ignores it
   };
   Shape shape = Shape::Whole;
   std::string name = {};
   std::string value = {};
-  std::string dropped = {};  // of a cut one
+  std::string dropped = {};  // the text from the second "=" on, if cut
 };
 
 Field fieldOf(std::string_view word);
 
-// The place of a field's value within the value of the pair. It is that of the whole word if quotes
-// begin in front of the value.
+// The place of a field's value within the value of the pair. If quotes begin before the "=", it is
+// the place of the whole word.
 Span placeOfValue(std::string_view value, const Word& word);
 
 }  // namespace check

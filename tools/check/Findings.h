@@ -1,7 +1,6 @@
-// What the checker has found: diagnostics in the order of the lines that the module reads.
+// The diagnostics of a check, in the order in which the module reads the lines.
 //
-// Memory: of each severity only the first ones are kept, in the order in which they were found; the
-// others are counted.
+// Memory: keeps the first diagnostics of each severity that are found, and only counts the others.
 // Threads: one at a time.
 #pragma once
 
@@ -21,35 +20,35 @@ struct Diagnostic {
   Severity severity{};
   std::string file = {};
   std::size_t line = 0;          // from 1; 0 for the file as a whole
-  std::size_t column = 0;        // the byte of the line, from 1; 0 if there is no line
-  std::size_t size = 0;          // bytes from there on
-  std::string text = {};         // what is the matter and what the module does
+  std::size_t column = 0;        // a byte of the line, from 1; 0 if there is no line
+  std::size_t size = 0;          // in bytes, from that column
+  std::string text = {};         // what is wrong, and what the module does
   std::string remedy = {};       // what to do about it
-  std::string section = {};      // in which the line stands, if it stands in one
-  std::string readAt = {};       // where a dedicated file was named, as FILE:LINE
+  std::string section = {};      // that the line is in; empty if none
+  std::string readAt = {};       // the File line that named a dedicated file, as FILE:LINE
   std::string source = {};       // the line, or the chunk of a long one
   std::size_t sourceColumn = 1;  // of the first byte of `source`
-  std::uint64_t order = 0;       // of the line among all lines that were read
+  std::uint64_t order = 0;       // of the line among the lines of all files
 };
 
 class Findings {
  public:
-  // Kept of each severity.
+  // How many of each severity are kept.
   static constexpr std::size_t kept = 500;
 
-  // Warnings of the rules in `allowed` are passed over.
+  // Ignores the warnings of the rules in `allowed`.
   explicit Findings(std::set<Rule> allowed) : allowed_(std::move(allowed)) {}
 
   void add(Diagnostic diagnostic);
 
-  // Whether one more of the severity would be kept: what is only counted needs no text.
+  // Whether another one of the severity would be kept. One that is only counted needs no text.
   bool keepsMore(Severity severity) const { return count(severity) < kept; }
 
-  // How many of a severity there are, kept or not.
+  // How many of a severity were added, kept or not.
   std::size_t count(Severity severity) const { return counts_[index(severity)]; }
   std::size_t omitted() const;
 
-  // Those that were kept, in order. To be called once, at the end.
+  // The kept ones, in order. Call this once, at the end.
   std::vector<Diagnostic> take();
 
  private:

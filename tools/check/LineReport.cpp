@@ -36,7 +36,7 @@ bool LineReport::keepsMore(Rule rule) const {
 }
 
 std::string LineReport::consequence() const {
-  return isDedicated() ? "the module passes over the line" : "the module refuses the file";
+  return isDedicated() ? "the module skips the line" : "the module refuses the file";
 }
 
 std::string LineReport::ownName() const {

@@ -1,6 +1,6 @@
-// One line of a file while it is looked at, and where the diagnostics about it go.
+// Reports the diagnostics about one line.
 //
-// Threads: one at a time. It refers to what it is made from, and lives as long as the line.
+// Threads: one at a time. Ownership: it refers to its constructor's arguments, which outlive it.
 #pragma once
 
 #include <cstddef>
@@ -13,7 +13,7 @@
 
 namespace check {
 
-// A line of one of the files, to be named later.
+// The place of a line, kept so that later messages can name it.
 struct Spot {
   std::uint32_t file = 0;
   std::uint32_t line = 0;
@@ -24,7 +24,7 @@ struct SourceFile {
   std::uint32_t number = 0;
   std::string name = {};
   std::string readAt = {};   // FILE:LINE of its File line; empty for the main file
-  std::size_t badLines = 0;  // line errors so far
+  std::size_t badLines = 0;  // breaches of Weight::LineError so far
 
   bool isDedicated() const { return !readAt.empty(); }
 };
@@ -44,28 +44,28 @@ class LineReport {
   Spot spot() const { return {file_.number, static_cast<std::uint32_t>(line_.number)}; }
   bool isDedicated() const { return file_.isDedicated(); }
 
-  // A diagnostic at a part of the line, yet without rule and text.
+  // A diagnostic at a part of the line, still without a rule and texts.
   Diagnostic at(Span place) const;
 
   void add(Rule rule, Span place, std::string text, std::string remedy);
 
-  // Whether more than the number of its breaches would be kept: without that, add() needs no text.
+  // Whether another breach of the rule would be kept. One that is only counted needs no text.
   bool keepsMore(Rule rule) const;
 
-  // It was told that the line as a whole stands where it does not belong: from here on only what is
-  // an error in the main file is told, with this remedy.
+  // Call this after reporting the whole line as misplaced. From here on add() ignores warnings and
+  // notes, and reports what would be an error in the main file with this remedy.
   void takeAsMisplaced(std::string remedy) { misplaced_ = std::move(remedy); }
 
-  // What the module does about a bad line, for the end of a text.
+  // What the module does about a bad line: the end of a text.
   std::string consequence() const;
 
-  // This line, wherever it is told of: "line 7" of the main file, or "other.conf:7".
+  // The name of this line in any message: "line 7" of the main file, or "other.conf:7".
   std::string ownName() const;
 
-  // Another line as seen from here: "line 7", or "other.conf:7".
+  // The name of another line in a message about this one: "line 7", or "other.conf:7".
   std::string nameOf(Spot spot) const;
 
-  // Whether it is this very line, in a file that is read a second time.
+  // Whether `spot` is this same line, because the file is read a second time.
   bool isReadAgain(Spot spot) const;
 
  private:

@@ -37,7 +37,7 @@ std::string whereabouts(const Diagnostic& diagnostic) {
   std::string text;
   if (!diagnostic.section.empty()) text = "in " + tools::printable("[" + diagnostic.section + "]");
   if (!diagnostic.readAt.empty()) {
-    text += fmt::format("{}read at {}", text.empty() ? "" : ", ", diagnostic.readAt);
+    text += fmt::format("{}included from {}", text.empty() ? "" : ", ", diagnostic.readAt);
   }
   return text.empty() ? "" : fmt::format("      = {}\n", text);
 }
@@ -70,7 +70,7 @@ Row rowOf(const tools::ConfiguredSlot& slot) {
 struct DefaultJson {
   Json operator()(float value) const {
     const std::string text = fmt::format("{}", value);
-    // The double nearest to the shortest text prints as that text; the float's own would not.
+    // Converted by its text, so that 0.1f prints as 0.1 and not as 0.10000000149.
     return std::isfinite(value) ? Json(std::strtod(text.c_str(), nullptr)) : Json(text);
   }
   template <class T>
@@ -129,7 +129,7 @@ std::string textOf(const Checked& checked, bool coloured) {
   std::string text;
   for (const Diagnostic& each : checked.diagnostics) text += textOf(each, coloured);
   if (checked.omitted > 0) {
-    text += fmt::format("{}: and {} more like these\n", checked.file, checked.omitted);
+    text += fmt::format("{}: {} more diagnostics are not shown\n", checked.file, checked.omitted);
   }
   if (checked.verdict == Verdict::Unreadable) return text;
   std::string counts;
@@ -184,7 +184,7 @@ std::string ruleList() {
   std::string list;
   for (const RuleText& rule : allRules()) {
     const std::string_view weight =
-        describe(rule.weight).substr(0, describe(rule.weight).find(';'));
+        describe(rule.weight).substr(0, describe(rule.weight).find(','));
     list += fmt::format("{:{}}  {:7}  {}\n", rule.name, width, weight, rule.summary);
   }
   return list;

@@ -1,4 +1,4 @@
-// What the checker tells people and programs. Any thread.
+// The checker's output for people and programs. Any thread.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -9,20 +9,20 @@
 
 namespace check {
 
-// One diagnostic in the style of compilers: a line with its place, the source line with a caret,
-// and where it stands.
+// One diagnostic, as compilers print them: a line with its place and texts, the source line with a
+// caret, and its section.
 std::string textOf(const Diagnostic& diagnostic, bool coloured);
 
-// All that is told about one file, the verdict last.
+// The whole report on one file: its diagnostics, then the verdict.
 std::string textOf(const Checked& checked, bool coloured);
 
 // The slots as a table.
 std::string tableOf(const std::vector<tools::ConfiguredSlot>& slots);
 
-// As `gatewayctl check --help` describes it.
+// The JSON report on one file, as `gatewayctl check --help` describes it.
 nlohmann::json jsonOf(const Checked& checked);
 
-// All rules, a line each, or one with its explanation.
+// All rules, a line each; and one rule with its explanation.
 std::string ruleList();
 std::string explanationOf(const RuleText& rule);
 

@@ -1,5 +1,5 @@
-// The rules of the checker: one table that messages, --list-rules, --explain, --allow and the
-// manual are made of. Any thread; the table never changes.
+// The rules of the checker, in one table for messages, --list-rules, --explain, --allow and the
+// manual. Any thread; the table never changes.
 #pragma once
 
 #include <cstdint>
@@ -14,7 +14,7 @@ enum class Severity { Error, Warning, Note };
 
 std::string_view nameOf(Severity severity);
 
-// The table's order is that of this list.
+// The table has the same order.
 enum class Rule : std::uint8_t {
   // Lines that the reader or the module refuses.
   BadLine,
@@ -28,7 +28,7 @@ enum class Rule : std::uint8_t {
   UnknownWord,
   UnknownType,
   BadDefault,
-  // What makes the configuration as a whole refused.
+  // Faults that make the module refuse the whole configuration.
   EmptyKey,
   DuplicateKey,
   LongCustomKey,
@@ -38,7 +38,7 @@ enum class Rule : std::uint8_t {
   IncludeCycle,
   EndlessFile,
   TooManyFiles,
-  // Lines that are read otherwise than they look.
+  // Lines that the module does not read the way they look.
   IndentedLine,
   LongLine,
   NulByte,
@@ -81,15 +81,15 @@ enum class Rule : std::uint8_t {
   RelativePath,
 };
 
-// How bad a breach of a rule is. That of a line depends on where the line stands: in a dedicated
-// file the module passes over it and starts.
+// How bad a breach of a rule is. A LineError is an error in the main file and a warning in a
+// dedicated file, where the module skips the line and starts.
 enum class Weight { LineError, Error, Warning, Note };
 
 struct RuleText {
   Rule rule;
   Weight weight;
   std::string_view name;         // as in --allow
-  std::string_view summary;      // what is found, in a line
+  std::string_view summary;      // what the rule finds: a noun phrase
   std::string_view explanation;  // what the module does, why, and what to write instead
 };
 
@@ -97,16 +97,17 @@ std::span<const RuleText> allRules();
 
 const RuleText& textOf(Rule rule);
 
-// Null if there is none of that name.
+// Null if no rule has this name.
 const RuleText* ruleOf(std::string_view name);
 
 std::vector<std::string> ruleNames();
 
-// "error", "error; in a dedicated file a warning" and so on.
 Severity severityOf(Weight weight, bool inDedicatedFile);
+
+// "error", "error, but a warning in a dedicated file" and so on.
 std::string_view describe(Weight weight);
 
-// Whether a breach can be a warning, and so be switched off.
+// Whether a breach can be a warning, which --allow switches off.
 bool canBeAllowed(Weight weight);
 
 }  // namespace check

@@ -16,7 +16,7 @@ Span trim(std::string_view text, Span span) {
   return span;
 }
 
-// The part in front of an inline comment: a ";" behind white space that the part itself holds.
+// The part before an inline comment, which is a ";" after white space within the part.
 Span beforeComment(std::string_view text, Span span) {
   for (std::size_t i = span.begin + 1; i < span.end(); ++i) {
     if (text[i] == ';' && isBlank(text[i - 1])) return {span.begin, i - span.begin};
@@ -88,8 +88,8 @@ void Scanner::takeHeader() {
   line_.kind = close == std::string_view::npos ? LineKind::BadHeader : LineKind::Header;
   if (line_.kind == LineKind::BadHeader) return;
   line_.name = {line_.body.begin + 1, close - 1};
-  const std::size_t behind = line_.body.begin + close + 1;
-  line_.rest = trim(line_.text, {behind, line_.body.end() - behind});
+  const std::size_t after = line_.body.begin + close + 1;
+  line_.rest = trim(line_.text, {after, line_.body.end() - after});
   section_ = line_.name.of(line_.text).substr(0, keptName);
   pendingName_.clear();
 }
@@ -101,8 +101,8 @@ void Scanner::takePair() {
   line_.kind = separator == searched.npos ? LineKind::BadPair : LineKind::Pair;
   if (line_.kind == LineKind::BadPair) return;
   line_.name = trim(line_.text, {line_.body.begin, separator});
-  const std::size_t behind = line_.body.begin + separator + 1;
-  const Span whole = trim(line_.text, {behind, line_.body.end() - behind});
+  const std::size_t after = line_.body.begin + separator + 1;
+  const Span whole = trim(line_.text, {after, line_.body.end() - after});
   const Span kept = beforeComment(line_.text, whole);
   line_.value = trim(line_.text, kept);
   line_.rest = {kept.end(), whole.size - kept.size};

@@ -1,10 +1,10 @@
-// The lines of a configuration file as the INI reader takes them, with the places of their parts.
+// Reads the lines of a configuration file as the INI reader does, and says where their parts are.
 //
-// The reader itself tells neither places nor what it ignores, so its rules of lines (src/ini/ini.h)
-// stand here a second time; a test holds both against each other over many files.
+// The reader reports neither positions nor what it ignores, so this file repeats its rules
+// (src/ini/ini.h). A test compares the two over many files.
 //
 // Memory: one chunk of the file, however long the file and its lines are.
-// Threads: one at a time. Ownership: the file stays the caller's.
+// Threads: one at a time. Ownership: the caller closes the file.
 #pragma once
 
 #include <array>
@@ -29,31 +29,31 @@ enum class LineKind {
   Blank,
   Comment,
   Continuation,  // the value is the whole trimmed text
-  Header,        // the name is what stands in the brackets, not yet cut
+  Header,        // the name is the text in the brackets, not yet cut
   Pair,
-  BadHeader,  // no "]" in front of an inline comment
+  BadHeader,  // no "]" before an inline comment
   BadPair,    // no separator
 };
 
 struct Line {
   LineKind kind = LineKind::Blank;
-  std::string_view text = {};  // without its newline, up to a NUL byte; until the next line is read
-  std::size_t number = 0;      // as editors count, from 1
-  std::size_t chunk = 0;       // as the reader counts, from 1: each part of a long line is one
-  std::size_t offset = 0;      // bytes of the editor's line in front of the text
+  std::string_view text = {};  // up to the newline or a NUL byte; valid until the next line is read
+  std::size_t number = 0;      // as an editor counts, from 1
+  std::size_t chunk = 0;       // as the reader counts, from 1: each piece of a long line is one
+  std::size_t offset = 0;      // of the text within the line that an editor shows, in bytes
   bool isTail = false;         // the line began in an earlier chunk
   bool hasNul = false;         // the text was cut at a NUL byte
   Span body = {};              // the text without the white space around it
   Span name = {};
   Span value = {};
-  Span rest = {};  // what is passed over: an inline comment, or what stands behind a header
+  Span rest = {};  // what the reader ignores: an inline comment, or the text after a header
 };
 
 class Scanner {
  public:
-  // The longest section and pending name that the reader keeps.
+  // The reader cuts section names and pending names to this many bytes.
   static constexpr std::size_t keptName = 49;
-  // What the reader takes at once, a newline included.
+  // The reader reads at most this many bytes at once, including a newline.
   static constexpr std::size_t chunkSize = 1023;
 
   explicit Scanner(std::FILE* file) : file_(file) {}
@@ -63,8 +63,8 @@ class Scanner {
 
   const Line& line() const { return line_; }
 
-  // The section that the line stands in, or opens, and the name that is pending behind it, both cut
-  // as the reader does.
+  // The section that the line is in or begins, and the name that an indented line would continue.
+  // Both are cut as by the reader.
   const std::string& section() const { return section_; }
   const std::string& pendingName() const { return pendingName_; }
 

@@ -25,7 +25,7 @@ bool isIpv4(std::string_view text) {
   return isAddress(AF_INET, text);
 }
 
-// "%" and a zone may follow.
+// A "%" and a zone may follow the address.
 bool isIpv6(std::string_view text) {
   return isAddress(AF_INET6, text.substr(0, text.find('%')));
 }
@@ -35,16 +35,16 @@ struct HostPort {
   std::optional<std::string_view> port;
 };
 
-// As gRPC splits: without brackets only a single ":" separates. Nothing if it can't be split.
+// Splits as gRPC does: without brackets, only a single ":" separates. Nothing if it can't be split.
 std::optional<HostPort> split(std::string_view text) {
   if (text.starts_with('[')) {
     const std::size_t close = text.find(']');
     if (close == text.npos || text.substr(0, close).find(':') == text.npos) return std::nullopt;
     const std::string_view host = text.substr(1, close - 1);
-    const std::string_view behind = text.substr(close + 1);
-    if (behind.empty()) return HostPort{host, {}};
-    if (!behind.starts_with(':')) return std::nullopt;
-    return HostPort{host, behind.substr(1)};
+    const std::string_view after = text.substr(close + 1);
+    if (after.empty()) return HostPort{host, {}};
+    if (!after.starts_with(':')) return std::nullopt;
+    return HostPort{host, after.substr(1)};
   }
   const std::size_t colon = text.find(':');
   if (colon == text.npos || text.find(':', colon + 1) != text.npos) return HostPort{text, {}};
@@ -59,11 +59,11 @@ bool isPort(std::string_view text) {
 
 Fault portFault(std::string_view port) {
   if (isPort(port)) return std::nullopt;
-  return TargetFault{fmt::format("{} is no port, and gRPC tries another one", inQuotes(port)),
+  return TargetFault{fmt::format("{} is not a port, so gRPC tries a different one", inQuotes(port)),
                      "write a number from 1 to 65535"};
 }
 
-// Digits in four or more parts, which nothing but an address has.
+// Four or more groups of digits, which no host name has.
 bool looksLikeIpv4(std::string_view text) {
   return text.find_first_not_of("0123456789.") == text.npos &&
          std::count(text.begin(), text.end(), '.') >= 3;
@@ -79,8 +79,8 @@ Fault missingPort(std::string_view host) {
   const bool isLiteral = isIpv4(host) || isIpv6(host);
   const std::string written = isIpv6(host) ? fmt::format("[{}]", host) : std::string(host);
   return TargetFault{isLiteral
-                         ? "there is no port, and gRPC tries port 0, which nobody can listen on"
-                         : "there is no port, and gRPC takes 443",
+                         ? "it has no port, so gRPC tries port 0, on which no server can listen"
+                         : "it has no port, so gRPC uses 443",
                      fmt::format("write {}:PORT", written)};
 }
 
@@ -92,29 +92,28 @@ Fault hostPortFault(std::string_view text) {
   }
   const auto& [host, port] = *parts;
   if (text.starts_with('[') && !isIpv6(host)) {
-    return TargetFault{fmt::format("{} is no IPv6 address", inQuotes(host)),
-                       "write it as [::1]:50005, and a name without brackets"};
+    return TargetFault{fmt::format("{} is not an IPv6 address", inQuotes(host)),
+                       "write an address such as [::1]:50005, or a name without brackets"};
   }
   if (host.find(':') != host.npos && !isIpv6(host)) {
-    return TargetFault{
-        fmt::format("there is more than one \":\", and gRPC looks for a host called {}",
-                    inQuotes(host)),
-        "write HOST:PORT"};
+    return TargetFault{fmt::format("it has more than one \":\", so gRPC looks for a host called {}",
+                                   inQuotes(host)),
+                       "write HOST:PORT"};
   }
   if (!isIpv6(host) && !isHostName(host)) {
-    return TargetFault{fmt::format("{} can't be the name of a host", inQuotes(host)),
+    return TargetFault{fmt::format("{} can't be a host name", inQuotes(host)),
                        "write HOST:PORT, such as localhost:50005"};
   }
   if (looksLikeIpv4(host) && !isIpv4(host)) {
     return TargetFault{
-        fmt::format("{} is no IPv4 address, and no host is called so", inQuotes(host)),
-        "write four numbers from 0 to 255, without zeros in front"};
+        fmt::format("{} is neither an IPv4 address nor a possible host name", inQuotes(host)),
+        "write four numbers from 0 to 255, without leading zeros"};
   }
   return port ? portFault(*port) : missingPort(host);
 }
 
-// The part behind "SCHEME:" that is the path of the URI, without its first "/". Nothing if there is
-// an authority, which "//" begins and the next "/" ends.
+// The path of the URI in the text after "SCHEME:", without its first "/". Nothing if there is an
+// authority, which is the part from "//" to the next "/".
 std::optional<std::string_view> withoutAuthority(std::string_view text) {
   if (text.starts_with("///")) return text.substr(3);
   if (text.starts_with("//")) return std::nullopt;
@@ -123,8 +122,8 @@ std::optional<std::string_view> withoutAuthority(std::string_view text) {
 
 Fault authorityFault(std::string_view scheme) {
   return TargetFault{
-      fmt::format("{}: takes no host between \"//\" and \"/\", and no stream opens", scheme),
-      fmt::format("leave the \"//\" away: {}:...", scheme)};
+      fmt::format("{}: accepts no host between \"//\" and \"/\", so gRPC can't connect", scheme),
+      fmt::format("leave out the \"//\": {}:...", scheme)};
 }
 
 Fault addressListFault(std::string_view scheme, std::string_view text) {
@@ -134,16 +133,16 @@ Fault addressListFault(std::string_view scheme, std::string_view text) {
   for (std::string_view rest = *path;;) {
     const std::size_t comma = std::min(rest.find(','), rest.size());
     const auto parts = split(rest.substr(0, comma));
-    // Empty ones are passed over, but not if there is no other.
+    // gRPC skips empty addresses, unless all of them are empty.
     const bool isEmpty = comma == 0 && path->find_first_not_of(',') != path->npos;
     const bool good =
         isEmpty || (parts && parts->port && (six ? isIpv6(parts->host) : isIpv4(parts->host)) &&
                     isPort(*parts->port));
     if (!good) {
-      return TargetFault{
-          fmt::format("{} is no {} address with a port, and no stream opens",
-                      inQuotes(rest.substr(0, comma)), six ? "IPv6" : "IPv4"),
-          six ? "write ipv6:[::1]:50005" : "write ipv4:127.0.0.1:50005; a name has no \"ipv4:\""};
+      return TargetFault{fmt::format("{} is not an {} address with a port, so gRPC can't connect",
+                                     inQuotes(rest.substr(0, comma)), six ? "IPv6" : "IPv4"),
+                         six ? "write ipv6:[::1]:50005"
+                             : "write ipv4:127.0.0.1:50005, or a name without \"ipv4:\""};
     }
     if (comma == rest.size()) return std::nullopt;
     rest.remove_prefix(comma + 1);
@@ -153,13 +152,13 @@ Fault addressListFault(std::string_view scheme, std::string_view text) {
 Fault pathFault(std::string_view scheme, std::string_view text) {
   constexpr std::size_t longest = 107;
   if (text.empty()) {
-    return TargetFault{"there is no name behind the scheme, so there is nowhere to connect to",
+    return TargetFault{"there is no name after the scheme, so gRPC can't connect",
                        fmt::format("write {}:NAME", scheme)};
   }
   if (text.starts_with("//") && !text.starts_with("///")) return authorityFault(scheme);
   const std::size_t size = text.size() - (text.starts_with("///") ? 2 : 0);
   if (size <= longest) return std::nullopt;
-  return TargetFault{fmt::format("the path has {} bytes, and no stream opens", size),
+  return TargetFault{fmt::format("its path of {} bytes is too long, so gRPC can't connect", size),
                      fmt::format("shorten it to {} bytes", longest)};
 }
 
@@ -170,24 +169,22 @@ Fault dnsFault(std::string_view text) {
   const bool isCut = authority > 0 || slash == 0;
   const std::string_view path = hasPath ? text.substr(isCut ? slash + 1 : 0) : "";
   if (!path.empty()) return hostPortFault(path);
-  return TargetFault{"there is no host behind the scheme, and no stream opens",
+  return TargetFault{"there is no host after the scheme, so gRPC can't connect",
                      "write dns:///HOST:PORT"};
 }
 
-// What is wrong with the text before its parts are looked at.
+// What is wrong with the text as a whole, before it is split.
 Fault textFault(std::string_view text) {
   if (text.starts_with('"') || text.starts_with('\'')) {
-    return TargetFault{"quotes are part of a target, and no host is called so",
-                       "leave the quotes away"};
+    return TargetFault{"the quotes become part of the target", "remove the quotes"};
   }
   if (text.find('#') != text.npos) {
-    return TargetFault{"a \"#\" begins no comment behind a target, and is part of it",
-                       "remove it, or write \" ;\" in front of a comment"};
+    return TargetFault{"\"#\" does not begin a comment here, so it is part of the target",
+                       "remove it, or begin the comment with \" ;\""};
   }
   if (text.find_first_of(" \t") != text.npos || hasUnseenCharacter(text)) {
-    return TargetFault{
-        "there is white space or a character that can't be seen in it, and no host has that",
-        "write HOST:PORT without it"};
+    return TargetFault{"it contains white space or an invisible character",
+                       "write HOST:PORT without it"};
   }
   if (!isUtf8(text)) return TargetFault{"it is not valid UTF-8", "save the file as UTF-8"};
   return std::nullopt;
@@ -206,21 +203,20 @@ bool isScheme(std::string_view name) {
   return std::find(schemes.begin(), schemes.end(), name) != schemes.end();
 }
 
-// What is in front of the first ":" can be a host as well as a scheme.
-Fault strangerFault(std::string_view name, std::string_view text) {
-  const std::string_view behind = text.substr(name.size() + 1);
-  if (isScheme(lowered(name)) && !isPort(behind)) {
+// The text before the first ":" is not a known scheme, so it can also be a host.
+Fault unknownSchemeFault(std::string_view name, std::string_view text) {
+  const std::string_view rest = text.substr(name.size() + 1);
+  if (isScheme(lowered(name)) && !isPort(rest)) {
     return TargetFault{
-        fmt::format("schemes are in lower case, and gRPC knows no {}", inQuotes(name)),
-        fmt::format("write {}:{}", lowered(name), behind)};
+        fmt::format("a scheme has to be in lower case, so gRPC does not know {}", inQuotes(name)),
+        fmt::format("write {}:{}", lowered(name), rest)};
   }
-  if (!behind.starts_with("//")) return hostPortFault(text);
-  const std::string_view address =
-      behind.substr(std::min(behind.find_first_not_of('/'), behind.size()));
+  if (!rest.starts_with("//")) return hostPortFault(text);
+  const std::string_view address = rest.substr(std::min(rest.find_first_not_of('/'), rest.size()));
   const std::string_view host = address.substr(0, address.find('/'));
   const bool hasPort = host.find(':') != host.npos;
   return TargetFault{
-      fmt::format("gRPC knows no scheme {} and takes all of it for the name of a host",
+      fmt::format("gRPC does not know the scheme {} and takes the whole target as a host name",
                   inQuotes(name)),
       fmt::format("write {} instead", hasPort ? std::string(host) : std::string(host) + ":PORT")};
 }
@@ -232,12 +228,12 @@ std::optional<TargetFault> faultOf(std::string_view target) {
   const std::size_t colon = target.find(':');
   if (colon == target.npos || target.starts_with('[')) return hostPortFault(target);
   const std::string_view scheme = target.substr(0, colon);
-  const std::string_view behind = target.substr(colon + 1);
-  if (!isScheme(scheme)) return strangerFault(scheme, target);
-  if (scheme == "dns") return dnsFault(behind);
-  if (scheme.starts_with("ipv")) return addressListFault(scheme, behind);
+  const std::string_view rest = target.substr(colon + 1);
+  if (!isScheme(scheme)) return unknownSchemeFault(scheme, target);
+  if (scheme == "dns") return dnsFault(rest);
+  if (scheme.starts_with("ipv")) return addressListFault(scheme, rest);
   if (scheme == "xds") return std::nullopt;
-  return pathFault(scheme, behind);
+  return pathFault(scheme, rest);
 }
 
 }  // namespace check

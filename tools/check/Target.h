@@ -1,6 +1,6 @@
-// Whether gRPC can make an address of a target. It accepts any text and fails later, for good, so
-// its syntax stands here: [SCHEME:]HOST:PORT and the schemes that the linked version knows. Names
-// are not looked up. Any thread.
+// Whether gRPC understands a target as an address. gRPC accepts any text and fails only later, so
+// this file repeats its syntax: [SCHEME:]HOST:PORT, and the schemes that the linked version knows.
+// Names are not resolved. Any thread.
 #pragma once
 
 #include <optional>
@@ -10,11 +10,12 @@
 namespace check {
 
 struct TargetFault {
-  std::string text;    // what gRPC makes of it
+  std::string text;    // what is wrong with it
   std::string remedy;  // what to write
 };
 
-// Nothing if the target is good. An empty one is not asked about: it switches its side off.
+// Nothing if the target is good. Do not pass an empty one, which is no fault: it switches meters or
+// parameters off.
 std::optional<TargetFault> faultOf(std::string_view target);
 
 }  // namespace check

@@ -10,8 +10,8 @@
 namespace check {
 namespace {
 
-// How many bytes of UTF-8 the first character of `text` has, or 0 if it is none. Only what a
-// receiver of messages takes: shortest forms, no surrogates, up to U+10FFFF.
+// The size of the first UTF-8 character of `text` in bytes, or 0 if it is invalid. A receiver of
+// messages accepts only shortest forms, no surrogates, and nothing above U+10FFFF.
 std::size_t characterSize(std::string_view text) {
   struct Lead {
     unsigned char first, last;  // of the first byte
@@ -40,22 +40,22 @@ std::size_t characterSize(std::string_view text) {
   return 0;
 }
 
-// Of a whole character.
+// The code point of a valid character.
 std::uint32_t codeOf(std::string_view character) {
   constexpr std::array<unsigned char, 5> leadBits = {0, 0x7F, 0x1F, 0x0F, 0x07};
   std::uint32_t code = 0;
   for (const char byte : character) code = code << 6 | (static_cast<unsigned char>(byte) & 0x3Fu);
   const unsigned shift = 6 * (static_cast<unsigned>(character.size()) - 1);
   const auto lead = static_cast<unsigned char>(character.front());
-  const std::uint32_t behindLead = code & ((1u << shift) - 1);
-  return behindLead | static_cast<std::uint32_t>(lead & leadBits[character.size()]) << shift;
+  const std::uint32_t afterLead = code & ((1u << shift) - 1);
+  return afterLead | static_cast<std::uint32_t>(lead & leadBits[character.size()]) << shift;
 }
 
 bool isUnseen(std::string_view character) {
   struct Range {
     std::uint32_t first, last;
   };
-  // The joiners U+200C and U+200D are not among them: some languages write them.
+  // Without the joiners U+200C and U+200D, which some languages need.
   constexpr std::array<Range, 9> unseen = {{{0x00, 0x1F},
                                             {0x7F, 0xA0},
                                             {0xAD, 0xAD},
@@ -70,7 +70,7 @@ bool isUnseen(std::string_view character) {
                      [&](const Range& range) { return code >= range.first && code <= range.last; });
 }
 
-// Calls `use` with each character, and with each byte that is none.
+// Calls `use` with each valid character and each invalid byte, and with whether it is valid.
 template <class Use>
 void eachCharacter(std::string_view text, Use use) {
   while (!text.empty()) {
@@ -94,7 +94,7 @@ std::string escaped(std::string_view text) {
   return shown;
 }
 
-// The first byte of the character that `position` is in.
+// The first byte of the character at `position`.
 std::size_t characterBegin(std::string_view text, std::size_t position) {
   while (position > 0 && position < text.size() && (text[position] & 0xC0) == 0x80) --position;
   return position;
@@ -134,7 +134,7 @@ Excerpt excerptOf(std::string_view line, std::size_t begin, std::size_t size) {
   constexpr std::size_t widest = 110;
   constexpr std::size_t lead = 40;
   constexpr std::string_view dots = "...";
-  if (line.ends_with('\r')) line.remove_suffix(1);  // of the end of the line
+  if (line.ends_with('\r')) line.remove_suffix(1);  // part of the line's end
   begin = std::min(begin, line.size());
   const bool fits = line.size() <= widest;
   const std::size_t from = fits || begin <= lead ? 0 : characterBegin(line, begin - lead);

@@ -1,4 +1,4 @@
-// Bytes of a file as people can read them. Any thread.
+// Shows the bytes of a file so that people can read them. Any thread.
 #pragma once
 
 #include <cstddef>
@@ -7,22 +7,22 @@
 
 namespace check {
 
-// Whether the text is UTF-8, as messages on the wire have to be.
+// Whether the text is valid UTF-8, which gRPC messages require.
 bool isUtf8(std::string_view text);
 
-// Control characters, and others that nobody sees or takes for what they are: blanks that are no
-// blanks to the module, marks of the direction or of the byte order.
+// Invisible characters: control characters, spaces that the module does not treat as white space,
+// direction marks and byte order marks.
 bool hasUnseenCharacter(std::string_view text);
 bool beginsUnseen(std::string_view text);
 
-// The text in double quotes, for a message: bytes that can't be shown as \xNN, a long one shortened
-// in the middle.
+// The text in double quotes, for a message. Bytes that can't be shown become \xNN. A long text is
+// shortened in the middle.
 std::string inQuotes(std::string_view text);
 
-// A line, or the part of a long one around a place, with one column for each character.
+// A line, or the part of a long line around a place. Each character takes one column.
 struct Excerpt {
-  std::string text;    // unseen characters and bytes that are not UTF-8 shown as "?"
-  std::string marker;  // blanks and a caret below the place
+  std::string text;    // with "?" for invisible characters and invalid bytes
+  std::string marker;  // spaces, and a caret below the place
 };
 Excerpt excerptOf(std::string_view line, std::size_t begin, std::size_t size);
 

@@ -1,7 +1,7 @@
-// The sections, keys and words that the module knows. Any thread; nothing here changes.
+// The sections, keys and words that the module knows. Any thread; they never change.
 //
-// ConfigManager has them for itself and does not tell them; a test compares the verdicts of both
-// over many files.
+// ConfigManager does not publish them, so this file repeats them. A test compares the verdicts of
+// both over many files.
 #pragma once
 
 #include <span>
@@ -24,25 +24,25 @@ struct Section {
   std::vector<std::string> keys;
 };
 
-// As the module compares it, cut to what the reader keeps.
+// The section of this name, which must be cut as by the reader. Compares as the module does.
 const Section& sectionOf(std::string_view name);
 
-// Those with a fixed name.
+// The sections with a fixed name.
 std::span<const Section> namedSections();
 
 inline constexpr std::string_view conditionPrefix = "ParseIfExist:";
 
-// The words of an entry, those that both kinds have first.
+// The words that an entry accepts. Those of both kinds come first.
 const std::vector<std::string>& wordsOf(SectionKind kind);
 
-// Without regard to case, as the module compares names of sections and keys.
+// Ignores case, as the module does when it compares the names of sections and keys.
 bool sameName(std::string_view a, std::string_view b);
 
-// The one of `names` that is the same name, as a part of that; empty if none is.
+// The one of `names` that is the same name, or an empty text. It refers to `names`.
 std::string_view sameNameIn(std::string_view name, const std::vector<std::string>& names);
 std::string_view sameNameIn(std::string_view name, std::vector<std::string>&& names) = delete;
 
-// The one of `names` that was probably meant by `name`, or nothing. Case counts for little.
+// The one of `names` that `name` was probably meant to be, or an empty text. Ignores case.
 std::string closestName(std::string_view name, const std::vector<std::string>& names);
 
 // All keys of all sections.

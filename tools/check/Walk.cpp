@@ -34,7 +34,7 @@ struct FileCloser {
 };
 using File = std::unique_ptr<std::FILE, FileCloser>;
 
-// A file that was opened, or why it was not.
+// An open file, or why it could not be opened.
 struct Opened {
   File file;
   struct stat status {};
@@ -46,7 +46,7 @@ bool isNullDevice(const struct stat& status) {
   return S_ISCHR(status.st_mode) && status.st_rdev == makedev(1, 3);
 }
 
-// Never waits: what is no regular file is not opened.
+// Never blocks: opens neither pipes nor devices, except the null device.
 Opened openFile(const std::string& path) {
   Opened opened;
   if (stat(path.c_str(), &opened.status) != 0) {
@@ -69,15 +69,15 @@ Opened openFile(const std::string& path) {
   return opened;
 }
 
-// A section header, until the first pair below it shows whether it matters.
+// A section header, and what is known about its section so far.
 struct Header {
   const Section* section = nullptr;
-  std::string name = {};  // whole
+  std::string name = {};  // not cut
   Diagnostic at = {};
   Spot spot = {};
   bool isUsed = false;
-  bool hasFile = false;        // of a condition
-  std::string condition = {};  // as the module tests it
+  bool hasFile = false;        // of a ParseIfExist: section
+  std::string condition = {};  // the path that the module tests
   bool conditionHolds = false;
 };
 
@@ -96,11 +96,11 @@ struct Frame {
   ino_t inode;
   SourceFile source;
   std::optional<Header> header;
-  Spot pendingSpot;  // of the pair whose name is pending
+  Spot pendingSpot;  // of the pair that an indented line would continue
   bool strayPairReported = false;
   bool nulReported = false;
-  std::size_t tailReported = 0;       // the line whose tail was told of
-  std::size_t badTail = 0;            // the line with a bad tail that was told of
+  std::size_t tailReported = 0;       // the last line reported as too long
+  std::size_t badTail = 0;            // the last line whose bad tail is reported
   std::optional<Diagnostic> namedAt;  // the File line that opened it
 };
 
@@ -131,7 +131,8 @@ class Walker {
   void takeFileLine(Frame& frame, LineReport& report);
   void include(const std::string& path, Span place, LineReport& report);
   bool leadsBack(const Opened& opened) const;
-  void goAstray(Rule rule, Span place, std::string text, std::string remedy, LineReport& report);
+  void reportEndless(Rule rule, Span place, std::string text, std::string remedy,
+                     LineReport& report);
 
   Findings& findings_;
   const WalkLimits limits_;
@@ -183,10 +184,10 @@ void Walker::leave() {
   at.rule = Rule::DedicatedFileErrors;
   at.severity = Severity::Warning;
   at.text = fmt::format(
-      "{} has {}, which do not make the module refuse the configuration: it passes "
-      "over them and starts with the others",
+      "{} has {}, but the module does not refuse the configuration: it skips them and uses the "
+      "others",
       inQuotes(left->source.name), counted(left->source.badLines, "bad line"));
-  at.remedy = "correct them, as told below";
+  at.remedy = "correct them as described below";
   findings_.add(std::move(at));
 }
 
@@ -217,7 +218,7 @@ void Walker::takeLine(Frame& frame) {
 
 // ---- Lines ------------------------------------------------------------------------------------
 
-// The key of the section that `name` begins with, if more follows it.
+// The key at the beginning of `name`, if a separator and more text follow it.
 std::string_view keyAtBegin(std::string_view name, const std::vector<std::string>& keys) {
   for (const std::string& key : keys) {
     if (name.size() <= key.size() || !sameName(name.substr(0, key.size()), key)) continue;
@@ -227,8 +228,8 @@ std::string_view keyAtBegin(std::string_view name, const std::vector<std::string
   return {};
 }
 
-// What was meant as the value in a text that keyAtBegin() has found the key of.
-std::string_view valueBehind(std::string_view text, std::string_view key) {
+// What was probably meant as the value in a text that begins with `key`.
+std::string_view valueAfter(std::string_view text, std::string_view key) {
   text.remove_prefix(key.size());
   while (!text.empty() && (isBlank(text.front()) || text.front() == ':')) text.remove_prefix(1);
   return text;
@@ -241,7 +242,7 @@ std::string_view unquoted(std::string_view value) {
   return isQuoted ? value.substr(1, value.size() - 2) : value;
 }
 
-constexpr const char* remedyForComment = "write \";\" in front of a comment";
+constexpr const char* remedyForComment = "begin a comment with \";\"";
 
 bool looksLikeComment(std::string_view text) {
   return text.starts_with("//") || text.starts_with("--");
@@ -251,7 +252,7 @@ void Walker::reportChunk(Frame& frame, LineReport& report) {
   const Line& line = report.line();
   if (line.hasNul && !std::exchange(frame.nulReported, true)) {
     report.add(Rule::NulByte, {line.text.size(), 1},
-               "a NUL byte hides the rest of its line from the module, here and wherever it occurs",
+               "the module ignores the rest of a line after a NUL byte (reported once per file)",
                "save the file as UTF-8 text");
   }
   const bool matters = line.kind != LineKind::Blank && line.kind != LineKind::Comment;
@@ -259,8 +260,8 @@ void Walker::reportChunk(Frame& frame, LineReport& report) {
   if (std::exchange(frame.tailReported, line.number) == line.number) return;
   report.add(
       Rule::LongLine, {0, line.text.size()},
-      fmt::format("the line has more than {} bytes, and the module reads the rest, from here "
-                  "on, as a line of its own",
+      fmt::format("the line has more than {} bytes, so the module reads the rest, from here on, as "
+                  "another line",
                   Scanner::chunkSize),
       "shorten the line");
 }
@@ -271,33 +272,33 @@ void Walker::takeBadLine(Frame& frame, LineReport& report) {
   if (line.kind == LineKind::BadHeader) {
     const bool isCut = line.body.of(line.text).find(']') != std::string_view::npos;
     report.add(Rule::BadHeader, line.body,
-               fmt::format("{}, the lines below {}, and {}",
-                           isCut ? "a \" ;\" begins a comment in front of the \"]\" of this header"
+               fmt::format("{}, so the lines below {}, and {}",
+                           isCut ? "a \" ;\" begins a comment before the \"]\" of this header"
                                  : "this header has no \"]\"",
-                           frame.header ? "stay in the section before" : "stand in no section",
+                           frame.header ? "stay in the previous section" : "are in no section",
                            report.consequence()),
                isCut ? "remove the \";\"" : "close it, as in [Meters]");
     return;
   }
   const std::string_view body = line.body.of(line.text);
-  report.add(Rule::BadLine, line.body,
-             fmt::format("this line is no pair, because it has no \"=\"{}, and {}",
-                         body.find('=') != body.npos ? " in front of its comment" : "",
-                         report.consequence()),
-             remedyForBadLine(frame, body));
+  report.add(
+      Rule::BadLine, line.body,
+      fmt::format("this line is not a pair, because it has no \"=\"{}, so {}",
+                  body.find('=') != body.npos ? " before its comment" : "", report.consequence()),
+      remedyForBadLine(frame, body));
 }
 
 std::string Walker::remedyForBadLine(const Frame& frame, std::string_view body) {
-  if (beginsUnseen(body)) return "remove the character in front, which can't be seen";
+  if (beginsUnseen(body)) return "remove the invisible character at the beginning";
   const auto& keys = frame.header ? frame.header->section->keys : allKeys();
   if (const auto key = sameNameIn(body, keys); !key.empty()) {
     return fmt::format("write {}=VALUE", key);
   }
   if (const auto key = keyAtBegin(body, keys); !key.empty()) {
-    const std::string_view value = valueBehind(body, key);
+    const std::string_view value = valueAfter(body, key);
     return fmt::format("write {}={}", key, value.starts_with(';') ? "VALUE" : value);
   }
-  return "write NAME=VALUE, or \";\" in front of a comment";
+  return "write NAME=VALUE, or begin a comment with \";\"";
 }
 
 void Walker::takeHeader(Frame& frame, LineReport& report) {
@@ -312,7 +313,7 @@ void Walker::takeHeader(Frame& frame, LineReport& report) {
   const std::string_view rest = line.rest.of(line.text);
   if (!rest.empty() && rest.front() != ';' && rest.front() != '#') {
     report.add(Rule::TextAfterHeader, line.rest,
-               fmt::format("the module passes over {} behind the header", inQuotes(rest)),
+               fmt::format("the module ignores {} after the header", inQuotes(rest)),
                rest.front() == ']' ? "remove it" : "put it on a line of its own");
   }
   if (header.section->kind == SectionKind::Condition) {
@@ -320,9 +321,9 @@ void Walker::takeHeader(Frame& frame, LineReport& report) {
   } else if (header.name.size() > Scanner::keptName) {
     report.add(
         Rule::LongSectionName, line.name,
-        fmt::format("the section name has {} bytes, and the module cuts it to {}: {}",
+        fmt::format("the section name has {} bytes, so the module cuts it to {}: {}",
                     header.name.size(), Scanner::keptName, inQuotes(frame.scanner.section())),
-        "shorten it to the name of a section");
+        "write the name of a known section");
   }
   frame.header = std::move(header);
 }
@@ -335,35 +336,34 @@ void Walker::reportConditionHeader(Header& header, Span place, LineReport& repor
   header.conditionHolds = !header.condition.empty() && access(header.condition.c_str(), F_OK) == 0;
   if (whole.empty()) {
     report.add(Rule::EmptyCondition, place,
-               "there is no path behind ParseIfExist:, so the module passes over this section",
+               "there is no path after ParseIfExist:, so the module skips this section",
                "write [ParseIfExist:/path]");
     return;
   }
   if (whole.size() != header.condition.size()) {
     report.add(
         Rule::LongCondition, pathPlace,
-        fmt::format("the condition path has {} bytes, and the module looks for its first {}: "
-                    "{}",
+        fmt::format("the condition path has {} bytes, so the module looks for the first {}: {}",
                     whole.size(), header.condition.size(), inQuotes(header.condition)),
-        "name a path of at most 36 bytes; the File may be longer");
+        "use a path of at most 36 bytes; the File may be longer");
   }
   if (isBlank(whole.front()) || isBlank(whole.back())) {
     report.add(
         Rule::OuterBlanks, pathPlace,
-        fmt::format("the condition path {} begins or ends with white space, which belongs to "
-                    "the path",
-                    inQuotes(whole)),
-        "remove the white space within the brackets");
+        fmt::format(
+            "the condition path {} begins or ends with white space, which is part of the path",
+            inQuotes(whole)),
+        "remove the white space inside the brackets");
   }
   if (!header.conditionHolds) {
     report.add(Rule::MissingCondition, pathPlace,
-               fmt::format("{} does not exist here, so the module passes over this section",
+               fmt::format("{} does not exist here, so the module skips this section",
                            inQuotes(header.condition)),
-               "correct the path, or pass --allow missing-condition for a file that may be absent");
+               "correct the path, or pass --allow missing-condition if the file may be absent");
   }
 }
 
-// What is known of a section only when it is over.
+// Reports what only the end of a section shows.
 void Walker::closeHeader(Frame& frame) {
   if (!frame.header) return;
   const Header& header = *frame.header;
@@ -379,10 +379,9 @@ void Walker::closeHeader(Frame& frame) {
   at.rule = Rule::UnusedSection;
   at.severity = Severity::Warning;
   at.text = fmt::format(
-      "there is no section {}; the module does not notice, because no pair stands "
-      "in it",
+      "there is no section {}, but the module does not notice, because this one has no pairs",
       inQuotes(header.name));
-  at.remedy = close.empty() ? "remove the header, or put \";\" in front"
+  at.remedy = close.empty() ? "remove the header, or put \";\" in front of it"
                             : fmt::format("did you mean [{}]?", close);
   findings_.add(std::move(at));
 }
@@ -391,16 +390,16 @@ void Walker::reportNoFile(const Header& header) {
   Diagnostic at = header.at;
   at.rule = Rule::ConditionWithoutFile;
   at.severity = Severity::Warning;
-  at.text = "there is no File in this section, so nothing is read here";
+  at.text = "this section has no File, so the module reads nothing here";
   at.remedy =
-      fmt::format("write File={} below it",
+      fmt::format("add File={} below it",
                   header.condition.empty() ? "PATH" : header.name.substr(conditionPrefix.size()));
   findings_.add(std::move(at));
 }
 
 // ---- Pairs and continuations ------------------------------------------------------------------
 
-// Words of an entry that lack a Key: somebody went on with the entry on a second line.
+// Whether the value has words of an entry but no Key: probably a second line of the entry above.
 bool isRestOfEntry(std::string_view value) {
   const auto words = entryWordsOf(value).words;
   const auto& known = wordsOf(SectionKind::MeterEntries);
@@ -428,31 +427,31 @@ void Walker::reportContinuation(const Frame& frame, LineReport& report) {
   const bool isEntry = sameName(key, "Meter") || sameName(key, "Param");
   const bool looksLikeHeader = text.starts_with('[') && text.find(']') != text.npos;
   const bool looksLikePair = !sameNameIn(leadingName(text), allKeys()).empty();
-  const std::string looks = looksLikeHeader ? "no header but "
-                            : looksLikePair ? "no pair but "
+  const std::string looks = looksLikeHeader ? "not a header but "
+                            : looksLikePair ? "not a pair but "
                                             : "";
   const bool isSwitch = sameName(key, "EnableFastMeters") || sameName(key, "EnableSlowMeters");
   const auto& keys = frame.header && frame.header->section->kind != SectionKind::Unknown
                          ? frame.header->section->keys
                          : allKeys();
   if (isEntry && looks.empty() && isRestOfEntry(text)) {
-    const std::string remedy = fmt::format("write it behind the words of {}, on the same line",
-                                           report.nameOf(frame.pendingSpot));
+    const std::string remedy =
+        fmt::format("append it to the entry in {}", report.nameOf(frame.pendingSpot));
     report.add(Rule::IndentedLine, {0, line.body.end()},
-               fmt::format("an indented line does not go on with the entry of {}: it is one more "
-                           "entry, without a Key",
+               fmt::format("this indented line does not continue the entry in {}: it adds an entry "
+                           "without a Key",
                            report.nameOf(frame.pendingSpot)),
                remedy);
     return report.takeAsMisplaced(remedy);
   }
-  const std::string effect = sameNameIn(key, keys).empty() ? "as bad as that line"
-                             : isEntry                     ? "one more entry"
-                             : sameName(key, "File")       ? "one more file"
+  const std::string effect = sameNameIn(key, keys).empty() ? "it is just as wrong"
+                             : isEntry                     ? "it adds an entry"
+                             : sameName(key, "File")       ? "it adds a file"
                              : !isSwitch                   ? "it replaces that value"
                              : sameName(text, "true")      ? "it switches it on"
                                                            : "it switches it off";
   report.add(Rule::IndentedLine, {0, line.body.end()},
-             fmt::format("this line is indented, and so {}a further value of {} from {}: {}", looks,
+             fmt::format("this indented line is {}another value of {} in {}: {}", looks,
                          inQuotes(key), report.nameOf(frame.pendingSpot), effect),
              looks.empty() && isEntry ? fmt::format("remove the indentation and write {}={}", key,
                                                     text.size() <= 40 ? text : "...")
@@ -479,7 +478,7 @@ void Walker::takeStrayPair(Frame& frame, LineReport& report) {
     configuration_.noteLostTarget("", report.ownName());
   if (std::exchange(frame.strayPairReported, true)) return;
   report.add(Rule::PairOutsideSection, line.body,
-             fmt::format("no section header stands above this line, and {}", report.consequence()),
+             fmt::format("there is no section header above this line, so {}", report.consequence()),
              looksLikeComment(line.body.of(line.text)) ? remedyForComment
                                                        : "put a header such as [Meters] above it");
 }
@@ -489,7 +488,7 @@ void Walker::takeValue(Frame& frame, std::string_view key, LineReport& report) {
   const Span value = report.line().value;
   const bool isKnown = !sameNameIn(key, section.keys).empty();
   if (!isKnown) {
-    // The continuations of a bad pair are as bad; it was told of.
+    // The continuation lines of a pair are as bad as the pair, which is already reported.
     if (report.line().kind == LineKind::Pair) reportUnknownKey(section, key, report);
   } else if (section.kind == SectionKind::Condition) {
     takeFileLine(frame, report);
@@ -498,12 +497,12 @@ void Walker::takeValue(Frame& frame, std::string_view key, LineReport& report) {
   } else if (const auto entry = readEntry(section, value, report)) {
     configuration_.add(section, *entry, report);
     if (configuration_.entries() <= limits_.entries) return;
-    throw UncheckableFile(fmt::format(
-        "it has more than {} entries, and only so many can be checked", limits_.entries));
+    throw UncheckableFile(
+        fmt::format("it has more than the {} entries that can be checked", limits_.entries));
   }
 }
 
-// A section whose type has another name elsewhere: "MetersDouble".
+// The section that was meant by a common synonym of its type, such as "MetersDouble".
 std::string sectionByOtherWord(std::string_view name) {
   struct Synonym {
     std::string_view word, type;
@@ -535,11 +534,11 @@ std::string remedyForSection(std::string_view name) {
   const std::string_view front = bare.substr(0, bare.find(':') + 1);
   const std::string close = closestName(front.empty() ? bare : front, names);
   if (const auto same = sameNameIn(bare, names); !same.empty()) {
-    return fmt::format("write [{}], without the white space in the brackets", same);
+    return fmt::format("write [{}], without white space inside the brackets", same);
   }
   if (sameName(front, conditionPrefix)) {
-    return fmt::format("write [{}{}], with these capitals and nothing in front", conditionPrefix,
-                       bare.substr(front.size()));
+    return fmt::format("write [{}{}], with exactly these capitals and no leading white space",
+                       conditionPrefix, bare.substr(front.size()));
   }
   if (close == conditionPrefix) {
     return fmt::format("did you mean [{}PATH]?", conditionPrefix);
@@ -549,7 +548,7 @@ std::string remedyForSection(std::string_view name) {
   }
   std::string solid(bare);
   std::erase_if(solid, [](char each) { return isBlank(each) || each == '.' || each == '-'; });
-  // "FloatMeters": Meters and Engine, the first halves, have equally many letters.
+  // "FloatMeters" for "MetersFloat". Both first halves, Meters and Engine, have six letters.
   constexpr std::size_t half = 6;
   for (const Section& section : namedSections()) {
     const std::string swapped =
@@ -574,24 +573,24 @@ void Walker::useUnknownSection(Frame& frame, LineReport& report) {
   Diagnostic at = header.at;
   at.rule = Rule::UnknownSection;
   at.severity = report.isDedicated() ? Severity::Warning : Severity::Error;
-  at.text = fmt::format("there is no section {}, and because of the pair in line {} {}",
-                        inQuotes(header.name), report.line().number, report.consequence());
+  at.text =
+      fmt::format("there is no section {}, so {} (first pair in line {})", inQuotes(header.name),
+                  report.isDedicated() ? "the module skips its lines" : report.consequence(),
+                  report.line().number);
   if (findings_.keepsMore(at.severity)) at.remedy = remedyForSection(header.name);
   ++frame.source.badLines;
   findings_.add(std::move(at));
 }
 
-// Where a key, or a word that was taken for one, belongs.
+// Says where a key belongs, or a word that stands in place of one.
 std::string remedyForKey(const Section& section, std::string_view key, std::string_view value) {
   const auto& words = wordsOf(section.kind);
   const bool isEntry =
       section.kind == SectionKind::MeterEntries || section.kind == SectionKind::EngineEntries;
   if (isEntry && !sameNameIn(key, words).empty()) {
     const auto word = sameNameIn(key, words);
-    return word == "Key"
-               ? fmt::format("write {}={}={}", section.keys.front(), word, value)
-               : fmt::format("write {}={} behind the words of its entry, on the same line", word,
-                             value);
+    return word == "Key" ? fmt::format("write {}={}={}", section.keys.front(), word, value)
+                         : fmt::format("append {}={} to its entry, on the same line", word, value);
   }
   const std::string close = closestName(key, section.keys);
   const auto elsewhere = sameNameIn(key, allKeys());
@@ -608,10 +607,10 @@ std::string remedyForKey(const Section& section, std::string_view key, std::stri
     return "move it to [EngineString], [EngineInt], [EngineUint] or [EngineFloat]";
   }
   if (elsewhere == "Target") return "move it to [Meters] or [Engine]";
-  if (elsewhere == "File") return "move it to a section [ParseIfExist:PATH]";
+  if (elsewhere == "File") return "move it to a [ParseIfExist:PATH] section";
   if (!elsewhere.empty()) return "move it to [Meters]";
   if (!close.empty()) return fmt::format("did you mean {}?", close);
-  return fmt::format("the section has {}", fmt::join(section.keys, ", "));
+  return fmt::format("the section accepts {}", fmt::join(section.keys, ", "));
 }
 
 void Walker::reportUnknownKey(const Section& section, std::string_view key, LineReport& report) {
@@ -625,21 +624,20 @@ void Walker::reportUnknownKey(const Section& section, std::string_view key, Line
   if (!closestName(key.substr(0, key.find_first_of(" \t:")), {"Target"}).empty()) {
     configuration_.noteLostTarget(section.name, report.ownName());
   }
-  const std::string consequence =
-      isCondition ? "the module passes over the line" : report.consequence();
+  const std::string consequence = isCondition ? "the module skips the line" : report.consequence();
   if (const auto meant = keyAtBegin(key, section.keys); !meant.empty()) {
     const std::string_view body = line.body.of(line.text);
-    const std::string_view behind = valueBehind(body, meant);
+    const std::string_view value = valueAfter(body, meant);
     report.add(
         isCondition ? Rule::StrayKey : Rule::EarlySeparator, place,
-        fmt::format("a pair is split at its first {}, so the name of this one is {}, and {}",
+        fmt::format("the first {} ends the name, so the name is {}, and {}",
                     body.find('=') != body.npos ? "\"=\"" : "\":\"", inQuotes(key), consequence),
-        fmt::format("write {}={}", meant, isSettings || isCondition ? unquoted(behind) : behind));
+        fmt::format("write {}={}", meant, isSettings || isCondition ? unquoted(value) : value));
     return;
   }
   report.add(
       unknown, place,
-      fmt::format("{} has no key {}, and {}",
+      fmt::format("{} does not accept the key {}, so {}",
                   isCondition ? "a ParseIfExist: section" : fmt::format("[{}]", section.name),
                   inQuotes(key), consequence),
       looksLikeComment(key) ? remedyForComment
@@ -648,14 +646,13 @@ void Walker::reportUnknownKey(const Section& section, std::string_view key, Line
 
 // ---- Dedicated files --------------------------------------------------------------------------
 
-// What to do about a path with marks that somebody did not mean to be a part of it; empty if it has
-// none.
+// What to do about quotes and "#" that became part of a path by mistake; empty if there are none.
 std::string remedyForMarks(std::string_view path) {
   if (path.starts_with('"') || path.starts_with('\'')) {
-    return "leave the quotes away: they belong to the path";
+    return "remove the quotes, which are part of the path";
   }
   if (path.find(" #") != path.npos) {
-    return "a \"#\" begins no comment here: write \" ;\" in front of the comment";
+    return "begin the comment with \" ;\": \"#\" does not begin one here";
   }
   return {};
 }
@@ -667,23 +664,26 @@ void Walker::takeFileLine(Frame& frame, LineReport& report) {
   const Span place = line.value.size > 0 ? line.value : line.body;
   const std::string path(line.value.of(line.text));
   const std::string whole = header.name.substr(conditionPrefix.size());
-  // Of marks that belong to the path, the missing file tells more.
+  // If such marks make the file missing, Rule::MissingFile says more.
   const std::string marks = remedyForMarks(path);
-  const bool isToldOf = !marks.empty() && header.conditionHolds && access(path.c_str(), F_OK) != 0;
-  if (!path.empty() && !whole.empty() && path != whole && !isToldOf) {
-    report.add(Rule::ConditionDiffers, place,
-               fmt::format("the section is read if {} exists, but what is read is {}",
-                           inQuotes(whole), inQuotes(path)),
-               !marks.empty() ? marks
-                              : "name the same path in the header and here, unless both are meant");
+  const bool isReportedAsMissing =
+      !marks.empty() && header.conditionHolds && access(path.c_str(), F_OK) != 0;
+  if (!path.empty() && !whole.empty() && path != whole && !isReportedAsMissing) {
+    report.add(
+        Rule::ConditionDiffers, place,
+        fmt::format("the section applies if {} exists, but File names {}", inQuotes(whole),
+                    inQuotes(path)),
+        !marks.empty() ? marks : "use the same path in both places, unless this is intended");
   }
   const bool isRelative = !unquoted(path).empty() && unquoted(path).front() != '/';
   if (isRelative && !std::exchange(relativeReported_, true)) {
-    report.add(Rule::RelativePath, place,
-               fmt::format("the module looks for {} and other such paths from the folder in which "
-                           "the engine is started, not from that of this file",
-                           inQuotes(path)),
-               "write a path that begins with \"/\"");
+    report.add(
+        Rule::RelativePath, place,
+        fmt::format(
+            "the engine resolves {} against its working directory, not against the folder of "
+            "this file (reported once)",
+            inQuotes(path)),
+        "write a path that begins with \"/\"");
   }
   if (header.conditionHolds) include(path, place, report);
 }
@@ -691,11 +691,11 @@ void Walker::takeFileLine(Frame& frame, LineReport& report) {
 void Walker::include(const std::string& path, Span place, LineReport& report) {
   Opened opened = openFile(path);
   if (opened.mayBeEndless) {
-    return goAstray(Rule::EndlessFile, place,
-                    fmt::format("{} is a pipe or a device, and the engine would wait for its end "
-                                "within the start",
-                                inQuotes(path)),
-                    "name a regular file", report);
+    return reportEndless(
+        Rule::EndlessFile, place,
+        fmt::format("{} is a pipe or a device, so the engine might wait for its end forever",
+                    inQuotes(path)),
+        "name a regular file", report);
   }
   if (!opened.file) {
     const std::string marks = remedyForMarks(path);
@@ -706,23 +706,24 @@ void Walker::include(const std::string& path, Span place, LineReport& report) {
     return;
   }
   if (leadsBack(opened)) {
-    return goAstray(Rule::IncludeCycle, place,
-                    fmt::format("{} is being read already, and the module would read it again and "
-                                "again until it breaks",
-                                inQuotes(path)),
-                    "remove this File line", report);
+    return reportEndless(
+        Rule::IncludeCycle, place,
+        fmt::format("{} is still being read, so the module would read it again and again until "
+                    "it runs out of files or stack",
+                    inQuotes(path)),
+        "remove this File line", report);
   }
   ++included_;
   includedBytes_ += static_cast<std::size_t>(opened.status.st_size);
   if (frames_.size() > limits_.depth || included_ > limits_.files ||
       includedBytes_ > limits_.bytes) {
     if (std::exchange(tooManyReported_, true)) return;
-    return goAstray(
+    return reportEndless(
         Rule::TooManyFiles, place,
-        fmt::format("dedicated files are named {} times by here, {} deep, with {} bytes, "
-                    "and the module would follow all of them",
+        fmt::format("the dedicated files are too many, too large or nested too deep: {} so far, {} "
+                    "deep, {} bytes",
                     included_, frames_.size(), includedBytes_),
-        "name each dedicated file once", report);
+        "name each dedicated file only once", report);
   }
   SourceFile source{
       .number = static_cast<std::uint32_t>(fileNames_.size()),
@@ -739,8 +740,8 @@ bool Walker::leadsBack(const Opened& opened) const {
   });
 }
 
-void Walker::goAstray(Rule rule, Span place, std::string text, std::string remedy,
-                      LineReport& report) {
+void Walker::reportEndless(Rule rule, Span place, std::string text, std::string remedy,
+                           LineReport& report) {
   isEndless_ = true;
   report.add(rule, place, std::move(text), std::move(remedy));
 }

@@ -83,19 +83,20 @@ int exitCodeOf(const Checked& checked, bool strict) {
   return strict && checked.count(Severity::Warning) > 0 ? acceptedWithWarnings : accepted;
 }
 
-// Of several files the worst counts.
+// The worst exit code of several files counts.
 int worse(int a, int b) {
   constexpr std::array<int, 4> fromWorst = {wrongUse, refused, acceptedWithWarnings, accepted};
   return *std::find_if(fromWorst.begin(), fromWorst.end(),
                        [&](int code) { return code == a || code == b; });
 }
 
-// A refusal that no rule explains would be a fault of this program; it is not kept secret.
-void complainIfUnexplained(const Checked& checked) {
+// If verdict and diagnostics disagree, the checker itself is wrong. It says so.
+void reportContradiction(const Checked& checked) {
   const bool isRefused = checked.verdict == Verdict::Refused;
   if (checked.verdict == Verdict::Unreadable) return;
   if (isRefused == (checked.count(Severity::Error) > 0)) return;
-  fmt::print(stderr, "gatewayctl check: {}: the module {} it, and the rules here do not say so\n",
+  fmt::print(stderr,
+             "gatewayctl check: {}: the module {} this file, but the diagnostics say otherwise\n",
              checked.file, isRefused ? "refuses" : "accepts");
   for (const ModuleLine& line : checked.log) {
     fmt::print(stderr, "gatewayctl check: {}: the module logs: {}\n", checked.file, line.text);
@@ -120,7 +121,7 @@ int run(const Options& options) {
   for (const std::string& file : options.files) {
     const Checked checked = checkFile(file, options);
     print(checked, options);
-    complainIfUnexplained(checked);
+    reportContradiction(checked);
     code = worse(code, exitCodeOf(checked, options.strict));
     if (options.json) files.push_back(jsonOf(checked));
   }
@@ -172,19 +173,17 @@ std::string manual() {
 
 const RuleText& knownRule(const std::string& option, const std::string& name) {
   if (const RuleText* const rule = ruleOf(name)) return *rule;
-  throw CLI::ValidationError(option,
-                             fmt::format("there is no rule \"{}\"{}; --list-rules shows all", name,
-                                         tools::didYouMean(name, ruleNames())));
+  throw CLI::ValidationError(
+      option, fmt::format("there is no rule \"{}\"{} (--list-rules prints them all)", name,
+                          tools::didYouMean(name, ruleNames())));
 }
 
 void allow(Options& options, const std::vector<std::string>& names) {
   for (const std::string& name : names) {
     const RuleText& rule = knownRule("--allow", name);
     if (!canBeAllowed(rule.weight)) {
-      throw CLI::ValidationError("--allow",
-                                 fmt::format("{} is no warning but an {}; only warnings can be "
-                                             "switched off",
-                                             name, describe(rule.weight)));
+      throw CLI::ValidationError(
+          "--allow", fmt::format("{} is not a warning and can't be switched off", name));
     }
     options.allowed.insert(rule.rule);
   }

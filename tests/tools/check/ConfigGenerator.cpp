@@ -91,7 +91,7 @@ std::string ConfigGenerator::entry(bool isMeter, unsigned badness) {
                                         "DefaultValue=1e999",
                                         "DefaultValue=99999999999999999999999",
                                         "Meter=Key=a"};
-  // Numbered mostly: with few keys nearly every file would repeat one.
+  // Mostly numbered: with only a few keys, nearly every file would repeat one.
   std::string text = oneIn(30) ? "Key=" + pick(keys) : "Key=k" + std::to_string(below(100000));
   if (oneIn(80)) text = oneIn(2) ? "" : "CustomKey=only";
   if (oneIn(2)) text += " " + pick(extras);
@@ -101,7 +101,7 @@ std::string ConfigGenerator::entry(bool isMeter, unsigned badness) {
   return text;
 }
 
-// The line with one change that makes it wrong more often than not.
+// The line with one change, which usually makes it wrong.
 std::string ConfigGenerator::spoilt(const std::string& line) {
   std::string text = line;
   const std::size_t at = below(text.size() + 1);

@@ -1,4 +1,4 @@
-// Configurations as nobody would write them, from a seed: the same seed gives the same texts.
+// Generates random configurations from a seed. The same seed gives the same texts.
 #pragma once
 
 #include <cstddef>
@@ -11,14 +11,14 @@ class ConfigGenerator {
  public:
   explicit ConfigGenerator(std::uint32_t seed) : random_(seed) {}
 
-  // Any bytes, with a liking for those that mean something to the INI reader.
+  // Random bytes, mostly those that mean something to the INI reader.
   std::string soup();
 
-  // A configuration with sections and entries. `badness` is the number of mistakes that each
-  // hundred lines have; `files` are what File lines name.
+  // A configuration with sections and entries. `badness` is the number of mistakes per hundred
+  // lines. File lines name `files`.
   std::string configuration(unsigned badness, const std::vector<std::string>& files);
 
-  // From 0 to `bound` - 1.
+  // A number from 0 to `bound` - 1.
   std::size_t below(std::size_t bound) { return random_() % bound; }
 
  private:

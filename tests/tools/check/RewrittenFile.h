@@ -1,5 +1,5 @@
-// A file for thousands of texts, one after the other, and in memory: a disk would be waited for at
-// each of them.
+// A file that takes thousands of texts, one after the other. It is in memory, because a disk would
+// slow each of them down.
 #pragma once
 
 #include <unistd.h>

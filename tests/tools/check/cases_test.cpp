@@ -1,13 +1,13 @@
-// Each rule, by files that break it and files that nearly do: cases/RULE.conf has to break the
-// rule, cases/RULE.near.conf must not, and further files are called RULE.ANYTHING.conf. All that is
-// told of a file is kept beside it, in FILE.expected, and compared whole.
+// Tests each rule with files that break it and files that nearly do: cases/RULE.conf must break the
+// rule, cases/RULE.near.conf must not, and other files are called RULE.ANYTHING.conf. The whole
+// report on a file must match FILE.expected beside it.
 //
-// Whole configurations of beginners stand in cases/repairs/, each in the states of its repair:
-// 1 as it was written, and each further one with what was told of the state before, obeyed without
-// other knowledge. The last state is sound.
+// cases/repairs/ has whole configurations as beginners write them, in the states of their repair.
+// State 1 is the original. Each further state follows the remedies reported for the one before, and
+// nothing else. The last state is sound.
 //
-// To see what a change of the texts does, run this with KEEP_EXPECTATIONS=1 in the environment,
-// which writes the files anew, and read the difference.
+// To see what a change of the texts does, run this test with KEEP_EXPECTATIONS=1 in the environment
+// and read the difference: the test then rewrites the expectations.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -43,7 +43,7 @@ std::string contentOf(const fs::path& path) {
   return text.str();
 }
 
-// Cases name their dedicated files from here.
+// Runs in the folder of the cases, where they find their dedicated files.
 class Cases : public ::testing::Test {
  protected:
   Cases() { fs::current_path(CASES_FOLDER); }
@@ -58,10 +58,10 @@ class Cases : public ::testing::Test {
   const standin::Host host_{{.keepRecords = false}};
 };
 
-void expectKept(const std::string& told, const fs::path& kept) {
+void expectKept(const std::string& report, const fs::path& kept) {
   const bool keep = std::getenv("KEEP_EXPECTATIONS") != nullptr;
-  if (keep) std::ofstream(kept, std::ios::binary) << told;
-  EXPECT_EQ(told, contentOf(kept)) << fs::absolute(kept);
+  if (keep) std::ofstream(kept, std::ios::binary) << report;
+  EXPECT_EQ(report, contentOf(kept)) << fs::absolute(kept);
 }
 
 bool breaks(const Checked& checked, check::Rule rule) {
@@ -69,7 +69,7 @@ bool breaks(const Checked& checked, check::Rule rule) {
                      [&](const auto& each) { return each.rule == rule; });
 }
 
-TEST_F(Cases, AreToldAsKept) {
+TEST_F(Cases, MatchTheirExpectations) {
   const auto files = caseFiles();
   EXPECT_GE(files.size(), 2 * check::allRules().size());
   for (const std::string& file : files) {
@@ -78,7 +78,7 @@ TEST_F(Cases, AreToldAsKept) {
   }
 }
 
-TEST_F(Cases, BreakTheirRule) {
+TEST_F(Cases, BreakTheirRuleAndNearMissesDoNot) {
   for (const auto& rule : check::allRules()) {
     const std::string name(rule.name);
     ASSERT_TRUE(fs::exists(name + ".conf")) << "no case breaks " << name;
@@ -88,13 +88,13 @@ TEST_F(Cases, BreakTheirRule) {
   }
 }
 
-TEST_F(Cases, BelongToARule) {
+TEST_F(Cases, AreNamedAfterARule) {
   for (const std::string& file : caseFiles()) {
     EXPECT_NE(check::ruleOf(file.substr(0, file.find('.'))), nullptr) << file;
   }
 }
 
-TEST_F(Cases, AreRefusedForErrorsAlone) {
+TEST_F(Cases, AreRefusedIfAndOnlyIfThereAreErrors) {
   for (const std::string& file : caseFiles()) {
     const Checked checked = checkCase(file);
     EXPECT_EQ(checked.count(check::Severity::Error) > 0, checked.verdict == check::Verdict::Refused)
@@ -102,7 +102,7 @@ TEST_F(Cases, AreRefusedForErrorsAlone) {
   }
 }
 
-TEST_F(Cases, LoseTheWarningsOfARuleThatIsAllowed) {
+TEST_F(Cases, LoseTheWarningsOfAnAllowedRule) {
   for (const auto& rule : check::allRules()) {
     if (!check::canBeAllowed(rule.weight)) continue;
     const std::string file = std::string(rule.name) + ".conf";
@@ -117,7 +117,7 @@ TEST_F(Cases, LoseTheWarningsOfARuleThatIsAllowed) {
 
 class Repairs : public Cases {
  protected:
-  // Checks a state and compares what is told, with the slots of a sound one.
+  // Checks a state and compares the report, and the slots if the state is sound.
   static Checked checkState(const fs::path& state) {
     fs::current_path(state);
     const Checked checked =
@@ -134,7 +134,7 @@ class Repairs : public Cases {
   }
 };
 
-TEST_F(Repairs, NeedNothingButWhatIsTold) {
+TEST_F(Repairs, SucceedByFollowingTheRemedies) {
   std::size_t configurations = 0;
   for (const auto& configuration : fs::directory_iterator(fs::path(CASES_FOLDER) / "repairs")) {
     ++configurations;
@@ -149,7 +149,7 @@ TEST_F(Repairs, NeedNothingButWhatIsTold) {
   EXPECT_GE(configurations, 3u);
 }
 
-TEST(Rules, StandInTheOrderOfTheirNumbers) {
+TEST(Rules, AreInTheOrderOfTheEnumeration) {
   for (const auto& rule : check::allRules()) {
     EXPECT_EQ(check::textOf(rule.rule).name, rule.name);
     EXPECT_EQ(check::ruleOf(rule.name), &rule);

@@ -1,4 +1,4 @@
-// gatewayctl check, as a person or a script uses it.
+// Runs gatewayctl check as a person or a script does.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -44,7 +44,7 @@ class CheckTool : public ::testing::Test {
   const std::string doubtful = files.write("doubtful.conf", std::string(sound) + "[Levels]\n");
 };
 
-TEST_F(CheckTool, TellsTheVerdictByItsExitCode) {
+TEST_F(CheckTool, ReportsTheVerdictAsItsExitCode) {
   EXPECT_EQ(run({good}).code, 0);
   EXPECT_EQ(run({good}).output, good + ": accepted\n");
   EXPECT_EQ(run({bad}).code, 1);
@@ -56,7 +56,7 @@ TEST_F(CheckTool, TellsTheVerdictByItsExitCode) {
   EXPECT_EQ(run({}).code, 2);
 }
 
-TEST_F(CheckTool, EndsWithTheWorstOfSeveralFiles) {
+TEST_F(CheckTool, ExitsWithTheWorstCodeOfSeveralFiles) {
   EXPECT_EQ(run({"--strict", good, doubtful}).code, 3);
   EXPECT_EQ(run({"--strict", doubtful, bad, good}).code, 1);
   EXPECT_EQ(run({bad, files.path("missing"), good}).code, 2);
@@ -99,7 +99,7 @@ TEST_F(CheckTool, AllowsWarningsOfARule) {
   EXPECT_EQ(outcome.output, doubtful + ": accepted\n");
 }
 
-TEST_F(CheckTool, RefusesToAllowWhatIsNoWarning) {
+TEST_F(CheckTool, RefusesToAllowUnknownRulesAndErrors) {
   const Outcome unknown = run({"--allow", "unused-secton", doubtful});
   EXPECT_EQ(unknown.code, 2);
   EXPECT_NE(unknown.errors.find("there is no rule \"unused-secton\", did you mean "
@@ -108,8 +108,7 @@ TEST_F(CheckTool, RefusesToAllowWhatIsNoWarning) {
       << unknown.errors;
   const Outcome error = run({"--allow", "duplicate-key", doubtful});
   EXPECT_EQ(error.code, 2);
-  EXPECT_NE(error.errors.find("duplicate-key is no warning but an error"), std::string::npos)
-      << error.errors;
+  EXPECT_NE(error.errors.find("duplicate-key is not a warning"), std::string::npos) << error.errors;
 }
 
 TEST_F(CheckTool, ListsAndExplainsRules) {
@@ -164,9 +163,9 @@ TEST_F(CheckTool, WritesOneJsonDocument) {
                   {"column", 1},
                   {"length", 8},
                   {"text",
-                   "this line is no pair, because it has no \"=\", and the module refuses "
+                   "this line is not a pair, because it has no \"=\", so the module refuses "
                    "the file"},
-                  {"remedy", "write NAME=VALUE, or \";\" in front of a comment"},
+                  {"remedy", "write NAME=VALUE, or begin a comment with \";\""},
                   {"section", json()},
                   {"read_at", json()},
                   {"source", "nonsense"}}));
@@ -175,7 +174,7 @@ TEST_F(CheckTool, WritesOneJsonDocument) {
   EXPECT_EQ(document["files"][2]["verdict"], "unreadable");
 }
 
-TEST_F(CheckTool, DoesNotTakeALostReportForSuccess) {
+TEST_F(CheckTool, FailsIfItCannotWriteItsReport) {
   for (const char* option : {"", "--json "}) {
     const std::string command = std::string(GATEWAYCTL_PATH) + " check " + option + good +
                                 " > /dev/full 2> " + files.path("errors");
@@ -202,7 +201,7 @@ class HugeFile : public CheckTool {
     return path;
   }
 
-  // Under a limit of its memory, which is that of all its children.
+  // The exit code under a limit on memory. The shell's limit applies to its children, too.
   static int codeWithin(std::size_t kilobytes, const std::string& path) {
     const std::string command = "ulimit -v " + std::to_string(kilobytes) + "; " + GATEWAYCTL_PATH +
                                 " check " + path + " > /dev/null 2>&1";
@@ -212,8 +211,8 @@ class HugeFile : public CheckTool {
   static constexpr std::size_t memory = 1000000;
 };
 
-// A hole in a file takes no room on the disk, but would be read for an hour.
-TEST_F(HugeFile, BeyondAllMeasureIsNotRead) {
+// A hole takes no room on the disk, but reading it would take an hour.
+TEST_F(HugeFile, BeyondTheLimitIsNotRead) {
   const std::string path = files.write("hole", sound);
   std::filesystem::resize_file(path, std::uintmax_t{5} << 40);
   const Outcome outcome = run({path});
@@ -222,27 +221,27 @@ TEST_F(HugeFile, BeyondAllMeasureIsNotRead) {
             "gatewayctl check: can't check " + path + ": it has more than 4294967296 bytes\n");
 }
 
-// The sanitizers reserve more addresses than any limit.
+// The sanitizers reserve more address space than any such limit.
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-TEST_F(HugeFile, OfBadLinesIsRefused) {
+TEST_F(HugeFile, WithBadLinesIsRefused) {
   EXPECT_EQ(codeWithin(memory, huge("nonsense\n")), 1);
 }
 
-TEST_F(HugeFile, OfOneLineIsRefused) {
+TEST_F(HugeFile, WithOneLineIsRefused) {
   EXPECT_EQ(codeWithin(memory, huge("endless ")), 1);
 }
 
-TEST_F(HugeFile, OfRandomBytesIsRefused) {
+TEST_F(HugeFile, WithRandomBytesIsRefused) {
   std::string bytes;
   for (unsigned i = 0; i < 100000; ++i) bytes += static_cast<char>(i * 2654435761u >> 24);
   EXPECT_EQ(codeWithin(memory, huge(bytes)), 1);
 }
 
-TEST_F(HugeFile, OfEntriesHasTooMany) {
+TEST_F(HugeFile, WithTooManyEntriesCannotBeChecked) {
   EXPECT_EQ(codeWithin(memory, huge("[MetersFloat]\nMeter=Key=level Type=slow\n")), 2);
 }
 
-TEST_F(HugeFile, OfUnknownSectionsIsRefused) {
+TEST_F(HugeFile, WithUnknownSectionsIsRefused) {
   EXPECT_EQ(codeWithin(memory, huge("[x]\na=b\n")), 1);
 }
 #endif

@@ -1,5 +1,5 @@
-// The manual of configurations says what the checker says: the same rules in the same words, and
-// each of its configurations is what the text around claims.
+// docs/configuration.md matches the checker. It has the same rules in the same words, and the checker
+// judges each of its configurations as the text around it does.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -34,7 +34,7 @@ std::string contentOf(const fs::path& path) {
   return text.str();
 }
 
-// With one blank wherever there is white space.
+// The text with its white space replaced by single spaces.
 std::string joined(const std::string& text) {
   std::istringstream words(text);
   std::string line;
@@ -55,7 +55,7 @@ std::vector<std::string> snippetsOf(const std::string& markdown) {
 
 class Manual : public ::testing::Test {
  protected:
-  // The dedicated files that snippets name need not be on this machine.
+  // The dedicated files that the snippets name need not exist on this machine.
   Checked checkText(const std::string& text) {
     return checkFile(file_.write(text), {check::Rule::MissingCondition});
   }
@@ -83,8 +83,8 @@ TEST_F(Manual, ExplainsEachRuleAsTheCheckerDoes) {
     const std::string paragraph = "### " + std::string(rule.name) + " *" + weight + ": " +
                                   std::string(rule.summary) + ".* " + std::string(rule.explanation);
     const std::size_t found = manual.find(joined(paragraph));
-    EXPECT_NE(found, manual.npos) << "docs/configuration.md does not say:\n" << paragraph;
-    EXPECT_GE(found, last) << rule.name << " stands at another place than in the table";
+    EXPECT_NE(found, manual.npos) << "docs/configuration.md lacks:\n" << paragraph;
+    EXPECT_GE(found, last) << rule.name << " is not in the order of the table";
     last = found;
   }
 }
@@ -97,8 +97,8 @@ TEST_F(Manual, HasNoOtherRules) {
   }
 }
 
-// A snippet is sound, or says in its first line which trap it falls into.
-TEST_F(Manual, ShowsConfigurationsThatDoAsItSays) {
+// A snippet is sound unless its first line names the rule that it breaks.
+TEST_F(Manual, ShowsConfigurationsThatWorkAsDescribed) {
   constexpr std::string_view mark = "; trap: ";
   const auto snippets = snippetsOf(contentOf(root / "docs/configuration.md"));
   EXPECT_GE(snippets.size(), 5u);
@@ -117,7 +117,7 @@ TEST_F(Manual, ShowsConfigurationsThatDoAsItSays) {
   }
 }
 
-TEST_F(Manual, OfOtherPartsShowsSoundConfigurations) {
+TEST_F(Manual, OtherDocumentsShowSoundConfigurations) {
   for (const char* folder : {".", "docs", "examples/servers"}) {
     for (const auto& entry : fs::directory_iterator(root / folder)) {
       const fs::path& path = entry.path();

@@ -1,4 +1,4 @@
-// The scanner sees a file as the reader does, and tells where everything stands.
+// The scanner reads a file as the INI reader does, and says where everything is.
 #include "tools/check/Scanner.h"
 
 #include <gtest/gtest.h>
@@ -19,7 +19,7 @@ using check::Line;
 using check::LineKind;
 using check::Scanner;
 
-// The calls of a handler and the result of the pass, as one text that compares.
+// The calls of a handler and the result of reading, for comparison.
 struct Calls {
   std::vector<std::string> calls;
   int result = 0;
@@ -36,7 +36,7 @@ std::string callText(const std::string& section, const std::string& name,
   return "[" + section + "] <" + name + "> <" + value + ">";
 }
 
-// Refused by its text, so that results differ.
+// An arbitrary rule by which the handler refuses some names, so that results differ.
 bool isGood(const std::string& name) {
   return name.size() % 7 != 3;
 }
@@ -77,7 +77,7 @@ Calls readByScanner(const std::string& path) {
   return calls;
 }
 
-// Places are those of the bytes of the file.
+// Expects each place to hold the bytes that the file has there.
 void expectPlaces(const std::string& path, const std::string& text, std::uint32_t seed) {
   std::vector<std::string> lines(1);
   for (const char byte : text) {
@@ -126,7 +126,7 @@ Line lineOf(const std::string& text, std::string& kept) {
   return line;
 }
 
-TEST(Scanner, TellsThePartsOfAPair) {
+TEST(Scanner, FindsThePartsOfAPair) {
   std::string text;
   const Line line = lineOf("  Name =  value ; comment \n", text);
   EXPECT_EQ(line.kind, LineKind::Pair);
@@ -135,7 +135,7 @@ TEST(Scanner, TellsThePartsOfAPair) {
   EXPECT_EQ(line.rest.of(text), "; comment");
 }
 
-TEST(Scanner, TellsThePartsOfAHeader) {
+TEST(Scanner, FindsThePartsOfAHeader) {
   std::string text;
   const Line line = lineOf(" [ a ] b\n", text);
   EXPECT_EQ(line.kind, LineKind::Header);

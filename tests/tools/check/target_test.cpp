@@ -1,5 +1,5 @@
-// What gRPC refuses to open a channel to, the checker complains of. What gRPC finds out only by
-// looking a name up is left to the cases of the rule.
+// The checker reports every target to which gRPC can't open a channel. cases/bad-target.conf covers
+// targets that fail only when gRPC resolves a name.
 #include "tools/check/Target.h"
 
 #include <grpc/grpc.h>
@@ -13,7 +13,7 @@
 
 namespace {
 
-// Makes no connection: a channel that has nowhere to go has failed from the start.
+// Makes no connection: the channel of a bad target fails at once.
 bool grpcRefuses(const std::string& target) {
   static const bool isReady = [] {
     grpc_init();
@@ -39,7 +39,7 @@ std::string anyTarget(std::mt19937& random) {
   return target;
 }
 
-TEST(Target, IsComplainedOfIfGrpcOpensNoChannelToIt) {
+TEST(Target, IsReportedIfGrpcCannotOpenAChannel) {
   std::mt19937 random(1);
   std::size_t refused = 0;
   std::size_t good = 0;
@@ -55,9 +55,9 @@ TEST(Target, IsComplainedOfIfGrpcOpensNoChannelToIt) {
   EXPECT_GT(good, 100u);
 }
 
-// An address needs no name server, so there is nothing that gRPC could find out later. Complaints
-// beyond its own are of a sign in front of a port and of no address at all.
-TEST(Target, OfAddressesIsComplainedOfOnlyIfGrpcOpensNoChannelToIt) {
+// An address needs no name server, so gRPC finds every fault at once. The checker reports more than
+// gRPC in two cases, which are left out here: a sign before the port, and no address at all.
+TEST(Target, WithAnAddressIsReportedOnlyIfGrpcCannotOpenAChannel) {
   std::mt19937 random(2);
   std::size_t compared = 0;
   for (int i = 0; i < 8000; ++i) {
@@ -71,7 +71,7 @@ TEST(Target, OfAddressesIsComplainedOfOnlyIfGrpcOpensNoChannelToIt) {
   EXPECT_GT(compared, 500u);
 }
 
-TEST(Target, IsTakenWithoutComplaintInItsUsualForms) {
+TEST(Target, IsAcceptedInItsUsualForms) {
   for (const char* target : {"localhost:50005", "meters.example:1", "[::1]:1", "dns:///a:1",
                              "ipv4:127.0.0.1:1", "unix:/run/meters", "unix-abstract:meters"}) {
     EXPECT_FALSE(check::faultOf(target)) << target;

@@ -1,4 +1,4 @@
-// What the checker calls an error is what the module refuses, and nothing else.
+// The checker reports an error if and only if the module refuses the configuration.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -21,7 +21,8 @@ class VerdictTest : public ::testing::Test {
  protected:
   Checked checkPath(const std::string& path) { return check::check({.path = path, .name = path}); }
 
-  // Writes a main file and the two that it may name, of which the first may name the second.
+  // Writes a main file and two dedicated files. The main file may name both, and the first may name
+  // the second.
   std::string writeConfiguration(std::uint32_t seed) {
     ConfigGenerator generator(seed);
     const unsigned badness = seed % 3 == 0 ? 25 : static_cast<unsigned>(seed % 3);
@@ -37,7 +38,7 @@ class VerdictTest : public ::testing::Test {
   standin::Host host{{.keepRecords = false}};
 };
 
-TEST_F(VerdictTest, ErrorsAreTheModulesRefusals) {
+TEST_F(VerdictTest, ErrorsMatchTheModulesRefusals) {
   constexpr std::uint32_t files = 24000;
   std::size_t accepted = 0;
   for (std::uint32_t seed = 0; seed < files; ++seed) {
@@ -54,7 +55,7 @@ TEST_F(VerdictTest, ErrorsAreTheModulesRefusals) {
   EXPECT_LT(accepted, files - files / 5);
 }
 
-TEST_F(VerdictTest, HoldsForAnyBytes) {
+TEST_F(VerdictTest, ErrorsMatchTheVerdictForAnyBytes) {
   for (std::uint32_t seed = 0; seed < 4000; ++seed) {
     ConfigGenerator generator(seed);
     const std::string path = main.write(generator.soup());
@@ -65,7 +66,7 @@ TEST_F(VerdictTest, HoldsForAnyBytes) {
   }
 }
 
-TEST_F(VerdictTest, DiagnosticsStandInTheOrderOfTheLines) {
+TEST_F(VerdictTest, DiagnosticsFollowTheOrderOfTheLines) {
   for (std::uint32_t seed = 0; seed < 500; ++seed) {
     std::size_t last = 0;
     const std::string path = writeConfiguration(seed);

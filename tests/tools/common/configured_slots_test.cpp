@@ -1,4 +1,4 @@
-// The slots that the tools expect of a configuration are those that the module makes of it.
+// The slots that the tools derive from a configuration match those that the module makes.
 #include "tools/common/ConfiguredSlots.h"
 
 #include <gtest/gtest.h>
@@ -16,7 +16,7 @@ using tools::ConfiguredSlot;
 
 class ConfiguredSlots : public ::testing::Test {
  protected:
-  // Two of each list would not find more than this: a list of two, a single one, an empty one.
+  // Each value type has lists of one and of two entries: enough to notice a wrong order.
   std::string everything() const {
     std::string text =
         "[Meters]\nTarget=" + unusedTarget() + "\n[Engine]\nTarget=" + unusedTarget() + "\n";
@@ -32,7 +32,7 @@ class ConfiguredSlots : public ::testing::Test {
   standin::Host host;
 };
 
-TEST_F(ConfiguredSlots, AreThoseOfTheModuleInItsOrder) {
+TEST_F(ConfiguredSlots, MatchTheModulesSlotsInOrder) {
   const std::string path = everything();
   const auto expected = tools::slotsOf(gateway::ConfigManager(path));
   standin::Engine engine;
@@ -51,7 +51,7 @@ TEST_F(ConfiguredSlots, AreThoseOfTheModuleInItsOrder) {
   instance.stop();
 }
 
-TEST_F(ConfiguredSlots, TellKeysAndGeneratedNames) {
+TEST_F(ConfiguredSlots, HaveKeysAndGeneratedNames) {
   const auto slots = tools::slotsOf(gateway::ConfigManager(
       files.write("two.conf",
                   "[Meters]\nTarget=x:1\n[MetersInt]\nMeter=Key=a\nMeter=Key=b CustomKey=c "

@@ -1,4 +1,4 @@
-// How lines become words, and what is suggested for a mistyped one.
+// Splits lines into words, and suggests a name for a mistyped one.
 #include <gtest/gtest.h>
 
 #include <stdexcept>
@@ -15,7 +15,7 @@ using tools::wordsOf;
 
 using Words = std::vector<std::string>;
 
-TEST(Words, ArePartedByBlanksOfAnyNumber) {
+TEST(Words, AreSeparatedByAnyNumberOfBlanks) {
   EXPECT_EQ(wordsOf("  send\tfast  0a \r"), (std::vector<std::string_view>{"send", "fast", "0a"}));
   EXPECT_EQ(wordsOf(" \t"), std::vector<std::string_view>{});
 }
@@ -31,7 +31,7 @@ TEST(QuotedWords, RefuseAnOpenQuote) {
   EXPECT_THROW(quotedWordsOf("set state \"not"), std::invalid_argument);
 }
 
-TEST(Suggestion, IsTheClosestOfTheCloseOnes) {
+TEST(Suggestion, IsTheClosestName) {
   const Words names{"out_gain", "in_gain", "preset"};
   EXPECT_EQ(closestTo("out_gian", names), "out_gain");  // swapped
   EXPECT_EQ(closestTo("outgain", names), "out_gain");   // missing
@@ -40,7 +40,7 @@ TEST(Suggestion, IsTheClosestOfTheCloseOnes) {
   EXPECT_EQ(closestTo("min_gain", names), "in_gain");
 }
 
-TEST(Suggestion, IsNotMadeForAWordThatIsFarFromAll) {
+TEST(Suggestion, IsEmptyIfNoNameIsClose) {
   EXPECT_EQ(closestTo("level", {"out_gain", "preset"}), "");
   EXPECT_EQ(closestTo("ab", {"cd"}), "");
   EXPECT_EQ(closestTo("gain", {}), "");
