@@ -40,7 +40,7 @@ bool meansOff(std::string_view value) {
 
 std::string remedyForTarget(std::string_view section, const std::string& lost) {
   if (lost.empty()) return fmt::format("write Target=HOST:PORT in [{}]", section);
-  return fmt::format("correct {}, so that its Target applies to [{}]", lost, section);
+  return fmt::format("correct {} so that its Target applies to [{}]", lost, section);
 }
 
 // "line 4, line 6 and 2 more".
@@ -149,8 +149,9 @@ void ConfigurationRules::checkKey(const std::string& list,
              fmt::format("the key {} is already in the list of {} ({}), so the module refuses the "
                          "configuration",
                          inQuotes(entry.key), list, report.nameOf(first->second)),
-             report.isReadAgain(first->second) ? "name this file only once"
-                                               : "remove one of the two, or change its key");
+             report.isReadAgain(first->second)
+                 ? "name this file only once"
+                 : "remove one of the two entries, or change its key");
 }
 
 void ConfigurationRules::checkName(const Section& section, Set set, std::size_t position,

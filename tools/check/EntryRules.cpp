@@ -263,7 +263,8 @@ void EntryReader::reportRepeated(const Word& word, const Field& field) {
 
 void EntryReader::reportCurlyQuote(const Word& word) {
   report_.add(Rule::CurlyQuote, inLine(placeOfValue(value_, word)),
-              "typographic quotes do not quote and become part of the value", "use \" instead");
+              "typographic quotes are ordinary characters here, so they become part of the value",
+              "use \" instead");
 }
 
 // ---- Words that the module ignores ------------------------------------------------------------
@@ -295,7 +296,7 @@ void EntryReader::reportBlankAroundEquals(std::size_t index) {
   report_.add(
       joined ? Rule::WordEndsInEquals : Rule::WordWithoutEquals,
       inLine({begin, last.place.end() - begin}),
-      "a space next to \"=\" separates words, so the module ignores each of these",
+      "a space next to \"=\" splits this word, so the module ignores its parts",
       fmt::format("write {}={} without spaces", joined ? name : std::string_view(words[index].text),
                   last.place.of(value_)));
 }
@@ -365,13 +366,14 @@ std::string EntryReader::remedyForBareWord(std::size_t index) const {
                                 : "VALUE");
   }
   if (isMeter() && (sameName(text, "fast") || sameName(text, "slow"))) {
-    return fmt::format("write Type={} if it is the rate", sameName(text, "fast") ? "fast" : "slow");
+    return fmt::format("write Type={} if that is the rate",
+                       sameName(text, "fast") ? "fast" : "slow");
   }
   const std::size_t begin = words_.words[index].place.begin;
   const std::size_t end = words_.words[index + skip_].place.end();
   const std::string_view all = value_.substr(begin, end - begin);
-  if (index == 0 && skip_ > 0) return fmt::format("write Key=\"{}\" if it is the key", all);
-  if (index == 0) return fmt::format("write Key={} if it is the key", text);
+  if (index == 0 && skip_ > 0) return fmt::format("write Key=\"{}\" if that is the key", all);
+  if (index == 0) return fmt::format("write Key={} if that is the key", text);
   return remedyForTail(words_.words[index - 1].place.of(value_), all);
 }
 
@@ -382,12 +384,12 @@ std::string EntryReader::remedyForTail(std::string_view before, std::string_view
     return "use \" instead of typographic quotes";
   }
   if (equals == before.npos || before.find_first_of("\"'\\") != before.npos) {
-    return "remove it, or put quotes around the value it belongs to";
+    return "remove this, or put quotes around the whole value";
   }
   const std::string_view name = before.substr(0, equals);
   const bool isNumber = name == "DefaultValue" && section_.type != ValueType::String;
-  if (isNumber || name == "Type") return "remove it";
-  return fmt::format("write {}=\"{} {}\" if it is part of the word before", name,
+  if (isNumber || name == "Type") return skip_ == 0 ? "remove it" : "remove them";
+  return fmt::format("write {}=\"{} {}\" if that is the whole value", name,
                      before.substr(equals + 1), text);
 }
 

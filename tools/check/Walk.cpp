@@ -183,11 +183,9 @@ void Walker::leave() {
   Diagnostic at = *left->namedAt;
   at.rule = Rule::DedicatedFileErrors;
   at.severity = Severity::Warning;
-  at.text = fmt::format(
-      "{} has {}, but the module does not refuse the configuration: it skips them and uses the "
-      "others",
-      inQuotes(left->source.name), counted(left->source.badLines, "bad line"));
-  at.remedy = "correct them as described below";
+  at.text = fmt::format("the module skips {} in {} and uses the rest of the file",
+                        counted(left->source.badLines, "bad line"), inQuotes(left->source.name));
+  at.remedy = "correct what is reported below";
   findings_.add(std::move(at));
 }
 
@@ -378,9 +376,8 @@ void Walker::closeHeader(Frame& frame) {
   Diagnostic at = header.at;
   at.rule = Rule::UnusedSection;
   at.severity = Severity::Warning;
-  at.text = fmt::format(
-      "there is no section {}, but the module does not notice, because this one has no pairs",
-      inQuotes(header.name));
+  at.text = fmt::format("there is no section {}, but the module ignores a header without pairs",
+                        inQuotes(header.name));
   at.remedy = close.empty() ? "remove the header, or put \";\" in front of it"
                             : fmt::format("did you mean [{}]?", close);
   findings_.add(std::move(at));
@@ -448,8 +445,8 @@ void Walker::reportContinuation(const Frame& frame, LineReport& report) {
                              : isEntry                     ? "it adds an entry"
                              : sameName(key, "File")       ? "it adds a file"
                              : !isSwitch                   ? "it replaces that value"
-                             : sameName(text, "true")      ? "it switches it on"
-                                                           : "it switches it off";
+                             : sameName(text, "true")      ? "it switches the meters on"
+                                                           : "it switches the meters off";
   report.add(Rule::IndentedLine, {0, line.body.end()},
              fmt::format("this indented line is {}another value of {} in {}: {}", looks,
                          inQuotes(key), report.nameOf(frame.pendingSpot), effect),
@@ -720,9 +717,10 @@ void Walker::include(const std::string& path, Span place, LineReport& report) {
     if (std::exchange(tooManyReported_, true)) return;
     return reportEndless(
         Rule::TooManyFiles, place,
-        fmt::format("the dedicated files are too many, too large or nested too deep: {} so far, {} "
-                    "deep, {} bytes",
-                    included_, frames_.size(), includedBytes_),
+        fmt::format(
+            "the dedicated files are too many, too large or nested too deeply: {} so far, {} "
+            "deep, {} bytes",
+            included_, frames_.size(), includedBytes_),
         "name each dedicated file only once", report);
   }
   SourceFile source{

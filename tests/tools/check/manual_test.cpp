@@ -1,5 +1,5 @@
-// docs/configuration.md matches the checker. It has the same rules in the same words, and the checker
-// judges each of its configurations as the text around it does.
+// docs/configuration.md matches the checker: it has the same rules in the same words, and the
+// checker judges each of its configurations as the document does.
 #include <gtest/gtest.h>
 
 #include <algorithm>
