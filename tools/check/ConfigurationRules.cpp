@@ -108,7 +108,7 @@ void ConfigurationRules::setSwitch(Setting& setting, std::string_view key, std::
   const std::string what = value.empty() ? "an empty value" : "the value " + inQuotes(value);
   std::string remedy = "write true or false";
   if (value.find('#') != value.npos) {
-    remedy = "begin the comment with \" ;\": \"#\" does not begin one here";
+    remedy = "write \" ;\" instead of \"#\" to begin the comment";
   } else if (meansOn(value)) {
     remedy = fmt::format("write {}=true to switch it on", key);
   } else if (meansOff(value)) {
@@ -197,7 +197,7 @@ void ConfigurationRules::noteLostTarget(std::string_view section, const std::str
     return std::search(section.begin(), section.end(), part.begin(), part.end(), same) !=
            section.end();
   };
-  // A section name that hints at neither may be meant as either.
+  // If the name of the section suggests neither, the Target may belong to either.
   if (!has("eng") && lostMetersTarget_.empty()) lostMetersTarget_ = line;
   if (!has("met") && lostEngineTarget_.empty()) lostEngineTarget_ = line;
 }
@@ -211,7 +211,7 @@ void ConfigurationRules::finish(const std::string& file, std::uint64_t lastOrder
   judgeEngine(atFile, findings);
 }
 
-// Why a meters target is needed, as part of a sentence; empty if it is not.
+// Why a meters target is needed, as part of a sentence; empty if none is needed.
 std::string ConfigurationRules::metersNeed() const {
   const auto rate = [](const Setting& setting, std::string_view name) {
     return setting.isGiven ? fmt::format("{} meters are switched on in {}", name, setting.name)

@@ -55,7 +55,7 @@ class ConfigurationRules {
     bool isGenerated = false;
   };
 
-  // The entries of a set, which need a target and a rate: their number, and the lines of the first.
+  // The entries of a set: how many there are, and the lines of the first few.
   struct Users {
     static constexpr std::size_t named = 4;
     std::size_t count = 0;
@@ -86,8 +86,8 @@ class ConfigurationRules {
   std::array<std::array<std::size_t, gateway::valueTypes.size()>, 3> sizes_{};
   std::array<std::unordered_map<std::string, SlotName>, 3> names_;
   std::array<Users, 3> users_;
-  std::string lostMetersTarget_;  // its line
-  std::string lostEngineTarget_;
+  std::string lostMetersTarget_;  // the line of a misplaced one
+  std::string lostEngineTarget_;  // likewise
   std::size_t entries_ = 0;
 };
 

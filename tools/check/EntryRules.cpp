@@ -154,7 +154,7 @@ std::string_view EntryReader::wordAtEnd(std::string_view text) const {
   for (const std::string& word : wordsOf(section_.kind)) {
     if (!text.ends_with(word) || word.size() <= longest.size()) continue;
     const std::string_view before = text.substr(0, text.size() - word.size());
-    // "MonKey" does not end with the word Key.
+    // "MonKey" is a word of its own, not "Mon" and Key.
     const bool isApart =
         before.empty() || std::isalnum(static_cast<unsigned char>(before.back())) == 0;
     if (isApart || word != "Key") longest = word;

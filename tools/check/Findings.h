@@ -48,7 +48,7 @@ class Findings {
   std::size_t count(Severity severity) const { return counts_[index(severity)]; }
   std::size_t omitted() const;
 
-  // The kept ones, in order. Call this once, at the end.
+  // The kept diagnostics, in the order of the lines. Call this once, at the end.
   std::vector<Diagnostic> take();
 
  private:

@@ -1,6 +1,6 @@
 // Reports the diagnostics about one line.
 //
-// Threads: one at a time. Ownership: it refers to its constructor's arguments, which outlive it.
+// Threads: one at a time. Ownership: the constructor's arguments must outlive it.
 #pragma once
 
 #include <cstddef>
@@ -56,7 +56,7 @@ class LineReport {
   // notes, and reports what would be an error in the main file with this remedy.
   void takeAsMisplaced(std::string remedy) { misplaced_ = std::move(remedy); }
 
-  // What the module does about a bad line: the end of a text.
+  // What the module does about a bad line, as the last part of a text.
   std::string consequence() const;
 
   // The name of this line in any message: "line 7" of the main file, or "other.conf:7".

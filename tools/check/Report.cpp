@@ -70,7 +70,7 @@ Row rowOf(const tools::ConfiguredSlot& slot) {
 struct DefaultJson {
   Json operator()(float value) const {
     const std::string text = fmt::format("{}", value);
-    // Converted by its text, so that 0.1f prints as 0.1 and not as 0.10000000149.
+    // Goes through the text, so that 0.1f prints as 0.1 and not as 0.10000000149.
     return std::isfinite(value) ? Json(std::strtod(text.c_str(), nullptr)) : Json(text);
   }
   template <class T>

@@ -14,7 +14,7 @@ enum class Severity { Error, Warning, Note };
 
 std::string_view nameOf(Severity severity);
 
-// The table has the same order.
+// In the order of the table.
 enum class Rule : std::uint8_t {
   // Lines that the reader or the module refuses.
   BadLine,

@@ -16,7 +16,7 @@ Span trim(std::string_view text, Span span) {
   return span;
 }
 
-// The part before an inline comment, which is a ";" after white space within the part.
+// The part before an inline comment. A ";" begins a comment if white space in the part precedes it.
 Span beforeComment(std::string_view text, Span span) {
   for (std::size_t i = span.begin + 1; i < span.end(); ++i) {
     if (text[i] == ';' && isBlank(text[i - 1])) return {span.begin, i - span.begin};

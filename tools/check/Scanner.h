@@ -64,7 +64,7 @@ class Scanner {
   const Line& line() const { return line_; }
 
   // The section that the line is in or begins, and the name that an indented line would continue.
-  // Both are cut as by the reader.
+  // Both are cut as the reader cuts them.
   const std::string& section() const { return section_; }
   const std::string& pendingName() const { return pendingName_; }
 

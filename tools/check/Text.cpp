@@ -134,7 +134,7 @@ Excerpt excerptOf(std::string_view line, std::size_t begin, std::size_t size) {
   constexpr std::size_t widest = 110;
   constexpr std::size_t lead = 40;
   constexpr std::string_view dots = "...";
-  if (line.ends_with('\r')) line.remove_suffix(1);  // part of the line's end
+  if (line.ends_with('\r')) line.remove_suffix(1);  // of a CRLF line end
   begin = std::min(begin, line.size());
   const bool fits = line.size() <= widest;
   const std::size_t from = fits || begin <= lead ? 0 : characterBegin(line, begin - lead);

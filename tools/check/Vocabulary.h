@@ -24,7 +24,7 @@ struct Section {
   std::vector<std::string> keys;
 };
 
-// The section of this name, which must be cut as by the reader. Compares as the module does.
+// The section with this name, which must be cut as the reader cuts it. Compares as the module does.
 const Section& sectionOf(std::string_view name);
 
 // The sections with a fixed name.
@@ -38,11 +38,11 @@ const std::vector<std::string>& wordsOf(SectionKind kind);
 // Ignores case, as the module does when it compares the names of sections and keys.
 bool sameName(std::string_view a, std::string_view b);
 
-// The one of `names` that is the same name, or an empty text. It refers to `names`.
+// The element of `names` that is the same name, or an empty text. The result refers to `names`.
 std::string_view sameNameIn(std::string_view name, const std::vector<std::string>& names);
 std::string_view sameNameIn(std::string_view name, std::vector<std::string>&& names) = delete;
 
-// The one of `names` that `name` was probably meant to be, or an empty text. Ignores case.
+// The element of `names` that was probably meant by `name`, or an empty text. Ignores case.
 std::string closestName(std::string_view name, const std::vector<std::string>& names);
 
 // All keys of all sections.

@@ -485,7 +485,7 @@ void Walker::takeValue(Frame& frame, std::string_view key, LineReport& report) {
   const Span value = report.line().value;
   const bool isKnown = !sameNameIn(key, section.keys).empty();
   if (!isKnown) {
-    // The continuation lines of a pair are as bad as the pair, which is already reported.
+    // The pair itself is already reported. Its continuation lines add nothing.
     if (report.line().kind == LineKind::Pair) reportUnknownKey(section, key, report);
   } else if (section.kind == SectionKind::Condition) {
     takeFileLine(frame, report);
@@ -649,7 +649,7 @@ std::string remedyForMarks(std::string_view path) {
     return "remove the quotes, which are part of the path";
   }
   if (path.find(" #") != path.npos) {
-    return "begin the comment with \" ;\": \"#\" does not begin one here";
+    return "write \" ;\" instead of \"#\" to begin the comment";
   }
   return {};
 }

@@ -36,7 +36,7 @@ TEST(Suggestion, IsTheClosestName) {
   EXPECT_EQ(closestTo("out_gian", names), "out_gain");  // swapped
   EXPECT_EQ(closestTo("outgain", names), "out_gain");   // missing
   EXPECT_EQ(closestTo("Preset", names), "preset");      // case
-  EXPECT_EQ(closestTo("presets", names), "preset");     // surplus
+  EXPECT_EQ(closestTo("presets", names), "preset");     // extra
   EXPECT_EQ(closestTo("min_gain", names), "in_gain");
 }
 
