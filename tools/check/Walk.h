@@ -29,7 +29,7 @@ struct WalkLimits {
   std::size_t entries = 1000000;
 };
 
-// Whether the module would finish reading the configuration. If not, it must not read it.
+// Whether the module would finish reading the configuration. If not, do not let it start.
 enum class Reading { Finite, Endless };
 
 // Checks the file at `path` and adds what is wrong to `findings`. Messages call the file `name`.
