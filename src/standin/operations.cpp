@@ -1,12 +1,11 @@
-#include <algorithm>
 #include <chrono>
 #include <cstdarg>
-#include <cstdio>
 #include <cstring>
 #include <new>
 
 #include "standin/AcceptedLeak.h"
 #include "standin/HostState.h"
+#include "standin/PrintfText.h"
 
 namespace standin {
 namespace {
@@ -65,17 +64,6 @@ std::uint64_t sizeOf(std::uint32_t valueType) {
 bool reservedAreZero(const sonalith_moduleOffset& slot) {
   return (slot.reserved8 | slot.reserved24 | slot.reserved40 | slot.reserved48 | slot.reserved60 |
           slot.reserved72 | slot.reserved80) == 0;
-}
-
-__attribute__((format(printf, 1, 0))) std::string formatted(const char* format, va_list arguments) {
-  va_list again;
-  va_copy(again, arguments);
-  const int length = std::max(std::vsnprintf(nullptr, 0, format, again), 0);
-  va_end(again);
-  std::string text(static_cast<std::size_t>(length) + 1, '\0');
-  std::vsnprintf(text.data(), text.size(), format, arguments);
-  text.pop_back();
-  return text;
 }
 
 }  // namespace
@@ -305,9 +293,10 @@ void sonalith_log(int32_t level, const char* file, int32_t line, int32_t one, co
   if (!call.given(file != nullptr && format != nullptr) || !call.isHeard()) return;
   va_list arguments;
   va_start(arguments, format);
-  std::string text = standin::formatted(format, arguments);
+  standin::PrintfText printed = standin::printfText(format, arguments);
   va_end(arguments);
-  call.log({now, level, file, line, one, std::move(text)});
+  call.log(
+      {now, level, file, line, one, format, std::move(printed.arguments), std::move(printed.text)});
 }
 
 void* sonalith_calloc(uint64_t count, uint64_t size) {

@@ -31,7 +31,23 @@ TEST_F(Log, KeepsAllThatALineCarries) {
   EXPECT_EQ(lines[0].file, "src/file.cpp");
   EXPECT_EQ(lines[0].line, 42);
   EXPECT_EQ(lines[0].one, 1);
+  EXPECT_EQ(lines[0].format, "%s(%s, %p) %d%%");
+  EXPECT_EQ(lines[0].arguments, (Texts{"startCycle", "gateway", "(nil)", "7"}));
   EXPECT_EQ(lines[0].text, "startCycle(gateway, (nil)) 7%");
+}
+
+TEST_F(Log, KeepsEachArgumentAsItAppearsInTheText) {
+  sonalith_log(1, "file", 1, 1, "%5d|%-4s|%.2s|%*d|%+.1f|%lx|%hhu|%c|100%%|%zu", 42, "ab", "cdef",
+               3, 7, 2.25, 255L, 300, 'x', std::size_t{9});
+  const auto line = host.log().at(0);
+  EXPECT_EQ(line.arguments, (Texts{"   42", "ab  ", "cd", "  7", "+2.2", "ff", "44", "x", "9"}));
+  EXPECT_EQ(line.text, "   42|ab  |cd|  7|+2.2|ff|44|x|100%|9");
+}
+
+TEST_F(Log, KeepsNoArgumentsOfAFixedText) {
+  sonalith_log(1, "file", 1, 1, "a fixed text");
+  EXPECT_EQ(host.log().at(0).format, "a fixed text");
+  EXPECT_EQ(host.log().at(0).arguments, Texts{});
 }
 
 TEST_F(Log, FormatsTextsOfAnyLength) {

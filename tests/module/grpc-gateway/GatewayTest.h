@@ -8,12 +8,15 @@
 
 #include "standin/Host.h"
 #include "standin/LoadedModule.h"
+#include "tests/module/grpc-gateway/ModuleLog.h"
 #include "tests/support/TemporaryFolder.h"
 
 using Journal = std::vector<std::string>;
 
 class GatewayTest : public ::testing::Test {
  protected:
+  ~GatewayTest() override { expectModuleLog(host.log()); }
+
   // What a stop logs, but for the tags that it flushes.
   const Journal stopSteps = {
       "log 1 stopCycle(gateway)",
@@ -33,7 +36,10 @@ class GatewayTest : public ::testing::Test {
 
   // Leaves out what the module logs, or all but that.
   Journal journalWithoutLog() const { return filtered(false); }
-  Journal log() const { return filtered(true); }
+  Journal log() const {
+    expectModuleLog(host.log());
+    return filtered(true);
+  }
 
   // What holds at the end of every test that stopped what it started.
   void expectNothingLeft() const {
