@@ -2,6 +2,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 
 #include <string>
 #include <vector>
@@ -12,6 +13,11 @@
 #include "tests/support/TemporaryFolder.h"
 
 using Journal = std::vector<std::string>;
+
+// How a death test ends where the way is not fixed, such as by a signal or a sanitizer's report.
+inline bool endsAbnormally(int status) {
+  return !WIFEXITED(status) || WEXITSTATUS(status) != 0;
+}
 
 class GatewayTest : public ::testing::Test {
  protected:

@@ -1,6 +1,7 @@
 // What no caller of the client sees: states that only a race reaches, and its event loop.
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <functional>
 #include <future>
 #include <latch>
@@ -210,6 +211,24 @@ TEST_F(gRPCGatewayClientTest, EndsItsThreadAtAnExceptionAndStillStopsInOrder) {
   EXPECT_EQ(std::count(lines.begin(), lines.end(), flushLine(left)), 1);
   EXPECT_EQ(std::count(lines.begin(), lines.end(), flushLine(nullptr)), 1);  // the stop's alarm
   delete raising;
+}
+
+// Only exceptions of the standard family end the loop; any other ends the process.
+TEST_F(gRPCGatewayClientTest, AnExceptionThatIsNotStandardLeavesTheLoopAndEndsTheProcess) {
+  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_EXIT(
+      {
+        auto client = build(noTargets);
+        int deletions = 0;
+        std::latch raising(1);
+        post(*client, new Probe(deletions, false, [&] {
+          raising.count_down();
+          throw 42;
+        }));
+        raising.wait();
+        client.reset();  // waits for the loop, where the exception did not leave it
+      },
+      ::testing::KilledBySignal(SIGABRT), "");
 }
 
 // The stop comes while the loop is inside an event and a further one waits: that one is dropped,

@@ -1,5 +1,7 @@
 // Dedicated files: when they are read, what becomes of their lines, and what is said.
+#include <sys/prctl.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -77,13 +79,53 @@ TEST_F(ConfigDedicatedFile, TheConditionMayBeAFolder) {
   EXPECT_EQ(readSound(guarded(".", "File=extra.conf\n")), sound({.fastMeterInts = {{.key = "a"}}}));
 }
 
-// To exist is enough: nobody needs to be allowed to read it.
-TEST_F(ConfigDedicatedFile, TheConditionMayBeUnreadable) {
+// Root may read every file, so a test that runs as root is another user while this lives.
+class OrdinaryUser {
+ public:
+  OrdinaryUser() { become(nobody); }
+  ~OrdinaryUser() {
+    become(root);
+    prctl(PR_SET_DUMPABLE, 1);  // changing the user clears it, and the leak sanitizer needs it
+  }
+  OrdinaryUser(const OrdinaryUser&) = delete;
+  OrdinaryUser& operator=(const OrdinaryUser&) = delete;
+
+ private:
+  static constexpr uid_t root = 0;
+  static constexpr uid_t nobody = 65534;
+
+  void become(uid_t user) const {
+    const bool done = !wasRoot_ || setresuid(user, user, root) == 0;
+    EXPECT_TRUE(done) << "can't become user " << user;
+  }
+
+  const bool wasRoot_ = geteuid() == root;
+};
+
+TEST_F(ConfigDedicatedFile, TheConditionNeedNotBeReadable) {
+  using std::filesystem::perms;
   writeMeter("extra.conf", "a");
   write("flag", "");
-  std::filesystem::permissions("flag", std::filesystem::perms::none);
-  EXPECT_EQ(readSound(guarded("flag", "File=extra.conf\n")),
+  write("main.conf", targets + guarded("flag", "File=extra.conf\n"));
+  std::filesystem::permissions("flag", perms::none);
+  std::filesystem::permissions(".", perms::owner_all | perms::group_exec | perms::others_exec);
+  const OrdinaryUser user;
+  ASSERT_NE(access("flag", R_OK), 0);
+  EXPECT_EQ(readPath("main.conf"), sound({.fastMeterInts = {{.key = "a"}}}));
+}
+
+TEST_F(ConfigDedicatedFile, TheConditionMayBeALinkToAFile) {
+  writeMeter("extra.conf", "a");
+  std::filesystem::create_symlink("extra.conf", "link");
+  EXPECT_EQ(readSound(guarded("link", "File=extra.conf\n")),
             sound({.fastMeterInts = {{.key = "a"}}}));
+}
+
+TEST_F(ConfigDedicatedFile, ADanglingLinkIsAMissingCondition) {
+  writeMeter("extra.conf", "a");
+  std::filesystem::create_symlink("/no/such/file", "link");
+  EXPECT_EQ(readSound(guarded("link", "File=extra.conf\n")), sound());
+  EXPECT_EQ(log(), Lines{notThere("link")});
 }
 
 TEST_F(ConfigDedicatedFile, TheConditionIsNotTrimmed) {

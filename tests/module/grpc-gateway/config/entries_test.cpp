@@ -167,6 +167,14 @@ TEST_F(ConfigEntry, AWordWithoutEqualsSignIsSkipped) {
   EXPECT_EQ(log(), Lines{});
 }
 
+TEST_F(ConfigEntry, AnEntryMayHaveHundredsOfWords) {
+  std::string words;
+  for (int i = 0; i < 450; ++i) words += "x ";
+  EXPECT_EQ(meter(words + "Key=a CustomKey=b"), givesMeter({.key = "a", .customKey = "b"}));
+  EXPECT_EQ(param(words + "Key=a CustomKey=b"), givesParam({.key = "a", .customKey = "b"}));
+  EXPECT_EQ(log(), Lines{});
+}
+
 TEST_F(ConfigEntry, AWordThatEndsInAnEqualsSignIsSkipped) {
   EXPECT_EQ(meter("Key=a CustomKey=b Key= CustomKey=c= Type= DefaultValue= Bogus= Bogus=d="),
             givesMeter({.key = "a", .customKey = "b"}));

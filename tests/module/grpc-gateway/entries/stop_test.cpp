@@ -102,6 +102,13 @@ TEST_F(Stop, AnotherKindOfExceptionPassesOn) {
   expectNothingLeft();
 }
 
+// A refused start leaves such a record, and a host must not stop it.
+TEST_F(Stop, ARecordWithoutPrivateDataFaults) {
+  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+  ASSERT_EQ(instance.record().privateData, nullptr);
+  EXPECT_EXIT(instance.stop(), endsAbnormally, "");
+}
+
 TEST_F(Stop, AnExceptionInTheDestructionOfTheManagerEndsTheProcess) {
   ::testing::FLAGS_gtest_death_test_style = "threadsafe";
   EXPECT_EXIT(

@@ -255,6 +255,24 @@ TEST_F(Params, ANullKeyEndsTheIterationOfAHostThatStopsAtOne) {
   stopQuietly();
 }
 
+TEST_F(Params, ItemsThatDoNotMatchDoNotEndTheIterationOfAHostThatStopsAtOne) {
+  host.setChoices({.iterationStopsAtOne = true});
+  startEngineSide();
+  KeyValueList changes;
+  changes
+      .addFloat("other.gain", 1)           // of another module
+      .addInt("gateway.gain", 1)           // of another type
+      .addFloat("gateway.other", 1)        // no slot has this name
+      .addString("gateway.name", nullptr)  // no text
+      .addIntArray("gateway.delay", {1})   // types that are never forwarded
+      .addDouble("gateway.gain", 1)
+      .addOther("gateway.gain", 8, {})
+      .addInt("gateway.delay", 5);
+  notify(changes);
+  EXPECT_EQ(received(), Request().addInt("delay", 5).hex());
+  stopQuietly();
+}
+
 // It is an error of the host whatever the item would have come to.
 TEST_F(Params, ANullKeyIsLoggedAlsoForItemsThatAreDropped) {
   host.setChoices({.iterationStopsAtOne = false});
@@ -285,6 +303,16 @@ TEST_F(Params, AnotherKindOfExceptionPassesOn) {
   startEngineSide();
   host.setHook(Operation::KeyValueListIsEmpty, [] { throw 42; });
   KeyValueList changes;
+  EXPECT_THROW(notify(changes), int);
+  instance.stop();
+}
+
+// The same in the filter, which the host's iteration calls.
+TEST_F(Params, AnExceptionOfTheFilterThatIsNotStandardPassesOn) {
+  startEngineSide();
+  host.setHook(Operation::KeyValueListAdd, [] { throw 42; });
+  KeyValueList changes;
+  changes.addInt("gateway.delay", 1);
   EXPECT_THROW(notify(changes), int);
   instance.stop();
 }

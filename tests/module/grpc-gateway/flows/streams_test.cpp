@@ -132,9 +132,15 @@ TEST_F(Streams, BuildTheirSlotsSlowBeforeFastAndTypeByType) {
   expectNothingLeft();
 }
 
-TEST_F(Streams, OfAClientThatIsRefusedTheRegistrationAreClosedAgain) {
+TEST_F(Streams, ARefusedRegistrationClosesThemAtTheServer) {
   host.setChoices({.registrationFails = true});
+  host.setHook(standin::Operation::AddCallback, [this] {
+    servers.waitEvent("open fast ");
+    servers.waitEvent("open slow ");
+  });
   EXPECT_EQ(start(common()), -1);
+  EXPECT_EQ(servers.waitEvent("closed fast "), "closed fast 1 cancelled");
+  EXPECT_EQ(servers.waitEvent("closed slow "), "closed slow 1 cancelled");
   EXPECT_EQ(instance.record().privateData, nullptr);
   expectNothingLeft();
 }
