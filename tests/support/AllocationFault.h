@@ -16,14 +16,16 @@ class AllocationFault {
  public:
   enum class Lasting { Once, ForGood };
   enum class Covers { ThisThread, NoThreadYet };
+  // What operator new throws: std::bad_alloc, or an int, which no handler of the module catches.
+  enum class Throws { BadAlloc, Int };
   // A number that no request reaches: to count alone.
   static constexpr int never = std::numeric_limits<int>::max();
 
   // While it lives, the nth request of the threads that it covers (1: the next one) fails, and if
-  // for good, all that follow, too: operator new throws std::bad_alloc, malloc gives null. Covers
-  // also any thread on which coverThisThread is called; a thread is under one cover, the last.
+  // for good, all that follow, too: operator new throws, malloc gives null. Covers also any thread on
+  // which coverThisThread is called; a thread is under one cover, the last.
   explicit AllocationFault(int nth, Lasting lasting = Lasting::Once,
-                           Covers covers = Covers::ThisThread);
+                           Covers covers = Covers::ThisThread, Throws what = Throws::BadAlloc);
   ~AllocationFault();
   AllocationFault(const AllocationFault&) = delete;
   AllocationFault& operator=(const AllocationFault&) = delete;

@@ -1,4 +1,6 @@
-// A start that gets no memory for its own objects.
+// What happens when the module's own allocations fail: at a start, and as an exception of a kind that
+// the module must not catch.
+#include <algorithm>
 #include <cstring>
 
 #include "tests/module/grpc-gateway/GatewayTest.h"
@@ -31,6 +33,46 @@ TEST_F(StartWithoutMemory, ForTheManagerLeavesThePrivateState) {
   EXPECT_NE(instance.record().privateData, nullptr);
   instance.stop();
   expectNothingLeft();
+}
+
+// ---- Exceptions that are not standard -----------------------------------------------------------
+
+class Notification : public GatewayTest {
+ protected:
+  void notify() {
+    standin::KeyValueList changes;
+    changes.addString("gateway.name", "a text that needs memory of its own");
+    engine.notify(&changes);
+  }
+
+  // The number of the first allocation in addParamToRequest, counted from the start of a
+  // notification.
+  int firstAllocationInConversion() {
+    const AllocationFault counting(AllocationFault::never);
+    notify();
+    const auto allocations = counting.allocations();
+    const auto first =
+        std::find_if(allocations.begin(), allocations.end(), [](const auto& allocation) {
+          return allocation.throws && allocation.callers.include("addParamToRequest");
+        });
+    EXPECT_NE(first, allocations.end());
+    return static_cast<int>(first - allocations.begin()) + 1;
+  }
+};
+
+TEST_F(Notification, LetsAnExceptionOfTheConversionPassThatIsNotStandard) {
+  ASSERT_EQ(start("[Meters]\nEnableFastMeters=false\nEnableSlowMeters=false\n"
+                  "[Engine]\nTarget=127.0.0.1:1\n"
+                  "[EngineString]\nParam=Key=a.key.that.needs.memory.of.its.own CustomKey=name\n"),
+            0);
+  const int nth = firstAllocationInConversion();
+  {
+    const AllocationFault fault(nth, AllocationFault::Lasting::Once,
+                                AllocationFault::Covers::ThisThread, AllocationFault::Throws::Int);
+    EXPECT_THROW(notify(), int);
+    EXPECT_EQ(fault.failureCount(), 1u);
+  }
+  instance.stop();
 }
 
 }  // namespace

@@ -108,9 +108,7 @@ class FlowTest : public GatewayTest {
   void deliverFast(Batch batch) { deliver(standin::SlotSet::Fast, std::move(batch)); }
   void deliverSlow(Batch batch) { deliver(standin::SlotSet::Slow, std::move(batch)); }
 
-  void notify(standin::KeyValueList& changes) {
-    engine.notify(&changes);
-  }
+  void notify(standin::KeyValueList& changes) { engine.notify(&changes); }
 
   // The next call's request as the service received it.
   std::string received() {

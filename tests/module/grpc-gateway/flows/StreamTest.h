@@ -10,8 +10,13 @@
 
 #include "tests/module/grpc-gateway/flows/FlowTest.h"
 
-// Five seconds less what clocks that are read at different ends may differ by.
+// How long a stream that has ended stays away at least. Less than five seconds, because gRPC reads two
+// clocks one after the other to convert an alarm's time: what passes in between makes it early.
 constexpr std::chrono::milliseconds retryDelay{4990};
+
+// And at most. Generous, because machines under load are late and a channel that has lost its server
+// reconnects in its own time.
+constexpr std::chrono::milliseconds latestRetry{30'000};
 
 using Clock = std::chrono::steady_clock;
 
