@@ -1,8 +1,8 @@
 // Makes allocations of the module fail, and counts the blocks that it holds. A program that links
-// this replaces operator new and malloc with their companions.
+// this replaces operator new, malloc and their companions.
 //
-// Only requests of the module's own code count and fail: see ModuleCode.h. Those of the host, of
-// the test and of libraries go on.
+// Only the requests of the module's own code count and fail (see ModuleCode.h). Those of the host,
+// of the test and of libraries always succeed.
 #pragma once
 
 #include <cstddef>
@@ -22,8 +22,8 @@ class AllocationFault {
   static constexpr int never = std::numeric_limits<int>::max();
 
   // While it lives, the nth request of the threads that it covers (1: the next one) fails, and if
-  // for good, all that follow, too: operator new throws, malloc gives null. Covers also any thread on
-  // which coverThisThread is called; a thread is under one cover, the last.
+  // for good, all that follow, too: operator new throws, malloc gives null. Covers also any thread
+  // on which coverThisThread is called; a thread is under one cover, the last.
   explicit AllocationFault(int nth, Lasting lasting = Lasting::Once,
                            Covers covers = Covers::ThisThread, Throws what = Throws::BadAlloc);
   ~AllocationFault();

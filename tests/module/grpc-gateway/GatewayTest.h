@@ -14,7 +14,7 @@
 
 using Journal = std::vector<std::string>;
 
-// How a death test ends where the way is not fixed, such as by a signal or a sanitizer's report.
+// For death tests whose way to end is not fixed: a signal, or a sanitizer's report.
 inline bool endsAbnormally(int status) {
   return !WIFEXITED(status) || WEXITSTATUS(status) != 0;
 }
@@ -23,7 +23,7 @@ class GatewayTest : public ::testing::Test {
  protected:
   ~GatewayTest() override { expectModuleLog(host.log()); }
 
-  // What a stop logs, but for the tags that it flushes.
+  // What a stop logs, without the tags that it flushes.
   const Journal stopSteps = {
       "log 1 stopCycle(gateway)",
       "log 3 grpc-gateway: destroying module manager..",
@@ -40,14 +40,14 @@ class GatewayTest : public ::testing::Test {
     return instance.start(files.write("gateway.conf", configuration));
   }
 
-  // Leaves out what the module logs, or all but that.
+  // The journal without log lines, and the log lines alone.
   Journal journalWithoutLog() const { return filtered(false); }
   Journal log() const {
     expectModuleLog(host.log());
     return filtered(true);
   }
 
-  // What holds at the end of every test that stopped what it started.
+  // Holds at the end of every test that has stopped what it started.
   void expectNothingLeft() const {
     EXPECT_EQ(host.outstanding(), standin::Outstanding{});
     EXPECT_EQ(host.violations(), std::vector<std::string>{});

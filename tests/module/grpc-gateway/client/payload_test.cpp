@@ -54,7 +54,7 @@ class AsyncMetersPayloadTest : public ::testing::Test {
     return new AsyncMetersPayload(&queue, nullptr, nullptr, rate, [this] { ++restarts; });
   }
 
-  // Friendship does not reach the tests themselves.
+  // Friendship does not extend to the tests themselves.
   static void process(AsyncMetersPayload& payload, const Meter& message) {
     payload.meter = message;
     payload.ProcessMeters();
@@ -66,13 +66,13 @@ class AsyncMetersPayloadTest : public ::testing::Test {
 
 // ---- Events -------------------------------------------------------------------------------------
 
-// No call exists that could be finished.
-TEST_F(AsyncMetersPayloadTest, ACallThatFailsToStartIsFollowedByTheNextAttemptAtTheAlarm) {
+// Such a call can't be finished, so the alarm is set at once.
+TEST_F(AsyncMetersPayloadTest, AfterACallThatFailsToStartTheAlarmStartsTheNextAttempt) {
   AsyncMetersPayload* const payload = create();
   payload->Proceed(false);
   EXPECT_EQ(restarts, 0);
-  payload->Proceed(
-      true);  // the alarm; the payload deletes itself, or the leak sanitizer reports it
+  // The alarm. The payload then deletes itself, or the leak sanitizer reports it.
+  payload->Proceed(true);
   EXPECT_EQ(restarts, 1);
 }
 
@@ -113,7 +113,7 @@ TEST_F(AsyncMetersPayloadTest, EachAttemptHasAContextOfItsOwnWithoutDeadlineOrCo
 
 // ---- Messages -----------------------------------------------------------------------------------
 
-// A payload whose table has one slot of each type, none of which holds a default value.
+// A payload with one slot of each type, whose values differ from the defaults.
 class MeterMessage : public AsyncMetersPayloadTest {
  protected:
   struct Values {
@@ -151,7 +151,7 @@ TEST_F(MeterMessage, WithoutItemsChangesNoSlot) {
   }
 }
 
-// Only exceptions of the standard family are caught; the others are the host's own affair.
+// Only exceptions of the standard family are caught.
 TEST_F(MeterMessage, LetsAnExceptionPassThatIsNotStandard) {
   const auto payload = reading(MeterEntryType::Fast);
   host.setHook(standin::Operation::Strncpy, [] { throw 42; });

@@ -1,5 +1,5 @@
-// What happens when the module's own allocations fail: at a start, and as an exception of a kind that
-// the module must not catch.
+// The module's own allocations fail: at a start for want of memory, and in a notification with an
+// exception that the module must not catch.
 #include <algorithm>
 #include <cstring>
 
@@ -10,7 +10,7 @@ namespace {
 
 class StartWithoutMemory : public GatewayTest {
  protected:
-  // Starts, and has the module's nth allocation of its own fail.
+  // Starts the module while its nth own allocation fails.
   int startFailing(int nth) {
     standin::KeyValueList params;
     params.addString("gatewayConfigPath", files.path("gateway.conf").c_str());
@@ -19,7 +19,7 @@ class StartWithoutMemory : public GatewayTest {
   }
 };
 
-TEST_F(StartWithoutMemory, ForThePrivateStateLeavesTheRecordUntouched) {
+TEST_F(StartWithoutMemory, ForThePrivateDataItLeavesTheRecordUntouched) {
   const sonalith_module before = instance.record();
   EXPECT_EQ(startFailing(1), -1);
   EXPECT_EQ(log().back(), "log 3 C++ exception in grpc gateway: std::bad_alloc");
@@ -27,7 +27,7 @@ TEST_F(StartWithoutMemory, ForThePrivateStateLeavesTheRecordUntouched) {
   expectNothingLeft();
 }
 
-TEST_F(StartWithoutMemory, ForTheManagerLeavesThePrivateState) {
+TEST_F(StartWithoutMemory, ForTheManagerItLeavesThePrivateData) {
   EXPECT_EQ(startFailing(2), -1);
   EXPECT_EQ(log().back(), "log 3 C++ exception in grpc gateway: std::bad_alloc");
   EXPECT_NE(instance.record().privateData, nullptr);
@@ -35,7 +35,7 @@ TEST_F(StartWithoutMemory, ForTheManagerLeavesThePrivateState) {
   expectNothingLeft();
 }
 
-// ---- Exceptions that are not standard -----------------------------------------------------------
+// ---- An exception that is not standard ----------------------------------------------------------
 
 class Notification : public GatewayTest {
  protected:
@@ -45,8 +45,7 @@ class Notification : public GatewayTest {
     engine.notify(&changes);
   }
 
-  // The number of the first allocation in addParamToRequest, counted from the start of a
-  // notification.
+  // The number of the first allocation in addParamToRequest, from the beginning of a notification.
   int firstAllocationInConversion() {
     const AllocationFault counting(AllocationFault::never);
     notify();
@@ -60,7 +59,7 @@ class Notification : public GatewayTest {
   }
 };
 
-TEST_F(Notification, LetsAnExceptionOfTheConversionPassThatIsNotStandard) {
+TEST_F(Notification, AnExceptionOfTheConversionThatIsNotStandardReachesTheHost) {
   ASSERT_EQ(start("[Meters]\nEnableFastMeters=false\nEnableSlowMeters=false\n"
                   "[Engine]\nTarget=127.0.0.1:1\n"
                   "[EngineString]\nParam=Key=a.key.that.needs.memory.of.its.own CustomKey=name\n"),

@@ -1,4 +1,4 @@
-// What the module puts on the wire, below what a gRPC server shows of it.
+// What the module sends, including what a gRPC server does not show to its application.
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -16,17 +16,18 @@
 
 namespace {
 
-// One call as a client sent it.
+// A call as the client sent it.
 struct SentCall {
-  std::string headers;  // as encoded: plain text, but what an earlier call has sent is a number
+  std::string headers;  // encoded: plain text, or a number for a header that was sent before
   std::string body;
   bool isComplete = false;
 };
 
-// A server that takes one connection, says just enough HTTP/2 to be sent calls, and answers none.
-class Listener {
+// A server that accepts one connection and speaks just enough HTTP/2 to be sent calls. It answers
+// none.
+class SilentServer {
  public:
-  Listener() {
+  SilentServer() {
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -39,16 +40,16 @@ class Listener {
     }
     target_ = "127.0.0.1:" + std::to_string(ntohs(address.sin_port));
   }
-  ~Listener() {
+  ~SilentServer() {
     if (connection_ >= 0) close(connection_);
     close(listener_);
   }
-  Listener(const Listener&) = delete;
-  Listener& operator=(const Listener&) = delete;
+  SilentServer(const SilentServer&) = delete;
+  SilentServer& operator=(const SilentServer&) = delete;
 
   const std::string& target() const { return target_; }
 
-  // The next connection's first calls, in the order of their streams.
+  // The first calls of the next connection, in the order of their HTTP/2 streams.
   std::vector<SentCall> receive(std::size_t count) {
     accept();
     std::map<std::uint32_t, SentCall> calls;
@@ -82,7 +83,7 @@ class Listener {
   std::string read(std::size_t count) {
     std::string bytes(count, '\0');
     if (recv(connection_, bytes.data(), count, MSG_WAITALL) != static_cast<ssize_t>(count)) {
-      throw std::runtime_error("the client has sent less than was expected");
+      throw std::runtime_error("the client has stopped sending");
     }
     return bytes;
   }
@@ -113,7 +114,7 @@ class Listener {
 class Wire : public GatewayTest {};
 
 TEST_F(Wire, NoCallAsksForCompressionOrIsCompressed) {
-  std::optional<Listener> server(std::in_place);
+  std::optional<SilentServer> server(std::in_place);
   ASSERT_EQ(start("[Meters]\nTarget=" + server->target() + "\n[Engine]\nTarget=" +
                   server->target() + "\n[EngineString]\nParam=Key=name CustomKey=name\n"),
             0);
@@ -132,13 +133,14 @@ TEST_F(Wire, NoCallAsksForCompressionOrIsCompressed) {
   }
   EXPECT_NE(headers.find("grpc-accept-encoding"), headers.npos);
   EXPECT_EQ(headers.find("grpc-encoding"), headers.npos);
-  const std::string empty("\0\0\0\0\0", 5);  // a flag, and the length in four bytes
+  // A message begins with a flag for compression and its length in four bytes.
+  const std::string empty("\0\0\0\0\0", 5);
   EXPECT_EQ(bodies["GetMetersFast"], empty);
   EXPECT_EQ(bodies["GetMetersSlow"], empty);
   EXPECT_EQ(bodies["SetParams"].substr(0, 1), std::string(1, '\0'));
   EXPECT_NE(bodies["SetParams"].find(text), std::string::npos);
 
-  // The stop waits for the answer to the notification, so the server goes in the meantime.
+  // The stop would wait for an answer to SetParams, so the server closes the connection meanwhile.
   auto stopped = std::async(std::launch::async, [this] { instance.stop(); });
   ASSERT_TRUE(host.waitUntil([this] {
     const Journal lines = log();
