@@ -1,7 +1,7 @@
-// Marks what is allocated on this thread, while it lives, as allowed to stay. For one case: a
-// SetParams call whose completion the module's loop takes just when it is told to stop. The loop
-// drops that event, nothing refers to the call any more, and its payload stays; the module accepts
-// that, since a call that is over is all that is lost.
+// While one of these lives, the leak sanitizer ignores what its thread allocates. It serves one
+// case: the module's loop takes the completion of a SetParams call just as a stop begins. The loop
+// drops that event, so nothing refers to the call any more and its memory is never released. The
+// module accepts that, since the call itself is over.
 #pragma once
 
 #if defined(__SANITIZE_ADDRESS__)

@@ -11,7 +11,7 @@ struct sonalith_engine::Registration {
   sonalith_engineChangesCallback callback;
   void* user;
   bool removed;
-  std::vector<std::thread::id> running;  // a thread for each call that has not ended
+  std::vector<std::thread::id> running;  // one entry for each call in progress
 };
 
 sonalith_engine::sonalith_engine() = default;
@@ -27,7 +27,7 @@ void sonalith_engine::notify(sonalith_keyValueList* changes) {
 void sonalith_engine::call(Registration& registration, sonalith_keyValueList* changes) {
   if (!enter(registration)) return;
   try {
-    const AcceptedLeak callThatAStopDrops;
+    const AcceptedLeak callDroppedByAStop;
     registration.callback(changes, registration.user);
   } catch (...) {
     leave(registration);
@@ -52,7 +52,7 @@ void sonalith_engine::leave(Registration& registration) {
 
 void* sonalith_engine::addCallback(sonalith_engineChangesCallback callback, void* user) {
   const std::lock_guard lock(mutex_);
-  // A handle is told apart by its number alone and points to nothing.
+  // A handle is a number, not the address of anything.
   void* handle = reinterpret_cast<void*>(++lastHandle_);  // NOLINT(performance-no-int-to-ptr)
   registrations_.push_back(
       std::make_shared<Registration>(Registration{handle, callback, user, false, {}}));

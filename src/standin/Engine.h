@@ -1,4 +1,4 @@
-// The stand-in's engine: who listens to its changes, and how they are told.
+// The stand-in's engine: it keeps the registered callbacks and calls them when parameters change.
 #pragma once
 
 #include <condition_variable>
@@ -18,12 +18,12 @@ struct sonalith_engine {
   sonalith_engine(const sonalith_engine&) = delete;
   sonalith_engine& operator=(const sonalith_engine&) = delete;
 
-  // Calls every registered callback on this thread. Notifications of several threads may overlap.
+  // Calls every registered callback on this thread. Notifications from several threads may overlap.
   void notify(sonalith_keyValueList* changes);
 
-  // The two operations. removeCallback returns only when no call of the callback is running on
-  // another thread, and none comes afterwards; false if there is no such callback. It may be called
-  // from within the callback itself. Handles are never used again and point to nothing.
+  // The two operations of the boundary. removeCallback waits until the callback runs on no other
+  // thread, and none of its calls begins afterwards; it returns false for an unknown handle. A
+  // callback may remove itself. Handles are never reused and point to nothing.
   void* addCallback(sonalith_engineChangesCallback callback, void* user);
   bool removeCallback(void* handle);
 
@@ -33,7 +33,7 @@ struct sonalith_engine {
   struct Registration;
 
   void call(Registration& registration, sonalith_keyValueList* changes);
-  bool enter(Registration& registration);  // false if it is removed
+  bool enter(Registration& registration);  // false if it has been removed
   void leave(Registration& registration);
 
   mutable std::mutex mutex_;

@@ -23,7 +23,7 @@ std::atomic<Host*>& processHost() {
   return host;
 }
 
-// Looks at bytes that are closed to everybody else under the address sanitizer.
+// Reads bytes that the address sanitizer forbids everyone else to touch.
 __attribute__((no_sanitize("address"))) bool allAre(const std::byte* bytes, std::size_t size,
                                                     std::byte expected) {
   for (std::size_t i = 0; i < size; ++i) {
@@ -59,8 +59,9 @@ const Memory::Block* Memory::find(const char* operation, const void* address) {
     return block.bytes.get() == address;
   });
   violations_.push_back(std::string(operation) + ": " +
-                        (released == released_.end() ? "not a block of the host"
-                                                     : released->name() + " is released already"));
+                        (released == released_.end()
+                             ? "not a block that the host allocated"
+                             : released->name() + " has already been released"));
   return nullptr;
 }
 
@@ -95,7 +96,7 @@ void Memory::retire(Block block) {
 void Memory::inspectGuard(Block& block) {
   if (block.damaged || allAre(block.bytes.get() + block.size, guardSize_, guardByte)) return;
   block.damaged = true;
-  violations_.push_back(block.name() + " was written behind its end");
+  violations_.push_back(block.name() + " was written past its end");
 }
 
 void Memory::inspectReleased(Block& block) {
@@ -112,7 +113,7 @@ void Memory::inspect() {
 Host::Host(Choices choices) : state_(std::make_unique<State>(choices)) {
   Host* none = nullptr;
   if (!processHost().compare_exchange_strong(none, this)) {
-    throw std::logic_error("the process has a host already");
+    throw std::logic_error("the process already has a host");
   }
 }
 

@@ -1,4 +1,4 @@
-// What a Host keeps, and how the operations reach it. Private to the stand-in.
+// The state of a Host and how the operations use it. Private to the stand-in.
 #pragma once
 
 #include <condition_variable>
@@ -16,16 +16,16 @@
 #include "standin/Host.h"
 #include "standin/KeyValueList.h"
 
-// The head of an offset list. Its block holds `count` slot descriptions behind it.
+// The head of an offset list. In the same block, `count` slot descriptions follow it.
 struct sonalith_moduleOffsetList {
   std::uint64_t count;
 };
 
 namespace standin {
 
-// Memory that modules have been given. Each block has guard bytes behind its end. A released block
-// is overwritten and kept for a while, so that its address is not used again soon and that late
-// touches are noticed. Guarded by the Host's lock.
+// The memory that modules have been given. Guard bytes follow each block. A released block is
+// overwritten and kept for a while, so that its address is not reused soon and late writes to it
+// are noticed. The Host's lock protects all of it.
 class Memory {
  public:
   enum class Kind { Plain, OffsetList };
@@ -40,17 +40,18 @@ class Memory {
     std::string name() const;
   };
 
-  // Breaches are added to `violations`, which is borrowed for the object's life. A lean memory has
-  // no guards and keeps no released block.
+  // Adds what it finds to `violations`, which must outlive this object. A lean memory has no guards
+  // and keeps no released block.
   Memory(std::vector<std::string>& violations, bool lean);
 
   // A new zero-filled block.
   const Block& allocate(Kind kind, std::size_t size);
-  // The block in use at an address; null, with a violation told of `operation`, if there is none.
+  // The block in use at an address. If there is none, reports a violation by `operation` and
+  // returns null.
   const Block* find(const char* operation, const void* address);
   void release(const Block& block);
 
-  // Looks for writes to where nothing may be written.
+  // Checks guards and released blocks for writes.
   void inspect();
 
   std::size_t count() const { return live_.size(); }
@@ -78,7 +79,7 @@ struct Host::State {
 
   const bool lean;
 
-  // Guards everything but the sink. Not held while anything of a module, a test or a tool runs.
+  // Protects everything but the sink. Never held while code of a module, a test or a tool runs.
   std::mutex mutex;
   std::condition_variable called;
   std::uint64_t callsEnded = 0;
@@ -95,14 +96,14 @@ struct Host::State {
   std::map<std::pair<Operation, std::uint64_t>, std::string> faults;
   std::map<Operation, std::function<void()>> hooks;
 
-  // Taken before `mutex`, so that the sink gets lines in the order of the log.
+  // Locked before `mutex`, so that the sink gets lines in the order of the log.
   std::mutex sinkMutex;
   std::function<void(const LogLine&)> sink;
 };
 
-// One call of an operation, from its begin to its end. The constructor throws the Fault that was
-// planned for this call; the destructor wakes those who wait for calls. Members are what the
-// operations of sonalith.h do, and one object serves one of them.
+// One call of an operation, from beginning to end. The constructor runs the hook and throws the
+// Fault that is planned for this call; the destructor wakes Host::waitUntil. Each member function
+// does the work of one operation of sonalith.h, and an object serves one of them.
 class Call {
  public:
   explicit Call(Operation operation);
@@ -110,10 +111,10 @@ class Call {
   Call(const Call&) = delete;
   Call& operator=(const Call&) = delete;
 
-  // Returns its argument: whether all pointers were given that must be. If not, it is a violation.
+  // Returns its argument: whether all required pointers were passed. If not, reports a violation.
   bool given(bool all);
 
-  bool isHeard() const;  // whether a line of the log gets anywhere
+  bool isHeard() const;  // whether anyone receives log lines
   void log(const LogLine& line);
 
   void* allocate(std::uint64_t count, std::uint64_t size);
@@ -128,7 +129,7 @@ class Call {
   bool isEmpty(const KeyValueList* list);
   bool getText(const KeyValueList* list, const char* key, const char** value);
   void forEach(const KeyValueList* list, sonalith_keyValueItemCallback callback, void* user);
-  // Whether an item of that key may be added.
+  // Whether an item with this key may be added.
   bool mayAdd(const KeyValueList* list, const char* key);
 
   void* addCallback(Engine* engine, sonalith_engineChangesCallback callback, void* user);
@@ -137,9 +138,9 @@ class Call {
  private:
   bool acceptable(const sonalith_moduleOffset& slot);
   void violation(const std::string& text);
-  // Adds what `makeEntry` returns to the journal; the lock is held.
+  // Adds the result of `makeEntry` to the journal. The caller holds the lock.
   template <class MakeEntry>
-  void tell(MakeEntry makeEntry);
+  void record(MakeEntry makeEntry);
 
   const Operation operation_;
   Host::State& state_;

@@ -1,5 +1,5 @@
-// The stand-in's key/value list: what a test or a tool fills and hands to a module, and what
-// sonalith_keyValueListNew gives to one.
+// The stand-in's key/value list. Tests and tools fill one and pass it to a module; modules get one
+// from sonalith_keyValueListNew.
 #pragma once
 
 #include <cstdint>
@@ -9,17 +9,17 @@
 
 #include "host/sonalith.h"
 
-// Owns all that its items point to. One thread at a time, like any container. What no module may
-// read is filled with a pattern: reserved fields, the high half of 32-bit values, the count of
-// items that are no arrays.
+// Owns everything that its items point to. One thread at a time, like any container. A pattern
+// fills what no module may read: reserved fields, the high half of 32-bit values, and the count of
+// items that are not arrays.
 struct sonalith_keyValueList {
  public:
   sonalith_keyValueList() = default;
   sonalith_keyValueList(const sonalith_keyValueList&) = delete;
   sonalith_keyValueList& operator=(const sonalith_keyValueList&) = delete;
 
-  // Each appends one item, of the type that its name says, and returns the list. A null key or
-  // string is kept as null.
+  // Each function appends one item of the type in its name and returns the list. A null key or
+  // string stays null.
   sonalith_keyValueList& addUint(const char* key, std::uint32_t value);
   sonalith_keyValueList& addInt(const char* key, std::int32_t value);
   sonalith_keyValueList& addFloat(const char* key, float value);
@@ -28,7 +28,7 @@ struct sonalith_keyValueList {
   sonalith_keyValueList& addIntArray(const char* key, const std::vector<std::int32_t>& values);
   sonalith_keyValueList& addFloatArray(const char* key, const std::vector<float>& values);
   sonalith_keyValueList& addDouble(const char* key, double value);
-  // An item of any type code, for codes that no module knows.
+  // Appends an item of any type code, even one that no module knows.
   sonalith_keyValueList& addOther(const char* key, std::uint32_t type, sonalith_itemValue value);
 
   const std::vector<sonalith_keyValueItem>& items() const { return items_; }
@@ -42,7 +42,7 @@ struct sonalith_keyValueList {
   const char* kept(const char* text);
 
   std::vector<sonalith_keyValueItem> items_;
-  // So that what items point to stays where it is; empty ones have no memory.
+  // std::list, because its elements never move. An empty list owns no memory.
   std::list<std::string> texts_;
   std::list<std::vector<std::uint32_t>> uintArrays_;
   std::list<std::vector<std::int32_t>> intArrays_;

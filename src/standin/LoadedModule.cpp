@@ -25,9 +25,9 @@ constexpr std::array<ByteRange, 2> moduleBytes = {{
     {offsetof(sonalith_module, slowMeterTable), sizeof(sonalith_module)},
 }};
 
-// The host reads slots without a lock while the module writes them: that is the boundary's rule,
-// and so the thread sanitizer is kept from reporting it. Library functions would report it still,
-// and clang would report atomic operations.
+// By the boundary's rule, the host reads slots without a lock while the module writes them, so the
+// thread sanitizer must not report it. It would still report library functions and, with clang,
+// atomic operations.
 #if __has_attribute(disable_sanitizer_instrumentation)
 #define STANDIN_UNLOCKED __attribute__((noinline, disable_sanitizer_instrumentation))
 #else
@@ -81,13 +81,25 @@ std::uint32_t slotTypeOf(const SlotValue& value) {
   return types.at(value.index());
 }
 
+const sonalith_moduleOffsetList* listOf(const sonalith_module& record, SlotSet set) {
+  switch (set) {
+    case SlotSet::Fast:
+      return record.fastMeterOffsets;
+    case SlotSet::Slow:
+      return record.slowMeterOffsets;
+    case SlotSet::Engine:
+      return record.moduleOffsets;
+  }
+  return nullptr;
+}
+
 void check(const Slot& slot, const SlotValue& value) {
   if (slot.set != SlotSet::Engine) {
     throw std::invalid_argument("slot " + slot.name() + " is not an engine slot");
   }
   if (slot.description.valueType != slotTypeOf(value)) {
-    throw std::invalid_argument("slot " + slot.name() + " has another type than the value " +
-                                textOf(value));
+    throw std::invalid_argument("the value " + textOf(value) + " does not have the type of slot " +
+                                slot.name());
   }
 }
 
@@ -112,7 +124,7 @@ struct Text {
   }
 };
 
-// What the loader last complained of, with the path in front exactly once.
+// The loader's last error, with the path in front exactly once.
 std::string loaderError(const std::string& path) {
   const char* reason = dlerror();
   const std::string text = reason == nullptr ? "unknown reason" : reason;
@@ -222,11 +234,8 @@ std::vector<Slot> ModuleInstance::slots() const {
 }
 
 std::vector<Slot> ModuleInstance::slots(SlotSet set) const {
-  const auto* list = set == SlotSet::Fast   ? record_->fastMeterOffsets
-                     : set == SlotSet::Slow ? record_->slowMeterOffsets
-                                            : record_->moduleOffsets;
   std::vector<Slot> result;
-  for (const auto& description : Host::current().slotsOf(list)) {
+  for (const auto& description : Host::current().slotsOf(listOf(*record_, set))) {
     result.push_back({set, description});
   }
   return result;

@@ -1,12 +1,11 @@
-#include <algorithm>
 #include <chrono>
 #include <cstdarg>
-#include <cstdio>
 #include <cstring>
 #include <new>
 
 #include "standin/AcceptedLeak.h"
 #include "standin/HostState.h"
+#include "standin/PrintfText.h"
 
 namespace standin {
 namespace {
@@ -67,17 +66,6 @@ bool reservedAreZero(const sonalith_moduleOffset& slot) {
           slot.reserved72 | slot.reserved80) == 0;
 }
 
-__attribute__((format(printf, 1, 0))) std::string formatted(const char* format, va_list arguments) {
-  va_list again;
-  va_copy(again, arguments);
-  const int length = std::max(std::vsnprintf(nullptr, 0, format, again), 0);
-  va_end(again);
-  std::string text(static_cast<std::size_t>(length) + 1, '\0');
-  std::vsnprintf(text.data(), text.size(), format, arguments);
-  text.pop_back();
-  return text;
-}
-
 }  // namespace
 
 Call::Call(Operation operation) : operation_(operation), state_(*Host::current().state_) {
@@ -108,7 +96,7 @@ Call::~Call() {
 }
 
 bool Call::given(bool all) {
-  if (!all) violation("null where none may be");
+  if (!all) violation("null argument");
   return all;
 }
 
@@ -118,7 +106,7 @@ void Call::violation(const std::string& text) {
 }
 
 template <class MakeEntry>
-void Call::tell(MakeEntry makeEntry) {
+void Call::record(MakeEntry makeEntry) {
   if (choices_.keepRecords) state_.journal.push_back(makeEntry());
 }
 
@@ -132,7 +120,7 @@ void Call::log(const LogLine& line) {
   const std::lock_guard sinkLock(state_.sinkMutex);
   if (choices_.keepRecords) {
     const std::lock_guard lock(state_.mutex);
-    tell([&] { return "log " + std::to_string(line.level) + " " + line.text; });
+    record([&] { return "log " + std::to_string(line.level) + " " + line.text; });
     state_.log.push_back(line);
   }
   if (state_.sink) state_.sink(line);
@@ -143,7 +131,7 @@ void* Call::allocate(std::uint64_t count, std::uint64_t size) {
   if (__builtin_mul_overflow(count, size, &total)) throw std::bad_alloc();
   const std::lock_guard lock(state_.mutex);
   const auto& block = state_.memory.allocate(Memory::Kind::Plain, total);
-  tell([&] {
+  record([&] {
     return "calloc " + std::to_string(count) + "x" + std::to_string(size) + " " + numbered(block);
   });
   return block.bytes.get();
@@ -154,7 +142,7 @@ void Call::release(void* memory) {
   const std::lock_guard lock(state_.mutex);
   const auto* block = state_.memory.find(nameOf(operation_), memory);
   if (block == nullptr) return;
-  tell([&] { return "free " + numbered(*block); });
+  record([&] { return "free " + numbered(*block); });
   state_.memory.release(*block);
 }
 
@@ -171,7 +159,7 @@ sonalith_moduleOffsetList* Call::newOffsets(const void* argument) {
   const std::lock_guard lock(state_.mutex);
   const auto& block =
       state_.memory.allocate(Memory::Kind::OffsetList, sizeof(sonalith_moduleOffsetList));
-  tell([&] { return "createModuleOffset " + numbered(block); });
+  record([&] { return "createModuleOffset " + numbered(block); });
   return new (block.bytes.get()) sonalith_moduleOffsetList{0};
 }
 
@@ -198,7 +186,7 @@ void Call::addOffset(sonalith_moduleOffsetList** list, const sonalith_moduleOffs
   if (old == nullptr) return;
   if (old->kind != Memory::Kind::OffsetList) {
     state_.violations.push_back(std::string(nameOf(operation_)) + ": " + old->name() +
-                                " is not a list");
+                                " is not an offset list");
     return;
   }
   const std::size_t used = sizeof **list + (*list)->count * sizeof *slot;
@@ -209,7 +197,7 @@ void Call::addOffset(sonalith_moduleOffsetList** list, const sonalith_moduleOffs
   std::memcpy(grown.bytes.get() + used, slot, sizeof *slot);
   *list = reinterpret_cast<sonalith_moduleOffsetList*>(grown.bytes.get());
   ++(*list)->count;
-  tell([&] {
+  record([&] {
     return "addModuleOffset " + numbered(*old) + ">" + numbered(grown) + " " + slot->name;
   });
   if (!fits) state_.memory.release(*old);
@@ -254,7 +242,7 @@ void Call::forEach(const KeyValueList* list, sonalith_keyValueItemCallback callb
   if (!given(list != nullptr && callback != nullptr)) return;
   const std::size_t count = list->items().size();
   for (std::size_t i = 0; i < count; ++i) {
-    // A copy, since the callback may append to this very list.
+    // A copy, since the callback may append to this list.
     const sonalith_keyValueItem item = list->items()[i];
     if (callback(&item, user) == 1 && choices_.iterationStopsAtOne) return;
   }
@@ -268,13 +256,13 @@ void* Call::addCallback(Engine* engine, sonalith_engineChangesCallback callback,
   if (!given(engine != nullptr && callback != nullptr)) return nullptr;
   {
     const std::lock_guard lock(state_.mutex);
-    tell([&] { return std::string("addCallback"); });
+    record([&] { return std::string("addCallback"); });
     if (choices_.registrationFails) return nullptr;
     ++state_.callbacks;
   }
   void* handle = engine->addCallback(callback, user);
   if (choices_.changesDuringRegistration != nullptr) {
-    const AcceptedLeak callThatAStopDrops;
+    const AcceptedLeak callDroppedByAStop;
     callback(choices_.changesDuringRegistration, user);
   }
   return handle;
@@ -283,11 +271,11 @@ void* Call::addCallback(Engine* engine, sonalith_engineChangesCallback callback,
 void Call::removeCallback(Engine* engine, void* handle) {
   if (!given(engine != nullptr && handle != nullptr)) return;
   if (!engine->removeCallback(handle)) {
-    violation("not a callback that is registered");
+    violation("the callback is not registered");
     return;
   }
   const std::lock_guard lock(state_.mutex);
-  tell([&] { return std::string("rmCallback"); });
+  record([&] { return std::string("rmCallback"); });
   --state_.callbacks;
 }
 
@@ -305,9 +293,10 @@ void sonalith_log(int32_t level, const char* file, int32_t line, int32_t one, co
   if (!call.given(file != nullptr && format != nullptr) || !call.isHeard()) return;
   va_list arguments;
   va_start(arguments, format);
-  std::string text = standin::formatted(format, arguments);
+  standin::PrintfText printed = standin::printfText(format, arguments);
   va_end(arguments);
-  call.log({now, level, file, line, one, std::move(text)});
+  call.log(
+      {now, level, file, line, one, format, std::move(printed.arguments), std::move(printed.text)});
 }
 
 void* sonalith_calloc(uint64_t count, uint64_t size) {

@@ -12,7 +12,7 @@ WHOLE = ["src", "proto", "tools", "tests/support", MODULE_TESTS]
 PROOF = ["tests/proof/CMakeLists.txt", "tests/proof/Proof"]
 CONFIGURATION = ["src/host", "src/shquote", "src/ini", "src/standin", f"{MODULE}/ConfigManager",
                  f"{MODULE}/ValueType", f"{MODULE}/HostAccess", f"{MODULE_TESTS}/config",
-                 "tests/support"]
+                 f"{MODULE_TESTS}/ModuleLog", "tests/support"]
 
 # Test programs: what they are made of, and in how many processes each runs at a time. Several
 # processes help those that speak over the network, since they mostly wait.

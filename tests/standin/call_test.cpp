@@ -1,4 +1,4 @@
-// What all operations have in common: one host, planned faults, and a way to wait for calls.
+// What all operations share: one host, planned faults, hooks, and a way to wait for calls.
 #include <atomic>
 #include <functional>
 #include <future>
@@ -19,7 +19,7 @@ namespace {
 
 class Calls : public WithHost {
  protected:
-  // The text of the fault that a call throws, "(none)" without one.
+  // The text of the fault that a call throws, or "(none)".
   static std::string faultOf(const std::function<void()>& call) {
     try {
       call();
@@ -38,12 +38,12 @@ struct OneOperation {
   std::function<void()> call;
 };
 
-// Also what CTest calls the test by.
+// CTest names the test by this text.
 void PrintTo(const OneOperation& operation, std::ostream* out) {
   *out << operation.name;
 }
 
-// A call of each operation that would breach the contract if it were carried out.
+// A call of each operation that would violate the contract if the host carried it out.
 std::vector<OneOperation> allOperations() {
   return {
       {"Log", Operation::Log, [] { sonalith_log(1, nullptr, 1, 1, "text"); }},
@@ -85,7 +85,7 @@ INSTANTIATE_TEST_SUITE_P(Named, EachOperation, testing::ValuesIn(allOperations()
 
 }  // namespace
 
-TEST_P(EachOperation, DoesNothingButThrowAPlannedFault) {
+TEST_P(EachOperation, ThrowsAPlannedFaultAndDoesNothingElse) {
   host.failCall(GetParam().operation);
   EXPECT_EQ(faultOf(GetParam().call), "planned fault");
   EXPECT_EQ(host.violations(), Texts{});
@@ -93,7 +93,7 @@ TEST_P(EachOperation, DoesNothingButThrowAPlannedFault) {
   EXPECT_EQ(host.outstanding(), standin::Outstanding{});
 }
 
-TEST_P(EachOperation, WakesThoseWhoWait) {
+TEST_P(EachOperation, WakesThreadsThatWaitForACall) {
   std::promise<void> asked;
   std::atomic<bool> called = false;
   std::thread calling([&] {
@@ -110,7 +110,7 @@ TEST_P(EachOperation, WakesThoseWhoWait) {
   calling.join();
 }
 
-TEST_F(Calls, FailAtThePlannedCallOnly) {
+TEST_F(Calls, OnlyThePlannedCallFails) {
   host.failCall(Operation::Log, 3, "the third");
   EXPECT_EQ(faultOf(logLine), "(none)");
   EXPECT_EQ(faultOf(logLine), "(none)");
@@ -118,7 +118,7 @@ TEST_F(Calls, FailAtThePlannedCallOnly) {
   EXPECT_EQ(faultOf(logLine), "(none)");
 }
 
-TEST_F(Calls, FailCountedFromTheTimeOfThePlan) {
+TEST_F(Calls, APlanCountsFromTheMomentItIsMade) {
   logLine();
   logLine();
   host.failCall(Operation::Log, 2, "the second from now on");
@@ -126,7 +126,7 @@ TEST_F(Calls, FailCountedFromTheTimeOfThePlan) {
   EXPECT_EQ(faultOf(logLine), "the second from now on");
 }
 
-TEST_F(Calls, FailByEachOfSeveralPlans) {
+TEST_F(Calls, SeveralPlansAllTakeEffect) {
   host.failCall(Operation::Log, 1, "first");
   host.failCall(Operation::Log, 2, "second");
   host.failCall(Operation::Calloc, 1, "another");
@@ -136,20 +136,20 @@ TEST_F(Calls, FailByEachOfSeveralPlans) {
   EXPECT_EQ(faultOf([] { sonalith_calloc(1, 1); }), "another");
 }
 
-TEST_F(Calls, AreCountedFromOne) {
+TEST_F(Calls, APlanForCallZeroIsRefused) {
   EXPECT_THROW(host.failCall(Operation::Log, 0), std::invalid_argument);
 }
 
-TEST_F(Calls, FaultIsOneOfTheStandardFamily) {
+TEST_F(Calls, AFaultIsAStandardException) {
   host.failCall(Operation::Log, 1, "a text");
   EXPECT_THROW(logLine(), std::runtime_error);
 }
 
-TEST_F(Calls, WaitEndsAtOnceIfItsConditionHolds) {
+TEST_F(Calls, AWaitEndsAtOnceIfItsConditionHolds) {
   EXPECT_TRUE(host.waitUntil([] { return true; }, std::chrono::seconds(0)));
 }
 
-TEST_F(Calls, WaitEndsWithoutSuccessAtItsLimit) {
+TEST_F(Calls, AWaitFailsAtItsLimit) {
   int asked = 0;
   const auto never = [&] {
     ++asked;
@@ -159,7 +159,7 @@ TEST_F(Calls, WaitEndsWithoutSuccessAtItsLimit) {
   EXPECT_GE(asked, 1);
 }
 
-TEST_F(Calls, WaitAsksAgainAfterEachCallOfAnotherThread) {
+TEST_F(Calls, AWaitChecksAgainAfterEachCallOnAnotherThread) {
   std::thread calling([] {
     for (int i = 0; i < 100; ++i) logLine();
   });
@@ -167,7 +167,7 @@ TEST_F(Calls, WaitAsksAgainAfterEachCallOfAnotherThread) {
   calling.join();
 }
 
-TEST_F(Calls, BeginWithTheHookOnTheThreadThatCalls) {
+TEST_F(Calls, TheHookRunsFirstAndOnTheCallingThread) {
   Texts journalThen;
   std::thread::id thread;
   host.setHook(Operation::Log, [&] {
@@ -181,7 +181,7 @@ TEST_F(Calls, BeginWithTheHookOnTheThreadThatCalls) {
   EXPECT_EQ(host.journal(), (Texts{"calloc 1x8 #1", "free #1", "log 1 text"}));
 }
 
-TEST_F(Calls, AreHeldByAHookThatBlocksWhileOthersGoOn) {
+TEST_F(Calls, ABlockingHookHoldsItsCallerOnly) {
   std::promise<void> held;
   std::promise<void> goOn;
   host.setHook(Operation::Log, [&] {
@@ -197,7 +197,7 @@ TEST_F(Calls, AreHeldByAHookThatBlocksWhileOthersGoOn) {
   EXPECT_EQ(host.journal(), (Texts{"calloc 1x8 #1", "log 1 text"}));
 }
 
-TEST_F(Calls, BeginWithoutAHookThatWasTakenAway) {
+TEST_F(Calls, ARemovedHookIsNotCalled) {
   int calls = 0;
   host.setHook(Operation::Log, [&] { ++calls; });
   logLine();
@@ -206,16 +206,16 @@ TEST_F(Calls, BeginWithoutAHookThatWasTakenAway) {
   EXPECT_EQ(calls, 1);
 }
 
-TEST_F(Calls, GoToTheHostOfTheProcess) {
+TEST_F(Calls, OperationsActOnTheHostOfTheProcess) {
   EXPECT_EQ(&Host::current(), &host);
 }
 
-TEST_F(Calls, HaveOneHostOnly) {
+TEST_F(Calls, ASecondHostIsRefused) {
   EXPECT_THROW(Host(), std::logic_error);
   EXPECT_EQ(&Host::current(), &host);
 }
 
-TEST_F(Calls, ReadTheChoicesOfTheHost) {
+TEST_F(Calls, TheHostReturnsTheChoicesThatWereSet) {
   standin::KeyValueList changes;
   host.setChoices({.strncpyTerminates = false,
                    .iterationStopsAtOne = true,
@@ -232,12 +232,12 @@ TEST_F(Calls, ReadTheChoicesOfTheHost) {
   EXPECT_FALSE(choices.keepRecords);
 }
 
-TEST(CallsWithoutAHost, AreRefused) {
+TEST(WithoutAHost, CallsThrow) {
   EXPECT_THROW(Host::current(), std::logic_error);
   EXPECT_THROW(sonalith_calloc(1, 1), std::logic_error);
 }
 
-TEST(CallsWithoutAHost, AreServedAgainByTheNextHost) {
+TEST(WithoutAHost, ANextHostMayBeCreated) {
   { const Host first({.keepRecords = false}); }
   const Host second;
   EXPECT_EQ(&Host::current(), &second);

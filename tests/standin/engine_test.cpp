@@ -1,4 +1,4 @@
-// Engine changes: who is told, and that a removed callback is over.
+// Engine changes: which callbacks are called, and that a removed callback is not.
 #include "standin/Engine.h"
 
 #include <atomic>
@@ -15,12 +15,12 @@ using standin::KeyValueList;
 
 namespace {
 
-// What a callback was called with.
-struct Told {
+// The lists that a callback was called with.
+struct Received {
   std::vector<sonalith_keyValueList*> changes;
 
   static void note(sonalith_keyValueList* list, void* user) {
-    static_cast<Told*>(user)->changes.push_back(list);
+    static_cast<Received*>(user)->changes.push_back(list);
   }
 };
 
@@ -29,7 +29,7 @@ class EngineChanges : public WithHost {
   void* add(sonalith_engineChangesCallback callback, void* user) {
     return sonalith_engine_notify_changes_addCallback(&engine, callback, user);
   }
-  void* add(Told& told) { return add(&Told::note, &told); }
+  void* add(Received& received) { return add(&Received::note, &received); }
   void remove(void* handle) { sonalith_engine_notify_changes_rmCallback(&engine, handle); }
 
   Engine engine;
@@ -40,9 +40,9 @@ using Changes = std::vector<sonalith_keyValueList*>;
 
 }  // namespace
 
-TEST_F(EngineChanges, AreToldToEveryCallbackWithItsUserArgument) {
-  Told first;
-  Told second;
+TEST_F(EngineChanges, EveryCallbackGetsThemWithItsUserArgument) {
+  Received first;
+  Received second;
   EXPECT_NE(add(first), nullptr);
   EXPECT_NE(add(second), nullptr);
   engine.notify(&changes);
@@ -51,7 +51,7 @@ TEST_F(EngineChanges, AreToldToEveryCallbackWithItsUserArgument) {
   EXPECT_EQ(second.changes, (Changes{&changes, nullptr}));
 }
 
-TEST_F(EngineChanges, AreToldOnTheThreadThatNotifies) {
+TEST_F(EngineChanges, CallbacksRunOnTheThreadThatNotifies) {
   std::thread::id thread;
   add([](sonalith_keyValueList*,
          void* user) { *static_cast<std::thread::id*>(user) = std::this_thread::get_id(); },
@@ -62,9 +62,9 @@ TEST_F(EngineChanges, AreToldOnTheThreadThatNotifies) {
   EXPECT_EQ(thread, expected);
 }
 
-TEST_F(EngineChanges, AreNotToldAfterTheRemoval) {
-  Told removed;
-  Told kept;
+TEST_F(EngineChanges, ARemovedCallbackIsNotCalled) {
+  Received removed;
+  Received kept;
   void* handle = add(removed);
   add(kept);
   remove(handle);
@@ -74,15 +74,15 @@ TEST_F(EngineChanges, AreNotToldAfterTheRemoval) {
   EXPECT_EQ(engine.callbackCount(), 1U);
 }
 
-TEST_F(EngineChanges, AreToldByTheirOwnEngineOnly) {
+TEST_F(EngineChanges, AnEngineCallsOnlyItsOwnCallbacks) {
   Engine another;
-  Told told;
-  add(told);
+  Received received;
+  add(received);
   another.notify(&changes);
-  EXPECT_EQ(told.changes, Changes{});
+  EXPECT_EQ(received.changes, Changes{});
 }
 
-TEST_F(EngineChanges, OfTwoThreadsMayOverlap) {
+TEST_F(EngineChanges, NotificationsFromTwoThreadsMayOverlap) {
   std::latch both(2);
   add([](sonalith_keyValueList*, void* user) { static_cast<std::latch*>(user)->arrive_and_wait(); },
       &both);
@@ -92,10 +92,10 @@ TEST_F(EngineChanges, OfTwoThreadsMayOverlap) {
   EXPECT_TRUE(both.try_wait());
 }
 
-TEST_F(EngineChanges, CallbackIsCountedUntilItsRemoval) {
-  Told told;
-  void* first = add(told);
-  void* second = add(told);
+TEST_F(EngineChanges, ACallbackIsOutstandingUntilItsRemoval) {
+  Received received;
+  void* first = add(received);
+  void* second = add(received);
   EXPECT_EQ(host.outstanding().callbacks, 2U);
   remove(first);
   EXPECT_EQ(host.outstanding().callbacks, 1U);
@@ -105,64 +105,64 @@ TEST_F(EngineChanges, CallbackIsCountedUntilItsRemoval) {
   EXPECT_EQ(host.violations(), Texts{});
 }
 
-TEST_F(EngineChanges, CallbackIsNotRemovedTwice) {
-  Told told;
-  void* handle = add(told);
+TEST_F(EngineChanges, RemovingACallbackTwiceIsAViolation) {
+  Received received;
+  void* handle = add(received);
   remove(handle);
-  EXPECT_NE(add(told), handle);
+  EXPECT_NE(add(received), handle);
   remove(handle);
-  EXPECT_EQ(host.violations(), Texts{"sonalith_engine_notify_changes_rmCallback: not a callback "
-                                     "that is registered"});
+  EXPECT_EQ(host.violations(), Texts{"sonalith_engine_notify_changes_rmCallback: the callback is "
+                                     "not registered"});
   EXPECT_EQ(host.outstanding().callbacks, 1U);
 }
 
-TEST_F(EngineChanges, OperationsRefuseNullWhereNoneMayBe) {
-  Told told;
-  EXPECT_EQ(sonalith_engine_notify_changes_addCallback(nullptr, &Told::note, &told), nullptr);
-  EXPECT_EQ(add(nullptr, &told), nullptr);
-  sonalith_engine_notify_changes_rmCallback(nullptr, &told);
+TEST_F(EngineChanges, NullArgumentsAreViolations) {
+  Received received;
+  EXPECT_EQ(sonalith_engine_notify_changes_addCallback(nullptr, &Received::note, &received),
+            nullptr);
+  EXPECT_EQ(add(nullptr, &received), nullptr);
+  sonalith_engine_notify_changes_rmCallback(nullptr, &received);
   remove(nullptr);
-  EXPECT_EQ(host.violations(),
-            (Texts{"sonalith_engine_notify_changes_addCallback: null where none may be",
-                   "sonalith_engine_notify_changes_addCallback: null where none may be",
-                   "sonalith_engine_notify_changes_rmCallback: null where none may be",
-                   "sonalith_engine_notify_changes_rmCallback: null where none may be"}));
+  EXPECT_EQ(host.violations(), (Texts{"sonalith_engine_notify_changes_addCallback: null argument",
+                                      "sonalith_engine_notify_changes_addCallback: null argument",
+                                      "sonalith_engine_notify_changes_rmCallback: null argument",
+                                      "sonalith_engine_notify_changes_rmCallback: null argument"}));
 }
 
-TEST_F(EngineChanges, RegistrationFailsByChoice) {
+TEST_F(EngineChanges, ARegistrationFailsIfTheChoicesSaySo) {
   host.setChoices({.registrationFails = true, .changesDuringRegistration = &changes});
-  Told told;
-  EXPECT_EQ(add(told), nullptr);
+  Received received;
+  EXPECT_EQ(add(received), nullptr);
   engine.notify(&changes);
-  EXPECT_EQ(told.changes, Changes{});
+  EXPECT_EQ(received.changes, Changes{});
   EXPECT_EQ(engine.callbackCount(), 0U);
   EXPECT_EQ(host.outstanding().callbacks, 0U);
   EXPECT_EQ(host.journal(), Texts{"addCallback"});
 }
 
-TEST_F(EngineChanges, ComeDuringTheRegistrationByChoice) {
+TEST_F(EngineChanges, ChangesComeDuringARegistrationIfTheChoicesSaySo) {
   host.setChoices({.changesDuringRegistration = &changes});
   struct Registering {
     Engine& engine;
     std::thread::id thread;
     std::size_t registered = 0;
-    Changes told;
+    Changes received;
   } registering{engine, {}, 0, {}};
   const auto note = [](sonalith_keyValueList* list, void* user) {
     auto& seen = *static_cast<Registering*>(user);
     seen.thread = std::this_thread::get_id();
     seen.registered = seen.engine.callbackCount();
-    seen.told.push_back(list);
+    seen.received.push_back(list);
   };
   EXPECT_NE(add(note, &registering), nullptr);
-  EXPECT_EQ(registering.told, Changes{&changes});
+  EXPECT_EQ(registering.received, Changes{&changes});
   EXPECT_EQ(registering.registered, 1U);
   EXPECT_EQ(registering.thread, std::this_thread::get_id());
 }
 
-TEST_F(EngineChanges, DuringARegistrationAreToldToNobodyElse) {
-  Told earlier;
-  Told late;
+TEST_F(EngineChanges, ChangesDuringARegistrationReachNoOtherCallback) {
+  Received earlier;
+  Received late;
   add(earlier);
   host.setChoices({.changesDuringRegistration = &changes});
   add(late);
@@ -170,7 +170,7 @@ TEST_F(EngineChanges, DuringARegistrationAreToldToNobodyElse) {
   EXPECT_EQ(late.changes, Changes{&changes});
 }
 
-TEST_F(EngineChanges, RemovalWaitsForTheCallThatRuns) {
+TEST_F(EngineChanges, RemovalWaitsForACallInProgress) {
   struct Running {
     Engine& engine;
     std::promise<void> entered;
@@ -180,7 +180,7 @@ TEST_F(EngineChanges, RemovalWaitsForTheCallThatRuns) {
       [](sonalith_keyValueList*, void* user) {
         auto& call = *static_cast<Running*>(user);
         call.entered.set_value();
-        // The removal has begun; it gets every chance to return too early.
+        // The removal has begun. This gives it every chance to return too early.
         while (call.engine.callbackCount() != 0) std::this_thread::yield();
         for (int i = 0; i < 10000; ++i) std::this_thread::yield();
         call.ended = true;
@@ -193,12 +193,12 @@ TEST_F(EngineChanges, RemovalWaitsForTheCallThatRuns) {
   notifying.join();
 }
 
-TEST_F(EngineChanges, RemovalHoldsForANotificationThatIsUnderWay) {
+TEST_F(EngineChanges, RemovalAlsoTakesEffectInANotificationInProgress) {
   struct Blocking {
     std::promise<void> entered;
     std::promise<void> removed;
   } blocking;
-  Told told;
+  Received received;
   add(
       [](sonalith_keyValueList*, void* user) {
         auto& call = *static_cast<Blocking*>(user);
@@ -206,13 +206,13 @@ TEST_F(EngineChanges, RemovalHoldsForANotificationThatIsUnderWay) {
         call.removed.get_future().wait();
       },
       &blocking);
-  void* next = add(told);
+  void* next = add(received);
   std::thread notifying([&] { engine.notify(&changes); });
   blocking.entered.get_future().wait();
   remove(next);
   blocking.removed.set_value();
   notifying.join();
-  EXPECT_EQ(told.changes, Changes{});
+  EXPECT_EQ(received.changes, Changes{});
 }
 
 TEST_F(EngineChanges, RemovalDoesNotWaitForACallThatThrew) {
@@ -225,7 +225,7 @@ TEST_F(EngineChanges, RemovalDoesNotWaitForACallThatThrew) {
   EXPECT_EQ(engine.callbackCount(), 0U);
 }
 
-TEST_F(EngineChanges, RemovalDoesNotWaitForTheCallThatAsksForIt) {
+TEST_F(EngineChanges, ACallbackMayRemoveItself) {
   struct Removing {
     Engine& engine;
     void* handle = nullptr;
@@ -245,7 +245,7 @@ TEST_F(EngineChanges, RemovalDoesNotWaitForTheCallThatAsksForIt) {
 
 namespace {
 
-// What a callback uses. It is over as soon as the callback has been removed.
+// What a callback uses until it has been removed.
 struct Used {
   std::atomic<int> calls = 0;
   std::atomic<int> callsWhenOver = 0;
@@ -261,7 +261,7 @@ struct Used {
 
 }  // namespace
 
-TEST_F(EngineChanges, RemovalLeavesNothingRunningWhileThreadsNotify) {
+TEST_F(EngineChanges, NoCallRunsAfterTheRemovalWhileThreadsNotify) {
   std::atomic<bool> stop = false;
   std::vector<std::thread> threads;
   for (int i = 0; i < 3; ++i) {

@@ -1,4 +1,4 @@
-// Key/value lists: those that a test fills for a module, and those that a module gets and fills.
+// Key/value lists: those that a test fills for a module, and those that a module creates.
 #include "standin/KeyValueList.h"
 
 #include <bit>
@@ -13,7 +13,7 @@ namespace {
 
 class KeyValue : public WithHost {
  protected:
-  // The items that an iteration shows, as "key type value".
+  // The items of an iteration, each as "key type value".
   static Texts shown(const KeyValueList& list) {
     Texts result;
     const auto note = [](const sonalith_keyValueItem* item, void* user) {
@@ -24,7 +24,7 @@ class KeyValue : public WithHost {
     return result;
   }
 
-  // The value that a search gives, "(null)" for a null one and "(none)" if the key is not found.
+  // The result of a search: "(null)" for a null text, "(none)" if the key is not found.
   static std::string found(const KeyValueList& list, const char* key) {
     const char* value = "untouched";
     if (sonalith_keyValueListGetS(&list, key, &value) == 0) return value ? value : "(null)";
@@ -73,7 +73,7 @@ std::uint64_t bitsOf(const sonalith_keyValueItem& item) {
 
 }  // namespace
 
-TEST_F(KeyValue, ListHasAllEightTypesOfItems) {
+TEST_F(KeyValue, AListHoldsItemsOfAllEightTypes) {
   KeyValueList list;
   list.addUint("u", 4294967295U)
       .addInt("i", -2147483647)
@@ -88,7 +88,7 @@ TEST_F(KeyValue, ListHasAllEightTypesOfItems) {
                    "us 4 [1,4294967295,]", "is 5 [-1,2,-3,]", "fs 6 [1.500000,]", "d 7 0.250000"}));
 }
 
-TEST_F(KeyValue, ListHasItemsOfTypesThatNobodyKnows) {
+TEST_F(KeyValue, AListHoldsItemsOfUnknownTypes) {
   sonalith_itemValue value;
   value.asDouble = std::bit_cast<double>(std::uint64_t{77});
   KeyValueList list;
@@ -96,19 +96,19 @@ TEST_F(KeyValue, ListHasItemsOfTypesThatNobodyKnows) {
   EXPECT_EQ(shown(list), (Texts{"first 8 77", "last 4294967295 77"}));
 }
 
-TEST_F(KeyValue, ListMayHaveEmptyArrays) {
+TEST_F(KeyValue, AListHoldsEmptyArrays) {
   KeyValueList list;
   list.addUintArray("us", {}).addIntArray("is", {}).addFloatArray("fs", {});
   EXPECT_EQ(shown(list), (Texts{"us 4 []", "is 5 []", "fs 6 []"}));
 }
 
-TEST_F(KeyValue, ListMayHaveNullKeysAndTexts) {
+TEST_F(KeyValue, AListHoldsNullKeysAndTexts) {
   KeyValueList list;
   list.addString("s", nullptr).addString(nullptr, "text").addInt(nullptr, 1);
   EXPECT_EQ(shown(list), (Texts{"s 3 (null)", "(null) 3 text", "(null) 1 1"}));
 }
 
-TEST_F(KeyValue, ListOwnsWhatItsItemsPointTo) {
+TEST_F(KeyValue, AListOwnsWhatItsItemsPointTo) {
   KeyValueList list;
   for (int i = 0; i < 100; ++i) {
     std::string text = "a text that is too long to lie in the string object " + std::to_string(i);
@@ -121,7 +121,7 @@ TEST_F(KeyValue, ListOwnsWhatItsItemsPointTo) {
   EXPECT_EQ(items.at(1), "is 5 [0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,]");
 }
 
-TEST_F(KeyValue, ListFillsWhatNoModuleMayRead) {
+TEST_F(KeyValue, APatternFillsWhatNoModuleMayRead) {
   KeyValueList list;
   list.addUint("u", 1).addInt("i", -1).addFloat("f", 1.0F).addIntArray("is", {1});
   const auto& items = list.items();
@@ -135,14 +135,14 @@ TEST_F(KeyValue, ListFillsWhatNoModuleMayRead) {
   }
 }
 
-TEST_F(KeyValue, ListOfAModuleIsEmptyAtFirst) {
+TEST_F(KeyValue, AModulesListIsEmptyAtFirst) {
   auto* list = sonalith_keyValueListNew();
   EXPECT_NE(sonalith_keyValueListIsEmpty(list), 0);
   sonalith_keyValueListAddSI32(list, "i", 1);
   EXPECT_EQ(sonalith_keyValueListIsEmpty(list), 0);
 }
 
-TEST_F(KeyValue, ListOfAModuleTakesFourTypesOfItems) {
+TEST_F(KeyValue, AModuleAddsItemsOfFourTypes) {
   auto* list = sonalith_keyValueListNew();
   sonalith_keyValueListAddSS(list, "s", "text");
   sonalith_keyValueListAddSI32(list, "i", -5);
@@ -153,7 +153,7 @@ TEST_F(KeyValue, ListOfAModuleTakesFourTypesOfItems) {
             (Texts{"s 3 text", "i 1 -5", "u 0 4000000000", "f 2 0.500000", "null 3 (null)"}));
 }
 
-TEST_F(KeyValue, ListOfAModuleCopiesKeysAndTexts) {
+TEST_F(KeyValue, AModulesListCopiesKeysAndTexts) {
   auto* list = sonalith_keyValueListNew();
   char key[] = "key";
   char text[] = "text";
@@ -163,7 +163,7 @@ TEST_F(KeyValue, ListOfAModuleCopiesKeysAndTexts) {
   EXPECT_EQ(shown(*list), Texts{"key 3 text"});
 }
 
-TEST_F(KeyValue, ListOfAModuleIsCountedUntilItIsDestroyed) {
+TEST_F(KeyValue, AModulesListIsOutstandingUntilItIsDestroyed) {
   auto* first = sonalith_keyValueListNew();
   auto* second = sonalith_keyValueListNew();
   EXPECT_EQ(host.outstanding(), (Outstanding{0, 0, 2, 0}));
@@ -174,7 +174,7 @@ TEST_F(KeyValue, ListOfAModuleIsCountedUntilItIsDestroyed) {
   EXPECT_EQ(host.violations(), Texts{});
 }
 
-TEST_F(KeyValue, ListIsNotDestroyedTwiceNorIfItIsTheHosts) {
+TEST_F(KeyValue, DestroyingAListTwiceOrTheHostsOwnIsAViolation) {
   auto* list = sonalith_keyValueListNew();
   sonalith_keyValueListDestroy(list);
   sonalith_keyValueListDestroy(list);
@@ -184,21 +184,21 @@ TEST_F(KeyValue, ListIsNotDestroyedTwiceNorIfItIsTheHosts) {
             Texts(2, "sonalith_keyValueListDestroy: not a list that the module holds"));
 }
 
-TEST_F(KeyValue, SearchGivesTheTextOfTheFirstItemWithTheKey) {
+TEST_F(KeyValue, ASearchReturnsTheTextOfTheFirstItemWithTheKey) {
   KeyValueList list;
   list.addString("key", "first").addString("key", "second").addString("other", "third");
   EXPECT_EQ(found(list, "key"), "first");
   EXPECT_EQ(found(list, "other"), "third");
 }
 
-TEST_F(KeyValue, SearchFindsANullAndAnEmptyText) {
+TEST_F(KeyValue, ASearchFindsNullAndEmptyTexts) {
   KeyValueList list;
   list.addString("null", nullptr).addString("empty", "");
   EXPECT_EQ(found(list, "null"), "(null)");
   EXPECT_EQ(found(list, "empty"), "");
 }
 
-TEST_F(KeyValue, SearchBorrowsTheTextFromTheList) {
+TEST_F(KeyValue, ASearchReturnsTheListsOwnText) {
   KeyValueList list;
   list.addString("key", "text");
   const char* value = nullptr;
@@ -206,7 +206,7 @@ TEST_F(KeyValue, SearchBorrowsTheTextFromTheList) {
   EXPECT_EQ(value, list.items()[0].value.asString);
 }
 
-TEST_F(KeyValue, SearchGivesNullForWhatIsNotThereWhereTheHostDoesSo) {
+TEST_F(KeyValue, AFailedSearchReturnsNullIfTheChoicesSaySo) {
   host.setChoices({.missedTextIsNull = true});
   const KeyValueList list;
   const char* value = "untouched";
@@ -214,7 +214,7 @@ TEST_F(KeyValue, SearchGivesNullForWhatIsNotThereWhereTheHostDoesSo) {
   EXPECT_EQ(value, nullptr);
 }
 
-TEST_F(KeyValue, SearchDoesNotFindWhatIsNotThere) {
+TEST_F(KeyValue, ASearchFailsWithoutATextUnderTheExactKey) {
   KeyValueList list;
   EXPECT_EQ(found(list, "key"), "(none)");
   list.addString("key2", "longer").addString("ke", "shorter").addString("KEY", "capitals");
@@ -222,7 +222,7 @@ TEST_F(KeyValue, SearchDoesNotFindWhatIsNotThere) {
   EXPECT_EQ(found(list, "key"), "(none)");
 }
 
-TEST_F(KeyValue, IterationGoesOnAfterAOneByDefault) {
+TEST_F(KeyValue, AnIterationContinuesAfterAResultOfOneByDefault) {
   KeyValueList list;
   list.addInt("a", 1).addInt("b", 2).addInt("c", 3);
   int calls = 0;
@@ -234,7 +234,7 @@ TEST_F(KeyValue, IterationGoesOnAfterAOneByDefault) {
   EXPECT_EQ(calls, 3);
 }
 
-TEST_F(KeyValue, IterationStopsAtAOneByChoice) {
+TEST_F(KeyValue, AnIterationStopsAtAResultOfOneIfTheChoicesSaySo) {
   host.setChoices({.iterationStopsAtOne = true});
   KeyValueList list;
   list.addInt("a", 0).addInt("b", 1).addInt("c", 0);
@@ -247,7 +247,7 @@ TEST_F(KeyValue, IterationStopsAtAOneByChoice) {
   EXPECT_EQ(keys, (Texts{"a", "b"}));
 }
 
-TEST_F(KeyValue, IterationMayAddToListsAndLog) {
+TEST_F(KeyValue, TheCallbackOfAnIterationMayAddToListsAndLog) {
   KeyValueList list;
   list.addInt("a", 1).addInt("b", 2);
   auto* matched = sonalith_keyValueListNew();
@@ -262,7 +262,7 @@ TEST_F(KeyValue, IterationMayAddToListsAndLog) {
   EXPECT_EQ(host.journal(), (Texts{"log 1 passing a", "log 1 passing b"}));
 }
 
-TEST_F(KeyValue, IterationShowsWhatWasThereAtItsBegin) {
+TEST_F(KeyValue, AnIterationShowsTheItemsThatWereThereAtItsBeginning) {
   KeyValueList list;
   list.addInt("a", 1).addInt("b", 2);
   const auto addMore = [](const sonalith_keyValueItem* item, void* user) {
@@ -275,7 +275,7 @@ TEST_F(KeyValue, IterationShowsWhatWasThereAtItsBegin) {
   EXPECT_EQ(list.items().size(), 202U);
 }
 
-TEST_F(KeyValue, OperationsRefuseNullWhereNoneMayBe) {
+TEST_F(KeyValue, NullArgumentsAreViolations) {
   KeyValueList list;
   const char* value = nullptr;
   const auto ignore = [](const sonalith_keyValueItem*, void*) { return std::int32_t{0}; };
@@ -286,16 +286,16 @@ TEST_F(KeyValue, OperationsRefuseNullWhereNoneMayBe) {
   sonalith_keyValueListForEach(nullptr, ignore, nullptr);
   sonalith_keyValueListForEach(&list, nullptr, nullptr);
   sonalith_keyValueListDestroy(nullptr);
-  EXPECT_EQ(host.violations(), (Texts{"sonalith_keyValueListIsEmpty: null where none may be",
-                                      "sonalith_keyValueListGetS: null where none may be",
-                                      "sonalith_keyValueListGetS: null where none may be",
-                                      "sonalith_keyValueListGetS: null where none may be",
-                                      "sonalith_keyValueListForEach: null where none may be",
-                                      "sonalith_keyValueListForEach: null where none may be",
-                                      "sonalith_keyValueListDestroy: null where none may be"}));
+  EXPECT_EQ(host.violations(), (Texts{"sonalith_keyValueListIsEmpty: null argument",
+                                      "sonalith_keyValueListGetS: null argument",
+                                      "sonalith_keyValueListGetS: null argument",
+                                      "sonalith_keyValueListGetS: null argument",
+                                      "sonalith_keyValueListForEach: null argument",
+                                      "sonalith_keyValueListForEach: null argument",
+                                      "sonalith_keyValueListDestroy: null argument"}));
 }
 
-TEST_F(KeyValue, AdditionsRefuseANullListOrKey) {
+TEST_F(KeyValue, AddingToANullListOrUnderANullKeyIsAViolation) {
   KeyValueList list;
   sonalith_keyValueListAddSS(nullptr, "key", "text");
   sonalith_keyValueListAddSI32(nullptr, "key", 1);
@@ -306,5 +306,5 @@ TEST_F(KeyValue, AdditionsRefuseANullListOrKey) {
   sonalith_keyValueListAddSU32(&list, nullptr, 1);
   sonalith_keyValueListAddSF(&list, nullptr, 1);
   EXPECT_EQ(shown(list), Texts{});
-  EXPECT_EQ(host.violations(), Texts(8, "sonalith_keyValueListAdd: null where none may be"));
+  EXPECT_EQ(host.violations(), Texts(8, "sonalith_keyValueListAdd: null argument"));
 }

@@ -1,4 +1,4 @@
-// A lean host gives modules the same as any other, and keeps nothing.
+// A lean host serves modules like any other host, but keeps no records.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -20,7 +20,7 @@ class LeanHost : public testing::Test {
   standin::Host host{lean()};
 };
 
-TEST_F(LeanHost, HasListsThatGrowWithAllTheirSlots) {
+TEST_F(LeanHost, OffsetListsKeepTheirSlotsAsTheyGrow) {
   sonalith_slotText name = "slot";
   std::vector<std::int32_t> values(200);
   sonalith_moduleOffsetList* list = sonalith_createModuleOffset(nullptr);
@@ -41,7 +41,7 @@ TEST_F(LeanHost, HasListsThatGrowWithAllTheirSlots) {
   EXPECT_EQ(host.violations(), std::vector<std::string>{});
 }
 
-TEST_F(LeanHost, TakesItemsTextsAndMemory) {
+TEST_F(LeanHost, ListsTextCopiesAndMemoryWork) {
   sonalith_keyValueList* list = sonalith_keyValueListNew();
   EXPECT_NE(sonalith_keyValueListIsEmpty(list), 0);
   sonalith_keyValueListAddSF(list, "gain", 0.5f);
@@ -54,7 +54,7 @@ TEST_F(LeanHost, TakesItemsTextsAndMemory) {
   sonalith_free(text);
 }
 
-TEST_F(LeanHost, KeepsNoRecordsAndFailsNoCall) {
+TEST_F(LeanHost, ThereAreNoRecordsAndNoPlannedFaults) {
   host.failCall(standin::Operation::Calloc);
   sonalith_free(sonalith_calloc(1, 1));
   sonalith_log(SONALITH_LOG_TRACE, "file", 1, 1, "line");

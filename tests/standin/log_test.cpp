@@ -1,4 +1,4 @@
-// The log: what a line carries, where it goes, and that any thread may write it.
+// The log: what a line holds, where it goes, and that any thread may write it.
 #include <latch>
 #include <thread>
 
@@ -19,7 +19,7 @@ class Log : public WithHost {
 
 }  // namespace
 
-TEST_F(Log, KeepsAllThatALineCarries) {
+TEST_F(Log, ALineHoldsEverythingThatWasPassed) {
   const auto before = std::chrono::system_clock::now();
   sonalith_log(3, "src/file.cpp", 42, 1, "%s(%s, %p) %d%%", "startCycle", "gateway",
                static_cast<void*>(nullptr), 7);
@@ -31,10 +31,26 @@ TEST_F(Log, KeepsAllThatALineCarries) {
   EXPECT_EQ(lines[0].file, "src/file.cpp");
   EXPECT_EQ(lines[0].line, 42);
   EXPECT_EQ(lines[0].one, 1);
+  EXPECT_EQ(lines[0].format, "%s(%s, %p) %d%%");
+  EXPECT_EQ(lines[0].arguments, (Texts{"startCycle", "gateway", "(nil)", "7"}));
   EXPECT_EQ(lines[0].text, "startCycle(gateway, (nil)) 7%");
 }
 
-TEST_F(Log, FormatsTextsOfAnyLength) {
+TEST_F(Log, EachArgumentIsKeptAsItAppearsInTheText) {
+  sonalith_log(1, "file", 1, 1, "%5d|%-4s|%.2s|%*d|%+.1f|%lx|%hhu|%c|100%%|%zu", 42, "ab", "cdef",
+               3, 7, 2.25, 255L, 300, 'x', std::size_t{9});
+  const auto line = host.log().at(0);
+  EXPECT_EQ(line.arguments, (Texts{"   42", "ab  ", "cd", "  7", "+2.2", "ff", "44", "x", "9"}));
+  EXPECT_EQ(line.text, "   42|ab  |cd|  7|+2.2|ff|44|x|100%|9");
+}
+
+TEST_F(Log, AFixedTextHasNoArguments) {
+  sonalith_log(1, "file", 1, 1, "a fixed text");
+  EXPECT_EQ(host.log().at(0).format, "a fixed text");
+  EXPECT_EQ(host.log().at(0).arguments, Texts{});
+}
+
+TEST_F(Log, TextsMayHaveAnyLength) {
   Texts expected;
   for (const std::size_t length : {0, 1, 15, 16, 255, 256, 4096, 100000}) {
     expected.push_back(std::string(length, 'x') + "!");
@@ -43,13 +59,13 @@ TEST_F(Log, FormatsTextsOfAnyLength) {
   EXPECT_EQ(texts(), expected);
 }
 
-TEST_F(Log, IsToldInTheJournalWithItsLevel) {
+TEST_F(Log, TheJournalShowsLevelAndText) {
   sonalith_log(1, "file", 1, 1, "one");
   sonalith_log(4, "file", 1, 1, "two");
   EXPECT_EQ(host.journal(), (Texts{"log 1 one", "log 4 two"}));
 }
 
-TEST_F(Log, GoesToTheSinkOnTheThreadThatLogs) {
+TEST_F(Log, TheSinkGetsEachLineOnTheThreadThatLogs) {
   std::vector<LogLine> seen;
   std::thread::id thread;
   host.setLogSink([&](const LogLine& line) {
@@ -68,14 +84,14 @@ TEST_F(Log, GoesToTheSinkOnTheThreadThatLogs) {
   EXPECT_EQ(thread, expected);
 }
 
-TEST_F(Log, LetsTheSinkAskTheHost) {
+TEST_F(Log, TheSinkMayCallTheHost) {
   std::size_t known = 0;
   host.setLogSink([&](const LogLine&) { known = host.log().size() + host.outstanding().blocks; });
   sonalith_log(1, "file", 1, 1, "text");
   EXPECT_EQ(known, 1U);
 }
 
-TEST_F(Log, GoesToNoSinkAfterItWasTakenAway) {
+TEST_F(Log, ARemovedSinkGetsNoLines) {
   int lines = 0;
   host.setLogSink([&](const LogLine&) { ++lines; });
   sonalith_log(1, "file", 1, 1, "text");
@@ -85,7 +101,7 @@ TEST_F(Log, GoesToNoSinkAfterItWasTakenAway) {
   EXPECT_EQ(texts(), Texts(2, "text"));
 }
 
-TEST_F(Log, TakesLinesOfSeveralThreadsOneAtATimeAndInOneOrder) {
+TEST_F(Log, TheSinkAndTheLogGetTheLinesOfSeveralThreadsInOneOrder) {
   constexpr int linesOfEach = 500;
   Texts seen;
   host.setLogSink([&](const LogLine& line) { seen.push_back(line.text); });
@@ -102,7 +118,7 @@ TEST_F(Log, TakesLinesOfSeveralThreadsOneAtATimeAndInOneOrder) {
   EXPECT_EQ(seen, texts());
 }
 
-TEST_F(Log, IsForgottenOnDemandButMemoryIsNot) {
+TEST_F(Log, ClearRecordsForgetsLinesButNotBlocks) {
   void* block = sonalith_calloc(1, 8);
   sonalith_log(1, "file", 1, 1, "text");
   host.clearRecords();
@@ -112,7 +128,7 @@ TEST_F(Log, IsForgottenOnDemandButMemoryIsNot) {
   EXPECT_EQ(host.journal(), Texts{"free #1"});
 }
 
-TEST_F(Log, AndJournalAreNotKeptByChoice) {
+TEST_F(Log, NeitherLogNorJournalIsKeptIfTheChoicesSaySo) {
   host.setChoices({.keepRecords = false});
   int lines = 0;
   host.setLogSink([&](const LogLine&) { ++lines; });
@@ -123,8 +139,8 @@ TEST_F(Log, AndJournalAreNotKeptByChoice) {
   EXPECT_EQ(host.journal(), Texts{});
 }
 
-TEST_F(Log, NeedsThePathOfItsSource) {
+TEST_F(Log, ALineWithoutASourcePathIsAViolation) {
   sonalith_log(1, nullptr, 1, 1, "text");
   EXPECT_EQ(texts(), Texts{});
-  EXPECT_EQ(host.violations(), Texts{"sonalith_log: null where none may be"});
+  EXPECT_EQ(host.violations(), Texts{"sonalith_log: null argument"});
 }

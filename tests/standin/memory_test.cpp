@@ -1,4 +1,4 @@
-// What modules are given, whether they return it, and whether they keep to its bounds.
+// The memory that modules are given: whether they return it and stay within its bounds.
 #include <algorithm>
 #include <new>
 
@@ -15,7 +15,7 @@ class Memory : public WithHost {
   }
 };
 
-// What the address sanitizer would stop at once, so that the host's own checks get to see it.
+// Accesses that the address sanitizer does not see, so that the host's own checks have to.
 __attribute__((noinline, no_sanitize("address"))) void poke(volatile char* address) {
   *address = 'x';
 }
@@ -25,13 +25,13 @@ __attribute__((noinline, no_sanitize("address"))) char peek(const volatile char*
 
 }  // namespace
 
-TEST_F(Memory, IsZeroFilledForCountTimesSizeBytes) {
+TEST_F(Memory, ABlockHasCountTimesSizeZeroBytes) {
   char* bytes = block(3, 100);
   EXPECT_EQ(std::string(bytes, 300), std::string(300, '\0'));
   EXPECT_EQ(host.outstanding(), (Outstanding{1, 300, 0, 0}));
 }
 
-TEST_F(Memory, MayBeFilledToItsLastByte) {
+TEST_F(Memory, ABlockMayBeFilledToItsLastByte) {
   char* bytes = block(3, 100);
   std::fill_n(bytes, 300, 'x');
   EXPECT_EQ(host.violations(), Texts{});
@@ -39,7 +39,7 @@ TEST_F(Memory, MayBeFilledToItsLastByte) {
   EXPECT_EQ(host.violations(), Texts{});
 }
 
-TEST_F(Memory, IsCountedUntilItIsReleased) {
+TEST_F(Memory, ABlockIsOutstandingUntilItsRelease) {
   char* first = block(1, 8);
   char* second = block(2, 50);
   EXPECT_EQ(host.outstanding(), (Outstanding{2, 108, 0, 0}));
@@ -49,7 +49,7 @@ TEST_F(Memory, IsCountedUntilItIsReleased) {
   EXPECT_EQ(host.outstanding(), (Outstanding{0, 0, 0, 0}));
 }
 
-TEST_F(Memory, IsToldInTheJournalByRisingNumbers) {
+TEST_F(Memory, TheJournalNumbersBlocksInOrder) {
   char* first = block(3, 100);
   char* second = block(1, 8);
   sonalith_free(second);
@@ -59,7 +59,7 @@ TEST_F(Memory, IsToldInTheJournalByRisingNumbers) {
                                    "calloc 0x4 #3", "free #3"}));
 }
 
-TEST_F(Memory, OfNoBytesIsABlockOfItsOwn) {
+TEST_F(Memory, ABlockOfNoBytesHasAnAddressOfItsOwn) {
   char* first = block(0, 4);
   char* second = block(4, 0);
   EXPECT_NE(first, nullptr);
@@ -68,58 +68,60 @@ TEST_F(Memory, OfNoBytesIsABlockOfItsOwn) {
   EXPECT_EQ(host.outstanding(), (Outstanding{2, 0, 0, 0}));
 }
 
-TEST_F(Memory, IsNeverNullEvenIfTheProductHasNoRoomInItsType) {
+TEST_F(Memory, AnOverflowingSizeThrowsInsteadOfReturningNull) {
   EXPECT_THROW(block(std::uint64_t{1} << 33, std::uint64_t{1} << 33), std::bad_alloc);
   EXPECT_THROW(block(1, UINT64_MAX), std::bad_alloc);
   EXPECT_EQ(host.outstanding(), Outstanding{});
 }
 
-TEST_F(Memory, ReleasedTwiceIsAViolationAndReleasedOnce) {
+TEST_F(Memory, ASecondReleaseIsAViolationAndHasNoEffect) {
   char* bytes = block(1, 8);
   sonalith_free(bytes);
   sonalith_free(bytes);
-  EXPECT_EQ(host.violations(), Texts{"sonalith_free: block #1 of 8 bytes is released already"});
+  EXPECT_EQ(host.violations(),
+            Texts{"sonalith_free: block #1 of 8 bytes has already been released"});
   EXPECT_EQ(host.journal(), (Texts{"calloc 1x8 #1", "free #1"}));
   EXPECT_EQ(host.outstanding(), Outstanding{});
 }
 
-TEST_F(Memory, ReleasedTwiceIsNoticedThoughABlockOfThatSizeCameBetween) {
+TEST_F(Memory, ASecondReleaseIsNoticedAfterAnotherAllocationOfThatSize) {
   char* bytes = block(1, 8);
   sonalith_free(bytes);
   EXPECT_NE(block(1, 8), bytes);
   sonalith_free(bytes);
-  EXPECT_EQ(host.violations(), Texts{"sonalith_free: block #1 of 8 bytes is released already"});
+  EXPECT_EQ(host.violations(),
+            Texts{"sonalith_free: block #1 of 8 bytes has already been released"});
   EXPECT_EQ(host.outstanding(), (Outstanding{1, 8, 0, 0}));
 }
 
-TEST_F(Memory, OfAnotherOwnerIsNotReleased) {
+TEST_F(Memory, ReleasingForeignMemoryIsAViolation) {
   int own = 0;
   sonalith_free(&own);
   sonalith_free(block(1, 8) + 1);
-  EXPECT_EQ(host.violations(), (Texts{"sonalith_free: not a block of the host",
-                                      "sonalith_free: not a block of the host"}));
+  EXPECT_EQ(host.violations(), (Texts{"sonalith_free: not a block that the host allocated",
+                                      "sonalith_free: not a block that the host allocated"}));
   EXPECT_EQ(host.outstanding(), (Outstanding{1, 8, 0, 0}));
 }
 
-TEST_F(Memory, NullIsNotReleased) {
+TEST_F(Memory, ReleasingNullIsAViolation) {
   sonalith_free(nullptr);
-  EXPECT_EQ(host.violations(), Texts{"sonalith_free: null where none may be"});
+  EXPECT_EQ(host.violations(), Texts{"sonalith_free: null argument"});
   EXPECT_EQ(host.journal(), Texts{});
 }
 
-TEST_F(Memory, WrittenBehindItsEndIsNoticedBeforeItsRelease) {
+TEST_F(Memory, AWritePastTheEndIsNoticedBeforeTheRelease) {
   poke(block(2, 4) + 8);
-  EXPECT_EQ(host.violations(), Texts{"block #1 of 8 bytes was written behind its end"});
+  EXPECT_EQ(host.violations(), Texts{"block #1 of 8 bytes was written past its end"});
 }
 
-TEST_F(Memory, WrittenBehindItsEndIsNoticedAtItsRelease) {
+TEST_F(Memory, AWritePastTheEndIsNoticedAtTheRelease) {
   char* bytes = block(2, 4);
   poke(bytes + 8 + 63);
   sonalith_free(bytes);
-  EXPECT_EQ(host.violations(), Texts{"block #1 of 8 bytes was written behind its end"});
+  EXPECT_EQ(host.violations(), Texts{"block #1 of 8 bytes was written past its end"});
 }
 
-TEST_F(Memory, WrittenBehindItsEndIsToldOnce) {
+TEST_F(Memory, AWritePastTheEndIsReportedOnce) {
   char* bytes = block(2, 4);
   poke(bytes + 8);
   const Texts once = host.violations();
@@ -127,7 +129,7 @@ TEST_F(Memory, WrittenBehindItsEndIsToldOnce) {
   EXPECT_EQ(host.violations(), once);
 }
 
-TEST_F(Memory, IsOverwrittenWhenItIsReleased) {
+TEST_F(Memory, AReleaseOverwritesTheBlock) {
   char* bytes = block(1, 2);
   bytes[0] = 'a';
   bytes[1] = 'b';
@@ -136,7 +138,7 @@ TEST_F(Memory, IsOverwrittenWhenItIsReleased) {
   EXPECT_EQ(peek(bytes + 1), '\xDD');
 }
 
-TEST_F(Memory, WrittenAfterItsReleaseIsNoticedOnce) {
+TEST_F(Memory, AWriteAfterTheReleaseIsReportedOnce) {
   char* bytes = block(1, 8);
   sonalith_free(bytes);
   poke(bytes + 7);
@@ -144,7 +146,7 @@ TEST_F(Memory, WrittenAfterItsReleaseIsNoticedOnce) {
   EXPECT_EQ(host.violations(), Texts{"block #1 of 8 bytes was written after its release"});
 }
 
-TEST_F(Memory, WrittenAfterItsReleaseIsNoticedWhenItGoesBackToTheHeap) {
+TEST_F(Memory, AWriteAfterTheReleaseIsNoticedWhenTheHeapGetsTheBlockBack) {
   constexpr std::uint64_t moreThanIsKept = 17 << 20;
   char* bytes = block(1, 8);
   sonalith_free(bytes);
@@ -153,16 +155,16 @@ TEST_F(Memory, WrittenAfterItsReleaseIsNoticedWhenItGoesBackToTheHeap) {
   EXPECT_EQ(host.violations(), Texts{"block #1 of 8 bytes was written after its release"});
 }
 
-TEST_F(Memory, WrittenBehindItsEndAndAfterItsReleaseIsToldOfBoth) {
+TEST_F(Memory, WritesPastTheEndAndAfterTheReleaseAreBothReported) {
   char* bytes = block(1, 8);
   poke(bytes + 8);
   sonalith_free(bytes);
   poke(bytes);
-  EXPECT_EQ(host.violations(), (Texts{"block #1 of 8 bytes was written behind its end",
+  EXPECT_EQ(host.violations(), (Texts{"block #1 of 8 bytes was written past its end",
                                       "block #1 of 8 bytes was written after its release"}));
 }
 
-TEST_F(Memory, ReturnsToTheHostWithoutLeakWhenTheHostGoes) {
+TEST_F(Memory, TheHostFreesWhatModulesHaveNotReturned) {
   block(1, 8);
   sonalith_createModuleOffset(nullptr);
   sonalith_keyValueListNew();

@@ -1,4 +1,4 @@
-// A module as a file: loaded, started, looked at, told of changes, stopped.
+// A module as a file: loaded, started, inspected, notified of changes and stopped.
 #include <dlfcn.h>
 
 #include <cmath>
@@ -28,7 +28,7 @@ class Module : public WithHost {
     return result;
   }
 
-  // "set name value" of each slot.
+  // Each slot as "set name value".
   static Texts described(const std::vector<Slot>& slots) {
     Texts result;
     for (const auto& slot : slots) {
@@ -38,7 +38,7 @@ class Module : public WithHost {
     return result;
   }
 
-  // What() of the exception that loading a file raises.
+  // The text of the exception that loading a file throws.
   static std::string errorOf(const std::string& path) {
     try {
       const LoadedModule module(path);
@@ -69,23 +69,23 @@ class StartedModule : public Module {
 
 }  // namespace
 
-TEST_F(Module, IsLoadedWithItsDescriptor) {
+TEST_F(Module, LoadingFindsTheDescriptor) {
   EXPECT_STREQ(module.entry().name, "probe");
   EXPECT_EQ(module.entry().code, 13U);
   EXPECT_EQ(module.symbol("plugin_entry_0_1"), &module.entry());
   EXPECT_EQ(module.symbol("startCycle"), nullptr);
 }
 
-TEST_F(Module, ThatIsNoFileIsRefusedWithPathAndReason) {
+TEST_F(Module, LoadingAMissingFileFailsWithPathAndReason) {
   EXPECT_EQ(errorOf("/no/module.so"),
             "/no/module.so: cannot open shared object file: No such file or directory");
 }
 
-TEST_F(Module, WithoutDescriptorIsRefusedWithPathAndReason) {
+TEST_F(Module, LoadingAFileWithoutADescriptorFailsWithPathAndReason) {
   EXPECT_EQ(errorOf(NO_MODULE_PATH), NO_MODULE_PATH ": undefined symbol: plugin_entry_0_1");
 }
 
-TEST_F(Module, GetsEveryOperationFromTheProgram) {
+TEST_F(Module, TheProgramExportsEveryOperation) {
   for (const char* name :
        {"sonalith_log", "sonalith_calloc", "sonalith_free", "sonalith_strncpy",
         "sonalith_createModuleOffset", "sonalith_addModuleOffset", "sonalith_moduleValidateOk",
@@ -98,7 +98,7 @@ TEST_F(Module, GetsEveryOperationFromTheProgram) {
   }
 }
 
-TEST_F(Module, IsStartedAndStoppedWithItsNameAndParameters) {
+TEST_F(Module, StartAndStopPassNameAndParameters) {
   ModuleInstance instance(module, engine, "probe");
   KeyValueList params;
   params.addString("gatewayConfigPath", "a path");
@@ -109,19 +109,19 @@ TEST_F(Module, IsStartedAndStoppedWithItsNameAndParameters) {
   EXPECT_EQ(host.violations(), Texts{});
 }
 
-TEST_F(Module, IsStartedWithAPath) {
+TEST_F(Module, StartPassesAPathAsAParameter) {
   ModuleInstance instance(module, engine);
   EXPECT_EQ(instance.start("a path"), 0);
   instance.stop();
   EXPECT_EQ(logged(), (Texts{"start gateway a path", "stop gateway"}));
 }
 
-TEST_F(Module, GivesTheResultOfItsStart) {
+TEST_F(Module, StartReturnsTheResultOfTheEntry) {
   ModuleInstance instance(module, engine);
   EXPECT_EQ(instance.start("fail"), -1);
 }
 
-TEST_F(Module, MayHaveSeveralInstancesOnOneEngine) {
+TEST_F(Module, SeveralInstancesMayShareAnEngine) {
   ModuleInstance first(module, engine, "first");
   ModuleInstance second(module, engine, "second");
   first.start(nullptr);
@@ -133,14 +133,14 @@ TEST_F(Module, MayHaveSeveralInstancesOnOneEngine) {
   EXPECT_EQ(host.outstanding(), Outstanding{});
 }
 
-TEST_F(Module, HasANameOfUpToThirtyOneBytes) {
+TEST_F(Module, AnInstanceNameHasUpToThirtyOneBytes) {
   ModuleInstance instance(module, engine, std::string(31, 'n'));
   EXPECT_STREQ(instance.record().name, std::string(31, 'n').c_str());
   EXPECT_EQ(instance.record().engine, &engine);
   EXPECT_THROW(ModuleInstance(module, engine, std::string(32, 'n')), std::invalid_argument);
 }
 
-TEST_F(Module, FindsItsFieldsOfTheRecordAsTheContractSays) {
+TEST_F(Module, ANewRecordHasNullsAndPatternsAsPromised) {
   ModuleInstance instance(module, engine);
   const auto& record = instance.record();
   const auto patterned = [](const void* field) {
@@ -155,7 +155,7 @@ TEST_F(Module, FindsItsFieldsOfTheRecordAsTheContractSays) {
   EXPECT_TRUE(patterned(record.fastMeterOffsets));
 }
 
-TEST_F(Module, MayWriteItsFieldsOnly) {
+TEST_F(Module, HostBytesAreIntactAfterStartAndStop) {
   ModuleInstance instance(module, engine);
   EXPECT_TRUE(instance.hostBytesIntact());
   instance.start(nullptr);
@@ -164,21 +164,21 @@ TEST_F(Module, MayWriteItsFieldsOnly) {
   EXPECT_TRUE(instance.hostBytesIntact());
 }
 
-TEST_F(Module, IsCaughtWritingToAReservedFieldOfTheRecord) {
+TEST_F(Module, WritingToAReservedFieldIsNoticed) {
   ModuleInstance instance(module, engine);
   instance.start("spoil");
   EXPECT_FALSE(instance.hostBytesIntact());
   instance.stop();
 }
 
-TEST_F(Module, IsCaughtWritingBehindItsPartOfTheRecord) {
+TEST_F(Module, WritingPastTheRecordIsNoticed) {
   ModuleInstance instance(module, engine);
   instance.start("overrun");
   EXPECT_FALSE(instance.hostBytesIntact());
   instance.stop();
 }
 
-TEST_F(Module, IsCaughtWritingToTheFieldsThatTheHostFills) {
+TEST_F(Module, WritingToTheHostsFieldsIsNoticed) {
   ModuleInstance renamed(module, engine);
   renamed.record().name[0] = 'G';
   EXPECT_FALSE(renamed.hostBytesIntact());
@@ -187,7 +187,7 @@ TEST_F(Module, IsCaughtWritingToTheFieldsThatTheHostFills) {
   EXPECT_FALSE(moved.hostBytesIntact());
 }
 
-TEST_F(Module, ShowsNoSlotsBeforeItsStartAndAfterItsStop) {
+TEST_F(Module, ThereAreNoSlotsBeforeTheStartAndAfterTheStop) {
   ModuleInstance instance(module, engine);
   EXPECT_THROW(instance.slots(), std::logic_error);
   instance.start(nullptr);
@@ -195,7 +195,7 @@ TEST_F(Module, ShowsNoSlotsBeforeItsStartAndAfterItsStop) {
   EXPECT_THROW(instance.slots(), std::logic_error);
 }
 
-TEST_F(StartedModule, ShowsItsSlotsFastThenSlowThenEngine) {
+TEST_F(StartedModule, SlotsComeFastThenSlowThenEngine) {
   EXPECT_EQ(described(instance.slots()),
             (Texts{"fast fast_text first fast", "fast fast_int -2147483647",
                    "fast fast_uint 4294967295", "fast fast_float 0.1", "slow slow_text first slow",
@@ -204,13 +204,13 @@ TEST_F(StartedModule, ShowsItsSlotsFastThenSlowThenEngine) {
                    "engine engine_uint 4294967295", "engine engine_float 0.1"}));
 }
 
-TEST_F(StartedModule, ShowsTheSlotsOfOneSet) {
+TEST_F(StartedModule, TheSlotsOfOneSetCanBeListed) {
   EXPECT_EQ(described(instance.slots(SlotSet::Slow)),
             (Texts{"slow slow_text first slow", "slow slow_int -2147483647",
                    "slow slow_uint 4294967295", "slow slow_float 0.1"}));
 }
 
-TEST_F(StartedModule, ShowsASlotByItsName) {
+TEST_F(StartedModule, ASlotIsFoundByItsName) {
   const Slot slot = instance.slot(SlotSet::Fast, "fast_int");
   EXPECT_EQ(slot.name(), "fast_int");
   EXPECT_EQ(slot.set, SlotSet::Fast);
@@ -219,7 +219,7 @@ TEST_F(StartedModule, ShowsASlotByItsName) {
   EXPECT_EQ(engineSlot("engine_int").description.validator, sonalith_moduleValidateOk);
 }
 
-TEST_F(StartedModule, HasNoSlotOfAnotherName) {
+TEST_F(StartedModule, AnUnknownSlotNameThrows) {
   try {
     instance.slot(SlotSet::Slow, "fast_int");
     FAIL() << "found it";
@@ -228,21 +228,21 @@ TEST_F(StartedModule, HasNoSlotOfAnotherName) {
   }
 }
 
-TEST_F(StartedModule, GivesEachValueInItsOwnType) {
+TEST_F(StartedModule, EachValueIsReadInItsOwnType) {
   EXPECT_EQ(engineSlot("engine_text").read(), SlotValue("first engine"));
   EXPECT_EQ(engineSlot("engine_int").read(), SlotValue(std::int32_t{-2147483647}));
   EXPECT_EQ(engineSlot("engine_uint").read(), SlotValue(std::uint32_t{4294967295U}));
   EXPECT_EQ(engineSlot("engine_float").read(), SlotValue(0.1F));
 }
 
-TEST_F(StartedModule, GivesATextWithoutTerminatorToItsHundredthByte) {
+TEST_F(StartedModule, AnUnterminatedTextIsReadToItsHundredthByte) {
   const Slot slot = engineSlot("engine_text");
   host.setChoices({.strncpyTerminates = false});
   sonalith_strncpy(static_cast<char*>(slot.description.value), std::string(300, 'x').c_str(), 100);
   EXPECT_EQ(slot.read(), SlotValue(std::string(100, 'x')));
 }
 
-TEST_F(StartedModule, IsToldOfAllChangesInOneNotification) {
+TEST_F(StartedModule, SetReportsAllChangesInOneNotification) {
   host.clearRecords();
   instance.set({{engineSlot("engine_text"), "new"},
                 {engineSlot("engine_int"), std::int32_t{-7}},
@@ -256,13 +256,13 @@ TEST_F(StartedModule, IsToldOfAllChangesInOneNotification) {
                    "engine engine_uint 4000000000", "engine engine_float 0.25"}));
 }
 
-TEST_F(StartedModule, IsToldOfNoChangesToo) {
+TEST_F(StartedModule, SetNotifiesEvenWithoutChanges) {
   host.clearRecords();
   instance.set({});
   EXPECT_EQ(logged(), Texts{"changes"});
 }
 
-TEST_F(StartedModule, HasALongTextCutInTheSlotAndWholeInTheNotification) {
+TEST_F(StartedModule, SetCutsALongTextInTheSlotButNotInTheNotification) {
   host.clearRecords();
   const std::string text(150, 't');
   instance.set({{engineSlot("engine_text"), text}});
@@ -270,7 +270,7 @@ TEST_F(StartedModule, HasALongTextCutInTheSlotAndWholeInTheNotification) {
   EXPECT_EQ(logged(), (Texts{"changes", "probe.engine_text text " + text}));
 }
 
-TEST_F(StartedModule, TakesOnlyValuesOfTheSlotsType) {
+TEST_F(StartedModule, SetRefusesValuesOfAnotherType) {
   host.clearRecords();
   const auto refused = [&](const char* name, const SlotValue& value) {
     EXPECT_THROW(instance.set({{engineSlot("engine_text"), "new"}, {engineSlot(name), value}}),
@@ -284,13 +284,13 @@ TEST_F(StartedModule, TakesOnlyValuesOfTheSlotsType) {
   EXPECT_EQ(logged(), Texts{});
 }
 
-TEST_F(StartedModule, TakesValuesForEngineSlotsOnly) {
+TEST_F(StartedModule, SetRefusesMeterSlots) {
   EXPECT_THROW(instance.set({{instance.slot(SlotSet::Slow, "slow_int"), std::int32_t{1}}}),
                std::invalid_argument);
   EXPECT_EQ(instance.slot(SlotSet::Slow, "slow_int").read(), SlotValue(std::int32_t{-2147483647}));
 }
 
-TEST_F(Module, MayWriteSlotsWhileTheyAreRead) {
+TEST_F(Module, SlotsMayBeReadWhileTheModuleWritesThem) {
   ModuleInstance instance(module, engine);
   ASSERT_EQ(instance.start("write"), 0);
   const auto slots = instance.slots(SlotSet::Fast);
@@ -315,7 +315,7 @@ TEST(SlotText, IsTheShortestThatReadsBackTheSame) {
   EXPECT_EQ(textOf(NAN), "nan");
 }
 
-TEST(SlotSetName, IsASmallWord) {
+TEST(SlotSetName, IsAWordInLowerCase) {
   EXPECT_EQ(nameOf(SlotSet::Fast), "fast");
   EXPECT_EQ(nameOf(SlotSet::Slow), "slow");
   EXPECT_EQ(nameOf(SlotSet::Engine), "engine");

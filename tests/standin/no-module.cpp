@@ -1,4 +1,4 @@
-// A shared object that is no module: it has no descriptor.
+// A shared object without a descriptor, so no module.
 extern "C" int nothing();
 int nothing() {
   return 0;

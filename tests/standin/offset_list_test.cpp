@@ -1,4 +1,4 @@
-// Lists of slots: they move at every append, and who keeps an old pointer is told.
+// Lists of slots: they move at every append, and using an old pointer is a violation.
 #include <cstring>
 #include <stdexcept>
 
@@ -8,7 +8,7 @@ using standin::Outstanding;
 
 namespace {
 
-// A slot with memory of its own, described as a module would.
+// A slot with memory of its own, which it describes as a module would.
 struct IntSlot {
   explicit IntSlot(const char* text) { std::strcpy(name, text); }
 
@@ -45,13 +45,13 @@ class OffsetList : public WithHost {
 
 }  // namespace
 
-TEST_F(OffsetList, IsEmptyAtFirst) {
+TEST_F(OffsetList, ANewListIsEmpty) {
   EXPECT_EQ(names(), Texts{});
   EXPECT_EQ(host.outstanding().blocks, 1U);
   EXPECT_EQ(host.violations(), Texts{});
 }
 
-TEST_F(OffsetList, MovesOnEveryAppend) {
+TEST_F(OffsetList, AListMovesAtEveryAppend) {
   std::vector<sonalith_moduleOffsetList*> places = {list};
   for (int i = 0; i < 50; ++i) {
     add(a.description());
@@ -62,14 +62,14 @@ TEST_F(OffsetList, MovesOnEveryAppend) {
   EXPECT_EQ(host.outstanding().blocks, 1U);
 }
 
-TEST_F(OffsetList, KeepsSlotsInTheOrderOfTheirAppends) {
+TEST_F(OffsetList, SlotsStayInTheOrderOfTheirAppends) {
   add(b.description());
   add(a.description());
   add(b.description());
   EXPECT_EQ(names(), (Texts{"b", "a", "b"}));
 }
 
-TEST_F(OffsetList, CopiesTheDescription) {
+TEST_F(OffsetList, AnAppendCopiesTheDescription) {
   sonalith_moduleOffset slot = a.description();
   slot.validator = sonalith_moduleValidateOk;
   slot.flags = 3;
@@ -81,7 +81,7 @@ TEST_F(OffsetList, CopiesTheDescription) {
   EXPECT_EQ(std::memcmp(&slots[0], &given, offsetof(sonalith_moduleOffset, tail)), 0);
 }
 
-TEST_F(OffsetList, TakesWhateverLiesInTheTailOfADescription) {
+TEST_F(OffsetList, TheTailOfADescriptionMayHoldAnything) {
   sonalith_moduleOffset slot = a.description();
   slot.tail = 0xFFFFFFFF;
   add(slot);
@@ -89,7 +89,7 @@ TEST_F(OffsetList, TakesWhateverLiesInTheTailOfADescription) {
   EXPECT_EQ(host.violations(), Texts{});
 }
 
-TEST_F(OffsetList, IsToldInTheJournalWithEachMove) {
+TEST_F(OffsetList, TheJournalShowsEachMove) {
   add(a.description());
   add(b.description());
   sonalith_free(list);
@@ -97,7 +97,7 @@ TEST_F(OffsetList, IsToldInTheJournalWithEachMove) {
                                    "addModuleOffset #2>#3 b", "free #3"}));
 }
 
-TEST_F(OffsetList, GoesByTheCommonRelease) {
+TEST_F(OffsetList, FreeReleasesAList) {
   add(a.description());
   EXPECT_EQ(host.outstanding(), (Outstanding{1, 112, 0, 0}));
   sonalith_free(list);
@@ -105,47 +105,48 @@ TEST_F(OffsetList, GoesByTheCommonRelease) {
   EXPECT_EQ(host.violations(), Texts{});
 }
 
-TEST_F(OffsetList, KeptBeforeAMoveTakesNoSlot) {
+TEST_F(OffsetList, AppendingToAListThatHasMovedIsAViolation) {
   auto* stale = list;
   add(a.description());
   const sonalith_moduleOffset slot = b.description();
   sonalith_addModuleOffset(&stale, &slot);
   EXPECT_EQ(names(), Texts{"a"});
   EXPECT_EQ(host.violations(),
-            Texts{"sonalith_addModuleOffset: block #1 of 8 bytes is released already"});
+            Texts{"sonalith_addModuleOffset: block #1 of 8 bytes has already been released"});
 }
 
-TEST_F(OffsetList, KeptBeforeAMoveIsNotReleased) {
+TEST_F(OffsetList, ReleasingAListThatHasMovedIsAViolation) {
   auto* stale = list;
   add(a.description());
   sonalith_free(stale);
-  EXPECT_EQ(host.violations(), Texts{"sonalith_free: block #1 of 8 bytes is released already"});
+  EXPECT_EQ(host.violations(),
+            Texts{"sonalith_free: block #1 of 8 bytes has already been released"});
   EXPECT_EQ(host.outstanding().blocks, 1U);
 }
 
-TEST_F(OffsetList, KeptBeforeAMoveIsNotRead) {
+TEST_F(OffsetList, ReadingAListThatHasMovedThrows) {
   auto* stale = list;
   add(a.description());
   EXPECT_THROW(host.slotsOf(stale), std::logic_error);
 }
 
-TEST_F(OffsetList, IsNotAnyBlock) {
+TEST_F(OffsetList, AnOrdinaryBlockIsNoList) {
   void* block = sonalith_calloc(1, 104);
   auto* wrong = static_cast<sonalith_moduleOffsetList*>(block);
   const sonalith_moduleOffset slot = a.description();
   sonalith_addModuleOffset(&wrong, &slot);
   EXPECT_EQ(host.violations(),
-            Texts{"sonalith_addModuleOffset: block #2 of 104 bytes is not a list"});
+            Texts{"sonalith_addModuleOffset: block #2 of 104 bytes is not an offset list"});
   EXPECT_EQ(wrong, block);
   EXPECT_THROW(host.slotsOf(wrong), std::logic_error);
 }
 
-TEST_F(OffsetList, IsMadeWithANullArgument) {
+TEST_F(OffsetList, CreatingAListWithAnArgumentIsAViolation) {
   EXPECT_NE(sonalith_createModuleOffset(&list), nullptr);
   EXPECT_EQ(host.violations(), Texts{"sonalith_createModuleOffset: the argument is not null"});
 }
 
-TEST_F(OffsetList, RefusesReservedBytesThatAreNotZero) {
+TEST_F(OffsetList, ReservedBytesThatAreNotZeroAreViolations) {
   std::vector<sonalith_moduleOffset> slots(7, a.description());
   slots[0].reserved8 = 1;
   slots[1].reserved24 = 1;
@@ -160,7 +161,7 @@ TEST_F(OffsetList, RefusesReservedBytesThatAreNotZero) {
             Texts(7, "sonalith_addModuleOffset: slot a has reserved bytes that are not zero"));
 }
 
-TEST_F(OffsetList, TakesEachValueTypeWithItsSize) {
+TEST_F(OffsetList, EachValueTypeIsAcceptedWithItsSize) {
   sonalith_moduleOffset slot = a.description();
   for (const auto& [type, size] :
        std::vector<std::pair<std::uint32_t, std::uint64_t>>{{2, 4}, {3, 4}, {4, 4}, {5, 100}}) {
@@ -172,7 +173,7 @@ TEST_F(OffsetList, TakesEachValueTypeWithItsSize) {
   EXPECT_EQ(host.violations(), Texts{});
 }
 
-TEST_F(OffsetList, RefusesAValueTypeWithAnotherSize) {
+TEST_F(OffsetList, AValueTypeWithAnotherSizeIsAViolation) {
   sonalith_moduleOffset slot = a.description();
   for (const auto& [type, size] : std::vector<std::pair<std::uint32_t, std::uint64_t>>{
            {2, 8}, {3, 0}, {4, 100}, {5, 4}, {1, 4}, {6, 0}}) {
@@ -190,7 +191,7 @@ TEST_F(OffsetList, RefusesAValueTypeWithAnotherSize) {
                    "sonalith_addModuleOffset: slot a has value type 6 and size 0"}));
 }
 
-TEST_F(OffsetList, RefusesNullWhereNoneMayBe) {
+TEST_F(OffsetList, NullArgumentsAreViolations) {
   std::vector<sonalith_moduleOffset> slots(3, a.description());
   slots[0].name = nullptr;
   slots[1].value = nullptr;
@@ -201,5 +202,5 @@ TEST_F(OffsetList, RefusesNullWhereNoneMayBe) {
   sonalith_addModuleOffset(nullptr, &slots[0]);
   sonalith_addModuleOffset(&list, nullptr);
   EXPECT_EQ(names(), Texts{});
-  EXPECT_EQ(host.violations(), Texts(6, "sonalith_addModuleOffset: null where none may be"));
+  EXPECT_EQ(host.violations(), Texts(6, "sonalith_addModuleOffset: null argument"));
 }

@@ -1,9 +1,11 @@
-// A module of the smallest kind that still does everything that a module does: it publishes one
-// slot of each type in each of the three lists, logs the changes of which it is told, and may have
-// a thread that writes its fast slots. What it shall do is told by the parameter that otherwise
-// names a configuration file: "fail" (start returns -1), "spoil" (writes to a byte of the record
-// that is the host's), "overrun" (writes to a byte behind the record), "write" (has the thread),
-// "leak" (forgets a block of 24 bytes).
+// The smallest module that does everything that a module does. It publishes one slot of each type
+// in each of the three lists and logs the changes that it gets. The parameter that otherwise names
+// a configuration file may ask for more:
+//   fail     start returns -1
+//   spoil    start writes to a byte of the record that belongs to the host
+//   overrun  start writes to the byte after the record
+//   write    a thread writes the fast slots until the stop
+//   leak     start allocates 24 bytes that are never released
 #include <atomic>
 #include <string>
 #include <thread>
@@ -12,7 +14,7 @@
 
 namespace {
 
-// Names and values of one list's slots: a text, an int, a uint and a float.
+// The names and values of one list's slots: a text, an int, a uint and a float.
 struct Slots {
   GatewaySlotTable table;
   sonalith_slotText names[4];

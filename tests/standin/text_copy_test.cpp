@@ -1,4 +1,4 @@
-// The bounded copy, as far as it is settled and as far as the host may choose.
+// The bounded copy: what the boundary fixes, and what it leaves to the host.
 #include <array>
 #include <string>
 
@@ -8,7 +8,7 @@ namespace {
 
 class TextCopy : public WithHost {
  protected:
-  // The buffer and one byte behind it after a copy with size 100.
+  // The buffer after a copy with size 100, and the byte after it.
   std::string copied(const std::string& text) {
     std::array<char, 101> buffer;
     buffer.fill('#');
@@ -21,39 +21,39 @@ class TextCopy : public WithHost {
 
 }  // namespace
 
-TEST_F(TextCopy, FillsTheRestWithZeros) {
+TEST_F(TextCopy, ZerosFillTheRestOfTheBuffer) {
   EXPECT_EQ(copied("abc"), "abc" + zeros(97) + "#");
   EXPECT_EQ(copied(""), zeros(100) + "#");
 }
 
-TEST_F(TextCopy, HoldsNinetyNineBytesWithATerminator) {
+TEST_F(TextCopy, NinetyNineBytesFitWithTheirTerminator) {
   EXPECT_EQ(copied(std::string(99, 'x')), std::string(99, 'x') + zeros(1) + "#");
 }
 
-TEST_F(TextCopy, TerminatesAFullBufferByDefault) {
+TEST_F(TextCopy, AFullBufferIsTerminatedByDefault) {
   EXPECT_EQ(copied(std::string(100, 'x')), std::string(99, 'x') + zeros(1) + "#");
   EXPECT_EQ(copied(std::string(300, 'x')), std::string(99, 'x') + zeros(1) + "#");
 }
 
-TEST_F(TextCopy, LeavesAFullBufferWithoutTerminatorByChoice) {
+TEST_F(TextCopy, AFullBufferIsNotTerminatedIfTheChoicesSaySo) {
   host.setChoices({.strncpyTerminates = false});
   EXPECT_EQ(copied(std::string(99, 'x')), std::string(99, 'x') + zeros(1) + "#");
   EXPECT_EQ(copied(std::string(100, 'x')), std::string(100, 'x') + "#");
   EXPECT_EQ(copied(std::string(300, 'x')), std::string(100, 'x') + "#");
 }
 
-TEST_F(TextCopy, WritesNothingForNoBytes) {
+TEST_F(TextCopy, ASizeOfZeroWritesNothing) {
   std::string buffer = "###";
   sonalith_strncpy(buffer.data() + 1, "abc", 0);
   EXPECT_EQ(buffer, "###");
   EXPECT_EQ(host.violations(), Texts{});
 }
 
-TEST_F(TextCopy, NeedsBothTexts) {
+TEST_F(TextCopy, NullArgumentsAreViolations) {
   char buffer = '#';
   sonalith_strncpy(&buffer, nullptr, 1);
   sonalith_strncpy(nullptr, "abc", 1);
   EXPECT_EQ(buffer, '#');
-  EXPECT_EQ(host.violations(), (Texts{"sonalith_strncpy: null where none may be",
-                                      "sonalith_strncpy: null where none may be"}));
+  EXPECT_EQ(host.violations(),
+            (Texts{"sonalith_strncpy: null argument", "sonalith_strncpy: null argument"}));
 }

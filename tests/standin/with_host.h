@@ -1,4 +1,4 @@
-// A test that has a host.
+// The base of tests that need a host.
 #pragma once
 
 #include <gtest/gtest.h>

@@ -27,6 +27,7 @@ void GATEWAY_BEHIND(free)(void* memory);
 struct AllocationFault::Plan {
   int nth;
   Lasting lasting;
+  Throws what;
   bool active = true;
   std::size_t failures = 0;
   std::vector<Allocation> requests;
@@ -74,6 +75,7 @@ bool mattersHere() {
 struct Verdict {
   bool own = false;
   bool fails = false;
+  AllocationFault::Throws what = AllocationFault::Throws::BadAlloc;
   Callers callers;
 };
 
@@ -89,6 +91,7 @@ Verdict judge(const void* returnAddress, bool throws) {
   const auto number = static_cast<int>(plan.requests.size()) + 1;
   const bool forGood = plan.lasting == AllocationFault::Lasting::ForGood;
   verdict.fails = forGood ? number >= plan.nth : number == plan.nth;
+  verdict.what = plan.what;
   if (verdict.fails) ++plan.failures;
   plan.requests.push_back({verdict.fails, throws, verdict.callers});
   return verdict;
@@ -110,6 +113,7 @@ void noteGiven(const void* memory) {
 
 void* allocate(std::size_t size, const void* returnAddress) {
   const Verdict verdict = judge(returnAddress, true);
+  if (verdict.fails && verdict.what == AllocationFault::Throws::Int) throw 42;
   void* const memory = verdict.fails ? nullptr : GATEWAY_BEHIND(malloc)(size != 0 ? size : 1);
   if (memory == nullptr) throw std::bad_alloc();
   noteTaken(verdict, memory);
@@ -131,19 +135,21 @@ void* allocateQuietly(const void* returnAddress, Take take) {
 }
 
 // Kept for good, since a thread may look at its plan at any time.
-AllocationFault::Plan& newPlan(int nth, AllocationFault::Lasting lasting) {
+AllocationFault::Plan& newPlan(int nth, AllocationFault::Lasting lasting,
+                               AllocationFault::Throws what) {
   const Busy busy;
   static auto& plans = *new std::vector<std::unique_ptr<AllocationFault::Plan>>;
   plans.push_back(std::make_unique<AllocationFault::Plan>());
   plans.back()->nth = nth;
   plans.back()->lasting = lasting;
+  plans.back()->what = what;
   return *plans.back();
 }
 
 }  // namespace
 
-AllocationFault::AllocationFault(int nth, Lasting lasting, Covers covers)
-    : plan_(newPlan(nth, lasting)) {
+AllocationFault::AllocationFault(int nth, Lasting lasting, Covers covers, Throws what)
+    : plan_(newPlan(nth, lasting, what)) {
   if (covers == Covers::ThisThread) coverThisThread();
 }
 

@@ -1,8 +1,8 @@
 // Makes allocations of the module fail, and counts the blocks that it holds. A program that links
-// this replaces operator new and malloc with their companions.
+// this replaces operator new, malloc and their companions.
 //
-// Only requests of the module's own code count and fail: see ModuleCode.h. Those of the host, of
-// the test and of libraries go on.
+// Only the requests of the module's own code count and fail (see ModuleCode.h). Those of the host,
+// of the test and of libraries always succeed.
 #pragma once
 
 #include <cstddef>
@@ -16,14 +16,16 @@ class AllocationFault {
  public:
   enum class Lasting { Once, ForGood };
   enum class Covers { ThisThread, NoThreadYet };
+  // What operator new throws: std::bad_alloc, or an int, which no handler of the module catches.
+  enum class Throws { BadAlloc, Int };
   // A number that no request reaches: to count alone.
   static constexpr int never = std::numeric_limits<int>::max();
 
   // While it lives, the nth request of the threads that it covers (1: the next one) fails, and if
-  // for good, all that follow, too: operator new throws std::bad_alloc, malloc gives null. Covers
-  // also any thread on which coverThisThread is called; a thread is under one cover, the last.
+  // for good, all that follow, too: operator new throws, malloc gives null. Covers also any thread
+  // on which coverThisThread is called; a thread is under one cover, the last.
   explicit AllocationFault(int nth, Lasting lasting = Lasting::Once,
-                           Covers covers = Covers::ThisThread);
+                           Covers covers = Covers::ThisThread, Throws what = Throws::BadAlloc);
   ~AllocationFault();
   AllocationFault(const AllocationFault&) = delete;
   AllocationFault& operator=(const AllocationFault&) = delete;

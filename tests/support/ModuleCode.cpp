@@ -37,8 +37,8 @@ struct Range {
 
 struct Code {
   std::vector<Range> module;
-  std::vector<Range> passedOver;    // the C and the C++ library
-  std::vector<Function> functions;  // of the module, by address
+  std::vector<Range> libraries;     // the C and the C++ library
+  std::vector<Function> functions;  // of the module, in the order of their addresses
 
   const Function* find(Address address) const {
     auto after = std::upper_bound(functions.begin(), functions.end(), address,
@@ -49,7 +49,7 @@ struct Code {
 };
 
 std::atomic<const Code*> loadedCode{nullptr};
-int lives = 0;  // of objects by which it is known
+int instances = 0;  // of LoadedModuleCode
 
 bool beginsWithAny(std::string_view text, std::initializer_list<std::string_view> beginnings) {
   return std::any_of(beginnings.begin(), beginnings.end(),
@@ -57,7 +57,7 @@ bool beginsWithAny(std::string_view text, std::initializer_list<std::string_view
 }
 
 Owner ownerOf(std::string_view mangled) {
-  // What is local to a function belongs to who owns the function.
+  // A local entity has the owner of its function.
   while (mangled.starts_with("_ZZ")) mangled.remove_prefix(1);
   if (mangled.starts_with("Z")) mangled.remove_prefix(1);
   if (mangled.starts_with("_Z")) mangled.remove_prefix(2);
@@ -95,13 +95,13 @@ int addFile(dl_phdr_info* info, std::size_t, void* result) {
   const std::string path = info->dlpi_name;
   const std::string name = path.substr(path.rfind('/') + 1);
   const bool isModule = name == "grpc-gateway.so";
-  const bool isPassedOver = beginsWithAny(name, {"libstdc++.so", "libc.so"});
-  if (!isModule && !isPassedOver) return 0;
+  const bool isLibrary = beginsWithAny(name, {"libstdc++.so", "libc.so"});
+  if (!isModule && !isLibrary) return 0;
   for (int i = 0; i < info->dlpi_phnum; ++i) {
     const ElfW(Phdr)& part = info->dlpi_phdr[i];
     if (part.p_type != PT_LOAD) continue;
     const Address begin = info->dlpi_addr + part.p_vaddr;
-    (isModule ? code.module : code.passedOver).push_back({begin, begin + part.p_memsz});
+    (isModule ? code.module : code.libraries).push_back({begin, begin + part.p_memsz});
   }
   if (isModule) addFunctions(path, info->dlpi_addr, code.functions);
   return 0;
@@ -109,13 +109,13 @@ int addFile(dl_phdr_info* info, std::size_t, void* result) {
 
 Owner ownerOf(const Code& code, Address address) {
   const auto holds = [&](const Range& range) { return range.holds(address); };
-  if (std::any_of(code.passedOver.begin(), code.passedOver.end(), holds)) return Owner::CppLibrary;
+  if (std::any_of(code.libraries.begin(), code.libraries.end(), holds)) return Owner::CppLibrary;
   if (std::none_of(code.module.begin(), code.module.end(), holds)) return Owner::Foreign;
   const Function* const function = code.find(address);
   return function != nullptr ? function->owner : Owner::Module;
 }
 
-// A walk up the stack: the owner is that of the first frame that is not passed over.
+// A walk up the stack. The first frame outside the C and C++ libraries determines the owner.
 struct Walk {
   const Code& code;
   const Address from;
@@ -130,9 +130,9 @@ _Unwind_Reason_Code visit(_Unwind_Context* frame, void* state) {
   const Address address = _Unwind_GetIP(frame);
   if (!walk.entered && address != walk.from) return _URC_NO_REASON;
   walk.entered = true;
-  // The last place stays null.
+  // The last element stays null.
   if (walk.depth + 1 == walk.callers.addresses.size()) return _URC_NORMAL_STOP;
-  // A return address is a place in memory, whatever it is the type of.
+  // An address as a pointer to nothing in particular.
   walk.callers.addresses[walk.depth++] =
       reinterpret_cast<const void*>(address);  // NOLINT(performance-no-int-to-ptr)
   if (walk.owner == Owner::CppLibrary) walk.owner = ownerOf(walk.code, address - 1);
@@ -153,11 +153,11 @@ std::string nameOf(const void* returnAddress) {
 
 }  // namespace
 
-int Callers::count(std::string_view words) const {
+int Callers::count(std::string_view part) const {
   int found = 0;
   for (const void* address : addresses) {
     if (address == nullptr) break;
-    found += nameOf(address).find(words) != std::string::npos;
+    found += nameOf(address).find(part) != std::string::npos;
   }
   return found;
 }
@@ -182,17 +182,17 @@ std::string Callers::text() const {
 }
 
 LoadedModuleCode::LoadedModuleCode() {
-  if (lives++ > 0) return;
-  // Kept for good: another thread may be looking into it when this object goes.
-  static std::list<Code> everKnown;
-  Code& code = everKnown.emplace_back();
+  if (instances++ > 0) return;
+  // Never freed, because another thread may still be reading it when this object is destroyed.
+  static std::list<Code> allCode;
+  Code& code = allCode.emplace_back();
   dl_iterate_phdr(addFile, &code);
   if (code.functions.empty()) throw std::runtime_error("no module with symbols is loaded");
   loadedCode = &code;
 }
 
 LoadedModuleCode::~LoadedModuleCode() {
-  if (--lives == 0) loadedCode = nullptr;
+  if (--instances == 0) loadedCode = nullptr;
 }
 
 bool isOwnRequest(const void* returnAddress, Callers& callers) {

@@ -1,39 +1,40 @@
-// Tells whether a piece of memory was asked for by the built module's own code.
+// Decides whether the built module's own code requested a block of memory.
 //
-// A request is the module's own if the innermost caller, passing over the C and the C++ library and
-// the templates of the latter, stands in grpc-gateway.so and is not code of gRPC or of protobuf
-// that the compiler put there: inline parts of theirs and the generated messages. Those take memory
-// in ways that do not survive its absence, and neither do the libraries themselves.
+// A request is the module's own if its innermost caller outside the C and C++ libraries and the
+// latter's templates is in grpc-gateway.so, but not in code of gRPC or protobuf that the compiler
+// put there, which is their inline functions and the generated messages. Such code does not survive
+// a failed allocation, and neither do the libraries.
 //
-// Threads: any, but for the making of a LoadedModuleCode.
+// Threads: any thread; only one at a time may create or destroy a LoadedModuleCode.
 #pragma once
 
 #include <array>
 #include <string>
 #include <string_view>
 
-// Who asked: return addresses, the innermost first, and null behind the last.
+// The callers of a request: their return addresses from the innermost on, followed by nulls.
 struct Callers {
   std::array<const void*, 40> addresses{};
 
-  // How many of them are in functions with these words in their (mangled) name.
-  int count(std::string_view words) const;
-  bool include(std::string_view words) const { return count(words) > 0; }
-  // The (mangled) name of the module's own function that asked, by itself or through a library.
+  // How many of them are functions whose mangled name contains this text.
+  int count(std::string_view part) const;
+  bool include(std::string_view part) const { return count(part) > 0; }
+  // The mangled name of the module's own function that made the request, directly or through a
+  // library.
   std::string innermostOwn() const;
   std::string text() const;
 };
 
-// The module's code is known while one of these lives. The module must be loaded as long, too.
+// Makes the module's code known while it lives. The module must stay loaded for as long.
 class LoadedModuleCode {
  public:
-  // Throws std::runtime_error if no module is loaded, or if its file has no table of symbols.
+  // Throws std::runtime_error if no module is loaded or its file has no symbol table.
   LoadedModuleCode();
   ~LoadedModuleCode();
   LoadedModuleCode(const LoadedModuleCode&) = delete;
   LoadedModuleCode& operator=(const LoadedModuleCode&) = delete;
 };
 
-// Whether the module's own code asks, where `returnAddress` is that of the allocating function, and
-// if so, who that is. Takes no memory.
+// Whether a request is the module's own, and if so, its callers. `returnAddress` is that of the
+// allocating function. Allocates no memory.
 bool isOwnRequest(const void* returnAddress, Callers& callers);

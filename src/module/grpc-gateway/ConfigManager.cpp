@@ -267,11 +267,6 @@ int configHandler(void* user, const char* section, const char* name, const char*
 
 // ---- Verification -------------------------------------------------------------------------------
 
-bool fault(const char* text) {
-  GATEWAY_LOG(SONALITH_LOG_FAULT, "%s", text);
-  return false;
-}
-
 bool hasMeters(const ConfigManager& config) {
   const auto isEmpty = [](const auto& list) { return list.empty(); };
   return !visitMeters(config, MeterEntryType::Slow, isEmpty) ||
@@ -285,25 +280,43 @@ bool hasEngineParameters(const ConfigManager& config) {
 bool verifyMetersSettings(const ConfigManager& config) {
   const bool anyRate = config.enableFastMeters || config.enableSlowMeters;
   if (!config.metersTarget.empty()) {
-    return anyRate || fault("at least one meter type must be enabled");
+    if (anyRate) return true;
+    GATEWAY_LOG(SONALITH_LOG_FAULT, "at least one meter type must be enabled");
+  } else if (anyRate) {
+    GATEWAY_LOG(SONALITH_LOG_FAULT, "meters target can't be empty if fast or slow meters are set");
+  } else if (hasMeters(config)) {
+    GATEWAY_LOG(SONALITH_LOG_FAULT, "meters target can't be empty is some meters are set");
+  } else {
+    return true;
   }
-  if (anyRate) return fault("meters target can't be empty if fast or slow meters are set");
-  if (hasMeters(config)) return fault("meters target can't be empty is some meters are set");
-  return true;
+  return false;
 }
 
 bool verifyEngineSettings(const ConfigManager& config) {
   if (!config.engineTarget.empty() || !hasEngineParameters(config)) return true;
-  return fault("engine target can't be empty is some engine parameters are set");
+  GATEWAY_LOG(SONALITH_LOG_FAULT, "engine target can't be empty is some engine parameters are set");
+  return false;
+}
+
+template <class T>
+void logEmptyKey(const MeterEntry<T>&) {
+  GATEWAY_LOG(SONALITH_LOG_FAULT, "MeterEntry Key field can't be empty");
+}
+
+void logEmptyKey(const EngineEntry&) {
+  GATEWAY_LOG(SONALITH_LOG_FAULT, "EngineEntry Key field can't be empty");
 }
 
 // A repeated key is not logged by name; only the summary of the stage reports it.
 template <class Entry>
-bool verifyEntries(const std::vector<Entry>& entries, const char* emptyKeyText) {
+bool verifyEntries(const std::vector<Entry>& entries) {
   std::vector<std::string> keys;
   for (const Entry& entry : entries) {
     keys.push_back(entry.key);
-    if (entry.key.empty()) return fault(emptyKeyText);
+    if (entry.key.empty()) {
+      logEmptyKey(entry);
+      return false;
+    }
     if (entry.customKey.size() > maximumCustomKeySize) {
       GATEWAY_LOG(SONALITH_LOG_FAULT, "MeterEntry CustomKey maximum size is %d",
                   maximumCustomKeySize);
@@ -315,11 +328,11 @@ bool verifyEntries(const std::vector<Entry>& entries, const char* emptyKeyText) 
 
 template <class T>
 bool verifyMeterEntries(std::vector<MeterEntry<T>> entries) {
-  return verifyEntries(entries, "MeterEntry Key field can't be empty");
+  return verifyEntries(entries);
 }
 
 bool verifyEngineEntries(const std::vector<EngineEntry>& entries) {
-  return verifyEntries(entries, "EngineEntry Key field can't be empty");
+  return verifyEntries(entries);
 }
 
 bool verifyMeterLists(const ConfigManager& config) {
@@ -332,24 +345,23 @@ bool verifyEngineLists(const ConfigManager& config) {
   return visitParams(config, []<class>(const auto& list) { return verifyEngineEntries(list); });
 }
 
-struct Stage {
-  bool (*verify)(const ConfigManager& config);
-  const char* failure;
-};
-
-constexpr Stage stages[] = {
-    {verifyMetersSettings, "Meters settings verification failed!"},
-    {verifyEngineSettings, "Engine settings verification failed!"},
-    {verifyMeterLists, "MeterEntry string settings verification failed!"},
-    {verifyEngineLists, "EngineEntry string settings verification failed!"},
-};
-
 // Runs every stage, so that one start reports the faults of all of them.
 bool verify(const ConfigManager& config) {
   bool sound = true;
-  for (const Stage& stage : stages) {
-    if (stage.verify(config)) continue;
-    GATEWAY_LOG(SONALITH_LOG_TRACE, "%s", stage.failure);
+  if (!verifyMetersSettings(config)) {
+    GATEWAY_LOG(SONALITH_LOG_TRACE, "Meters settings verification failed!");
+    sound = false;
+  }
+  if (!verifyEngineSettings(config)) {
+    GATEWAY_LOG(SONALITH_LOG_TRACE, "Engine settings verification failed!");
+    sound = false;
+  }
+  if (!verifyMeterLists(config)) {
+    GATEWAY_LOG(SONALITH_LOG_TRACE, "MeterEntry string settings verification failed!");
+    sound = false;
+  }
+  if (!verifyEngineLists(config)) {
+    GATEWAY_LOG(SONALITH_LOG_TRACE, "EngineEntry string settings verification failed!");
     sound = false;
   }
   return sound;

@@ -2,19 +2,28 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 
 #include <string>
 #include <vector>
 
 #include "standin/Host.h"
 #include "standin/LoadedModule.h"
+#include "tests/module/grpc-gateway/ModuleLog.h"
 #include "tests/support/TemporaryFolder.h"
 
 using Journal = std::vector<std::string>;
 
+// For death tests whose way to end is not fixed: a signal, or a sanitizer's report.
+inline bool endsAbnormally(int status) {
+  return !WIFEXITED(status) || WEXITSTATUS(status) != 0;
+}
+
 class GatewayTest : public ::testing::Test {
  protected:
-  // What a stop logs, but for the tags that it flushes.
+  ~GatewayTest() override { expectModuleLog(host.log()); }
+
+  // What a stop logs, without the tags that it flushes.
   const Journal stopSteps = {
       "log 1 stopCycle(gateway)",
       "log 3 grpc-gateway: destroying module manager..",
@@ -31,11 +40,14 @@ class GatewayTest : public ::testing::Test {
     return instance.start(files.write("gateway.conf", configuration));
   }
 
-  // Leaves out what the module logs, or all but that.
+  // The journal without log lines, and the log lines alone.
   Journal journalWithoutLog() const { return filtered(false); }
-  Journal log() const { return filtered(true); }
+  Journal log() const {
+    expectModuleLog(host.log());
+    return filtered(true);
+  }
 
-  // What holds at the end of every test that stopped what it started.
+  // Holds at the end of every test that has stopped what it started.
   void expectNothingLeft() const {
     EXPECT_EQ(host.outstanding(), standin::Outstanding{});
     EXPECT_EQ(host.violations(), std::vector<std::string>{});

@@ -276,7 +276,7 @@ TEST_F(PeersRetry, FollowsFiveSecondsAfterAnyEndOfTheStream) {
       pair.ended->server().command("end slow " + statuses[2 * round + 1]);
       pair.killed->killServer();
       EXPECT_EQ(pair.killed->read(SlotSet::Fast, "i"), SlotValue(round == 0 ? 42 : 99));
-      pair.killed->bringServer();
+      pair.killed->startServer();
       for (const char* stream : {"fast ", "slow "}) {
         returns.emplace_back(name, opening(*pair.ended, stream + next, start));
       }

@@ -19,7 +19,14 @@ using standin::SlotValue;
 using namespace std::chrono_literals;
 
 LogLine lineOf(int level, const std::string& text) {
-  return {std::chrono::system_clock::time_point(1500ms), level, "src/a.cpp", 7, 1, text};
+  return {.time = std::chrono::system_clock::time_point(1500ms),
+          .level = level,
+          .file = "src/a.cpp",
+          .line = 7,
+          .one = 1,
+          .format = "%s",
+          .arguments = {text},
+          .text = text};
 }
 
 std::vector<std::string> textsFrom(const LogBook& book, std::uint64_t from) {

@@ -1,4 +1,4 @@
-// The arguments of both channels, as gRPC gets them.
+// The arguments with which the module creates its channels.
 #include <dlfcn.h>
 #include <grpcpp/create_channel.h>
 #include <gtest/gtest.h>
@@ -13,8 +13,8 @@
 
 namespace {
 
-// Each channel that was asked for: its target, and its arguments in their order.
-std::vector<std::string>& requested() {
+// Each channel that was created: its target, and its arguments in order.
+std::vector<std::string>& created() {
   static std::vector<std::string> channels;
   return channels;
 }
@@ -24,7 +24,7 @@ std::string describe(const std::string& target, const grpc::ChannelArguments& ar
   const grpc_channel_args list = arguments.c_channel_args();
   for (std::size_t i = 0; i < list.num_args; ++i) {
     const grpc_arg& argument = list.args[i];
-    // gRPC++ adds its own name by itself.
+    // gRPC++ adds its own name.
     if (std::string(argument.key) == GRPC_ARG_PRIMARY_USER_AGENT_STRING) continue;
     text.append(" ").append(argument.key).append("=");
     text += argument.type == GRPC_ARG_INTEGER ? std::to_string(argument.value.integer) : "?";
@@ -34,7 +34,8 @@ std::string describe(const std::string& target, const grpc::ChannelArguments& ar
 
 }  // namespace
 
-// Stands in front of gRPC's own in this program, and hands on to it.
+// Calls in this program reach this function instead of gRPC's. It records the channel and passes
+// the call on.
 namespace grpc {
 
 std::shared_ptr<Channel> CreateCustomChannel(const std::string& target,
@@ -45,7 +46,7 @@ std::shared_ptr<Channel> CreateCustomChannel(const std::string& target,
   constexpr char symbol[] =
       "_ZN4grpc19CreateCustomChannelERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEERKSt10"
       "shared_ptrINS_18ChannelCredentialsEERKNS_16ChannelArgumentsE";
-  requested().push_back(describe(target, arguments));
+  created().push_back(describe(target, arguments));
   return reinterpret_cast<Create*>(dlsym(RTLD_NEXT, symbol))(target, credentials, arguments);
 }
 
@@ -53,7 +54,7 @@ std::shared_ptr<Channel> CreateCustomChannel(const std::string& target,
 
 namespace {
 
-TEST(Channels, OfBothSidesPingEveryTenSecondsAlsoWithoutACall) {
+TEST(Channels, BothPingEveryTenSecondsEvenWithoutACall) {
   standin::Host host;
   TemporaryFolder files;
   SimProcess servers;
@@ -64,8 +65,8 @@ TEST(Channels, OfBothSidesPingEveryTenSecondsAlsoWithoutACall) {
   const std::string arguments =
       " grpc.keepalive_time_ms=10000 grpc.keepalive_timeout_ms=10000"
       " grpc.keepalive_permit_without_calls=1";
-  EXPECT_EQ(requested(), (std::vector<std::string>{servers.metersTarget() + arguments,
-                                                   servers.engineTarget() + arguments}));
+  EXPECT_EQ(created(), (std::vector<std::string>{servers.metersTarget() + arguments,
+                                                 servers.engineTarget() + arguments}));
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The search in a private copy finds what a plain search through the list finds.
+// The search in a private copy of a list finds what a plain search in the list finds.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -33,14 +33,14 @@ std::size_t plainFind(const Entries& entries, const std::string& key, std::size_
   return MeterListCopy::npos;
 }
 
-TEST(MeterListCopy, OfAnEmptyListFindsNothing) {
+TEST(MeterListCopy, ACopyOfAnEmptyListFindsNothing) {
   const MeterListCopy copy{Entries{}};
   EXPECT_EQ(copy.size(), 0u);
   EXPECT_EQ(copy.find("a", 10), MeterListCopy::npos);
   EXPECT_EQ(copy.find("", 10), MeterListCopy::npos);
 }
 
-TEST(MeterListCopy, OutlivesTheListThatItWasMadeOf) {
+TEST(MeterListCopy, ACopyOutlivesItsList) {
   Entries entries = entriesOf({"first", std::string(200, 'x'), "last"});
   const MeterListCopy copy(entries);
   for (auto& entry : entries) entry.key.assign(entry.key.size(), '?');
@@ -50,17 +50,17 @@ TEST(MeterListCopy, OutlivesTheListThatItWasMadeOf) {
   EXPECT_EQ(copy.find("last", 3), 2u);
 }
 
-TEST(MeterListCopy, GivesTheFirstOfEqualKeysAndNoneAtOrBeyondTheBound) {
+TEST(MeterListCopy, FindReturnsTheFirstOfEqualKeysBelowTheBound) {
   const MeterListCopy copy(entriesOf({"a", "b", "a"}));
   EXPECT_EQ(copy.size(), 3u);
-  EXPECT_GT(MeterListCopy::npos, copy.size()) << "no entry has the position of none";
+  EXPECT_GT(MeterListCopy::npos, copy.size()) << "npos is no position";
   EXPECT_EQ(copy.find("a", 3), 0u);
   EXPECT_EQ(copy.find("b", 2), 1u);
   EXPECT_EQ(copy.find("b", 1), MeterListCopy::npos);
   EXPECT_EQ(copy.find("a", 0), MeterListCopy::npos);
 }
 
-TEST(MeterListCopy, ComparesCaseLengthAndEveryByte) {
+TEST(MeterListCopy, FindComparesEveryByte) {
   const MeterListCopy copy(entriesOf({"out.level", std::string("a\0b", 3)}));
   EXPECT_EQ(copy.find("Out.level", 2), MeterListCopy::npos);
   EXPECT_EQ(copy.find("out.leve", 2), MeterListCopy::npos);
@@ -71,7 +71,7 @@ TEST(MeterListCopy, ComparesCaseLengthAndEveryByte) {
   EXPECT_EQ(copy.find("a", 2), MeterListCopy::npos);
 }
 
-TEST(MeterListCopy, LooksAtNoByteBehindTheKeyThatItIsAskedFor) {
+TEST(MeterListCopy, FindReadsNoByteAfterTheSoughtKey) {
   for (std::size_t size = 1; size <= 8; ++size) {
     const std::string key(size, 'a');
     const std::string longer = key + "o";
@@ -88,15 +88,15 @@ std::size_t findInListOf(T defaultValue) {
   return MeterListCopy(std::vector<MeterEntry<T>>{entry}).find("key", 1);
 }
 
-TEST(MeterListCopy, HoldsEntriesOfEveryValueType) {
+TEST(MeterListCopy, EntriesOfEveryValueTypeCanBeCopied) {
   EXPECT_EQ(findInListOf<std::string>("text"), 0u);
   EXPECT_EQ(findInListOf<std::int32_t>(-1), 0u);
   EXPECT_EQ(findInListOf<std::uint32_t>(1), 0u);
   EXPECT_EQ(findInListOf<float>(0.5f), 0u);
 }
 
-// A key that ends with its memory, at a distance from its begin: the address sanitizer sees who
-// reads past it, and every alignment has its turn.
+// A key at the very end of its memory block, so that the address sanitizer notices reads past it.
+// The distance from the beginning of the block sets its alignment.
 class KeyAtItsEnd {
  public:
   KeyAtItsEnd(const std::string& key, std::size_t distance)
@@ -113,8 +113,8 @@ class KeyAtItsEnd {
   std::unique_ptr<char[]> memory_;
 };
 
-// Keys of one length that differ in one byte each, wherever it stands, and keys one byte longer or
-// shorter: of long ones, some differ in no place that the scan looks at.
+// Keys of one length that differ in one byte at changing places, and keys one byte longer or
+// shorter. Some long keys do not differ in any byte that the scan compares first.
 std::vector<std::string> nearlyEqualKeys(std::size_t size) {
   std::vector<std::string> keys;
   const std::string base(size, 'k');
@@ -127,7 +127,7 @@ std::vector<std::string> nearlyEqualKeys(std::size_t size) {
   return keys;
 }
 
-TEST(MeterListCopy, AgreesWithThePlainSearchAtEveryLengthAndAlignmentOfKeys) {
+TEST(MeterListCopy, FindAgreesWithAPlainSearchForKeysOfEveryLengthAndAlignment) {
   constexpr std::size_t alignments = 16;
   for (std::size_t size = 0; size <= 300; ++size) {
     const std::vector<std::string> keys = nearlyEqualKeys(size);
@@ -144,7 +144,7 @@ TEST(MeterListCopy, AgreesWithThePlainSearchAtEveryLengthAndAlignmentOfKeys) {
   }
 }
 
-TEST(MeterListCopy, AgreesWithThePlainSearchInListsOfEveryLength) {
+TEST(MeterListCopy, FindAgreesWithAPlainSearchInListsOfEveryLength) {
   for (std::size_t count = 0; count <= 300; ++count) {
     std::vector<std::string> keys;
     for (std::size_t i = 0; i < count; ++i) keys.push_back("level." + std::to_string(i));
@@ -158,11 +158,11 @@ TEST(MeterListCopy, AgreesWithThePlainSearchInListsOfEveryLength) {
   }
 }
 
-// Keys that differ in few places, of all small lengths: most of them agree in what the search looks
-// at first, so that it has to look further.
-class Shapes : public ::testing::TestWithParam<unsigned> {};
+// Short keys that differ in few places. Most agree in the bytes that the search compares first, so
+// it has to compare the rest.
+class RandomLists : public ::testing::TestWithParam<unsigned> {};
 
-TEST_P(Shapes, AgreeWithThePlainSearch) {
+TEST_P(RandomLists, FindAgreesWithAPlainSearch) {
   std::mt19937 random(GetParam());
   const auto upTo = [&](std::size_t limit) {
     return std::uniform_int_distribution<std::size_t>(0, limit)(random);
@@ -196,6 +196,6 @@ TEST_P(Shapes, AgreeWithThePlainSearch) {
   EXPECT_GT(missed, 1000);
 }
 
-INSTANTIATE_TEST_SUITE_P(Seeds, Shapes, ::testing::Range(1u, 9u));
+INSTANTIATE_TEST_SUITE_P(Seeds, RandomLists, ::testing::Range(1u, 9u));
 
 }  // namespace

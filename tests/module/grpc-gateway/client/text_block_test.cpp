@@ -1,4 +1,4 @@
-// Short texts are copied and compared whole, and nothing beside them is touched.
+// Copying and comparing texts touches all of their bytes and no others.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -20,7 +20,8 @@ std::string textOf(std::size_t size) {
   return text;
 }
 
-// Memory that ends with the text, so that the address sanitizer sees who goes past it.
+// A text at the very end of its memory block, so that the address sanitizer notices accesses past
+// it.
 struct Bytes {
   Bytes(const std::string& text, std::size_t distance) : memory(new char[distance + text.size()]) {
     begin = memory.get() + distance;
@@ -30,7 +31,7 @@ struct Bytes {
   char* begin;
 };
 
-TEST(TextBlock, CopiesEveryByteAndNoOther) {
+TEST(TextBlock, CopyTextWritesEveryByteAndNoOther) {
   for (std::size_t size = 0; size <= longest; ++size) {
     for (std::size_t distance = 0; distance < alignments; ++distance) {
       const Bytes source(textOf(size), distance);
@@ -43,7 +44,7 @@ TEST(TextBlock, CopiesEveryByteAndNoOther) {
   }
 }
 
-TEST(TextBlock, ComparesEveryByteAndNoOther) {
+TEST(TextBlock, SameTextComparesEveryByteAndNoOther) {
   for (std::size_t size = 0; size <= longest; ++size) {
     for (std::size_t distance = 0; distance < alignments; ++distance) {
       const Bytes one(textOf(size), distance);
@@ -59,7 +60,7 @@ TEST(TextBlock, ComparesEveryByteAndNoOther) {
   }
 }
 
-TEST(EngineListCopy, HoldsKeysAndNamesOfEveryLengthApartFromItsSource) {
+TEST(EngineListCopy, ACopyHoldsKeysAndNamesOfEveryLengthAndOutlivesItsList) {
   std::vector<gateway::EngineEntry> entries;
   for (std::size_t size = 0; size < 100; ++size) {
     entries.push_back({textOf(size + 1), textOf(99 - size)});

@@ -1,5 +1,5 @@
-// Reading a file when memory runs out, and what it gives back. The program is linked so that its
-// calls of malloc, free and operator new come through the functions below.
+// Reading a file when memory runs out, and what the reader gives back. The program is linked so
+// that its calls of malloc, free and operator new reach the functions below.
 #include <cstdlib>
 #include <new>
 
@@ -7,11 +7,11 @@
 
 namespace {
 
-// The requests that are made of one allocator while a test watches it.
+// The requests to one allocator while a test watches it.
 struct Heap {
   bool watched = false;
   int requests = 0;
-  int failing = 0;  // number of the request that fails, counted from 1; 0 for none
+  int failing = 0;  // number of the request to fail, from 1; 0 for none
   int returned = 0;
 
   bool grants() { return !watched || ++requests != failing; }
@@ -27,7 +27,7 @@ Heap& mallocHeap() {
   return instance;
 }
 
-// Fails one request of a heap for as long as it lives.
+// Fails one request of a heap while it lives.
 class FailingRequest {
  public:
   FailingRequest(Heap& heap, int number) : heap_(heap) { heap_ = {true, 0, number, 0}; }
@@ -69,9 +69,9 @@ namespace {
 
 class ConfigAllocation : public ConfigTest {};
 
-// How many requests of operator new can be failed, one at a time, with the failure leaving the
-// constructor. The one behind them is not made any more.
-int failuresPassed(const std::string& path) {
+// How many requests to operator new fail in turn with an exception that leaves the constructor,
+// until a number is reached for which there is no request.
+int failuresThatLeave(const std::string& path) {
   for (int number = 1;; ++number) {
     const FailingRequest failing(newHeap(), number);
     try {
@@ -82,15 +82,15 @@ int failuresPassed(const std::string& path) {
   }
 }
 
-TEST_F(ConfigAllocation, EveryFailureLeavesTheConstructor) {
+TEST_F(ConfigAllocation, EveryFailureOfOperatorNewLeavesTheConstructor) {
   const std::string text(300, 'x');
   write("long.conf", "[Meters]\nTarget=" + text + "\n[MetersString]\nMeter=Key=" + text +
                          " DefaultValue=" + text + "\n");
   // At least one each for the target, the key, the default value and the list.
-  EXPECT_GT(failuresPassed("long.conf"), 4);
+  EXPECT_GT(failuresThatLeave("long.conf"), 4);
 }
 
-TEST_F(ConfigAllocation, WordsThatFindNoMemoryAreToldLikeAnOpenQuote) {
+TEST_F(ConfigAllocation, AnEntryWithoutMemoryForItsWordsIsLoggedLikeAnOpenQuote) {
   write("main.conf", std::string(targets) +
                          "[MetersInt]\nMeter=Key=a\nMeter=Key=b\n"
                          "[EngineInt]\nParam=Key=c\nParam=Key=d\n");
@@ -99,7 +99,8 @@ TEST_F(ConfigAllocation, WordsThatFindNoMemoryAreToldLikeAnOpenQuote) {
     const FailingRequest failing(mallocHeap(), number);
     return readPath("main.conf");
   };
-  // Each entry needs two blocks of memory.
+  // Each entry takes two blocks, so these fail the first entry, and the fifth fails the third
+  // entry.
   for (const int number : {1, 2}) {
     EXPECT_EQ(readFailing(number), unsound({.fastMeterInts = {{.key = "b"}},
                                             .engineInts = {{.key = "c"}, {.key = "d"}}}));
@@ -110,11 +111,11 @@ TEST_F(ConfigAllocation, WordsThatFindNoMemoryAreToldLikeAnOpenQuote) {
   EXPECT_EQ(log(), (Lines{{4, "error in c_shquote_parse_argv"}, problem(9)}));
 }
 
-TEST_F(ConfigAllocation, TheWordsOfAnEntryAreGivenBack) {
+TEST_F(ConfigAllocation, TheMemoryOfAnEntrysWordsIsReleased) {
   write("main.conf", std::string(targets) + "[MetersInt]\nMeter=Key=a\nMeter=Unknown=b\n");
   const FailingRequest none(mallocHeap(), 0);
   readPath("main.conf");
-  // Each entry needs two blocks of memory.
+  // Each entry takes two blocks.
   EXPECT_EQ(mallocHeap().requests, 4);
   EXPECT_EQ(mallocHeap().returned, 4);
 }

@@ -1,5 +1,5 @@
-// What the tests of the configuration speak: a text is read as a configuration file, and all that
-// came of it is compared, the whole configuration and every line of the log.
+// The vocabulary of the configuration tests. They read a text as a configuration file and compare
+// all of the outcome: the whole configuration and every line of the log.
 #ifndef TESTS_CONFIG_FIXTURE_H
 #define TESTS_CONFIG_FIXTURE_H
 
@@ -17,7 +17,7 @@
 
 namespace gateway {
 
-// Entries and configurations as values that a test can spell.
+// Entries and configurations as values that a test can write down.
 template <class T>
 struct Meter {
   std::string key = {};
@@ -35,8 +35,8 @@ struct Param {
   bool operator==(const Param&) const = default;
 };
 
-// Everything that a ConfigManager holds. Fields that a test does not name have the values with
-// which a ConfigManager starts.
+// Everything that a ConfigManager holds. Fields that a test does not name have a ConfigManager's
+// initial values.
 struct Settings {
   std::string metersTarget = {};
   bool enableFastMeters = true;
@@ -72,43 +72,42 @@ using Lines = std::vector<Line>;
 
 void PrintTo(const Line& line, std::ostream* out);
 
-// The first four lines of a file that is sound as it stands, and that may go on with any entries.
+// The first four lines of a sound file, to which any entries may be added.
 inline constexpr char targets[] = "[Meters]\nTarget=m:1\n[Engine]\nTarget=e:2\n";
 
-// What such a file gives, besides what is named here.
+// The settings that such a file gives, together with these.
 inline Settings sound(Settings settings = {}) {
   settings.metersTarget = "m:1";
   settings.engineTarget = "e:2";
   return settings;
 }
 
-// The same for a file that is not accepted.
+// The same for a file that is refused.
 inline Settings unsound(Settings settings = {}) {
   settings.valid = false;
   return sound(settings);
 }
 
-// The last line of a log after a bad line in the main file, or with -1 for one that is missing.
+// The last line of the log after a bad line in the main file; -1 is for a missing file.
 inline Line problem(int result) {
   return {3, "configManager: problem parsing main.conf (" + std::to_string(result) + ")"};
 }
 
-// Each test has a folder of its own for its files. It is the current one, so that they are named
-// without a path.
+// Each test has a folder for its files. It is the current one, so that files need no path.
 class ConfigTest : public testing::Test {
  protected:
   ConfigTest() { std::filesystem::current_path(folder_.path("")); }
   ~ConfigTest() override { std::filesystem::current_path(before_); }
 
-  // Writes a file into the folder.
+  // Writes a file to the folder.
   void write(const std::string& name, const std::string& text) const { folder_.write(name, text); }
 
-  // Reads the text as the main file, which is called main.conf.
+  // Reads the text as the main file, main.conf.
   Settings read(const std::string& text);
-  // Reads a file that exists, or does not.
+  // Reads a file, which need not exist.
   Settings readPath(const std::string& path);
 
-  // All that was logged by the last reading. Every line must come from the configuration's source.
+  // Everything that the last reading logged.
   Lines log() const;
 
   const TemporaryFolder folder_;

@@ -1,4 +1,4 @@
-// DefaultValue of each section: which texts are a value of its type, and which.
+// DefaultValue in each section: which texts it accepts, and which value each of them gives.
 #include <cmath>
 #include <limits>
 #include <optional>
@@ -26,8 +26,8 @@ class ConfigDefault : public ConfigTest {
   }
 
  private:
-  // The default value that a text gives in a section, silently; or nothing if the text was refused,
-  // in the words for that, and no entry was kept.
+  // The default value that a text gives in a section. Nothing if the text is refused; then the
+  // refusal is logged and no entry is kept.
   template <class T>
   std::optional<T> converted(const std::string& section, std::vector<Meter<T>> Settings::*list,
                              const std::string& text) {
@@ -45,7 +45,7 @@ class ConfigDefault : public ConfigTest {
   }
 };
 
-TEST_F(ConfigDefault, AStringIsTakenAsItStands) {
+TEST_F(ConfigDefault, AStringIsKeptUnchanged) {
   const std::string longText(600, 'x');
   EXPECT_EQ(asString("not ready"), "not ready");
   EXPECT_EQ(asString(" 5 "), " 5 ");
@@ -53,7 +53,7 @@ TEST_F(ConfigDefault, AStringIsTakenAsItStands) {
   EXPECT_EQ(asString(longText), longText);
 }
 
-TEST_F(ConfigDefault, AnIntReachesToTheEndsOfItsRangeAndNoFurther) {
+TEST_F(ConfigDefault, AnIntHasTheRangeOf32Bits) {
   EXPECT_EQ(asInt("0"), 0);
   EXPECT_EQ(asInt("2147483647"), 2147483647);
   EXPECT_EQ(asInt("2147483648"), refused);
@@ -63,7 +63,7 @@ TEST_F(ConfigDefault, AnIntReachesToTheEndsOfItsRangeAndNoFurther) {
   EXPECT_EQ(asInt("-99999999999999999999"), refused);
 }
 
-TEST_F(ConfigDefault, AnIntMayHaveWhiteSpaceAndASignInFront) {
+TEST_F(ConfigDefault, AnIntMayBeginWithWhiteSpaceAndASign) {
   EXPECT_EQ(asInt("  7"), 7);
   EXPECT_EQ(asInt("\t-7"), -7);
   EXPECT_EQ(asInt("+7"), 7);
@@ -76,13 +76,13 @@ TEST_F(ConfigDefault, AnIntIsDecimal) {
   EXPECT_EQ(asInt("0x10"), 0);
 }
 
-TEST_F(ConfigDefault, AnIntIsTheDigitsInFrontOfAnyOtherText) {
+TEST_F(ConfigDefault, AnIntIgnoresTextAfterItsDigits) {
   EXPECT_EQ(asInt("12abc"), 12);
   EXPECT_EQ(asInt("7.9"), 7);
   EXPECT_EQ(asInt("3 4"), 3);
 }
 
-TEST_F(ConfigDefault, AnIntWithoutDigitsInFrontIsRefused) {
+TEST_F(ConfigDefault, AnIntThatDoesNotBeginWithDigitsIsRefused) {
   EXPECT_EQ(asInt("x"), refused);
   EXPECT_EQ(asInt("a12"), refused);
   EXPECT_EQ(asInt("-"), refused);
@@ -90,13 +90,13 @@ TEST_F(ConfigDefault, AnIntWithoutDigitsInFrontIsRefused) {
   EXPECT_EQ(asInt(".5"), refused);
 }
 
-TEST_F(ConfigDefault, AUintHasTheWholeRangeOf32Bits) {
+TEST_F(ConfigDefault, AUintHasTheRangeOf32Bits) {
   EXPECT_EQ(asUint("0"), 0U);
   EXPECT_EQ(asUint("2147483648"), 2147483648U);
   EXPECT_EQ(asUint("4294967295"), 4294967295U);
 }
 
-TEST_F(ConfigDefault, AUintIsCutToItsLow32BitsWithoutAWord) {
+TEST_F(ConfigDefault, AUintIsSilentlyCutToItsLow32Bits) {
   EXPECT_EQ(asUint("4294967296"), 0U);
   EXPECT_EQ(asUint("4294967297"), 1U);
   EXPECT_EQ(asUint("18446744073709551615"), 4294967295U);
@@ -115,7 +115,7 @@ TEST_F(ConfigDefault, AUintOutside64BitsIsRefused) {
   EXPECT_EQ(asUint("99999999999999999999999"), refused);
 }
 
-TEST_F(ConfigDefault, AUintIsReadLikeAnInt) {
+TEST_F(ConfigDefault, AUintIsOtherwiseReadLikeAnInt) {
   EXPECT_EQ(asUint("  +7"), 7U);
   EXPECT_EQ(asUint("010"), 10U);
   EXPECT_EQ(asUint("0x10"), 0U);
@@ -125,7 +125,7 @@ TEST_F(ConfigDefault, AUintIsReadLikeAnInt) {
   EXPECT_EQ(asUint("a12"), refused);
 }
 
-TEST_F(ConfigDefault, AFloatMayHavePointAndExponent) {
+TEST_F(ConfigDefault, AFloatMayHaveAPointAndAnExponent) {
   EXPECT_EQ(asFloat("-60.5"), -60.5F);
   EXPECT_EQ(asFloat("5"), 5.0F);
   EXPECT_EQ(asFloat("5."), 5.0F);
@@ -147,7 +147,7 @@ TEST_F(ConfigDefault, AFloatMayBeInfinite) {
   EXPECT_EQ(asFloat("Infinity"), infinity);
 }
 
-TEST_F(ConfigDefault, AFloatMayBeNoNumber) {
+TEST_F(ConfigDefault, AFloatMayBeNan) {
   const std::optional<float> value = asFloat("nan");
   ASSERT_TRUE(value.has_value());
   EXPECT_TRUE(std::isnan(*value));
@@ -159,14 +159,14 @@ TEST_F(ConfigDefault, AFloatKeepsTheSignOfZero) {
   EXPECT_TRUE(value.has_value() && std::signbit(*value));
 }
 
-TEST_F(ConfigDefault, AFloatIsTheNumberInFrontOfAnyOtherText) {
+TEST_F(ConfigDefault, AFloatIgnoresTextAfterTheNumber) {
   EXPECT_EQ(asFloat("1.5abc"), 1.5F);
   EXPECT_EQ(asFloat("1,5"), 1.0F);
   EXPECT_EQ(asFloat("2 3"), 2.0F);
   EXPECT_EQ(asFloat("3e"), 3.0F);
 }
 
-TEST_F(ConfigDefault, AFloatWithoutANumberInFrontIsRefused) {
+TEST_F(ConfigDefault, AFloatThatDoesNotBeginWithANumberIsRefused) {
   EXPECT_EQ(asFloat("abc"), refused);
   EXPECT_EQ(asFloat("e5"), refused);
   EXPECT_EQ(asFloat("."), refused);
@@ -189,8 +189,8 @@ TEST_F(ConfigDefault, AFloatTooSmallForItsRangeIsRefused) {
   EXPECT_EQ(asFloat("0e-999"), 0.0F);
 }
 
-// Below the normal range a float loses digits, which counts as too small.
-TEST_F(ConfigDefault, AFloatThatLosesDigitsForItsSmallnessIsRefused) {
+// Below the normal range a float has fewer digits, and losing some counts as an underflow.
+TEST_F(ConfigDefault, AFloatSoSmallThatItLosesDigitsIsRefused) {
   EXPECT_EQ(asFloat("1e-40"), refused);
   EXPECT_EQ(asFloat("0x1p-149"), std::numeric_limits<float>::denorm_min());
 }

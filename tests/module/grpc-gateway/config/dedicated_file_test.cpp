@@ -1,5 +1,7 @@
-// Dedicated files: when they are read, what becomes of their lines, and what is said.
+// Dedicated files: when they are read, what their lines do, and what is logged.
+#include <sys/prctl.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -29,7 +31,7 @@ std::string guarded(const std::string& condition, const std::string& lines) {
 
 class ConfigDedicatedFile : public ConfigTest {
  protected:
-  // The settings of a sound file that ends in these lines.
+  // Reads a sound file that ends with these lines.
   Settings readSound(const std::string& lines) { return read(targets + lines); }
 
   void writeMeter(const std::string& file, const std::string& key) const {
@@ -39,32 +41,32 @@ class ConfigDedicatedFile : public ConfigTest {
 
 // ---- The condition ------------------------------------------------------------------------------
 
-TEST_F(ConfigDedicatedFile, IsReadWhereItsConditionExists) {
+TEST_F(ConfigDedicatedFile, ItIsReadIfItsConditionExists) {
   writeMeter("extra.conf", "a");
   EXPECT_EQ(readSound(guarded("extra.conf", "File=extra.conf\n")),
             sound({.fastMeterInts = {{.key = "a"}}}));
   EXPECT_EQ(log(), (Lines{reading("extra.conf"), done(1)}));
 }
 
-TEST_F(ConfigDedicatedFile, IsNotReadWhereItsConditionIsMissing) {
+TEST_F(ConfigDedicatedFile, ItIsSkippedIfItsConditionIsMissing) {
   writeMeter("extra.conf", "a");
   EXPECT_EQ(readSound(guarded("/no/such/file", "File=extra.conf\n")), sound());
   EXPECT_EQ(log(), Lines{notThere("/no/such/file")});
 }
 
-TEST_F(ConfigDedicatedFile, IsNotReadWhereItsConditionIsEmpty) {
+TEST_F(ConfigDedicatedFile, ItIsSkippedIfItsConditionIsEmpty) {
   writeMeter("extra.conf", "a");
   EXPECT_EQ(readSound(guarded("", "File=extra.conf\n")), sound());
   EXPECT_EQ(log(), Lines{notThere("")});
 }
 
-TEST_F(ConfigDedicatedFile, TheConditionIsAskedForEachPairBeforeItsKeyIsLookedAt) {
+TEST_F(ConfigDedicatedFile, AMissingConditionSkipsAndLogsEachPairWhateverItsKey) {
   writeMeter("extra.conf", "a");
   EXPECT_EQ(readSound(guarded("none", "File=extra.conf\nfoo=1\n extra.conf\n")), sound());
   EXPECT_EQ(log(), (Lines{notThere("none"), notThere("none"), notThere("none")}));
 }
 
-TEST_F(ConfigDedicatedFile, TheConditionNeedNotBeTheFile) {
+TEST_F(ConfigDedicatedFile, TheConditionMayBeAnotherFile) {
   writeMeter("extra.conf", "a");
   write("flag", "not a configuration\n");
   EXPECT_EQ(readSound(guarded("flag", "File=extra.conf\n")),
@@ -77,29 +79,69 @@ TEST_F(ConfigDedicatedFile, TheConditionMayBeAFolder) {
   EXPECT_EQ(readSound(guarded(".", "File=extra.conf\n")), sound({.fastMeterInts = {{.key = "a"}}}));
 }
 
-// To exist is enough: nobody needs to be allowed to read it.
-TEST_F(ConfigDedicatedFile, TheConditionMayBeUnreadable) {
+// Root may read every file, so a test that runs as root is another user while this lives.
+class OrdinaryUser {
+ public:
+  OrdinaryUser() { become(nobody); }
+  ~OrdinaryUser() {
+    become(root);
+    prctl(PR_SET_DUMPABLE, 1);  // changing the user clears it, and the leak sanitizer needs it
+  }
+  OrdinaryUser(const OrdinaryUser&) = delete;
+  OrdinaryUser& operator=(const OrdinaryUser&) = delete;
+
+ private:
+  static constexpr uid_t root = 0;
+  static constexpr uid_t nobody = 65534;
+
+  void become(uid_t user) const {
+    const bool done = !wasRoot_ || setresuid(user, user, root) == 0;
+    EXPECT_TRUE(done) << "can't become user " << user;
+  }
+
+  const bool wasRoot_ = geteuid() == root;
+};
+
+TEST_F(ConfigDedicatedFile, TheConditionNeedNotBeReadable) {
+  using std::filesystem::perms;
   writeMeter("extra.conf", "a");
   write("flag", "");
-  std::filesystem::permissions("flag", std::filesystem::perms::none);
-  EXPECT_EQ(readSound(guarded("flag", "File=extra.conf\n")),
+  write("main.conf", targets + guarded("flag", "File=extra.conf\n"));
+  std::filesystem::permissions("flag", perms::none);
+  std::filesystem::permissions(".", perms::owner_all | perms::group_exec | perms::others_exec);
+  const OrdinaryUser user;
+  ASSERT_NE(access("flag", R_OK), 0);
+  EXPECT_EQ(readPath("main.conf"), sound({.fastMeterInts = {{.key = "a"}}}));
+}
+
+TEST_F(ConfigDedicatedFile, TheConditionMayBeALinkToAFile) {
+  writeMeter("extra.conf", "a");
+  std::filesystem::create_symlink("extra.conf", "link");
+  EXPECT_EQ(readSound(guarded("link", "File=extra.conf\n")),
             sound({.fastMeterInts = {{.key = "a"}}}));
 }
 
-TEST_F(ConfigDedicatedFile, TheConditionIsNotTrimmed) {
+TEST_F(ConfigDedicatedFile, ADanglingLinkIsAMissingCondition) {
+  writeMeter("extra.conf", "a");
+  std::filesystem::create_symlink("/no/such/file", "link");
+  EXPECT_EQ(readSound(guarded("link", "File=extra.conf\n")), sound());
+  EXPECT_EQ(log(), Lines{notThere("link")});
+}
+
+TEST_F(ConfigDedicatedFile, BlanksBelongToTheCondition) {
   writeMeter("extra.conf", "a");
   EXPECT_EQ(readSound(guarded(" extra.conf", "File=extra.conf\n")), sound());
   EXPECT_EQ(log(), Lines{notThere(" extra.conf")});
 }
 
-TEST_F(ConfigDedicatedFile, AConditionOf36BytesIsWhole) {
+TEST_F(ConfigDedicatedFile, AConditionMayHave36Bytes) {
   const std::string whole(36, 'c');
   writeMeter(whole, "a");
   EXPECT_EQ(readSound(guarded(whole, "File=" + whole + "\n")),
             sound({.fastMeterInts = {{.key = "a"}}}));
 }
 
-TEST_F(ConfigDedicatedFile, ALongerConditionIsCutAndExistsIfItsBeginningDoes) {
+TEST_F(ConfigDedicatedFile, ALongerConditionIsCutAndHoldsIfItsBeginningExists) {
   const std::string cut(36, 'c');
   write(cut, "");
   writeMeter("extra.conf", "a");
@@ -108,7 +150,7 @@ TEST_F(ConfigDedicatedFile, ALongerConditionIsCutAndExistsIfItsBeginningDoes) {
   EXPECT_EQ(log(), (Lines{reading("extra.conf"), done(1)}));
 }
 
-TEST_F(ConfigDedicatedFile, ALongerConditionIsCutAndMissingIfItsBeginningIs) {
+TEST_F(ConfigDedicatedFile, ALongerConditionIsCutAndFailsIfItsBeginningIsMissing) {
   const std::string cut(36, 'c');
   writeMeter(cut + "d", "a");
   EXPECT_EQ(readSound(guarded(cut + "d", "File=" + cut + "d\n")), sound());
@@ -117,7 +159,7 @@ TEST_F(ConfigDedicatedFile, ALongerConditionIsCutAndMissingIfItsBeginningIs) {
 
 // ---- The key ------------------------------------------------------------------------------------
 
-TEST_F(ConfigDedicatedFile, IsNamedByFileInAnyCase) {
+TEST_F(ConfigDedicatedFile, TheKeyFileMayHaveAnyCase) {
   writeMeter("one", "a");
   writeMeter("two", "b");
   EXPECT_EQ(readSound(guarded("one", "FILE=one\nfile=two\n")),
@@ -125,7 +167,7 @@ TEST_F(ConfigDedicatedFile, IsNamedByFileInAnyCase) {
   EXPECT_EQ(log(), (Lines{reading("one"), done(1), reading("two"), done(1)}));
 }
 
-TEST_F(ConfigDedicatedFile, AStrayKeyBesideItIsLoggedAndForgiven) {
+TEST_F(ConfigDedicatedFile, AnUnknownKeyIsLoggedAndLeavesTheConfigurationValid) {
   writeMeter("extra.conf", "a");
   EXPECT_EQ(readSound(guarded("extra.conf", "foo=1\nFiles=extra.conf\nFile=extra.conf\n")),
             sound({.fastMeterInts = {{.key = "a"}}}));
@@ -137,7 +179,7 @@ TEST_F(ConfigDedicatedFile, AStrayKeyBesideItIsLoggedAndForgiven) {
                           done(1)}));
 }
 
-TEST_F(ConfigDedicatedFile, MayHaveAnyPathThatALineCanHold) {
+TEST_F(ConfigDedicatedFile, ThePathMayFillALine) {
   std::string path = "extra.conf";
   while (path.size() < 1000) path.insert(0, "./");
   writeMeter("extra.conf", "a");
@@ -146,25 +188,25 @@ TEST_F(ConfigDedicatedFile, MayHaveAnyPathThatALineCanHold) {
   EXPECT_EQ(log(), (Lines{reading(path), done(1)}));
 }
 
-TEST_F(ConfigDedicatedFile, MayHaveBlanksInItsPath) {
+TEST_F(ConfigDedicatedFile, ThePathMayHoldBlanks) {
   writeMeter("my extra.conf", "a");
   EXPECT_EQ(readSound(guarded(".", "File = my extra.conf\n")),
             sound({.fastMeterInts = {{.key = "a"}}}));
 }
 
-// ---- Its faults ---------------------------------------------------------------------------------
+// ---- Faults -------------------------------------------------------------------------------------
 
-TEST_F(ConfigDedicatedFile, IsForgivenIfItIsMissing) {
+TEST_F(ConfigDedicatedFile, AMissingFileLeavesTheConfigurationValid) {
   EXPECT_EQ(readSound(guarded(".", "File=extra.conf\n")), sound());
   EXPECT_EQ(log(), (Lines{reading("extra.conf"), done(0)}));
 }
 
-TEST_F(ConfigDedicatedFile, IsForgivenIfItHasNoName) {
+TEST_F(ConfigDedicatedFile, AnEmptyPathLeavesTheConfigurationValid) {
   EXPECT_EQ(readSound(guarded(".", "File=\n")), sound());
   EXPECT_EQ(log(), (Lines{reading(""), done(0)}));
 }
 
-TEST_F(ConfigDedicatedFile, IsForgivenABadLineThatTheMainFileIsNot) {
+TEST_F(ConfigDedicatedFile, ABadLineInvalidatesTheConfigurationOnlyInTheMainFile) {
   const std::string bad = "[Meters]\nfoo=1\n";
   write("extra.conf", bad);
   EXPECT_EQ(readSound(guarded("extra.conf", "File=extra.conf\n")), sound());
@@ -174,7 +216,7 @@ TEST_F(ConfigDedicatedFile, IsForgivenABadLineThatTheMainFileIsNot) {
   EXPECT_EQ(log(), (Lines{{4, "unknown field foo in Meters section"}, problem(6)}));
 }
 
-TEST_F(ConfigDedicatedFile, KeepsWhatIsGoodAroundItsBadLines) {
+TEST_F(ConfigDedicatedFile, GoodLinesAroundBadOnesTakeEffect) {
   write("extra.conf",
         "[MetersInt]\nMeter=Key=a\nbare\nMeter=Key=b Bogus=1\nMeter=Key=c\n"
         "[bogus]\nx=1\n[EngineInt]\nParam=Key=d\n");
@@ -186,15 +228,15 @@ TEST_F(ConfigDedicatedFile, KeepsWhatIsGoodAroundItsBadLines) {
                           done(0)}));
 }
 
-TEST_F(ConfigDedicatedFile, DoesNotMendABadLineOfTheMainFile) {
+TEST_F(ConfigDedicatedFile, AGoodDedicatedFileDoesNotUndoABadLineOfTheMainFile) {
   writeMeter("extra.conf", "a");
   EXPECT_EQ(readSound("bare\n" + guarded("extra.conf", "File=extra.conf\n")),
             unsound({.fastMeterInts = {{.key = "a"}}}));
   EXPECT_EQ(log(), (Lines{reading("extra.conf"), done(1), problem(5)}));
 }
 
-// Its lines are verified with those of the main file, and only once.
-TEST_F(ConfigDedicatedFile, IsNotForgivenAnUnsoundEntry) {
+// All entries are verified together, after the last line.
+TEST_F(ConfigDedicatedFile, AKeyRepeatedFromTheMainFileInvalidatesTheConfiguration) {
   writeMeter("extra.conf", "a");
   EXPECT_EQ(readSound("[MetersInt]\nMeter=Key=a\n" + guarded(".", "File=extra.conf\n")),
             unsound({.fastMeterInts = {{.key = "a"}, {.key = "a"}}}));
@@ -205,7 +247,7 @@ TEST_F(ConfigDedicatedFile, IsNotForgivenAnUnsoundEntry) {
 
 // ---- Order --------------------------------------------------------------------------------------
 
-TEST_F(ConfigDedicatedFile, ItsLinesStandWhereItIsNamed) {
+TEST_F(ConfigDedicatedFile, ItsEntriesTakeThePlaceOfItsFileLine) {
   write("extra.conf", "[MetersInt]\nMeter=Key=b\nMeter=Key=c Type=slow\nMeter=Key=d\n");
   EXPECT_EQ(readSound("[MetersInt]\nMeter=Key=a\nMeter=Key=z Type=slow\n" +
                       guarded(".", "File=extra.conf\n") +
@@ -216,7 +258,7 @@ TEST_F(ConfigDedicatedFile, ItsLinesStandWhereItIsNamed) {
                    .fastMeterInts = {{.key = "a"}, {.key = "b"}, {.key = "d"}, {.key = "e"}}}));
 }
 
-TEST_F(ConfigDedicatedFile, BeatsWhatStandsInFrontOfItAndLosesToWhatStandsBehind) {
+TEST_F(ConfigDedicatedFile, ItOverridesEarlierSettingsAndLaterOnesOverrideIt) {
   write("extra.conf",
         "[Meters]\nTarget=inner\nEnableFastMeters=false\nEnableSlowMeters=false\n"
         "[Engine]\nTarget=inner\n");
@@ -231,7 +273,7 @@ TEST_F(ConfigDedicatedFile, BeatsWhatStandsInFrontOfItAndLosesToWhatStandsBehind
       (Settings{.metersTarget = "outer", .enableSlowMeters = false, .engineTarget = "outer"}));
 }
 
-TEST_F(ConfigDedicatedFile, MayBeReadAsOftenAsItIsNamed) {
+TEST_F(ConfigDedicatedFile, EachFileLineReadsItAgain) {
   write("extra.conf", "[Meters]\nTarget=m:1\n");
   EXPECT_EQ(readSound(guarded(".", "File=extra.conf\nFile=extra.conf\n")), sound());
   EXPECT_EQ(log(), (Lines{reading("extra.conf"), done(1), reading("extra.conf"), done(1)}));
@@ -239,7 +281,7 @@ TEST_F(ConfigDedicatedFile, MayBeReadAsOftenAsItIsNamed) {
 
 // ---- Nesting ------------------------------------------------------------------------------------
 
-TEST_F(ConfigDedicatedFile, AfterItTheEnclosingFileGoesOnInItsOwnSection) {
+TEST_F(ConfigDedicatedFile, TheEnclosingFileContinuesInItsOwnSection) {
   write("one", "[EngineInt]\nParam=Key=a\n");
   write("two", "[EngineInt]\nParam=Key=b\n");
   EXPECT_EQ(readSound(guarded(".", "File=one\nFile=two\n")),
@@ -247,7 +289,7 @@ TEST_F(ConfigDedicatedFile, AfterItTheEnclosingFileGoesOnInItsOwnSection) {
   EXPECT_EQ(log(), (Lines{reading("one"), done(1), reading("two"), done(1)}));
 }
 
-TEST_F(ConfigDedicatedFile, AfterItTheEnclosingFileHasItsOwnPendingName) {
+TEST_F(ConfigDedicatedFile, TheEnclosingFileKeepsItsPendingName) {
   write("one", "[EngineInt]\nParam=Key=a\n");
   write("two", "[EngineInt]\nParam=Key=b\n");
   EXPECT_EQ(readSound(guarded(".", "File=one\n  two\n")),
@@ -255,7 +297,7 @@ TEST_F(ConfigDedicatedFile, AfterItTheEnclosingFileHasItsOwnPendingName) {
   EXPECT_EQ(log(), (Lines{reading("one"), done(1), reading("two"), done(1)}));
 }
 
-TEST_F(ConfigDedicatedFile, StartsWithoutSectionAndPendingName) {
+TEST_F(ConfigDedicatedFile, ItStartsWithoutASectionOrAPendingName) {
   write("extra.conf", "  indented\nParam=Key=a\n");
   EXPECT_EQ(readSound("[EngineInt]\nParam=Key=b\n" + guarded(".", "File=extra.conf\n")),
             sound({.engineInts = {{.key = "b"}}}));
@@ -264,7 +306,7 @@ TEST_F(ConfigDedicatedFile, StartsWithoutSectionAndPendingName) {
                           done(0)}));
 }
 
-TEST_F(ConfigDedicatedFile, MayNameDedicatedFilesItself) {
+TEST_F(ConfigDedicatedFile, ItMayNameFurtherDedicatedFiles) {
   write("one",
         "[MetersInt]\nMeter=Key=a\n" + guarded("two", "File=two\n") + "[MetersInt]\nMeter=Key=c\n");
   write("two", "[MetersInt]\nMeter=Key=b\n" + guarded("three", "File=three\n"));
@@ -276,14 +318,14 @@ TEST_F(ConfigDedicatedFile, MayNameDedicatedFilesItself) {
             (Lines{reading("one"), reading("two"), reading("three"), done(1), done(1), done(1)}));
 }
 
-TEST_F(ConfigDedicatedFile, IsNotToBlameForAFileThatItNames) {
+TEST_F(ConfigDedicatedFile, ItSucceedsEvenIfAFileThatItNamesFails) {
   write("one", guarded(".", "File=two\n"));
   write("two", "bare\n");
   EXPECT_EQ(readSound(guarded(".", "File=one\n")), sound());
   EXPECT_EQ(log(), (Lines{reading("one"), reading("two"), done(0), done(1)}));
 }
 
-// Leaves room for few open files, for as long as it lives.
+// Limits the process to few open files while it lives.
 class FewDescriptors {
  public:
   FewDescriptors() {
@@ -299,7 +341,7 @@ class FewDescriptors {
   rlimit before_{};
 };
 
-TEST_F(ConfigDedicatedFile, ThatNamesItselfIsReadUntilItCannotBeOpenedAgain) {
+TEST_F(ConfigDedicatedFile, AFileThatNamesItselfIsReadUntilNoMoreFilesCanBeOpened) {
   write("self", "[MetersInt]\n" + guarded("self", "File=self\n"));
   write("main.conf", targets + guarded("self", "File=self\n"));
   {

@@ -1,5 +1,5 @@
-// The value of one Meter or Param line: how it falls into words, what each word does, and what is
-// said of those that do nothing good.
+// The value of one Meter or Param line: how it is split into words, what each word sets, and what
+// is logged about the others.
 #include "tests/module/grpc-gateway/config/config_fixture.h"
 
 namespace gateway {
@@ -7,25 +7,25 @@ namespace {
 
 using enum MeterEntryType;
 
-const Line noWords{4, "error in c_shquote_parse_argv"};
+const Line openQuote{4, "error in c_shquote_parse_argv"};
 
 class ConfigEntry : public ConfigTest {
  protected:
-  // The settings of a sound file with one more line, which is its sixth.
+  // Reads a sound file with one more line, which is line 6.
   Settings line(const std::string& section, const std::string& text) {
     return read(std::string(targets) + "[" + section + "]\n" + text + "\n");
   }
-  // The entries of a Meter line in MetersString, and of a Param line in EngineString.
+  // The same with a Meter line in MetersString, and with a Param line in EngineString.
   Settings meter(const std::string& words) { return line("MetersString", "Meter=" + words); }
   Settings param(const std::string& words) { return line("EngineString", "Param=" + words); }
 
-  // Those of a line that gave the one entry.
+  // The settings of a file whose line gave this entry.
   static Settings givesMeter(const Meter<std::string>& meter) {
     return sound({.fastMeterStrings = {meter}});
   }
   static Settings givesParam(const Param& param) { return sound({.engineStrings = {param}}); }
 
-  // Expects of the last reading that it was refused, in these words.
+  // Expects that the last reading was refused and logged these lines, and then the problem.
   void expectRefusal(const Settings& settings, Lines lines) {
     EXPECT_EQ(settings, unsound());
     lines.push_back(problem(6));
@@ -62,7 +62,7 @@ TEST_F(ConfigEntry, AParamMayHaveBothFieldsInAnyOrder) {
   EXPECT_EQ(log(), Lines{});
 }
 
-TEST_F(ConfigEntry, TheTypeChoosesTheListAndStaysInTheEntry) {
+TEST_F(ConfigEntry, TheTypeSelectsTheListAndStaysInTheEntry) {
   for (const char* section : {"MetersString", "MetersInt", "MetersUint", "MetersFloat"}) {
     SCOPED_TRACE(section);
     EXPECT_TRUE(line(section, "Meter=Key=a Type=slow").valid);
@@ -72,7 +72,7 @@ TEST_F(ConfigEntry, TheTypeChoosesTheListAndStaysInTheEntry) {
   EXPECT_EQ(meter("Key=a Type=fast"), sound({.fastMeterStrings = {{.key = "a", .type = Fast}}}));
 }
 
-TEST_F(ConfigEntry, OfARepeatedFieldTheLastOneCounts) {
+TEST_F(ConfigEntry, TheLastOfRepeatedFieldsCounts) {
   EXPECT_EQ(line("MetersInt",
                  "Meter=Key=a CustomKey=b Type=fast DefaultValue=5 Key=c CustomKey=d Type=slow "
                  "DefaultValue=6"),
@@ -84,7 +84,7 @@ TEST_F(ConfigEntry, OfARepeatedFieldTheLastOneCounts) {
   EXPECT_EQ(param("Key=a CustomKey=b CustomKey=c Key=d"), givesParam({"d", "c"}));
 }
 
-TEST_F(ConfigEntry, FieldNamesAreExact) {
+TEST_F(ConfigEntry, FieldNamesMustMatchInCase) {
   expectRefusal(meter("key=a"), {unknownInMeter("key")});
   expectRefusal(meter("KEY=a"), {unknownInMeter("KEY")});
   expectRefusal(meter("Keys=a"), {unknownInMeter("Keys")});
@@ -95,14 +95,14 @@ TEST_F(ConfigEntry, FieldNamesAreExact) {
   expectRefusal(param("Key=a customkey=b"), {unknownInEngine("customkey")});
 }
 
-TEST_F(ConfigEntry, TypesAreExact) {
+TEST_F(ConfigEntry, TypesMustBeFastOrSlowInLowerCase) {
   for (const char* type : {"Fast", "SLOW", "medium", "fastest", "1", "fast "}) {
     SCOPED_TRACE(type);
     expectRefusal(meter("Key=a \"Type=" + std::string(type) + "\""), {unknownType(type)});
   }
 }
 
-TEST_F(ConfigEntry, AParamHasNeitherTypeNorDefault) {
+TEST_F(ConfigEntry, AParamHasNeitherTypeNorDefaultValue) {
   for (const char* section : {"EngineString", "EngineInt", "EngineUint", "EngineFloat"}) {
     SCOPED_TRACE(section);
     expectRefusal(line(section, "Param=Key=a Type=fast"), {unknownInEngine("Type")});
@@ -117,7 +117,7 @@ TEST_F(ConfigEntry, AnUnknownFieldIsRefusedInEveryMeterSection) {
   }
 }
 
-TEST_F(ConfigEntry, ALineShowsAllItsFaultsAtOnce) {
+TEST_F(ConfigEntry, AllFaultsOfALineAreLogged) {
   expectRefusal(meter("Key=a Bogus=1 Type=medium"),
                 {unknownInMeter("Bogus"), unknownType("medium")});
   expectRefusal(line("MetersInt", "Meter=DefaultValue=x Type=no Bogus=1 DefaultValue=y"),
@@ -126,7 +126,7 @@ TEST_F(ConfigEntry, ALineShowsAllItsFaultsAtOnce) {
                 {unknownInEngine("Bogus"), unknownInEngine("Worse")});
 }
 
-TEST_F(ConfigEntry, AFaultIsNotMendedByALaterGoodWord) {
+TEST_F(ConfigEntry, ALaterGoodWordDoesNotUndoAFault) {
   expectRefusal(line("MetersInt", "Meter=Key=a DefaultValue=x DefaultValue=5"),
                 {notConverted("x")});
   expectRefusal(meter("Key=a Type=medium Type=fast"), {unknownType("medium")});
@@ -135,25 +135,25 @@ TEST_F(ConfigEntry, AFaultIsNotMendedByALaterGoodWord) {
 
 // ---- Words --------------------------------------------------------------------------------------
 
-TEST_F(ConfigEntry, WordsAreSeparatedByAnyBlanks) {
+TEST_F(ConfigEntry, AnyBlanksSeparateWords) {
   EXPECT_EQ(meter("  Key=a \t\t CustomKey=b\tDefaultValue=c  "), givesMeter({"a", "b", Fast, "c"}));
   EXPECT_EQ(param("  Key=a \t\t CustomKey=b  "), givesParam({"a", "b"}));
 }
 
-TEST_F(ConfigEntry, QuotesHoldWhiteSpaceInAWord) {
+TEST_F(ConfigEntry, QuotesKeepWhiteSpaceInAWord) {
   EXPECT_EQ(meter("Key=\"a b\" CustomKey='c  d' DefaultValue=e\\ f"),
             givesMeter({"a b", "c  d", Fast, "e f"}));
   EXPECT_EQ(meter("\"Key=a b\" 'CustomKey=c\td'"), givesMeter({"a b", "c\td", Fast, ""}));
   EXPECT_EQ(param("Key=\" a \""), givesParam({" a ", ""}));
 }
 
-TEST_F(ConfigEntry, AQuotedEqualsSignSplitsLikeAnyOther) {
+TEST_F(ConfigEntry, AQuotedEqualsSignSplitsAWordToo) {
   EXPECT_EQ(meter("Key\"=\"a CustomKey'=b' DefaultValue=\"c=d\""),
             givesMeter({"a", "b", Fast, "c"}));
   EXPECT_EQ(param("Key\\=a"), givesParam({"a", ""}));
 }
 
-TEST_F(ConfigEntry, WhatStandsBehindASecondEqualsSignIsDropped) {
+TEST_F(ConfigEntry, TextAfterASecondEqualsSignIsDropped) {
   EXPECT_EQ(meter("Key=a=b CustomKey=c=d=e DefaultValue=f==g"), givesMeter({"a", "c", Fast, "f"}));
   EXPECT_EQ(line("MetersInt", "Meter=Key=a=Type Type=slow=x DefaultValue=5=6"),
             sound({.slowMeterInts = {{"a", "", Slow, 5}}}));
@@ -161,9 +161,17 @@ TEST_F(ConfigEntry, WhatStandsBehindASecondEqualsSignIsDropped) {
   EXPECT_EQ(log(), Lines{});
 }
 
-TEST_F(ConfigEntry, AWordWithoutEqualsSignIsSkipped) {
+TEST_F(ConfigEntry, AWordWithoutAnEqualsSignIsSkipped) {
   EXPECT_EQ(meter("foo Key=a Type DefaultValue"), givesMeter({.key = "a"}));
   EXPECT_EQ(param("foo Key=a Type"), givesParam({.key = "a"}));
+  EXPECT_EQ(log(), Lines{});
+}
+
+TEST_F(ConfigEntry, AnEntryMayHaveHundredsOfWords) {
+  std::string words;
+  for (int i = 0; i < 450; ++i) words += "x ";
+  EXPECT_EQ(meter(words + "Key=a CustomKey=b"), givesMeter({.key = "a", .customKey = "b"}));
+  EXPECT_EQ(param(words + "Key=a CustomKey=b"), givesParam({.key = "a", .customKey = "b"}));
   EXPECT_EQ(log(), Lines{});
 }
 
@@ -183,32 +191,32 @@ TEST_F(ConfigEntry, AnEmptyWordIsSkipped) {
   EXPECT_EQ(log(), Lines{});
 }
 
-TEST_F(ConfigEntry, BetweenTwoEqualsSignsStandsTheEmptyValue) {
+TEST_F(ConfigEntry, TwoEqualsSignsGiveAnEmptyValue) {
   EXPECT_EQ(meter("Key=a CustomKey=b CustomKey==x DefaultValue=c DefaultValue==5"),
             givesMeter({.key = "a"}));
   EXPECT_EQ(param("Key=a CustomKey=b CustomKey==x"), givesParam({.key = "a"}));
   EXPECT_EQ(log(), Lines{});
 }
 
-TEST_F(ConfigEntry, AnEmptyValueCanEmptyTheKeyAndIsThenUnsound) {
+TEST_F(ConfigEntry, AnEmptyKeyValueIsRefusedByTheVerification) {
   EXPECT_EQ(meter("Key=a Key==x"), unsound({.fastMeterStrings = {{}}}));
   EXPECT_EQ(param("Key=a Key==x"), unsound({.engineStrings = {{}}}));
 }
 
-TEST_F(ConfigEntry, AnEmptyValueIsNeitherANumberNorAType) {
+TEST_F(ConfigEntry, AnEmptyValueIsRefusedAsANumberAndAsAType) {
   expectRefusal(line("MetersInt", "Meter=Key=a DefaultValue==5"), {notConverted("")});
   expectRefusal(line("MetersUint", "Meter=Key=a DefaultValue==5"), {notConverted("")});
   expectRefusal(line("MetersFloat", "Meter=Key=a DefaultValue==5"), {notConverted("")});
   expectRefusal(meter("Key=a Type==fast"), {unknownType("")});
 }
 
-TEST_F(ConfigEntry, AWordThatBeginsWithAnEqualsSignNamesTheEmptyField) {
+TEST_F(ConfigEntry, AWordThatBeginsWithAnEqualsSignIsAnUnknownField) {
   expectRefusal(meter("Key=a =x"), {unknownInMeter("")});
   expectRefusal(meter("Key=a ==x"), {unknownInMeter("")});
   expectRefusal(param("Key=a =x"), {unknownInEngine("")});
 }
 
-TEST_F(ConfigEntry, AHashEndsTheWordsOnlyAtTheStartOfAWord) {
+TEST_F(ConfigEntry, AHashStartsACommentOnlyAtTheStartOfAWord) {
   EXPECT_EQ(meter("Key=a#b"), givesMeter({.key = "a#b"}));
   EXPECT_EQ(meter("Key=a #b"), givesMeter({.key = "a"}));
   EXPECT_EQ(meter("Key=a #Key=b Type=slow Bogus=1"), givesMeter({.key = "a"}));
@@ -219,8 +227,8 @@ TEST_F(ConfigEntry, AHashEndsTheWordsOnlyAtTheStartOfAWord) {
 
 // ---- Lines without a field ----------------------------------------------------------------------
 
-// The entry is there, and it is the verification that refuses it.
-TEST_F(ConfigEntry, AMeterWithoutAnyFieldIsAnEmptyEntry) {
+// The line itself is good; the verification refuses the entry.
+TEST_F(ConfigEntry, AMeterWithoutFieldsIsAnEmptyEntry) {
   const Lines emptyKey{{3, "MeterEntry Key field can't be empty"},
                        {1, "MeterEntry string settings verification failed!"}};
   for (const char* words : {"", "#x", "foo", "Key=", "\"\"", " ;comment"}) {
@@ -237,7 +245,7 @@ TEST_F(ConfigEntry, AMeterWithoutAnyFieldIsAnEmptyEntry) {
   }
 }
 
-TEST_F(ConfigEntry, AParamWithoutAnyFieldIsAnEmptyEntry) {
+TEST_F(ConfigEntry, AParamWithoutFieldsIsAnEmptyEntry) {
   const Lines emptyKey{{3, "EngineEntry Key field can't be empty"},
                        {1, "EngineEntry string settings verification failed!"}};
   for (const char* words : {"", "#x", "foo", "Key=", "\"\"", " ;comment"}) {
@@ -256,29 +264,29 @@ TEST_F(ConfigEntry, AParamWithoutAnyFieldIsAnEmptyEntry) {
 
 // ---- Open quotes --------------------------------------------------------------------------------
 
-TEST_F(ConfigEntry, AnOpenQuoteSpoilsTheWholeLine) {
-  expectRefusal(meter("Key=\"a"), {noWords});
-  expectRefusal(meter("Key=a CustomKey='b"), {noWords});
-  expectRefusal(meter("Bogus=1 Key=\"a\\\""), {noWords});
-  expectRefusal(param("Key=\"a"), {noWords});
-  expectRefusal(param("Key='"), {noWords});
+TEST_F(ConfigEntry, AnOpenQuoteMakesTheLineBad) {
+  expectRefusal(meter("Key=\"a"), {openQuote});
+  expectRefusal(meter("Key=a CustomKey='b"), {openQuote});
+  expectRefusal(meter("Bogus=1 Key=\"a\\\""), {openQuote});
+  expectRefusal(param("Key=\"a"), {openQuote});
+  expectRefusal(param("Key='"), {openQuote});
 }
 
 TEST_F(ConfigEntry, AnOpenQuoteIsRefusedInEverySection) {
   for (const char* section : {"MetersString", "MetersInt", "MetersUint", "MetersFloat"}) {
     SCOPED_TRACE(section);
-    expectRefusal(line(section, "Meter=Key='a"), {noWords});
+    expectRefusal(line(section, "Meter=Key='a"), {openQuote});
   }
   for (const char* section : {"EngineString", "EngineInt", "EngineUint", "EngineFloat"}) {
     SCOPED_TRACE(section);
-    expectRefusal(line(section, "Param=Key='a"), {noWords});
+    expectRefusal(line(section, "Param=Key='a"), {openQuote});
   }
 }
 
-// The comment of the file's own rules comes first, and leaves the quote open.
-TEST_F(ConfigEntry, ASemicolonBehindABlankCutsEvenAQuotedValue) {
-  expectRefusal(meter("Key=\"a ;b\""), {noWords});
-  expectRefusal(param("Key=\"a ;b\""), {noWords});
+// The reader cuts off the comment first, which leaves the quote open.
+TEST_F(ConfigEntry, ASemicolonAfterABlankCutsEvenAQuotedValue) {
+  expectRefusal(meter("Key=\"a ;b\""), {openQuote});
+  expectRefusal(param("Key=\"a ;b\""), {openQuote});
   EXPECT_EQ(meter("Key=\"a;b\""), givesMeter({.key = "a;b"}));
 }
 

@@ -1,4 +1,4 @@
-// The main file: its sections, keys and lines, and what is said of those that cannot be used.
+// The main file: its sections, keys and lines, and what is logged about those that can't be used.
 #include <cctype>
 #include <filesystem>
 
@@ -11,8 +11,8 @@ using enum MeterEntryType;
 
 class ConfigFile : public ConfigTest {};
 
-// What is logged of a file without a meter target and without a word about the switches.
-Lines nothingToDo() {
+// The log of a file that sets neither a meters target nor a switch.
+Lines targetMissing() {
   return {{3, "meters target can't be empty if fast or slow meters are set"},
           {1, "Meters settings verification failed!"}};
 }
@@ -49,9 +49,9 @@ Settings exampleSettings() {
           .engineFloats = {{.key = "out.gain", .customKey = "out_gain"}}};
 }
 
-TEST_F(ConfigFile, ACompleteFileIsReadWhole) {
+TEST_F(ConfigFile, ACompleteFileIsReadCompletely) {
   const std::string extra = "/etc/sonalith/extra.conf";
-  ASSERT_FALSE(std::filesystem::exists(extra)) << "this machine has " << extra;
+  ASSERT_FALSE(std::filesystem::exists(extra)) << "the test expects that there is no " << extra;
   EXPECT_EQ(read(example + "[ParseIfExist:" + extra + "]\nFile=" + extra + "\n"),
             exampleSettings());
   EXPECT_EQ(log(), (Lines{{1,
@@ -59,7 +59,7 @@ TEST_F(ConfigFile, ACompleteFileIsReadWhole) {
                            "dedicated file"}}));
 }
 
-TEST_F(ConfigFile, ACompleteFileGoesOnInItsDedicatedFile) {
+TEST_F(ConfigFile, ADedicatedFileAddsToACompleteFile) {
   write("extra.conf",
         "[MetersFloat]\nMeter=Key=more\n[MetersString]\nMeter=Key=text\n"
         "[EngineFloat]\nParam=Key=fade\n");
@@ -72,33 +72,33 @@ TEST_F(ConfigFile, ACompleteFileGoesOnInItsDedicatedFile) {
                           {1, "ret from handle if exist: 1"}}));
 }
 
-TEST_F(ConfigFile, OneThatIsMissingIsAProblem) {
+TEST_F(ConfigFile, AMissingFileIsRefused) {
   EXPECT_EQ(readPath("main.conf"), (Settings{.valid = false}));
   EXPECT_EQ(log(), Lines{problem(-1)});
 }
 
-TEST_F(ConfigFile, AProblemNamesTheFileAsItWasGiven) {
+TEST_F(ConfigFile, TheLogNamesTheFileByThePathThatWasGiven) {
   const std::string path = folder_.write("bad.conf", "[Meters]\nbare\n");
   EXPECT_EQ(readPath(path), (Settings{.valid = false}));
   EXPECT_EQ(log(), (Lines{{3, "configManager: problem parsing " + path + " (2)"}}));
 }
 
-TEST_F(ConfigFile, AnEmptyPathMeansTheInstalledFile) {
+TEST_F(ConfigFile, AnEmptyPathMeansTheDefaultFile) {
   const std::string installed = "/etc/sonalith/grpc-gateway.conf";
   ASSERT_FALSE(std::filesystem::exists(installed))
-      << "this machine has " << installed << ", so it cannot be seen to be missing";
+      << "the test expects that this machine has no " << installed;
   EXPECT_EQ(readPath(""), (Settings{.valid = false}));
   EXPECT_EQ(log(), (Lines{{3, "configManager: problem parsing " + installed + " (-1)"}}));
 }
 
-TEST_F(ConfigFile, AnEmptyOneChangesNothingAndIsRefused) {
+TEST_F(ConfigFile, AnEmptyFileIsRefusedForItsMissingTarget) {
   EXPECT_EQ(read(""), (Settings{.valid = false}));
-  EXPECT_EQ(log(), nothingToDo());
+  EXPECT_EQ(log(), targetMissing());
 }
 
-TEST_F(ConfigFile, OneOfCommentsChangesNothingAndIsRefused) {
+TEST_F(ConfigFile, AFileOfCommentsIsRefusedForItsMissingTarget) {
   EXPECT_EQ(read("; one\n# two\n\n  ; three\n\t# four\n"), (Settings{.valid = false}));
-  EXPECT_EQ(log(), nothingToDo());
+  EXPECT_EQ(log(), targetMissing());
 }
 
 TEST_F(ConfigFile, SectionsWithoutPairsHaveNoEffect) {
@@ -120,7 +120,7 @@ TEST_F(ConfigFile, ASwitchIsOnForTrueInAnyCase) {
   }
 }
 
-TEST_F(ConfigFile, ASwitchIsOffForAnythingElseWithoutAWord) {
+TEST_F(ConfigFile, ASwitchIsSilentlyOffForAnythingElse) {
   for (const char* word : {"false", "1", "yes", "on", "", "tru", "truee", "true1", "\"true\""}) {
     SCOPED_TRACE(word);
     const std::string value(word);
@@ -133,7 +133,7 @@ TEST_F(ConfigFile, ASwitchIsOffForAnythingElseWithoutAWord) {
   }
 }
 
-TEST_F(ConfigFile, OfARepeatedTargetOrSwitchTheLastOneCounts) {
+TEST_F(ConfigFile, TheLastOfRepeatedTargetsAndSwitchesCounts) {
   EXPECT_EQ(read("[Meters]\nTarget=a\nTarget=b\nEnableFastMeters=false\nEnableFastMeters=true\n"
                  "EnableSlowMeters=true\nEnableSlowMeters=false\n"
                  "[Engine]\nTarget=c\nTarget=d\n[Meters]\nTarget=e\n"),
@@ -141,20 +141,20 @@ TEST_F(ConfigFile, OfARepeatedTargetOrSwitchTheLastOneCounts) {
   EXPECT_EQ(log(), Lines{});
 }
 
-TEST_F(ConfigFile, AnEmptyValueEmptiesATarget) {
+TEST_F(ConfigFile, AnEmptyValueClearsATarget) {
   EXPECT_EQ(read("[Meters]\nTarget=a\nTarget=\nEnableFastMeters=no\nEnableSlowMeters=no\n"
                  "[Engine]\nTarget=b\nTarget=\n"),
             (Settings{.enableFastMeters = false, .enableSlowMeters = false}));
 }
 
-TEST_F(ConfigFile, ATargetIsTakenAsItStands) {
+TEST_F(ConfigFile, ATargetIsKeptUnchanged) {
   EXPECT_EQ(read("[Meters]\nTarget=\"a  b\" c=d 'e\\f\n[Engine]\nTarget=unix:///tmp/x #y\n"),
             (Settings{.metersTarget = "\"a  b\" c=d 'e\\f", .engineTarget = "unix:///tmp/x #y"}));
 }
 
 // ---- Names --------------------------------------------------------------------------------------
 
-TEST_F(ConfigFile, SectionsAndKeysAreKnownInAnyCase) {
+TEST_F(ConfigFile, SectionsAndKeysMayHaveAnyCase) {
   EXPECT_EQ(read("[meters]\nTARGET=x\nenablefastmeters=false\nENABLESLOWMETERS=true\n"
                  "[eNGINE]\ntarget=y\n"
                  "[METERSSTRING]\nmeter=Key=a\n[metersint]\nMETER=Key=b\n"
@@ -175,14 +175,14 @@ TEST_F(ConfigFile, SectionsAndKeysAreKnownInAnyCase) {
   EXPECT_EQ(log(), Lines{});
 }
 
-TEST_F(ConfigFile, SectionsMayComeInAnyOrderAndGoOnLater) {
+TEST_F(ConfigFile, SectionsMayComeInAnyOrderAndRepeat) {
   EXPECT_EQ(read("[EngineInt]\nParam=Key=a\n[MetersInt]\nMeter=Key=b\n[Engine]\nTarget=e:2\n"
                  "[EngineInt]\nParam=Key=c\n[Meters]\nTarget=m:1\n[MetersInt]\nMeter=Key=d\n"),
             sound({.fastMeterInts = {{.key = "b"}, {.key = "d"}},
                    .engineInts = {{.key = "a"}, {.key = "c"}}}));
 }
 
-// A section that nobody knows, in line 6, behind two good lines.
+// An unknown section, whose first pair is line 6.
 class ConfigFileUnknownSection : public ConfigFile,
                                  public testing::WithParamInterface<const char*> {};
 
@@ -199,58 +199,59 @@ INSTANTIATE_TEST_SUITE_P(Names, ConfigFileUnknownSection,
                                          "parseifexist:main.conf", "PARSEIFEXIST:main.conf",
                                          "ParseIfexist:main.conf", " ParseIfExist:main.conf"));
 
-TEST_F(ConfigFile, APairBeforeTheFirstHeaderIsInTheEmptySection) {
+TEST_F(ConfigFile, APairBeforeTheFirstHeaderIsInAnEmptySection) {
   EXPECT_EQ(read("Target=x\n" + std::string(targets)), unsound());
   EXPECT_EQ(log(), (Lines{{4, "unknown section  in grpc gateway configuration file"}, problem(1)}));
 }
 
-TEST_F(ConfigFile, ASectionIsKnownByItsFirst49Bytes) {
+TEST_F(ConfigFile, ASectionNameIsCutTo49Bytes) {
   const std::string cut(49, 's');
   EXPECT_EQ(read(std::string(targets) + "[" + cut + "s]\na=1\n"), unsound());
   EXPECT_EQ(log(), (Lines{{4, "unknown section " + cut + " in grpc gateway configuration file"},
                           problem(6)}));
 }
 
-// One pair with a key that its section does not have, and the words for it.
-struct StrayKey {
+// A key that its section does not have, and what is logged about it.
+struct UnknownKey {
   const char* section;
   const char* key;
   const char* message;
 };
 
-void PrintTo(const StrayKey& stray, std::ostream* out) {
-  *out << stray.key << " in " << stray.section;
+void PrintTo(const UnknownKey& unknown, std::ostream* out) {
+  *out << unknown.key << " in " << unknown.section;
 }
 
-class ConfigFileStrayKey : public ConfigFile, public testing::WithParamInterface<StrayKey> {};
+class ConfigFileUnknownKey : public ConfigFile, public testing::WithParamInterface<UnknownKey> {};
 
-TEST_P(ConfigFileStrayKey, MakesTheLineBad) {
-  const StrayKey stray = GetParam();
-  EXPECT_EQ(read(std::string(targets) + "[" + stray.section + "]\n" + stray.key + "=Key=a\n"),
+TEST_P(ConfigFileUnknownKey, MakesTheLineBad) {
+  const UnknownKey unknown = GetParam();
+  EXPECT_EQ(read(std::string(targets) + "[" + unknown.section + "]\n" + unknown.key + "=Key=a\n"),
             unsound());
-  EXPECT_EQ(log(), (Lines{{4, stray.message}, problem(6)}));
+  EXPECT_EQ(log(), (Lines{{4, unknown.message}, problem(6)}));
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Sections, ConfigFileStrayKey,
+    Sections, ConfigFileUnknownKey,
     testing::Values(
-        StrayKey{"Meters", "foo", "unknown field foo in Meters section"},
-        StrayKey{"METERS", "Foo", "unknown field Foo in Meters section"},
-        StrayKey{"Meters", "Meter", "unknown field Meter in Meters section"},
-        StrayKey{"Meters", "Targets", "unknown field Targets in Meters section"},
-        StrayKey{"Meters", "EnableFastMeter", "unknown field EnableFastMeter in Meters section"},
-        StrayKey{"Meters", "", "unknown field  in Meters section"},
-        StrayKey{"Engine", "foo", "unknown field foo in Engine section"},
-        StrayKey{"Engine", "Param", "unknown field Param in Engine section"},
-        StrayKey{"Engine", "EnableFastMeters", "unknown field EnableFastMeters in Engine section"},
-        StrayKey{"MetersString", "Target", "unknown field Target in meter entry section"},
-        StrayKey{"MetersInt", "Param", "unknown field Param in meter entry section"},
-        StrayKey{"MetersUint", "Meters", "unknown field Meters in meter entry section"},
-        StrayKey{"MetersFloat", "foo", "unknown field foo in meter entry section"},
-        StrayKey{"EngineString", "Target", "unknown field Target in engine entry section"},
-        StrayKey{"EngineInt", "Meter", "unknown field Meter in engine entry section"},
-        StrayKey{"EngineUint", "Params", "unknown field Params in engine entry section"},
-        StrayKey{"EngineFloat", "File", "unknown field File in engine entry section"}));
+        UnknownKey{"Meters", "foo", "unknown field foo in Meters section"},
+        UnknownKey{"METERS", "Foo", "unknown field Foo in Meters section"},
+        UnknownKey{"Meters", "Meter", "unknown field Meter in Meters section"},
+        UnknownKey{"Meters", "Targets", "unknown field Targets in Meters section"},
+        UnknownKey{"Meters", "EnableFastMeter", "unknown field EnableFastMeter in Meters section"},
+        UnknownKey{"Meters", "", "unknown field  in Meters section"},
+        UnknownKey{"Engine", "foo", "unknown field foo in Engine section"},
+        UnknownKey{"Engine", "Param", "unknown field Param in Engine section"},
+        UnknownKey{"Engine", "EnableFastMeters",
+                   "unknown field EnableFastMeters in Engine section"},
+        UnknownKey{"MetersString", "Target", "unknown field Target in meter entry section"},
+        UnknownKey{"MetersInt", "Param", "unknown field Param in meter entry section"},
+        UnknownKey{"MetersUint", "Meters", "unknown field Meters in meter entry section"},
+        UnknownKey{"MetersFloat", "foo", "unknown field foo in meter entry section"},
+        UnknownKey{"EngineString", "Target", "unknown field Target in engine entry section"},
+        UnknownKey{"EngineInt", "Meter", "unknown field Meter in engine entry section"},
+        UnknownKey{"EngineUint", "Params", "unknown field Params in engine entry section"},
+        UnknownKey{"EngineFloat", "File", "unknown field File in engine entry section"}));
 
 // ---- Lines --------------------------------------------------------------------------------------
 
@@ -264,7 +265,7 @@ TEST_F(ConfigFile, AnUnclosedHeaderIsABadLine) {
   EXPECT_EQ(log(), Lines{problem(5)});
 }
 
-TEST_F(ConfigFile, LinesBehindABadOneStillTakeEffectAndTheFirstBadOneIsNamed) {
+TEST_F(ConfigFile, LinesAfterABadOneTakeEffectAndTheLogNamesTheFirstBadOne) {
   EXPECT_EQ(read("[Meters]\nfoo=1\nTarget=m:1\nbare\n[MetersInt]\nMeter=Key=a Bogus=1\n"
                  "Meter=Key=b\n[Engine]\nTarget=e:2\n"),
             unsound({.fastMeterInts = {{.key = "b"}}}));
@@ -273,7 +274,7 @@ TEST_F(ConfigFile, LinesBehindABadOneStillTakeEffectAndTheFirstBadOneIsNamed) {
                           problem(2)}));
 }
 
-TEST_F(ConfigFile, AfterABadLineNothingIsVerified) {
+TEST_F(ConfigFile, NothingIsVerifiedAfterABadLine) {
   EXPECT_EQ(
       read("bare\n[MetersInt]\nMeter=Key=a\nMeter=Key=a\n[EngineInt]\nParam=\n"),
       (Settings{
@@ -281,29 +282,29 @@ TEST_F(ConfigFile, AfterABadLineNothingIsVerified) {
   EXPECT_EQ(log(), Lines{problem(1)});
 }
 
-TEST_F(ConfigFile, AByteOrderMarkInFrontIsSkipped) {
+TEST_F(ConfigFile, AByteOrderMarkAtTheBeginningIsSkipped) {
   EXPECT_EQ(read("\xEF\xBB\xBF" + std::string(targets)), sound());
 }
 
-TEST_F(ConfigFile, ASemicolonBehindWhiteSpaceStartsAComment) {
+TEST_F(ConfigFile, ASemicolonAfterWhiteSpaceStartsAComment) {
   EXPECT_EQ(read("[Meters]\nTarget=a ; b\n[Engine]\nTarget=a;b\n"),
             (Settings{.metersTarget = "a", .engineTarget = "a;b"}));
 }
 
-TEST_F(ConfigFile, AColonSeparatesOnlyWhereNoEqualsSignStands) {
+TEST_F(ConfigFile, AColonSeparatesOnlyInALineWithoutAnEqualsSign) {
   EXPECT_EQ(read("[Meters]\nTarget: localhost:50005\n"),
             (Settings{.metersTarget = "localhost:50005"}));
   EXPECT_EQ(read(std::string(targets) + "[MetersInt]\nMeter: Key=a\n"), unsound());
   EXPECT_EQ(log(), (Lines{{4, "unknown field Meter: Key in meter entry section"}, problem(6)}));
 }
 
-TEST_F(ConfigFile, AnIndentedPairIsAFurtherValueOfThePairAboveIt) {
+TEST_F(ConfigFile, AnIndentedPairIsAnotherValueOfThePairAbove) {
   EXPECT_EQ(read("[Meters]\nTarget=x\n  EnableFastMeters=false\n"),
             (Settings{.metersTarget = "EnableFastMeters=false"}));
   EXPECT_EQ(log(), Lines{});
 }
 
-TEST_F(ConfigFile, AFurtherValueOfAnEntryIsAFurtherEntry) {
+TEST_F(ConfigFile, AnotherValueOfAnEntryIsAnotherEntry) {
   EXPECT_EQ(read(std::string(targets) +
                  "[MetersInt]\nMeter=Key=a\n Key=b Type=slow\n\n; comment\n\tKey=c ;d\n"
                  "[EngineInt]\nParam=Key=e\n Key=f\n"),
@@ -313,7 +314,7 @@ TEST_F(ConfigFile, AFurtherValueOfAnEntryIsAFurtherEntry) {
   EXPECT_EQ(log(), Lines{});
 }
 
-TEST_F(ConfigFile, AFurtherValueOfAStrayKeyIsBadUnderItsFirst49Bytes) {
+TEST_F(ConfigFile, AnotherValueOfAnUnknownKeyIsLoggedWithTheFirst49BytesOfTheKey) {
   const std::string cut(49, 'n');
   EXPECT_EQ(read(std::string(targets) + "[Meters]\n" + cut + "n=1\n 2\n"), unsound());
   EXPECT_EQ(log(), (Lines{{4, "unknown field " + cut + "n in Meters section"},
@@ -321,19 +322,19 @@ TEST_F(ConfigFile, AFurtherValueOfAStrayKeyIsBadUnderItsFirst49Bytes) {
                           problem(6)}));
 }
 
-TEST_F(ConfigFile, TheTailOfALongLineIsALineOfItsOwn) {
+TEST_F(ConfigFile, TheRestOfALongLineIsALineOfItsOwn) {
   const std::string filled(1023 - sizeof("Target=") + 1, 'x');
   EXPECT_EQ(read("[Meters]\nTarget=" + filled + "tail\n[Engine]\nTarget=e\n"),
             (Settings{.metersTarget = filled, .engineTarget = "e", .valid = false}));
   EXPECT_EQ(log(), Lines{problem(3)});
 }
 
-TEST_F(ConfigFile, ALineOf1023BytesIsReadWhole) {
+TEST_F(ConfigFile, ALineMayHave1023Bytes) {
   const std::string filled(1023 - sizeof("Target=") + 1, 'x');
   EXPECT_EQ(read("[Meters]\nTarget=" + filled), (Settings{.metersTarget = filled}));
 }
 
-TEST_F(ConfigFile, LeavesNothingBehindForTheNextReading) {
+TEST_F(ConfigFile, AReadingDoesNotAffectTheNextOne) {
   read("[Meters]\nTarget=m\nEnableFastMeters=no\n[MetersInt]\nMeter=Key=a\n");
   EXPECT_EQ(read(targets), sound());
 }

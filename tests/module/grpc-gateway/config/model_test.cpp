@@ -1,4 +1,4 @@
-// What a configuration consists of, and which line of a file goes where in it.
+// What a configuration holds, and which line of a file sets what.
 #include <algorithm>
 #include <functional>
 #include <type_traits>
@@ -32,14 +32,14 @@ Meter<T> freshMeter() {
   return {entry.key, entry.customKey, entry.type, entry.defaultValue};
 }
 
-TEST_F(ConfigModel, AMeterEntryStartsFastAndOtherwiseEmpty) {
+TEST_F(ConfigModel, ANewMeterEntryIsFastAndOtherwiseEmpty) {
   EXPECT_EQ(freshMeter<std::string>(), (Meter<std::string>{"", "", Fast, ""}));
   EXPECT_EQ(freshMeter<std::int32_t>(), (Meter<std::int32_t>{"", "", Fast, 0}));
   EXPECT_EQ(freshMeter<std::uint32_t>(), (Meter<std::uint32_t>{"", "", Fast, 0}));
   EXPECT_EQ(freshMeter<float>(), (Meter<float>{"", "", Fast, 0}));
 }
 
-TEST_F(ConfigModel, FieldsStandInTheOrderInWhichTheyAreTold) {
+TEST_F(ConfigModel, FieldsAreInTheirDocumentedOrder) {
   const ConfigManager config("/dev/null");
   const std::vector<const void*> fields{&config.metersTarget,
                                         &config.enableFastMeters,
@@ -69,7 +69,7 @@ TEST_F(ConfigModel, FieldsStandInTheOrderInWhichTheyAreTold) {
   EXPECT_LT(static_cast<const void*>(&param.key), static_cast<const void*>(&param.customKey));
 }
 
-TEST_F(ConfigModel, EachOfTheTwelveListsIsFilledFromItsSectionAndRate) {
+TEST_F(ConfigModel, SectionAndRateSelectOneOfTwelveLists) {
   EXPECT_EQ(
       read(std::string(targets) + "[MetersString]\nMeter=Key=a Type=slow\nMeter=Key=b Type=fast\n"
                                   "[MetersInt]\nMeter=Key=c Type=slow\nMeter=Key=d Type=fast\n"
@@ -94,7 +94,7 @@ TEST_F(ConfigModel, EachOfTheTwelveListsIsFilledFromItsSectionAndRate) {
   EXPECT_EQ(log(), Lines{});
 }
 
-TEST_F(ConfigModel, TargetsAndSwitchesAreFilledFromTheirSections) {
+TEST_F(ConfigModel, TargetsAndSwitchesAreReadFromTheirSections) {
   EXPECT_EQ(read("[Meters]\nTarget=localhost:50005\nEnableFastMeters=true\n"
                  "EnableSlowMeters=false\n[Engine]\nTarget=localhost:50006\n"),
             (Settings{.metersTarget = "localhost:50005",
@@ -105,7 +105,7 @@ TEST_F(ConfigModel, TargetsAndSwitchesAreFilledFromTheirSections) {
             (Settings{.metersTarget = "m", .enableFastMeters = false, .enableSlowMeters = true}));
 }
 
-TEST_F(ConfigModel, AMeterWithoutTypeIsFastInEverySection) {
+TEST_F(ConfigModel, AMeterWithoutATypeIsFastInEverySection) {
   EXPECT_EQ(read(std::string(targets) + "[MetersString]\nMeter=Key=a\n[MetersInt]\nMeter=Key=b\n"
                                         "[MetersUint]\nMeter=Key=c\n[MetersFloat]\nMeter=Key=d\n"),
             sound({.fastMeterStrings = {{.key = "a"}},
@@ -125,14 +125,14 @@ TEST_F(ConfigModel, EntriesKeepTheOrderOfTheirLines) {
                    .engineInts = {{.key = "q"}, {.key = "p"}}}));
 }
 
-TEST_F(ConfigModel, ARepeatedKeyReplacesNothingAndIsRefusedAsAWhole) {
+TEST_F(ConfigModel, BothEntriesOfARepeatedKeyAreKeptAndTheFileIsRefused) {
   EXPECT_EQ(read(std::string(targets) +
                  "[MetersInt]\nMeter=Key=a DefaultValue=1\nMeter=Key=a DefaultValue=2\n"),
             unsound({.fastMeterInts = {{.key = "a", .defaultValue = 1},
                                        {.key = "a", .defaultValue = 2}}}));
 }
 
-TEST_F(ConfigModel, ALineThatFailsTakesUpNoPosition) {
+TEST_F(ConfigModel, ABadLineTakesNoPosition) {
   EXPECT_EQ(
       read(std::string(targets) + "[MetersFloat]\nMeter=Key=a\nMeter=Key=b Bogus=1\nMeter=Key=c\n"
                                   "[EngineFloat]\nParam=Key=d\nParam=Key=e Bogus=1\nParam=Key=f\n"),
@@ -140,7 +140,7 @@ TEST_F(ConfigModel, ALineThatFailsTakesUpNoPosition) {
                .engineFloats = {{.key = "d"}, {.key = "f"}}}));
 }
 
-TEST_F(ConfigModel, AMeterMayBeListedThoughItsRateIsSwitchedOff) {
+TEST_F(ConfigModel, AMeterMayHaveARateThatIsSwitchedOff) {
   EXPECT_EQ(read("[Meters]\nTarget=m\nEnableSlowMeters=false\n"
                  "[MetersInt]\nMeter=Key=a Type=slow\n"),
             (Settings{.metersTarget = "m",
@@ -149,7 +149,7 @@ TEST_F(ConfigModel, AMeterMayBeListedThoughItsRateIsSwitchedOff) {
   EXPECT_EQ(log(), Lines{});
 }
 
-TEST_F(ConfigModel, AGatewayForTheEngineAloneSwitchesBothRatesOff) {
+TEST_F(ConfigModel, AGatewayWithoutMetersSwitchesBothRatesOff) {
   EXPECT_EQ(read("[Meters]\nEnableFastMeters=false\nEnableSlowMeters=false\n"
                  "[Engine]\nTarget=e\n[EngineInt]\nParam=Key=a\n"),
             (Settings{.enableFastMeters = false,
@@ -159,12 +159,12 @@ TEST_F(ConfigModel, AGatewayForTheEngineAloneSwitchesBothRatesOff) {
   EXPECT_EQ(log(), Lines{});
 }
 
-TEST_F(ConfigModel, AFileThatSaysNothingOfMetersIsRefusedForTheSwitchesAreOn) {
+TEST_F(ConfigModel, AFileWithoutMeterSettingsIsRefusedBecauseTheSwitchesAreOn) {
   EXPECT_EQ(read("[Engine]\nTarget=e\n[EngineInt]\nParam=Key=a\n"),
             (Settings{.engineTarget = "e", .engineInts = {{.key = "a"}}, .valid = false}));
 }
 
-TEST_F(ConfigModel, AGatewayForMetersAloneNeedsNoEngine) {
+TEST_F(ConfigModel, AGatewayWithoutParametersNeedsNoEngineTarget) {
   EXPECT_EQ(read("[Meters]\nTarget=m\n[MetersInt]\nMeter=Key=a\n"),
             (Settings{.metersTarget = "m", .fastMeterInts = {{.key = "a"}}}));
   EXPECT_EQ(log(), Lines{});

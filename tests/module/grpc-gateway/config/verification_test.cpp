@@ -1,4 +1,4 @@
-// What the finished configuration is checked for, in which order, and in which words it fails.
+// The verification of a configuration that was read: its rules, their order, and what each logs.
 #include <array>
 
 #include "tests/module/grpc-gateway/config/config_fixture.h"
@@ -20,17 +20,17 @@ const Line customKeyLong{3, "MeterEntry CustomKey maximum size is 99"};
 const Line meterEntriesFailed{1, "MeterEntry string settings verification failed!"};
 const Line engineEntriesFailed{1, "EngineEntry string settings verification failed!"};
 
-// One of the twelve lists, as a file names it.
+// One of the twelve lists, as a file spells it.
 struct List {
   const char* section;
-  const char* begin;  // of a line
+  const char* lineStart;
 
   std::string line(const std::string& words) const {
-    return std::string("[") + section + "]\n" + begin + words + "\n";
+    return std::string("[") + section + "]\n" + lineStart + words + "\n";
   }
 };
 
-// In the order in which they are verified.
+// In the order of their verification.
 constexpr std::array meterLists{List{"MetersString", "Meter=Type=slow "},
                                 List{"MetersInt", "Meter=Type=slow "},
                                 List{"MetersUint", "Meter=Type=slow "},
@@ -46,12 +46,12 @@ const std::string bothOff = "EnableFastMeters=false\nEnableSlowMeters=false\n";
 
 class ConfigVerification : public ConfigTest {
  protected:
-  // Expects that a file is read whole and passes all stages.
+  // Expects that a file passes all stages and nothing is logged.
   void expectSound(const std::string& text) {
     EXPECT_TRUE(read(text).valid) << text;
     EXPECT_EQ(log(), Lines{}) << text;
   }
-  // Expects that a file is read whole and fails in exactly these words.
+  // Expects that a file is refused and exactly these lines are logged.
   void expectFaults(const std::string& text, const Lines& lines) {
     EXPECT_FALSE(read(text).valid) << text;
     EXPECT_EQ(log(), lines) << text;
@@ -66,7 +66,7 @@ std::string metersSection(const char* target, bool fast, bool slow) {
          "\nEnableSlowMeters=" + (slow ? "true" : "false") + "\n";
 }
 
-TEST_F(ConfigVerification, EveryCombinationOfMeterTargetSwitchesAndMeters) {
+TEST_F(ConfigVerification, RatesAndMetersNeedATargetAndATargetNeedsARate) {
   const std::string meter = "[MetersInt]\nMeter=Key=a\n";
   expectFaults(metersSection("", true, true), {needsTarget, metersFailed});
   expectFaults(metersSection("", true, false), {needsTarget, metersFailed});
@@ -87,17 +87,17 @@ TEST_F(ConfigVerification, EveryCombinationOfMeterTargetSwitchesAndMeters) {
   expectFaults(metersSection("m", false, false) + meter, {needsRate, metersFailed});
 }
 
-TEST_F(ConfigVerification, AFileThatSaysNothingOfMetersNeedsATarget) {
+TEST_F(ConfigVerification, AFileWithoutMeterSettingsNeedsAMetersTarget) {
   expectFaults("[Engine]\nTarget=e\n", {needsTarget, metersFailed});
 }
 
-TEST_F(ConfigVerification, AMeterInAnyOfTheEightListsNeedsATarget) {
+TEST_F(ConfigVerification, AMeterInAnyListNeedsAMetersTarget) {
   for (const List& list : meterLists) {
     expectFaults("[Meters]\n" + bothOff + list.line("Key=a"), {metersNeedTarget, metersFailed});
   }
 }
 
-TEST_F(ConfigVerification, NoListIsRelatedToTheSwitchOfItsRate) {
+TEST_F(ConfigVerification, AMeterOfADisabledRateIsSound) {
   for (const List& list : meterLists) {
     expectSound("[Meters]\nTarget=m\nEnableSlowMeters=false\n" + list.line("Key=a"));
     expectSound("[Meters]\nTarget=m\nEnableFastMeters=false\n" + list.line("Key=a"));
@@ -106,14 +106,14 @@ TEST_F(ConfigVerification, NoListIsRelatedToTheSwitchOfItsRate) {
 
 // ---- Engine settings ----------------------------------------------------------------------------
 
-TEST_F(ConfigVerification, AParameterInAnyOfTheFourListsNeedsATarget) {
+TEST_F(ConfigVerification, AParameterInAnyListNeedsAnEngineTarget) {
   for (const List& list : engineLists) {
     expectFaults("[Meters]\nTarget=m\n" + list.line("Key=a"), {paramsNeedTarget, engineFailed});
     expectSound(targets + list.line("Key=a"));
   }
 }
 
-TEST_F(ConfigVerification, AnEngineTargetNeedsNoParameter) {
+TEST_F(ConfigVerification, AnEngineTargetNeedsNoParameters) {
   expectSound(targets);
 }
 
@@ -140,26 +140,26 @@ TEST_F(ConfigVerification, ACustomKeyOf99BytesPassesAndOneOf100Fails) {
   }
 }
 
-TEST_F(ConfigVerification, TheLengthOfACustomKeyIsCountedInBytes) {
+TEST_F(ConfigVerification, TheLimitOfACustomKeyCountsBytes) {
   std::string euros = "Key=a CustomKey=";
   for (int i = 0; i < 33; ++i) euros += "\xE2\x82\xAC";
   expectSound(targets + meterLists[0].line(euros));
   expectFaults(targets + meterLists[0].line(euros + "x"), {customKeyLong, meterEntriesFailed});
 }
 
-TEST_F(ConfigVerification, KeysAndDefaultsHaveNoLimit) {
+TEST_F(ConfigVerification, KeysAndDefaultValuesHaveNoLimit) {
   const std::string text(400, 'x');
   expectSound(targets + std::string("[MetersString]\nMeter=Key=") + text + " DefaultValue=" + text +
               "\n[EngineString]\nParam=Key=" + text + "\n");
 }
 
-TEST_F(ConfigVerification, OfOneEntryTheEmptyKeyIsToldAndNotTheLongCustomKey) {
+TEST_F(ConfigVerification, AnEmptyKeyHidesALongCustomKeyOfTheSameEntry) {
   const std::string both = "CustomKey=" + std::string(100, 'c');
   expectFaults(targets + meterLists[0].line(both), {meterKeyEmpty, meterEntriesFailed});
   expectFaults(targets + engineLists[0].line(both), {engineKeyEmpty, engineEntriesFailed});
 }
 
-TEST_F(ConfigVerification, OfOneListOnlyTheFirstBadEntryIsTold) {
+TEST_F(ConfigVerification, OnlyTheFirstBadEntryOfAListIsLogged) {
   const std::string good = "Key=a";
   const std::string empty = "CustomKey=b";
   const std::string tooLong = "Key=c CustomKey=" + std::string(100, 'c');
@@ -175,7 +175,7 @@ TEST_F(ConfigVerification, OfOneListOnlyTheFirstBadEntryIsTold) {
                {customKeyLong, engineEntriesFailed});
 }
 
-TEST_F(ConfigVerification, ListsAreTakenInOrderUpToTheFirstThatFails) {
+TEST_F(ConfigVerification, ListsAreCheckedInOrderUntilOneFails) {
   const std::string tooLong = "Key=a CustomKey=" + std::string(100, 'c');
   for (std::size_t i = 0; i + 1 < meterLists.size(); ++i) {
     const List& first = meterLists[i];
@@ -197,7 +197,7 @@ TEST_F(ConfigVerification, ListsAreTakenInOrderUpToTheFirstThatFails) {
 
 // ---- Repeated keys ------------------------------------------------------------------------------
 
-TEST_F(ConfigVerification, AKeyRepeatedInAListFailsWithTheSummaryAlone) {
+TEST_F(ConfigVerification, ARepeatedKeyIsLoggedByTheSummaryAlone) {
   for (const List& list : meterLists) {
     expectFaults(targets + list.line("Key=a") + list.line("Key=a CustomKey=b"),
                  {meterEntriesFailed});
@@ -215,7 +215,7 @@ TEST_F(ConfigVerification, RepeatedKeysNeedNotBeNeighbours) {
       {meterEntriesFailed});
 }
 
-TEST_F(ConfigVerification, ARepeatedKeyEndsTheStageLikeAnyFault) {
+TEST_F(ConfigVerification, ARepeatedKeyEndsItsStage) {
   expectFaults(
       targets + meterLists[0].line("Key=a") + meterLists[0].line("Key=a") + meterLists[1].line(""),
       {meterEntriesFailed});
@@ -224,14 +224,14 @@ TEST_F(ConfigVerification, ARepeatedKeyEndsTheStageLikeAnyFault) {
                {engineEntriesFailed});
 }
 
-TEST_F(ConfigVerification, ABadEntryIsToldBeforeRepeatedKeysAreLookedFor) {
+TEST_F(ConfigVerification, ABadEntryHidesARepeatedKeyOfItsList) {
   const List& list = meterLists[4];
   expectFaults(targets + list.line("Key=a") + list.line("Key=a") +
                    list.line("Key=b CustomKey=" + std::string(100, 'c')),
                {customKeyLong, meterEntriesFailed});
 }
 
-TEST_F(ConfigVerification, TwoEmptyKeysAreToldAsEmptyOnce) {
+TEST_F(ConfigVerification, TwoEmptyKeysAreLoggedOnceAsEmpty) {
   expectFaults(targets + meterLists[5].line("") + meterLists[5].line(""),
                {meterKeyEmpty, meterEntriesFailed});
   expectFaults(targets + engineLists[1].line("") + engineLists[1].line(""),
@@ -245,7 +245,7 @@ TEST_F(ConfigVerification, AllTwelveListsMayShareAKey) {
   expectSound(text);
 }
 
-TEST_F(ConfigVerification, KeysAreComparedByteByByte) {
+TEST_F(ConfigVerification, KeysAreEqualOnlyIfAllBytesAre) {
   for (const List& list : {meterLists[5], engineLists[1]}) {
     expectSound(targets + list.line("Key=a") + list.line("Key=A") + list.line("Key=aa") +
                 list.line("Key=\"a \"") + list.line("Key=\" a\""));
@@ -265,14 +265,14 @@ TEST_F(ConfigVerification, ACustomKeyMayBeRepeated) {
 
 // ---- Stages -------------------------------------------------------------------------------------
 
-TEST_F(ConfigVerification, EveryStageRunsWhateverTheEarlierOnesFound) {
+TEST_F(ConfigVerification, EveryStageRunsEvenIfEarlierOnesFail) {
   expectFaults("[Meters]\nTarget=m\n" + bothOff + meterLists[0].line("") +
                    engineLists[0].line("CustomKey=" + std::string(100, 'c')),
                {needsRate, metersFailed, paramsNeedTarget, engineFailed, meterKeyEmpty,
                 meterEntriesFailed, engineKeyEmpty, engineEntriesFailed});
 }
 
-TEST_F(ConfigVerification, ALaterGoodStageDoesNotMendAnEarlierFault) {
+TEST_F(ConfigVerification, AStageThatPassesDoesNotUndoAnEarlierFault) {
   expectFaults("[Meters]\nTarget=\n[Engine]\nTarget=e\n" + meterLists[0].line("Key=a") +
                    engineLists[0].line("Key=a"),
                {needsTarget, metersFailed});
@@ -280,8 +280,7 @@ TEST_F(ConfigVerification, ALaterGoodStageDoesNotMendAnEarlierFault) {
                {meterKeyEmpty, meterEntriesFailed});
 }
 
-// What is refused stays as it was read.
-TEST_F(ConfigVerification, ChangesNoList) {
+TEST_F(ConfigVerification, ItLeavesTheListsUnchanged) {
   EXPECT_EQ(
       read(targets + meterLists[5].line("Key=b") + meterLists[5].line("Key=a") +
            meterLists[5].line("Key=b") + engineLists[1].line("")),

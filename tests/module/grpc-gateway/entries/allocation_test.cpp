@@ -1,4 +1,6 @@
-// A start that gets no memory for its own objects.
+// The module's own allocations fail: at a start for want of memory, and in a notification with an
+// exception that the module must not catch.
+#include <algorithm>
 #include <cstring>
 
 #include "tests/module/grpc-gateway/GatewayTest.h"
@@ -8,7 +10,7 @@ namespace {
 
 class StartWithoutMemory : public GatewayTest {
  protected:
-  // Starts, and has the module's nth allocation of its own fail.
+  // Starts the module while its nth own allocation fails.
   int startFailing(int nth) {
     standin::KeyValueList params;
     params.addString("gatewayConfigPath", files.path("gateway.conf").c_str());
@@ -17,7 +19,7 @@ class StartWithoutMemory : public GatewayTest {
   }
 };
 
-TEST_F(StartWithoutMemory, ForThePrivateStateLeavesTheRecordUntouched) {
+TEST_F(StartWithoutMemory, ForThePrivateDataItLeavesTheRecordUntouched) {
   const sonalith_module before = instance.record();
   EXPECT_EQ(startFailing(1), -1);
   EXPECT_EQ(log().back(), "log 3 C++ exception in grpc gateway: std::bad_alloc");
@@ -25,12 +27,51 @@ TEST_F(StartWithoutMemory, ForThePrivateStateLeavesTheRecordUntouched) {
   expectNothingLeft();
 }
 
-TEST_F(StartWithoutMemory, ForTheManagerLeavesThePrivateState) {
+TEST_F(StartWithoutMemory, ForTheManagerItLeavesThePrivateData) {
   EXPECT_EQ(startFailing(2), -1);
   EXPECT_EQ(log().back(), "log 3 C++ exception in grpc gateway: std::bad_alloc");
   EXPECT_NE(instance.record().privateData, nullptr);
   instance.stop();
   expectNothingLeft();
+}
+
+// ---- An exception that is not standard ----------------------------------------------------------
+
+class Notification : public GatewayTest {
+ protected:
+  void notify() {
+    standin::KeyValueList changes;
+    changes.addString("gateway.name", "a text that needs memory of its own");
+    engine.notify(&changes);
+  }
+
+  // The number of the first allocation in addParamToRequest, from the beginning of a notification.
+  int firstAllocationInConversion() {
+    const AllocationFault counting(AllocationFault::never);
+    notify();
+    const auto allocations = counting.allocations();
+    const auto first =
+        std::find_if(allocations.begin(), allocations.end(), [](const auto& allocation) {
+          return allocation.throws && allocation.callers.include("addParamToRequest");
+        });
+    EXPECT_NE(first, allocations.end());
+    return static_cast<int>(first - allocations.begin()) + 1;
+  }
+};
+
+TEST_F(Notification, AnExceptionOfTheConversionThatIsNotStandardReachesTheHost) {
+  ASSERT_EQ(start("[Meters]\nEnableFastMeters=false\nEnableSlowMeters=false\n"
+                  "[Engine]\nTarget=127.0.0.1:1\n"
+                  "[EngineString]\nParam=Key=a.key.that.needs.memory.of.its.own CustomKey=name\n"),
+            0);
+  const int nth = firstAllocationInConversion();
+  {
+    const AllocationFault fault(nth, AllocationFault::Lasting::Once,
+                                AllocationFault::Covers::ThisThread, AllocationFault::Throws::Int);
+    EXPECT_THROW(notify(), int);
+    EXPECT_EQ(fault.failureCount(), 1u);
+  }
+  instance.stop();
 }
 
 }  // namespace

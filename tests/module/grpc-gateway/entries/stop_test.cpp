@@ -1,4 +1,4 @@
-// stopCycle: the order in which it takes back what a start has built.
+// stopCycle: the order in which it releases what a start has built.
 #include <csignal>
 
 #include "tests/module/grpc-gateway/GatewayTest.h"
@@ -17,12 +17,12 @@ constexpr char withoutSlots[] = "[Meters]\nEnableFastMeters=false\nEnableSlowMet
 
 class Stop : public GatewayTest {};
 
-TEST_F(Stop, TakesBackCallbackEngineSlotsClientAndListInThisOrder) {
+TEST_F(Stop, ReleasesCallbackEngineSlotsClientAndListsInThisOrder) {
   ASSERT_EQ(start(withEngineSlots), 0);
   host.clearRecords();
   instance.stop();
-  // Blocks by their numbers at the start: #1 #4 #7 #10 #13 the growing engine list, then values and
-  // names of each group in turn, then the two meter lists.
+  // The numbers of the blocks: 1, 4, 7, 10 and 13 are the engine list as it moves, the numbers
+  // between them the values and names of each group, 14 and 15 the meter lists.
   EXPECT_EQ(host.journal(), (Journal{
                                 "log 1 stopCycle(gateway)",
                                 "log 3 grpc-gateway: destroying module manager..",
@@ -48,7 +48,7 @@ TEST_F(Stop, TakesBackCallbackEngineSlotsClientAndListInThisOrder) {
   expectNothingLeft();
 }
 
-TEST_F(Stop, WithoutSlotsReleasesTheListsAlone) {
+TEST_F(Stop, WithoutSlotsItReleasesOnlyTheLists) {
   ASSERT_EQ(start(withoutSlots), 0);
   host.clearRecords();
   instance.stop();
@@ -56,7 +56,7 @@ TEST_F(Stop, WithoutSlotsReleasesTheListsAlone) {
   expectNothingLeft();
 }
 
-TEST_F(Stop, EmptiesTheRecordButForTheMeterLists) {
+TEST_F(Stop, ItClearsTheRecordExceptForTheMeterLists) {
   ASSERT_EQ(start(withEngineSlots), 0);
   const sonalith_module running = instance.record();
   instance.stop();
@@ -69,7 +69,7 @@ TEST_F(Stop, EmptiesTheRecordButForTheMeterLists) {
   EXPECT_EQ(record.fastMeterOffsets, running.fastMeterOffsets);
 }
 
-TEST_F(Stop, HidesTheTablesBeforeAnythingElse) {
+TEST_F(Stop, ItHidesTheTablesFirst) {
   ASSERT_EQ(start(withoutSlots), 0);
   bool hidden = false;
   host.setLogSink([&](const standin::LogLine& line) {
@@ -89,11 +89,11 @@ TEST_F(Stop, AnExceptionIsLoggedAndDoesNotReachTheHost) {
   host.failCall(Operation::Log, 1, "no more");
   instance.stop();
   EXPECT_EQ(log(), (Journal{"log 3 C++ exception in grpc gateway: no more"}));
-  instance.stop();  // nothing had been released
+  instance.stop();  // the first stop has released nothing
   expectNothingLeft();
 }
 
-TEST_F(Stop, AnotherKindOfExceptionPassesOn) {
+TEST_F(Stop, AnExceptionThatIsNotStandardReachesTheHost) {
   ASSERT_EQ(start(withoutSlots), 0);
   host.setHook(Operation::Log, [] { throw 42; });
   EXPECT_THROW(instance.stop(), int);
@@ -102,7 +102,14 @@ TEST_F(Stop, AnotherKindOfExceptionPassesOn) {
   expectNothingLeft();
 }
 
-TEST_F(Stop, AnExceptionInTheDestructionOfTheManagerEndsTheProcess) {
+// A refused start leaves such a record. A host must not stop it, and the module does not check.
+TEST_F(Stop, ARecordWithoutPrivateDataFaults) {
+  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+  ASSERT_EQ(instance.record().privateData, nullptr);
+  EXPECT_EXIT(instance.stop(), endsAbnormally, "");
+}
+
+TEST_F(Stop, AnExceptionInTheManagersDestructorEndsTheProcess) {
   ::testing::FLAGS_gtest_death_test_style = "threadsafe";
   EXPECT_EXIT(
       {
@@ -113,7 +120,7 @@ TEST_F(Stop, AnExceptionInTheDestructionOfTheManagerEndsTheProcess) {
       ::testing::KilledBySignal(SIGABRT), "");
 }
 
-TEST_F(Stop, ARecordCanBeStartedAgain) {
+TEST_F(Stop, TheSameRecordCanBeStartedAgain) {
   for (int round = 0; round < 3; ++round) {
     ASSERT_EQ(start(withEngineSlots), 0);
     instance.stop();
@@ -121,7 +128,7 @@ TEST_F(Stop, ARecordCanBeStartedAgain) {
   }
 }
 
-TEST_F(Stop, InstancesStandSideBySide) {
+TEST_F(Stop, TwoInstancesDoNotAffectEachOther) {
   standin::ModuleInstance other(module, engine, "other");
   ASSERT_EQ(start(withEngineSlots), 0);
   ASSERT_EQ(other.start(files.path("gateway.conf")), 0);

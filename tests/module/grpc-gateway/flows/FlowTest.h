@@ -1,4 +1,4 @@
-// The vocabulary of tests in which the loaded module talks to real servers in another process.
+// The vocabulary of tests in which the loaded module talks to servers in another process.
 #pragma once
 
 #include <string>
@@ -9,7 +9,7 @@
 #include "tests/module/grpc-gateway/GatewayTest.h"
 #include "tests/support/SimProcess.h"
 
-// One message of a meter stream, built value by value.
+// A message of a meter stream, built value by value.
 class Batch {
  public:
   Batch& addString(const std::string& key, const std::string& value) {
@@ -24,7 +24,7 @@ class Batch {
   Batch& addUint(const std::string& key, std::uint32_t value) {
     return add(key, [&](auto& any) { any.set_suint(value); });
   }
-  // `fill` sets what it likes in a new value.
+  // `fill` sets any member of the new value.
   template <class Fill>
   Batch& add(const std::string& key, Fill fill) {
     auto& item = *meter_.add_values();
@@ -43,7 +43,7 @@ class Batch {
   sonalith::grpc::Meter meter_;
 };
 
-// What the engine service receives, built parameter by parameter.
+// A request that the engine service receives, built parameter by parameter.
 class Request {
  public:
   template <class Fill>
@@ -71,7 +71,7 @@ class Request {
   sonalith::grpcengine::RequestSetParams request_;
 };
 
-// Both targets, and a string slot for each rate by which a test learns that a message is in.
+// Both targets, and a string slot of each rate that shows a test which message has been processed.
 inline std::string flowConfiguration(const std::string& metersTarget,
                                      const std::string& engineTarget) {
   return "[Meters]\nTarget=" + metersTarget + "\n[Engine]\nTarget=" + engineTarget +
@@ -90,15 +90,16 @@ class FlowTest : public GatewayTest {
     return flowConfiguration(servers.metersTarget(), servers.engineTarget());
   }
 
-  // Starts with these entries besides, and returns when both streams are open at the server.
+  // Starts with additional entries and returns when both streams are open at the server.
   void startFlowing(const std::string& entries = "") {
     ASSERT_EQ(start(common() + entries), 0);
     servers.waitEvent("open fast ");
     servers.waitEvent("open slow ");
   }
 
-  // Sends a batch on a stream and returns when the module has taken all of it: the values are
-  // written in the order of the message, and the last one is a string, which the host hears of.
+  // Sends a batch on a stream and returns when the module has processed all of it. The module
+  // writes values in the order of the message; the last one is a string, for which it calls the
+  // host.
   void deliver(standin::SlotSet set, Batch batch) {
     const std::string mark = "batch " + std::to_string(++batches_);
     batch.addString("last.one", mark);
@@ -108,11 +109,9 @@ class FlowTest : public GatewayTest {
   void deliverFast(Batch batch) { deliver(standin::SlotSet::Fast, std::move(batch)); }
   void deliverSlow(Batch batch) { deliver(standin::SlotSet::Slow, std::move(batch)); }
 
-  void notify(standin::KeyValueList& changes) {
-    engine.notify(&changes);
-  }
+  void notify(standin::KeyValueList& changes) { engine.notify(&changes); }
 
-  // The next call's request as the service received it.
+  // The request of the next call, as the service received it.
   std::string received() {
     const std::string event = servers.waitEvent("SetParams ");
     const std::size_t begin = event.find(' ', sizeof("SetParams ") - 1) + 1;

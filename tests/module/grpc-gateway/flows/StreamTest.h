@@ -1,5 +1,5 @@
-// The vocabulary of tests in which several module instances have a meter server each, so that what
-// takes five seconds for one takes them for all at the same time.
+// The vocabulary of tests in which several module instances each have a meter server, so that all
+// of them wait for their five seconds at the same time.
 #pragma once
 
 #include <chrono>
@@ -10,8 +10,14 @@
 
 #include "tests/module/grpc-gateway/flows/FlowTest.h"
 
-// Five seconds less what clocks that are read at different ends may differ by.
+// A stream that has ended stays away for at least this long. It is less than five seconds because
+// gRPC reads two clocks in turn to convert the time of an alarm: the time between the two readings
+// makes the alarm early.
 constexpr std::chrono::milliseconds retryDelay{4990};
+
+// And for at most this long. Generous, because the machine may be under load, and a channel that
+// has lost its server reconnects in its own time.
+constexpr std::chrono::milliseconds latestRetry{30'000};
 
 using Clock = std::chrono::steady_clock;
 
@@ -45,9 +51,9 @@ class Stream {
   standin::ModuleInstance& instance() { return instance_; }
   const std::string& target() const { return target_; }
 
-  // A server that dies and comes back at its place, or comes for the first time.
+  // The server dies; a server starts at the same target, again or for the first time.
   void killServer() { server_->kill(); }
-  void bringServer() {
+  void startServer() {
     server_ = std::make_unique<SimProcess>(target_, SimProcess::anyPort, program_);
   }
 
@@ -77,7 +83,7 @@ class StreamTest : public GatewayTest {
     return std::make_unique<Stream>(module, engine, files, name, nullptr, unusedTarget());
   }
 
-  // When the server sees that attempt, such as "fast 2", told as the time since `start`.
+  // The time from `start` until the server sees an attempt such as "fast 2".
   static std::future<std::chrono::milliseconds> opening(Stream& stream, const std::string& attempt,
                                                         Clock::time_point start) {
     return std::async(std::launch::async, [&stream, attempt, start] {
@@ -86,7 +92,7 @@ class StreamTest : public GatewayTest {
     });
   }
 
-  // A batch that the module has taken once its mark is in the slot.
+  // Sends a batch and returns when the module has processed it, which its mark in a slot shows.
   void deliver(Stream& stream, standin::SlotSet set, Batch batch, const std::string& mark) {
     stream.send(std::string(nameOf(set)), batch.addString("last.one", mark));
     ASSERT_TRUE(

@@ -1,4 +1,4 @@
-// Meter values, from a server to the slots.
+// Meter values on their way from a server to the slots.
 #include "tests/module/grpc-gateway/flows/FlowTest.h"
 
 namespace {
@@ -13,7 +13,7 @@ constexpr char oneOfEachType[] =
     "[MetersUint]\nMeter=Key=u CustomKey=u DefaultValue=1\n"
     "[MetersFloat]\nMeter=Key=f CustomKey=f DefaultValue=-60.5\n";
 
-TEST_F(Meters, ShowTheirDefaultsUntilAValueArrives) {
+TEST_F(Meters, SlotsShowTheirDefaultsUntilAValueArrives) {
   startFlowing(oneOfEachType);
   deliverFast(Batch());
   EXPECT_EQ(fast("s"), SlotValue("before"));
@@ -24,7 +24,7 @@ TEST_F(Meters, ShowTheirDefaultsUntilAValueArrives) {
   expectNothingLeft();
 }
 
-TEST_F(Meters, OfEveryTypeReachTheirSlots) {
+TEST_F(Meters, ValuesOfEveryTypeReachTheirSlots) {
   startFlowing(oneOfEachType);
   deliverFast(Batch()
                   .addString("s", "ready")
@@ -39,7 +39,7 @@ TEST_F(Meters, OfEveryTypeReachTheirSlots) {
   expectNothingLeft();
 }
 
-TEST_F(Meters, OfTwoRatesReachTheSlotsOfTheirRate) {
+TEST_F(Meters, FastAndSlowValuesReachSlotsOfTheirOwnRate) {
   startFlowing(
       "[MetersInt]\nMeter=Key=both Type=fast CustomKey=both\n"
       "Meter=Key=both Type=slow CustomKey=both\n"
@@ -52,7 +52,7 @@ TEST_F(Meters, OfTwoRatesReachTheSlotsOfTheirRate) {
   instance.stop();
 }
 
-TEST_F(Meters, AreStoredByPositionWhateverTheirOrderInTheMessage) {
+TEST_F(Meters, ValuesMayComeInAnyOrder) {
   std::string entries = "[MetersFloat]\n";
   for (int i = 0; i < 40; ++i) entries += "Meter=Key=level." + std::to_string(i) + "\n";
   startFlowing(entries);
@@ -65,14 +65,14 @@ TEST_F(Meters, AreStoredByPositionWhateverTheirOrderInTheMessage) {
   instance.stop();
 }
 
-TEST_F(Meters, KeepTheLastOfTwoValuesForOneKey) {
+TEST_F(Meters, TheLastOfTwoValuesForAKeyCounts) {
   startFlowing(oneOfEachType);
   deliverFast(Batch().addInt("i", 1).addInt("i", 2));
   EXPECT_EQ(fast("i"), SlotValue(2));
   instance.stop();
 }
 
-TEST_F(Meters, KeepTheirValueWhenTheKeyStopsComing) {
+TEST_F(Meters, ASlotKeepsItsValueWhenItsKeyIsNoLongerSent) {
   startFlowing(oneOfEachType);
   deliverFast(Batch().addInt("i", 7));
   deliverFast(Batch().addFloat("f", 1));
@@ -80,7 +80,7 @@ TEST_F(Meters, KeepTheirValueWhenTheKeyStopsComing) {
   instance.stop();
 }
 
-TEST_F(Meters, OfAnotherTypeThanConfiguredAreDropped) {
+TEST_F(Meters, ValuesOfAnotherTypeAreDropped) {
   startFlowing(oneOfEachType);
   deliverFast(Batch()
                   .addInt("f", 5)
@@ -96,7 +96,7 @@ TEST_F(Meters, OfAnotherTypeThanConfiguredAreDropped) {
   instance.stop();
 }
 
-TEST_F(Meters, OfOneKeyInTwoTypesReachEachTheirOwnSlot) {
+TEST_F(Meters, AKeyWithTwoTypesReachesASlotOfEachType) {
   startFlowing("[MetersInt]\nMeter=Key=k\n[MetersFloat]\nMeter=Key=k\n");
   deliverFast(Batch().addFloat("k", 1.5f).addInt("k", 2));
   EXPECT_EQ(fast("gateway_int_0"), SlotValue(2));
@@ -104,8 +104,8 @@ TEST_F(Meters, OfOneKeyInTwoTypesReachEachTheirOwnSlot) {
   instance.stop();
 }
 
-// Arrays, doubles, values without a member and keys without a value.
-TEST_F(Meters, ThatCannotBeCarriedAreDropped) {
+// Arrays, doubles, values without a member, and keys without a value.
+TEST_F(Meters, ValuesThatNoSlotCanHoldAreDropped) {
   startFlowing(oneOfEachType);
   deliverFast(Batch()
                   .add("f", [](auto& value) { value.mutable_afloat()->add_data(5); })
@@ -122,22 +122,22 @@ TEST_F(Meters, ThatCannotBeCarriedAreDropped) {
   instance.stop();
 }
 
-TEST_F(Meters, OfUnknownKeysAreDropped) {
+TEST_F(Meters, ValuesOfUnknownKeysAreDropped) {
   startFlowing(oneOfEachType);
   deliverFast(Batch().addInt("I", 5).addInt("", 5).addInt("i ", 5).addInt("other", 5));
   EXPECT_EQ(fast("i"), SlotValue(std::int32_t{-1}));
   instance.stop();
 }
 
-// customKey names the slot and nothing else.
-TEST_F(Meters, AreNotFoundByTheNameOfTheirSlot) {
+// It names the slot and nothing else.
+TEST_F(Meters, ACustomKeyIsNoKeyOnTheStream) {
   startFlowing("[MetersInt]\nMeter=Key=real CustomKey=shown\n");
   deliverFast(Batch().addInt("shown", 5));
   EXPECT_EQ(fast("shown"), SlotValue(0));
   instance.stop();
 }
 
-TEST_F(Meters, OfARateWithoutEntriesAreAllDropped) {
+TEST_F(Meters, AllValuesOfARateWithoutEntriesAreDropped) {
   ASSERT_EQ(start("[Meters]\nTarget=" + servers.metersTarget() +
                   "\n[MetersString]\nMeter=Key=last.one Type=slow CustomKey=last_one\n"),
             0);
@@ -150,14 +150,14 @@ TEST_F(Meters, OfARateWithoutEntriesAreAllDropped) {
   expectNothingLeft();
 }
 
-TEST_F(Meters, OfAnEmptyTextEmptyTheirSlot) {
+TEST_F(Meters, AnEmptyTextClearsItsSlot) {
   startFlowing(oneOfEachType);
   deliverFast(Batch().addString("s", ""));
   EXPECT_EQ(fast("s"), SlotValue(""));
   instance.stop();
 }
 
-TEST_F(Meters, OfLongTextsAreCutByTheHostsCopy) {
+TEST_F(Meters, TheHostsCopyCutsLongTexts) {
   startFlowing(oneOfEachType);
   deliverFast(Batch().addString("s", std::string(99, 'a')));
   EXPECT_EQ(fast("s"), SlotValue(std::string(99, 'a')));
@@ -167,7 +167,7 @@ TEST_F(Meters, OfLongTextsAreCutByTheHostsCopy) {
   expectNothingLeft();
 }
 
-TEST_F(Meters, OfLongTextsFillTheBufferWhereTheHostDoesNotTerminate) {
+TEST_F(Meters, ALongTextFillsTheBufferOfAHostThatDoesNotTerminate) {
   host.setChoices({.strncpyTerminates = false});
   startFlowing(oneOfEachType);
   deliverFast(Batch().addString("s", std::string(5000, 'c')));
@@ -176,7 +176,7 @@ TEST_F(Meters, OfLongTextsFillTheBufferWhereTheHostDoesNotTerminate) {
   expectNothingLeft();
 }
 
-TEST_F(Meters, InAnEmptyMessageChangeNothingAndTheStreamGoesOn) {
+TEST_F(Meters, TheStreamContinuesAfterAnEmptyMessage) {
   startFlowing(oneOfEachType);
   servers.command("send fast -");
   deliverFast(Batch().addInt("i", 9));
@@ -184,8 +184,8 @@ TEST_F(Meters, InAnEmptyMessageChangeNothingAndTheStreamGoesOn) {
   instance.stop();
 }
 
-// The values before the failing one stay, and the next message is taken as ever.
-TEST_F(Meters, ThatRaiseAreLoggedAndTheStreamGoesOn) {
+// The values before the failing one stay, and the next message is processed as usual.
+TEST_F(Meters, AnExceptionInAMessageIsLoggedAndTheStreamContinues) {
   startFlowing(oneOfEachType);
   host.clearRecords();
   host.failCall(standin::Operation::Strncpy, 1, "no more");
@@ -193,7 +193,6 @@ TEST_F(Meters, ThatRaiseAreLoggedAndTheStreamGoesOn) {
                   Batch().addInt("i", 5).addString("s", "lost").addInt("i", 6).hex());
   deliverFast(Batch().addFloat("f", 2));
   EXPECT_EQ(log(), (Journal{"log 1 ProcessMeters() no more"}));
-  EXPECT_EQ(host.log().front().file, "src/module/grpc-gateway/AsyncMetersPayload.cpp");
   EXPECT_EQ(fast("i"), SlotValue(5));
   EXPECT_EQ(fast("s"), SlotValue("before"));
   EXPECT_EQ(fast("f"), SlotValue(2.0f));
@@ -201,7 +200,7 @@ TEST_F(Meters, ThatRaiseAreLoggedAndTheStreamGoesOn) {
   expectNothingLeft();
 }
 
-TEST_F(Meters, AreWrittenWithoutAWordInTheLog) {
+TEST_F(Meters, MessagesAreNotLogged) {
   startFlowing(oneOfEachType);
   host.clearRecords();
   for (int i = 0; i < 50; ++i) deliverFast(Batch().addInt("i", i).addInt("unknown", i));

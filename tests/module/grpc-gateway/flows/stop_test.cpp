@@ -1,4 +1,5 @@
-// Stopping in every state of streams and calls: the lines in their order, and nothing left.
+// Stopping in every state of streams and calls: the order of the log lines, and that nothing is
+// left.
 #include <future>
 #include <latch>
 
@@ -13,7 +14,7 @@ constexpr char flushLine[] = "log 1 Flushing tag ";
 
 class Stopping : public FlowTest {
  protected:
-  // The log of a stop, its tags replaced by their number of first appearance.
+  // Stops the module and returns what it logs.
   Journal stopLog() {
     host.clearRecords();
     instance.stop();
@@ -38,7 +39,7 @@ class Stopping : public FlowTest {
   }
 };
 
-TEST_F(Stopping, WithBothStreamsQuietCancelsThemAndFlushesOneTagEach) {
+TEST_F(Stopping, QuietStreamsAreCancelledAndFlushedWithOneTagEach) {
   startFlowing();
   deliverFast(Batch());
   deliverSlow(Batch());
@@ -46,7 +47,7 @@ TEST_F(Stopping, WithBothStreamsQuietCancelsThemAndFlushesOneTagEach) {
   EXPECT_EQ(withoutFlushLines(lines), stopSteps);
   EXPECT_EQ(count(lines, flushLine), 2);
   EXPECT_EQ(count(lines, "log 1 Flushing tag (nil)"), 0);
-  // The flush lines stand between the start and the end of the flush.
+  // The flush lines come between the beginning and the end of the flush.
   EXPECT_EQ(lines[6], stopSteps[6]);
   EXPECT_TRUE(lines[7].starts_with(flushLine));
   EXPECT_TRUE(lines[8].starts_with(flushLine));
@@ -56,13 +57,13 @@ TEST_F(Stopping, WithBothStreamsQuietCancelsThemAndFlushesOneTagEach) {
   expectNothingLeft();
 }
 
-TEST_F(Stopping, WithoutAStubFlushesNothing) {
+TEST_F(Stopping, WithoutTargetsNothingIsFlushed) {
   ASSERT_EQ(start("[Meters]\nEnableFastMeters=false\nEnableSlowMeters=false\n"), 0);
   EXPECT_EQ(stopLog(), stopSteps);
   expectNothingLeft();
 }
 
-TEST_F(Stopping, WithOneStreamSwitchedOffFlushesTheOtherAlone) {
+TEST_F(Stopping, OnlyAnEnabledStreamIsFlushed) {
   ASSERT_EQ(start("[Meters]\nTarget=" + servers.metersTarget() + "\nEnableSlowMeters=false\n"), 0);
   servers.waitEvent("open fast ");
   const Journal lines = stopLog();
@@ -71,7 +72,7 @@ TEST_F(Stopping, WithOneStreamSwitchedOffFlushesTheOtherAlone) {
   expectNothingLeft();
 }
 
-TEST_F(Stopping, OpensNoStreamAgain) {
+TEST_F(Stopping, NoStreamIsOpenedAgain) {
   startFlowing();
   instance.stop();
   servers.waitEvent("closed fast ");
@@ -80,15 +81,15 @@ TEST_F(Stopping, OpensNoStreamAgain) {
   EXPECT_FALSE(servers.hasEvent("open slow 2 "));
 }
 
-// Nothing cancels it, so the stop waits for its answer, in the flush.
-TEST_F(Stopping, WithAParameterInFlightWaitsForItsAnswer) {
+// Nothing cancels the call, so the flush waits for its answer.
+TEST_F(Stopping, AStopWaitsForTheAnswerToACallInFlight) {
   servers.command("engine hold");
   startFlowing(oneParameter);
   change(1);
   servers.waitEvent("SetParams 1 ");
   host.clearRecords();
   auto stopped = std::async(std::launch::async, [this] { instance.stop(); });
-  // Both streams are through, the call is not.
+  // Both streams have been flushed, the call has not.
   ASSERT_TRUE(host.waitUntil([&] { return count(log(), flushLine) == 2; }));
   EXPECT_EQ(count(log(), stopSteps.back()), 0);
   servers.command("engine release");
@@ -98,32 +99,32 @@ TEST_F(Stopping, WithAParameterInFlightWaitsForItsAnswer) {
   expectNothingLeft();
 }
 
-// The client thread is inside an event when the stop begins: the stop waits for it, and takes care
-// of the read that it starts.
-TEST_F(Stopping, WhileAMessageIsBeingTakenWaitsForIt) {
+// The client thread handles an event when the stop begins. The stop waits for it and flushes the
+// read that it starts.
+TEST_F(Stopping, AStopWaitsForAMessageInProgress) {
   startFlowing();
-  std::latch taking(1);
-  std::latch goOn(1);
+  std::latch processing(1);
+  std::latch mayContinue(1);
   host.setHook(standin::Operation::Strncpy, [&] {
-    taking.count_down();
-    goOn.wait();
+    processing.count_down();
+    mayContinue.wait();
   });
   servers.command("send fast " + Batch().addString("last.one", "x").hex());
-  taking.wait();
+  processing.wait();
   host.setHook(standin::Operation::Strncpy, {});
   host.clearRecords();
   auto stopped = std::async(std::launch::async, [this] { instance.stop(); });
-  // The stop has got as far as it can: the thread that it waits for is held.
+  // The stop can get no further: the thread that it waits for is held.
   ASSERT_TRUE(host.waitUntil([&] { return count(log(), "log 1 Stop gRPC Gateway client") == 1; }));
   EXPECT_EQ(count(log(), "log 1 Stop gRPC Gateway complete"), 0);
-  goOn.count_down();
+  mayContinue.count_down();
   stopped.get();
   EXPECT_EQ(withoutFlushLines(log()), stopSteps);
   EXPECT_EQ(servers.waitEvent("closed fast "), "closed fast 1 cancelled");
   expectNothingLeft();
 }
 
-TEST_F(Stopping, TakesChangesUntilTheCallbackIsRemoved) {
+TEST_F(Stopping, ChangesAreHandledUntilTheCallbackIsRemoved) {
   startFlowing(oneParameter);
   host.setLogSink([&](const standin::LogLine& line) {
     if (line.text == "grpc-gateway: destroying module manager..") change(77);
@@ -136,16 +137,16 @@ TEST_F(Stopping, TakesChangesUntilTheCallbackIsRemoved) {
   EXPECT_FALSE(servers.hasEvent("SetParams 2 "));
 }
 
-// ---- Many stops: what goes wrong once in a hundred has to show ----------------------------------
+// ---- Many stops, to catch what goes wrong once in a hundred -------------------------------------
 
 constexpr int manyStops = 300;
 
-TEST_F(Stopping, HundredsOfTimesAmidTraffic) {
+TEST_F(Stopping, HundredsOfStopsUnderTrafficLeaveNothing) {
   const std::string level = Batch().addFloat("level", 1).addString("last.one", "x").hex();
   for (int round = 0; round < manyStops; ++round) {
     ASSERT_EQ(start(common() + "[MetersFloat]\nMeter=Key=level CustomKey=level\n"), 0);
     servers.waitEvent("open fast ");
-    servers.command("send fast " + level + " 0");  // until the call ends
+    servers.command("send fast " + level + " 0");  // again and again until the call ends
     ASSERT_TRUE(host.waitUntil([&] { return fast("last_one") == standin::SlotValue("x"); }));
     instance.stop();
     expectNothingLeft();
@@ -153,7 +154,7 @@ TEST_F(Stopping, HundredsOfTimesAmidTraffic) {
   }
 }
 
-TEST_F(Stopping, HundredsOfTimesRightAfterTheStart) {
+TEST_F(Stopping, HundredsOfStopsRightAfterTheStartLeaveNothing) {
   for (int round = 0; round < manyStops; ++round) {
     ASSERT_EQ(start(common() + oneParameter), 0);
     instance.stop();
@@ -162,9 +163,9 @@ TEST_F(Stopping, HundredsOfTimesRightAfterTheStart) {
   }
 }
 
-// The call's event may be the one that ends the loop: that payload is lost, as is accepted, so only
-// the host's own memory is looked at.
-TEST_F(Stopping, HundredsOfTimesRightAfterANotification) {
+// The loop may drop the call's event and so leak its payload, which is accepted. The host's memory
+// must be released all the same.
+TEST_F(Stopping, HundredsOfStopsRightAfterANotificationLeaveNothing) {
   for (int round = 0; round < manyStops; ++round) {
     ASSERT_EQ(start(common() + oneParameter), 0);
     change(round);

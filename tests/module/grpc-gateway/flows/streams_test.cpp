@@ -1,4 +1,4 @@
-// The two meter streams: how they are opened, and what the configuration switches off.
+// The two meter streams: how they are opened, and which the configuration disables.
 #include "tests/module/grpc-gateway/flows/FlowTest.h"
 
 namespace {
@@ -7,7 +7,7 @@ class Streams : public FlowTest {};
 
 constexpr char untouchedCall[] = " - deadline=none metadata=-";
 
-TEST_F(Streams, AreOpenedFastBeforeSlowAndBothBeforeTheEngineChannel) {
+TEST_F(Streams, TheFastStreamStartsFirstThenTheSlowOneThenTheEngineChannel) {
   startFlowing();
   Journal lines = log();
   lines.erase(lines.begin(), lines.begin() + 2);
@@ -22,15 +22,14 @@ TEST_F(Streams, AreOpenedFastBeforeSlowAndBothBeforeTheEngineChannel) {
   expectNothingLeft();
 }
 
-TEST_F(Streams, AskWithAnEmptyRequestWithoutDeadlineAndWithoutMetadata) {
+TEST_F(Streams, CallsHaveAnEmptyRequestNoDeadlineAndNoMetadata) {
   ASSERT_EQ(start(common()), 0);
   EXPECT_EQ(servers.waitEvent("open fast "), Text("open fast 1") + untouchedCall);
   EXPECT_EQ(servers.waitEvent("open slow "), Text("open slow 1") + untouchedCall);
   instance.stop();
 }
 
-// Their slots are there all the same, and keep their defaults.
-TEST_F(Streams, OfARateThatIsSwitchedOffAreNotOpened) {
+TEST_F(Streams, ADisabledStreamIsNotOpenedAndItsSlotsKeepTheirDefaults) {
   for (const char* rate : {"Fast", "Slow"}) {
     const bool fastOff = rate == Text("Fast");
     ASSERT_EQ(start("[Meters]\nTarget=" + servers.metersTarget() + "\nEnable" + rate +
@@ -54,7 +53,7 @@ TEST_F(Streams, OfARateThatIsSwitchedOffAreNotOpened) {
   }
 }
 
-TEST_F(Streams, AreNotOpenedWithoutATarget) {
+TEST_F(Streams, NoStreamIsOpenedWithoutATarget) {
   ASSERT_EQ(start("[Meters]\nEnableFastMeters=false\nEnableSlowMeters=false\n[Engine]\nTarget=" +
                   servers.engineTarget() + "\n"),
             0);
@@ -64,7 +63,7 @@ TEST_F(Streams, AreNotOpenedWithoutATarget) {
   expectNothingLeft();
 }
 
-TEST_F(Streams, PublishTheirTablesAndLists) {
+TEST_F(Streams, TheRecordShowsTheirTablesAndLists) {
   startFlowing("[MetersInt]\nMeter=Key=a\nMeter=Key=b\nMeter=Key=c Type=slow\n");
   const sonalith_module& record = instance.record();
   EXPECT_EQ(record.fastMeterTable->intCount, 2u);
@@ -83,8 +82,7 @@ TEST_F(Streams, PublishTheirTablesAndLists) {
   expectNothingLeft();
 }
 
-// The slow list and its slots come first, then the fast ones.
-TEST_F(Streams, BuildTheirSlotsSlowBeforeFastAndTypeByType) {
+TEST_F(Streams, SlotsAreBuiltSlowBeforeFastAndTypeByType) {
   ASSERT_EQ(start("[Meters]\nTarget=" + servers.metersTarget() +
                   "\n[MetersFloat]\nMeter=Key=f\nMeter=Key=f Type=slow\n"
                   "[MetersUint]\nMeter=Key=u\nMeter=Key=u Type=slow\n"
@@ -132,15 +130,21 @@ TEST_F(Streams, BuildTheirSlotsSlowBeforeFastAndTypeByType) {
   expectNothingLeft();
 }
 
-TEST_F(Streams, OfAClientThatIsRefusedTheRegistrationAreClosedAgain) {
+TEST_F(Streams, AFailedRegistrationClosesThemAtTheServer) {
   host.setChoices({.registrationFails = true});
+  host.setHook(standin::Operation::AddCallback, [this] {
+    servers.waitEvent("open fast ");
+    servers.waitEvent("open slow ");
+  });
   EXPECT_EQ(start(common()), -1);
+  EXPECT_EQ(servers.waitEvent("closed fast "), "closed fast 1 cancelled");
+  EXPECT_EQ(servers.waitEvent("closed slow "), "closed slow 1 cancelled");
   EXPECT_EQ(instance.record().privateData, nullptr);
   expectNothingLeft();
 }
 
-// A slot that can't be described while the client is being built: what it has built by then goes.
-TEST_F(Streams, AFailureWhileTheMeterSlotsAreBuiltLeavesNoneOfThem) {
+// The host fails to add a slot while the client is being built.
+TEST_F(Streams, AFailureToBuildTheMeterSlotsReleasesAllOfThem) {
   host.failCall(standin::Operation::AddModuleOffset, 2, "no more");
   EXPECT_EQ(start(common()), -1);
   EXPECT_EQ(log().back(), "log 3 C++ exception in grpc gateway: no more");
@@ -148,8 +152,8 @@ TEST_F(Streams, AFailureWhileTheMeterSlotsAreBuiltLeavesNoneOfThem) {
   expectNothingLeft();
 }
 
-// An exception that gets out of an event ends the thread, and nothing but the thread.
-TEST_F(Streams, EndForGoodWhenAnExceptionLeavesAnEvent) {
+// Such an exception ends the client thread and nothing else.
+TEST_F(Streams, AnExceptionThatLeavesAnEventEndsThemForGood) {
   startFlowing("[EngineInt]\nParam=Key=delay CustomKey=delay\n");
   host.clearRecords();
   host.failCall(standin::Operation::Strncpy, 1, "no copy");
@@ -158,7 +162,7 @@ TEST_F(Streams, EndForGoodWhenAnExceptionLeavesAnEvent) {
   ASSERT_TRUE(host.waitUntil([&] { return !log().empty(); }));
   EXPECT_EQ(log(), (Journal{"log 1 C++ exception in asyncMainLoop(): no log"}));
 
-  // Calls still go out; their events pile up until the stop deletes them, with the streams'.
+  // Calls are still sent. Their payloads stay until the stop deletes them along with the streams.
   standin::KeyValueList changes;
   changes.addInt("gateway.delay", 1);
   engine.notify(&changes);
@@ -167,7 +171,7 @@ TEST_F(Streams, EndForGoodWhenAnExceptionLeavesAnEvent) {
   instance.stop();
   int flushed = 0;
   for (const std::string& line : log()) flushed += line.starts_with("log 1 Flushing tag ");
-  // The slow stream, the call and the stop's own alarm; the fast stream had no event left.
+  // The slow stream, the call and the stop's own alarm. The fast stream had no event pending.
   EXPECT_EQ(flushed, 3);
   expectNothingLeft();
 }

@@ -1,5 +1,5 @@
-// The slots made of the configuration's lists: names, values and descriptions as the host sees
-// them, and the order in which memory is taken and given back.
+// The slots that are made from the configuration's lists: names, values and descriptions as the
+// host sees them, and the order in which memory is allocated and released.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -18,7 +18,8 @@ namespace {
 using enum MeterEntryType;
 using Texts = std::vector<std::string>;
 
-// A description as the host sees it, all of its bytes but for the unwritten tail accounted for.
+// A description as the host sees it. Together with the reserved bytes, which are checked to be
+// zero, these are all of its bytes but the tail, which is not written.
 struct Described {
   std::string name;
   const void* value = nullptr;
@@ -50,7 +51,7 @@ Described described(const sonalith_moduleOffset& slot) {
           slot.validator, slot.description, slot.flags};
 }
 
-// What the two kinds of slot differ in.
+// The fields in which the two kinds of slot differ.
 struct Kind {
   const void* validator;
   std::uint32_t flags;
@@ -58,7 +59,7 @@ struct Kind {
 const Kind engineKind{sonalith_moduleValidateOk, 3};
 const Kind meterKind{nullptr, 0};
 
-// One group of a table, or nothing if all of it is zero.
+// One group of a table as a text, or nothing if all of it is zero.
 Texts groupOf(std::uint64_t count, const void* names, const void* values, const char* type) {
   if (count == 0 && names == nullptr && values == nullptr) return {};
   return {std::to_string(count) + " " + type + (names == nullptr ? " without names" : "") +
@@ -70,7 +71,7 @@ std::string bytesOf(const sonalith_slotText& text) {
   return {text, sizeof(text)};
 }
 
-// A text as it lies in a buffer of 100 bytes, filled up with NULs.
+// A text in a buffer of 100 bytes, filled up with zeros.
 std::string padded(const std::string& text) {
   return text + std::string(100 - text.size(), '\0');
 }
@@ -79,7 +80,7 @@ class GatewaySlots : public testing::Test {
  protected:
   ~GatewaySlots() override { EXPECT_EQ(host_.violations(), Texts{}); }
 
-  // A configuration without entries, to be filled. Its own words are none of these tests' matter.
+  // A configuration without entries, for a test to fill. What it logs doesn't matter here.
   ConfigManager emptyConfig() {
     ConfigManager config("/dev/null");
     host_.clearRecords();
@@ -103,7 +104,7 @@ class GatewaySlots : public testing::Test {
     return names;
   }
 
-  // The table's groups that are not all zero, each with the count that it shows.
+  // The groups of the table that are not all zero, each with its count.
   Texts groups() const {
     Texts all;
     for (const Texts& group :
@@ -131,7 +132,7 @@ ConfigManager filled(ConfigManager config) {
 
 // ---- Engine slots -------------------------------------------------------------------------------
 
-TEST_F(GatewaySlots, EngineSlotsAreDescribedInFullGroupByGroup) {
+TEST_F(GatewaySlots, EngineSlotsAreDescribedCompletelyGroupByGroup) {
   buildEngine(filled(emptyConfig()));
   const auto& [validator, flags] = engineKind;
   EXPECT_EQ(
@@ -150,8 +151,8 @@ TEST_F(GatewaySlots, EngineSlotsAreDescribedInFullGroupByGroup) {
            flags}}));
 }
 
-// One allocation per array, values before names; the list grows slot by slot.
-TEST_F(GatewaySlots, EngineSlotsTakeMemoryGroupByGroup) {
+// There is one allocation per array, values before names; the list grows slot by slot.
+TEST_F(GatewaySlots, EngineSlotsAllocateTheirMemoryGroupByGroup) {
   buildEngine(filled(emptyConfig()));
   EXPECT_EQ(host_.journal(),
             (Texts{"calloc 2x100 #2", "calloc 2x100 #3", "addModuleOffset #1>#4 text",
@@ -162,7 +163,7 @@ TEST_F(GatewaySlots, EngineSlotsTakeMemoryGroupByGroup) {
                    "addModuleOffset #15>#16 gateway_float_1"}));
 }
 
-TEST_F(GatewaySlots, EngineSlotsLeaveTheCountsAtZeroAndFillThePointers) {
+TEST_F(GatewaySlots, EngineSlotsSetThePointersAndLeaveTheCountsAtZero) {
   buildEngine(filled(emptyConfig()));
   EXPECT_EQ(groups(), (Texts{"0 string", "0 int", "0 uint", "0 float"}));
   EXPECT_EQ(bytesOf(table_.stringNames[0]), padded("text"));
@@ -174,7 +175,7 @@ TEST_F(GatewaySlots, EngineSlotsLeaveTheCountsAtZeroAndFillThePointers) {
   EXPECT_EQ(bytesOf(table_.floatNames[1]), padded("gateway_float_1"));
 }
 
-TEST_F(GatewaySlots, EngineSlotsBeginAllZero) {
+TEST_F(GatewaySlots, EngineSlotsStartAtZero) {
   buildEngine(filled(emptyConfig()));
   EXPECT_EQ(bytesOf(table_.stringValues[0]), padded(""));
   EXPECT_EQ(bytesOf(table_.stringValues[1]), padded(""));
@@ -185,7 +186,7 @@ TEST_F(GatewaySlots, EngineSlotsBeginAllZero) {
   EXPECT_EQ(table_.floatValues[1], 0.0F);
 }
 
-TEST_F(GatewaySlots, EngineSlotsAreMadeOfTheEngineListsAlone) {
+TEST_F(GatewaySlots, EngineSlotsIgnoreTheMeterLists) {
   ConfigManager config = emptyConfig();
   config.slowMeterInts = {{"a", "", Fast, {}}};
   config.fastMeterFloats = {{"b", "", Fast, {}}};
@@ -194,7 +195,7 @@ TEST_F(GatewaySlots, EngineSlotsAreMadeOfTheEngineListsAlone) {
   EXPECT_EQ(host_.journal(), Texts{});
 }
 
-TEST_F(GatewaySlots, ASingleEngineListLeavesTheOtherGroupsAlone) {
+TEST_F(GatewaySlots, AnEngineListFillsOnlyItsOwnGroup) {
   ConfigManager config = emptyConfig();
   config.engineUints = {{"a", ""}};
   buildEngine(config);
@@ -205,7 +206,7 @@ TEST_F(GatewaySlots, ASingleEngineListLeavesTheOtherGroupsAlone) {
 
 // ---- Meter slots --------------------------------------------------------------------------------
 
-TEST_F(GatewaySlots, StringMetersAreDescribedInFull) {
+TEST_F(GatewaySlots, StringMetersAreDescribedCompletely) {
   buildMeters<std::string>({{"a", "text", Fast, "not ready"}, {"b", "", Slow, ""}});
   const auto& [validator, flags] = meterKind;
   EXPECT_EQ(slots(), (std::vector<Described>{{"text", &table_.stringValues[0], 100, 5, validator,
@@ -222,7 +223,7 @@ TEST_F(GatewaySlots, StringMetersAreDescribedInFull) {
                    "addModuleOffset #1>#4 text", "addModuleOffset #4>#5 gateway_string_1"}));
 }
 
-TEST_F(GatewaySlots, IntMetersAreDescribedInFull) {
+TEST_F(GatewaySlots, IntMetersAreDescribedCompletely) {
   buildMeters<std::int32_t>({{"a", "", Fast, -7}, {"b", "number", Slow, 0}});
   const auto& [validator, flags] = meterKind;
   EXPECT_EQ(
@@ -240,7 +241,7 @@ TEST_F(GatewaySlots, IntMetersAreDescribedInFull) {
                    "addModuleOffset #1>#4 gateway_int_0", "addModuleOffset #4>#5 number"}));
 }
 
-TEST_F(GatewaySlots, UintMetersAreDescribedInFull) {
+TEST_F(GatewaySlots, UintMetersAreDescribedCompletely) {
   buildMeters<std::uint32_t>({{"a", "", Slow, 4294967295U}, {"b", "count", Fast, 1}});
   const auto& [validator, flags] = meterKind;
   EXPECT_EQ(slots(), (std::vector<Described>{{"gateway_uint_0", &table_.uintValues[0], 4, 4,
@@ -257,7 +258,7 @@ TEST_F(GatewaySlots, UintMetersAreDescribedInFull) {
                    "addModuleOffset #1>#4 gateway_uint_0", "addModuleOffset #4>#5 count"}));
 }
 
-TEST_F(GatewaySlots, FloatMetersAreDescribedInFull) {
+TEST_F(GatewaySlots, FloatMetersAreDescribedCompletely) {
   buildMeters<float>({{"a", "", Fast, -60.5F}, {"b", "level", Slow, 0.25F}});
   const auto& [validator, flags] = meterKind;
   EXPECT_EQ(slots(), (std::vector<Described>{{"gateway_float_0", &table_.floatValues[0], 4, 3,
@@ -274,7 +275,7 @@ TEST_F(GatewaySlots, FloatMetersAreDescribedInFull) {
                    "addModuleOffset #1>#4 gateway_float_0", "addModuleOffset #4>#5 level"}));
 }
 
-TEST_F(GatewaySlots, TheListsOfOneRateShareTableAndList) {
+TEST_F(GatewaySlots, TheFourTypesOfARateShareATableAndAnOffsetList) {
   buildMeters<std::string>({{"a", "", Fast, {}}});
   buildMeters<std::int32_t>({{"a", "", Fast, {}}});
   buildMeters<std::uint32_t>({{"a", "", Fast, {}}});
@@ -284,7 +285,7 @@ TEST_F(GatewaySlots, TheListsOfOneRateShareTableAndList) {
   EXPECT_EQ(groups(), (Texts{"1 string", "1 int", "1 uint", "2 float"}));
 }
 
-TEST_F(GatewaySlots, EmptyListsTakeNoMemoryAndLeaveTheTableZero) {
+TEST_F(GatewaySlots, EmptyListsAllocateNothingAndLeaveTheTableZero) {
   buildMeters<std::string>({});
   buildMeters<std::int32_t>({});
   buildMeters<std::uint32_t>({});
@@ -295,7 +296,7 @@ TEST_F(GatewaySlots, EmptyListsTakeNoMemoryAndLeaveTheTableZero) {
   EXPECT_EQ(host_.outstanding().blocks, 1U);  // the list
 }
 
-TEST_F(GatewaySlots, AMeterWhoseRateIsSwitchedOffHasItsSlotAndItsDefault) {
+TEST_F(GatewaySlots, AMeterOfADisabledRateHasASlotWithItsDefault) {
   ConfigManager config = emptyConfig();
   config.enableSlowMeters = false;
   config.slowMeterInts = {{"a", "", Slow, 42}};
@@ -306,7 +307,7 @@ TEST_F(GatewaySlots, AMeterWhoseRateIsSwitchedOffHasItsSlotAndItsDefault) {
 
 // ---- Names --------------------------------------------------------------------------------------
 
-TEST_F(GatewaySlots, AGeneratedNameIsThePositionInItsOwnList) {
+TEST_F(GatewaySlots, AGeneratedNameEndsWithThePositionInTheList) {
   std::vector<MeterEntry<std::int32_t>> entries(12);
   entries[3].customKey = "own";
   buildMeters(entries);
@@ -316,7 +317,7 @@ TEST_F(GatewaySlots, AGeneratedNameIsThePositionInItsOwnList) {
                    "gateway_int_9", "gateway_int_10", "gateway_int_11"}));
 }
 
-TEST_F(GatewaySlots, TheSameKeyHasTheNameOfItsPositionInEachList) {
+TEST_F(GatewaySlots, AKeyInTwoListsIsNamedByItsPositionInEach) {
   const std::vector<MeterEntry<float>> slow{{"other", "", Fast, {}}, {"level", "", Fast, {}}};
   const std::vector<MeterEntry<float>> fast{{"level", "", Fast, {}}};
   buildMeters(slow);
@@ -335,7 +336,7 @@ TEST_F(GatewaySlots, NamesNeedNotBeUnique) {
   EXPECT_EQ(slotNames(), (Texts{"same", "same", "gateway_int_3", "gateway_int_3"}));
 }
 
-TEST_F(GatewaySlots, ACustomKeyOf99BytesFillsItsBufferToTheTerminator) {
+TEST_F(GatewaySlots, ACustomKeyOf99BytesFillsItsBufferUpToTheTerminator) {
   const std::string longest(99, 'k');
   for (const bool terminates : {true, false}) {
     SCOPED_TRACE(terminates);
@@ -353,7 +354,7 @@ TEST_F(GatewaySlots, ACustomKeyOf99BytesFillsItsBufferToTheTerminator) {
 
 // ---- Default texts ------------------------------------------------------------------------------
 
-TEST_F(GatewaySlots, ALongDefaultTextIsCutToItsBufferAsTheHostCutsIt) {
+TEST_F(GatewaySlots, TheHostsCopyCutsALongDefaultText) {
   const std::string text = std::string(98, 'x') + "yz-and-more";
   const std::vector<MeterEntry<std::string>> entries{{"a", "", Fast, text},
                                                      {"b", "", Fast, "next"}};
@@ -368,7 +369,7 @@ TEST_F(GatewaySlots, ALongDefaultTextIsCutToItsBufferAsTheHostCutsIt) {
   EXPECT_EQ(bytesOf(table_.stringValues[1]), padded("next"));
 }
 
-TEST_F(GatewaySlots, ADefaultTextOf99BytesIsWhole) {
+TEST_F(GatewaySlots, ADefaultTextOf99BytesIsKeptWhole) {
   const std::string text(99, 'x');
   buildMeters<std::string>({{"a", "", Fast, text}});
   EXPECT_EQ(bytesOf(table_.stringValues[0]), padded(text));
@@ -376,8 +377,8 @@ TEST_F(GatewaySlots, ADefaultTextOf99BytesIsWhole) {
 
 // ---- Order within a slot ------------------------------------------------------------------------
 
-// A host that fails in the middle shows how far the slot had come.
-TEST_F(GatewaySlots, AMeterHasItsCountAndValueBeforeItsName) {
+// A failure of the host shows what has been done by then.
+TEST_F(GatewaySlots, AMetersCountAndValueAreSetBeforeItsName) {
   host_.failCall(standin::Operation::Strncpy, 2);
   EXPECT_THROW(buildMeters<std::string>({{"a", "name", Fast, "value"}}), standin::Fault);
   EXPECT_EQ(groups(), Texts{"1 string"});
@@ -386,7 +387,7 @@ TEST_F(GatewaySlots, AMeterHasItsCountAndValueBeforeItsName) {
   EXPECT_EQ(slots(), std::vector<Described>{});
 }
 
-TEST_F(GatewaySlots, ASlotIsTheHostsOnlyWhenItsNameAndValueStand) {
+TEST_F(GatewaySlots, ASlotIsAddedOnlyWhenItsNameAndValueAreSet) {
   host_.failCall(standin::Operation::AddModuleOffset, 2);
   EXPECT_THROW(
       buildMeters<std::int32_t>({{"a", "", Fast, 1}, {"b", "", Fast, 2}, {"c", "", Fast, 3}}),
@@ -400,18 +401,18 @@ TEST_F(GatewaySlots, ASlotIsTheHostsOnlyWhenItsNameAndValueStand) {
 
 // ---- Release ------------------------------------------------------------------------------------
 
-TEST_F(GatewaySlots, AreGivenBackGroupByGroupNamesBeforeValues) {
+TEST_F(GatewaySlots, ReleaseGoesGroupByGroupAndNamesBeforeValues) {
   buildEngine(filled(emptyConfig()));
   host_.clearRecords();
   releaseSlots(table_);
-  // Values have the number before their names.
+  // The values of a group have the number before that of their names.
   EXPECT_EQ(host_.journal(), (Texts{"free #3", "free #2", "free #7", "free #6", "free #11",
                                     "free #10", "free #14", "free #13"}));
   EXPECT_EQ(host_.outstanding().blocks, 1U);  // the list
 }
 
-// The numbers of the release above are those of the right arrays.
-TEST_F(GatewaySlots, TakeTheirValuesBeforeTheirNames) {
+// Shows that the numbers in the test above are those of the right arrays.
+TEST_F(GatewaySlots, ValuesAreAllocatedBeforeNames) {
   buildEngine(filled(emptyConfig()));
   host_.clearRecords();
   sonalith_free(table_.stringValues);
@@ -426,7 +427,7 @@ TEST_F(GatewaySlots, TakeTheirValuesBeforeTheirNames) {
                                     "free #11", "free #13", "free #14"}));
 }
 
-TEST_F(GatewaySlots, OfAMeterTableAreGivenBackInTheSameOrder) {
+TEST_F(GatewaySlots, AMeterTableIsReleasedInTheSameOrder) {
   buildMeters<float>({{"a", "", Fast, {}}});
   buildMeters<std::uint32_t>({{"a", "", Fast, {}}});
   buildMeters<std::int32_t>({{"a", "", Fast, {}}});
@@ -438,7 +439,7 @@ TEST_F(GatewaySlots, OfAMeterTableAreGivenBackInTheSameOrder) {
   EXPECT_EQ(host_.outstanding().blocks, 1U);
 }
 
-TEST_F(GatewaySlots, OfEmptyGroupsNothingIsGivenBack) {
+TEST_F(GatewaySlots, NothingIsReleasedForEmptyGroups) {
   buildMeters<std::uint32_t>({{"a", "", Fast, {}}});
   host_.clearRecords();
   releaseSlots(table_);
