@@ -1,4 +1,4 @@
-"""docs/performance.md: makes its tables and its chart from the figures in bench/kept.json."""
+"""docs/performance.md: makes its tables and its chart from the figures in docs/performance.json."""
 
 import math
 import statistics
@@ -177,4 +177,4 @@ def chart_of(data):
     return growth_chart(tables["growth"]["rows"], tables["parts"]["parts"])
 
 
-PAGE = measuring.Page("scripts/bench", "docs/performance.md", "bench/kept.json", page)
+PAGE = measuring.Page("scripts/bench", "docs/performance.md", "docs/performance.json", page)
