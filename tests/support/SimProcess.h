@@ -1,8 +1,9 @@
 // gatewayctl as a child process, for test programs: servers that obey commands, and that can
 // freeze, die and come back without harm to the test's own process.
 //
-// Nothing waits for a fixed time: members wait for an event and give up after `patience`, a generous
-// bound that only keeps a broken run from hanging. A process dies with the thread that started it.
+// Nothing waits for a fixed time: members wait for an event and give up after `patience`, a
+// generous bound that only keeps a broken run from hanging. A process dies with the thread that
+// started it.
 //
 // Threads: one at a time.
 #pragma once

@@ -17,7 +17,7 @@ namespace {
 
 using grpc::StatusCode;
 
-TEST(SimProcess, DiesWithItsStreamsAndComesBackAtTheSameAddress) {
+TEST(SimProcess, EndsItsStreamsWhenKilledAndComesBackAtTheSameAddress) {
   SimProcess first;
   RawCall call(first.metersTarget(), fastPath);
   first.waitEvent("open fast 1 ");

@@ -4,13 +4,11 @@
 #include <google/protobuf/stubs/logging.h>
 #include <grpc/grpc.h>
 
-#include <cerrno>
-#include <cstdio>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <stdexcept>
 #include <string>
 #include <string_view>
-#include <system_error>
 #include <vector>
 
 #include "standin/Host.h"
@@ -129,9 +127,8 @@ std::string configurationOf(const Options& options, Draft draft,
 }
 
 void write(const std::string& text) {
-  const bool written =
-      std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
-  if (!written) throw std::system_error(errno, std::generic_category(), "can't write the result");
+  tools::writeOut(text);
+  if (tools::outputFailed()) throw std::runtime_error("can't write to standard output");
 }
 
 int failWithoutKeys(const Options& options, const Heard& heard,

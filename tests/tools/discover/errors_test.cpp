@@ -185,6 +185,21 @@ TEST_F(DiscoverErrors, ReportsThatNoKeyCanBeCarried) {
   EXPECT_EQ(hear(commands, {"--json"}).exitCode, 0);
 }
 
+TEST_F(DiscoverErrors, ReportsThatItCannotWrite) {
+  ToolProcess tool({"-c", "exec " GATEWAYCTL_PATH " discover " + servers.metersTarget() +
+                              " --for 3600 > /dev/full"},
+                   "/bin/sh");
+  servers.waitEvent("open fast ");
+  servers.waitEvent("open slow ");
+  servers.command("send fast " + Batch().addInt("a", 1).hex());
+  servers.command("end fast OK");
+  servers.command("end slow OK");
+  const auto result = resultOf(tool);
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_TRUE(result.errors.ends_with("\ngatewayctl: can't write to standard output\n"))
+      << result.errors;
+}
+
 TEST_F(DiscoverErrors, ExplainsWrongUse) {
   const auto complaint = [](const std::string& target, const std::string& reason) {
     return "TARGET: a configuration can't hold the target " + target + ": " + reason +
