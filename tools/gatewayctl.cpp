@@ -14,8 +14,8 @@
 #include <string>
 #include <vector>
 
-#include "tools/common/Suggestion.h"
 #include "tools/check/check.h"
+#include "tools/common/Suggestion.h"
 #include "tools/demo/demo.h"
 #include "tools/discover/discover.h"
 #include "tools/host/host.h"
