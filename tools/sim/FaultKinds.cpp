@@ -198,8 +198,8 @@ constexpr auto kinds = std::to_array<FaultKindRow>({
     {K::Normal, "normal", G::All, A::None, "", none, "what lasts is over",
      [](Site&, const Fault&) {}},  // the Saboteur ends what lasts
 });
-static_assert(tools::isIndexedBy(kinds, &FaultKindRow::kind));
-static_assert(kinds.back().kind == FaultKind::Normal);
+static_assert(tools::isIndexedBy(kinds, &FaultKindRow::kind), "a row per kind, in their order");
+static_assert(kinds.back().kind == FaultKind::Normal, "every kind has a row");
 
 struct SubjectRow {
   Subject subject;
