@@ -108,7 +108,7 @@ void forTextsOfLength(std::size_t length, std::string& prefix, Check check) {
 
 }  // namespace
 
-TEST(ShquoteRandom, UnquoteRevertsQuote) {
+TEST(ShquoteRandom, UnquoteUndoesQuote) {
   forSeeds(10000, [](Dice& dice) {
     const std::string text = dice.text(30);
     EXPECT_EQ(unquote(quote(text).output), gives(text));
