@@ -16,6 +16,9 @@ foreach(path ${files})
   math(EXPR size "${length} / 2")
   string(APPEND text
          "inline constexpr std::string_view ${identifier}{${identifier}_bytes, ${size}};\n")
+  string(APPEND rows "    {\"${name}\", ${identifier}},\n")
 endforeach()
-string(APPEND text "\n}  // namespace ${NAMESPACE}\n")
+string(APPEND text "\nstruct File {\n  std::string_view name;\n  std::string_view text;\n};\n"
+               "inline constexpr File files[] = {\n${rows}};\n"
+               "\n}  // namespace ${NAMESPACE}\n")
 file(WRITE ${OUTPUT} "${text}")

@@ -3,11 +3,13 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <stdexcept>
 #include <string>
@@ -48,8 +50,21 @@ class RawConnection {
     return bytes;
   }
 
-  void readToTheEnd() {
-    while (!read(1).empty()) continue;
+  std::string readToTheEnd() {
+    std::string bytes;
+    for (std::string next = read(1); !next.empty(); next = read(1)) bytes += next;
+    return bytes;
+  }
+
+  // Tells the peer that nothing more will be written.
+  void endWriting() { shutdown(socket_, SHUT_WR); }
+
+  // Whether the peer has ended the connection; waits for that, or for bytes, until `limit`.
+  bool hasEnded(std::chrono::milliseconds limit) {
+    pollfd state{socket_, POLLIN, 0};
+    if (poll(&state, 1, static_cast<int>(limit.count())) == 0) return false;
+    char byte = 0;
+    return recv(socket_, &byte, 1, MSG_PEEK) <= 0;
   }
 
   // The error of the last read; 0 if the peer closed the connection in order.

@@ -8,17 +8,17 @@
 
 #include "tools/check/Target.h"
 #include "tools/check/Text.h"
+#include "tools/common/ConfiguredSlots.h"
 
 namespace check {
 namespace {
 
-constexpr std::size_t slotTextSize = 99;
 constexpr std::array<std::string_view, 3> setNames = {"fast", "slow", "engine"};
 
 Diagnostic with(Diagnostic at, Rule rule, std::string text, std::string remedy) {
-  const Weight weight = textOf(rule).weight;
+  constexpr bool inDedicatedFile = false;
   at.rule = rule;
-  at.severity = weight == Weight::Error ? Severity::Error : Severity::Warning;
+  at.severity = severityOf(textOf(rule).weight, inDedicatedFile);
   at.text = std::move(text);
   at.remedy = std::move(remedy);
   return at;
@@ -158,12 +158,12 @@ void ConfigurationRules::checkName(const Section& section, Set set, std::size_t 
                                    const Entry& entry, LineReport& report) {
   const std::string& custom = entry.customKey;
   const bool isGenerated = custom.empty();
-  if (custom.size() > slotTextSize) {
+  if (custom.size() > tools::slotTextLimit) {
     report.add(
         Rule::LongCustomKey, entry.customKeyPlace,
         fmt::format("this CustomKey has {} bytes, but a slot name has room for {}, so the module "
                     "refuses the configuration",
-                    custom.size(), slotTextSize),
+                    custom.size(), tools::slotTextLimit),
         "shorten it");
     return;
   }

@@ -14,11 +14,10 @@
 
 #include "tools/check/EntryWords.h"
 #include "tools/check/Text.h"
+#include "tools/common/ConfiguredSlots.h"
 
 namespace check {
 namespace {
-
-constexpr std::size_t slotTextSize = 99;
 
 // Typographic quotes do not quote in an entry.
 bool beginsCurly(std::string_view text) {
@@ -506,10 +505,10 @@ void EntryReader::takeDefault(const Word& word, const Field& field) {
   const Span place = inLine(placeOfValue(value_, word));
   if (section_.type != ValueType::String) {
     takeNumber(field.value, place);
-  } else if (field.value.size() > slotTextSize) {
+  } else if (field.value.size() > tools::slotTextLimit) {
     report_.add(Rule::LongDefault, place,
                 fmt::format("the default has {} bytes, but the slot keeps only the first {}",
-                            field.value.size(), slotTextSize),
+                            field.value.size(), tools::slotTextLimit),
                 "shorten it");
   }
 }

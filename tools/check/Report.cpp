@@ -4,11 +4,10 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
-#include <cstdlib>
 #include <variant>
 
 #include "tools/check/Text.h"
+#include "tools/common/Json.h"
 #include "tools/common/Words.h"
 
 namespace check {
@@ -67,18 +66,6 @@ Row rowOf(const tools::ConfiguredSlot& slot) {
 
 // ---- JSON -------------------------------------------------------------------------------------
 
-struct DefaultJson {
-  Json operator()(float value) const {
-    const std::string text = fmt::format("{}", value);
-    // Goes through the text, so that 0.1f prints as 0.1 and not as 0.10000000149.
-    return std::isfinite(value) ? Json(std::strtod(text.c_str(), nullptr)) : Json(text);
-  }
-  template <class T>
-  Json operator()(const T& value) const {
-    return value;
-  }
-};
-
 Json jsonOf(const tools::ConfiguredSlot& slot) {
   const bool isEngine = slot.set == standin::SlotSet::Engine;
   return {{"set", standin::nameOf(slot.set)},
@@ -87,7 +74,7 @@ Json jsonOf(const tools::ConfiguredSlot& slot) {
           {"name", slot.name},
           {"generated", slot.nameIsGenerated},
           {"key", slot.key},
-          {"default", isEngine ? Json() : std::visit(DefaultJson{}, slot.defaultValue)}};
+          {"default", isEngine ? Json() : tools::jsonOf(slot.defaultValue)}};
 }
 
 template <class T>

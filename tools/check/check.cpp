@@ -21,6 +21,7 @@
 #include "standin/MemoryFile.h"
 #include "tools/check/Checker.h"
 #include "tools/check/Report.h"
+#include "tools/common/Json.h"
 #include "tools/common/Output.h"
 #include "tools/common/Suggestion.h"
 
@@ -127,7 +128,7 @@ int run(const Options& options) {
   }
   if (options.json) {
     const nlohmann::json document = {{"version", 1}, {"exit_code", code}, {"files", files}};
-    tools::writeOut(document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n");
+    tools::writeOut(tools::jsonText(document, 2) + "\n");
   }
   if (!tools::outputFailed()) return code;
   fmt::print(stderr, "gatewayctl check: can't write to standard output\n");

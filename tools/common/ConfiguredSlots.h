@@ -12,10 +12,14 @@
 #include <string>
 #include <vector>
 
+#include "host/sonalith.h"
 #include "module/grpc-gateway/ConfigManager.h"
 #include "standin/LoadedModule.h"
 
 namespace tools {
+
+// Bytes of a slot's name, or of a text that it holds: what its buffer has room for.
+inline constexpr std::size_t slotTextLimit = SONALITH_SLOT_TEXT_SIZE - 1;
 
 struct ConfiguredSlot {
   standin::SlotSet set;

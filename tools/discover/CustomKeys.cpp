@@ -2,12 +2,10 @@
 
 #include <string_view>
 
-#include "host/sonalith.h"
+#include "tools/common/ConfiguredSlots.h"
 
 namespace discover {
 namespace {
-
-constexpr std::size_t maximumSize = SONALITH_SLOT_TEXT_SIZE - 1;
 
 // Bytes beyond ASCII don't count.
 bool isWordByte(char byte) {
@@ -37,10 +35,10 @@ std::string CustomKeys::nameFor(standin::SlotSet set, const std::string& key) {
   auto& taken = taken_.at(static_cast<std::size_t>(set));
   std::string base = joinedWordsOf(key);
   if (base.starts_with("gateway_")) base.insert(0, "meter_");
-  std::string name = base.substr(0, maximumSize);
+  std::string name = base.substr(0, tools::slotTextLimit);
   for (int number = 2; !taken.insert(name).second; ++number) {
     const std::string ending = "_" + std::to_string(number);
-    name = base.substr(0, maximumSize - ending.size()) + ending;
+    name = base.substr(0, tools::slotTextLimit - ending.size()) + ending;
   }
   return name;
 }

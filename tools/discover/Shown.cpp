@@ -2,6 +2,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "tools/common/Json.h"
+
 namespace discover {
 
 std::string_view cutTo(std::string_view text, std::size_t limit) {
@@ -13,9 +15,8 @@ std::string_view cutTo(std::string_view text, std::size_t limit) {
 }
 
 std::string shown(std::string_view text, std::size_t limit) {
-  using nlohmann::json;
   const std::string_view kept = cutTo(text, limit);
-  std::string quoted = json(kept).dump(-1, ' ', false, json::error_handler_t::replace);
+  std::string quoted = tools::jsonText(nlohmann::json(kept));
   // JSON escapes every control character but this one.
   for (auto at = quoted.find('\x7f'); at != quoted.npos; at = quoted.find('\x7f')) {
     quoted.replace(at, 1, "\\u007f");

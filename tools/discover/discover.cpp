@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "standin/Host.h"
+#include "tools/common/Json.h"
 #include "tools/common/Numbers.h"
 #include "tools/common/Output.h"
 #include "tools/common/Terminal.h"
@@ -109,7 +110,7 @@ std::string documentOf(const Options& options, const Draft& draft, const Heard& 
         {{"rate", nameOf(rate)}, {"messages", seen.messages}, {"unreadable", seen.unreadable}});
   }
   for (const Finding& finding : draft.findings) document["keys"].push_back(jsonOf(finding));
-  return document.dump(2, ' ', false, ordered_json::error_handler_t::replace) + "\n";
+  return tools::jsonText(document, 2) + "\n";
 }
 
 std::string configurationOf(const Options& options, Draft draft,

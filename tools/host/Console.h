@@ -1,4 +1,4 @@
-// The commands that people and scripts give a running module on standard input, a line each.
+// The commands for a running module on standard input, one on each line.
 //
 // Threads: that of the module.
 #pragma once
@@ -19,12 +19,12 @@ class Console {
   // Both are borrowed for its life.
   Console(RunningModule& module, const Reporter& reporter) : module_(module), reporter_(reporter) {}
 
-  // Carries out one line; an empty one does nothing. What is wrong with it is complained of, and
-  // then nothing has been changed. False for the command that ends the session.
+  // Carries out one line; an empty one does nothing. Reports a line that is wrong, and then changes
+  // nothing. False for the command that ends the session.
   bool obey(const std::string& line);
 
  private:
-  // A row of the table of commands, which parser and manual share.
+  // A row of the table of commands, which the parser and the manual share.
   struct Command;
 
   using Arguments = std::vector<std::string>;

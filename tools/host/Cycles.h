@@ -1,9 +1,10 @@
-// `gatewayctl host --cycles`: starts and stops the module again and again, and tells what is left.
+// `gatewayctl host --cycles`: starts and stops the module repeatedly, and reports what it leaves
+// behind.
 //
-// Each cycle loads the module's file, starts it, lets it run, stops it and unloads it. Memory of
-// the host is counted exactly. Threads and file descriptors are those of the whole process, as the
-// system counts them right after a stop: gRPC keeps some of its own from the first start on, and
-// ends others a little later, so what counts is whether they grow from the first cycle to the last.
+// Each cycle loads the module's file, starts it, lets it run, stops it and unloads it. The host's
+// memory is counted exactly. Threads and file descriptors are those of the whole process right
+// after a stop: gRPC keeps some of its own from the first start on and ends others a little later,
+// so what matters is whether they grow from the first cycle to the last.
 //
 // Threads: the calling one.
 #pragma once
@@ -18,13 +19,13 @@
 namespace host {
 
 struct CyclesReport {
-  unsigned cycles = 0;  // carried out
+  unsigned cycles = 0;  // completed
   tools::ProcessUse before, afterFirst, afterLast;
   Leftovers leftovers;  // of all cycles together
 };
 
-// Up to `count` cycles. `live` is called while the module runs, and returns false if this cycle is
-// to be the last. Throws what RunningModule throws.
+// Runs up to `count` cycles. Calls `live` while the module runs; when that returns false, it is the
+// last cycle. Throws what RunningModule throws.
 CyclesReport runCycles(const Setup& setup, unsigned count,
                        const std::function<void(const standin::LogLine&)>& logSink,
                        const std::function<bool()>& live);

@@ -1,10 +1,10 @@
 #include "tools/host/Json.h"
 
-#include <fmt/format.h>
-
 #include <cmath>
-#include <cstdlib>
-#include <variant>
+#include <stdexcept>
+
+#include "tools/common/ConfiguredSlots.h"
+#include "tools/common/Json.h"
 
 namespace host {
 namespace {
@@ -12,27 +12,41 @@ namespace {
 using Json = nlohmann::json;
 using Seconds = std::chrono::duration<double>;
 
-struct ToJson {
-  Json operator()(float value) const {
-    const std::string text = fmt::format("{}", value);
-    // The double nearest to the shortest text prints as that text; the float's own would not.
-    return std::isfinite(value) ? Json(std::strtod(text.c_str(), nullptr)) : Json(text);
+Json slotCounts(const SlotBoard& board) {
+  Json counts = {{"fast", 0}, {"slow", 0}, {"engine", 0}};
+  for (const SlotLabel& label : board.labels()) {
+    Json& count = counts[std::string(standin::nameOf(label.set))];
+    count = count.get<int>() + 1;
   }
+  return counts;
+}
 
-  template <class T>
-  Json operator()(const T& value) const {
-    return value;
+Json logLineCounts(const LogBook& log) {
+  Json counts;
+  const auto byLevel = log.counts();
+  for (std::size_t i = 0; i < byLevel.size(); ++i) {
+    counts[std::string(levelNames[i])] = byLevel[i];
   }
-};
+  return counts;
+}
 
-double secondsSince1970(std::chrono::system_clock::time_point time) {
-  return Seconds(time.time_since_epoch()).count();
+[[noreturn]] void throwWrongShape() {
+  throw std::invalid_argument(
+      R"(the body has to be {"changes":[{"name":"out_gain","value":-6.5}]})");
+}
+
+Change changeOf(const Json& item) {
+  const bool fits = item.is_object() && item.contains("name") && item.contains("value");
+  if (!fits || !item["name"].is_string()) throwWrongShape();
+  const Json& value = item["value"];
+  if (!value.is_string() && !value.is_number()) throwWrongShape();
+  return {item["name"], value.is_string() ? value.get<std::string>() : value.dump()};
 }
 
 }  // namespace
 
-Json jsonOf(const standin::SlotValue& value) {
-  return std::visit(ToJson{}, value);
+double secondsSince1970(std::chrono::system_clock::time_point time) {
+  return Seconds(time.time_since_epoch()).count();
 }
 
 Json jsonOf(const SlotLabel& label, const SlotState& state, Clock::time_point now) {
@@ -40,7 +54,7 @@ Json jsonOf(const SlotLabel& label, const SlotState& state, Clock::time_point no
           {"type", nameOf(label.type)},
           {"name", label.name},
           {"key", label.key},
-          {"value", jsonOf(state.value)},
+          {"value", tools::jsonOf(state.value)},
           {"age", std::round(Seconds(now - state.changed).count() * 1000) / 1000},
           {"moved", state.hasMoved()}};
 }
@@ -63,9 +77,42 @@ Json jsonOf(const standin::LogLine& line) {
           {"text", line.text}};
 }
 
-std::string textOf(const Json& json) {
-  constexpr int compact = -1;
-  return json.dump(compact, ' ', false, Json::error_handler_t::replace);
+Json statusOf(const RunningModule& module, const LogBook& log) {
+  const auto now = std::chrono::system_clock::now();
+  return {{"name", module.setup().name},
+          {"config", module.setup().config},
+          {"module", module.setup().module},
+          {"targets", {{"meters", module.metersTarget()}, {"engine", module.engineTarget()}}},
+          {"version", GATEWAY_VERSION},
+          {"time", secondsSince1970(now)},
+          {"startTime", secondsSince1970(module.startTime())},
+          {"uptime", Seconds(now - module.startTime()).count()},
+          {"slots", slotCounts(module.board())},
+          {"changes", module.board().changeCount()},
+          {"notifications", module.notificationCount()},
+          {"logLines", logLineCounts(log)}};
+}
+
+Json slotsOf(const RunningModule& module) {
+  const SlotBoard& board = module.board();
+  const auto states = board.states();
+  const auto now = Clock::now();
+  Json slots = Json::array();
+  for (std::size_t i = 0; i < states.size(); ++i) {
+    slots.push_back(jsonOf(board.labels()[i], states[i], now));
+  }
+  return {{"time", secondsSince1970(std::chrono::system_clock::now())}, {"slots", slots}};
+}
+
+std::vector<Change> changesIn(std::string_view json) {
+  const Json parsed = Json::parse(json, nullptr, false);
+  if (parsed.is_discarded()) throw std::invalid_argument("the body is not JSON");
+  if (!parsed.is_object() || !parsed.contains("changes") || !parsed["changes"].is_array()) {
+    throwWrongShape();
+  }
+  std::vector<Change> changes;
+  for (const Json& item : parsed["changes"]) changes.push_back(changeOf(item));
+  return changes;
 }
 
 }  // namespace host

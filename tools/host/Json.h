@@ -1,33 +1,44 @@
-// How slots, notifications and log lines look to programs: the same in --json, in /api/slots and in
-// the live page's events. Any thread.
+// A running module as JSON: the same in --json, in the live page's answers and in its events. Any
+// thread.
 //
-// A float is written in the shortest form that reads back the same, and as the string "nan", "inf"
-// or "-inf" where JSON has no number for it. Bytes that are not UTF-8 are replaced when written:
-// use `textOf`.
+// Moments are seconds since 1970. Write it with tools::jsonText: names, keys and texts can hold
+// bytes that are not UTF-8.
 #pragma once
 
+#include <chrono>
 #include <nlohmann/json.hpp>
-#include <string>
+#include <string_view>
+#include <vector>
 
 #include "standin/Host.h"
+#include "tools/host/LogBook.h"
 #include "tools/host/RunningModule.h"
 #include "tools/host/SlotBoard.h"
 
 namespace host {
 
-nlohmann::json jsonOf(const standin::SlotValue& value);
+double secondsSince1970(std::chrono::system_clock::time_point time);
 
-// {"set","type","name","key","value","age","moved"}: the age in seconds, since the value changed or
-// since the start.
+// {"set","type","name","key","value","age","moved"}: the age is in seconds, since the value changed
+// or since the start.
 nlohmann::json jsonOf(const SlotLabel& label, const SlotState& state, Clock::time_point now);
 
-// {"number","time","changes":[{"name","value"}...]}: the time in seconds since 1970.
+// {"number","time","changes":[{"name","value"}...]}
 nlohmann::json jsonOf(const Notification& notification);
 
 // {"time","level","file","line","text"}
 nlohmann::json jsonOf(const standin::LogLine& line);
 
-// One line of text.
-std::string textOf(const nlohmann::json& json);
+// {"name","config","module","targets":{"meters","engine"},"version","time","startTime","uptime",
+//  "slots":{"fast","slow","engine"},"changes","notifications","logLines":{"trace","network",
+//  "fault","error"}}: the uptime is in seconds.
+nlohmann::json statusOf(const RunningModule& module, const LogBook& log);
+
+// {"time","slots":[...]}, each slot as above.
+nlohmann::json slotsOf(const RunningModule& module);
+
+// Reads {"changes":[{"name","value"}...]}, where a value is a text or a number. Throws
+// std::invalid_argument, which says what would be right.
+std::vector<Change> changesIn(std::string_view json);
 
 }  // namespace host

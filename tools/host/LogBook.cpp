@@ -4,12 +4,18 @@
 
 namespace host {
 
+std::size_t levelIndex(int level) {
+  constexpr int last = SONALITH_LOG_TRACE + static_cast<int>(levelNames.size()) - 1;
+  return static_cast<std::size_t>(std::clamp<int>(level, SONALITH_LOG_TRACE, last) -
+                                  SONALITH_LOG_TRACE);
+}
+
 void LogBook::add(const standin::LogLine& line) {
   const std::lock_guard lock(mutex_);
   lines_.push_back(line);
   if (lines_.size() > kept) lines_.pop_front();
   ++next_;
-  ++counts_[static_cast<std::size_t>(std::clamp(line.level, 1, 4) - 1)];
+  ++counts_[levelIndex(line.level)];
 }
 
 LogBook::Lines LogBook::linesFrom(std::uint64_t from) const {
@@ -19,7 +25,7 @@ LogBook::Lines LogBook::linesFrom(std::uint64_t from) const {
   return {next_, {lines_.begin() + skipped, lines_.end()}};
 }
 
-std::array<std::uint64_t, 4> LogBook::counts() const {
+LogBook::Counts LogBook::counts() const {
   const std::lock_guard lock(mutex_);
   return counts_;
 }

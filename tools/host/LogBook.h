@@ -1,4 +1,4 @@
-// The latest lines of the host's log, for those who look later than they came.
+// The latest lines of the host's log, and how many there were of each level.
 //
 // Any thread.
 #pragma once
@@ -8,11 +8,18 @@
 #include <cstdint>
 #include <deque>
 #include <mutex>
+#include <string_view>
 #include <vector>
 
 #include "standin/Host.h"
 
 namespace host {
+
+// The levels of log lines, rising from SONALITH_LOG_TRACE.
+inline constexpr std::array<std::string_view, 4> levelNames = {"trace", "network", "fault",
+                                                               "error"};
+// The index of a level there. A level beyond the ends counts as the nearest one.
+std::size_t levelIndex(int level);
 
 class LogBook {
  public:
@@ -24,17 +31,18 @@ class LogBook {
     std::uint64_t next = 0;  // the number that the next line will have: the next `from`
     std::vector<standin::LogLine> lines;
   };
-  // The lines from number `from` on, as far as they are kept. Numbers rise from 0.
+  // The lines from number `from` on that are still kept. Numbers rise from 0.
   Lines linesFrom(std::uint64_t from) const;
 
-  // Lines so far of the levels 1 to 4.
-  std::array<std::uint64_t, 4> counts() const;
+  // Lines so far of each level.
+  using Counts = std::array<std::uint64_t, levelNames.size()>;
+  Counts counts() const;
 
  private:
   mutable std::mutex mutex_;  // of all below
   std::deque<standin::LogLine> lines_;
   std::uint64_t next_ = 0;
-  std::array<std::uint64_t, 4> counts_{};
+  Counts counts_{};
 };
 
 }  // namespace host

@@ -12,7 +12,6 @@
 #include <variant>
 
 #include "tools/common/ConfiguredSlots.h"
-#include "tools/host/PageFeed.h"
 
 namespace host {
 namespace {
@@ -20,7 +19,7 @@ namespace {
 using Labels = std::initializer_list<std::pair<std::string_view, std::string_view>>;
 using Seconds = std::chrono::duration<double>;
 
-// The bytes of the UTF-8 character that begins here; 0 if none does.
+// The size in bytes of the UTF-8 character that begins here; 0 if none does.
 std::size_t characterSize(std::string_view text) {
   if (static_cast<unsigned char>(text.front()) < 0x80) return 1;
   constexpr int compact = -1;
@@ -42,8 +41,8 @@ void addEscaped(std::string& to, char c) {
   }
 }
 
-// What is no UTF-8 is told as \xff by byte, so that labels that differ stay different: two series
-// of the same labels would make the whole answer useless.
+// Escapes each byte that is not UTF-8 as \xff, so that different labels stay different: a scrape
+// with two series of the same labels is rejected as a whole.
 std::string labelText(std::string_view text) {
   std::string escaped;
   while (!text.empty()) {
@@ -66,7 +65,7 @@ std::string numberText(double value) {
   return fmt::format("{}", value);
 }
 
-// Floats in their own shortest form, as everywhere else.
+// Floats as everywhere else: in the shortest form that reads back as the same float.
 struct NumberText {
   std::string operator()(const std::string&) const { return {}; }
   std::string operator()(float value) const {
@@ -119,13 +118,12 @@ void addSlots(Text& text, std::string_view metric, const SlotBoard& board,
 void addCounts(Text& text, const RunningModule& module, const LogBook& log) {
   text.family("gateway_slot_changes_total", "counter", "Changes found in all slots.");
   text.sample("gateway_slot_changes_total", {}, fmt::to_string(module.board().changeCount()));
-  text.family("gateway_notifications_total", "counter", "Notifications told to the module.");
+  text.family("gateway_notifications_total", "counter", "Notifications sent to the module.");
   text.sample("gateway_notifications_total", {}, fmt::to_string(module.notificationCount()));
   text.family("gateway_log_lines_total", "counter", "Log lines of the module by level.");
   const auto counts = log.counts();
   for (std::size_t i = 0; i < counts.size(); ++i) {
-    text.sample("gateway_log_lines_total", {{"level", levelName(static_cast<int>(i) + 1)}},
-                fmt::to_string(counts[i]));
+    text.sample("gateway_log_lines_total", {{"level", levelNames[i]}}, fmt::to_string(counts[i]));
   }
 }
 

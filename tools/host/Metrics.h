@@ -1,4 +1,4 @@
-// What a monitoring system is told: the text format 0.0.4 of Prometheus. Any thread.
+// Metrics for monitoring systems, in version 0.0.4 of Prometheus's text format. Any thread.
 #pragma once
 
 #include <string>
@@ -10,8 +10,8 @@ namespace host {
 
 constexpr char metricsType[] = "text/plain; version=0.0.4; charset=utf-8";
 
-// Values of all numeric slots, ages of all slots, counts, and what runs here. Labels hold the bytes
-// of names and keys; a byte that is no UTF-8 is told as the text \xff, by its number.
+// Values of all numeric slots, ages of all slots, counts, and what runs here. Labels hold names and
+// keys; a byte that is not UTF-8 appears as the text \xff, with its own number.
 std::string metricsOf(const RunningModule& module, const LogBook& log);
 
 }  // namespace host

@@ -1,122 +1,18 @@
 #include "tools/host/PageAccess.h"
 
-#include <arpa/inet.h>
 #include <fmt/format.h>
-#include <netinet/in.h>
+#include <strings.h>
 
 #include <algorithm>
-#include <charconv>
-#include <optional>
-#include <stdexcept>
+#include <utility>
 
 namespace host {
 namespace {
 
-bool isIpv4(const std::string& address) {
-  in_addr parsed{};
-  return inet_pton(AF_INET, address.c_str(), &parsed) == 1;
-}
+using http::field;
+using http::status;
 
-bool isIpv6(const std::string& address) {
-  in6_addr parsed{};
-  return inet_pton(AF_INET6, address.c_str(), &parsed) == 1;
-}
-
-bool isLoopback(const std::string& address) {
-  if (address == "localhost") return true;
-  in6_addr six{};
-  if (inet_pton(AF_INET6, address.c_str(), &six) == 1) return IN6_IS_ADDR_LOOPBACK(&six);
-  return isIpv4(address) && address.starts_with("127.");
-}
-
-std::optional<int> portOf(std::string_view text) {
-  int port = 0;
-  const char* const end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, port);
-  if (error != std::errc() || stop != end || port < 0 || port > 65535) return std::nullopt;
-  return port;
-}
-
-// A host and its port as addresses write them; an IPv6 address stands in brackets.
-struct HostAndPort {
-  std::string host;
-  std::optional<std::string_view> port;
-  bool inBrackets = false;
-};
-
-HostAndPort split(std::string_view text) {
-  if (text.starts_with('[')) {
-    const std::size_t end = text.find(']');
-    if (end == text.npos) return {};
-    HostAndPort parts{std::string(text.substr(1, end - 1)), std::nullopt, true};
-    const std::string_view rest = text.substr(end + 1);
-    if (rest.empty()) return parts;
-    if (!rest.starts_with(':')) return {};
-    parts.port = rest.substr(1);
-    return parts;
-  }
-  const std::size_t colon = text.find(':');
-  if (colon == text.npos) return {std::string(text), std::nullopt};
-  return {std::string(text.substr(0, colon)), text.substr(colon + 1)};
-}
-
-bool isAddress(const HostAndPort& parts) {
-  if (parts.inBrackets) return isIpv6(parts.host);
-  return parts.host == "localhost" || isIpv4(parts.host);
-}
-
-bool passesUnchanged(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-         std::string_view("-._~").find(c) != std::string_view::npos;
-}
-
-}  // namespace
-
-PageSettings parsePageAddress(std::string_view text) {
-  const HostAndPort parts = split(text);
-  const auto port = parts.port ? portOf(*parts.port) : std::nullopt;
-  if (!isAddress(parts) || !port) {
-    throw std::invalid_argument(
-        fmt::format("\"{}\" is not ADDRESS:PORT with an IP address or localhost, such as "
-                    "127.0.0.1:8080 or [::1]:0; port 0 takes any free port",
-                    text));
-  }
-  return {.address = parts.host, .port = *port, .anyPortIfTaken = false, .token = {}};
-}
-
-std::string addressText(const PageSettings& settings) {
-  const bool isSix = settings.address.find(':') != std::string::npos;
-  return isSix ? fmt::format("[{}]:{}", settings.address, settings.port)
-               : fmt::format("{}:{}", settings.address, settings.port);
-}
-
-std::string pageProblem(const PageSettings& settings) {
-  const std::string& token = settings.token;
-  if (token.empty() && !isLoopback(settings.address)) {
-    return fmt::format(
-        "{} can be reached by others: give the page a --token that they must know, or an address "
-        "of this machine alone, such as 127.0.0.1:{}",
-        addressText(settings), settings.port);
-  }
-  const bool isFit = token.size() >= 8 && token.size() <= 128 &&
-                     std::all_of(token.begin(), token.end(), passesUnchanged);
-  if (token.empty() || isFit) return {};
-  return "a token has 8 to 128 letters, digits and \"-._~\"; \"openssl rand -hex 16\" makes one";
-}
-
-bool isToken(std::string_view given, std::string_view token) {
-  unsigned difference = given.size() == token.size() ? 0 : 1;
-  for (std::size_t i = 0; i < given.size() && !token.empty(); ++i) {
-    difference |= static_cast<unsigned char>(given[i] ^ token[i % token.size()]);
-  }
-  return difference == 0;
-}
-
-bool isDirectHost(std::string_view host) {
-  const HostAndPort parts = split(host);
-  return isAddress(parts) && (!parts.port || portOf(*parts.port));
-}
-
+// The value of one cookie in a Cookie header; empty if it is not there.
 std::string_view cookieIn(std::string_view header, std::string_view name) {
   while (!header.empty()) {
     std::string_view pair = header.substr(0, header.find(';'));
@@ -127,6 +23,72 @@ std::string_view cookieIn(std::string_view header, std::string_view name) {
     }
   }
   return {};
+}
+
+// The token of "Bearer TOKEN"; empty for another scheme.
+std::string_view bearerIn(const std::string& header) {
+  constexpr std::string_view scheme = "Bearer ";
+  if (strncasecmp(header.c_str(), scheme.data(), scheme.size()) != 0) return {};
+  return std::string_view(header).substr(scheme.size());
+}
+
+}  // namespace
+
+// Cookies know hosts, not ports: the pages of two tools on one machine must not share theirs.
+PageAccess::PageAccess(PageSettings settings)
+    : settings_(std::move(settings)), cookieName_(fmt::format("gateway_page_{}", settings_.port)) {}
+
+void PageAccess::check(const HttpRequest& request) const {
+  if (settings_.token.empty()) {
+    const std::string host(request[field::host]);
+    if (isDirectHost(host)) return;
+    throw HttpRefusal(status::forbidden,
+                      fmt::format("the page was asked for as \"{}\": without a token it answers "
+                                  "only under an IP address or as localhost",
+                                  host));
+  }
+  if (showsToken(request)) return;
+  throw HttpRefusal(status::unauthorized,
+                    "show the token of the page: open it as /?token=TOKEN, or send the header "
+                    "\"Authorization: Bearer TOKEN\"");
+}
+
+bool PageAccess::showsToken(const HttpRequest& request) const {
+  const std::string header(request[field::authorization]);
+  const std::string cookies(request[field::cookie]);
+  return isToken(bearerIn(header)) || isToken(parameterOf(request, "token").value_or("")) ||
+         isToken(cookieIn(cookies, cookieName_));
+}
+
+bool PageAccess::isToken(std::string_view given) const {
+  const std::string& token = settings_.token;
+  unsigned difference = given.size() == token.size() ? 0 : 1;
+  for (std::size_t i = 0; i < given.size(); ++i) {
+    difference |= static_cast<unsigned char>(given[i] ^ token[i % token.size()]);
+  }
+  return difference == 0;
+}
+
+void PageAccess::checkChange(const HttpRequest& request) const {
+  const std::string own = "http://" + std::string(request[field::host]);
+  if (std::string(request[field::origin]) != own) {
+    throw HttpRefusal(status::forbidden,
+                      fmt::format("changes are taken from the page itself: a request needs the "
+                                  "header \"Origin: {}\"",
+                                  own));
+  }
+  const std::string type(request[field::content_type]);
+  if (type.starts_with("multipart/form-data")) {
+    throw HttpRefusal(status::unsupported_media_type, "only application/json is taken");
+  }
+  if (type.substr(0, type.find(';')) != "application/json") {
+    throw HttpRefusal(status::unsupported_media_type,
+                      "a request needs the header \"Content-Type: application/json\"");
+  }
+}
+
+std::string PageAccess::setCookie() const {
+  return fmt::format("{}={}; Path=/; HttpOnly; SameSite=Strict", cookieName_, settings_.token);
 }
 
 }  // namespace host

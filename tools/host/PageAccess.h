@@ -1,43 +1,42 @@
-// Who may see the live page, and from where: addresses, tokens and what browsers tell about a
-// request. The page shows what the module holds and changes parameters, so it must not be open to a
-// network by accident, nor to a foreign web site that the same browser has open.
+// Who may use the live page: somebody who shows the token, if there is one, and otherwise somebody
+// on this machine, but no foreign web site that the same browser has open.
 //
-// Pure functions; any thread.
+// Any thread.
 #pragma once
 
 #include <string>
 #include <string_view>
 
+#include "tools/host/HttpServer.h"
+#include "tools/host/PageSettings.h"
+
 namespace host {
 
-struct PageSettings {
-  std::string address = "127.0.0.1";  // an IP address without brackets, or "localhost"
-  int port = 8080;                    // 0 takes any free one
-  bool anyPortIfTaken = true;         // rather than failing
-  std::string token;                  // what every request must show; empty: nothing
+class PageAccess {
+ public:
+  // Settings with the actual port.
+  explicit PageAccess(PageSettings settings);
+
+  // Throws HttpRefusal unless the request may ask for anything at all. With a token, it has to show
+  // it: as "Authorization: Bearer TOKEN", as "?token=TOKEN", or as the cookie below. Without one,
+  // its Host header must be an address or localhost: any other name may be one that a foreign site
+  // has given to this machine.
+  void check(const HttpRequest& request) const;
+
+  // Throws HttpRefusal unless a change comes from the page itself: its Origin is the address that
+  // it asks, and its body is JSON, which a form of another site can't send.
+  void checkChange(const HttpRequest& request) const;
+
+  // The Set-Cookie header that spares the page's own requests the token.
+  std::string setCookie() const;
+
+ private:
+  bool showsToken(const HttpRequest& request) const;
+  // Takes the same time however much of the token is right.
+  bool isToken(std::string_view given) const;
+
+  const PageSettings settings_;
+  const std::string cookieName_;
 };
-
-// Reads "ADDRESS:PORT", such as "127.0.0.1:8080", "[::1]:0" or "localhost:8080". Throws
-// std::invalid_argument, with what would be right. What is asked for so is not to be exchanged for
-// another port: `anyPortIfTaken` is false.
-PageSettings parsePageAddress(std::string_view text);
-
-// "127.0.0.1:8080", "[::1]:8080"
-std::string addressText(const PageSettings& settings);
-
-// What is wrong with the settings, with the remedy; empty if nothing is. An address that others can
-// reach demands a token; a token has 8 to 128 letters, digits and "-._~", which pass unchanged
-// through addresses and cookies.
-std::string pageProblem(const PageSettings& settings);
-
-// Compares in a time that does not tell how much of the token was right.
-bool isToken(std::string_view given, std::string_view token);
-
-// Whether a Host header names an IP address or localhost, with or without a port. Any other name is
-// one that a foreign site may have given to this machine.
-bool isDirectHost(std::string_view host);
-
-// The value of one cookie in a Cookie header; empty if it is not there.
-std::string_view cookieIn(std::string_view header, std::string_view name);
 
 }  // namespace host

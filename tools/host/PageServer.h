@@ -1,34 +1,26 @@
-// The live page: an HTTP server on one address, with a page for people and what programs may want.
+// The live page: an HTTP server on one address, with a page for people and data for programs.
 //
-//   GET  /             the page, with /page.css, /icon.svg and its scripts, such as /main.js
+//   GET  /             the page; the other files of tools/host/page lie beside it
 //   GET  /api/status   what runs here, as statusOf gives it
 //   GET  /api/slots    all slots, as slotsOf gives them
-//   GET  /api/events   server-sent events: "snapshot" once, then "update" as changes come, both as
-//                      PageFeed gives them; "quiet" after two seconds without, so that both
-//                      sides notice when the other one has gone
-//   POST /api/set      {"changes":[{"name","value"}...]}: changes engine slots in one notification,
-//                      and gives {"notification":NUMBER}
+//   GET  /api/events   server-sent events, as PageFeed gives them
+//   POST /api/set      changes engine slots in one notification: takes what changesIn reads, and
+//                      gives {"notification":NUMBER}
 //   GET  /metrics      for monitoring systems, as metricsOf gives them
 //
-// What is refused gets a fitting status and {"error": reason}. With a token, every request has to
-// show it: as "Authorization: Bearer TOKEN", as "?token=TOKEN", or by the cookie that the page sets
-// when it was opened that way. Without one, the Host header has to be an address, so that no
-// foreign site can reach the page under a name of its own. A change has to come from the page
-// itself: its Origin is the address it was asked under.
+// PageAccess says who may ask. A request that is refused gets a fitting status and
+// {"error": reason}. HttpServer says how long a connection has, and how much it may send.
 //
-// Threads: made and destroyed by one thread; serves on threads of its own. A connection carries one
-// request and has two seconds to tell it, and no more of them than `maximalConnections` are open at
-// a time, so that idle ones hold nobody up for long; those beyond are answered 503 and closed at
-// once.
-// Ownership: module and log are borrowed, and have to outlive the server. The module's board has to
-// be sampled for streams to go on.
+// Threads: made and destroyed by the thread that samples the module; serves on a thread of its own.
+// Ownership: module and log are borrowed, and have to outlive the server. Streams have something
+// new only when the module is sampled.
 #pragma once
 
 #include <memory>
 #include <string>
 
 #include "tools/host/LogBook.h"
-#include "tools/host/PageAccess.h"
+#include "tools/host/PageSettings.h"
 #include "tools/host/RunningModule.h"
 
 namespace host {
@@ -41,23 +33,23 @@ class PageServer {
   // Listens when this returns. Settings must be without `pageProblem`. Throws std::runtime_error,
   // with the remedy, if it can't listen there.
   PageServer(RunningModule& module, const LogBook& log, const PageSettings& settings);
-  // Ends every connection at once, also those that are waited for.
+  // Ends every connection at once, whatever it waits for.
   ~PageServer();
   PageServer(const PageServer&) = delete;
   PageServer& operator=(const PageServer&) = delete;
 
-  // "http://127.0.0.1:8080/", with the port that it really is, without the token.
+  // "http://127.0.0.1:8080/", with the actual port, without the token.
   const std::string& url() const { return url_; }
 
-  // Whether the port that was asked for was taken, and another one was given.
+  // Whether the wanted port was taken, so that the page is at another one.
   bool hasMoved() const { return hasMoved_; }
 
  private:
-  class Serving;
+  class Routes;
 
+  std::unique_ptr<Routes> routes_;
   std::string url_;
   bool hasMoved_ = false;
-  std::unique_ptr<Serving> serving_;
 };
 
 }  // namespace host

@@ -8,9 +8,11 @@
 #include <array>
 #include <string_view>
 
+#include "tools/common/Json.h"
 #include "tools/common/Output.h"
 #include "tools/common/Words.h"
 #include "tools/host/Json.h"
+#include "tools/host/LogBook.h"
 
 namespace host {
 namespace {
@@ -23,7 +25,7 @@ void print(const std::string& line) {
 
 void printEvent(std::string_view event, Json fields) {
   fields["event"] = event;
-  print(textOf(fields));
+  print(tools::jsonText(fields));
 }
 
 using Row = std::array<std::string, 6>;
@@ -33,7 +35,7 @@ Row rowOf(const SlotLabel& label, const SlotState& state, Clock::time_point now)
   return {std::string(nameOf(label.set)),
           nameOf(label.type),
           tools::printable(label.name),
-          isText ? textOf(jsonOf(state.value)) : standin::textOf(state.value),
+          isText ? tools::jsonText(tools::jsonOf(state.value)) : standin::textOf(state.value),
           state.hasMoved() ? ageText(now - state.changed) : "unmoved",
           tools::printable(label.key)};
 }
@@ -56,8 +58,9 @@ std::string tableOf(const std::vector<Row>& rows) {
 
 // ANSI colours by weight: what is routine recedes, what is wrong stands out.
 std::string_view colourOf(int level) {
-  constexpr std::array<std::string_view, 4> colours{"\x1b[2m", "", "\x1b[33m", "\x1b[31m"};
-  return colours[static_cast<std::size_t>(std::clamp(level, 1, 4) - 1)];
+  constexpr std::array<std::string_view, levelNames.size()> colours{"\x1b[2m", "", "\x1b[33m",
+                                                                    "\x1b[31m"};
+  return colours[levelIndex(level)];
 }
 
 }  // namespace

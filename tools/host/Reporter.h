@@ -1,8 +1,9 @@
-// What `gatewayctl host` writes on standard output, as text for people or as JSON lines for
-// programs; and log lines and complaints, on standard error.
+// What `gatewayctl host` writes: results on standard output, as text for people or as JSON lines
+// for programs, and log lines and errors on standard error.
 //
-// Text shows strings with control characters escaped as \x and two digits. A line is written whole
-// and at once, whichever thread writes it.
+// Text shows a control character of a string as \x and two digits.
+//
+// Any thread; a line is written whole and at once.
 #pragma once
 
 #include <cstddef>
@@ -30,7 +31,7 @@ class Reporter {
   void slots(const SlotBoard& board, const std::vector<std::size_t>& indices) const;
   // text: notification 3 out_gain -6.5; JSON: {"event":"notification", and what jsonOf gives}
   void notified(const Notification& notification) const;
-  // Standard error: gatewayctl: TEXT; JSON, besides: {"event":"error","text"}
+  // Standard error: gatewayctl: TEXT; JSON, in addition: {"event":"error","text"}
   void complain(const std::string& text) const;
   // Standard error, with time, level and source; coloured on a terminal unless NO_COLOR is set.
   void log(const standin::LogLine& line) const;
@@ -40,7 +41,7 @@ class Reporter {
   const bool colours_;
 };
 
-// How long ago it was, as people say it: "0.3 s", "45 s", "12 min", "3 h", "5 d".
+// An age for people: "0.3 s", "45 s", "12 min", "3 h", "5 d".
 std::string ageText(Clock::duration age);
 
 }  // namespace host

@@ -3,11 +3,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <charconv>
-#include <system_error>
 
 #include "module/grpc-gateway/ConfigManager.h"
 #include "tools/common/ConfiguredSlots.h"
+#include "tools/common/Numbers.h"
 #include "tools/common/Suggestion.h"
 
 namespace host {
@@ -20,14 +19,9 @@ using standin::SlotValue;
 
 template <class T>
 T parseNumber(const Change& change, const char* wanted) {
-  T number{};
-  const std::string& text = change.value;
-  const char* const end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, number);
-  if (error != std::errc() || stop != end) {
-    throw std::invalid_argument(fmt::format("{} takes {}, not \"{}\"", change.name, wanted, text));
-  }
-  return number;
+  if (const auto number = tools::numberIn<T>(change.value)) return *number;
+  throw std::invalid_argument(
+      fmt::format("{} takes {}, not \"{}\"", change.name, wanted, change.value));
 }
 
 SlotValue parseValue(const Slot& slot, const Change& change) {
@@ -69,7 +63,7 @@ RunningModule::RunningModule(const Setup& setup,
       host_({.keepRecords = false}),
       module_(setup.module),
       instance_(module_, engine_, setup.name) {
-  // Read once more for what the module keeps to itself; what is wrong with it the module will tell.
+  // Read a second time, for what the module does not publish. The module reports what is wrong.
   const gateway::ConfigManager config(setup.config);
   metersTarget_ = config.metersTarget;
   engineTarget_ = config.engineTarget;
@@ -98,8 +92,18 @@ Leftovers RunningModule::stop() {
 }
 
 void RunningModule::sample() {
-  const std::lock_guard lock(mutex_);
-  board_->sample(Clock::now());
+  {
+    const std::lock_guard lock(mutex_);
+    board_->sample(Clock::now());
+  }
+  std::erase_if(lookWatches_, [](const auto& watch) { return watch.expired(); });
+  for (const auto& watch : lookWatches_) (*watch.lock())();
+}
+
+RunningModule::LookWatch RunningModule::watchLooks(std::function<void()> sink) {
+  auto watch = std::make_shared<const std::function<void()>>(std::move(sink));
+  lookWatches_.push_back(watch);
+  return watch;
 }
 
 Notification RunningModule::set(const std::vector<Change>& changes) {

@@ -1,7 +1,7 @@
-// A module that runs in the stand-in host, with all that a person can see of it and ask of it.
+// A module that runs in the stand-in host: its slots, and the changes that it is sent.
 //
 // Threads: made, sampled and destroyed by one thread; all else is for any thread.
-// Ownership: owns the host, the engine, the module and the one instance. There can be one at a
+// Ownership: owns the host, the engine, the module and its one instance. Only one can exist at a
 // time, since a process has one host.
 #pragma once
 
@@ -24,19 +24,19 @@
 
 namespace host {
 
-// The module does not take the configuration; its own log lines tell why.
+// The module refuses the configuration; its own log lines say why.
 struct Refused : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// What was started, and from what.
+// What to start, and from which files.
 struct Setup {
   std::string config;  // path of the configuration file
   std::string module;  // path of the module's file
   std::string name;    // of the instance, at most 31 bytes
 };
 
-// A parameter change as people write it. A value is read by the type of its slot.
+// A parameter change as people write it: the type of the slot says how to read the value.
 struct Change {
   std::string name;  // of an engine slot
   std::string value;
@@ -44,17 +44,17 @@ struct Change {
   bool operator==(const Change&) const = default;
 };
 
-// Changes that were told to the module together.
+// Changes that went to the module together.
 struct Notification {
   unsigned number = 0;  // rises from 1
   std::chrono::system_clock::time_point time;
-  std::vector<Change> changes;  // values as they were stored
+  std::vector<Change> changes;  // values as stored
 };
 
-// What a module has done wrong towards its host by the time it is stopped.
+// What a module had not returned, and what it had done wrong, when it was stopped.
 struct Leftovers {
   standin::Outstanding notReturned;
-  std::vector<std::string> violations;  // of the boundary's rules, a sentence each
+  std::vector<std::string> violations;  // of the boundary's rules, one sentence each
 
   bool isClean() const { return notReturned == standin::Outstanding{} && violations.empty(); }
 };
@@ -63,16 +63,16 @@ class RunningModule {
  public:
   static constexpr std::size_t notificationsKept = 100;
 
-  // Loads and starts the module; `logSink` hears its lines, on the threads that log, one at a time.
-  // Throws Refused, std::runtime_error if the file can't be loaded, std::invalid_argument for a
-  // name that is too long.
+  // Loads and starts the module. `logSink` gets its log lines, one at a time, on the threads that
+  // log. Throws Refused, std::runtime_error if the file can't be loaded, std::invalid_argument for
+  // a name that is too long.
   RunningModule(const Setup& setup, std::function<void(const standin::LogLine&)> logSink);
-  // Stops the module, if that was not done before.
+  // Stops the module unless `stop` did.
   ~RunningModule();
   RunningModule(const RunningModule&) = delete;
   RunningModule& operator=(const RunningModule&) = delete;
 
-  // Stops the module and tells what it leaves behind. Nothing but the destructor may be called
+  // Stops the module and returns what it leaves behind. Only the destructor may be called
   // afterwards.
   Leftovers stop();
 
@@ -83,15 +83,20 @@ class RunningModule {
   std::chrono::system_clock::time_point startTime() const { return startTime_; }
 
   const SlotBoard& board() const { return *board_; }
-  // Looks at all slots. By the thread that made this.
+  // Looks at all slots, and then calls the sinks of watchLooks. By the thread that made this.
   void sample();
 
-  // Stores the values in engine slots of these names and tells the module of all of them in one
-  // notification, on this thread. Of several slots with one name the first is meant. Throws
-  // std::invalid_argument, with what would be right, and then nothing is changed.
+  // Calls `sink` after each look for as long as the watch lives, on the thread that samples. That
+  // thread makes and destroys the watch.
+  using LookWatch = std::shared_ptr<const std::function<void()>>;
+  LookWatch watchLooks(std::function<void()> sink);
+
+  // Stores the values in the engine slots of these names and notifies the module of all of them at
+  // once, on this thread. A name that several slots share means the first. Throws
+  // std::invalid_argument, which says what would be right, and then changes nothing.
   Notification set(const std::vector<Change>& changes);
 
-  // Those with a number above `number`, oldest first, as far as they are kept.
+  // The notifications after number `number` that are still kept, oldest first.
   std::vector<Notification> notificationsAfter(unsigned number) const;
   unsigned notificationCount() const;
 
@@ -114,6 +119,7 @@ class RunningModule {
   std::chrono::system_clock::time_point startTime_;
   std::vector<standin::Slot> engineSlots_;
   std::optional<SlotBoard> board_;
+  std::vector<std::weak_ptr<const std::function<void()>>> lookWatches_;
 
   mutable std::mutex mutex_;  // of all below, and of the memory of engine texts
   unsigned notificationCount_ = 0;

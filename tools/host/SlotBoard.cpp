@@ -14,7 +14,8 @@ bool isSame(const standin::SlotValue& a, const standin::SlotValue& b) {
   return a == b;
 }
 
-// Keys are told only if the configuration gives exactly the slots that the module made.
+// The file may have changed since the module read it: a key is known only if the configuration
+// gives exactly the slots that the module made.
 std::vector<SlotLabel> labelsOf(const std::vector<standin::Slot>& slots,
                                 const std::vector<tools::ConfiguredSlot>& configured) {
   bool fits = slots.size() == configured.size();
@@ -40,20 +41,17 @@ SlotBoard::SlotBoard(std::vector<standin::Slot> slots,
 }
 
 void SlotBoard::sample(Clock::time_point now) {
-  {
-    const std::lock_guard lock(mutex_);
-    ++look_;
-    lookTime_ = now;
-    for (std::size_t i = 0; i < slots_.size(); ++i) {
-      auto value = slots_[i].read();
-      SlotState& state = states_[i];
-      if (isSame(value, state.value)) continue;
-      state = {std::move(value), now, state.changes + 1};
-      changedAt_[i] = look_;
-      ++changeCount_;
-    }
+  const std::lock_guard lock(mutex_);
+  ++look_;
+  lookTime_ = now;
+  for (std::size_t i = 0; i < slots_.size(); ++i) {
+    auto value = slots_[i].read();
+    SlotState& state = states_[i];
+    if (isSame(value, state.value)) continue;
+    state = {std::move(value), now, state.changes + 1};
+    changedAt_[i] = look_;
+    ++changeCount_;
   }
-  looked_.notify_all();
 }
 
 std::vector<SlotState> SlotBoard::states() const {
@@ -68,12 +66,6 @@ SlotBoard::Changes SlotBoard::changesSince(std::uint64_t since) const {
     if (changedAt_[i] > since) changes.slots.emplace_back(i, states_[i]);
   }
   return changes;
-}
-
-bool SlotBoard::waitForLook(std::uint64_t since, std::chrono::milliseconds limit,
-                            const std::stop_token& stop) const {
-  std::unique_lock lock(mutex_);
-  return looked_.wait_for(lock, stop, limit, [&] { return look_ > since; });
 }
 
 std::uint64_t SlotBoard::changeCount() const {

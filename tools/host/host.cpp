@@ -13,13 +13,14 @@
 #include <string>
 #include <vector>
 
+#include "tools/common/Json.h"
 #include "tools/common/Output.h"
 #include "tools/common/Terminal.h"
 #include "tools/host/Console.h"
 #include "tools/host/Cycles.h"
-#include "tools/host/Json.h"
 #include "tools/host/LogBook.h"
 #include "tools/host/PageServer.h"
+#include "tools/host/PageSettings.h"
 #include "tools/host/Reporter.h"
 #include "tools/host/RunningModule.h"
 
@@ -46,14 +47,14 @@ struct Options {
 
 // ---- Running --------------------------------------------------------------------------------
 
-// What every way to run a module has in common.
+// What all ways to run a module share.
 class Run {
  public:
   explicit Run(const Options& options) : options_(options), reporter_(options.json) {}
 
   // Returns the exit code.
   int operator()() {
-    // A reader that has gone is noticed at the next line, and then the module is stopped.
+    // The next line fails when its reader has gone, and then the module is stopped.
     std::signal(SIGPIPE, SIG_IGN);
     try {
       return options_.cycles > 0 ? cycle() : attend();
@@ -68,7 +69,7 @@ class Run {
   int attend(RunningModule& module);
   std::unique_ptr<PageServer> openPage(RunningModule& module) const;
   void watch(const RunningModule& module);
-  void tellNotifications(const RunningModule& module);
+  void printNotifications(const RunningModule& module);
   int cycle();
   void log(const standin::LogLine& line);
   int judge(const Leftovers& leftovers) const;
@@ -78,8 +79,8 @@ class Run {
   tools::InputLines input_;
   const Reporter reporter_;
   LogBook logBook_;
-  std::optional<std::uint64_t> watched_;  // the look whose changes have been told
-  unsigned notificationsTold_ = 0;
+  std::optional<std::uint64_t> watched_;  // the look whose changes have been printed
+  unsigned notificationsPrinted_ = 0;
 };
 
 void Run::log(const standin::LogLine& line) {
@@ -96,7 +97,7 @@ int Run::attend() {
   return verdict == done ? code : verdict;
 }
 
-// Until a signal, `quit` or the end of the time; returns the exit code.
+// Runs until a signal, `quit` or the end of the time; returns the exit code.
 int Run::attend(RunningModule& module) {
   constexpr std::chrono::milliseconds lookPeriod(50);
   const auto watchPeriod = std::chrono::duration_cast<Clock::duration>(
@@ -113,7 +114,7 @@ int Run::attend(RunningModule& module) {
       module.sample();
       nextLook = now + lookPeriod;
     }
-    tellNotifications(module);
+    printNotifications(module);
     if (now >= nextWatch) {
       watch(module);
       nextWatch = now + watchPeriod;
@@ -125,7 +126,7 @@ int Run::attend(RunningModule& module) {
     if (arrival != Arrival::Input) continue;
     for (const std::string& line : input_.take()) {
       const bool goesOn = console.obey(line);
-      tellNotifications(module);
+      printNotifications(module);
       if (!goesOn) return done;
     }
   }
@@ -142,15 +143,15 @@ std::unique_ptr<PageServer> Run::openPage(RunningModule& module) const {
   return page;
 }
 
-// Whoever made them: a command, or somebody at the page.
-void Run::tellNotifications(const RunningModule& module) {
-  for (const auto& notification : module.notificationsAfter(notificationsTold_)) {
+// Those of all origins: --set, a command, or the live page.
+void Run::printNotifications(const RunningModule& module) {
+  for (const auto& notification : module.notificationsAfter(notificationsPrinted_)) {
     reporter_.notified(notification);
-    notificationsTold_ = notification.number;
+    notificationsPrinted_ = notification.number;
   }
 }
 
-// At first all slots, then those that have changed.
+// Prints all slots at first, then those that have changed.
 void Run::watch(const RunningModule& module) {
   const auto& labels = module.board().labels();
   const auto changes = module.board().changesSince(watched_.value_or(0));
@@ -175,12 +176,12 @@ int Run::cycle() {
         arrival = tools::waitFor(signals_, nullptr, tools::momentIn(options_.seconds.value_or(0)));
         return arrival != Arrival::Signal;
       });
-  tools::writeOut(options_.json ? textOf(jsonOf(report)) + "\n" : textOf(report));
+  tools::writeOut(options_.json ? tools::jsonText(jsonOf(report)) + "\n" : textOf(report));
   if (!report.leftovers.isClean()) return failed;
   return arrival == Arrival::Signal ? interrupted : done;
 }
 
-// The exit code for what a stopped module left behind.
+// Reports what a stopped module left behind; returns the exit code.
 int Run::judge(const Leftovers& leftovers) const {
   if (leftovers.isClean()) return done;
   const auto& left = leftovers.notReturned;
@@ -316,7 +317,7 @@ void addHost(CLI::App& app, int& exitCode) {
   command->callback([options, &exitCode] {
     const std::string problem = host::pageProblem(options->page);
     if (!problem.empty()) throw CLI::ValidationError("--page", problem);
-    // A name without a folder would be looked for among the system's libraries.
+    // The loader would look for a name without a folder among the system's libraries.
     options->setup.module = std::filesystem::absolute(options->setup.module);
     exitCode = host::Run(*options)();
   });

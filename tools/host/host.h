@@ -1,8 +1,7 @@
-// gatewayctl host: runs the module in the stand-in host, so that one sees without the engine what
-// it logs, what its slots hold, and what a parameter change does.
+// gatewayctl host: runs the module in the stand-in host, to show without the engine what it logs,
+// what its slots hold, and what a parameter change does.
 //
-// Its `--help` is its manual: options and commands are described in host.cpp, where they are
-// parsed.
+// Its `--help` is its manual: host.cpp describes options and commands where it parses them.
 #pragma once
 
 #include <CLI/CLI.hpp>

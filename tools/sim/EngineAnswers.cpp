@@ -1,6 +1,6 @@
 #include "tools/sim/EngineAnswers.h"
 
-#include <asio/steady_timer.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <chrono>
 #include <utility>
 
@@ -38,9 +38,10 @@ void EngineAnswers::closed(const Call& call) {
 void EngineAnswers::answer(const std::shared_ptr<Call>& call) {
   if (manner_.delay <= 0) return reply(*call, manner_);
   const std::chrono::duration<double> delay(manner_.delay);
-  const auto timer = std::make_shared<asio::steady_timer>(
+  const auto timer = std::make_shared<boost::asio::steady_timer>(
       loop_, std::chrono::ceil<std::chrono::nanoseconds>(delay));
-  timer->async_wait([timer, call, manner = manner_](asio::error_code) { reply(*call, manner); });
+  timer->async_wait(
+      [timer, call, manner = manner_](boost::system::error_code) { reply(*call, manner); });
 }
 
 }  // namespace sim

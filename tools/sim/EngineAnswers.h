@@ -7,7 +7,7 @@
 
 #include <grpcpp/support/status.h>
 
-#include <asio/io_context.hpp>
+#include <boost/asio/io_context.hpp>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -25,7 +25,7 @@ struct AnswerManner {
 
 class EngineAnswers {
  public:
-  explicit EngineAnswers(asio::io_context& loop) : loop_(loop) {}
+  explicit EngineAnswers(boost::asio::io_context& loop) : loop_(loop) {}
 
   // Changes the manner from here on. If the new one replies, it also answers the waiting calls.
   void change(const AnswerManner& manner);
@@ -40,7 +40,7 @@ class EngineAnswers {
   // The mutex is held.
   void answer(const std::shared_ptr<Call>& call);
 
-  asio::io_context& loop_;
+  boost::asio::io_context& loop_;
   std::mutex mutex_;  // of all below
   AnswerManner manner_;
   std::vector<std::shared_ptr<Call>> unanswered_;

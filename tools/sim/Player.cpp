@@ -108,7 +108,7 @@ void Ticker::tick() {
   for (const auto& call : simulator_.openCalls(method_)) player_.play(*call);
 }
 
-Heartbeat::Heartbeat(asio::io_context& loop, double seconds, const Player& player,
+Heartbeat::Heartbeat(boost::asio::io_context& loop, double seconds, const Player& player,
                      const Simulator& simulator)
     : period_(std::chrono::ceil<Clock::duration>(Seconds(seconds))),
       player_(player),
@@ -129,7 +129,7 @@ void Heartbeat::beat() {
     }
   }
   timer_.expires_at(next);
-  timer_.async_wait([this](asio::error_code error) {
+  timer_.async_wait([this](boost::system::error_code error) {
     if (!error) beat();
   });
 }

@@ -7,8 +7,8 @@
 #pragma once
 
 #include <array>
-#include <asio/io_context.hpp>
-#include <asio/steady_timer.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <chrono>
 #include <cstdint>
 #include <map>
@@ -108,7 +108,7 @@ class Ticker {
 // thread, and borrows everything until the loop has stopped.
 class Heartbeat {
  public:
-  Heartbeat(asio::io_context& loop, double seconds, const Player& player,
+  Heartbeat(boost::asio::io_context& loop, double seconds, const Player& player,
             const Simulator& simulator);
 
  private:
@@ -117,7 +117,7 @@ class Heartbeat {
   const std::chrono::steady_clock::duration period_;
   const Player& player_;
   const Simulator& simulator_;
-  asio::steady_timer timer_;
+  boost::asio::steady_timer timer_;
 };
 
 }  // namespace sim

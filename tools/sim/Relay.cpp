@@ -4,9 +4,9 @@
 
 #include <algorithm>
 #include <array>
-#include <asio/ip/tcp.hpp>
-#include <asio/steady_timer.hpp>
-#include <asio/write.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/asio/write.hpp>
 #include <chrono>
 #include <cmath>
 #include <functional>
@@ -20,11 +20,13 @@
 namespace sim {
 namespace {
 
+namespace asio = boost::asio;
 using asio::ip::tcp;
+using boost::system::error_code;
 
 // Errors don't matter: a connection that is gone already needs no closing.
 void closeQuietly(tcp::socket& socket) {
-  asio::error_code ignored;
+  error_code ignored;
   socket.close(ignored);
 }
 
@@ -90,7 +92,7 @@ class Relay::State::Connection : public std::enable_shared_from_this<Connection>
   };
 
   void read(Way& way);
-  void received(Way& way, asio::error_code error, std::size_t size);
+  void received(Way& way, error_code error, std::size_t size);
   // Writes as much of what waits as may pass now.
   void pass(Way& way);
   void write(Way& way, std::size_t size);
@@ -107,7 +109,7 @@ class Relay::State::Connection : public std::enable_shared_from_this<Connection>
 };
 
 void Relay::State::accept() {
-  acceptor.async_accept([this](asio::error_code error, tcp::socket client) {
+  acceptor.async_accept([this](error_code error, tcp::socket client) {
     if (error == asio::error::operation_aborted) return;
     if (error) return acceptLater();
     const auto connection = std::make_shared<Connection>(*this, std::move(client));
@@ -121,7 +123,7 @@ void Relay::State::accept() {
 void Relay::State::acceptLater() {
   constexpr auto pause = std::chrono::milliseconds(100);
   retry.expires_after(pause);
-  retry.async_wait([this](asio::error_code error) {
+  retry.async_wait([this](error_code error) {
     if (!error) accept();
   });
 }
@@ -131,7 +133,7 @@ void Relay::State::forEach(const std::function<void(Connection&)>& use) {
 }
 
 void Relay::State::Connection::start() {
-  server_.async_connect(relay_.server, [this, self = shared_from_this()](asio::error_code error) {
+  server_.async_connect(relay_.server, [this, self = shared_from_this()](error_code error) {
     if (error) return close();
     read(toServer_);
     read(toClient_);
@@ -146,7 +148,7 @@ void Relay::State::Connection::close() {
 
 // With a linger time of 0, closing a socket sends RST.
 void Relay::State::Connection::reset() {
-  asio::error_code ignored;
+  error_code ignored;
   client_.set_option(asio::socket_base::linger(true, 0), ignored);
   close();
 }
@@ -158,13 +160,12 @@ void Relay::State::Connection::goOn() {
 }
 
 void Relay::State::Connection::read(Way& way) {
-  way.from.async_read_some(asio::buffer(way.buffer), [this, self = shared_from_this(), &way](
-                                                         asio::error_code error, std::size_t size) {
-    received(way, error, size);
-  });
+  way.from.async_read_some(asio::buffer(way.buffer),
+                           [this, self = shared_from_this(), &way](
+                               error_code error, std::size_t size) { received(way, error, size); });
 }
 
-void Relay::State::Connection::received(Way& way, asio::error_code error, std::size_t size) {
+void Relay::State::Connection::received(Way& way, error_code error, std::size_t size) {
   if (error && error != asio::error::eof) return close();
   way.ended = error == asio::error::eof;
   const std::string_view bytes(way.buffer.data(), size);
@@ -194,13 +195,13 @@ std::size_t Relay::State::Connection::mayPass(const Way& way) const {
 void Relay::State::Connection::write(Way& way, std::size_t size) {
   asio::async_write(
       way.to, asio::buffer(way.waiting.data(), size),
-      [this, self = shared_from_this(), &way](asio::error_code error, std::size_t written) {
+      [this, self = shared_from_this(), &way](error_code error, std::size_t written) {
         if (error) return close();
         way.waiting.erase(0, written);
         if (!isDripping(way)) return pass(way);
         const std::chrono::duration<double> pause(static_cast<double>(written) / relay_.limit);
         way.timer.expires_after(std::chrono::ceil<std::chrono::milliseconds>(pause));
-        way.timer.async_wait([this, self, &way](asio::error_code) {
+        way.timer.async_wait([this, self, &way](error_code) {
           if (way.to.is_open()) pass(way);
         });
       });
@@ -208,7 +209,7 @@ void Relay::State::Connection::write(Way& way, std::size_t size) {
 
 // The other direction may still be in use.
 void Relay::State::Connection::finish(Way& way) {
-  asio::error_code ignored;
+  error_code ignored;
   way.to.shutdown(tcp::socket::shutdown_send, ignored);
   if (toServer_.ended && toClient_.ended) close();
 }
@@ -217,7 +218,7 @@ Relay::Relay(asio::io_context& loop, const std::string& address, const std::stri
              unsigned short server) try
     : state_(std::make_unique<State>(loop, address, server)) {
   state_->accept();
-} catch (const std::system_error&) {
+} catch (const boost::system::system_error&) {
   throw std::runtime_error(cantListen(address, option));
 }
 

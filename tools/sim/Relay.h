@@ -5,7 +5,7 @@
 // Ownership: it owns its connections, and closes them when it is destroyed. It borrows the loop.
 #pragma once
 
-#include <asio/io_context.hpp>
+#include <boost/asio/io_context.hpp>
 #include <memory>
 #include <string>
 
@@ -16,7 +16,7 @@ class Relay {
   // Listens at `address`, "ADDRESS:PORT" with port 0 for any free port, and connects each client to
   // `server`, a port of 127.0.0.1. Throws std::runtime_error, with the address and `option`, if it
   // can't listen.
-  Relay(asio::io_context& loop, const std::string& address, const std::string& option,
+  Relay(boost::asio::io_context& loop, const std::string& address, const std::string& option,
         unsigned short server);
   ~Relay();
   Relay(const Relay&) = delete;

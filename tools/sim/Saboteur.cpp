@@ -2,12 +2,13 @@
 
 namespace sim {
 
-Saboteur::Saboteur(asio::io_context& loop, const FaultPlan& plan, const FaultTargets& targets,
-                   const Report& report)
+Saboteur::Saboteur(boost::asio::io_context& loop, const FaultPlan& plan,
+                   const FaultTargets& targets, const Report& report)
     : loop_(loop), targets_(targets), report_(report) {
   for (std::size_t i = 0; i < plan.size(); ++i) {
     const FaultMoments moments(plan[i].times, targets.settings.seed, i);
-    plan_.push_back(std::make_unique<Planned>(Planned{plan[i], moments, asio::steady_timer(loop)}));
+    plan_.push_back(
+        std::make_unique<Planned>(Planned{plan[i], moments, boost::asio::steady_timer(loop)}));
     schedule(*plan_.back());
   }
 }
@@ -24,7 +25,7 @@ void Saboteur::schedule(Planned& planned) {
   const auto seconds = planned.moments.next();
   if (!seconds) return;
   planned.timer.expires_at(momentAt(*seconds));
-  planned.timer.async_wait([this, &planned, seconds](asio::error_code error) {
+  planned.timer.async_wait([this, &planned, seconds](boost::system::error_code error) {
     if (error) return;
     schedule(planned);
     happen(planned.fault, *seconds);
@@ -50,12 +51,12 @@ void Saboteur::begin(const Fault& fault, Subject subject, double seconds) {
 void Saboteur::keepUp(const Fault& fault, Subject subject, double seconds) {
   const Place place{rowOf(fault.kind).group, subject};
   const auto number = ++lastNumber_;
-  auto& lasting =
-      lasting_.emplace(place, Lasting{fault, asio::steady_timer(loop_), number}).first->second;
+  auto& lasting = lasting_.emplace(place, Lasting{fault, boost::asio::steady_timer(loop_), number})
+                      .first->second;
   if (!fault.times.duration) return;
   const double over = seconds + *fault.times.duration;
   lasting.timer.expires_at(momentAt(over));
-  lasting.timer.async_wait([this, place, number, over](asio::error_code) {
+  lasting.timer.async_wait([this, place, number, over](boost::system::error_code) {
     const auto found = lasting_.find(place);
     if (found != lasting_.end() && found->second.number == number) end(place, over);
   });

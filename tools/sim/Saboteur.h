@@ -4,8 +4,8 @@
 // Ownership: it borrows everything, the plan and the targets included.
 #pragma once
 
-#include <asio/io_context.hpp>
-#include <asio/steady_timer.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <chrono>
 #include <map>
 #include <memory>
@@ -22,7 +22,7 @@ namespace sim {
 class Saboteur {
  public:
   // The plan's times count from here.
-  Saboteur(asio::io_context& loop, const FaultPlan& plan, const FaultTargets& targets,
+  Saboteur(boost::asio::io_context& loop, const FaultPlan& plan, const FaultTargets& targets,
            const Report& report);
   Saboteur(const Saboteur&) = delete;
   Saboteur& operator=(const Saboteur&) = delete;
@@ -37,13 +37,13 @@ class Saboteur {
   struct Planned {
     const Fault& fault;
     FaultMoments moments;
-    asio::steady_timer timer;
+    boost::asio::steady_timer timer;
   };
 
   // A fault that lasts. Its timer, if set, ends it.
   struct Lasting {
     Fault fault;
-    asio::steady_timer timer;
+    boost::asio::steady_timer timer;
     unsigned number;  // unique, for a timer that fires when another fault has its place already
   };
   using Place = std::pair<FaultGroup, Subject>;
@@ -61,7 +61,7 @@ class Saboteur {
   bool isServed(const Fault& fault, Subject subject);
   Clock::time_point momentAt(double seconds) const;
 
-  asio::io_context& loop_;
+  boost::asio::io_context& loop_;
   FaultTargets targets_;
   const Report& report_;
   const Clock::time_point begin_ = Clock::now();

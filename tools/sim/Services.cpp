@@ -27,7 +27,7 @@ Addresses behindRelays(const Settings& settings) {
 }
 
 // Replaces `address`, which is the server's, by the relay's.
-std::unique_ptr<Relay> putInFront(asio::io_context& loop, const std::string& wanted,
+std::unique_ptr<Relay> putInFront(boost::asio::io_context& loop, const std::string& wanted,
                                   std::string& address, const char* option) {
   const auto port = std::stoi(address.substr(address.rfind(':') + 1));
   auto relay = std::make_unique<Relay>(loop, wanted, option, static_cast<unsigned short>(port));
@@ -37,7 +37,7 @@ std::unique_ptr<Relay> putInFront(asio::io_context& loop, const std::string& wan
 
 }  // namespace
 
-Services::Services(asio::io_context& loop, const Settings& settings, CallListener& listener)
+Services::Services(boost::asio::io_context& loop, const Settings& settings, CallListener& listener)
     : simulator_(behindRelays(settings), listener, settings.pings),
       addresses_(simulator_.addresses()) {
   const auto& wanted = settings.addresses;

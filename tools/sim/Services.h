@@ -5,7 +5,7 @@
 // Ownership: it owns server and relays. It borrows loop and listener for its life.
 #pragma once
 
-#include <asio/io_context.hpp>
+#include <boost/asio/io_context.hpp>
 #include <memory>
 #include <string>
 
@@ -18,7 +18,7 @@ namespace sim {
 class Services {
  public:
   // Listens at the addresses of `settings`. Throws std::runtime_error if it can't.
-  Services(asio::io_context& loop, const Settings& settings, CallListener& listener);
+  Services(boost::asio::io_context& loop, const Settings& settings, CallListener& listener);
 
   Simulator& simulator() { return simulator_; }
   // Where clients connect to.

@@ -4,9 +4,9 @@
 #include <grpc/grpc.h>
 
 #include <algorithm>
-#include <asio/executor_work_guard.hpp>
-#include <asio/io_context.hpp>
-#include <asio/post.hpp>
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/post.hpp>
 #include <functional>
 #include <iterator>
 #include <memory>
@@ -74,9 +74,9 @@ Ending waitForEnd(const SignalDescriptor& signals, Clock::time_point deadline,
 // throws, which does not end the loop.
 class LoopThread {
  public:
-  explicit LoopThread(asio::io_context& loop)
+  explicit LoopThread(boost::asio::io_context& loop)
       : loop_(loop), thread_([this] {
-          const auto work = asio::make_work_guard(loop_);
+          const auto work = boost::asio::make_work_guard(loop_);
           while (!loop_.stopped()) runLoop();
         }) {}
   ~LoopThread() {
@@ -95,15 +95,16 @@ class LoopThread {
     }
   }
 
-  asio::io_context& loop_;
+  boost::asio::io_context& loop_;
   std::thread thread_;
 };
 
 // Makes the fault in `line` happen now. Reports a line that names no fault.
-void strike(asio::io_context& loop, Saboteur& saboteur, std::string_view line) {
+void strike(boost::asio::io_context& loop, Saboteur& saboteur, std::string_view line) {
   if (tools::wordsOf(line).empty()) return;
   try {
-    asio::post(loop, [&saboteur, fault = parseImmediateFault(line)] { saboteur.strike(fault); });
+    boost::asio::post(loop,
+                      [&saboteur, fault = parseImmediateFault(line)] { saboteur.strike(fault); });
   } catch (const std::invalid_argument& error) {
     say(error.what());
   }
@@ -116,7 +117,7 @@ Ending play(const Settings& settings, const SignalDescriptor& signals, Clock::ti
     say("nothing plays: give --config or --keys");
   }
   const Report report(settings.json);
-  asio::io_context loop;
+  boost::asio::io_context loop;
   EngineAnswers answers(loop);
   Player player(playing, report, answers);
   Services services(loop, settings, player);

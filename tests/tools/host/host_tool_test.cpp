@@ -28,7 +28,7 @@ class HostTool : public ::testing::Test {
                                            "[EngineUint]\nParam=Key=preset CustomKey=preset\n");
   }
 
-  // A batch with one level, as the simulator's commands take it.
+  // A batch with one level, in the form that the simulator's commands take.
   static std::string level(float value) {
     sonalith::grpc::Meter meter;
     meter.add_values()->set_key("out.level");
@@ -40,7 +40,7 @@ class HostTool : public ::testing::Test {
   TemporaryFolder files;
 };
 
-TEST_F(HostTool, ShowsTheSlotsWithAgeAndKeyAndStopsCleanlyAtQuit) {
+TEST_F(HostTool, ListsSlotsWithAgesAndKeysAndStopsAtQuit) {
   ToolProcess host({"host", config(), "--no-page"});
   host.writeLine("set gain -6.5");
   host.waitLine("notification 1");
@@ -56,7 +56,7 @@ TEST_F(HostTool, ShowsTheSlotsWithAgeAndKeyAndStopsCleanlyAtQuit) {
   EXPECT_NE(host.errors().find("Completion queue flush ended"), std::string::npos);
 }
 
-TEST_F(HostTool, GetsSlotsByNameOfAllSets) {
+TEST_F(HostTool, GetsSlotsByNameFromAllSets) {
   const std::string path =
       files.write("same.conf", "[Meters]\nTarget=" + servers.metersTarget() +
                                    "\n[MetersInt]\nMeter=Key=a CustomKey=same\n"
@@ -72,7 +72,7 @@ TEST_F(HostTool, GetsSlotsByNameOfAllSets) {
   EXPECT_EQ(host.lines().size(), 3u);
 }
 
-TEST_F(HostTool, PrintsASlotWhenItsValueHasChanged) {
+TEST_F(HostTool, PrintsASlotWhenItsValueChanges) {
   ToolProcess host({"host", config(), "--no-page", "--watch"});
   EXPECT_EQ(host.waitLine("fast state"), "fast state ");
   EXPECT_EQ(host.waitLine("fast level"), "fast level -60.5");
@@ -84,7 +84,7 @@ TEST_F(HostTool, PrintsASlotWhenItsValueHasChanged) {
   EXPECT_EQ(host.waitLine("engine gain"), "engine gain 1");
   host.writeLine("quit");
   EXPECT_EQ(host.waitExit(), 0);
-  EXPECT_EQ(host.lines().size(), 5u + 1 + 2);  // all, the notification, the changes
+  EXPECT_EQ(host.lines().size(), 5u + 1 + 2);  // all slots, the notification, the changes
 }
 
 TEST_F(HostTool, WritesJsonLines) {
@@ -123,7 +123,7 @@ TEST_F(HostTool, WritesJsonLines) {
   EXPECT_EQ(host.waitExit(), 0);
 }
 
-TEST_F(HostTool, SendsWhatIsSetInOneNotification) {
+TEST_F(HostTool, SendsOneNotificationForEachSet) {
   ToolProcess host({"host", config(), "--no-page", "--set", "gain=-6.5", "--set", "delay=-3"});
   EXPECT_EQ(host.waitLine("notification"), "notification 1 gain -6.5 delay -3");
   EXPECT_EQ(
@@ -139,7 +139,7 @@ TEST_F(HostTool, SendsWhatIsSetInOneNotification) {
   EXPECT_EQ(host.waitExit(), 0);
 }
 
-TEST_F(HostTool, TakesTextsWithBlanksInQuotes) {
+TEST_F(HostTool, AcceptsQuotedTexts) {
   const std::string path = files.write(
       "text.conf", "[Meters]\nEnableFastMeters=false\nEnableSlowMeters=false\n[Engine]\nTarget=" +
                        servers.engineTarget() + "\n[EngineString]\nParam=Key=t CustomKey=title\n");
@@ -152,7 +152,7 @@ TEST_F(HostTool, TakesTextsWithBlanksInQuotes) {
   EXPECT_EQ(host.waitExit(), 0);
 }
 
-TEST_F(HostTool, ExplainsWhatItCannotDoAndGoesOn) {
+TEST_F(HostTool, ExplainsWrongCommandsAndContinues) {
   ToolProcess host({"host", config(), "--no-page"});
   for (const char* line :
        {"set gian 1", "set loudness 1", "set level 1", "set gain loud", "set delay 2147483648",
@@ -188,20 +188,20 @@ TEST_F(HostTool, ExplainsWhatItCannotDoAndGoesOn) {
             "gatewayctl: a quote is left open\n");
 }
 
-TEST_F(HostTool, CarriesOutALastLineWithoutItsEnd) {
+TEST_F(HostTool, CarriesOutAnUnterminatedLastLine) {
   ToolProcess host({"host", config(), "--no-page"});
   host.write("quit");
   host.closeInput();
   EXPECT_EQ(host.waitExit(), 0);
 }
 
-TEST_F(HostTool, ShowsNoColourWhereNobodySeesIt) {
+TEST_F(HostTool, ColoursNothingOffATerminal) {
   ToolProcess host({"host", config(), "--no-page", "--for", "0"});
   EXPECT_EQ(host.waitExit(), 0);
   EXPECT_EQ(host.errors().find('\x1b'), std::string::npos);
 }
 
-TEST_F(HostTool, CyclesAndTellsWhatIsLeft) {
+TEST_F(HostTool, ReportsWhatIsLeftAfterCycles) {
   ToolProcess host({"host", config(), "--no-page", "--cycles", "3"});
   EXPECT_EQ(host.waitExit(), 0);
   EXPECT_EQ(host.waitLine("cycles"), "cycles            3");
@@ -213,7 +213,7 @@ TEST_F(HostTool, CyclesAndTellsWhatIsLeft) {
   EXPECT_EQ(host.waitLine("violations"), "violations        0");
 }
 
-TEST_F(HostTool, FindsWhatAModuleKeeps) {
+TEST_F(HostTool, CountsWhatAModuleKeepsAfterCycles) {
   ToolProcess host({"host", "leak", "--module", PROBE_PATH, "--cycles", "2", "--json"});
   EXPECT_EQ(host.waitExit(), 1);
   const auto report = nlohmann::json::parse(host.waitLine("{"));
@@ -222,11 +222,11 @@ TEST_F(HostTool, FindsWhatAModuleKeeps) {
       report["not_returned"],
       (nlohmann::json{{"blocks", 2}, {"bytes", 48}, {"key_value_lists", 0}, {"callbacks", 0}}));
   EXPECT_EQ(report["violations"], nlohmann::json::array());
-  EXPECT_GE(report["threads"]["before"], 2);  // a sanitizer may have one, too
+  EXPECT_GE(report["threads"]["before"], 2);  // a sanitizer may have one as well
   EXPECT_EQ(report["descriptors"].size(), 3u);
 }
 
-TEST_F(HostTool, ComplainsOfWhatAModuleKeepsOrSpoils) {
+TEST_F(HostTool, ReportsWhatAModuleKeepsOrSpoils) {
   ToolProcess leaking({"host", "leak", "--no-page", "--module", PROBE_PATH, "--for", "0"});
   EXPECT_EQ(leaking.waitExit(), 1);
   EXPECT_NE(leaking.errors().find("gatewayctl: the module did not return 1 blocks with 24 bytes, 0 "
@@ -239,7 +239,7 @@ TEST_F(HostTool, ComplainsOfWhatAModuleKeepsOrSpoils) {
             "  bytes of the module's record that are the host's were changed");
 }
 
-TEST_F(HostTool, EndsItsCyclesAtASignal) {
+TEST_F(HostTool, EndsCyclesAtASignal) {
   ToolProcess host({"host", config(), "--no-page", "--cycles", "1000", "--for", "3600"});
   servers.waitEvent("open fast 1 ");
   host.signal(SIGINT);
@@ -247,7 +247,7 @@ TEST_F(HostTool, EndsItsCyclesAtASignal) {
   EXPECT_EQ(host.waitLine("cycles"), "cycles            1");
 }
 
-TEST_F(HostTool, EndsByItselfAndBySignals) {
+TEST_F(HostTool, EndsAtItsTimeAndAtSignals) {
   EXPECT_EQ(ToolProcess({"host", config(), "--for", "0"}).waitExit(), 0);
   for (const int signal : {SIGINT, SIGTERM}) {
     ToolProcess host({"host", config(), "--no-page"});
@@ -260,19 +260,19 @@ TEST_F(HostTool, EndsByItselfAndBySignals) {
 }
 
 // The engine service leaves the call unanswered, and the module's stop waits for it.
-TEST_F(HostTool, EndsAtOnceAtAFurtherSignal) {
+TEST_F(HostTool, EndsAtOnceAtASecondSignal) {
   servers.command("engine hold");
   ToolProcess host({"host", config(), "--no-page", "--set", "gain=1"});
   servers.waitEvent("SetParams 1 ");
   host.signal(SIGINT);
-  host.signal(SIGTERM);  // the same wish, from another side
+  host.signal(SIGTERM);  // the same request from another process
   host.waitError("gatewayctl: stopping takes its time; a further signal ends it at once\n");
   host.signal(SIGINT);
   EXPECT_EQ(host.waitExit(), 130);
   EXPECT_EQ(host.errors().find("Completion queue flush ended"), std::string::npos);
 }
 
-TEST_F(HostTool, RunsWhereItsLogCannotBeWritten) {
+TEST_F(HostTool, RunsWithoutAWritableLog) {
   for (const char* nowhere : {"2>/dev/full", "2>&-"}) {
     const std::string command = std::string(GATEWAYCTL_PATH) + " host " + config() +
                                 " --no-page --for 0 --set gain=1 </dev/null " + nowhere;
@@ -282,7 +282,7 @@ TEST_F(HostTool, RunsWhereItsLogCannotBeWritten) {
   }
 }
 
-TEST_F(HostTool, StopsTheModuleWhenNobodyTakesItsResults) {
+TEST_F(HostTool, StopsTheModuleWhenOutputFails) {
   for (const char* nowhere : {">/dev/full", ">&-"}) {
     const std::string log = files.path("log");
     const std::string command = std::string(GATEWAYCTL_PATH) + " host " + config() +
@@ -296,7 +296,7 @@ TEST_F(HostTool, StopsTheModuleWhenNobodyTakesItsResults) {
   }
 }
 
-TEST_F(HostTool, GoesOnWhenNobodyTypes) {
+TEST_F(HostTool, ContinuesAfterTheEndOfItsInput) {
   ToolProcess host({"host", config(), "--no-page", "--watch"});
   host.closeInput();
   EXPECT_EQ(host.waitLine("fast level"), "fast level -60.5");
@@ -304,7 +304,7 @@ TEST_F(HostTool, GoesOnWhenNobodyTypes) {
   EXPECT_EQ(host.waitExit(), 130);
 }
 
-TEST_F(HostTool, GivesOneForARefusedConfiguration) {
+TEST_F(HostTool, ExitsWithOneForARefusedConfiguration) {
   const std::string path = files.write("bad.conf", "[Meters]\nnonsense\n");
   ToolProcess host({"host", path, "--no-page"});
   EXPECT_EQ(host.waitExit(), 1);
@@ -315,20 +315,20 @@ TEST_F(HostTool, GivesOneForARefusedConfiguration) {
             std::string::npos);
 }
 
-TEST_F(HostTool, GivesOneForAModuleThatCannotBeLoaded) {
+TEST_F(HostTool, ExitsWithOneForAnUnloadableModule) {
   ToolProcess host({"host", config(), "--no-page", "--module", files.path("no.so")});
   EXPECT_EQ(host.waitExit(), 1);
   EXPECT_NE(host.errors().find("no.so"), std::string::npos) << host.errors();
 }
 
-TEST_F(HostTool, GivesOneForASettingOfAnUnknownSlotAndStopsTheModule) {
+TEST_F(HostTool, StopsTheModuleAndExitsWithOneForAnUnknownSlot) {
   ToolProcess host({"host", config(), "--no-page", "--set", "gian=1"});
   EXPECT_EQ(host.waitExit(), 1);
   EXPECT_NE(host.errors().find("no engine slot \"gian\""), std::string::npos);
   EXPECT_NE(host.errors().find("Completion queue flush ended"), std::string::npos);
 }
 
-TEST_F(HostTool, GivesTwoForWrongUse) {
+TEST_F(HostTool, ExitsWithTwoForWrongUse) {
   for (const std::vector<std::string>& arguments :
        std::vector<std::vector<std::string>>{{"host"},
                                              {"host", config(), "--name", std::string(32, 'x')},

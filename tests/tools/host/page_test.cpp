@@ -1,10 +1,7 @@
-// The live page of gatewayctl host, as browsers and programs use it: over HTTP, with the built
+// The live page of gatewayctl host over HTTP, as browsers and programs use it: with the built
 // program, its module and the simulator.
 #include <gtest/gtest.h>
 #include <httplib.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
@@ -21,10 +18,11 @@
 #include <thread>
 
 #include "meters.pb.h"
+#include "tests/support/RawConnection.h"
 #include "tests/support/SimProcess.h"
 #include "tests/support/TemporaryFolder.h"
-#include "tools/host/PageAccess.h"
 #include "tools/host/PageServer.h"
+#include "tools/host/PageSettings.h"
 
 namespace {
 
@@ -58,7 +56,7 @@ class EventStream {
     return event;
   }
 
-  // The next event of this name; others are passed over.
+  // The next event of this name; skips others.
   Event next(const std::string& name) {
     for (;;) {
       auto event = next();
@@ -139,6 +137,7 @@ class Page : public ::testing::Test {
 
   httplib::Client client() const { return httplib::Client(origin); }
 
+  std::string target() const { return origin.substr(7); }
   int port() const { return std::stoi(origin.substr(origin.rfind(':') + 1)); }
 
   httplib::Headers own() const { return {{"Origin", origin}}; }
@@ -155,7 +154,7 @@ class Page : public ::testing::Test {
   std::string origin;
 };
 
-TEST_F(Page, NeedsNothingFromElsewhereAndAllowsNothingElse) {
+TEST_F(Page, LoadsNothingFromOtherSites) {
   auto http = client();
   const auto page = http.Get("/");
   ASSERT_TRUE(page);
@@ -202,7 +201,7 @@ TEST_F(Page, ServesEveryModuleThatItsScriptsImport) {
   EXPECT_GT(names.size(), 5u);
 }
 
-TEST_F(Page, TellsWhatRuns) {
+TEST_F(Page, ReportsWhatRuns) {
   const auto result = client().Get("/api/status");
   ASSERT_TRUE(result);
   EXPECT_EQ(result->get_header_value("Content-Type"), "application/json");
@@ -222,17 +221,17 @@ TEST_F(Page, TellsWhatRuns) {
   EXPECT_FALSE(status["version"].get<std::string>().empty());
 }
 
-TEST_F(Page, TellsSlotsWithKeysAgesAndWhetherTheyMoved) {
+TEST_F(Page, ListsSlotsWithKeysAndAges) {
   EventStream events(origin);
   events.next("snapshot");
   servers.command("send fast " + levels({{"out.level", -12.5f}}));
   events.next("update");
   const auto result = client().Get("/api/slots");
   ASSERT_TRUE(result);
-  const Json told = Json::parse(result->body);
-  EXPECT_GT(told["time"], 1.6e9);
+  const Json listed = Json::parse(result->body);
+  EXPECT_GT(listed["time"], 1.6e9);
   std::map<std::string, Json> slots;
-  for (const Json& slot : told["slots"]) slots[slot["name"]] = slot;
+  for (const Json& slot : listed["slots"]) slots[slot["name"]] = slot;
   ASSERT_EQ(slots.size(), 6u);
   EXPECT_EQ(slots["level"]["value"], -12.5);
   EXPECT_EQ(slots["level"]["moved"], true);
@@ -244,7 +243,7 @@ TEST_F(Page, TellsSlotsWithKeysAgesAndWhetherTheyMoved) {
   EXPECT_EQ(slots["state"]["key"], "a \"b\" \\c");
 }
 
-TEST_F(Page, StreamsAPictureAndThenOnlyWhatHasChanged) {
+TEST_F(Page, StreamsASnapshotAndThenOnlyChanges) {
   EventStream events(origin);
   const auto first = events.next();
   ASSERT_TRUE(first);
@@ -263,7 +262,7 @@ TEST_F(Page, StreamsAPictureAndThenOnlyWhatHasChanged) {
 
   servers.command("send fast " + levels({{"out.level", -12.5f}}));
   EXPECT_EQ(events.next("update").data["slots"], Json({{indexOf("level"), -12.5}}));
-  // Written again as it was: no change.
+  // Writing the same value again is no change.
   servers.command("send fast " + levels({{"out.level", -12.5f}, {"in.level", NAN}}));
   const Json update = events.next("update").data;
   EXPECT_EQ(update["slots"], Json({{indexOf("input"), "nan"}}));
@@ -272,22 +271,22 @@ TEST_F(Page, StreamsAPictureAndThenOnlyWhatHasChanged) {
   EXPECT_FALSE(update.contains("notifications"));
 }
 
-TEST_F(Page, StreamsNotificationsOfAllOriginsAndSaysSoWhenItIsQuiet) {
+TEST_F(Page, StreamsQuietAndNotificationsFromTheTerminal) {
   EventStream events(origin);
   events.next("snapshot");
   EXPECT_EQ(events.next("quiet").data, nullptr);
   host->writeLine("set gain 3");
-  Json told;
-  while (!told.contains("slots") || !told.contains("notifications")) {
-    told.update(events.next("update").data);
+  Json news;
+  while (!news.contains("slots") || !news.contains("notifications")) {
+    news.update(events.next("update").data);
   }
-  ASSERT_EQ(told["notifications"].size(), 1u);
-  EXPECT_EQ(told["notifications"][0]["number"], 1);
-  EXPECT_EQ(told["notifications"][0]["changes"], Json({{{"name", "gain"}, {"value", "3"}}}));
-  EXPECT_EQ(told["slots"][0][1], 3.0);
+  ASSERT_EQ(news["notifications"].size(), 1u);
+  EXPECT_EQ(news["notifications"][0]["number"], 1);
+  EXPECT_EQ(news["notifications"][0]["changes"], Json({{{"name", "gain"}, {"value", "3"}}}));
+  EXPECT_EQ(news["slots"][0][1], 3.0);
 }
 
-TEST_F(Page, ServesSeveralStreamsAtATimeAndPacksNone) {
+TEST_F(Page, ServesSeveralStreamsUncompressed) {
   const httplib::Headers packing = {{"Accept-Encoding", "gzip, deflate, br"}};
   EventStream one(origin);
   EventStream two(origin, packing);
@@ -296,7 +295,7 @@ TEST_F(Page, ServesSeveralStreamsAtATimeAndPacksNone) {
   EXPECT_EQ(one.next("update").data["slots"], two.next("update").data["slots"]);
 }
 
-TEST_F(Page, RefusesMoreStreamsThanItHasRoomForAndStillAnswers) {
+TEST_F(Page, RefusesExcessStreamsAndStillAnswers) {
   std::deque<EventStream> streams;
   for (int i = 0; i < host::PageServer::maximalStreams; ++i) {
     streams.emplace_back(origin).next("snapshot");
@@ -306,14 +305,14 @@ TEST_F(Page, RefusesMoreStreamsThanItHasRoomForAndStillAnswers) {
   EXPECT_EQ(client().Get("/api/status")->status, 200);
 }
 
-TEST_F(Page, GivesTheRoomOfAStreamThatHasGoneToAnother) {
+TEST_F(Page, ReusesThePlaceOfAClosedStream) {
   {
     std::deque<EventStream> streams;
     for (int i = 0; i < host::PageServer::maximalStreams; ++i) {
       streams.emplace_back(origin).next("snapshot");
     }
   }
-  // The tool notices when it has something to say.
+  // The server may still see the old streams as open.
   std::optional<Event> event;
   const auto end = std::chrono::steady_clock::now() + patience;
   while (!event && std::chrono::steady_clock::now() < end) event = EventStream(origin).next();
@@ -337,7 +336,7 @@ TEST_F(Page, ChangesParametersInOneNotification) {
   EXPECT_EQ(status["notifications"], 1);
 }
 
-TEST_F(Page, RefusesChangesThatCannotBeMade) {
+TEST_F(Page, RefusesInvalidChanges) {
   const std::string shape = R"(the body has to be {"changes":[{"name":"out_gain","value":-6.5}]})";
   const std::vector<std::pair<std::string, std::string>> cases = {
       {"", "the body is not JSON"},
@@ -367,7 +366,7 @@ TEST_F(Page, RefusesChangesThatCannotBeMade) {
   EXPECT_EQ(Json::parse(client().Get("/api/status")->body)["notifications"], 0);
 }
 
-TEST_F(Page, TakesChangesFromItselfOnly) {
+TEST_F(Page, AcceptsChangesFromItselfOnly) {
   const std::string body = R"({"changes":[{"name":"gain","value":1}]})";
   const std::string error =
       "changes are taken from the page itself: a request needs the header \"Origin: " + origin +
@@ -390,7 +389,7 @@ TEST_F(Page, TakesChangesFromItselfOnly) {
   EXPECT_FALSE(servers.hasEvent("SetParams"));
 }
 
-TEST_F(Page, AnswersUnderAddressesOnly) {
+TEST_F(Page, AnswersOnlyAsAnAddressOrLocalhost) {
   for (const std::string& name : {std::string("127.0.0.1"), std::string("localhost:80"),
                                   std::string("[::1]:9"), std::string("192.0.2.7:8080")}) {
     EXPECT_EQ(client().Get("/api/status", {{"Host", name}})->status, 200) << name;
@@ -423,7 +422,7 @@ TEST_F(Page, RefusesWrongPathsMethodsAndSizes) {
   EXPECT_EQ(client().Post("/api/set", own(), most, "application/json")->status, 200);
   expectRefusal(client().Post("/api/set", own(), most + " ", "application/json"), 413,
                 "a body has at most 65536 bytes");
-  // The same for a body that does not tell its size before.
+  // The same for a body that comes in chunks, without its size in the header.
   const auto chunks = [&](std::size_t, httplib::DataSink& sink) {
     sink.write(most.data(), most.size());
     sink.write(" ", 1);
@@ -442,7 +441,7 @@ struct Sample {
   std::string value;
 };
 
-// Reads one line by the grammar of the text format 0.0.4; throws where it does not fit.
+// Reads one line by the grammar of the text format 0.0.4, and throws if it breaks it.
 class SampleReader {
  public:
   explicit SampleReader(const std::string& line) : line_(line) {}
@@ -504,7 +503,7 @@ class SampleReader {
   std::size_t at_ = 0;
 };
 
-// Every family once, its HELP and TYPE before its samples, no sample twice.
+// Also expects every family once, its HELP and TYPE before its samples, and no sample twice.
 std::vector<Sample> readMetrics(const std::string& text) {
   std::vector<Sample> samples;
   std::set<std::string> families;
@@ -538,7 +537,7 @@ std::string valueOf(const std::vector<Sample>& samples, const std::string& name,
   return "none";
 }
 
-TEST_F(Page, GivesMetrics) {
+TEST_F(Page, ReportsMetrics) {
   EventStream events(origin);
   events.next("snapshot");
   servers.command("send fast " + levels({{"out.level", -INFINITY}, {"in.level", -13.828327f}}));
@@ -579,7 +578,7 @@ TEST_F(Page, GivesMetrics) {
   EXPECT_EQ(infos, 1);
 }
 
-TEST_F(Page, ReplacesWhatIsNotUtf8AndKeepsMetricsApart) {
+TEST_F(Page, ReplacesInvalidUtf8AndKeepsMetricsDistinct) {
   host.reset();
   const std::string odd = files.write("odd.conf", "[Meters]\nTarget=" + servers.metersTarget() +
                                                       "\n[MetersFloat]\nMeter=Key=a\xff"
@@ -605,7 +604,7 @@ TEST_F(Page, ReplacesWhatIsNotUtf8AndKeepsMetricsApart) {
 
 // ---- Tokens ---------------------------------------------------------------------------------
 
-TEST_F(Page, WantsItsTokenInAnyOfThreeWays) {
+TEST_F(Page, AcceptsItsTokenInThreeForms) {
   host.reset();
   start({"--page", "127.0.0.1:0", "--token", "0123-abc_DEF"});
   const std::string error =
@@ -638,11 +637,11 @@ TEST_F(Page, WantsItsTokenInAnyOfThreeWays) {
   EXPECT_EQ(client().Get("/main.js", shown)->status, 200);
   EventStream events(origin, shown);
   events.next("snapshot");
-  // The token says who asks, not from which site: a change needs its Origin all the same.
+  // The token says who asks, not from which site: a change still needs its Origin.
   EXPECT_EQ(client().Post("/api/set", shown, "{}", "application/json")->status, 403);
 }
 
-TEST_F(Page, IsNotOpenedToOthersWithoutAToken) {
+TEST_F(Page, NeedsATokenToBeReachedByOthers) {
   const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
       {{"--page", "0.0.0.0:0"}, "0.0.0.0:0 can be reached by others: give the page a --token"},
       {{"--page", "[::]:0"}, "[::]:0 can be reached by others: give the page a --token"},
@@ -674,11 +673,10 @@ TEST_F(Page, ListensOnIpv6) {
 
 // ---- Beginning and end ----------------------------------------------------------------------
 
-TEST_F(Page, FailsIfThePortThatWasAskedForIsTaken) {
-  const std::string address = origin.substr(7);
-  ToolProcess second({"host", config(), "--page", address});
+TEST_F(Page, FailsIfTheRequestedPortIsTaken) {
+  ToolProcess second({"host", config(), "--page", target()});
   EXPECT_EQ(second.waitExit(), 1);
-  EXPECT_NE(second.errors().find("gatewayctl: the live page can't listen on " + address +
+  EXPECT_NE(second.errors().find("gatewayctl: the live page can't listen on " + target() +
                                  ": the port is taken. Give another one with --page, or --page "
                                  "127.0.0.1:0 for any free port\n"),
             std::string::npos)
@@ -686,62 +684,38 @@ TEST_F(Page, FailsIfThePortThatWasAskedForIsTaken) {
   EXPECT_NE(second.errors().find("Completion queue flush ended"), std::string::npos);
 }
 
-TEST_F(Page, IsLeftOutIfNotWanted) {
+TEST_F(Page, IsNotServedWithNoPage) {
   ToolProcess second({"host", config(), "--no-page"});
   second.writeLine("quit");
   EXPECT_EQ(second.waitExit(), 0);
   EXPECT_FALSE(second.hasLine("page "));
 }
 
-TEST_F(Page, TellsItsAddressAsJson) {
+TEST_F(Page, ReportsItsAddressAsJson) {
   ToolProcess second({"host", config(), "--page", "127.0.0.1:0", "--json"});
   const Json event = Json::parse(second.waitLine("{\"event\":\"page\""));
   EXPECT_TRUE(event["url"].get<std::string>().starts_with("http://127.0.0.1:"));
 }
 
-// A connection on which nothing, or not enough, is said.
-class SilentConnection {
- public:
-  SilentConnection(int port, const std::string& text) : socket_(socket(AF_INET, SOCK_STREAM, 0)) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    EXPECT_EQ(connect(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    EXPECT_EQ(write(socket_, text.data(), text.size()), static_cast<ssize_t>(text.size()));
-  }
-  ~SilentConnection() { close(socket_); }
-  SilentConnection(const SilentConnection&) = delete;
-  SilentConnection& operator=(const SilentConnection&) = delete;
+// All that the other side sends until it closes.
+std::string restOf(RawConnection& connection) {
+  const std::string text = connection.readToTheEnd();
+  EXPECT_EQ(connection.lastError(), 0) << "the connection was not closed";
+  return text;
+}
 
-  // All that is answered until the other side ends.
-  std::string answer() const {
-    const timeval limit{std::chrono::seconds(patience).count(), 0};
-    setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-    std::string text;
-    char buffer[1024];
-    for (ssize_t got; (got = read(socket_, buffer, sizeof buffer)) != 0;) {
-      if (got < 0) throw std::runtime_error("the connection was not closed");
-      text.append(buffer, static_cast<std::size_t>(got));
-    }
-    return text;
-  }
-
- private:
-  int socket_;
-};
-
-TEST_F(Page, TurnsIdleConnectionsAwayAndAnswersAgain) {
-  std::deque<SilentConnection> silent;
-  for (int i = 0; i < host::PageServer::maximalConnections; ++i) silent.emplace_back(port(), "");
-  const std::string answer = SilentConnection(port(), "").answer();
+TEST_F(Page, TurnsExcessConnectionsAwayAndRecovers) {
+  std::deque<RawConnection> idle;
+  for (int i = 0; i < host::PageServer::maximalConnections; ++i) idle.emplace_back(target());
+  RawConnection excess(target());
+  const std::string answer = restOf(excess);
   EXPECT_TRUE(answer.starts_with("HTTP/1.1 503 ")) << answer;
   const std::size_t body = answer.find("\r\n\r\n") + 4;
   EXPECT_EQ(Json::parse(answer.substr(body)), Json({{"error", "too many open connections"}}));
   EXPECT_NE(answer.find("Content-Length: " + std::to_string(answer.size() - body) + "\r\n"),
             answer.npos);
-  // Nobody else has the room of those that said nothing for too long.
-  for (const SilentConnection& each : silent) EXPECT_EQ(each.answer(), "");
+  // The idle ones are closed in the end.
+  for (RawConnection& each : idle) EXPECT_EQ(restOf(each), "");
   const auto end = std::chrono::steady_clock::now() + patience;
   int status = 0;
   while (status != 200 && std::chrono::steady_clock::now() < end) {
@@ -751,27 +725,31 @@ TEST_F(Page, TurnsIdleConnectionsAwayAndAnswersAgain) {
   EXPECT_EQ(status, 200);
 }
 
-TEST_F(Page, TakesAMissingLengthAsAnEmptyBody) {
-  const std::string post = "POST /api/set HTTP/1.1\r\nHost: " + origin.substr(7) + "\r\n";
+TEST_F(Page, TreatsAMissingLengthAsAnEmptyBody) {
+  const std::string post = "POST /api/set HTTP/1.1\r\nHost: " + target() + "\r\n";
   const std::string own = "Origin: " + origin + "\r\n";
   const std::string json = "Content-Type: application/json\r\n";
   const std::vector<std::pair<std::string, std::string>> cases = {
       {"", "HTTP/1.1 403 "}, {own, "HTTP/1.1 415 "}, {own + json, "HTTP/1.1 400 "}};
   for (const auto& [headers, status] : cases) {
-    const std::string answer = SilentConnection(port(), post + headers + "\r\n").answer();
+    RawConnection connection(target());
+    connection.write(post + headers + "\r\n");
+    const std::string answer = restOf(connection);
     EXPECT_TRUE(answer.starts_with(status)) << answer;
     EXPECT_EQ(answer.find("not whole"), answer.npos) << answer;
   }
 }
 
-TEST_F(Page, EndsWithAllThatIsOpen) {
+TEST_F(Page, StopsDespiteOpenConnections) {
   EventStream one(origin);
   EventStream two(origin);
   one.next("snapshot");
   two.next("snapshot");
-  const SilentConnection idle(port(), "");
-  const SilentConnection half(port(), "POST /api/set HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-");
-  const SilentConnection deaf(port(), "GET /api/events HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n");
+  const RawConnection idle(target());
+  RawConnection half(target());
+  half.write("POST /api/set HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-");
+  RawConnection deaf(target());
+  deaf.write("GET /api/events HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n");
   host->writeLine("quit");
   EXPECT_EQ(host->waitExit(), 0);
   while (const auto event = one.next()) EXPECT_NE(event->name, "snapshot");
@@ -779,7 +757,7 @@ TEST_F(Page, EndsWithAllThatIsOpen) {
   EXPECT_FALSE(client().Get("/"));
 }
 
-TEST_F(Page, EndsAlsoWhenInterrupted) {
+TEST_F(Page, StopsWhenInterrupted) {
   EventStream events(origin);
   events.next("snapshot");
   host->signal(SIGTERM);
@@ -824,8 +802,8 @@ TEST_F(ServedModule, StreamsEachLogLineOnce) {
   }
 }
 
-// Without asking for a port one gets the usual one, or another if that is taken.
-TEST_F(ServedModule, MovesToAnotherPortOnlyIfItMay) {
+// Nobody asked for the default port, so that any other will do if it is taken.
+TEST_F(ServedModule, MovesToAnotherPortOnlyIfAllowed) {
   const host::PageServer first(module, log, anyPort());
   EXPECT_FALSE(first.hasMoved());
   const auto taken = host::parsePageAddress(originOf(first).substr(7));
@@ -838,12 +816,11 @@ TEST_F(ServedModule, MovesToAnotherPortOnlyIfItMay) {
   EXPECT_EQ(httplib::Client(originOf(second)).Get("/")->status, 200);
 }
 
-// A browser that is stopped does not take what it gets: its buffers fill up, and then the tool
-// would wait for it.
-TEST_F(ServedModule, EndsWithAStreamThatNobodyReads) {
+// A suspended browser takes nothing from its connection, so that a write to it never finishes.
+TEST_F(ServedModule, StopsDespiteAReaderThatTakesNothing) {
   std::optional<host::PageServer> page(std::in_place, module, log, anyPort());
-  const int port = host::parsePageAddress(originOf(*page).substr(7)).port;
-  const SilentConnection deaf(port, "GET /api/events HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n");
+  RawConnection deaf(originOf(*page).substr(7));
+  deaf.write("GET /api/events HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n");
   EventStream heard(originOf(*page));
   heard.next("snapshot");
   const std::string text(1000000, 'x');

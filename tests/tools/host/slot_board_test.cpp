@@ -1,4 +1,4 @@
-// What the board finds out about slots by looking at their memory.
+// What the board learns about slots from their memory.
 #include "tools/host/SlotBoard.h"
 
 #include <gtest/gtest.h>
@@ -17,7 +17,7 @@ using standin::SlotSet;
 using standin::SlotValue;
 using namespace std::chrono_literals;
 
-// Two slots with memory of the test's own.
+// A board of two slots, whose memory is the test's.
 class Board : public ::testing::Test {
  protected:
   static Slot slotOf(SlotSet set, const char* name, std::uint32_t type, void* memory) {
@@ -30,7 +30,7 @@ class Board : public ::testing::Test {
 
   void write(const char* text) { std::strncpy(state, text, sizeof state); }
 
-  // A look some seconds after the first.
+  // Looks, that many seconds after the first look.
   void look(int seconds) { board.sample(begin + std::chrono::seconds(seconds)); }
 
   std::vector<std::size_t> changedSince(std::uint64_t look) const {
@@ -51,7 +51,7 @@ class Board : public ::testing::Test {
        {SlotSet::Slow, gateway::ValueType::String, 0, "state", false, "dsp state", ""}}};
 };
 
-TEST_F(Board, KnowsWhatASlotIsCalled) {
+TEST_F(Board, KnowsNamesAndKeys) {
   ASSERT_EQ(board.labels().size(), 2u);
   EXPECT_EQ(board.labels()[1].set, SlotSet::Slow);
   EXPECT_EQ(board.labels()[1].type, gateway::ValueType::String);
@@ -59,7 +59,7 @@ TEST_F(Board, KnowsWhatASlotIsCalled) {
   EXPECT_EQ(board.labels()[1].key, "dsp state");
 }
 
-TEST_F(Board, TakesTheFirstLookWhenItIsMade) {
+TEST_F(Board, TakesItsFirstLookAtOnce) {
   const auto states = board.states();
   EXPECT_EQ(states[0].value, SlotValue(-60.5f));
   EXPECT_EQ(states[1].value, SlotValue("ready"));
@@ -68,7 +68,7 @@ TEST_F(Board, TakesTheFirstLookWhenItIsMade) {
   EXPECT_EQ(board.changeCount(), 0u);
 }
 
-TEST_F(Board, FindsWhatHasChangedAndWhen) {
+TEST_F(Board, FindsWhatChangedAndWhen) {
   level = -12;
   look(5);
   EXPECT_EQ(levelState().value, SlotValue(-12.f));
@@ -89,7 +89,7 @@ TEST_F(Board, KeepsTheTimeOfTheLatestChange) {
   EXPECT_EQ(levelState().changes, 2u);
 }
 
-TEST_F(Board, TellsEachListenerWhatChangedSinceItsLastLook) {
+TEST_F(Board, ReportsChangesSinceAnyLook) {
   level = -12;
   look(1);
   const auto first = board.changesSince(0);
@@ -104,14 +104,14 @@ TEST_F(Board, TellsEachListenerWhatChangedSinceItsLastLook) {
   EXPECT_EQ(changedSince(board.changesSince(0).look), std::vector<std::size_t>{});
 }
 
-TEST_F(Board, SeesNoChangeInTheSameNotANumber) {
+TEST_F(Board, SeesNoChangeInTheSameNan) {
   level = std::numeric_limits<float>::quiet_NaN();
   look(1);
   look(2);
   EXPECT_EQ(levelState().changes, 1u);
 }
 
-TEST_F(Board, SeesAChangeOfSignInAZero) {
+TEST_F(Board, SeesAChangeOfAZerosSign) {
   level = 0.f;
   look(1);
   level = -0.f;
@@ -119,14 +119,7 @@ TEST_F(Board, SeesAChangeOfSignInAZero) {
   EXPECT_EQ(levelState().changes, 2u);
 }
 
-TEST_F(Board, WakesWhoWaitsForALook) {
-  EXPECT_FALSE(board.waitForLook(1, 0ms));
-  look(1);
-  EXPECT_TRUE(board.waitForLook(1, 0ms));
-  EXPECT_FALSE(board.waitForLook(2, 0ms));
-}
-
-TEST_F(Board, TellsNoKeysIfTheConfigurationHasOtherSlots) {
+TEST_F(Board, OmitsKeysIfTheConfigurationHasOtherSlots) {
   const SlotBoard other(
       {slotOf(SlotSet::Fast, "level", SONALITH_SLOT_FLOAT, &level)},
       {{SlotSet::Fast, gateway::ValueType::Float, 0, "renamed", false, "out.level", 0.f}});

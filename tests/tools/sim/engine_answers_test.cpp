@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <asio/io_context.hpp>
+#include <boost/asio/io_context.hpp>
 #include <chrono>
 #include <memory>
 
@@ -33,7 +33,7 @@ class Watcher final : public sim::CallListener {
 };
 
 TEST(EngineAnswers, DropACallThatHasEnded) {
-  asio::io_context loop;
+  boost::asio::io_context loop;
   sim::EngineAnswers answers(loop);
   answers.change({.replies = false});
   const sim::PlayerSettings settings;

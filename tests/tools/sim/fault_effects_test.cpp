@@ -1,8 +1,8 @@
 // What each fault does to a client, on the wire.
 #include <gtest/gtest.h>
 
-#include <asio/io_context.hpp>
-#include <asio/ip/tcp.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -17,7 +17,7 @@
 
 namespace {
 
-using asio::ip::tcp;
+using boost::asio::ip::tcp;
 using grpc::StatusCode;
 using sonalith::grpc::AnyValue;
 using sonalith::grpc::Meter;
@@ -334,8 +334,8 @@ TEST(FaultEffect, BadRepliesCannotBeParsed) {
 TEST(FaultEffect, ComesAgainAfterItCouldNotBeCarriedOut) {
   auto sim = simWith({"every 2: refuse meters", "at 4.5: empty fast"});
   sim.process().waitLine("fault 2.000 refuse meters");
-  asio::io_context loop;
-  tcp::acceptor other(loop, {asio::ip::address_v4::loopback(), portOf(sim.metersTarget())});
+  boost::asio::io_context loop;
+  tcp::acceptor other(loop, {boost::asio::ip::address_v4::loopback(), portOf(sim.metersTarget())});
   sim.process().waitLine("fault 4.500 empty fast");
   other.close();
   sim.process().waitLine("fault 6.000 refuse meters");

@@ -2,8 +2,8 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
-#include <asio/io_context.hpp>
-#include <asio/ip/tcp.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
 #include <string>
 
 #include "tests/tools/sim/SimTest.h"
@@ -11,7 +11,7 @@
 
 namespace {
 
-using asio::ip::tcp;
+using boost::asio::ip::tcp;
 
 // While this lives, the process can't open anything.
 class NoDescriptors {
@@ -34,17 +34,17 @@ class NoDescriptors {
 };
 
 TEST(Relay, AcceptsAgainAfterRunningOutOfDescriptors) {
-  asio::io_context loop;
-  tcp::acceptor server(loop, {asio::ip::address_v4::loopback(), 0});
+  boost::asio::io_context loop;
+  tcp::acceptor server(loop, {boost::asio::ip::address_v4::loopback(), 0});
   sim::Relay relay(loop, SimProcess::anyPort, "--meters", server.local_endpoint().port());
   tcp::socket client(loop, tcp::v4());
-  client.connect({asio::ip::address_v4::loopback(), portOf(relay.address())});
+  client.connect({boost::asio::ip::address_v4::loopback(), portOf(relay.address())});
   {
     const NoDescriptors none;
     ASSERT_EQ(loop.run_one_for(patience), 1U);
   }
   bool arrived = false;
-  server.async_accept([&](asio::error_code error, const tcp::socket&) {
+  server.async_accept([&](boost::system::error_code error, const tcp::socket&) {
     arrived = !error;
     loop.stop();
   });

@@ -1,0 +1,32 @@
+#include "tools/common/Json.h"
+
+#include <fmt/format.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <variant>
+
+namespace tools {
+namespace {
+
+struct ToJson {
+  nlohmann::json operator()(float value) const {
+    const std::string text = fmt::format("{}", value);
+    if (!std::isfinite(value)) return text;
+    // The double nearest to the shortest text prints as that text; the float's own would not.
+    return std::strtod(text.c_str(), nullptr);
+  }
+
+  template <class T>
+  nlohmann::json operator()(const T& value) const {
+    return value;
+  }
+};
+
+}  // namespace
+
+nlohmann::json jsonOf(const standin::SlotValue& value) {
+  return std::visit(ToJson{}, value);
+}
+
+}  // namespace tools

@@ -1,0 +1,106 @@
+// The transport of the live page: HTTP/1.1 on one address. It passes requests to a handler and
+// sends the answers; it does not know what is served, nor to whom.
+//
+// A connection carries one request. The client has two seconds to send it, within the limits below,
+// and loses the connection when it takes nothing of the answer for five seconds. When all
+// connections are taken, a further one is answered 503 and closed at once.
+//
+// Threads: made and destroyed by one thread. One thread of the server's own serves all connections
+// and calls the handler and its streams, so these should be quick.
+// Ownership: the handler is borrowed, and must outlive the server. The server owns the streams.
+#pragma once
+
+#include <boost/beast/http/message.hpp>
+#include <boost/beast/http/string_body.hpp>
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace host {
+
+namespace http = boost::beast::http;
+
+using HttpRequest = http::request<http::string_body>;
+using HttpResponse = http::response<http::string_body>;
+
+// The percent-decoded path of a request, and the first parameter of that name in its query. Any
+// thread.
+std::string pathOf(const HttpRequest& request);
+std::optional<std::string> parameterOf(const HttpRequest& request, std::string_view name);
+
+// Why a request is not carried out.
+struct HttpRefusal : std::runtime_error {
+  HttpRefusal(http::status code, const std::string& reason)
+      : std::runtime_error(reason), status(code) {}
+  http::status status;
+};
+
+// An endless body, sent piece by piece until the connection ends.
+class HttpStream {
+ public:
+  virtual ~HttpStream() = default;
+  // The next piece; empty if there is nothing new. Called at the beginning, and after `wakeStreams`
+  // once the client has taken the piece before.
+  virtual std::string next() = 0;
+  // A piece to send after two seconds without any, so that each side notices when the other one
+  // has gone.
+  virtual std::string quiet() = 0;
+};
+
+struct HttpAnswer {
+  HttpAnswer(HttpResponse response_, std::unique_ptr<HttpStream> stream_ = nullptr)
+      : response(std::move(response_)), stream(std::move(stream_)) {}
+
+  HttpResponse response;
+  std::unique_ptr<HttpStream> stream;  // instead of the response's body; null for none
+};
+
+class HttpHandler {
+ public:
+  // May throw HttpRefusal; any other exception becomes an internal server error.
+  virtual HttpAnswer answer(const HttpRequest& request) = 0;
+  // The response to a refusal, which comes from `answer` or from the server itself.
+  virtual HttpResponse refuse(const HttpRefusal& refusal) = 0;
+
+ protected:
+  ~HttpHandler() = default;
+};
+
+class HttpServer {
+ public:
+  static constexpr std::size_t headLimit = 16384;  // bytes of request line and header
+  static constexpr std::size_t bodyLimit = 65536;  // bytes
+
+  // Listens when this returns; clients that connect wait for `start`. `address` is an IP address
+  // without brackets, or a name; port 0 takes any free one. Throws boost::system::system_error if
+  // it can't listen there.
+  HttpServer(HttpHandler& handler, const std::string& address, int port, int maximalConnections);
+  // Ends every connection at once, whatever it waits for.
+  ~HttpServer();
+  HttpServer(const HttpServer&) = delete;
+  HttpServer& operator=(const HttpServer&) = delete;
+
+  // The actual port. Any thread.
+  int port() const;
+
+  // Begins to serve. To be called once.
+  void start();
+
+  // Has every open stream send its next piece. Any thread; does not wait.
+  void wakeStreams();
+
+  // The number of open streams. For the handler only.
+  int streamCount() const;
+
+ private:
+  class Connection;
+  struct State;
+
+  std::unique_ptr<State> state_;
+};
+
+}  // namespace host
