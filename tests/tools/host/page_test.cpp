@@ -651,7 +651,7 @@ TEST_F(Page, IsNotOpenedToOthersWithoutAToken) {
       {{"--page", "8080"}, "\"8080\" is not ADDRESS:PORT"},
       {{"--page", "127.0.0.1:65536"}, "is not ADDRESS:PORT"},
       {{"--page", "example.com:80"}, "is not ADDRESS:PORT"},
-      {{"--page", "127.0.0.1:0", "--no-page"}, "--page excludes --no-page"},
+      {{"--page", "127.0.0.1:0", "--no-page"}, "--page can't be combined with --no-page"},
   };
   for (const auto& [arguments, error] : cases) {
     std::vector<std::string> all = {"host", config()};
@@ -678,7 +678,7 @@ TEST_F(Page, FailsIfThePortThatWasAskedForIsTaken) {
   const std::string address = origin.substr(7);
   ToolProcess second({"host", config(), "--page", address});
   EXPECT_EQ(second.waitExit(), 1);
-  EXPECT_NE(second.errors().find("gatewayctl: the live page can't listen on " + address +
+  EXPECT_NE(second.errors().find("gatewayctl host: the live page can't listen on " + address +
                                  ": the port is taken. Give another one with --page, or --page "
                                  "127.0.0.1:0 for any free port\n"),
             std::string::npos)
