@@ -1,7 +1,7 @@
 # What `cmake --install` puts where, in three components:
 #
 #   module  the module, its manual pages (docs/man), a sample configuration
-#   tools   gatewayctl, its manual pages (docs/man) and completions
+#   tools   gatewayctl, its manual pages (docs/man) and its completions
 #   dev     for authors: the boundary to the host with a CMake package and a pkg-config file, the
 #           schema files, examples
 #
@@ -29,14 +29,35 @@ file(INSTALL DESTINATION \"\${folder}\" TYPE FILE RENAME grpc-gateway.conf.examp
 
 if(GATEWAY_TOOLS)
   install(TARGETS gatewayctl RUNTIME COMPONENT tools)
-  # Where each shell looks for those of packages.
-  set(completions ${PROJECT_SOURCE_DIR}/completions)
-  install(FILES ${completions}/gatewayctl.bash RENAME gatewayctl COMPONENT tools
-          DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
-  install(FILES ${completions}/_gatewayctl COMPONENT tools
-          DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
-  install(FILES ${completions}/gatewayctl.fish COMPONENT tools
-          DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d)
+endif()
+
+# gatewayctl itself prints its completions, and its manual pages for docs/man: the build runs it.
+set(gatewayctl_runs ${GATEWAY_TOOLS})
+if(GATEWAY_TOOLS AND CMAKE_CROSSCOMPILING AND NOT CMAKE_CROSSCOMPILING_EMULATOR)
+  set(gatewayctl_runs OFF)
+  message(STATUS "Completions and manual pages of gatewayctl: left out (this machine can't run it; "
+                 "set CMAKE_CROSSCOMPILING_EMULATOR to a program that can)")
+endif()
+if(gatewayctl_runs)
+  set(completions ${PROJECT_BINARY_DIR}/completions)
+  file(MAKE_DIRECTORY ${completions})
+  # completion(SHELL FILE FOLDER): FOLDER is where the shell looks for the scripts of packages.
+  function(completion shell file folder)
+    add_custom_command(
+      OUTPUT ${completions}/${file}
+      COMMAND gatewayctl completion ${shell} > ${completions}/${file}
+      DEPENDS gatewayctl
+      COMMENT "Writing the completion of ${shell}"
+      VERBATIM)
+    install(FILES ${completions}/${file} DESTINATION ${CMAKE_INSTALL_DATADIR}/${folder}
+            COMPONENT tools)
+  endfunction()
+  completion(bash gatewayctl bash-completion/completions)
+  completion(fish gatewayctl.fish fish/vendor_completions.d)
+  completion(zsh _gatewayctl zsh/vendor-completions)
+  add_custom_target(
+    completions ALL DEPENDS ${completions}/gatewayctl ${completions}/gatewayctl.fish
+                            ${completions}/_gatewayctl)
 endif()
 
 # The boundary is a header alone, the same for every processor.

@@ -1,5 +1,5 @@
 #!/usr/bin/env -S python3 -B
-"""Checks that every gatewayctl command that a document or manual page shows on its own line works.
+"""Checks that every gatewayctl command works that a document or manual shows on a line of its own.
 
 Usage: commands_test.py GATEWAYCTL SOURCE_FOLDER
 
@@ -17,6 +17,7 @@ from concurrent.futures import ThreadPoolExecutor
 
 import markdown
 from checklist import check, end
+from help_text import help_of, subcommands
 
 GATEWAYCTL, SOURCE = (pathlib.Path(path).resolve() for path in sys.argv[1:3])
 COMMAND = re.compile(r"(?:build/)?gatewayctl (?:check|demo|discover|host|sim)\b.*")
@@ -24,10 +25,10 @@ COMMAND = re.compile(r"(?:build/)?gatewayctl (?:check|demo|discover|host|sim)\b.
 LONGEST_RUN = 120
 
 
-def commands_of(path):
+def commands_of(text):
     """Yields the commands in code blocks, which are indented or fenced."""
     fenced = False
-    for line in path.read_text().replace("\\\n", " ").splitlines():
+    for line in re.sub(r"\\\n\s*", "", text).splitlines():
         if line.startswith("```"):
             fenced = not fenced
         elif (fenced or line.startswith("    ")) and COMMAND.fullmatch(line.strip()):
@@ -77,9 +78,13 @@ def simulator():
 
 
 found = {}
-for document in (*markdown.documents(SOURCE), *(SOURCE / "docs/man").glob("*.scd")):
-    for each in commands_of(document):
-        found.setdefault(each, document.relative_to(SOURCE))
+texts = {path.relative_to(SOURCE): path.read_text()
+         for path in (*markdown.documents(SOURCE), *(SOURCE / "docs/man").glob("*.scd"))}
+for each in subcommands(GATEWAYCTL):
+    texts[f"gatewayctl {each} --help"] = help_of(GATEWAYCTL, each)
+for where, text in texts.items():
+    for each in commands_of(text):
+        found.setdefault(each, where)
 check(f"the documents show enough commands: {len(found)}", len(found) >= 15)
 with tempfile.TemporaryDirectory() as folder:
     os.chdir(folder)

@@ -1,165 +1,171 @@
 #!/usr/bin/env -S python3 -B
-"""The completions of a shell offer the sub-commands, options, rules and files that there are.
+"""Checks what a shell offers with its completion script: the sub-commands, options, words and files
+that there are, and no option that can't be combined with those already given.
 
-Usage: completions_test.py GATEWAYCTL COMPLETIONS_FOLDER bash|zsh|fish SHELL
-
-The shell itself is asked. Of zsh, which completes at a terminal only, it is what the completion
-hands to the functions that would.
+Usage: completions_test.py GATEWAYCTL bash|zsh|fish SHELL
 """
 
+import contextlib
 import os
 import pathlib
-import re
+import pty
 import subprocess
 import sys
 import tempfile
+import threading
 
 from checklist import check, check_same, end
-from help_text import SUBCOMMANDS, help_of, rules_of
+from help_text import options_of, subcommands
 
-GATEWAYCTL, COMPLETIONS = (pathlib.Path(path).resolve() for path in sys.argv[1:3])
-SHELL, PROGRAM = sys.argv[3:5]
+GATEWAYCTL, NAME, PROGRAM = pathlib.Path(sys.argv[1]).resolve(), *sys.argv[2:4]
 FILE = "a-file-of-the-test"
-# Who takes files: the sub-command's own arguments, or an option's.
-TAKE_FILES = {("check",), ("host",), ("host", "--module"), ("sim", "--config"),
-              ("sim", "--fault-plan")}
-TAKE_RULES = {("check", "--allow"), ("check", "--explain")}
+# Sub-commands whose arguments are files.
+TAKE_FILES = {"check", "host"}
+ENVIRONMENT = dict(os.environ, PATH=f"{GATEWAYCTL.parent}:{os.environ['PATH']}", TERM="dumb")
 
 BASH = """
-source $COMPLETIONS/gatewayctl.bash
+source <(gatewayctl completion bash)
 COMP_WORDS=("$@") COMP_CWORD=$(($# - 1))
 _gatewayctl
 printf '%s\\n' "${COMPREPLY[@]}"
 """
 FISH = """
-source $COMPLETIONS/gatewayctl.fish
+gatewayctl completion fish | source
 complete --do-complete=(string join -- ' ' $argv | string collect --allow-empty)
 """
-# _describe and compadd get names of arrays, _arguments its specifications.
+# zsh reads a script as users do, or finds it in a folder as that of a package.
+ZSH_WAYS = {
+    "user": "autoload -Uz compinit && compinit -D -u && source <(gatewayctl completion zsh)",
+    "package": "gatewayctl completion zsh >_gatewayctl && fpath=($PWD $fpath)\n"
+               "autoload -Uz compinit && compinit -D -u",
+}
+# It completes at a terminal only. At the Tab key this writes the matches instead of showing them.
 ZSH = """
-_arguments() { print -rl -- "$@" }
-_describe() { print -rl -- ${(P)2} }
-compadd() { print -rl -- ${(P)2} }
-compdef() { }
-words=("$@") CURRENT=$# PREFIX=${@[-1]}
-source $COMPLETIONS/_gatewayctl
+compadd() {
+  local -a found
+  if [[ ${@[1,(i)(-|--)]} == *-[OAD]* ]]; then
+    builtin compadd "$@"
+  else
+    builtin compadd -O found "$@"
+    print -rl -- $found >>$MATCHES
+  fi
+}
+capture() {
+  zle list-matches
+  print -- END >>$MATCHES
+  BUFFER=
+}
+zle -C list-matches list-choices _main_complete
+zle -N capture
+bindkey '^I' capture
 """
 
 
-def run(*arguments, script):
-    environment = dict(os.environ, COMPLETIONS=str(COMPLETIONS),
-                       PATH=f"{GATEWAYCTL.parent}:{os.environ['PATH']}", HOME=os.getcwd())
-    # bash and zsh take the first argument behind the script for their own name.
-    start = {"bash": ["--norc", "-c", script, "bash"], "zsh": ["-f", "-c", script, "zsh"],
-             "fish": ["--no-config", "-c", script]}[SHELL]
-    done = subprocess.run([PROGRAM, *start, *arguments], stdout=subprocess.PIPE, check=False,
-                          stderr=subprocess.PIPE, text=True, env=environment)
-    check(f"{SHELL} completes {arguments} without a word: {done.stderr}", not done.stderr)
-    return [line for line in done.stdout.splitlines() if line]
+class Script:
+    """bash or fish. Each question starts a shell that runs a script."""
 
-
-class Asked:
-    """What the shell offers behind some words."""
-
-    def __init__(self, script):
-        self.script = script
+    def __init__(self, start):
+        self.start = start
 
     def offered(self, *words):
-        lines = run("gatewayctl", *words, script=self.script)
-        return {line.split("\t")[0] for line in lines}
-
-    def subcommands(self):
-        return {word for word in self.offered("") if not word.startswith("-")}
-
-    def options(self, *subcommand):
-        return self.offered(*subcommand, "--") | self.offered(*subcommand, "-")
-
-    def takes_value(self, subcommand, option):
-        # Where a value belongs no option is offered.
-        return not self.offered(subcommand, option, "-") & self.options(subcommand)
-
-    def has_files(self, *words):
-        return FILE in self.offered(*words, "a-f")
-
-    def rules(self, *words):
-        return self.offered(*words, "")
-
-
-class Fish(Asked):
-    """It offers options where a value belongs, too, if the word begins like one."""
-
-    def takes_value(self, subcommand, option):
-        if option == "-h":
-            return False
-        all_lines = run(script="source $COMPLETIONS/gatewayctl.fish\ncomplete gatewayctl")
-        lines = [line for line in all_lines
-                 if f" -l {option.removeprefix('--')} " in line
-                 and (f"'__gatewayctl_at {subcommand}'" in line or option == "--help")]
-        check(f"fish: {subcommand} {option} stands once", len(lines) == 1)
-        return any(re.search("--(exclusive|force-files|require-parameter) ", line)
-                   for line in lines)
+        done = subprocess.run([PROGRAM, *self.start, "gatewayctl", *words], stdout=subprocess.PIPE,
+                              check=False, stderr=subprocess.PIPE, text=True, env=ENVIRONMENT)
+        check(f"{NAME} completes {words} without a message: {done.stderr}", not done.stderr)
+        return {line.split("\t")[0] for line in done.stdout.splitlines() if line}
 
 
 class Zsh:
-    """What the completion says to _arguments."""
+    """One zsh at a terminal of its own. Each question is typed there."""
 
-    SPECIFICATION = re.compile(r"(?:\([^)]*\))?\*?(-[\w-]+)\[[^]]*\](.*)")
+    def __init__(self, way):
+        home = os.getcwd()
+        matches = os.path.join(home, f"matches.{way}")
+        os.mkfifo(matches)
+        pathlib.Path(".zshrc").write_text(ZSH_WAYS[way] + ZSH)
+        self.terminal, inside = pty.openpty()
+        self.shell = subprocess.Popen(
+            [PROGRAM, "-d", "-i"], stdin=inside, stdout=inside, stderr=inside,
+            env=dict(ENVIRONMENT, ZDOTDIR=home, MATCHES=matches), start_new_session=True)
+        os.close(inside)
+        # Also for writing, so that it does not end between two matches.
+        self.matches = os.fdopen(os.open(matches, os.O_RDWR))
+        threading.Thread(target=self.drain, daemon=True).start()
 
-    def specifications(self, *words):
-        lines = run("gatewayctl", *words, "-", script=ZSH)
-        return {found[1]: found[2] for found in map(self.SPECIFICATION.fullmatch, lines) if found}
+    def drain(self):
+        """Reads what the shell shows: a terminal that nobody reads stops it."""
+        with contextlib.suppress(OSError):
+            while os.read(self.terminal, 65536):
+                pass
 
-    def subcommands(self):
-        return {line.split(":")[0] for line in run("gatewayctl", "", script=ZSH)}
+    def end(self):
+        os.write(self.terminal, b"exit\n")
+        self.shell.wait()
 
-    def options(self, *subcommand):
-        return set(self.specifications(*subcommand))
-
-    def takes_value(self, subcommand, option):
-        return bool(self.specifications(subcommand).get(option))
-
-    def has_files(self, subcommand, option=None):
-        if option:
-            return self.specifications(subcommand)[option].endswith(":_files")
-        lines = run("gatewayctl", subcommand, "", script=ZSH)
-        return any(re.match(r"\*?:.*:_files$", line) for line in lines)
-
-    def rules(self, subcommand, option):
-        if not self.specifications(subcommand)[option].endswith(":_gatewayctl_rules"):
-            return set()
-        asked = ZSH + "_arguments() { }\n_gatewayctl_rules"
-        return set(run("gatewayctl", subcommand, "", script=asked.replace(
-            "source $COMPLETIONS/_gatewayctl", "source $COMPLETIONS/_gatewayctl >/dev/null")))
+    def offered(self, *words):
+        os.write(self.terminal, (" ".join(("gatewayctl", *words)) + "\t").encode())
+        return {line for line in iter(lambda: self.matches.readline().rstrip("\n"), "END") if line}
 
 
-def check_subcommand(shell, *subcommand):
-    known = help_of(GATEWAYCTL, *subcommand).options
-    where = f"{SHELL}: options of gatewayctl {' '.join(subcommand)}"
-    check_same(where, [name for option in known for name in option.names],
-               shell.options(*subcommand))
-    for option in known if subcommand else ():
+def options(shell, *words):
+    return {word for word in shell.offered(*words, "-") | shell.offered(*words, "--")
+            if word.startswith("-")}
+
+
+def check_value(shell, subcommand, option, name):
+    """Checks what the shell offers after an option."""
+    offered = shell.offered(subcommand, name, "")
+    takes_file = option.value == "FILE"
+    check(f"{NAME}: {subcommand} {name} takes a file or not: {offered}",
+          (FILE in offered) == takes_file or not option.value)
+    if option.value == "RULE":
+        check(f"{NAME}: {subcommand} {name} takes a rule: {offered}",
+              {"bad-line", "rate-off"} <= offered)
+    elif option.value and not takes_file and not option.value.startswith("["):
+        check_same(f"{NAME}: nothing is offered for {subcommand} {name}", (), offered)
+
+
+def check_subcommand(shell, subcommand):
+    known = options_of(GATEWAYCTL, subcommand)
+    check_same(f"{NAME}: options of {subcommand}",
+               {name for option in known for name in option.names}, options(shell, subcommand))
+    check(f"{NAME}: {subcommand} takes files or not",
+          (FILE in shell.offered(subcommand, "a-f")) == (subcommand in TAKE_FILES))
+    for option in known:
         for name in option.names:
-            words = (*subcommand, name)
-            # One that may stand without its value has options offered behind it.
-            if name != "--strict-pings":
-                check(f"{SHELL}: {words} takes a value or not",
-                      shell.takes_value(*words) == option.takes_value)
-            if option.takes_value:
-                check(f"{SHELL}: {words} takes a file or not",
-                      shell.has_files(*words) == (words in TAKE_FILES))
-            if words in TAKE_RULES:
-                check_same(f"{SHELL}: rules behind {words}", rules_of(GATEWAYCTL),
-                           shell.rules(*words))
+            check_value(shell, subcommand, option, name)
+
+
+def check_exclusions(shell):
+    left = options(shell, "host", "--cycles", "2")
+    check_same(f"{NAME}: options beside host --cycles", (),
+               left & {"--watch", "--set", "--page", "--token"})
+    check(f"{NAME}: others are left: {left}", {"--json", "--for", "--module"} <= left)
+    left = options(shell, "sim", "--seed", "2")
+    check(f"{NAME}: sim --seed leaves no --commands: {left}",
+          "--commands" not in left and "--json" in left)
+
+
+def check_all(shell):
+    names = subcommands(GATEWAYCTL)
+    check_same(f"{NAME}: sub-commands", names, shell.offered(""))
+    check_same(f"{NAME}: options of gatewayctl", {"-h", "--help", "--version"}, options(shell))
+    for name in names:
+        check_subcommand(shell, name)
+    check_same(f"{NAME}: shells", {"bash", "fish", "zsh"}, shell.offered("completion", ""))
+    check_exclusions(shell)
 
 
 with tempfile.TemporaryDirectory() as folder:
     os.chdir(folder)
+    ENVIRONMENT["HOME"] = folder
     pathlib.Path(FILE).touch()
-    the_shell = {"bash": Asked(BASH), "fish": Fish(FISH), "zsh": Zsh()}[SHELL]
-    check_same(f"{SHELL}: sub-commands", SUBCOMMANDS, the_shell.subcommands())
-    check_subcommand(the_shell)
-    for each in SUBCOMMANDS:
-        check_subcommand(the_shell, each)
-        check(f"{SHELL}: {each} takes files or not",
-              the_shell.has_files(each) == ((each,) in TAKE_FILES))
+    if NAME == "zsh":
+        for each in ZSH_WAYS:
+            zsh = Zsh(each)
+            check_all(zsh)
+            zsh.end()
+    else:
+        # bash takes the first argument after the script for its own name.
+        check_all(Script({"bash": ["--norc", "-c", BASH, "bash"],
+                          "fish": ["--no-config", "-c", FISH]}[NAME]))
 end()

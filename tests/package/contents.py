@@ -11,6 +11,7 @@ TOOLS = {
     "share/bash-completion/completions/gatewayctl",
     "share/fish/vendor_completions.d/gatewayctl.fish",
     "share/man/man1/gatewayctl-check.1",
+    "share/man/man1/gatewayctl-completion.1",
     "share/man/man1/gatewayctl-demo.1",
     "share/man/man1/gatewayctl-discover.1",
     "share/man/man1/gatewayctl-host.1",

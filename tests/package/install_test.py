@@ -62,13 +62,17 @@ def check_system(root):
 def check_tools(prefix):
     """The tools work from wherever the files are, even outside the prefix."""
     gatewayctl = prefix / "bin/gatewayctl"
-    help_text = run(gatewayctl, "host", "--help")
-    check(f"gatewayctl finds the installed module: {help_text}",
-          str(prefix / LIBDIR / "sonalith/modules/grpc-gateway.so") in "".join(help_text.split()))
+    hosted = run(gatewayctl, "host", prefix / contents.SAMPLE, "--cycles", "1")
+    check(f"gatewayctl finds the installed module: {hosted}", "cycles            1" in hosted)
     shown = run(gatewayctl, "demo", "--for", "2", "--no-page", "--set", "out_gain=-6.5")
     check(f"values move: {shown}", "fast out_level -" in shown)
     check(f"a change arrives: {shown}", "SetParams 1 out.gain float -6.5" in shown)
     run(gatewayctl, "check", prefix / contents.SAMPLE)
+    for shell, script in (("bash", "bash-completion/completions/gatewayctl"),
+                          ("fish", "fish/vendor_completions.d/gatewayctl.fish"),
+                          ("zsh", "zsh/vendor-completions/_gatewayctl")):
+        check(f"the completion of {shell} is installed",
+              (prefix / "share" / script).read_text() == run(gatewayctl, "completion", shell))
 
 
 def check_consumer(prefix, folder):

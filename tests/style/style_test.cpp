@@ -107,9 +107,10 @@ const std::vector<Room> rooms = {
      {"src/host/", "proto/", "src/sanitizers/", "src/standin/", module + "ValueType",
       "tools/common/"}},
     {"tools/demo/", {"src/standin/", "tools/common/"}},
+    {"tools/manual/", {"tools/common/"}},
     {"tools/gatewayctl",
      {"tools/sim/", "tools/host/", "tools/check/", "tools/discover/", "tools/demo/",
-      "tools/common/"}},
+      "tools/manual/", "tools/common/"}},
     // Benchmarks must not depend on tools or tests.
     {"bench/",
      {"src/host/", "proto/", "src/standin/", module + "ConfigManager", module + "GatewaySlots",

@@ -1,6 +1,6 @@
 #include "tools/check/check.h"
 
-#include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,21 +17,21 @@
 #include <string>
 #include <vector>
 
+#include "manual.h"
 #include "standin/Host.h"
 #include "standin/MemoryFile.h"
 #include "tools/check/Checker.h"
 #include "tools/check/Report.h"
+#include "tools/common/ExitCode.h"
 #include "tools/common/Json.h"
+#include "tools/common/ManualText.h"
 #include "tools/common/Output.h"
 #include "tools/common/Suggestion.h"
 
 namespace check {
 namespace {
 
-constexpr int accepted = 0;
-constexpr int refused = 1;
-constexpr int wrongUse = 2;
-constexpr int acceptedWithWarnings = 3;
+using tools::ExitCode;
 
 struct Options {
   std::vector<std::string> files;
@@ -79,14 +79,16 @@ Checked checkFile(const std::string& file, const Options& options) {
 }
 
 int exitCodeOf(const Checked& checked, bool strict) {
-  if (checked.verdict == Verdict::Unreadable) return wrongUse;
-  if (checked.verdict == Verdict::Refused) return refused;
-  return strict && checked.count(Severity::Warning) > 0 ? acceptedWithWarnings : accepted;
+  if (checked.verdict == Verdict::Unreadable) return ExitCode::WrongUse;
+  if (checked.verdict == Verdict::Refused) return ExitCode::Failed;
+  return strict && checked.count(Severity::Warning) > 0 ? ExitCode::AcceptedWithWarnings
+                                                        : ExitCode::Done;
 }
 
 // The worst exit code of several files counts.
 int worse(int a, int b) {
-  constexpr std::array<int, 4> fromWorst = {wrongUse, refused, acceptedWithWarnings, accepted};
+  constexpr std::array<int, 4> fromWorst = {ExitCode::WrongUse, ExitCode::Failed,
+                                            ExitCode::AcceptedWithWarnings, ExitCode::Done};
   return *std::find_if(fromWorst.begin(), fromWorst.end(),
                        [&](int code) { return code == a || code == b; });
 }
@@ -96,17 +98,16 @@ void reportContradiction(const Checked& checked) {
   const bool isRefused = checked.verdict == Verdict::Refused;
   if (checked.verdict == Verdict::Unreadable) return;
   if (isRefused == (checked.count(Severity::Error) > 0)) return;
-  fmt::print(stderr,
-             "gatewayctl check: {}: the module {} this file, but the diagnostics say otherwise\n",
-             checked.file, isRefused ? "refuses" : "accepts");
+  tools::say("check", fmt::format("{}: the module {} this file, but the diagnostics say otherwise",
+                                  checked.file, isRefused ? "refuses" : "accepts"));
   for (const ModuleLine& line : checked.log) {
-    fmt::print(stderr, "gatewayctl check: {}: the module logs: {}\n", checked.file, line.text);
+    tools::say("check", fmt::format("{}: the module logs: {}", checked.file, line.text));
   }
 }
 
 void print(const Checked& checked, const Options& options) {
   if (checked.verdict == Verdict::Unreadable) {
-    fmt::print(stderr, "gatewayctl check: can't check {}: {}\n", checked.file, checked.reason);
+    tools::say("check", fmt::format("can't check {}: {}", checked.file, checked.reason));
   }
   if (options.json) return;
   tools::writeOut(textOf(checked, tools::showsColours(STDOUT_FILENO)));
@@ -117,7 +118,7 @@ void print(const Checked& checked, const Options& options) {
 
 int run(const Options& options) {
   const standin::Host host({.keepRecords = false});
-  int code = accepted;
+  int code = ExitCode::Done;
   nlohmann::json files = nlohmann::json::array();
   for (const std::string& file : options.files) {
     const Checked checked = checkFile(file, options);
@@ -131,91 +132,70 @@ int run(const Options& options) {
     tools::writeOut(tools::jsonText(document, 2) + "\n");
   }
   if (!tools::outputFailed()) return code;
-  fmt::print(stderr, "gatewayctl check: can't write to standard output\n");
-  return wrongUse;
+  tools::say("check", "can't write to standard output");
+  return ExitCode::WrongUse;
 }
 
 // ---- Command line -----------------------------------------------------------------------------
 
-std::string manual() {
-  return "Reads configuration files as the module does and tells what it will make of them, before "
-         "the\nengine does: for each file the diagnostics in the order of its lines, and the "
-         "verdict. It changes\nnothing. - is standard input. docs/configuration.md is the manual "
-         "of the files.\n\n"
-         "  FILE:LINE:COLUMN: error|warning|note: what is the matter; what to do [rule]\n\n"
-         "Errors make the module refuse the configuration. Warnings are about what it reads "
-         "otherwise than\nit looks; --allow RULE switches those of a rule off. Columns count bytes "
-         "from 1. Colours are used\non a terminal, unless NO_COLOR is set.\n\n"
-         "With --slots, the slots that the host will see follow: POSITION is that in the list of "
-         "the set and\nthe type, and a GENERATED name stands for a missing CustomKey.\n\n"
-         "With --json, standard output is one document:\n"
-         "  version    1\n"
-         "  exit_code  that of the program\n"
-         "  files      an array of\n"
-         "    file, verdict    accepted, refused or unreadable\n"
-         "    reason           why it is unreadable, or null\n"
-         "    errors, warnings, notes, omitted   how many; omitted are not listed\n"
-         "    diagnostics      an array of rule, severity, file, line, column, length (bytes), "
-         "text,\n"
-         "                     remedy, section, read_at (FILE:LINE that named a dedicated file),\n"
-         "                     source (the line); line, column, section, read_at, source may be "
-         "null\n"
-         "    slots            an array of set (fast, slow, engine), position, type, name,\n"
-         "                     generated, key, default (null in the set engine)\n"
-         "    module_log       an array of level, text: what the module logs, the first 50 "
-         "lines\n\n"
-         "Examples:\n"
-         "  gatewayctl check /etc/sonalith/grpc-gateway.conf.example --slots\n"
-         "  gatewayctl check --strict --allow rate-off /etc/sonalith/*.conf\n"
-         "  gatewayctl check --explain duplicate-key\n\n"
-         "Exit codes: 0 accepted, 1 refused, 2 wrong use or a file that can't be read, 3 accepted "
-         "with\nwarnings under --strict. Of several files the worst counts: 2, 1, 3, 0.";
+std::string checkRule(const std::string& name) {
+  if (ruleOf(name) != nullptr) return {};
+  return fmt::format("there is no rule \"{}\"{} (--list-rules prints them all)", name,
+                     tools::didYouMean(name, ruleNames()));
 }
 
-const RuleText& knownRule(const std::string& option, const std::string& name) {
-  if (const RuleText* const rule = ruleOf(name)) return *rule;
-  throw CLI::ValidationError(
-      option, fmt::format("there is no rule \"{}\"{} (--list-rules prints them all)", name,
-                          tools::didYouMean(name, ruleNames())));
+std::string checkAllowed(const std::string& name) {
+  const RuleText* const rule = ruleOf(name);
+  if (rule == nullptr) return checkRule(name);
+  if (canBeAllowed(rule->weight)) return {};
+  return fmt::format("{} is not a warning and can't be switched off", name);
 }
 
-void allow(Options& options, const std::vector<std::string>& names) {
-  for (const std::string& name : names) {
-    const RuleText& rule = knownRule("--allow", name);
-    if (!canBeAllowed(rule.weight)) {
-      throw CLI::ValidationError(
-          "--allow", fmt::format("{} is not a warning and can't be switched off", name));
-    }
-    options.allowed.insert(rule.rule);
+// The names of rules as CLI11 describes the choices of an option.
+std::string rulesThat(bool (*fit)(Weight)) {
+  std::vector<std::string_view> names;
+  for (const RuleText& rule : allRules()) {
+    if (fit(rule.weight)) names.push_back(rule.name);
   }
+  return fmt::format("{{{}}}", fmt::join(names, ","));
 }
 
 int obey(const Options& options) {
   if (options.listRules) {
     fmt::print("{}", ruleList());
   } else if (!options.explained.empty()) {
-    fmt::print("{}", explanationOf(knownRule("--explain", options.explained)));
+    fmt::print("{}", explanationOf(*ruleOf(options.explained)));
   } else if (options.files.empty()) {
-    throw CLI::ValidationError("FILE", "name a configuration file, or - for standard input");
+    throw CLI::ValidationError(
+        "FILE is missing: name a configuration file, or - for standard input");
   } else {
     return run(options);
   }
-  return accepted;
+  return ExitCode::Done;
 }
 
 void addOptions(CLI::App& command, Options& options) {
-  command.add_option("FILE", options.files, "Configuration files; - is standard input");
-  command.add_flag("--strict", options.strict, "End with 3 if there are warnings");
-  command.add_flag("--json", options.json, "Write one JSON document");
-  command.add_flag("--slots", options.slots, "Print the slots that the host will see");
+  command.add_option("FILE", options.files, "The configuration files. \"-\" is standard input.")
+      ->type_name("FILE");
+  command.add_flag("--strict", options.strict, "End with exit code 3 if there are warnings.");
+  command.add_flag("--json", options.json, "Print one JSON document.");
+  command.add_flag("--slots", options.slots, "Print the slots that the host will see.");
   command
       .add_option_function<std::vector<std::string>>(
-          "--allow", [&](const auto& names) { allow(options, names); },
-          "Pass over the warnings of a rule; may be repeated")
+          "--allow",
+          [&](const auto& names) {
+            for (const std::string& name : names) options.allowed.insert(ruleOf(name)->rule);
+          },
+          "Ignore the warnings of a rule. Can be repeated.")
       ->type_name("RULE")
-      ->allow_extra_args(false);
-  command.add_flag("--list-rules", options.listRules, "Print all rules");
-  command.add_option("--explain", options.explained, "Explain a rule")->type_name("RULE");
+      ->allow_extra_args(false)
+      ->check(checkAllowed, rulesThat(canBeAllowed));
+  command.add_flag("--list-rules", options.listRules, "Print all rules, and nothing else.");
+  command
+      .add_option("--explain", options.explained,
+                  "Print the explanation of a rule, and nothing else.")
+      ->type_name("RULE")
+      ->check(checkRule, rulesThat([](Weight) { return true; }));
 }
 
 }  // namespace
@@ -224,8 +204,8 @@ void addOptions(CLI::App& command, Options& options) {
 void addCheck(CLI::App& app, int& exitCode) {
   const auto options = std::make_shared<check::Options>();
   CLI::App* const command =
-      app.add_subcommand("check", "Explains what the module makes of configuration files");
+      app.add_subcommand("check", "Explain what the module makes of configuration files");
   check::addOptions(*command, *options);
-  command->footer(check::manual());
+  command->footer(tools::manualOf(check::manual_txt));
   command->callback([options, &exitCode] { exitCode = check::obey(*options); });
 }

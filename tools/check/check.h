@@ -1,9 +1,10 @@
 // gatewayctl check: says whether the module will accept a configuration, and explains why.
+// manual.txt is the manual.
 #pragma once
 
 #include <CLI/CLI.hpp>
 
-// Adds the sub-command. After it has run, `exitCode` holds the program's exit code: 0 accepted,
-// 1 refused, 2 wrong use or a file that can't be read, 3 accepted with warnings under --strict.
-// Throws CLI::ParseError for wrong use.
+// Adds the sub-command to `app`. If it is on the command line, parsing runs it to completion on the
+// calling thread and stores its exit code. Both arguments must outlive the parsing. Throws
+// CLI::ParseError for wrong use.
 void addCheck(CLI::App& app, int& exitCode);

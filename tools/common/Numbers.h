@@ -1,7 +1,10 @@
 // Numbers that users write. Any thread.
 #pragma once
 
+#include <fmt/format.h>
+
 #include <charconv>
+#include <concepts>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -20,7 +23,19 @@ std::optional<Number> numberIn(std::string_view text) {
   return number;
 }
 
-// Nothing if the text is a number from `least` to `most`; otherwise a message that says so.
-std::string checkNumber(std::string_view text, double least, double most);
+// A check of an option's value, as CLI11 wants it: the function returns an error message, or nothing
+// if the text is a number from `least` to `most`. For integral types it takes whole numbers.
+template <typename Number>
+auto numbersFrom(Number least, Number most) {
+  return [=](const std::string& text) -> std::string {
+    const auto number = numberIn<Number>(text);
+    if (number && *number >= least && *number <= most) return {};
+    if constexpr (std::integral<Number>) {
+      return fmt::format("\"{}\" is not a whole number from {} to {}", text, least, most);
+    } else {
+      return fmt::format("\"{}\" is not a number from {:.10} to {:.10}", text, least, most);
+    }
+  };
+}
 
 }  // namespace tools

@@ -1,5 +1,6 @@
 #include "tools/common/Output.h"
 
+#include <fmt/format.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -28,6 +29,11 @@ bool outputFailed() noexcept {
 
 void writeError(std::string_view text) noexcept {
   write(text, stderr);
+}
+
+void say(std::string_view subcommand, std::string_view text) {
+  const std::string_view blank = subcommand.empty() ? "" : " ";
+  writeError(fmt::format("gatewayctl{}{}: {}\n", blank, subcommand, text));
 }
 
 bool showsColours(int descriptor) {

@@ -16,6 +16,10 @@ bool outputFailed() noexcept;
 // Writes to standard error. Text that can't be written is lost.
 void writeError(std::string_view text) noexcept;
 
+// Writes a message to standard error: "gatewayctl SUBCOMMAND: TEXT", or "gatewayctl: TEXT" if
+// `subcommand` is empty.
+void say(std::string_view subcommand, std::string_view text);
+
 // Whether output to `descriptor` may use colours: it is a terminal, and NO_COLOR is unset or empty.
 bool showsColours(int descriptor);
 

@@ -13,6 +13,7 @@
 #include <string_view>
 #include <utility>
 
+#include "tools/common/ExitCode.h"
 #include "tools/common/Numbers.h"
 #include "tools/common/Output.h"
 
@@ -64,7 +65,6 @@ SignalDescriptor::~SignalDescriptor() {
 }
 
 void SignalDescriptor::watch() const {
-  constexpr int interruptedCode = 130;
   constexpr std::chrono::seconds sameWish(1);
   std::optional<Clock::time_point> first;
   bool hasHinted = false;
@@ -81,7 +81,7 @@ void SignalDescriptor::watch() const {
     }
     signalfd_siginfo signal;
     if (sources[0].revents == 0 || read(signals_, &signal, sizeof signal) < 0) continue;
-    if (isLater) _exit(interruptedCode);
+    if (isLater) _exit(Interrupted);
     if (!first) first = Clock::now();
     eventfd_write(arrived_, 1);
   }

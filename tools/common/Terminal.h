@@ -29,8 +29,8 @@ std::string checkSeconds(const std::string& text);
 // thread.
 //
 // A user who asks twice doesn't wait: a further signal, a second or more after the first, ends the
-// process at once with code 130. (Within a second both a terminal and a parent may deliver the same
-// request.) A dedicated thread ensures this, whatever the others are blocked in.
+// process at once with ExitCode::Interrupted. (Within a second both a terminal and a parent may
+// deliver the same request.) A dedicated thread ensures this, whatever the others are blocked in.
 class SignalDescriptor {
  public:
   // Throws std::runtime_error if the system runs out of descriptors.

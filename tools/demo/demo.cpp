@@ -18,33 +18,18 @@
 #include <vector>
 
 #include "example.h"
+#include "manual.h"
 #include "standin/MemoryFile.h"
 #include "tools/common/ChildProcess.h"
+#include "tools/common/ExitCode.h"
+#include "tools/common/ManualText.h"
 #include "tools/common/Output.h"
 #include "tools/common/Terminal.h"
 
 namespace demo {
 namespace {
 
-constexpr char manual[] =
-    "Example: watch values move, and a change arrive at the simulator\n"
-    "  gatewayctl demo --set out_gain=-6.5\n"
-    "\n"
-    "Runs two processes: the simulator of both services, at ports of its own, and the module in a\n"
-    "stand-in for the engine, with examples/grpc-gateway.conf. The lines on standard output are\n"
-    "those of `gatewayctl host`, and what the simulator was sent:\n"
-    "  fast out_level -23.4\n"
-    "  simulator: SetParams 1 out.gain float -6.5\n"
-    "Standard input takes the commands of `gatewayctl host`, such as: set out_gain -6.5\n"
-    "\n"
-    "--for, --set, --page, --no-page and --watch-rate are passed on to `gatewayctl host`, whose\n"
-    "--help tells more of them; its --watch is given too, unless there is --no-watch. No other\n"
-    "options of host or of `gatewayctl sim` are taken. It ends by Ctrl-C, by quit or by --for.\n"
-    "\n"
-    "Exit codes: that of the host, which are 0 done, 1 the run failed, 2 wrong use, 130\n"
-    "interrupted.";
-
-constexpr int interruptedCode = 130;
+using tools::ExitCode;
 
 struct Options {
   std::vector<std::string> settings;
@@ -54,10 +39,6 @@ struct Options {
   bool noPage = false;
   bool noWatch = false;
 };
-
-void say(std::string_view text) {
-  tools::writeError(fmt::format("gatewayctl demo: {}\n", text));
-}
 
 // ---- The two processes ----------------------------------------------------------------------
 
@@ -161,9 +142,10 @@ class Demo {
 
   int run() {
     const auto addresses = awaitAddresses();
-    if (!addresses) return interruptedCode;
+    if (!addresses) return ExitCode::Interrupted;
     const standin::MemoryFile config(exampleFor(*addresses));
-    say("running. Try: set out_gain -6.5 (the simulator shows what arrives); slots; quit.");
+    tools::say("demo",
+               "running. Try: set out_gain -6.5 (the simulator shows what arrives); slots; quit.");
     tools::ChildProcess host(ownProgram(), hostArguments(options_, config.path()), {});
     attend(host);
     simulator_.kill();
@@ -217,8 +199,9 @@ void Demo::attend(const tools::ChildProcess& host) {
     if (output.revents == 0) continue;
     passOn();
     if (!simulator_.lines().ended()) continue;
-    say("the simulator is gone: " + simulator_.explainEnd() +
-        ". Values and changes no longer arrive. End the demo with Ctrl-C or quit.");
+    tools::say("demo",
+               "the simulator is gone: " + simulator_.explainEnd() +
+                   ". Values and changes no longer arrive. End the demo with Ctrl-C or quit.");
     output.fd = -1;
   }
 }
@@ -231,29 +214,27 @@ void Demo::passOn() {
 
 int Demo::exitCodeOf(int hostExit) {
   constexpr int firstOfSignals = 128;
-  if (hostExit < firstOfSignals || hostExit == interruptedCode) return hostExit;
-  say("the host is gone: " + tools::describeExit(hostExit));
-  return 1;
+  if (hostExit < firstOfSignals || hostExit == ExitCode::Interrupted) return hostExit;
+  tools::say("demo", "the host is gone: " + tools::describeExit(hostExit));
+  return ExitCode::Failed;
 }
 
 }  // namespace
 }  // namespace demo
 
 void addDemo(CLI::App& app, int& exitCode) {
-  auto* command =
-      app.add_subcommand("demo", "Runs the module between simulated services, to see it work");
+  auto* command = app.add_subcommand("demo", "Run the module between simulated services");
   const auto options = std::make_shared<demo::Options>();
-  command->footer(demo::manual);
-  command->add_option("--for", options->seconds, "End by itself after so long")
-      ->type_name("SECONDS");
-  command->add_option("--set", options->settings, "Change engine slots right after the start")
+  command->footer(tools::manualOf(demo::manual_txt));
+  command->add_option("--for", options->seconds, "Stop after this time.")->type_name("SECONDS");
+  command->add_option("--set", options->settings, "Change engine slots right after the start.")
       ->type_name("NAME=VALUE");
-  auto* page = command->add_option("--page", options->page, "Where to serve the live page")
+  auto* page = command->add_option("--page", options->page, "Where to serve the live page.")
                    ->type_name("ADDRESS:PORT");
-  command->add_flag("--no-page", options->noPage, "Serve no live page")->excludes(page);
+  command->add_flag("--no-page", options->noPage, "Serve no live page.")->excludes(page);
   auto* rate = command->add_option("--watch-rate", options->watchRate,
-                                   "Changes printed per second and slot at most");
+                                   "Print at most N changes of a slot per second.");
   rate->type_name("N")->capture_default_str();
-  command->add_flag("--no-watch", options->noWatch, "Print no changes")->excludes(rate);
+  command->add_flag("--no-watch", options->noWatch, "Print no changes.")->excludes(rate);
   command->callback([options, &exitCode] { exitCode = demo::Demo(*options).run(); });
 }

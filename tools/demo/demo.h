@@ -1,7 +1,7 @@
 // gatewayctl demo: the simulator and the host side by side, with the example configuration.
 //
-// Both are processes of their own and meet over the network, as real ones do. Its `--help` is its
-// manual: demo.cpp describes the options.
+// Both are processes of their own and meet over the network, as real ones do. manual.txt is the
+// manual.
 #pragma once
 
 #include <CLI/CLI.hpp>

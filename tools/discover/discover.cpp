@@ -11,8 +11,11 @@
 #include <string_view>
 #include <vector>
 
+#include "manual.h"
 #include "standin/Host.h"
+#include "tools/common/ExitCode.h"
 #include "tools/common/Json.h"
+#include "tools/common/ManualText.h"
 #include "tools/common/Numbers.h"
 #include "tools/common/Output.h"
 #include "tools/common/Terminal.h"
@@ -28,29 +31,7 @@ using nlohmann::ordered_json;
 using standin::SlotSet;
 using tools::Arrival;
 using tools::Clock;
-
-constexpr char manual[] =
-    "Example: write a configuration for all that a server sends within half a minute\n"
-    "  gatewayctl discover 127.0.0.1:50005 --for 30 > grpc-gateway.conf\n"
-    "\n"
-    "Keys that come rarely need a longer time. What can't be carried stands as a comment with the\n"
-    "reason. A stream that fails is told of on standard error and in a comment; the other one is\n"
-    "written all the same. Only a whole configuration is written, which has been read back as the\n"
-    "module reads it; an interrupted run writes nothing.\n"
-    "\n"
-    "With --json it writes one document instead, also if nothing came (exit code 1) or nothing of\n"
-    "it can be carried:\n"
-    "  target, seconds   as given\n"
-    "  streams           of each: rate (fast, slow), messages, unreadable\n"
-    "  problems          what went wrong with streams, a text each\n"
-    "  keys              fast before slow and first seen first, of each: rate, key, type, types,\n"
-    "                    messages (in which it was), carried, then reason if it is not, and\n"
-    "                    customKey if it has one\n"
-    "type is string, int, uint, float, double, \"float array\", \"int array\", \"uint array\", "
-    "none\n"
-    "(no value) or several; types has them all.\n"
-    "\n"
-    "Exit codes: 0 done, 1 nothing came that could be written, 2 wrong use, 130 interrupted.";
+using tools::ExitCode;
 
 struct Options {
   std::string target;
@@ -58,10 +39,6 @@ struct Options {
   bool customKeys = false;
   bool json = false;
 };
-
-void say(std::string_view text) {
-  tools::writeError(fmt::format("gatewayctl discover: {}\n", text));
-}
 
 // ---- Listening ------------------------------------------------------------------------------
 
@@ -122,7 +99,7 @@ std::string configurationOf(const Options& options, Draft draft,
   draft.remarks.insert(draft.remarks.end(), problems.begin(), problems.end());
   std::string text = textOf(draft);
   standin::Host host{{.keepRecords = false}};
-  host.setLogSink([](const standin::LogLine& line) { say(line.text); });
+  host.setLogSink([](const standin::LogLine& line) { tools::say("discover", line.text); });
   checkReadsBack(draft, text);
   return text;
 }
@@ -134,34 +111,34 @@ void write(const std::string& text) {
 
 int failWithoutKeys(const Options& options, const Heard& heard,
                     const std::vector<std::string>& problems) {
-  for (const auto& problem : problems) say(problem);
+  for (const auto& problem : problems) tools::say("discover", problem);
   if (options.json) write(documentOf(options, {}, heard, problems));
-  return 1;
+  return ExitCode::Failed;
 }
 
 int failWithoutEntries(const Draft& draft) {
-  say("nothing is written, because the module can carry none of the keys that came:");
+  tools::say("discover",
+             "nothing is written, because the module can carry none of the keys that came:");
   for (const Finding& finding : draft.findings) {
-    say(fmt::format("{} {}: {}.", nameOf(finding.seen.rate), shown(finding.seen.key),
-                    finding.omitted));
+    tools::say("discover", fmt::format("{} {}: {}.", nameOf(finding.seen.rate),
+                                       shown(finding.seen.key), finding.omitted));
   }
-  return 1;
+  return ExitCode::Failed;
 }
 
 int report(const Options& options, const Heard& heard) {
   const auto problems = problemsOf(options.target, options.seconds, heard);
   const auto keys = heard.sightings.keys();
   if (keys.empty()) return failWithoutKeys(options, heard, problems);
-  for (const auto& problem : problems) say("warning: " + problem);
+  for (const auto& problem : problems) tools::say("discover", "warning: " + problem);
   const Draft draft = draftOf(options.target, keys, options.customKeys);
   if (!options.json && !draft.hasEntries()) return failWithoutEntries(draft);
   write(options.json ? documentOf(options, draft, heard, problems)
                      : configurationOf(options, draft, problems));
-  return 0;
+  return ExitCode::Done;
 }
 
 int run(const Options& options) {
-  constexpr int interruptedCode = 130;
   // Before any thread starts, because threads inherit which signals are blocked.
   const tools::SignalDescriptor signals;
   // Without grpc_shutdown: that can wait ten seconds for one of gRPC's threads, which the end of
@@ -172,21 +149,15 @@ int run(const Options& options) {
   const auto deadline = tools::momentIn(options.seconds);
   Listener listener(options.target);
   if (waitForEnd(signals, listener, deadline) == Ending::Interrupted) {
-    say("interrupted; nothing is written");
-    return interruptedCode;
+    tools::say("discover", "interrupted; nothing is written");
+    return ExitCode::Interrupted;
   }
   return report(options, listener.finish());
 }
 
 // ---- Command line ---------------------------------------------------------------------------
 
-// Checks for CLI11: they return an error message, or nothing.
-std::string checkSeconds(const std::string& text) {
-  constexpr double shortest = 0.001;
-  constexpr double longest = 86400;
-  return tools::checkNumber(text, shortest, longest);
-}
-
+// A check for CLI11: it returns an error message, or nothing.
 std::string checkTarget(const std::string& text) {
   const std::string complaint = complaintAboutTarget(text);
   if (complaint.empty()) return {};
@@ -199,20 +170,19 @@ std::string checkTarget(const std::string& text) {
 }  // namespace discover
 
 void addDiscover(CLI::App& app, int& exitCode) {
-  auto* command = app.add_subcommand(
-      "discover", "Listens to a meter server and writes a configuration with all that it sends");
+  auto* command =
+      app.add_subcommand("discover", "Write a configuration for all that a meter server sends");
   const auto options = std::make_shared<discover::Options>();
-  command->footer(discover::manual);
-  command->add_option("TARGET", options->target, "The meter server, such as 127.0.0.1:50005")
+  command->footer(tools::manualOf(discover::manual_txt));
+  command->add_option("TARGET", options->target, "The meter server, such as 127.0.0.1:50005.")
       ->required()
-      ->type_name("")
       ->check(discover::checkTarget, "");
-  command->add_option("--for", options->seconds, "How long to listen")
+  command->add_option("--for", options->seconds, "How long to listen.")
       ->type_name("SECONDS")
-      ->check(discover::checkSeconds, "")
+      ->check(tools::numbersFrom(0.001, 86400.0), "")
       ->capture_default_str();
   command->add_flag("--custom-keys", options->customKeys,
-                    "Name each slot after its key, by CustomKey=");
-  command->add_flag("--json", options->json, "Write what was seen as a JSON document instead");
+                    "Name each slot after its key, with CustomKey=.");
+  command->add_flag("--json", options->json, "Write a JSON document about what arrived instead.");
   command->callback([options, &exitCode] { exitCode = discover::run(*options); });
 }

@@ -1,7 +1,7 @@
 // gatewayctl discover: listens to a meter server, and writes a configuration for everything that it
 // sends.
 //
-// Its `--help` is its manual: discover.cpp describes the options and the JSON document.
+// manual.txt is the manual.
 #pragma once
 
 #include <CLI/CLI.hpp>

@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "tools/common/ManualText.h"
 #include "tools/common/Suggestion.h"
 #include "tools/common/Words.h"
 
@@ -23,11 +24,11 @@ struct Console::Command {
 };
 
 const std::array<Console::Command, 4> Console::Command::all{{
-    {"slots", "", "all slots with value, age and key", &Console::slots},
-    {"get", "NAME...", "the slots of these names, of all sets", &Console::get},
-    {"set", "NAME VALUE [NAME VALUE]...", "change engine slots, in one notification",
+    {"slots", "", "Print all slots with their values, ages and keys.", &Console::slots},
+    {"get", "NAME...", "Print the slots of these names, in all sets.", &Console::get},
+    {"set", "NAME VALUE [NAME VALUE]...", "Change engine slots, all in one notification.",
      &Console::set},
-    {"quit", "", "stop the module and end", &Console::quit},
+    {"quit", "", "Stop the module and end the program.", &Console::quit},
 }};
 
 const Console::Command& Console::Command::of(const std::string& name) {
@@ -43,10 +44,12 @@ const Console::Command& Console::Command::of(const std::string& name) {
 }
 
 std::string Console::manual() {
+  constexpr std::size_t column = 34;
   std::string text;
   for (const Command& command : Command::all) {
-    text += fmt::format("  {:<31} {}\n", fmt::format("{} {}", command.name, command.arguments),
-                        command.effect);
+    const char* const blank = command.arguments.empty() ? "" : " ";
+    text += tools::manualEntry(fmt::format("{}{}{}", command.name, blank, command.arguments),
+                               command.effect, column);
   }
   return text;
 }

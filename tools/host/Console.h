@@ -13,7 +13,7 @@ namespace host {
 
 class Console {
  public:
-  // The commands, a line each, for people.
+  // The commands, as entries of the manual.
   static std::string manual();
 
   // Both are borrowed for its life.

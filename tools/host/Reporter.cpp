@@ -120,7 +120,7 @@ void Reporter::notified(const Notification& notification) const {
 }
 
 void Reporter::complain(const std::string& text) const {
-  tools::writeError(fmt::format("gatewayctl: {}\n", tools::printable(text)));
+  tools::say("host", tools::printable(text));
   if (json_) printEvent("error", {{"text", text}});
 }
 

@@ -13,7 +13,11 @@
 #include <string>
 #include <vector>
 
+#include "manual.h"
+#include "tools/common/ExitCode.h"
 #include "tools/common/Json.h"
+#include "tools/common/ManualText.h"
+#include "tools/common/Numbers.h"
 #include "tools/common/Output.h"
 #include "tools/common/Terminal.h"
 #include "tools/host/Console.h"
@@ -28,10 +32,7 @@ namespace host {
 namespace {
 
 using tools::Arrival;
-
-constexpr int done = 0;
-constexpr int failed = 1;
-constexpr int interrupted = 130;
+using tools::ExitCode;
 
 struct Options {
   Setup setup{.config = {}, .module = {}, .name = "gateway"};
@@ -60,7 +61,7 @@ class Run {
       return options_.cycles > 0 ? cycle() : attend();
     } catch (const std::exception& error) {
       reporter_.complain(error.what());
-      return failed;
+      return ExitCode::Failed;
     }
   }
 
@@ -79,7 +80,7 @@ class Run {
   tools::InputLines input_;
   const Reporter reporter_;
   LogBook logBook_;
-  std::optional<std::uint64_t> watched_;  // the look whose changes have been printed
+  std::optional<std::uint64_t> watched_;  // the last look whose changes have been printed
   unsigned notificationsPrinted_ = 0;
 };
 
@@ -94,7 +95,7 @@ int Run::attend() {
   if (!options_.settings.empty()) module.set(options_.settings);
   const int code = attend(module);
   const int verdict = judge(module.stop());
-  return verdict == done ? code : verdict;
+  return verdict == ExitCode::Done ? code : verdict;
 }
 
 // Runs until a signal, `quit` or the end of the time; returns the exit code.
@@ -120,14 +121,14 @@ int Run::attend(RunningModule& module) {
       nextWatch = now + watchPeriod;
     }
     if (tools::outputFailed()) throw std::runtime_error("can't write to standard output");
-    if (now >= end) return done;
+    if (now >= end) return ExitCode::Done;
     const Arrival arrival = tools::waitFor(signals_, &input_, std::min({end, nextLook, nextWatch}));
-    if (arrival == Arrival::Signal) return interrupted;
+    if (arrival == Arrival::Signal) return ExitCode::Interrupted;
     if (arrival != Arrival::Input) continue;
     for (const std::string& line : input_.take()) {
       const bool goesOn = console.obey(line);
       printNotifications(module);
-      if (!goesOn) return done;
+      if (!goesOn) return ExitCode::Done;
     }
   }
 }
@@ -136,8 +137,8 @@ std::unique_ptr<PageServer> Run::openPage(RunningModule& module) const {
   if (options_.noPage) return nullptr;
   auto page = std::make_unique<PageServer>(module, logBook_, options_.page);
   if (page->hasMoved()) {
-    tools::writeError(fmt::format("gatewayctl: {} is taken, so the live page is at {}\n",
-                                  addressText(options_.page), page->url()));
+    tools::say("host", fmt::format("{} is taken, so the live page is at {}",
+                                   addressText(options_.page), page->url()));
   }
   reporter_.page(page->url());
   return page;
@@ -177,57 +178,24 @@ int Run::cycle() {
         return arrival != Arrival::Signal;
       });
   tools::writeOut(options_.json ? tools::jsonText(jsonOf(report)) + "\n" : textOf(report));
-  if (!report.leftovers.isClean()) return failed;
-  return arrival == Arrival::Signal ? interrupted : done;
+  if (!report.leftovers.isClean()) return ExitCode::Failed;
+  return arrival == Arrival::Signal ? ExitCode::Interrupted : ExitCode::Done;
 }
 
 // Reports what a stopped module left behind; returns the exit code.
 int Run::judge(const Leftovers& leftovers) const {
-  if (leftovers.isClean()) return done;
+  if (leftovers.isClean()) return ExitCode::Done;
   const auto& left = leftovers.notReturned;
   reporter_.complain(fmt::format(
       "the module did not return {} blocks with {} bytes, {} key/value lists, {} callbacks",
       left.blocks, left.bytes, left.keyValueLists, left.callbacks));
   for (const auto& violation : leftovers.violations) reporter_.complain(violation);
-  return failed;
+  return ExitCode::Failed;
 }
 
 // ---- Command line ---------------------------------------------------------------------------
 
-std::string manual() {
-  return "Loads the module, starts it with a configuration file and keeps it running, in a "
-         "stand-in "
-         "for\nthe engine. Log lines go to standard error, everything else to standard output.\n\n"
-         "Commands on standard input, a line each, words quoted as in a shell:\n" +
-         Console::manual() +
-         "\nA slot's age is the time since its value was last seen to change; \"unmoved\" is one "
-         "that has\nnot changed since the start. Values are looked at 20 times a second, while the "
-         "module may be\nwriting them: a text can be caught half old and half new (torn), and is "
-         "whole at the next look.\n\n"
-         "With --json, standard output holds one JSON object a line, told apart by \"event\":\n"
-         "  started       module, config, meters_target, engine_target, slots (how many)\n"
-         "  page          url\n"
-         "  slot          set, type, name, key, value, age (seconds), moved\n"
-         "  slots         slots: an array of the same, the answer to slots and get\n"
-         "  notification  number, time (seconds since 1970), changes: an array of name, value\n"
-         "  error         text\n\n"
-         "The live page shows the slots, their ages and the log, and changes engine slots. Under "
-         "the same\naddress programs find /api/status, /api/slots, /api/events (server-sent "
-         "events), POST /api/set and\n/metrics (Prometheus). It is for this machine; another "
-         "address than 127.0.0.1 needs a --token.\n\n"
-         "Examples:\n"
-         "  gatewayctl host /etc/sonalith/grpc-gateway.conf.example --watch --set out_gain=-6.5\n"
-         "  gatewayctl host /etc/sonalith/grpc-gateway.conf.example --cycles 100\n\n"
-         "--cycles fails if the module keeps memory, lists or callbacks of the host, or breaks a "
-         "rule "
-         "of its\nboundary. Threads and descriptors are the whole process's, gRPC's own included, "
-         "and "
-         "only told.\n\n"
-         "Exit codes: 0 done, 1 the configuration was refused or the run failed, 2 wrong use, "
-         "130 interrupted.";
-}
-
-// Beside this program, as a build leaves it, or else where modules are installed.
+// Beside this program, where a build puts it, or else where modules are installed.
 std::string defaultModulePath() {
   constexpr const char* file = "grpc-gateway.so";
   const auto folder = std::filesystem::read_symlink("/proc/self/exe").parent_path();
@@ -255,52 +223,57 @@ void setPageAddress(PageSettings& page, const std::string& text) {
   }
 }
 
-// Returns those that are not for --cycles.
+// Returns the options that can't be combined with --cycles.
 std::array<CLI::Option*, 2> addPageOptions(CLI::App& host, Options& options) {
   auto* page = host.add_option_function<std::string>(
       "--page", [&](const auto& text) { setPageAddress(options.page, text); },
-      fmt::format("Where to serve the live page, by default {}, or any free port if that is taken",
-                  addressText(options.page)));
-  page->type_name("ADDRESS:PORT");
-  auto* noPage = host.add_flag("--no-page", options.noPage, "Serve no live page")->excludes(page);
-  auto* token =
-      host.add_option("--token", options.page.token,
-                      "What whoever wants the live page must know: a browser opens /?token=TOKEN, "
-                      "a program sends the header \"Authorization: Bearer TOKEN\"")
-          ->excludes(noPage);
-  token->type_name("TOKEN");
+      "Where to serve the live page. If the default is taken, any free port serves it.");
+  page->type_name("ADDRESS:PORT")->default_str(addressText(options.page));
+  auto* noPage = host.add_flag("--no-page", options.noPage, "Serve no live page.")->excludes(page);
+  auto* token = host.add_option(
+      "--token", options.page.token,
+      "Demand this token from every client of the live page. A browser opens /?token=TOKEN, a "
+      "program sends the header \"Authorization: Bearer TOKEN\". An address that other machines "
+      "can reach requires a token.");
+  token->type_name("TOKEN")->excludes(noPage);
   return {page, token};
 }
 
 void addOptions(CLI::App& host, Options& options) {
-  host.add_option("CONFIG", options.setup.config, "Configuration file")->required();
-  host.add_option("--module", options.setup.module, "The module's file")->capture_default_str();
-  host.add_option("--name", options.setup.name, "Name of the module instance")
+  host.add_option("CONFIG", options.setup.config, "The configuration file.")
+      ->required()
+      ->type_name("FILE");
+  host.add_option("--module", options.setup.module,
+                  "The module to load. Default: grpc-gateway.so beside gatewayctl, or else the "
+                  "installed one.")
+      ->type_name("FILE");
+  host.add_option("--name", options.setup.name, "The name of the module instance.")
+      ->type_name("NAME")
       ->capture_default_str()
       ->check([](const std::string& name) {
-        return name.size() <= 31 ? "" : "has more than 31 bytes";
+        return name.size() <= 31 ? "" : "the name has more than 31 bytes";
       });
-  host.add_flag("--json", options.json, "Write JSON lines");
-  auto* watch =
-      host.add_flag("--watch", options.watch, "Print each slot when its value has changed");
-  host.add_option("--watch-rate", options.watchRate, "Changes printed per second and slot at most")
+  host.add_flag("--json", options.json, "Print JSON lines.");
+  auto* watch = host.add_flag("--watch", options.watch, "Print each slot when its value changes.");
+  host.add_option("--watch-rate", options.watchRate,
+                  "With --watch, print at most N changes of a slot per second, 0.1 to 20.")
       ->type_name("N")
       ->capture_default_str()
-      ->check(CLI::Range(0.1, 20.0));
-  host.add_option("--for", options.seconds, "End after so long; with --cycles, end each")
+      ->check(tools::numbersFrom(0.1, 20.0), "");
+  host.add_option("--for", options.seconds,
+                  "Stop the module after this time. With --cycles, the time of each cycle.")
       ->type_name("SECONDS")
       ->check(tools::checkSeconds, "");
   auto* set = host.add_option_function<std::vector<std::string>>(
       "--set", [&](const auto& texts) { addSettings(options.settings, texts); },
-      "Change engine slots right after the start, in one notification");
+      "Change engine slots right after the start, all in one notification.");
   set->type_name("NAME=VALUE");
   const auto page = addPageOptions(host, options);
   auto* cycles = host.add_option("--cycles", options.cycles,
-                                 "Start and stop so many times, then tell what is left of it")
-                     ->type_name("N")
-                     ->check(CLI::Range(1, 1000000))
-                     ->excludes(watch)
-                     ->excludes(set);
+                                 "Start and stop the module N times, then report what it left "
+                                 "behind.");
+  cycles->type_name("N")->check(tools::numbersFrom(1u, 1000000u), "");
+  cycles->excludes(watch)->excludes(set);
   for (CLI::Option* option : page) cycles->excludes(option);
 }
 
@@ -311,9 +284,9 @@ void addHost(CLI::App& app, int& exitCode) {
   const auto options = std::make_shared<host::Options>();
   options->setup.module = host::defaultModulePath();
   CLI::App* const command =
-      app.add_subcommand("host", "Runs the module in a stand-in for the engine");
+      app.add_subcommand("host", "Run the module in a stand-in for the engine");
   host::addOptions(*command, *options);
-  command->footer(host::manual());
+  command->footer(tools::manualOf(host::manual_txt, {{"commands", host::Console::manual()}}));
   command->callback([options, &exitCode] {
     const std::string problem = host::pageProblem(options->page);
     if (!problem.empty()) throw CLI::ValidationError("--page", problem);

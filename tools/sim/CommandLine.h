@@ -1,4 +1,4 @@
-// The command line of `gatewayctl sim`: its options, what they accept, and the text of its help.
+// The command line of `gatewayctl sim`: its options, what they accept, and its manual.
 //
 // Threads: the one that parses the command line.
 #pragma once
@@ -14,7 +14,7 @@ namespace sim {
 // which must outlive it.
 void addOptions(CLI::App& sim, Settings& settings);
 
-// The help's text after the options.
+// manual.txt with the tables of faults and commands in place.
 std::string manual();
 
 }  // namespace sim

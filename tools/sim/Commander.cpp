@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "tools/common/ManualText.h"
 #include "tools/common/Numbers.h"
 #include "tools/common/Output.h"
 #include "tools/common/StatusName.h"
@@ -77,31 +78,39 @@ struct Commander::Command {
 
   bool matches(Words words) const;
   bool takes(Words words) const;
-  std::string usage() const { return fmt::format("{} {}", name, arguments); }
+  std::string usage() const {
+    return fmt::format("{}{}{}", name, arguments.empty() ? "" : " ", arguments);
+  }
 };
 
 const std::array<Commander::Command, 9> Commander::Command::all{{
     {"send", "fast|slow HEX|- [TIMES]",
-     "write a message to the newest open call; TIMES 0: until it ends or is stopped",
+     "Write a message to the newest open call, once or TIMES times; with 0, again and again until "
+     "the call ends or \"stop\" comes.",
      &Commander::send},
-    {"stop", "fast|slow", "let go of what is still to be sent to it", &Commander::stop},
-    {"end", "fast|slow STATUS", "send what is still to be sent, then end it", &Commander::end},
-    {"engine reply", "HEX|-", "answer SetParams calls from now on with this message (at first: -)",
+    {"stop", "fast|slow", "Drop the messages that are still to be sent.", &Commander::stop},
+    {"end", "fast|slow STATUS", "Send what is still to be sent, then end the call.",
+     &Commander::end},
+    {"engine reply", "HEX|-",
+     "From now on, answer SetParams calls with this message (at first \"-\", an empty one).",
      &Commander::engineReply},
-    {"engine fail", "STATUS", "answer them from now on with this status", &Commander::engineFail},
-    {"engine hold", "", "leave them unanswered from now on, until the next reply or fail",
+    {"engine fail", "STATUS", "From now on, answer SetParams calls with this status.",
+     &Commander::engineFail},
+    {"engine hold", "",
+     "From now on, leave SetParams calls unanswered, until the next reply or fail.",
      &Commander::engineHold},
-    {"engine release", "", "answer those that were left, as the last reply or fail said",
+    {"engine release", "", "Answer the calls left unanswered, as the last reply or fail said.",
      &Commander::engineRelease},
-    {"sync", "WORD", "tell \"sync WORD\": all commands before it are carried out",
+    {"sync", "WORD", "Print \"sync WORD\" when all earlier commands have been carried out.",
      &Commander::sync},
-    {"quit", "", "end the program, as the end of standard input does", &Commander::quit},
+    {"quit", "", "End the program, as the end of standard input does.", &Commander::quit},
 }};
 
 std::string Commander::manual() {
+  constexpr std::size_t column = 32;
   std::string text;
   for (const auto& command : Command::all) {
-    text += fmt::format("  {:<28} {}\n", command.usage(), command.effect);
+    text += tools::manualEntry(command.usage(), command.effect, column);
   }
   return text;
 }

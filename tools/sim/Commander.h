@@ -22,7 +22,7 @@ namespace sim {
 
 class Commander final : public CallListener {
  public:
-  // The commands, one per line, for the help.
+  // The commands, as entries of the manual.
   static std::string manual();
 
   void opened(const std::shared_ptr<Call>& call) override;

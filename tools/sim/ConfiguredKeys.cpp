@@ -17,14 +17,11 @@ namespace {
 
 using standin::SlotSet;
 
-void say(std::string_view text) {
-  tools::writeError(fmt::format("gatewayctl sim: {}\n", text));
-}
-
 bool canBeSent(const std::string& key) {
   const bool isUtf8 = google::protobuf::internal::IsStructurallyValidUTF8(key);
   if (!isUtf8) {
-    say(
+    tools::say(
+        "sim",
         fmt::format("warning: the key \"{}\" is not UTF-8 and does not play: clients would refuse "
                     "every message that contains it",
                     tools::printable(key)));
@@ -36,7 +33,7 @@ bool canBeSent(const std::string& key) {
 
 std::vector<KeySpec> configuredKeys(const std::string& path) {
   standin::Host host({.keepRecords = false});
-  host.setLogSink([](const standin::LogLine& line) { say(line.text); });
+  host.setLogSink([](const standin::LogLine& line) { tools::say("sim", line.text); });
   const gateway::ConfigManager config(path);
   if (!config.valid) {
     throw std::runtime_error(

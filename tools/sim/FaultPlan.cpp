@@ -9,6 +9,7 @@
 #include <system_error>
 #include <utility>
 
+#include "tools/common/ManualText.h"
 #include "tools/common/Numbers.h"
 #include "tools/common/StatusName.h"
 #include "tools/common/Suggestion.h"
@@ -238,16 +239,10 @@ FaultPlan readFaultPlan(const std::string& path) {
 }
 
 std::string faultManual() {
-  std::string text =
-      "Faults: \"WHEN: FAULT [SUBJECT] [ARGUMENT]\", where WHEN is one of\n"
-      "  at SECONDS            once, so long after the begin\n"
-      "  every SECONDS         again and again, first after that time\n"
-      "  every A..B            the same, each time after A to B seconds, as --seed has it\n"
-      "and may end in \"for SECONDS\", if the fault is one that lasts (*). Otherwise what lasts\n"
-      "does so until another fault takes its place, or \"normal\". Without a subject a fault\n"
-      "befalls all that it can.\n";
+  constexpr std::size_t column = 36;
+  std::string text;
   for (const auto& row : faultKinds()) {
-    text += fmt::format("  {:<33}{} {}\n", row.usage(), row.lasts() ? '*' : ' ', row.meaning);
+    text += tools::manualEntry(row.usage() + (row.lasts() ? " *" : ""), row.meaning, column);
   }
   return text;
 }

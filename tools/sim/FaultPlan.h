@@ -57,7 +57,7 @@ Fault parseImmediateFault(std::string_view line);
 // line begins with "FILE:LINE: ".
 FaultPlan readFaultPlan(const std::string& path);
 
-// The grammar and the table of kinds, for the help.
+// The table of kinds, as entries of the manual; "*" marks those that last.
 std::string faultManual();
 
 // The moments at which a fault of a plan begins, one after the other. They depend only on the seed,

@@ -43,8 +43,7 @@ Relay* FaultSite::relayOrNull() const {
 std::vector<std::shared_ptr<Call>> FaultSite::streams() const {
   auto calls = targets_.simulator.openCalls(method());
   if (calls.empty()) {
-    tools::writeError(
-        fmt::format("gatewayctl sim: no {} stream is open for this fault\n", nameOf(method())));
+    tools::say("sim", fmt::format("no {} stream is open for this fault", nameOf(method())));
   }
   return calls;
 }

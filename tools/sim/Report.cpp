@@ -95,8 +95,7 @@ std::string unreadable(const Opening& opening, bool json) {
 }
 
 void log(const Opening& opening, std::string_view what) {
-  tools::writeError(
-      fmt::format("gatewayctl sim: {} {} {}\n", nameOf(opening.method), opening.number, what));
+  tools::say("sim", fmt::format("{} {} {}", nameOf(opening.method), opening.number, what));
 }
 
 }  // namespace

@@ -28,8 +28,7 @@ class Service final : public grpc::CallbackGenericService {
       grpc::GenericCallbackServerContext* context) override {
     const auto method = methodAt(context->method());
     if (!method || !serves(*method)) {
-      tools::writeError(
-          fmt::format("gatewayctl sim: this address does not serve {}\n", context->method()));
+      tools::say("sim", fmt::format("this address does not serve {}", context->method()));
       return CallbackGenericService::CreateReactor(context);
     }
     return std::make_shared<ServedCall>(registry_, *method, *context)->begin();

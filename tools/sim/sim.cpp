@@ -17,6 +17,7 @@
 #include <thread>
 #include <vector>
 
+#include "tools/common/ExitCode.h"
 #include "tools/common/Output.h"
 #include "tools/common/Terminal.h"
 #include "tools/common/Words.h"
@@ -37,12 +38,9 @@ namespace {
 
 using tools::Arrival;
 using tools::Clock;
+using tools::ExitCode;
 using tools::InputLines;
 using tools::SignalDescriptor;
-
-void say(std::string_view text) {
-  tools::writeError(fmt::format("gatewayctl sim: {}\n", text));
-}
 
 enum class Ending { Done, Interrupted };
 
@@ -91,7 +89,7 @@ class LoopThread {
     try {
       loop_.run();
     } catch (const std::exception& error) {
-      say(error.what());
+      tools::say("sim", error.what());
     }
   }
 
@@ -106,15 +104,15 @@ void strike(boost::asio::io_context& loop, Saboteur& saboteur, std::string_view 
     boost::asio::post(loop,
                       [&saboteur, fault = parseImmediateFault(line)] { saboteur.strike(fault); });
   } catch (const std::invalid_argument& error) {
-    say(error.what());
+    tools::say("sim", error.what());
   }
 }
 
 Ending play(const Settings& settings, const SignalDescriptor& signals, Clock::time_point deadline) {
   const auto& playing = settings.playing;
-  say(fmt::format("playing {} keys with seed {}", playing.keys.size(), playing.seed));
+  tools::say("sim", fmt::format("playing {} keys with seed {}", playing.keys.size(), playing.seed));
   if (playing.keys.empty() && !settings.addresses.meters.empty()) {
-    say("nothing plays: give --config or --keys");
+    tools::say("sim", "nothing plays: give --config or --keys");
   }
   const Report report(settings.json);
   boost::asio::io_context loop;
@@ -158,12 +156,12 @@ void readFiles(Settings& settings) {
   }
   if (settings.faultPlan.empty()) return;
   auto plan = readFaultPlan(settings.faultPlan);
-  if (plan.empty()) say(fmt::format("the fault plan {} has no faults", settings.faultPlan));
+  if (plan.empty())
+    tools::say("sim", fmt::format("the fault plan {} has no faults", settings.faultPlan));
   std::move(plan.begin(), plan.end(), std::back_inserter(settings.faults));
 }
 
 int run(Settings& settings) {
-  constexpr int interruptedCode = 130;
   readFiles(settings);
   // Before any thread starts, because threads inherit which signals are blocked.
   const SignalDescriptor signals;
@@ -172,21 +170,20 @@ int run(Settings& settings) {
   grpc_init();
   const auto deadline = tools::momentIn(settings.limit);
   const auto ending = (settings.commands ? obey : play)(settings, signals, deadline);
-  return ending == Ending::Interrupted ? interruptedCode : 0;
+  return ending == Ending::Interrupted ? ExitCode::Interrupted : ExitCode::Done;
 }
 
 }  // namespace
 }  // namespace sim
 
 void addSim(CLI::App& app, int& exitCode) {
-  auto* command =
-      app.add_subcommand("sim", "Stands in for the meter server and the engine service");
+  auto* command = app.add_subcommand("sim", "Stand in for the meter server and the engine service");
   const auto settings = std::make_shared<sim::Settings>();
   sim::addOptions(*command, *settings);
   command->footer(sim::manual());
   command->callback([settings, &exitCode] {
     if (settings->addresses.meters.empty() && settings->addresses.engine.empty()) {
-      throw CLI::ValidationError("sim", "nothing to serve: give --meters or --engine an address");
+      throw CLI::ValidationError("nothing to serve: give --meters or --engine an address");
     }
     exitCode = sim::run(*settings);
   });

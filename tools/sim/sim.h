@@ -1,8 +1,8 @@
 // gatewayctl sim: a stand-in for the meter server and the engine service, on the command line.
 //
 // It plays signals, so that one can watch data flow. Or it obeys commands on standard input and
-// reports what happens on standard output, so that tests and scripts can drive it. Its `--help` is
-// its manual: CommandLine.cpp describes the options, Commander.cpp the commands.
+// reports what happens on standard output, so that tests and scripts can drive it. manual.txt is
+// the manual.
 #pragma once
 
 #include <CLI/CLI.hpp>

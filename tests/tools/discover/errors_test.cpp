@@ -196,7 +196,7 @@ TEST_F(DiscoverErrors, ReportsThatItCannotWrite) {
   servers.command("end slow OK");
   const auto result = resultOf(tool);
   EXPECT_EQ(result.exitCode, 1);
-  EXPECT_TRUE(result.errors.ends_with("\ngatewayctl: can't write to standard output\n"))
+  EXPECT_TRUE(result.errors.ends_with("\ngatewayctl discover: can't write to standard output\n"))
       << result.errors;
 }
 
@@ -206,20 +206,21 @@ TEST_F(DiscoverErrors, ExplainsWrongUse) {
            ". Use one such as 127.0.0.1:50005\n";
   };
   const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
-      {{}, "TARGET is required\n"},
+      {{}, "TARGET is missing\n"},
       {{""}, complaint("\"\"", "it is empty")},
       {{"unix:a ;b"}, complaint("\"unix:a ;b\"", "a \";\" after white space begins a comment")},
       {{"unix:a\nb"}, complaint("\"unix:a\\nb\"", "it contains a newline")},
       {{"a:1 "}, complaint("\"a:1 \"", "it begins or ends with white space")},
       {{"a:1", "--for", "0"}, "--for: \"0\" is not a number from 0.001 to 86400\n"},
       {{"a:1", "--for", "soon"}, "--for: \"soon\" is not a number from 0.001 to 86400\n"},
-      {{"a:1", "b:2"}, "The following argument was not expected: b:2\n"},
+      {{"a:1", "b:2"}, "\"b:2\" is one argument too many\n"},
   };
   for (const auto& [arguments, error] : cases) {
     const auto result = run(arguments);
     EXPECT_EQ(result.exitCode, 2) << error;
     EXPECT_EQ(result.output, "");
-    EXPECT_EQ(result.errors, error + "Run with --help for more information.\n");
+    EXPECT_EQ(result.errors, "gatewayctl discover: " + error +
+                                 "Run \"gatewayctl discover --help\" for its manual.\n");
   }
 }
 

@@ -167,25 +167,25 @@ TEST_F(HostTool, ExplainsWrongCommandsAndContinues) {
   std::string told;
   std::istringstream errors(host.errors());
   for (std::string line; std::getline(errors, line);) {
-    if (line.starts_with("gatewayctl: ")) told += line + "\n";
+    if (line.starts_with("gatewayctl host: ")) told += line + "\n";
   }
   EXPECT_EQ(told,
-            "gatewayctl: no engine slot \"gian\", did you mean \"gain\"?\n"
-            "gatewayctl: no engine slot \"loudness\": there are delay, preset, gain\n"
-            "gatewayctl: level is a fast slot: only engine slots can be set\n"
-            "gatewayctl: gain takes a number, not \"loud\"\n"
-            "gatewayctl: delay takes an integer from -2147483648 to 2147483647, not "
+            "gatewayctl host: no engine slot \"gian\", did you mean \"gain\"?\n"
+            "gatewayctl host: no engine slot \"loudness\": there are delay, preset, gain\n"
+            "gatewayctl host: level is a fast slot: only engine slots can be set\n"
+            "gatewayctl host: gain takes a number, not \"loud\"\n"
+            "gatewayctl host: delay takes an integer from -2147483648 to 2147483647, not "
             "\"2147483648\"\n"
-            "gatewayctl: preset takes an integer from 0 to 4294967295, not \"-1\"\n"
-            "gatewayctl: set takes pairs of a name and a value\n"
-            "gatewayctl: set takes pairs of a name and a value\n"
-            "gatewayctl: get takes names of slots\n"
-            "gatewayctl: no slot \"sate\", did you mean \"state\"?\n"
-            "gatewayctl: slots takes no arguments: see get\n"
-            "gatewayctl: quit takes no arguments\n"
-            "gatewayctl: no command \"dance\": there are slots, get, set, quit\n"
-            "gatewayctl: no command \"solts\", did you mean \"slots\"?\n"
-            "gatewayctl: a quote is left open\n");
+            "gatewayctl host: preset takes an integer from 0 to 4294967295, not \"-1\"\n"
+            "gatewayctl host: set takes pairs of a name and a value\n"
+            "gatewayctl host: set takes pairs of a name and a value\n"
+            "gatewayctl host: get takes names of slots\n"
+            "gatewayctl host: no slot \"sate\", did you mean \"state\"?\n"
+            "gatewayctl host: slots takes no arguments: see get\n"
+            "gatewayctl host: quit takes no arguments\n"
+            "gatewayctl host: no command \"dance\": there are slots, get, set, quit\n"
+            "gatewayctl host: no command \"solts\", did you mean \"slots\"?\n"
+            "gatewayctl host: a quote is left open\n");
 }
 
 TEST_F(HostTool, CarriesOutAnUnterminatedLastLine) {
@@ -229,9 +229,10 @@ TEST_F(HostTool, CountsWhatAModuleKeepsAfterCycles) {
 TEST_F(HostTool, ReportsWhatAModuleKeepsOrSpoils) {
   ToolProcess leaking({"host", "leak", "--no-page", "--module", PROBE_PATH, "--for", "0"});
   EXPECT_EQ(leaking.waitExit(), 1);
-  EXPECT_NE(leaking.errors().find("gatewayctl: the module did not return 1 blocks with 24 bytes, 0 "
-                                  "key/value lists, 0 callbacks\n"),
-            std::string::npos);
+  EXPECT_NE(
+      leaking.errors().find("gatewayctl host: the module did not return 1 blocks with 24 bytes, 0 "
+                            "key/value lists, 0 callbacks\n"),
+      std::string::npos);
   ToolProcess spoiling({"host", "spoil", "--module", PROBE_PATH, "--cycles", "1"});
   EXPECT_EQ(spoiling.waitExit(), 1);
   EXPECT_EQ(spoiling.waitLine("violations"), "violations        1");
@@ -266,7 +267,7 @@ TEST_F(HostTool, EndsAtOnceAtASecondSignal) {
   servers.waitEvent("SetParams 1 ");
   host.signal(SIGINT);
   host.signal(SIGTERM);  // the same request from another process
-  host.waitError("gatewayctl: stopping takes its time; a further signal ends it at once\n");
+  host.waitError("gatewayctl: stopping takes a while; another signal ends it at once\n");
   host.signal(SIGINT);
   EXPECT_EQ(host.waitExit(), 130);
   EXPECT_EQ(host.errors().find("Completion queue flush ended"), std::string::npos);
@@ -291,7 +292,8 @@ TEST_F(HostTool, StopsTheModuleWhenOutputFails) {
     EXPECT_EQ(WEXITSTATUS(status), 1) << nowhere;
     std::ostringstream text;
     text << std::ifstream(log).rdbuf();
-    EXPECT_NE(text.str().find("gatewayctl: can't write to standard output\n"), std::string::npos);
+    EXPECT_NE(text.str().find("gatewayctl host: can't write to standard output\n"),
+              std::string::npos);
     EXPECT_NE(text.str().find("Completion queue flush ended"), std::string::npos);
   }
 }
@@ -310,7 +312,7 @@ TEST_F(HostTool, ExitsWithOneForARefusedConfiguration) {
   EXPECT_EQ(host.waitExit(), 1);
   EXPECT_NE(host.errors().find("configManager: problem parsing " + path + " (2)"),
             std::string::npos);
-  EXPECT_NE(host.errors().find("gatewayctl: the module refused " + path +
+  EXPECT_NE(host.errors().find("gatewayctl host: the module refused " + path +
                                "; its own messages above tell why\n"),
             std::string::npos);
 }

@@ -650,7 +650,7 @@ TEST_F(Page, NeedsATokenToBeReachedByOthers) {
       {{"--page", "8080"}, "\"8080\" is not ADDRESS:PORT"},
       {{"--page", "127.0.0.1:65536"}, "is not ADDRESS:PORT"},
       {{"--page", "example.com:80"}, "is not ADDRESS:PORT"},
-      {{"--page", "127.0.0.1:0", "--no-page"}, "--page excludes --no-page"},
+      {{"--page", "127.0.0.1:0", "--no-page"}, "--page can't be combined with --no-page"},
   };
   for (const auto& [arguments, error] : cases) {
     std::vector<std::string> all = {"host", config()};
@@ -676,7 +676,7 @@ TEST_F(Page, ListensOnIpv6) {
 TEST_F(Page, FailsIfTheRequestedPortIsTaken) {
   ToolProcess second({"host", config(), "--page", target()});
   EXPECT_EQ(second.waitExit(), 1);
-  EXPECT_NE(second.errors().find("gatewayctl: the live page can't listen on " + target() +
+  EXPECT_NE(second.errors().find("gatewayctl host: the live page can't listen on " + target() +
                                  ": the port is taken. Give another one with --page, or --page "
                                  "127.0.0.1:0 for any free port\n"),
             std::string::npos)

@@ -175,7 +175,7 @@ TEST(FaultPlan, NamesTheFileAndLineOfAnError) {
   const auto path = files.write("bad.plan", "# a comment\n\nat 1: end # another\nat 2: edn\n");
   ToolProcess sim({"sim", "--meters", SimProcess::anyPort, "--fault-plan", path});
   EXPECT_EQ(sim.waitExit(), 1);
-  EXPECT_TRUE(sim.errors().starts_with("gatewayctl: " + path +
+  EXPECT_TRUE(sim.errors().starts_with("gatewayctl sim: " + path +
                                        ":4: \"edn\" is not a fault, did you mean \"end\"?"));
 }
 
@@ -183,22 +183,23 @@ TEST(FaultPlan, NamesAMissingFile) {
   ToolProcess sim({"sim", "--meters", SimProcess::anyPort, "--fault-plan", "/nowhere/plan"});
   EXPECT_EQ(sim.waitExit(), 1);
   EXPECT_EQ(sim.errors(),
-            "gatewayctl: can't read the fault plan /nowhere/plan: No such file or directory\n");
+            "gatewayctl sim: can't read the fault plan /nowhere/plan: No such file or directory\n");
 }
 
 TEST(FaultPlan, NamesTheOptionOfAnError) {
   ToolProcess sim({"sim", "--fault", "at 1: end", "at x: end"});
   EXPECT_EQ(sim.waitExit(), 2);
   EXPECT_EQ(sim.errors(),
-            "--fault: in \"at x: end\": \"x\" is not a number of seconds from 0 to 1000000000\n"
-            "Run with --help for more information.\n");
+            "gatewayctl sim: --fault: in \"at x: end\": \"x\" is not a number of seconds from 0 to "
+            "1000000000\n"
+            "Run \"gatewayctl sim --help\" for its manual.\n");
 }
 
 TEST(FaultPlanFile, CannotBeAFolder) {
   const TemporaryFolder files;
   ToolProcess sim({"sim", "--meters", SimProcess::anyPort, "--fault-plan", files.path("")});
   EXPECT_EQ(sim.waitExit(), 1);
-  EXPECT_EQ(sim.errors(), "gatewayctl: can't read the fault plan " + files.path("") +
+  EXPECT_EQ(sim.errors(), "gatewayctl sim: can't read the fault plan " + files.path("") +
                               ": it is a folder, or reading failed\n");
 }
 

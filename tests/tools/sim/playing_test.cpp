@@ -245,7 +245,7 @@ TEST(PlayingSim, SkipsConfiguredKeysThatClientsWouldRefuse) {
 TEST(PlayingSim, SaysThatNothingPlays) {
   const std::string said = "gatewayctl sim: nothing plays: give --config or --keys\n";
   PlayingSim without({});
-  EXPECT_NE(without.process().errors().find(said), std::string::npos);
+  without.process().waitError(said);
   PlayingSim with({"--keys", "fast:int:a"});
   EXPECT_EQ(with.process().errors().find(said), std::string::npos);
 }
@@ -257,15 +257,16 @@ TEST(PlayingSim, RefusesAConfigurationThatTheGatewayRefuses) {
   EXPECT_EQ(sim.waitExit(), 1);
   EXPECT_EQ(sim.lines(), Lines{});
   EXPECT_TRUE(sim.errors().starts_with("gatewayctl sim: ")) << sim.errors();
-  EXPECT_TRUE(sim.errors().ends_with("\ngatewayctl: the configuration " + path +
+  EXPECT_TRUE(sim.errors().ends_with("\ngatewayctl sim: the configuration " + path +
                                      " was refused; the messages above say why\n"));
 }
 
 TEST(PlayingSim, NamesAMissingConfiguration) {
   ToolProcess sim({"sim", "--meters", SimProcess::anyPort, "--config", "/nowhere/gateway.conf"});
   EXPECT_EQ(sim.waitExit(), 1);
-  EXPECT_NE(sim.errors().find("gatewayctl: the configuration /nowhere/gateway.conf was refused"),
-            std::string::npos);
+  EXPECT_NE(
+      sim.errors().find("gatewayctl sim: the configuration /nowhere/gateway.conf was refused"),
+      std::string::npos);
 }
 
 // ---- JSON -----------------------------------------------------------------------------------

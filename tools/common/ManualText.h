@@ -1,0 +1,50 @@
+// The manuals of the sub-commands: plain text that --help prints as it stands and that man pages
+// are made from.
+//
+//   A paragraph starts at the left margin. What comes before the first section is the description.
+//
+//   SECTION
+//
+//   A line of capitals at the left margin starts a section. The options of the sub-command become
+//   the first one.
+//
+//     TERM   An entry of a list: two columns of indentation, the term, at least two blanks, and
+//            its meaning. The meaning may also start on the next line, below a long term.
+//
+//       Lines that are indented further, after an empty line, are literal: output or commands.
+//
+//   {part}
+//
+// A line in braces stands for a part that only the program knows, such as a table that a parser
+// uses, too. "{exit codes}" are those of every sub-command.
+//
+// Any thread.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tools {
+
+inline constexpr std::size_t manualWidth = 79;
+
+struct ManualPart {
+  std::string_view name;  // without its braces
+  std::string text;       // whole lines
+};
+
+// `text` with its parts in place. Throws std::logic_error if it has no line for a part.
+std::string filled(std::string_view text, const std::vector<ManualPart>& parts);
+
+// The same of a manual, which may have a line "{exit codes}".
+std::string manualOf(std::string_view text, std::vector<ManualPart> parts = {});
+
+// An entry of a list, its meaning wrapped and starting at `column`.
+std::string manualEntry(std::string_view term, std::string_view meaning, std::size_t column);
+
+// The words of a text in lines of at most `width` bytes, each with `indent` blanks in front.
+std::string wrapped(std::string_view text, std::size_t indent, std::size_t width = manualWidth);
+
+}  // namespace tools

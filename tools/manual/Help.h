@@ -1,0 +1,29 @@
+// What --help prints: the manual of a sub-command on a terminal of 80 columns. Any thread.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <string>
+
+#include "tools/manual/CommandLine.h"
+
+namespace manual {
+
+// Such as "gatewayctl host [OPTIONS] CONFIG".
+std::string usageOf(const Command& command);
+
+// Such as "gatewayctl-host - run the module in a stand-in for the engine".
+std::string titleOf(const Command& command, const char* separator);
+
+// The description and the sections. Their form is that of tools/common/ManualText.h.
+std::string bodyOf(const Command& command);
+
+std::string helpOf(const Command& command);
+
+// Has the parser print helpOf().
+class HelpFormatter final : public CLI::FormatterBase {
+ public:
+  std::string make_help(const CLI::App* app, std::string name,
+                        CLI::AppFormatMode mode) const override;
+};
+
+}  // namespace manual
