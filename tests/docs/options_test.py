@@ -1,6 +1,6 @@
 #!/usr/bin/env -S python3 -B
-"""Checks that documents and manuals name only options that gatewayctl has, and that the manuals fit a
-terminal.
+"""Checks that documents and manuals name only options that gatewayctl has, and that the manuals fit
+a terminal.
 
 Usage: options_test.py GATEWAYCTL SOURCE_FOLDER
 """

@@ -23,8 +23,8 @@ std::optional<Number> numberIn(std::string_view text) {
   return number;
 }
 
-// A check of an option's value, as CLI11 wants it: the function returns an error message, or nothing
-// if the text is a number from `least` to `most`. For integral types it takes whole numbers.
+// A check of an option's value for CLI11: a function that returns an error message, or nothing if
+// the text is a number from `least` to `most`. An integral Number demands whole numbers.
 template <typename Number>
 auto numbersFrom(Number least, Number most) {
   return [=](const std::string& text) -> std::string {

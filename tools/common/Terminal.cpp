@@ -76,7 +76,7 @@ void SignalDescriptor::watch() const {
     if (sources[1].revents != 0) return;
     const bool isLater = first && Clock::now() - *first >= sameWish;
     if (isLater && !hasHinted) {
-      writeError("gatewayctl: stopping takes its time; a further signal ends it at once\n");
+      say({}, "stopping takes a while; another signal ends it at once");
       hasHinted = true;
     }
     signalfd_siginfo signal;

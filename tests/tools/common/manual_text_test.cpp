@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <stdexcept>
 
-#include "tools/common/Checks.h"
+#include "tools/common/Numbers.h"
 
 namespace {
 
