@@ -71,8 +71,8 @@ struct LogLine {
   std::string file;  // path of the source that logged it
   int line;
   int one;  // the fourth argument of sonalith_log
-  std::string format;
-  std::vector<std::string> arguments;  // each as it appears in the text
+  std::string format = {};
+  std::vector<std::string> arguments = {};  // each as it appears in the text
   std::string text;
 };
 
