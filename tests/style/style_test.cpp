@@ -4,24 +4,19 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <set>
 #include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "tests/support/FileText.h"
+
 namespace {
 
 namespace fs = std::filesystem;
 
 const fs::path root = SOURCE_FOLDER;
-
-std::string textOf(const fs::path& path) {
-  std::ostringstream text;
-  text << std::ifstream(path).rdbuf();
-  return text.str();
-}
 
 // The files in a folder, as paths relative to the project's root.
 std::vector<std::string> filesIn(const std::string& folder,

@@ -4,11 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
 #include <regex>
 #include <set>
-#include <sstream>
 #include <string>
+
+#include "tests/support/FileText.h"
 
 namespace {
 
@@ -16,12 +16,6 @@ namespace fs = std::filesystem;
 
 // "source: format" of each call.
 using Calls = std::set<std::string>;
-
-std::string textOf(const fs::path& path) {
-  std::ostringstream text;
-  text << std::ifstream(path).rdbuf();
-  return text.str();
-}
 
 void addCalls(const fs::path& source, Calls& calls) {
   static const std::regex call(R"re(GATEWAY_LOG\(\s*\w+,\s*"([^"]*)")re");

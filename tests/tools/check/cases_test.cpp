@@ -14,11 +14,11 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "standin/Host.h"
+#include "tests/support/FileText.h"
 #include "tools/check/Checker.h"
 #include "tools/check/Report.h"
 
@@ -35,12 +35,6 @@ std::vector<std::string> caseFiles() {
   }
   std::sort(files.begin(), files.end());
   return files;
-}
-
-std::string contentOf(const fs::path& path) {
-  std::ostringstream text;
-  text << std::ifstream(path, std::ios::binary).rdbuf();
-  return text.str();
 }
 
 // Runs in the folder of the cases, where they find their dedicated files.
@@ -61,7 +55,7 @@ class Cases : public ::testing::Test {
 void expectKept(const std::string& report, const fs::path& kept) {
   const bool keep = std::getenv("KEEP_EXPECTATIONS") != nullptr;
   if (keep) std::ofstream(kept, std::ios::binary) << report;
-  EXPECT_EQ(report, contentOf(kept)) << fs::absolute(kept);
+  EXPECT_EQ(report, textOf(kept)) << fs::absolute(kept);
 }
 
 bool breaks(const Checked& checked, check::Rule rule) {

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
-#include <fstream>
 #include <set>
 #include <sstream>
 #include <string>
@@ -14,6 +13,7 @@
 #include <vector>
 
 #include "standin/Host.h"
+#include "tests/support/FileText.h"
 #include "tests/tools/check/RewrittenFile.h"
 #include "tools/check/Checker.h"
 #include "tools/check/Report.h"
@@ -27,12 +27,6 @@ using check::Severity;
 using check::Verdict;
 
 const fs::path root = SOURCE_FOLDER;
-
-std::string contentOf(const fs::path& path) {
-  std::ostringstream text;
-  text << std::ifstream(path).rdbuf();
-  return text.str();
-}
 
 // The text with its white space replaced by single spaces.
 std::string joined(const std::string& text) {
@@ -75,7 +69,7 @@ class Manual : public ::testing::Test {
 };
 
 TEST_F(Manual, ExplainsEachRuleAsTheCheckerDoes) {
-  const std::string manual = joined(contentOf(root / "docs/configuration.md"));
+  const std::string manual = joined(textOf(root / "docs/configuration.md"));
   std::size_t last = 0;
   for (const auto& rule : check::allRules()) {
     std::string weight(check::describe(rule.weight));
@@ -90,7 +84,7 @@ TEST_F(Manual, ExplainsEachRuleAsTheCheckerDoes) {
 }
 
 TEST_F(Manual, HasNoOtherRules) {
-  std::istringstream manual(contentOf(root / "docs/configuration.md"));
+  std::istringstream manual(textOf(root / "docs/configuration.md"));
   for (std::string line; std::getline(manual, line);) {
     if (!line.starts_with("### ")) continue;
     EXPECT_NE(check::ruleOf(line.substr(4)), nullptr) << line;
@@ -100,7 +94,7 @@ TEST_F(Manual, HasNoOtherRules) {
 // A snippet is sound unless its first line names the rule that it breaks.
 TEST_F(Manual, ShowsConfigurationsThatWorkAsDescribed) {
   constexpr std::string_view mark = "; trap: ";
-  const auto snippets = snippetsOf(contentOf(root / "docs/configuration.md"));
+  const auto snippets = snippetsOf(textOf(root / "docs/configuration.md"));
   EXPECT_GE(snippets.size(), 5u);
   for (const std::string& snippet : snippets) {
     const Checked checked = checkText(snippet);
@@ -122,8 +116,7 @@ TEST_F(Manual, OtherDocumentsShowSoundConfigurations) {
     for (const auto& entry : fs::directory_iterator(root / folder)) {
       const fs::path& path = entry.path();
       if (path.extension() != ".md" || path.filename() == "configuration.md") continue;
-      for (const std::string& snippet : snippetsOf(contentOf(path)))
-        expectSound(checkText(snippet));
+      for (const std::string& snippet : snippetsOf(textOf(path))) expectSound(checkText(snippet));
     }
   }
 }

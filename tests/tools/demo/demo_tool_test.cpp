@@ -8,22 +8,15 @@
 #include <charconv>
 #include <csignal>
 #include <filesystem>
-#include <fstream>
 #include <optional>
-#include <sstream>
 
+#include "tests/support/FileText.h"
 #include "tests/support/SimProcess.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-
-std::string textOf(const fs::path& path) {
-  std::ostringstream text;
-  text << std::ifstream(path, std::ios::binary).rdbuf();
-  return text.str();
-}
 
 // Recognises the processes of a run by a variable of their environment, which children inherit, and
 // temporary files by their folder.

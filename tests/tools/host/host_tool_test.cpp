@@ -4,11 +4,11 @@
 
 #include <csignal>
 #include <cstdlib>
-#include <fstream>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "meters.pb.h"
+#include "tests/support/FileText.h"
 #include "tests/support/SimProcess.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -290,11 +290,9 @@ TEST_F(HostTool, StopsTheModuleWhenOutputFails) {
                                 " --no-page --watch </dev/null " + nowhere + " 2>" + log;
     const int status = std::system(command.c_str());
     EXPECT_EQ(WEXITSTATUS(status), 1) << nowhere;
-    std::ostringstream text;
-    text << std::ifstream(log).rdbuf();
-    EXPECT_NE(text.str().find("gatewayctl host: can't write to standard output\n"),
-              std::string::npos);
-    EXPECT_NE(text.str().find("Completion queue flush ended"), std::string::npos);
+    const std::string text = textOf(log);
+    EXPECT_NE(text.find("gatewayctl host: can't write to standard output\n"), std::string::npos);
+    EXPECT_NE(text.find("Completion queue flush ended"), std::string::npos);
   }
 }
 
