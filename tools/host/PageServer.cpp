@@ -111,7 +111,7 @@ void PageServer::Routes::addRoutes() {
       {verb::get, "/metrics",
        [this](auto&) { return responseOf(metricsType, metricsOf(module_, log_)); }},
   };
-  for (const page::File& file : page::files) {
+  for (const page::EmbeddedFile& file : page::files) {
     if (file.name == indexFile) continue;
     routes_.push_back({verb::get, fmt::format("/{}", file.name), [file](auto&) {
                          return responseOf(typeOf(file.name), std::string(file.text));
