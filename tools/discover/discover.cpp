@@ -42,21 +42,20 @@ struct Options {
 
 // ---- Listening ------------------------------------------------------------------------------
 
-enum class Ending { Done, Interrupted };
-
-Ending waitForEnd(const tools::SignalDescriptor& signals, const Listener& listener,
-                  Clock::time_point deadline) {
+// Done when both streams have ended, or at the deadline.
+ExitCode waitForEnd(const tools::SignalDescriptor& signals, const Listener& listener,
+                    Clock::time_point deadline) {
   while (Clock::now() < deadline) {
     switch (tools::waitFor(signals, listener.overDescriptor(), deadline)) {
       case Arrival::Nothing:
         break;
       case Arrival::Signal:
-        return Ending::Interrupted;
+        return ExitCode::Interrupted;
       case Arrival::Input:
-        return Ending::Done;
+        return ExitCode::Done;
     }
   }
-  return Ending::Done;
+  return ExitCode::Done;
 }
 
 // ---- Writing --------------------------------------------------------------------------------
@@ -148,7 +147,7 @@ int run(const Options& options) {
   google::protobuf::SetLogHandler(nullptr);
   const auto deadline = tools::momentIn(options.seconds);
   Listener listener(options.target);
-  if (waitForEnd(signals, listener, deadline) == Ending::Interrupted) {
+  if (waitForEnd(signals, listener, deadline) == ExitCode::Interrupted) {
     tools::say("discover", "interrupted; nothing is written");
     return ExitCode::Interrupted;
   }

@@ -42,8 +42,6 @@ using tools::ExitCode;
 using tools::InputLines;
 using tools::SignalDescriptor;
 
-enum class Ending { Done, Interrupted };
-
 // Takes one line; false if it wants no more.
 using LineUser = std::function<bool(std::string_view)>;
 
@@ -57,15 +55,15 @@ bool handOver(InputLines& input, const LineUser& use) {
 
 // Waits for a signal, the deadline or the end of standard input, and hands its lines to `use`. If
 // `use` is empty, leaves standard input alone.
-Ending waitForEnd(const SignalDescriptor& signals, Clock::time_point deadline,
-                  const LineUser& use) {
+ExitCode waitForEnd(const SignalDescriptor& signals, Clock::time_point deadline,
+                    const LineUser& use) {
   InputLines input;
   while (Clock::now() < deadline) {
     const auto arrival = tools::waitFor(signals, use ? &input : nullptr, deadline);
-    if (arrival == Arrival::Signal) return Ending::Interrupted;
+    if (arrival == Arrival::Signal) return ExitCode::Interrupted;
     if (arrival == Arrival::Input && !handOver(input, use)) break;
   }
-  return Ending::Done;
+  return ExitCode::Done;
 }
 
 // Runs a loop on a thread of its own for as long as this lives. A fault that can't be carried out
@@ -108,7 +106,8 @@ void strike(boost::asio::io_context& loop, Saboteur& saboteur, std::string_view 
   }
 }
 
-Ending play(const Settings& settings, const SignalDescriptor& signals, Clock::time_point deadline) {
+ExitCode play(const Settings& settings, const SignalDescriptor& signals,
+              Clock::time_point deadline) {
   const auto& playing = settings.playing;
   tools::say("sim", fmt::format("playing {} keys with seed {}", playing.keys.size(), playing.seed));
   if (playing.keys.empty() && !settings.addresses.meters.empty()) {
@@ -137,7 +136,8 @@ Ending play(const Settings& settings, const SignalDescriptor& signals, Clock::ti
   });
 }
 
-Ending obey(const Settings& settings, const SignalDescriptor& signals, Clock::time_point deadline) {
+ExitCode obey(const Settings& settings, const SignalDescriptor& signals,
+              Clock::time_point deadline) {
   Commander commander;
   Simulator simulator(settings.addresses, commander, settings.pings);
   Report(false).listening(simulator.addresses());
@@ -156,8 +156,9 @@ void readFiles(Settings& settings) {
   }
   if (settings.faultPlan.empty()) return;
   auto plan = readFaultPlan(settings.faultPlan);
-  if (plan.empty())
+  if (plan.empty()) {
     tools::say("sim", fmt::format("the fault plan {} has no faults", settings.faultPlan));
+  }
   std::move(plan.begin(), plan.end(), std::back_inserter(settings.faults));
 }
 
@@ -169,8 +170,7 @@ int run(Settings& settings) {
   // the process ends anyway.
   grpc_init();
   const auto deadline = tools::momentIn(settings.limit);
-  const auto ending = (settings.commands ? obey : play)(settings, signals, deadline);
-  return ending == Ending::Interrupted ? ExitCode::Interrupted : ExitCode::Done;
+  return (settings.commands ? obey : play)(settings, signals, deadline);
 }
 
 }  // namespace
