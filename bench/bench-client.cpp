@@ -56,7 +56,7 @@ void sleepFor(double seconds) {
   std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
 }
 
-// What is measured.
+// The client to be measured.
 class Subject {
  public:
   Subject() = default;
@@ -99,7 +99,7 @@ class Latencies {
   std::atomic<bool> wanted_ = false;
 };
 
-// Stores the values of a message by their position, as a client does that ignores the keys.
+// Stores the values of a message by their position, as a client that ignores the keys would.
 class Array {
  public:
   explicit Array(Latencies& latencies) : latencies_(latencies) {}

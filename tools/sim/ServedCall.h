@@ -52,10 +52,10 @@ class CallRegistry {
 
   std::mutex announcing_;
   std::unique_lock<std::mutex> door_;
-  bool started_ = false;  // under announcing_
+  bool started_ = false;  // protected by announcing_
 
   std::condition_variable empty_;
-  mutable std::mutex mutex_;  // of all below
+  mutable std::mutex mutex_;  // protects all below
   std::map<Method, unsigned> counts_;
   std::vector<std::shared_ptr<ServedCall>> calls_;
 };
@@ -75,7 +75,7 @@ class ServedCall final : public Call,
 
   // Starts reading the request. To be called once; the result is for gRPC.
   grpc::ServerGenericBidiReactor* begin();
-  // Before the announcement.
+  // Call this before the announcement.
   void setNumber(unsigned number) { opening_.number = number; }
   // Cancels the call for its client, whatever is queued. Does nothing unless the call is open.
   void abort();
@@ -105,7 +105,7 @@ class ServedCall final : public Call,
   void fillOpening();
   void settle();
   std::vector<std::uint64_t> takeFinishedJobs();
-  // The mutex is held in these three.
+  // Call these three with the mutex locked.
   void advance();
   void cutJobs();
   void cancel(grpc::Status status);
@@ -120,7 +120,7 @@ class ServedCall final : public Call,
   bool announced_ = false;
   std::shared_ptr<ServedCall> self_;
 
-  mutable std::mutex mutex_;  // of all below
+  mutable std::mutex mutex_;  // protects all below
   std::deque<Job> jobs_;      // the first is the one being written
   std::optional<grpc::Status> status_;
   bool busy_ = true;

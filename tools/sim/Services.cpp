@@ -16,7 +16,7 @@ bool needsRelay(const Settings& settings, Subject subject) {
   });
 }
 
-// Where the server itself listens: behind a relay, at a port that only the relay needs to know.
+// Where the server itself listens. With a relay in front, only the relay needs to know the port.
 Addresses behindRelays(const Settings& settings) {
   constexpr auto* inside = "127.0.0.1:0";
   auto addresses = settings.addresses;

@@ -143,7 +143,7 @@ void gRPCGatewayClient::startMetersRequest(const MeterStream& stream) {
   AsyncMetersPayload*& current = this->*stream.payload;
   if (!metersStub) return;
   if (!running) {
-    // The payload that asks deletes itself next, so the destructor must not find it here.
+    // The calling payload is about to delete itself, so the destructor must not find it here.
     current = nullptr;
     return;
   }
