@@ -253,7 +253,7 @@ void measureLatency(Latencies& latencies, const Options& options) {
     sleepFor(options.seconds);
   } while (latencies.count() == 0);
   latencies.want(false);
-  sleepFor(0.01);  // until a latency that is just being noted has been noted
+  sleepFor(0.01);  // a latency that is being noted is complete by then
   std::printf("{\"messages\": %zu, \"p50\": %lu, \"p99\": %lu}\n", latencies.count(),
               latencies.quantile(0.5), latencies.quantile(0.99));
 }

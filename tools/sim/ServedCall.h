@@ -1,7 +1,7 @@
 // The calls of a Simulator, as gRPC sees them, and the registry of those that are not over.
 //
 // Threads: any, except where a member says otherwise. gRPC calls the reactions (On...) of one call
-// one after the other, on threads of its own.
+// one after another, on its own threads.
 // Ownership: a ServedCall keeps itself alive until gRPC is done with it. The registry shares
 // ownership of each call from its announcement to its end, and must outlive its calls. It borrows
 // the listener for its life.
@@ -73,7 +73,7 @@ class ServedCall final : public Call,
     opening_.method = method;
   }
 
-  // Starts reading the request. To be called once; the result is for gRPC.
+  // Starts reading the request. Call this once; the result is for gRPC.
   grpc::ServerGenericBidiReactor* begin();
   // Call this before the announcement.
   void setNumber(unsigned number) { opening_.number = number; }

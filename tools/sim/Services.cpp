@@ -26,7 +26,7 @@ Addresses behindRelays(const Settings& settings) {
   return addresses;
 }
 
-// Replaces `address`, which is the server's, by the relay's.
+// Puts a relay in front of the server at `address`, and stores the relay's address there.
 std::unique_ptr<Relay> putInFront(boost::asio::io_context& loop, const std::string& wanted,
                                   std::string& address, const char* option) {
   const auto port = std::stoi(address.substr(address.rfind(':') + 1));

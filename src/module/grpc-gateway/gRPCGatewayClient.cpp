@@ -36,7 +36,7 @@ std::shared_ptr<grpc::Channel> openChannel(const std::string& target,
   return grpc::CreateCustomChannel(target, grpc::InsecureChannelCredentials(), arguments);
 }
 
-// An item that fails stays in the request as far as it was filled; the others still go out.
+// An item that fails stays in the request, partly filled; the others still go out.
 std::int32_t addParamToRequest(const sonalith_keyValueItem* item, void* request) {
   try {
     fillParam(*static_cast<RequestSetParams*>(request)->add_params(), *item);
