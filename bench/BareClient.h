@@ -1,5 +1,5 @@
-// The baseline: the least work that a gRPC client of the same services must do, with the module's
-// own structure: one queue, one thread that drains it, asynchronous readers, the same channel
+// The baseline: the least work that a gRPC client of the same services must do. It has the module's
+// structure: one queue, one thread that drains it, asynchronous readers, the same channel
 // arguments.
 #pragma once
 
@@ -30,8 +30,8 @@ class BareReader {
  public:
   using Handler = std::function<void(const sonalith::grpc::Meter&)>;
 
-  // What ends the queue's thread: the ends of the cancelled streams, or, as in the module, an alarm
-  // for the present moment before anything is cancelled.
+  // What ends the queue's thread: the ends of the cancelled streams or, as in the module, an alarm
+  // that is due at once, set before anything is cancelled.
   enum class WokenBy { Ends, Alarm };
 
   // Opens the fast stream, and the slow one if wanted, without waiting for them. The handler may be

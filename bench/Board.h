@@ -1,4 +1,4 @@
-// What the server reports during a measurement: memory that it shares by a file, so that reporting
+// What the server reports during a measurement: memory shared through a file, so that reporting
 // costs neither side a system call.
 #pragma once
 

@@ -56,7 +56,7 @@ void sleepFor(double seconds) {
   std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
 }
 
-// What is measured.
+// The client to be measured.
 class Subject {
  public:
   Subject() = default;
@@ -99,7 +99,7 @@ class Latencies {
   std::atomic<bool> wanted_ = false;
 };
 
-// Stores the values of a message by their position, as a client does that ignores the keys.
+// Stores the values of a message by their position, as a client that ignores the keys would.
 class Array {
  public:
   explicit Array(Latencies& latencies) : latencies_(latencies) {}
@@ -253,7 +253,7 @@ void measureLatency(Latencies& latencies, const Options& options) {
     sleepFor(options.seconds);
   } while (latencies.count() == 0);
   latencies.want(false);
-  sleepFor(0.01);  // until a latency that is just being noted has been noted
+  sleepFor(0.01);  // a latency that is being noted is complete by then
   std::printf("{\"messages\": %zu, \"p50\": %lu, \"p99\": %lu}\n", latencies.count(),
               latencies.quantile(0.5), latencies.quantile(0.99));
 }

@@ -3,7 +3,7 @@
 //   parse/N    parsing the message's bytes into the buffer that all messages use
 //   copy/N     making and releasing a private copy of N entries
 //   search/N   searching for each of N keys in the copy
-//   naive/N    the same, comparing one std::string after the other: shows what the scan gains
+//   naive/N    the same, comparing one std::string after another: shows what the scan gains
 //   change/N   searching for one changed engine parameter among N entries, in a copy made for it
 //
 //   bench-parts --values FOLDER [OPTIONS OF GOOGLE BENCHMARK]

@@ -1,8 +1,8 @@
-# embed_text(TARGET HEADER NAMESPACE FILE...): files as they are, as text in the program.
+# embed_text(TARGET HEADER NAMESPACE FILE...): embeds files, unchanged, as text in the program.
 #
 # TARGET's sources may include "HEADER", which the build makes. In NAMESPACE it declares, for a FILE
 # "page/a-b.css", `inline constexpr std::string_view a_b_css`, and `files`, an array of the `name`
-# ("a-b.css") and the `text` of each FILE. The build makes it again when a file changes.
+# ("a-b.css") and the `text` of each FILE. The build remakes it when a file changes.
 
 set(gateway_embed_script ${CMAKE_CURRENT_LIST_DIR}/EmbedScript.cmake)
 

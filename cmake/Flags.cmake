@@ -4,7 +4,7 @@
 include(CheckCXXCompilerFlag)
 include(CheckPIESupported)
 
-# Compilers differ in whether a program can be loaded anywhere if nothing is said.
+# Compilers differ in whether they make position-independent programs by default.
 check_pie_supported(LANGUAGES CXX)
 
 add_library(gateway_flags INTERFACE)
@@ -24,7 +24,7 @@ target_compile_options(
     $<$<COMPILE_LANGUAGE:CXX>:-Woverloaded-virtual>
     $<$<BOOL:${GATEWAY_WERROR}>:-Werror>)
 
-# g++ 12 takes the concatenation of a literal and a string for an overlapping copy.
+# g++ 12 mistakes the concatenation of a literal and a string for an overlapping copy.
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   target_compile_options(gateway_flags INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Wno-restrict>)
 endif()
@@ -37,7 +37,7 @@ target_compile_options(
             -ffile-prefix-map=${PROJECT_BINARY_DIR}/= -fdebug-prefix-map=${PROJECT_BINARY_DIR}=.)
 
 target_compile_options(gateway_flags INTERFACE -fstack-protector-strong)
-# Each processor has its own word for guarding jumps. clang++ takes others, too, and warns of them.
+# The flag that guards jumps depends on the processor. clang++ accepts a wrong one, but warns.
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(aarch64|arm64)$")
   set(guard -mbranch-protection=standard)
 else()
@@ -58,7 +58,7 @@ if(GATEWAY_SANITIZE)
                             -fno-omit-frame-pointer)
   target_link_options(gateway_flags INTERFACE -fsanitize=${GATEWAY_SANITIZE})
 else()
-  # Needs optimisation, and would hide from the sanitizers what they look for.
+  # This needs optimisation, and would hide from the sanitizers what they look for.
   target_compile_definitions(
     gateway_flags INTERFACE $<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
 endif()
@@ -67,7 +67,7 @@ if(GATEWAY_FUZZ)
   if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
     message(FATAL_ERROR "GATEWAY_FUZZ needs clang++: configure with -DCMAKE_CXX_COMPILER=clang++")
   endif()
-  # What the fuzzer learns from.
+  # Coverage, which guides the fuzzer.
   target_compile_options(gateway_flags INTERFACE -fsanitize=fuzzer-no-link)
   target_link_options(gateway_flags INTERFACE -fsanitize=fuzzer-no-link)
 endif()

@@ -1,16 +1,16 @@
 # Chooses the INI reader by the option GATEWAY_INIH:
 #
 #   auto     the installed inih if it reads every conformance case as required, else our own reader
-#   system   the installed inih; stops if it does not read them so
+#   system   the installed inih; stops if it misreads a case
 #   bundled  our own reader, src/ini
 #
 # Builds of inih differ in limits and switches that its header does not show, so a program that
 # reads the cases of src/ini/conformance.h is compiled and run against the installed one.
 #
 # Sets GATEWAY_INIH_READER to `system` or `bundled`, and with `system` GATEWAY_INIH_INCLUDE_DIR and
-# GATEWAY_INIH_LIBRARY. The target `ini` is made from them in src/ini.
+# GATEWAY_INIH_LIBRARY, from which src/ini makes the target `ini`.
 
-# gateway_judge_inih(VAR): sets VAR to what speaks against the installed inih, or to "".
+# gateway_judge_inih(VAR): sets VAR to the reason not to use the installed inih, or to "".
 function(gateway_judge_inih objection)
   find_path(GATEWAY_INIH_INCLUDE_DIR ini.h DOC "Folder of the installed inih's ini.h")
   find_library(GATEWAY_INIH_LIBRARY inih DOC "The installed inih")
@@ -26,7 +26,7 @@ function(gateway_judge_inih objection)
   set(${objection} "${reason}" PARENT_SCOPE)
 endfunction()
 
-# gateway_probe_inih(VAR): the part of it that compiles and runs the probe.
+# gateway_probe_inih(VAR): the same, by compiling and running the probe alone.
 function(gateway_probe_inih objection)
   set(folder ${PROJECT_SOURCE_DIR}/src/ini)
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${folder}/conformance-probe.cpp

@@ -13,8 +13,8 @@ set(shared ${CMAKE_INSTALL_DATADIR}/sonalith/grpc-gateway)
 
 install(TARGETS grpc-gateway LIBRARY DESTINATION ${GATEWAY_MODULE_DIR} COMPONENT module)
 
-# The sample. Under a name of its own, so that no configuration is ever written over. The engine of
-# a system looks into /etc, which only at the time of the installation is known to be meant.
+# The sample has a name of its own, so that it never overwrites a configuration. With the prefix
+# /usr it goes to /etc, where the engine looks. Only the installation knows the final prefix.
 set(sysconfdir ${CMAKE_INSTALL_SYSCONFDIR})
 install(
   CODE "
@@ -31,7 +31,7 @@ if(GATEWAY_TOOLS)
   install(TARGETS gatewayctl RUNTIME COMPONENT tools)
 endif()
 
-# gatewayctl itself prints its completions, and its manual pages for docs/man: the build runs it.
+# The build runs gatewayctl, which prints its own completions and its manual pages (docs/man).
 set(gatewayctl_runs ${GATEWAY_TOOLS})
 if(GATEWAY_TOOLS AND CMAKE_CROSSCOMPILING AND NOT CMAKE_CROSSCOMPILING_EMULATOR)
   set(gatewayctl_runs OFF)
@@ -41,7 +41,7 @@ endif()
 if(gatewayctl_runs)
   set(completions ${PROJECT_BINARY_DIR}/completions)
   file(MAKE_DIRECTORY ${completions})
-  # completion(SHELL FILE FOLDER): FOLDER is where the shell looks for the scripts of packages.
+  # completion(SHELL FILE FOLDER): FOLDER is where the shell looks for completions from packages.
   function(completion shell file folder)
     add_custom_command(
       OUTPUT ${completions}/${file}
@@ -60,7 +60,7 @@ if(gatewayctl_runs)
                             ${completions}/_gatewayctl)
 endif()
 
-# The boundary is a header alone, the same for every processor.
+# The boundary is only a header, and the same for every processor.
 set(cmake_package ${CMAKE_INSTALL_DATADIR}/cmake/sonalith-host)
 set(pkg_config ${CMAKE_INSTALL_DATADIR}/pkgconfig)
 set(made ${PROJECT_BINARY_DIR}/dev)
@@ -70,7 +70,7 @@ install(EXPORT sonalith-host FILE sonalith-host-config.cmake NAMESPACE sonalith:
         DESTINATION ${cmake_package} COMPONENT dev)
 write_basic_package_version_file(${made}/sonalith-host-config-version.cmake ARCH_INDEPENDENT
                                  COMPATIBILITY SameMinorVersion)
-# Found by where the file itself lies, so that it holds under any prefix.
+# The pkg-config file names the header's folder relative to its own, so that any prefix works.
 cmake_path(ABSOLUTE_PATH CMAKE_INSTALL_INCLUDEDIR BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}"
            OUTPUT_VARIABLE includedir)
 cmake_path(ABSOLUTE_PATH pkg_config BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}" OUTPUT_VARIABLE
@@ -81,7 +81,7 @@ install(FILES ${made}/sonalith-host-config-version.cmake DESTINATION ${cmake_pac
         COMPONENT dev)
 install(FILES ${made}/sonalith-host.pc DESTINATION ${pkg_config} COMPONENT dev)
 
-# One folder, since schemas, document and examples find each other from where they lie.
+# All in one folder, since schemas, document and examples refer to each other by relative paths.
 install(FILES proto/common.proto proto/engine.proto proto/meters.proto
         DESTINATION ${shared}/proto COMPONENT dev)
 install(FILES docs/servers.md DESTINATION ${shared}/docs COMPONENT dev)

@@ -1,7 +1,7 @@
-# Debian packages of what cmake/Install.cmake installs, one for each component; `cpack` in the build
-# folder makes them, `scripts/package` does all.
+# Debian packages of what cmake/Install.cmake installs, one for each component. `cpack` in the build
+# folder makes them; `scripts/package` also builds first and checks the packages.
 #
-# They are of the prefix /usr, as in the preset `release`: another build has no packages.
+# They need the prefix /usr, as in the preset `release`. Other builds can't make packages.
 
 set(GATEWAY_MAINTAINER "grpc-gateway maintainers <maintainers@grpc-gateway.example>"
     CACHE STRING "Maintainer of the packages: name and mail address")
@@ -27,7 +27,7 @@ set(CPACK_INSTALL_PREFIX /usr)
 set(CPACK_VERBATIM_VARIABLES ON)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
     OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
-# Each package has a synopsis of its own, on top of its description.
+# Each package has its own synopsis, the first line of its description.
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
 
 set(CPACK_DEB_COMPONENT_INSTALL ON)
@@ -75,7 +75,7 @@ and its modules, with a CMake package and a pkg-config file, the schema
 files of the two gRPC services, and example servers in C++, Python and
 JavaScript with a document of what the gateway expects of them.")
 
-# What a package has besides what is installed, and an installation has not.
+# This script adds what a package needs beyond the installed files.
 set(CPACK_PRE_BUILD_SCRIPTS ${packages}/finish.cmake)
 set(CPACK_GATEWAY_FILES ${packages})
 set(CPACK_GATEWAY_STRIP ${CMAKE_STRIP})

@@ -1,12 +1,12 @@
-# Stops if the static protobuf-lite that was found can't become part of a module, which is a shared
-# object: a distribution's own often is for programs alone. What is tried has variables of a thread,
-# since those show it.
+# Stops if the static protobuf-lite that was found can't be linked into a shared object such as the
+# module: a distribution's library is often built for programs only. The trial uses thread-local
+# variables, since those reveal the difference.
 
 include(CheckCXXSourceCompiles)
 
-# A function, for its own variables.
+# A function, so that its variables are local.
 function(gateway_try_static_protobuf)
-  # A program's flags would come behind these.
+  # If this is set, CMake adds the flags for a program after those below.
   unset(CMAKE_POSITION_INDEPENDENT_CODE)
   set(CMAKE_REQUIRED_FLAGS -fPIC)
   set(CMAKE_REQUIRED_LINK_OPTIONS -shared)

@@ -8,7 +8,7 @@ function(run)
   execute_process(COMMAND ${ARGV} COMMAND_ERROR_IS_FATAL ANY)
 endfunction()
 
-# A copyright file indents the terms, and writes an empty line as a point.
+# A copyright file indents the terms and has a full stop in place of an empty line.
 set(terms " All rights reserved. No licence comes with this package.")
 if(CPACK_GATEWAY_LICENSE_FILE)
   file(READ "${CPACK_GATEWAY_LICENSE_FILE}" terms)

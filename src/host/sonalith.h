@@ -47,7 +47,7 @@ typedef struct sonalith_keyValueList sonalith_keyValueList;
 
 /* ---- Logging ---------------------------------------------------------------------------- */
 
-/* Levels of log lines, in rising weight. */
+/* Levels of log lines, in order of increasing severity. */
 enum {
   SONALITH_LOG_TRACE = 1,   /* entries, steps of start and stop, exceptions inside callbacks */
   SONALITH_LOG_NETWORK = 2, /* network milestones */
@@ -197,7 +197,7 @@ void* sonalith_engine_notify_changes_addCallback(sonalith_engine* engine,
                                                  void* user);
 
 /* Removes a callback. On return, no call of it is running and none will come, so the module may
- * release at once what it uses. */
+ * release whatever the callback uses. */
 void sonalith_engine_notify_changes_rmCallback(sonalith_engine* engine, void* handle);
 
 /* ---- Module ----------------------------------------------------------------------------- */

@@ -55,7 +55,7 @@ struct Reading {
   bool operator==(const Reading&) const = default;
 };
 
-/* `name` is a claim and unique. `bytes` may contain NULs. */
+/* `name` states a claim and is unique. `bytes` may contain NULs. */
 struct Case {
   std::string name;
   std::string bytes;
@@ -439,8 +439,8 @@ inline std::string describeResult(const Reading& reading) {
   return text;
 }
 
-/* Returns the first difference of two readings, as "expected ..., got ..." with a pair or the
- * result each. Empty if they agree. */
+/* Returns the first difference between two readings, as "expected ..., got ..." with a pair or the
+ * result on each side. Empty if they agree. */
 inline std::string firstDifference(const Reading& expected, const Reading& got) {
   if (expected == got) return "";
   const auto [want, have] = std::mismatch(expected.pairs.begin(), expected.pairs.end(),

@@ -49,7 +49,7 @@ std::size_t findSeparator(std::string_view text) {
   return equals != std::string_view::npos ? equals : searched.find(':');
 }
 
-// One pass over one file, line by line. The functions take... return false for a bad line.
+// One pass over one file, line by line. Each take function returns false for a bad line.
 class Pass {
  public:
   Pass(ini_handler handler, void* user) : handler_(handler), user_(user) {}

@@ -43,7 +43,7 @@ Function* theirs(const char* symbol) {
   return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, symbol));
 }
 
-// The alarm that wakes a stopping loop has no tag. The join that follows gives the order.
+// The alarm that wakes a stopping loop has no tag. The join that follows provides the order.
 void started(void* tag) {
   if (tag != nullptr) __tsan_release(tag);
 }

@@ -111,7 +111,7 @@ class Call {
   Call(const Call&) = delete;
   Call& operator=(const Call&) = delete;
 
-  // Returns its argument: whether all required pointers were passed. If not, reports a violation.
+  // Returns `all`: whether all required pointers were passed. If not, reports a violation.
   bool given(bool all);
 
   bool isHeard() const;  // whether anyone receives log lines

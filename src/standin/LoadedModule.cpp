@@ -25,8 +25,8 @@ constexpr std::array<ByteRange, 2> moduleBytes = {{
     {offsetof(sonalith_module, slowMeterTable), sizeof(sonalith_module)},
 }};
 
-// By the boundary's rule, the host reads slots without a lock while the module writes them, so the
-// thread sanitizer must not report it. It would still report library functions and, with clang,
+// By the boundary's rules, the host reads slots without a lock while the module writes them, so the
+// thread sanitizer must not report that. It would still report library functions and, with clang,
 // atomic operations.
 #if __has_attribute(disable_sanitizer_instrumentation)
 #define STANDIN_UNLOCKED __attribute__((noinline, disable_sanitizer_instrumentation))

@@ -66,7 +66,7 @@ class ModuleInstance {
   // `module` and `engine` must outlive the instance. Throws std::invalid_argument if `name` has
   // more than 31 bytes.
   ModuleInstance(const LoadedModule& module, Engine& engine, std::string_view name = "gateway");
-  // Does not stop the module, since a test may want to leave it as it is.
+  // Does not stop the module, since a test may want to leave it running.
   ~ModuleInstance();
   ModuleInstance(const ModuleInstance&) = delete;
   ModuleInstance& operator=(const ModuleInstance&) = delete;

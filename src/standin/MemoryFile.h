@@ -2,7 +2,7 @@
 // however the process ends.
 //
 // Threads: any; it never changes.
-// Ownership: it owns the file, which vanishes along with it and the children that inherited it.
+// Ownership: it owns the file, which disappears with it and with the last child that inherited it.
 #pragma once
 
 #include <string>

@@ -7,7 +7,7 @@
 namespace standin {
 namespace {
 
-// Compilers want a literal. These formats are the beginnings of one that was checked at its call.
+// Compilers warn unless a format is a literal. These are prefixes of one that its call has checked.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 std::string formatted(const std::string& format, va_list arguments) {
@@ -33,7 +33,7 @@ std::size_t endOfConversion(const std::string& format, std::size_t percent) {
 
 }  // namespace
 
-// An argument is what the text gains when the format goes on to the end of its conversion.
+// Formats up to the beginning and to the end of each conversion: the difference is its argument.
 PrintfText printfText(const char* format, va_list arguments) {
   const std::string whole = format;
   PrintfText result{formatted(whole, arguments), {}};

@@ -1,4 +1,4 @@
-// What a printf format makes of its arguments: the whole text, and each argument by itself.
+// Formats arguments as printf does: the whole text, and the text of each argument by itself.
 #pragma once
 
 #include <cstdarg>

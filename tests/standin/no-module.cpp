@@ -1,4 +1,4 @@
-// A shared object without a descriptor, so no module.
+// A shared object without a descriptor, and so not a module.
 extern "C" int nothing();
 int nothing() {
   return 0;

@@ -9,7 +9,7 @@
 #include <mutex>
 #include <new>
 
-// ---- The allocator behind this one --------------------------------------------------------------
+// ---- The underlying allocator -------------------------------------------------------------------
 
 #ifdef GATEWAY_ALLOCATOR_OF_SANITIZER
 #define GATEWAY_BEHIND(name) __interceptor_##name
@@ -35,9 +35,9 @@ struct AllocationFault::Plan {
 
 namespace {
 
-// Set while this file works for this thread, so that its own requests are nobody's.
+// Set while this file's own code runs on this thread, so that its requests don't count.
 thread_local bool isBusy = false;
-// What covers this thread.
+// The plan that covers this thread, or null.
 thread_local AllocationFault::Plan* threadPlan = nullptr;
 
 class Busy {
@@ -48,7 +48,7 @@ class Busy {
   Busy& operator=(const Busy&) = delete;
 };
 
-// Plans, blocks and what they hold; taken while busy only.
+// Protects plans and blocks with their contents. Lock it only while isBusy is set.
 std::mutex& mutex() {
   static std::mutex instance;
   return instance;
@@ -61,7 +61,7 @@ struct Blocks {
   std::condition_variable changed;
 };
 
-// Never destroyed: memory is given back until the very end of the process.
+// Never destroyed: memory is released until the very end of the process.
 Blocks& blocks() {
   static Blocks& instance = *new Blocks;
   return instance;
@@ -71,7 +71,7 @@ bool mattersHere() {
   return !isBusy && (threadPlan != nullptr || blocksAreCounted);
 }
 
-// What is known of one request.
+// The decision about one request.
 struct Verdict {
   bool own = false;
   bool fails = false;
@@ -125,7 +125,7 @@ void release(void* memory) {
   GATEWAY_BEHIND(free)(memory);
 }
 
-// `take` is what the allocator behind this one does for the request.
+// `take` passes the request on to the underlying allocator.
 template <class Take>
 void* allocateQuietly(const void* returnAddress, Take take) {
   const Verdict verdict = judge(returnAddress, false);
@@ -134,7 +134,7 @@ void* allocateQuietly(const void* returnAddress, Take take) {
   return memory;
 }
 
-// Kept for good, since a thread may look at its plan at any time.
+// Never deleted, since a thread may look at its plan at any time.
 AllocationFault::Plan& newPlan(int nth, AllocationFault::Lasting lasting,
                                AllocationFault::Throws what) {
   const Busy busy;
@@ -218,7 +218,7 @@ bool OwnBlocks::waitFor(std::size_t count) const {
   return blocks().changed.wait_for(lock, patience, [&] { return blocks().held.size() == count; });
 }
 
-// ---- In front of the libraries' own -------------------------------------------------------------
+// ---- Replacements for the libraries' functions --------------------------------------------------
 
 void* operator new(std::size_t size) {
   return allocate(size, __builtin_return_address(0));

@@ -11,19 +11,19 @@
 
 #include "tests/support/ModuleCode.h"
 
-// The module must be loaded by then, and as long as this lives.
+// Fails chosen requests. The module must be loaded before this is made and while it lives.
 class AllocationFault {
  public:
   enum class Lasting { Once, ForGood };
   enum class Covers { ThisThread, NoThreadYet };
   // What operator new throws: std::bad_alloc, or an int, which no handler of the module catches.
   enum class Throws { BadAlloc, Int };
-  // A number that no request reaches: to count alone.
+  // A number that no request reaches, for counting only.
   static constexpr int never = std::numeric_limits<int>::max();
 
-  // While it lives, the nth request of the threads that it covers (1: the next one) fails, and if
-  // for good, all that follow, too: operator new throws, malloc gives null. Covers also any thread
-  // on which coverThisThread is called; a thread is under one cover, the last.
+  // While this lives, the nth request of the threads that it covers fails (1: the next one), and
+  // with ForGood all later ones, too: operator new throws, malloc returns null. It also covers each
+  // thread that calls coverThisThread. For each thread, only the last cover counts.
   explicit AllocationFault(int nth, Lasting lasting = Lasting::Once,
                            Covers covers = Covers::ThisThread, Throws what = Throws::BadAlloc);
   ~AllocationFault();
@@ -31,7 +31,7 @@ class AllocationFault {
   AllocationFault& operator=(const AllocationFault&) = delete;
 
   void coverThisThread();
-  // Memory is back, for all threads.
+  // Ends the failures, for all threads.
   void end();
 
   struct Allocation {
@@ -39,7 +39,7 @@ class AllocationFault {
     bool throws;  // operator new, in contrast to malloc
     Callers callers;
   };
-  // So far, in their order.
+  // The requests so far, in order.
   std::vector<Allocation> allocations() const;
   std::size_t requestCount() const;
   std::size_t failureCount() const;
@@ -51,7 +51,7 @@ class AllocationFault {
   Plan& plan_;
 };
 
-// While it lives, the module's own blocks are counted: those that it takes and does not give back.
+// While this lives, counts the blocks that the module's own code requests and has not released.
 class OwnBlocks {
  public:
   OwnBlocks();
@@ -60,9 +60,9 @@ class OwnBlocks {
   OwnBlocks& operator=(const OwnBlocks&) = delete;
 
   std::size_t count() const;
-  // Who took each of them.
+  // The callers that requested each of these blocks.
   std::string text() const;
-  // Returns when there are as many; false if the patience of tests has passed.
+  // Waits until there are `count` blocks. False if the tests' patience runs out first.
   bool waitFor(std::size_t count) const;
 
  private:

@@ -57,7 +57,7 @@ bool beginsWithAny(std::string_view text, std::initializer_list<std::string_view
 }
 
 Owner ownerOf(std::string_view mangled) {
-  // A local entity has the owner of its function.
+  // A local entity belongs to whatever its function belongs to.
   while (mangled.starts_with("_ZZ")) mangled.remove_prefix(1);
   if (mangled.starts_with("Z")) mangled.remove_prefix(1);
   if (mangled.starts_with("_Z")) mangled.remove_prefix(2);

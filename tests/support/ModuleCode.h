@@ -1,9 +1,9 @@
 // Decides whether the built module's own code requested a block of memory.
 //
 // A request is the module's own if its innermost caller outside the C and C++ libraries and the
-// latter's templates is in grpc-gateway.so, but not in code of gRPC or protobuf that the compiler
-// put there, which is their inline functions and the generated messages. Such code does not survive
-// a failed allocation, and neither do the libraries.
+// latter's templates is in grpc-gateway.so, but not in code of gRPC or protobuf that was compiled
+// into it: their inline functions and the generated messages. Such code does not survive a failed
+// allocation, and neither do the libraries.
 //
 // Threads: any thread; only one at a time may create or destroy a LoadedModuleCode.
 #pragma once

@@ -79,7 +79,7 @@ class ToolProcess {
   std::unique_ptr<Run> run_;
 };
 
-// What serves both services: the simulator, or another program that takes the same commands and
+// The program that serves both services: the simulator, or another that takes the same commands and
 // reports the same events, as far as the test uses them. Both targets follow these arguments, as
 // --meters and --engine.
 struct ServerProgram {
@@ -98,8 +98,8 @@ class SimProcess {
   explicit SimProcess(const std::string& metersTarget = anyPort,
                       const std::string& engineTarget = anyPort, const ServerProgram& program = {});
 
-  // Ends it in order, and reports a test failure if that fails. Does nothing if it was killed or
-  // has quit.
+  // Makes it quit, and reports a test failure if that fails. Does nothing if it was killed or has
+  // quit.
   ~SimProcess();
   SimProcess(const SimProcess&) = delete;
   SimProcess& operator=(const SimProcess&) = delete;
@@ -122,7 +122,7 @@ class SimProcess {
   // Drops all events so far, to save memory in long runs.
   void forgetEvents() { process_.forgetLines(); }
 
-  // Ends it in order, and returns its exit code.
+  // Makes it quit, and returns its exit code.
   int quit();
 
   // Ends it at once, as a crash would: its peers only notice that their connections are gone.

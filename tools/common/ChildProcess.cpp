@@ -30,7 +30,7 @@ bool redirect(int from, int to) {
 [[noreturn]] void becomeProgram(char* const* arguments, pid_t parent, const ChildStreams& streams,
                                 Session session) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
-  // The parent may have died before that.
+  // The parent may have died before that call.
   const bool orphaned = getppid() != parent;
   const bool hasSession = session == Session::Shared || setsid() >= 0;
   if (!orphaned && hasSession && redirect(streams.in, STDIN_FILENO) &&
@@ -55,7 +55,7 @@ pid_t spawn(const std::string& program, const std::vector<std::string>& argument
   return pid;
 }
 
-// The C library declares its own function for C alone.
+// A system call, because the C library's header declares its own function for C only.
 int openEnd(pid_t pid) {
   return static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
 }

@@ -1,7 +1,7 @@
 // Child processes, and pipes to them.
 //
-// A child dies with the thread that started it, however that thread ends. It inherits which signals
-// are blocked: all sub-commands that run for long block SIGINT and SIGTERM and wait for them.
+// A child dies with the thread that started it, however that thread ends. It inherits the set of
+// blocked signals: all long-running sub-commands block SIGINT and SIGTERM and wait for them.
 //
 // Threads: one at a time.
 // Ownership: a ChildProcess owns its process, and kills it unless it has ended. It borrows
@@ -26,7 +26,7 @@ class Pipe {
 
   int read() const { return read_; }
   int write() const { return write_; }
-  // To be called when a child has the writing end, so that the child's end is the pipe's end.
+  // Call this once a child has the writing end, so that the pipe's input ends with the child.
   void closeWrite();
 
  private:
@@ -41,7 +41,7 @@ struct ChildStreams {
   int err = -1;
 };
 
-// In a session of its own a child is out of reach of the terminal's keys, such as Ctrl-C.
+// A child in its own session doesn't get the signals of the terminal's keys, such as Ctrl-C.
 enum class Session { Shared, Own };
 
 class ChildProcess {

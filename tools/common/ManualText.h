@@ -6,7 +6,7 @@
 //   SECTION
 //
 //   A line of capitals at the left margin starts a section. The options of the sub-command become
-//   the first one.
+//   the first section.
 //
 //     TERM   An entry of a list: two columns of indentation, the term, at least two blanks, and
 //            its meaning. The meaning may also start on the next line, below a long term.
@@ -15,8 +15,8 @@
 //
 //   {part}
 //
-// A line in braces stands for a part that only the program knows, such as a table that a parser
-// uses, too. "{exit codes}" are those of every sub-command.
+// A line in braces stands for a part that only the program knows, such as a table that it shares
+// with a parser. "{exit codes}" stands for the exit codes that every sub-command has.
 //
 // Any thread.
 #pragma once
@@ -38,7 +38,7 @@ struct ManualPart {
 // `text` with its parts in place. Throws std::logic_error if it has no line for a part.
 std::string filled(std::string_view text, const std::vector<ManualPart>& parts);
 
-// The same of a manual, which may have a line "{exit codes}".
+// The same for a manual, which may also have a line "{exit codes}".
 std::string manualOf(std::string_view text, std::vector<ManualPart> parts = {});
 
 // An entry of a list, its meaning wrapped and starting at `column`.

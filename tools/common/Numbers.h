@@ -12,8 +12,8 @@
 
 namespace tools {
 
-// The number that the whole text is, without blanks around it. Nothing if the text is no number, or
-// one that a Number can't hold.
+// The number that the whole text spells, with no blanks around it. Nothing if the text isn't a
+// number, or is one that a Number can't hold.
 template <class Number>
 std::optional<Number> numberIn(std::string_view text) {
   Number number{};

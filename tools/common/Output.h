@@ -1,4 +1,4 @@
-// Output to the terminal or to whatever replaces it, which may fail: a full disk, a closed pipe.
+// Output to the terminal, or to whatever replaces it. It may fail: a full disk, a closed pipe.
 // Nothing throws, because threads and callbacks that must not throw write lines, too.
 //
 // Any thread; each text is written in one piece.

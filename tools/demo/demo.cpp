@@ -42,7 +42,7 @@ struct Options {
 
 // ---- The two processes ----------------------------------------------------------------------
 
-// Where this program lies, so that the demo runs the sub-commands that belong to it.
+// The path of this program, so that the demo runs the sub-commands of the same build.
 std::string ownProgram() {
   return std::filesystem::read_symlink("/proc/self/exe");
 }

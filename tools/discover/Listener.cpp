@@ -127,7 +127,7 @@ struct Listener::State final : StreamListener {
   std::shared_ptr<grpc::Channel> channel;
   grpc::GenericStub stub;
 
-  std::mutex mutex;  // of all below but the streams
+  std::mutex mutex;  // protects all below except the streams
   std::condition_variable over;
   Heard heard;
   int open = 2;

@@ -47,7 +47,7 @@ class Listener {
   // Becomes readable when both streams have ended; only for waiting.
   int overDescriptor() const;
 
-  // Stops listening and returns what has come. To be called once.
+  // Stops listening and returns what has come. Call this once.
   Heard finish();
 
  private:

@@ -61,7 +61,7 @@ class Sightings {
   // The keys of one stream, in the order of their first messages.
   const std::vector<SeenKey>& keysOf(standin::SlotSet rate) const { return streamOf(rate).keys; }
 
-  // The keys of the fast stream, then those of the slow one. The order across streams is chance.
+  // The keys of the fast stream, then those of the slow one: across streams, their order is random.
   std::vector<SeenKey> keys() const;
 
   const SeenMessages& messagesOf(standin::SlotSet rate) const { return streamOf(rate).messages; }

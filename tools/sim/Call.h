@@ -27,7 +27,7 @@ std::string_view nameOf(Method method);
 // the simulator does not serve it.
 std::optional<Method> methodAt(std::string_view path);
 
-// What a call brings with it.
+// What is known about a call when it arrives.
 struct Opening {
   Method method = Method::Fast;
   unsigned number = 0;       // per method, from 1, in the order of the announcements

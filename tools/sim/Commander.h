@@ -50,12 +50,12 @@ class Commander final : public CallListener {
   void sync(const Simulator& simulator, Words arguments);
   void quit(const Simulator& simulator, Words arguments);
 
-  // The mutex is held.
+  // Call this with the mutex locked.
   void answer(Call& call) const;
 
-  bool quit_ = false;  // for the command thread only
+  bool quit_ = false;  // used by the command thread only
 
-  // Of all below. Also held from the report of a SetParams call until it is answered or held.
+  // Protects all below. Locked from the report of a SetParams call until it is answered or held.
   std::mutex mutex_;
   grpc::StatusCode status_ = grpc::StatusCode::OK;
   std::string reply_;

@@ -1,4 +1,4 @@
-// Answers SetParams calls: at once and with an empty message, unless a fault changes the manner.
+// Answers SetParams calls: at once and with an empty message, unless a fault changes this manner.
 //
 // Threads: any.
 // Ownership: it shares ownership of calls that it has not answered yet. It borrows the loop, which
@@ -30,18 +30,18 @@ class EngineAnswers {
   // Changes the manner from here on. If the new one replies, it also answers the waiting calls.
   void change(const AnswerManner& manner);
 
-  // Answers a call that has arrived, as the manner says.
+  // Answers a call that has arrived, in the current manner.
   void take(const std::shared_ptr<Call>& call);
 
   // The call is over and needs no answer.
   void closed(const Call& call);
 
  private:
-  // The mutex is held.
+  // Call this with the mutex locked.
   void answer(const std::shared_ptr<Call>& call);
 
   boost::asio::io_context& loop_;
-  std::mutex mutex_;  // of all below
+  std::mutex mutex_;  // protects all below
   AnswerManner manner_;
   std::vector<std::shared_ptr<Call>> unanswered_;
 };

@@ -99,7 +99,7 @@ std::string unknown() {
   return meter.SerializeAsString();
 }
 
-// For the relay to cut in half.
+// A message for the relay to cut in half.
 std::string cut() {
   constexpr std::size_t size = 8000;
   return textMessage(HalfMessage::mark, std::string(size, 'x'));

@@ -1,5 +1,5 @@
-// The kinds of faults: for each what it is called, what it takes and what it does. A new kind is an
-// enumerator here and a row of the table in FaultKinds.cpp; parser, help and messages read the row.
+// The kinds of faults: the name, argument and effect of each. To add a kind, add an enumerator here
+// and a row to the table in FaultKinds.cpp, which parser, help and messages read.
 //
 // Threads: any, except that `begin` and `end` are for the thread of the Saboteur's loop.
 #pragma once
@@ -44,7 +44,7 @@ enum class FaultKind {
   NoReply,
   Fail,
   BadReply,
-  Normal,  // stays the last
+  Normal,  // must stay last
 };
 
 // Which aspect of its subject a fault changes. A fault that lasts replaces another of its group.

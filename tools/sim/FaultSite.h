@@ -1,8 +1,8 @@
-// Where a fault acts: the part of a run that its subject names. The rows of FaultKinds.cpp say with
-// these operations what each kind does.
+// Where a fault acts: the part of a run that its subject names. The rows of FaultKinds.cpp carry
+// out each kind of fault with these operations.
 //
 // Threads: the one that runs the loop.
-// Ownership: everything is borrowed, except the streams that have got half a message.
+// Ownership: everything is borrowed, except the streams that have received half a message.
 #pragma once
 
 #include <grpcpp/support/status.h>
@@ -20,7 +20,7 @@
 
 namespace sim {
 
-// What a run has for faults to act on. A relay is null if nothing needs it.
+// The parts of a run that faults can act on. A relay is null if nothing needs it.
 struct FaultTargets {
   const PlayerSettings& settings;
   Player& player;
@@ -28,7 +28,7 @@ struct FaultTargets {
   const Simulator& simulator;
   Relay* meters;
   Relay* engine;
-  std::vector<std::shared_ptr<Call>> halves{};  // streams that have got half a message
+  std::vector<std::shared_ptr<Call>> halves{};  // streams that have received half a message
 };
 
 class FaultSite {

@@ -117,7 +117,7 @@ Heartbeat::Heartbeat(boost::asio::io_context& loop, double seconds, const Player
   beat();
 }
 
-// A stream that needs no heartbeat now may need one soon, so it looks again after a period at most.
+// A stream that needs no heartbeat now may need one soon, so the next look is within one period.
 void Heartbeat::beat() {
   const auto now = Clock::now();
   auto next = now + period_;

@@ -1,5 +1,5 @@
-// What `gatewayctl sim` does without --commands: it plays signals on all streams, shows each
-// SetParams call and has it answered.
+// What `gatewayctl sim` does without --commands: it plays signals on all streams, reports each
+// SetParams call and passes it on to be answered.
 //
 // The Player gives each new stream its first messages at once. After that a Ticker for each stream
 // method sends the messages, and a Heartbeat sends an empty one on each stream that has been quiet
@@ -67,7 +67,7 @@ class Player final : public CallListener {
  private:
   Feed feedOf(Method method) const { return feeds_[static_cast<std::size_t>(method)]; }
   std::vector<std::string> messagesNow(Method method) const;
-  // The mutex is held.
+  // Call this with the mutex locked.
   void sendNow(Call& call) const;
   void flood(Call& call) const;
 
@@ -77,10 +77,10 @@ class Player final : public CallListener {
   const Signals signals_;
   const Clock::time_point begin_ = Clock::now();
 
-  mutable std::mutex mutex_;  // of the feeds; also held while something is sent because of them
+  mutable std::mutex mutex_;  // protects the feeds; locked also while sending what they call for
   std::array<Feed, 2> feeds_{Feed::Signals, Feed::Signals};
 
-  mutable std::mutex timesMutex_;  // of all below
+  mutable std::mutex timesMutex_;  // protects all below
   std::map<const Call*, Clock::time_point> lastSent_;
 };
 

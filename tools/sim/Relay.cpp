@@ -40,7 +40,7 @@ tcp::endpoint endpointOf(asio::io_context& loop, const std::string& address) {
 }  // namespace
 
 struct Relay::State {
-  // A client's connection, and the one to the server that belongs to it.
+  // A client's connection, and the matching one to the server.
   class Connection;
 
   State(asio::io_context& loop, const std::string& wanted, unsigned short serverPort)
@@ -93,7 +93,7 @@ class Relay::State::Connection : public std::enable_shared_from_this<Connection>
 
   void read(Way& way);
   void received(Way& way, error_code error, std::size_t size);
-  // Writes as much of what waits as may pass now.
+  // Writes as much of the waiting data as may pass now.
   void pass(Way& way);
   void write(Way& way, std::size_t size);
   void finish(Way& way);

@@ -1,6 +1,6 @@
 // What a playing simulator reports: events as lines of text on standard output and a log on
-// standard error, or everything as JSON on standard output, one object per line. The manual in
-// CommandLine.cpp shows every line.
+// standard error, or everything as JSON on standard output, one object per line. The manual
+// shows every line.
 //
 // Any thread; each line is written whole and at once.
 #pragma once

@@ -44,7 +44,7 @@ class Saboteur {
   struct Lasting {
     Fault fault;
     boost::asio::steady_timer timer;
-    unsigned number;  // unique, for a timer that fires when another fault has its place already
+    unsigned number;  // unique: a timer may fire after another fault has taken its place
   };
   using Place = std::pair<FaultGroup, Subject>;
 

@@ -193,7 +193,7 @@ std::vector<std::uint64_t> ServedCall::takeFinishedJobs() {
   return counts;
 }
 
-// Starts what comes next.
+// Starts the next write, or finishes the call.
 void ServedCall::advance() {
   if (busy_ || finished_) return;
   if (!jobs_.empty()) {
@@ -205,7 +205,7 @@ void ServedCall::advance() {
   }
 }
 
-// Makes the write under way the last one.
+// Makes the write in progress the last one.
 void ServedCall::cutJobs() {
   for (auto& job : jobs_) job.times = job.written;
 }

@@ -1,7 +1,7 @@
 // The calls of a Simulator, as gRPC sees them, and the registry of those that are not over.
 //
 // Threads: any, except where a member says otherwise. gRPC calls the reactions (On...) of one call
-// one after the other, on threads of its own.
+// one after another, on its own threads.
 // Ownership: a ServedCall keeps itself alive until gRPC is done with it. The registry shares
 // ownership of each call from its announcement to its end, and must outlive its calls. It borrows
 // the listener for its life.
@@ -52,10 +52,10 @@ class CallRegistry {
 
   std::mutex announcing_;
   std::unique_lock<std::mutex> door_;
-  bool started_ = false;  // under announcing_
+  bool started_ = false;  // protected by announcing_
 
   std::condition_variable empty_;
-  mutable std::mutex mutex_;  // of all below
+  mutable std::mutex mutex_;  // protects all below
   std::map<Method, unsigned> counts_;
   std::vector<std::shared_ptr<ServedCall>> calls_;
 };
@@ -73,9 +73,9 @@ class ServedCall final : public Call,
     opening_.method = method;
   }
 
-  // Starts reading the request. To be called once; the result is for gRPC.
+  // Starts reading the request. Call this once; the result is for gRPC.
   grpc::ServerGenericBidiReactor* begin();
-  // Before the announcement.
+  // Call this before the announcement.
   void setNumber(unsigned number) { opening_.number = number; }
   // Cancels the call for its client, whatever is queued. Does nothing unless the call is open.
   void abort();
@@ -105,7 +105,7 @@ class ServedCall final : public Call,
   void fillOpening();
   void settle();
   std::vector<std::uint64_t> takeFinishedJobs();
-  // The mutex is held in these three.
+  // Call these three with the mutex locked.
   void advance();
   void cutJobs();
   void cancel(grpc::Status status);
@@ -120,7 +120,7 @@ class ServedCall final : public Call,
   bool announced_ = false;
   std::shared_ptr<ServedCall> self_;
 
-  mutable std::mutex mutex_;  // of all below
+  mutable std::mutex mutex_;  // protects all below
   std::deque<Job> jobs_;      // the first is the one being written
   std::optional<grpc::Status> status_;
   bool busy_ = true;

@@ -16,7 +16,7 @@ bool needsRelay(const Settings& settings, Subject subject) {
   });
 }
 
-// Where the server itself listens: behind a relay, at a port that only the relay needs to know.
+// Where the server itself listens. With a relay in front, only the relay needs to know the port.
 Addresses behindRelays(const Settings& settings) {
   constexpr auto* inside = "127.0.0.1:0";
   auto addresses = settings.addresses;
@@ -26,7 +26,7 @@ Addresses behindRelays(const Settings& settings) {
   return addresses;
 }
 
-// Replaces `address`, which is the server's, by the relay's.
+// Puts a relay in front of the server at `address`, and stores the relay's address there.
 std::unique_ptr<Relay> putInFront(boost::asio::io_context& loop, const std::string& wanted,
                                   std::string& address, const char* option) {
   const auto port = std::stoi(address.substr(address.rfind(':') + 1));

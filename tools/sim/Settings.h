@@ -1,4 +1,4 @@
-// What the command line asks of a run of the simulator.
+// The settings of one run of the simulator, from the command line.
 #pragma once
 
 #include <optional>

@@ -55,7 +55,7 @@ class Simulator {
   // The addresses with their actual ports.
   const Addresses& addresses() const;
 
-  // From here on, calls are announced. To be called once.
+  // From here on, calls are announced. Call this once.
   void start();
 
   // The open calls of a method, oldest first.

@@ -15,7 +15,7 @@ using sonalith::grpc::KeyValue;
 
 constexpr std::chrono::seconds retryDelay{5};
 
-// Private copies of the lists of one rate, for one message.
+// Private copies of one rate's lists, made for one message.
 struct MeterLists {
   MeterLists(const ConfigManager& config, MeterEntryType type)
       : strings(metersOf<std::string>(config, type)),

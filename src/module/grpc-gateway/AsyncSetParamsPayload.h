@@ -1,5 +1,5 @@
-// One SetParams call. The payload holds what the call needs and is deleted at its one event.
-// Neither response nor status is read.
+// One SetParams call. The payload holds what the call needs and is deleted at its only event.
+// Nothing reads the response or the status.
 //
 // Threads: made on a host thread; deleted on the client thread or by the client's destructor.
 #pragma once

@@ -201,7 +201,7 @@ bool handleMeterEntries(ConfigManager& config, const char* name, const char* val
   return parseMeterEntry(value, config.*ListsOf<T>::slowMeters, config.*ListsOf<T>::fastMeters);
 }
 
-// A stray key beside `File` is reported as one of an engine section, too.
+// Also reports a wrong key in a dedicated-file section, as if it were in an engine section.
 bool refuseEngineField(const char* name) {
   GATEWAY_LOG(SONALITH_LOG_ERROR, "unknown field %s in engine entry section", name);
   return false;
@@ -243,7 +243,7 @@ bool handleIfExist(void* user, const char* name, const char* value) {
   return ini_parse(value, configHandler, user) == 0;
 }
 
-// A fault in a dedicated file never makes the file that names it bad.
+// A fault in a dedicated file never invalidates the file that names it.
 void handleIfExistSection(void* user, const char* path, const char* name, const char* value) {
   if (*path == '\0' || access(path, F_OK) != 0) {
     GATEWAY_LOG(SONALITH_LOG_TRACE, "file '%s' not exist, so not parsing dedicated file", path);
@@ -307,7 +307,7 @@ void logEmptyKey(const EngineEntry&) {
   GATEWAY_LOG(SONALITH_LOG_FAULT, "EngineEntry Key field can't be empty");
 }
 
-// A repeated key is not logged by name; only the summary of the stage reports it.
+// Doesn't log which key is repeated; only the summary of the stage reports the repetition.
 template <class Entry>
 bool verifyEntries(const std::vector<Entry>& entries) {
   std::vector<std::string> keys;

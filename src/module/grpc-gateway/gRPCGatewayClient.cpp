@@ -36,7 +36,7 @@ std::shared_ptr<grpc::Channel> openChannel(const std::string& target,
   return grpc::CreateCustomChannel(target, grpc::InsecureChannelCredentials(), arguments);
 }
 
-// An item that fails stays in the request as far as it was filled; the others still go out.
+// An item that fails stays in the request, partly filled; the others still go out.
 std::int32_t addParamToRequest(const sonalith_keyValueItem* item, void* request) {
   try {
     fillParam(*static_cast<RequestSetParams*>(request)->add_params(), *item);
@@ -143,7 +143,7 @@ void gRPCGatewayClient::startMetersRequest(const MeterStream& stream) {
   AsyncMetersPayload*& current = this->*stream.payload;
   if (!metersStub) return;
   if (!running) {
-    // The payload that asks deletes itself next, so the destructor must not find it here.
+    // The calling payload is about to delete itself, so the destructor must not find it here.
     current = nullptr;
     return;
   }

@@ -35,15 +35,15 @@ class gRPCGatewayClient {
   // and gRPC; once the client thread runs, such an exception ends the process.
   explicit gRPCGatewayClient(std::shared_ptr<const ConfigManager> configManager);
 
-  // Blocks until every call has ended. A stream that waits for its retry takes the rest of its five
-  // seconds; a SetParams in flight, until the peer answers or gRPC gives up on it.
+  // Blocks until every call has ended. A stream that waits to retry takes the rest of its five
+  // seconds. A SetParams call in flight ends when the peer answers or gRPC gives up on it.
   ~gRPCGatewayClient();
 
   gRPCGatewayClient(const gRPCGatewayClient&) = delete;
   gRPCGatewayClient& operator=(const gRPCGatewayClient&) = delete;
 
-  // Starts one SetParams call with all items of the list and doesn't wait for it. Nobody learns the
-  // outcome. Any host thread may call it; it borrows the list until it returns.
+  // Starts one SetParams call with all items of the list and doesn't wait for it. The outcome is
+  // ignored. Any host thread may call this; it borrows the list until it returns.
   void sendParams(const sonalith_keyValueList* changes);
 
  private:

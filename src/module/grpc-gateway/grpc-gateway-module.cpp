@@ -15,8 +15,8 @@ namespace {
 
 // ---- Engine changes -----------------------------------------------------------------------------
 
-// The slot name in an item's key, which has the form "MODULE.SLOT". Empty, as no slot name is, if
-// the key belongs to another module.
+// The slot name in an item's key, which has the form "MODULE.SLOT". If the key belongs to another
+// module, returns an empty name, which matches no slot.
 std::string_view slotNameOf(std::string_view itemKey, std::string_view moduleName) {
   const std::size_t point = moduleName.size();
   if (!itemKey.starts_with(moduleName) || itemKey.size() == point) return {};
@@ -31,7 +31,7 @@ void forwardMatches(const EngineChangeFilter& filter, std::string_view name,
                     void (*add)(sonalith_keyValueList* list, const char* key, Value value),
                     Value value) {
   constexpr std::string_view prefix = GatewaySlotGroup<T>::namePrefix;
-  // Empty, as no position is, unless the name was generated.
+  // Empty, and so no position, unless the name was generated.
   const std::string_view position =
       name.starts_with(prefix) ? name.substr(prefix.size()) : std::string_view();
   const EngineListCopy entries(list);
@@ -114,7 +114,7 @@ GatewayModuleData& dataOf(const sonalith_module& module) {
   return *static_cast<GatewayModuleData*>(module.privateData);
 }
 
-// Ends a module's life, after a stop as after a refused start.
+// Releases everything that a start has built: for a stop, and after a refused start.
 void releaseModule(sonalith_module& module) {
   GatewayModuleData* const data = &dataOf(module);
   data->manager.reset();
@@ -171,8 +171,8 @@ bool buildModule(sonalith_module& module, const sonalith_keyValueList* params) {
   return true;
 }
 
-// After an exception the record keeps what was built, for a stop to release. A refused start
-// releases it here.
+// A refused start releases what it has built. After an exception the record keeps it, for a stop to
+// release.
 std::int32_t startCycle(sonalith_module* module, sonalith_keyValueList* params) {
   try {
     GATEWAY_LOG(SONALITH_LOG_TRACE, "%s(%s, %p)", "startCycle", module->name,

@@ -1,7 +1,7 @@
 // The module as the host sees it: the descriptor with start and stop, and the notification of
 // engine changes.
 //
-// All state hangs from sonalith_module.privateData; the module has no globals. Ownership:
+// All state belongs to sonalith_module.privateData; the module has no globals. Ownership:
 //
 //   sonalith_module.privateData   GatewayModuleData, until the stop or a refused start
 //     manager                     ModuleManager, for the same time
@@ -32,7 +32,7 @@ class ModuleManager {
  public:
   // The host owns `record`, which must still hold its privateData when this is destroyed.
   explicit ModuleManager(sonalith_module* record);
-  // Works at any stage of a start.
+  // Cleans up whatever stage the start has reached.
   ~ModuleManager();
   ModuleManager(const ModuleManager&) = delete;
   ModuleManager& operator=(const ModuleManager&) = delete;
@@ -49,7 +49,7 @@ struct GatewayModuleData {
   GatewaySlotTable engineSlots{};  // its counts stay 0
 };
 
-// The filter's user argument: whose changes to pick, and where to add them.
+// The filter's user argument: the module whose changes to pick, and the list to add them to.
 struct EngineChangeFilter {
   ModuleManager* manager;
   sonalith_keyValueList* matched;

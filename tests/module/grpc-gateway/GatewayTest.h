@@ -14,7 +14,7 @@
 
 using Journal = std::vector<std::string>;
 
-// For death tests whose way to end is not fixed: a signal, or a sanitizer's report.
+// For death tests that may end either way: by a signal, or with a sanitizer's report.
 inline bool endsAbnormally(int status) {
   return !WIFEXITED(status) || WEXITSTATUS(status) != 0;
 }

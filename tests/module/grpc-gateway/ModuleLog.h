@@ -1,5 +1,5 @@
 // Every log call of the module. Integrators search logs for these texts, so each format is fixed,
-// and so are the level and the source that it is logged with.
+// and so are its level and the source that logs it.
 #pragma once
 
 #include <gtest/gtest.h>

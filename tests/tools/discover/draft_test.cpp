@@ -29,7 +29,7 @@ class DraftTest : public ::testing::Test {
   TemporaryFolder files;
 };
 
-// A key of bytes that mean something to one of the readers. Many keys together cover all of them.
+// A key of bytes with a meaning to one of the readers. Many keys together cover all such bytes.
 std::string randomKey(std::mt19937& random) {
   constexpr std::string_view bytes = " \t\r\v\f;;##''\"\"\\\\ab[]:=\n$`";
   std::string key;

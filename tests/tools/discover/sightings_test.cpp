@@ -1,4 +1,4 @@
-// What is recorded of messages, readable or not.
+// What is recorded about messages, readable or not.
 #include "tools/discover/Sightings.h"
 
 #include <google/protobuf/stubs/logging.h>

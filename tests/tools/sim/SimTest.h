@@ -49,7 +49,7 @@ inline sonalith::grpc::Meter meterOf(const std::optional<std::string>& bytes) {
   return meter;
 }
 
-// Of a target "ADDRESS:PORT".
+// The port in a target "ADDRESS:PORT".
 inline unsigned short portOf(const std::string& target) {
   return static_cast<unsigned short>(std::stoi(target.substr(target.rfind(':') + 1)));
 }

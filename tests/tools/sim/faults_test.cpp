@@ -1,4 +1,4 @@
-// The real module through every kind of fault: whatever the fault does not act on continues, and
+// The real module under every kind of fault: whatever the fault does not act on continues, and
 // the module stops cleanly.
 #include <gtest/gtest.h>
 

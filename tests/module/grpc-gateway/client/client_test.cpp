@@ -1,4 +1,4 @@
-// The inside of the client: its event loop, its flush, and states that otherwise only a race
+// The client's internals: its event loop, its flush, and states that otherwise only a race
 // reaches.
 #include <gtest/gtest.h>
 
@@ -214,7 +214,7 @@ TEST_F(gRPCGatewayClientTest, AnExceptionEndsTheLoopAndTheClientStillStops) {
   delete throwing;
 }
 
-// Only exceptions of the standard family end the loop; any other ends the process.
+// Exceptions derived from std::exception only end the loop; any other ends the process.
 TEST_F(gRPCGatewayClientTest, AnExceptionThatIsNotStandardEndsTheProcess) {
   ::testing::FLAGS_gtest_death_test_style = "threadsafe";
   EXPECT_EXIT(
@@ -227,7 +227,7 @@ TEST_F(gRPCGatewayClientTest, AnExceptionThatIsNotStandardEndsTheProcess) {
           throw 42;
         }));
         throwing.wait();
-        client.reset();  // waits for the loop if the exception has not left it
+        client.reset();  // waits for the loop if the exception has not escaped from it
       },
       ::testing::KilledBySignal(SIGABRT), "");
 }
@@ -273,7 +273,7 @@ TEST_F(gRPCGatewayClientTest, TheFlushDeletesATagOnceEvenIfItComesTwice) {
   EXPECT_EQ(std::count(lines.begin(), lines.end(), flushLine(probe)), 2);
 }
 
-// The loop has taken and dropped the last event of such a stream, so none comes out of the flush.
+// The loop has taken and dropped the last event of such a stream, so the flush gets none.
 TEST_F(gRPCGatewayClientTest, TheDestructorDeletesStreamsWithoutAPendingEvent) {
   auto client = build(noTargets);
   stopClient(*client);

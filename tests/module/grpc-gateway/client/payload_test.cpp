@@ -151,7 +151,7 @@ TEST_F(MeterMessage, WithoutItemsChangesNoSlot) {
   }
 }
 
-// Only exceptions of the standard family are caught.
+// Only exceptions derived from std::exception are caught.
 TEST_F(MeterMessage, LetsAnExceptionPassThatIsNotStandard) {
   const auto payload = reading(MeterEntryType::Fast);
   host.setHook(standin::Operation::Strncpy, [] { throw 42; });

@@ -1,5 +1,5 @@
-// Reading a file when memory runs out, and what the reader gives back. The program is linked so
-// that its calls of malloc, free and operator new reach the functions below.
+// Reading a file when memory runs out, and the release of memory that reading takes. The program is
+// linked so that its calls of malloc, free and operator new reach the functions below.
 #include <cstdlib>
 #include <new>
 
@@ -69,8 +69,8 @@ namespace {
 
 class ConfigAllocation : public ConfigTest {};
 
-// How many requests to operator new fail in turn with an exception that leaves the constructor,
-// until a number is reached for which there is no request.
+// Fails the first request to operator new, then only the second, and so on, until there is no such
+// request. Returns how many failed; the exception must leave the constructor each time.
 int failuresThatLeave(const std::string& path) {
   for (int number = 1;; ++number) {
     const FailingRequest failing(newHeap(), number);
@@ -99,8 +99,8 @@ TEST_F(ConfigAllocation, AnEntryWithoutMemoryForItsWordsIsLoggedLikeAnOpenQuote)
     const FailingRequest failing(mallocHeap(), number);
     return readPath("main.conf");
   };
-  // Each entry takes two blocks, so these fail the first entry, and the fifth fails the third
-  // entry.
+  // Each entry takes two blocks: the first two requests are for the first entry, and the fifth is
+  // for the third.
   for (const int number : {1, 2}) {
     EXPECT_EQ(readFailing(number), unsound({.fastMeterInts = {{.key = "b"}},
                                             .engineInts = {{.key = "c"}, {.key = "d"}}}));

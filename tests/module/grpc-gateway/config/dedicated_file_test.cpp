@@ -79,7 +79,7 @@ TEST_F(ConfigDedicatedFile, TheConditionMayBeAFolder) {
   EXPECT_EQ(readSound(guarded(".", "File=extra.conf\n")), sound({.fastMeterInts = {{.key = "a"}}}));
 }
 
-// Root may read every file, so a test that runs as root is another user while this lives.
+// Root may read every file, so a test that runs as root becomes another user while this lives.
 class OrdinaryUser {
  public:
   OrdinaryUser() { become(nobody); }

@@ -12,7 +12,7 @@ using enum MeterEntryType;
 
 class ConfigModel : public ConfigTest {};
 
-// The numbers are those of the wire.
+// The numbers match those on the wire.
 static_assert(static_cast<std::uint32_t>(Slow) == 0);
 static_assert(static_cast<std::uint32_t>(Fast) == 1);
 static_assert(sizeof(MeterEntryType) == 4);

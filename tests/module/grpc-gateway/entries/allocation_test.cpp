@@ -1,5 +1,5 @@
-// The module's own allocations fail: at a start for want of memory, and in a notification with an
-// exception that the module must not catch.
+// The module's own allocations fail: at a start because memory runs out, and in a notification with
+// an exception that the module must not catch.
 #include <algorithm>
 #include <cstring>
 

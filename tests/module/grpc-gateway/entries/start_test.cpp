@@ -298,7 +298,7 @@ TEST_F(Start, AnExceptionInTheConfigurationDestroysTheManager) {
   expectNothingLeft();
 }
 
-// Only exceptions of the standard family are caught.
+// Only exceptions derived from std::exception are caught.
 TEST_F(Start, AnExceptionThatIsNotStandardReachesTheHost) {
   host.setHook(Operation::CreateModuleOffset, [] { throw 42; });
   EXPECT_THROW(start(engineOnly), int);

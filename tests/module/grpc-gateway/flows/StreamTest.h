@@ -1,5 +1,5 @@
-// The vocabulary of tests in which several module instances each have a meter server, so that all
-// of them wait for their five seconds at the same time.
+// The vocabulary of tests in which several module instances each have a meter server, so that they
+// all wait out their five seconds at the same time.
 #pragma once
 
 #include <chrono>
@@ -10,13 +10,13 @@
 
 #include "tests/module/grpc-gateway/flows/FlowTest.h"
 
-// A stream that has ended stays away for at least this long. It is less than five seconds because
-// gRPC reads two clocks in turn to convert the time of an alarm: the time between the two readings
-// makes the alarm early.
+// The shortest time until a stream that has ended is opened again. It is less than five seconds
+// because gRPC reads two clocks, one after the other, to convert the time of an alarm: the time
+// between the two readings makes the alarm early.
 constexpr std::chrono::milliseconds retryDelay{4990};
 
-// And for at most this long. Generous, because the machine may be under load, and a channel that
-// has lost its server reconnects in its own time.
+// The longest time until then. It is generous, because the machine may be under load, and a channel
+// that has lost its server reconnects in its own time.
 constexpr std::chrono::milliseconds latestRetry{30'000};
 
 using Clock = std::chrono::steady_clock;

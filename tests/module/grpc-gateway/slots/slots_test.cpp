@@ -18,8 +18,8 @@ namespace {
 using enum MeterEntryType;
 using Texts = std::vector<std::string>;
 
-// A description as the host sees it. Together with the reserved bytes, which are checked to be
-// zero, these are all of its bytes but the tail, which is not written.
+// A description as the host sees it. These are all of its bytes except the reserved ones, which are
+// checked to be zero, and the tail, which nobody writes.
 struct Described {
   std::string name;
   const void* value = nullptr;
