@@ -182,6 +182,6 @@ void addDiscover(CLI::App& app, int& exitCode) {
       ->capture_default_str();
   command->add_flag("--custom-keys", options->customKeys,
                     "Name each slot after its key, with CustomKey=.");
-  command->add_flag("--json", options->json, "Write a JSON document about what arrived instead.");
+  command->add_flag("--json", options->json, "Write what arrived as a JSON document instead.");
   command->callback([options, &exitCode] { exitCode = discover::run(*options); });
 }

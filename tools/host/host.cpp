@@ -227,7 +227,7 @@ void setPageAddress(PageSettings& page, const std::string& text) {
 std::array<CLI::Option*, 2> addPageOptions(CLI::App& host, Options& options) {
   auto* page = host.add_option_function<std::string>(
       "--page", [&](const auto& text) { setPageAddress(options.page, text); },
-      "Where to serve the live page. If the default is taken, any free port serves it.");
+      "Where to serve the live page. If the default port is taken, the page gets a free one.");
   page->type_name("ADDRESS:PORT")->default_str(addressText(options.page));
   auto* noPage = host.add_flag("--no-page", options.noPage, "Serve no live page.")->excludes(page);
   auto* token = host.add_option(

@@ -91,7 +91,7 @@ std::vector<CLI::Option*> addSignals(CLI::App& sim, Settings& settings) {
                               "Messages per second on each slow stream, 0 (none) to 10000.");
   slow->type_name("N")->check(rates, "")->capture_default_str();
   auto* seed = sim.add_option("--seed", playing.seed,
-                              "Another seed gives other values, and other times of faults.");
+                              "The seed of the values that play, and of random times of faults.");
   seed->type_name("N")->capture_default_str();
   seed->check(tools::numbersFrom<std::uint64_t>(0, std::numeric_limits<std::uint64_t>::max()), "");
   auto* heartbeat = sim.add_option("--heartbeat", settings.heartbeat,
