@@ -2,8 +2,8 @@
 //
 // The distribution's gRPC is not instrumented, and its locks are futexes. The sanitizer therefore
 // sees no order between the thread that starts an operation and the one that takes its completion,
-// and would report every object passed along. The queue guarantees that a thread that takes an event
-// sees what was written before its operation was started. This file states exactly that, per tag,
+// and would report every object passed along. The queue guarantees that the thread that takes an
+// event sees what was written before its operation started. This file states exactly that, per tag,
 // around the functions that start operations and take events. It orders nothing between different
 // tags, so the sanitizer still finds our own races.
 //
