@@ -69,7 +69,7 @@ std::uint16_t holdPort(bool silent) {
   auto* const any = reinterpret_cast<sockaddr*>(&address);
   if (bind(holder, any, size) != 0 || getsockname(holder, any, &size) != 0 ||
       (silent && listen(holder, 1024) != 0)) {
-    throw std::runtime_error("can't hold a port");
+    throw std::runtime_error("can't reserve a port");
   }
   return ntohs(address.sin_port);
 }

@@ -5,8 +5,8 @@
 
 set(GATEWAY_MAINTAINER "grpc-gateway maintainers <maintainers@grpc-gateway.example>"
     CACHE STRING "Maintainer of the packages: name and mail address")
-set(GATEWAY_HOMEPAGE "" CACHE STRING "Home page that the packages tell, or empty")
-set(GATEWAY_COPYRIGHT "the developers of grpc-gateway" CACHE STRING "Whose work the packages are")
+set(GATEWAY_HOMEPAGE "" CACHE STRING "Home page named in the packages, or empty")
+set(GATEWAY_COPYRIGHT "the developers of grpc-gateway" CACHE STRING "Copyright holder")
 set(GATEWAY_LICENSE_FILE "" CACHE FILEPATH "Terms for the packages' copyright file, or empty")
 
 if(NOT GATEWAY_INSTALL OR NOT GATEWAY_TOOLS OR NOT CMAKE_INSTALL_PREFIX MATCHES "^/usr/?$")
@@ -69,7 +69,7 @@ set(CPACK_DEBIAN_DEV_PACKAGE_SUGGESTS
     "sonalith-grpc-gateway-tools, protobuf-compiler, protobuf-compiler-grpc, libgrpc++-dev, \
 libprotobuf-dev, python3-grpcio, python3-protobuf, nodejs")
 set(CPACK_DEBIAN_DEV_DESCRIPTION
-    "what hosts, modules and services of the gRPC gateway are written with
+    "development files for hosts, modules and services of the gRPC gateway
 This package has the header of the boundary between the sonalith engine
 and its modules, with a CMake package and a pkg-config file, the schema
 files of the two gRPC services, and example servers in C++, Python and

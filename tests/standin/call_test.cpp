@@ -237,7 +237,7 @@ TEST(WithoutAHost, CallsThrow) {
   EXPECT_THROW(sonalith_calloc(1, 1), std::logic_error);
 }
 
-TEST(WithoutAHost, ANextHostMayBeCreated) {
+TEST(WithoutAHost, AnotherHostMayBeCreated) {
   { const Host first({.keepRecords = false}); }
   const Host second;
   EXPECT_EQ(&Host::current(), &second);

@@ -121,7 +121,7 @@ TEST_F(KeyValue, AListOwnsWhatItsItemsPointTo) {
   EXPECT_EQ(items.at(1), "is 5 [0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,]");
 }
 
-TEST_F(KeyValue, APatternFillsWhatNoModuleMayRead) {
+TEST_F(KeyValue, FieldsThatModulesMayNotReadHoldAPattern) {
   KeyValueList list;
   list.addUint("u", 1).addInt("i", -1).addFloat("f", 1.0F).addIntArray("is", {1});
   const auto& items = list.items();

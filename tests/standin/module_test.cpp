@@ -140,7 +140,7 @@ TEST_F(Module, AnInstanceNameHasUpToThirtyOneBytes) {
   EXPECT_THROW(ModuleInstance(module, engine, std::string(32, 'n')), std::invalid_argument);
 }
 
-TEST_F(Module, ANewRecordHasNullsAndPatternsAsPromised) {
+TEST_F(Module, ANewRecordHoldsThePatternExceptForTwoNullFields) {
   ModuleInstance instance(module, engine);
   const auto& record = instance.record();
   const auto patterned = [](const void* field) {
@@ -222,7 +222,7 @@ TEST_F(StartedModule, ASlotIsFoundByItsName) {
 TEST_F(StartedModule, AnUnknownSlotNameThrows) {
   try {
     instance.slot(SlotSet::Slow, "fast_int");
-    FAIL() << "found it";
+    FAIL() << "an unknown slot name was found";
   } catch (const std::out_of_range& error) {
     EXPECT_STREQ(error.what(), "no slow slot fast_int");
   }

@@ -12,16 +12,16 @@
 // ---- The underlying allocator -------------------------------------------------------------------
 
 #ifdef GATEWAY_ALLOCATOR_OF_SANITIZER
-#define GATEWAY_BEHIND(name) __interceptor_##name
+#define GATEWAY_UNDERLYING(name) __interceptor_##name
 #else
-#define GATEWAY_BEHIND(name) __libc_##name
+#define GATEWAY_UNDERLYING(name) __libc_##name
 #endif
 
 extern "C" {
-void* GATEWAY_BEHIND(malloc)(std::size_t size);
-void* GATEWAY_BEHIND(calloc)(std::size_t count, std::size_t size);
-void* GATEWAY_BEHIND(realloc)(void* memory, std::size_t size);
-void GATEWAY_BEHIND(free)(void* memory);
+void* GATEWAY_UNDERLYING(malloc)(std::size_t size);
+void* GATEWAY_UNDERLYING(calloc)(std::size_t count, std::size_t size);
+void* GATEWAY_UNDERLYING(realloc)(void* memory, std::size_t size);
+void GATEWAY_UNDERLYING(free)(void* memory);
 }
 
 struct AllocationFault::Plan {
@@ -114,7 +114,7 @@ void noteGiven(const void* memory) {
 void* allocate(std::size_t size, const void* returnAddress) {
   const Verdict verdict = judge(returnAddress, true);
   if (verdict.fails && verdict.what == AllocationFault::Throws::Int) throw 42;
-  void* const memory = verdict.fails ? nullptr : GATEWAY_BEHIND(malloc)(size != 0 ? size : 1);
+  void* const memory = verdict.fails ? nullptr : GATEWAY_UNDERLYING(malloc)(size != 0 ? size : 1);
   if (memory == nullptr) throw std::bad_alloc();
   noteTaken(verdict, memory);
   return memory;
@@ -122,7 +122,7 @@ void* allocate(std::size_t size, const void* returnAddress) {
 
 void release(void* memory) {
   noteGiven(memory);
-  GATEWAY_BEHIND(free)(memory);
+  GATEWAY_UNDERLYING(free)(memory);
 }
 
 // `take` passes the request on to the underlying allocator.
@@ -227,10 +227,12 @@ void* operator new[](std::size_t size) {
   return allocate(size, __builtin_return_address(0));
 }
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  return allocateQuietly(__builtin_return_address(0), [=] { return GATEWAY_BEHIND(malloc)(size); });
+  return allocateQuietly(__builtin_return_address(0),
+                         [=] { return GATEWAY_UNDERLYING(malloc)(size); });
 }
 void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-  return allocateQuietly(__builtin_return_address(0), [=] { return GATEWAY_BEHIND(malloc)(size); });
+  return allocateQuietly(__builtin_return_address(0),
+                         [=] { return GATEWAY_UNDERLYING(malloc)(size); });
 }
 void operator delete(void* memory) noexcept {
   release(memory);
@@ -248,16 +250,17 @@ void operator delete[](void* memory, std::size_t) noexcept {
 extern "C" {
 
 void* malloc(std::size_t size) noexcept {
-  return allocateQuietly(__builtin_return_address(0), [=] { return GATEWAY_BEHIND(malloc)(size); });
+  return allocateQuietly(__builtin_return_address(0),
+                         [=] { return GATEWAY_UNDERLYING(malloc)(size); });
 }
 void* calloc(std::size_t count, std::size_t size) noexcept {
   return allocateQuietly(__builtin_return_address(0),
-                         [=] { return GATEWAY_BEHIND(calloc)(count, size); });
+                         [=] { return GATEWAY_UNDERLYING(calloc)(count, size); });
 }
 void* realloc(void* memory, std::size_t size) noexcept {
   noteGiven(memory);
   return allocateQuietly(__builtin_return_address(0),
-                         [=] { return GATEWAY_BEHIND(realloc)(memory, size); });
+                         [=] { return GATEWAY_UNDERLYING(realloc)(memory, size); });
 }
 void free(void* memory) noexcept {
   release(memory);

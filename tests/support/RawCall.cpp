@@ -71,7 +71,7 @@ bool RawCall::step() {
   bool ok = false;
   const auto deadline = std::chrono::system_clock::now() + patience;
   if (queue_.AsyncNext(&tag, &ok, deadline) != grpc::CompletionQueue::GOT_EVENT) {
-    throw std::runtime_error("nothing happens to the call");
+    throw std::runtime_error("timed out waiting for an event of the call");
   }
   return ok;
 }

@@ -37,7 +37,7 @@ class RawConnection {
 
   void write(const std::string& bytes) {
     if (send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL) < 0) {
-      throw std::runtime_error("the peer is gone");
+      throw std::runtime_error("the peer has closed the connection");
     }
   }
 

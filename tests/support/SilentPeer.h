@@ -31,7 +31,7 @@ class SilentPeer {
     const int backlog = kind == Kind::Mute ? 64 : 0;
     if (bind(listener_, bare, size) != 0 || listen(listener_, backlog) != 0 ||
         getsockname(listener_, bare, &size) != 0) {
-      throw std::runtime_error("no port for a silent peer");
+      throw std::runtime_error("can't listen on a port for the silent peer");
     }
     target_ = "127.0.0.1:" + std::to_string(ntohs(address.sin_port));
     if (kind == Kind::BlackHole) fillQueue(address);

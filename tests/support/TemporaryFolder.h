@@ -11,7 +11,8 @@ class TemporaryFolder {
  public:
   TemporaryFolder() : path_(std::filesystem::temp_directory_path() / "gateway-test-XXXXXX") {
     std::string name = path_;
-    if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder: " + name);
+    if (mkdtemp(name.data()) == nullptr)
+      throw std::runtime_error("can't create the temporary folder " + name);
     path_ = name;
   }
   ~TemporaryFolder() { std::filesystem::remove_all(path_); }

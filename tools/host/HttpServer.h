@@ -87,7 +87,7 @@ class HttpServer {
   // The actual port. Any thread.
   int port() const;
 
-  // Begins to serve. To be called once.
+  // Begins to serve. Call it once.
   void start();
 
   // Has every open stream send its next piece. Any thread; does not wait.

@@ -39,7 +39,7 @@ class LogBook {
   Counts counts() const;
 
  private:
-  mutable std::mutex mutex_;  // of all below
+  mutable std::mutex mutex_;  // guards everything below
   std::deque<standin::LogLine> lines_;
   std::uint64_t next_ = 0;
   Counts counts_{};

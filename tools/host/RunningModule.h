@@ -121,7 +121,7 @@ class RunningModule {
   std::optional<SlotBoard> board_;
   std::vector<std::weak_ptr<const std::function<void()>>> lookWatches_;
 
-  mutable std::mutex mutex_;  // of all below, and of the memory of engine texts
+  mutable std::mutex mutex_;  // guards everything below, and the memory of engine texts
   unsigned notificationCount_ = 0;
   std::deque<Notification> notifications_;
 };

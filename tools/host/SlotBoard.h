@@ -71,7 +71,7 @@ class SlotBoard {
   const std::vector<standin::Slot> slots_;
   std::vector<SlotLabel> labels_;
 
-  mutable std::mutex mutex_;  // of all below
+  mutable std::mutex mutex_;  // guards everything below
   std::uint64_t look_ = 1;
   Clock::time_point lookTime_;
   std::uint64_t changeCount_ = 0;

@@ -36,7 +36,7 @@ TEST(CustomKeys, AreUniqueInTheirSet) {
   EXPECT_EQ(names.nameFor(SlotSet::Slow, "a-b"), "a_b");
 }
 
-TEST(CustomKeys, NeverBeginLikeGeneratedNames) {
+TEST(CustomKeys, NeverBeginWithTheGeneratedPrefix) {
   CustomKeys names;
   EXPECT_EQ(names.nameFor(SlotSet::Fast, "gateway_float_3"), "meter_gateway_float_3");
   EXPECT_EQ(names.nameFor(SlotSet::Fast, "gateway.int"), "meter_gateway_int");

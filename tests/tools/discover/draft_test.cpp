@@ -81,7 +81,7 @@ TEST_F(DraftTest, KeepsRemarksAsComments) {
   EXPECT_NO_THROW(discover::checkReadsBack(draft, discover::textOf(draft)));
 }
 
-TEST_F(DraftTest, NamesADifferenceThatItReadsBack) {
+TEST_F(DraftTest, NamesTheDifferenceIfTheTextReadsBackDifferently) {
   const auto slow = [](SeenKey seen) {
     seen.rate = SlotSet::Slow;
     return seen;

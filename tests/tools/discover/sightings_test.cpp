@@ -68,7 +68,7 @@ TEST(Sightings, CountUnreadableMessages) {
   EXPECT_TRUE(sightings.keys().empty());
 }
 
-TEST(TypeOf, EveryMemberOfAnyValueHasItsRow) {
+TEST(TypeOf, EveryAnyValueMemberHasARow) {
   for (int number = 0; number <= ValueCase::kSdouble; ++number) {
     const auto value = static_cast<ValueCase>(number);
     EXPECT_EQ(discover::typeOf(value).value, value);

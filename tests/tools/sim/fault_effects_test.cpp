@@ -48,7 +48,7 @@ bool isParsed(const std::string& bytes) {
   return Meter().ParseFromString(bytes);
 }
 
-TEST(FaultEffect, EndEndsTheStreamWithItsStatus) {
+TEST(FaultEffect, EndClosesTheStreamWithItsStatus) {
   auto sim = simWith({"every 0.2: end fast DATA_LOSS", "every 0.2: end slow"});
   RawCall fast(sim.metersTarget(), fastPath);
   RawCall slow(sim.metersTarget(), slowPath);
@@ -63,7 +63,7 @@ TEST(FaultEffect, GarbageCannotBeParsed) {
             "\xff\xff\xff\xff");
 }
 
-TEST(FaultEffect, NotUtf8IsAMeterExceptForOneByte) {
+TEST(FaultEffect, NotUtf8SendsAMeterWithOneInvalidByte) {
   auto sim = simWith({"every 0.2: not-utf8 fast"});
   RawCall call(sim.metersTarget(), fastPath);
   auto bytes = awaitMessage(call, [](const auto& message) { return !isParsed(message); });
@@ -100,7 +100,7 @@ std::vector<int> membersOf(const std::string& bytes) {
   return members;
 }
 
-TEST(FaultEffect, TypesGivesEachKeyAnotherType) {
+TEST(FaultEffect, TypesGivesEachKeyAWrongType) {
   auto sim = simWith({"every 0.2: types fast"});
   RawCall call(sim.metersTarget(), fastPath);
   const std::vector<int> others{AnyValue::kSstring, AnyValue::kSuint, AnyValue::kSfloat,
@@ -331,7 +331,7 @@ TEST(FaultEffect, BadRepliesCannotBeParsed) {
 
 // While the relay refuses connections, another program can take its port. Then it can't listen
 // again.
-TEST(FaultEffect, ComesAgainAfterItCouldNotBeCarriedOut) {
+TEST(FaultEffect, AFailedFaultIsTriedAgainNextTime) {
   auto sim = simWith({"every 2: refuse meters", "at 4.5: empty fast"});
   sim.process().waitLine("fault 2.000 refuse meters");
   boost::asio::io_context loop;

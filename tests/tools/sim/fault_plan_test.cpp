@@ -74,7 +74,7 @@ INSTANTIATE_TEST_SUITE_P(
         {"UnknownTime", "evry 2: end",
          "\"evry\" is not a time, did you mean \"every\"? Write \"at SECONDS\" or \"every "
          "SECONDS\""},
-        {"NoKindOfTime", "soon: end",
+        {"UnknownKindOfTime", "soon: end",
          "\"soon\" is not a time. Write \"at SECONDS\" or \"every SECONDS\""},
         {"WithoutSeconds", "at: end", "\"at\" needs a number of seconds after it"},
         {"WithoutInterval", "every: end", "\"every\" needs a number of seconds after it"},

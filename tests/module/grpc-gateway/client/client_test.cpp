@@ -215,7 +215,7 @@ TEST_F(gRPCGatewayClientTest, AnExceptionEndsTheLoopAndTheClientStillStops) {
 }
 
 // Exceptions derived from std::exception only end the loop; any other ends the process.
-TEST_F(gRPCGatewayClientTest, AnExceptionThatIsNotStandardEndsTheProcess) {
+TEST_F(gRPCGatewayClientTest, AnExceptionNotDerivedFromStdExceptionEndsTheProcess) {
   ::testing::FLAGS_gtest_death_test_style = "threadsafe";
   EXPECT_EXIT(
       {

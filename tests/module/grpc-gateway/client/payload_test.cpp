@@ -152,7 +152,7 @@ TEST_F(MeterMessage, WithoutItemsChangesNoSlot) {
 }
 
 // Only exceptions derived from std::exception are caught.
-TEST_F(MeterMessage, LetsAnExceptionPassThatIsNotStandard) {
+TEST_F(MeterMessage, PassesOnAnExceptionNotDerivedFromStdException) {
   const auto payload = reading(MeterEntryType::Fast);
   host.setHook(standin::Operation::Strncpy, [] { throw 42; });
   Meter message;

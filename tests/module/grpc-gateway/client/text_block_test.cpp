@@ -31,7 +31,7 @@ struct Bytes {
   char* begin;
 };
 
-TEST(TextBlock, CopyTextWritesEveryByteAndNoOther) {
+TEST(TextBlock, CopyTextWritesEveryByteAndNothingElse) {
   for (std::size_t size = 0; size <= longest; ++size) {
     for (std::size_t distance = 0; distance < alignments; ++distance) {
       const Bytes source(textOf(size), distance);
@@ -44,7 +44,7 @@ TEST(TextBlock, CopyTextWritesEveryByteAndNoOther) {
   }
 }
 
-TEST(TextBlock, SameTextComparesEveryByteAndNoOther) {
+TEST(TextBlock, SameTextComparesEveryByteAndNothingElse) {
   for (std::size_t size = 0; size <= longest; ++size) {
     for (std::size_t distance = 0; distance < alignments; ++distance) {
       const Bytes one(textOf(size), distance);

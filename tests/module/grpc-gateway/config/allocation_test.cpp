@@ -82,7 +82,7 @@ int failuresThatLeave(const std::string& path) {
   }
 }
 
-TEST_F(ConfigAllocation, EveryFailureOfOperatorNewLeavesTheConstructor) {
+TEST_F(ConfigAllocation, EveryFailureOfOperatorNewThrowsFromTheConstructor) {
   const std::string text(300, 'x');
   write("long.conf", "[Meters]\nTarget=" + text + "\n[MetersString]\nMeter=Key=" + text +
                          " DefaultValue=" + text + "\n");

@@ -126,7 +126,7 @@ TEST_F(ConfigEntry, AllFaultsOfALineAreLogged) {
                 {unknownInEngine("Bogus"), unknownInEngine("Worse")});
 }
 
-TEST_F(ConfigEntry, ALaterGoodWordDoesNotUndoAFault) {
+TEST_F(ConfigEntry, AValidWordDoesNotExcuseAnEarlierFault) {
   expectRefusal(line("MetersInt", "Meter=Key=a DefaultValue=x DefaultValue=5"),
                 {notConverted("x")});
   expectRefusal(meter("Key=a Type=medium Type=fast"), {unknownType("medium")});

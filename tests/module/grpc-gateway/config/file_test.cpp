@@ -255,7 +255,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 // ---- Lines --------------------------------------------------------------------------------------
 
-TEST_F(ConfigFile, ABadLineHasNoMessageOfItsOwn) {
+TEST_F(ConfigFile, ABadLineIsReportedOnlyByItsNumber) {
   EXPECT_EQ(read(std::string(targets) + "bare\n"), unsound());
   EXPECT_EQ(log(), Lines{problem(5)});
 }
@@ -334,7 +334,7 @@ TEST_F(ConfigFile, ALineMayHave1023Bytes) {
   EXPECT_EQ(read("[Meters]\nTarget=" + filled), (Settings{.metersTarget = filled}));
 }
 
-TEST_F(ConfigFile, AReadingDoesNotAffectTheNextOne) {
+TEST_F(ConfigFile, ReadingOneFileDoesNotAffectTheNext) {
   read("[Meters]\nTarget=m\nEnableFastMeters=no\n[MetersInt]\nMeter=Key=a\n");
   EXPECT_EQ(read(targets), sound());
 }

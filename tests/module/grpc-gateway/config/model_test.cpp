@@ -132,7 +132,7 @@ TEST_F(ConfigModel, BothEntriesOfARepeatedKeyAreKeptAndTheFileIsRefused) {
                                        {.key = "a", .defaultValue = 2}}}));
 }
 
-TEST_F(ConfigModel, ABadLineTakesNoPosition) {
+TEST_F(ConfigModel, ABadLineDoesNotTakeASlotPosition) {
   EXPECT_EQ(
       read(std::string(targets) + "[MetersFloat]\nMeter=Key=a\nMeter=Key=b Bogus=1\nMeter=Key=c\n"
                                   "[EngineFloat]\nParam=Key=d\nParam=Key=e Bogus=1\nParam=Key=f\n"),

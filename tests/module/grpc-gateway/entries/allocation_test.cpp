@@ -19,7 +19,7 @@ class StartWithoutMemory : public GatewayTest {
   }
 };
 
-TEST_F(StartWithoutMemory, ForThePrivateDataItLeavesTheRecordUntouched) {
+TEST_F(StartWithoutMemory, AFailureToAllocateThePrivateDataLeavesTheRecordUntouched) {
   const sonalith_module before = instance.record();
   EXPECT_EQ(startFailing(1), -1);
   EXPECT_EQ(log().back(), "log 3 C++ exception in grpc gateway: std::bad_alloc");
@@ -27,7 +27,7 @@ TEST_F(StartWithoutMemory, ForThePrivateDataItLeavesTheRecordUntouched) {
   expectNothingLeft();
 }
 
-TEST_F(StartWithoutMemory, ForTheManagerItLeavesThePrivateData) {
+TEST_F(StartWithoutMemory, AFailureToAllocateTheManagerLeavesThePrivateData) {
   EXPECT_EQ(startFailing(2), -1);
   EXPECT_EQ(log().back(), "log 3 C++ exception in grpc gateway: std::bad_alloc");
   EXPECT_NE(instance.record().privateData, nullptr);
@@ -59,7 +59,7 @@ class Notification : public GatewayTest {
   }
 };
 
-TEST_F(Notification, AnExceptionOfTheConversionThatIsNotStandardReachesTheHost) {
+TEST_F(Notification, AConversionExceptionNotDerivedFromStdExceptionReachesTheHost) {
   ASSERT_EQ(start("[Meters]\nEnableFastMeters=false\nEnableSlowMeters=false\n"
                   "[Engine]\nTarget=127.0.0.1:1\n"
                   "[EngineString]\nParam=Key=a.key.that.needs.memory.of.its.own CustomKey=name\n"),

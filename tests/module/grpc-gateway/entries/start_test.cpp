@@ -299,7 +299,7 @@ TEST_F(Start, AnExceptionInTheConfigurationDestroysTheManager) {
 }
 
 // Only exceptions derived from std::exception are caught.
-TEST_F(Start, AnExceptionThatIsNotStandardReachesTheHost) {
+TEST_F(Start, AnExceptionNotDerivedFromStdExceptionReachesTheHost) {
   host.setHook(Operation::CreateModuleOffset, [] { throw 42; });
   EXPECT_THROW(start(engineOnly), int);
   EXPECT_NE(instance.record().privateData, nullptr);

@@ -17,7 +17,7 @@ constexpr char withoutSlots[] = "[Meters]\nEnableFastMeters=false\nEnableSlowMet
 
 class Stop : public GatewayTest {};
 
-TEST_F(Stop, ReleasesCallbackEngineSlotsClientAndListsInThisOrder) {
+TEST_F(Stop, ReleasesTheCallbackThenEngineSlotsThenTheClientThenTheLists) {
   ASSERT_EQ(start(withEngineSlots), 0);
   host.clearRecords();
   instance.stop();
@@ -93,7 +93,7 @@ TEST_F(Stop, AnExceptionIsLoggedAndDoesNotReachTheHost) {
   expectNothingLeft();
 }
 
-TEST_F(Stop, AnExceptionThatIsNotStandardReachesTheHost) {
+TEST_F(Stop, AnExceptionNotDerivedFromStdExceptionReachesTheHost) {
   ASSERT_EQ(start(withoutSlots), 0);
   host.setHook(Operation::Log, [] { throw 42; });
   EXPECT_THROW(instance.stop(), int);
@@ -103,7 +103,7 @@ TEST_F(Stop, AnExceptionThatIsNotStandardReachesTheHost) {
 }
 
 // A refused start leaves such a record. A host must not stop it, and the module does not check.
-TEST_F(Stop, ARecordWithoutPrivateDataFaults) {
+TEST_F(Stop, StoppingARecordWithoutPrivateDataCrashes) {
   ::testing::FLAGS_gtest_death_test_style = "threadsafe";
   ASSERT_EQ(instance.record().privateData, nullptr);
   EXPECT_EXIT(instance.stop(), endsAbnormally, "");

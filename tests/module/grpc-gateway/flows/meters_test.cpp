@@ -130,7 +130,7 @@ TEST_F(Meters, ValuesOfUnknownKeysAreDropped) {
 }
 
 // It names the slot and nothing else.
-TEST_F(Meters, ACustomKeyIsNoKeyOnTheStream) {
+TEST_F(Meters, ValuesAreNotMatchedByCustomKey) {
   startFlowing("[MetersInt]\nMeter=Key=real CustomKey=shown\n");
   deliverFast(Batch().addInt("shown", 5));
   EXPECT_EQ(fast("shown"), SlotValue(0));

@@ -241,7 +241,7 @@ TEST_F(Params, ANullKeyIsLoggedAndTheOtherItemsAreSent) {
   stopQuietly();
 }
 
-TEST_F(Params, ANullKeyEndsTheIterationOfAHostThatStopsAtOne) {
+TEST_F(Params, ANullKeyEndsTheIterationIfTheHostStopsAtAResultOfOne) {
   host.setChoices({.iterationStopsAtOne = true});
   startEngineSide();
   KeyValueList changes;
@@ -254,7 +254,7 @@ TEST_F(Params, ANullKeyEndsTheIterationOfAHostThatStopsAtOne) {
   stopQuietly();
 }
 
-TEST_F(Params, ItemsThatDoNotMatchDoNotEndTheIterationOfAHostThatStopsAtOne) {
+TEST_F(Params, ItemsThatDoNotMatchNeverEndTheIterationIfTheHostStopsAtAResultOfOne) {
   host.setChoices({.iterationStopsAtOne = true});
   startEngineSide();
   KeyValueList changes;
@@ -298,7 +298,7 @@ TEST_F(Params, AFailureToDestroyTheMatchesDoesNotReachTheHost) {
   expectNothingSent();
 }
 
-TEST_F(Params, AnExceptionThatIsNotStandardReachesTheHost) {
+TEST_F(Params, AnExceptionNotDerivedFromStdExceptionReachesTheHost) {
   startEngineSide();
   host.setHook(Operation::KeyValueListIsEmpty, [] { throw 42; });
   KeyValueList changes;
@@ -307,7 +307,7 @@ TEST_F(Params, AnExceptionThatIsNotStandardReachesTheHost) {
 }
 
 // The host's iteration calls the filter.
-TEST_F(Params, AnExceptionOfTheFilterThatIsNotStandardReachesTheHost) {
+TEST_F(Params, AFilterExceptionNotDerivedFromStdExceptionReachesTheHost) {
   startEngineSide();
   host.setHook(Operation::KeyValueListAdd, [] { throw 42; });
   KeyValueList changes;

@@ -130,7 +130,7 @@ TEST_F(Streams, SlotsAreBuiltSlowBeforeFastAndTypeByType) {
   expectNothingLeft();
 }
 
-TEST_F(Streams, AFailedRegistrationClosesThemAtTheServer) {
+TEST_F(Streams, AFailedRegistrationClosesBothStreamsAtTheServer) {
   host.setChoices({.registrationFails = true});
   host.setHook(standin::Operation::AddCallback, [this] {
     servers.waitEvent("open fast ");
@@ -153,7 +153,7 @@ TEST_F(Streams, AFailureToBuildTheMeterSlotsReleasesAllOfThem) {
 }
 
 // Such an exception ends the client thread and nothing else.
-TEST_F(Streams, AnExceptionThatLeavesAnEventEndsThemForGood) {
+TEST_F(Streams, AnExceptionFromAnEventHandlerEndsBothStreamsForGood) {
   startFlowing("[EngineInt]\nParam=Key=delay CustomKey=delay\n");
   host.clearRecords();
   host.failCall(standin::Operation::Strncpy, 1, "no copy");

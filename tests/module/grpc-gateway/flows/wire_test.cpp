@@ -76,7 +76,7 @@ class SilentServer {
     limitWaiting(connection_);
     if (send(connection_, emptySettings.data(), emptySettings.size(), MSG_NOSIGNAL) < 0 ||
         read(preface.size()) != preface) {
-      throw std::runtime_error("no HTTP/2 connection");
+      throw std::runtime_error("the client did not open an HTTP/2 connection");
     }
   }
 
