@@ -3,6 +3,7 @@
 #include <fmt/ranges.h>
 
 #include <map>
+#include <string_view>
 #include <vector>
 
 #include "texts.h"
@@ -106,12 +107,13 @@ std::string bashValues(const Command& program) {
 
 // ---- zsh --------------------------------------------------------------------------------------
 
-std::string escaped(std::string text, const std::string& characters) {
-  for (const char character : characters) {
-    const std::string one(1, character);
-    text = CLI::detail::find_and_replace(text, one, "\\" + one);
+std::string escaped(std::string_view text, std::string_view characters) {
+  std::string written;
+  for (const char character : text) {
+    if (characters.find(character) != characters.npos) written += '\\';
+    written += character;
   }
-  return text;
+  return written;
 }
 
 // The end of a specification of _arguments: the name of the value, and what it can be.

@@ -49,7 +49,7 @@ bool isA(const CLI::Error& error, std::string_view name) {
 
 std::string describeWrongUse(const CLI::App& app, const CLI::Error& error) {
   const Command command = commandOf(app);
-  const std::string text = error.what();
+  std::string text = error.what();
   const auto unread = app.remaining();
   if (!unread.empty()) return unexpected(command, unread.front());
   if (isA(error, "RequiredError")) return missing(command);
