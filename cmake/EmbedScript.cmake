@@ -18,7 +18,8 @@ foreach(path ${files})
          "inline constexpr std::string_view ${identifier}{${identifier}_bytes, ${size}};\n")
   string(APPEND rows "    {\"${name}\", ${identifier}},\n")
 endforeach()
-string(APPEND text "\nstruct EmbeddedFile {\n  std::string_view name;\n  std::string_view text;\n};\n"
+string(APPEND text "\nstruct EmbeddedFile {\n"
+               "  std::string_view name;\n  std::string_view text;\n};\n"
                "inline constexpr EmbeddedFile files[] = {\n${rows}};\n"
                "\n}  // namespace ${NAMESPACE}\n")
 file(WRITE ${OUTPUT} "${text}")
