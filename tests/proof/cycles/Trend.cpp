@@ -62,7 +62,7 @@ void awaitThreads(std::size_t most) {
 }
 
 Measured firstAndLast(const char* what, const Line& line, double factor, const char* unit) {
-  const auto [least, most] = std::minmax(line.first() / factor, line.last() / factor);
+  const auto [least, most] = std::minmax({line.first() / factor, line.last() / factor});
   return {what, least, most, ".1f", unit};
 }
 
