@@ -35,7 +35,7 @@ endif()
 set(gatewayctl_runs ${GATEWAY_TOOLS})
 if(GATEWAY_TOOLS AND CMAKE_CROSSCOMPILING AND NOT CMAKE_CROSSCOMPILING_EMULATOR)
   set(gatewayctl_runs OFF)
-  message(STATUS "Completions and manual pages of gatewayctl: left out (this machine can't run it; "
+  message(STATUS "Completions and manual pages of gatewayctl: skipped (this machine can't run it; "
                  "set CMAKE_CROSSCOMPILING_EMULATOR to a program that can)")
 endif()
 if(gatewayctl_runs)

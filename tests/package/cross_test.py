@@ -54,6 +54,8 @@ with tempfile.TemporaryDirectory() as temporary:
     check("CMake builds for another machine",
           "set(CMAKE_CROSSCOMPILING \"TRUE\")" in next(build.glob(
               "CMakeFiles/*/CMakeSystem.cmake")).read_text())
+    check("the build skips what gatewayctl would have to run for",
+          "Completions and manual pages of gatewayctl: skipped" in done.stdout)
     for variable in ("Protobuf_PROTOC_EXECUTABLE", "GRPC_CPP_PLUGIN"):
         program = cached(build, variable)
         check(f"{variable} is this machine's: {program}",

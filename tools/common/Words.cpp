@@ -47,4 +47,13 @@ std::string printable(std::string_view text) {
   return line;
 }
 
+std::string escaped(std::string_view text, std::string_view characters) {
+  std::string written;
+  for (const char character : text) {
+    if (characters.find(character) != characters.npos) written += '\\';
+    written += character;
+  }
+  return written;
+}
+
 }  // namespace tools

@@ -1,4 +1,4 @@
-// Splitting lines into words, and keeping a text on one line. Any thread.
+// Splitting lines into words, keeping a text on one line, and escaping characters. Any thread.
 #pragma once
 
 #include <string>
@@ -17,5 +17,8 @@ std::vector<std::string> quotedWordsOf(std::string_view line);
 // The text with each control character and backslash replaced by \x and two hexadecimal digits, so
 // that it stays on one line.
 std::string printable(std::string_view text);
+
+// The text with a backslash before each of these characters.
+std::string escaped(std::string_view text, std::string_view characters);
 
 }  // namespace tools

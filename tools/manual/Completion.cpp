@@ -3,11 +3,11 @@
 #include <fmt/ranges.h>
 
 #include <map>
-#include <string_view>
 #include <vector>
 
 #include "texts.h"
 #include "tools/common/ManualText.h"
+#include "tools/common/Words.h"
 
 namespace manual {
 namespace {
@@ -107,23 +107,14 @@ std::string bashValues(const Command& program) {
 
 // ---- zsh --------------------------------------------------------------------------------------
 
-std::string escaped(std::string_view text, std::string_view characters) {
-  std::string written;
-  for (const char character : text) {
-    if (characters.find(character) != characters.npos) written += '\\';
-    written += character;
-  }
-  return written;
-}
-
 // The end of a specification of _arguments: the name of the value, and what it can be.
 std::string zshValue(const Option& option) {
   if (!option.takesValue()) return "";
   std::string action = " ";
   if (option.takesFile) action = "_files";
   if (!option.choices.empty()) action = fmt::format("({})", spaced(option.choices));
-  return fmt::format(":{}{}:{}", option.hasOptionalValue ? ":" : "", escaped(option.value, ":"),
-                     action);
+  return fmt::format(":{}{}:{}", option.hasOptionalValue ? ":" : "",
+                     tools::escaped(option.value, ":"), action);
 }
 
 std::string zshOption(const Option& option) {
@@ -134,7 +125,7 @@ std::string zshOption(const Option& option) {
   for (const std::string& name : option.names) {
     text += " " + quoted(fmt::format("{}{}{}[{}]{}", excluded.empty() ? "" : "(" + excluded + ")",
                                      option.takesSeveral ? "*" : "", name,
-                                     escaped(option.summary(), "[]"), zshValue(option)));
+                                     tools::escaped(option.summary(), "[]"), zshValue(option)));
   }
   return text;
 }

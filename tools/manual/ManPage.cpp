@@ -6,6 +6,7 @@
 #include <regex>
 #include <vector>
 
+#include "tools/common/Words.h"
 #include "tools/manual/Help.h"
 
 namespace manual {
@@ -38,14 +39,9 @@ bool isSection(const Lines& block) {
 
 // ---- Within a line ----------------------------------------------------------------------------
 
-// Characters that mean something to scdoc lose their meaning.
+// Text in which scdoc sees no marks of its own.
 std::string literal(std::string_view text) {
-  std::string written;
-  for (const char character : text) {
-    if (std::string_view("\\*_").find(character) != std::string_view::npos) written += '\\';
-    written += character;
-  }
-  return written;
+  return tools::escaped(text, "\\*_");
 }
 
 // What the first group of the pattern matches becomes bold, and everything else that it matches
@@ -111,7 +107,7 @@ std::string output(const Lines& block) {
   const std::size_t margin = indentationOf(block.front());
   std::string written = "```\n";
   for (const std::string& line : block) {
-    written += CLI::detail::find_and_replace(line.substr(margin), "\\", "\\\\") + "\n";
+    written += tools::escaped(line.substr(margin), "\\") + "\n";
   }
   return written + "```\n\n";
 }

@@ -31,6 +31,10 @@ TEST(QuotedWords, RefuseAnOpenQuote) {
   EXPECT_THROW(quotedWordsOf("set state \"not"), std::invalid_argument);
 }
 
+TEST(Escaped, PutsABackslashBeforeTheseCharactersAlone) {
+  EXPECT_EQ(tools::escaped("a:b\\c-d", ":\\"), "a\\:b\\\\c-d");
+}
+
 TEST(Suggestion, IsTheClosestName) {
   const Words names{"out_gain", "in_gain", "preset"};
   EXPECT_EQ(closestTo("out_gian", names), "out_gain");  // swapped
