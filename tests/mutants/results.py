@@ -32,7 +32,7 @@ class Hashes:
     def of(self, mutant):
         mutated = mutant.apply((ROOT / mutant.file).read_text())
         digest = hashlib.sha256(mutated.encode())
-        folders = subjects.folders_behind(mutant.file)
+        folders = subjects.folders_of(mutant.file)
         for file in self.files:
             if file != mutant.file and file.startswith(folders):
                 digest.update(f"{file} {self._of_file(file)}\n".encode())

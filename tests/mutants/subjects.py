@@ -82,8 +82,8 @@ def programs_for(possible):
     return [program for program in PROGRAMS if program in needed]
 
 
-def folders_behind(file):
-    """What the programs are made of that concern a file."""
+def folders_of(file):
+    """The folders and files that the programs which concern a file are made of."""
     made_of = (folder for program in SUBJECTS[file] for folder in PROGRAMS[program][0])
     return ("CMakeLists.txt", "cmake/", "tests/CMakeLists.txt", *made_of)
 

@@ -40,7 +40,7 @@ def groups_of(rows):
 
 
 def added_up(rows, field):
-    """What each row counted, by name. A count is a number, or a pair: so many out of so many."""
+    """What each row counted, by name. A count is a number, or a pair: a number out of another."""
     sums = {}
     for row in rows:
         for name, count in row.get(field, {}).items():
