@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include "engine.pb.h"
+#include "tools/common/Json.h"
 #include "tools/common/Output.h"
 #include "tools/common/Words.h"
 #include "tools/sim/EventText.h"
@@ -76,7 +77,7 @@ std::string textLine(const Opening& opening, const sonalith::grpcengine::KeyValu
 }
 
 std::string lineOf(const ordered_json& object) {
-  return object.dump(-1, ' ', false, ordered_json::error_handler_t::replace) + "\n";
+  return tools::jsonText(object) + "\n";
 }
 
 std::string jsonLine(const Opening& opening, const sonalith::grpcengine::KeyValue& param) {
