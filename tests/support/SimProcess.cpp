@@ -197,8 +197,14 @@ void ToolProcess::waitError(std::string_view text) {
   throw std::runtime_error(report("\"" + std::string(text) + "\" was not logged"));
 }
 
+bool ToolProcess::hasError(std::string_view text) const {
+  const std::lock_guard lock(run_->mutex);
+  return run_->errors.find(text) != std::string::npos;
+}
+
 std::string ToolProcess::errors() const {
   const std::lock_guard lock(run_->mutex);
+  if (!run_->errEnded) throw std::logic_error("errors() of a process that may still log");
   return run_->errors;
 }
 
@@ -227,7 +233,8 @@ std::string ToolProcess::report(std::string_view problem) const {
   std::string text = std::filesystem::path(program_).filename().string() + ": " +
                      std::string(problem) + "; its output so far:\n";
   for (const auto& line : lines()) text += line + "\n";
-  return text + "and its log:\n" + errors();
+  const std::lock_guard lock(run_->mutex);
+  return text + "and its log:\n" + run_->errors;
 }
 
 SimProcess::SimProcess(const std::string& metersTarget, const std::string& engineTarget,

@@ -45,6 +45,9 @@ class ToolProcess {
   // Waits until standard error contains this text. Throws as waitLine does.
   void waitError(std::string_view text);
 
+  // Whether standard error contains this text by now.
+  bool hasError(std::string_view text) const;
+
   // Whether a line that begins with `prefix` has come, waited for or not.
   bool hasLine(std::string_view prefix) const;
 
@@ -55,8 +58,11 @@ class ToolProcess {
   // Valid until waitExit.
   pid_t pid() const;
 
-  // All lines of standard output so far, and all of standard error.
+  // All lines of standard output so far.
   std::vector<std::string> lines() const;
+
+  // All of standard error. Throws std::logic_error while the process can still write to it, since
+  // what has arrived by then is chance: wait with waitError instead.
   std::string errors() const;
 
   // Drops all lines so far, to save memory in long runs.

@@ -237,7 +237,7 @@ void Trial::stopWithCall() {
   if (!fault_.endsCall) {
     constexpr seconds aWhile(1);
     std::this_thread::sleep_for(aWhile);
-    if (!mayEndBoth() && site_.host().errors().find(flushEnded) != std::string::npos) {
+    if (!mayEndBoth() && site_.host().hasError(flushEnded)) {
       problem("the stop did not wait for a SetParams call");
     }
     lift();

@@ -339,7 +339,7 @@ TEST(FaultEffect, AFailedFaultIsTriedAgainNextTime) {
   sim.process().waitLine("fault 4.500 empty fast");
   other.close();
   sim.process().waitLine("fault 6.000 refuse meters");
-  EXPECT_NE(sim.process().errors().find("gatewayctl sim: listen: "), std::string::npos);
+  sim.process().waitError("gatewayctl sim: listen: ");
 }
 
 // ---- The run --------------------------------------------------------------------------------

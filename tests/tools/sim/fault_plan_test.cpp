@@ -207,9 +207,7 @@ TEST(FaultPlanFile, IsReportedIfItHasNoFaults) {
   const TemporaryFolder files;
   const auto path = files.write("plan", "# at 1: end\n");
   PlayingSim sim({"--fault-plan", path});
-  EXPECT_TRUE(sim.process().errors().starts_with("gatewayctl sim: the fault plan " + path +
-                                                 " has no faults\n"))
-      << sim.process().errors();
+  sim.process().waitError("gatewayctl sim: the fault plan " + path + " has no faults\n");
 }
 
 }  // namespace
