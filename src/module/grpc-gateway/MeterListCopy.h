@@ -1,13 +1,11 @@
 // A private deep copy of one list of meter entries, made for one meter message and searched by key.
 //
-// Ownership: the copy owns one block of memory, which holds entries, texts and search words, and
+// Ownership: the copy owns one block of memory, which holds tags, entries and texts, and
 // refers to nothing outside it. A copy therefore costs one allocation however long the list is. One
 // thread at a time.
 //
-// The search walks the entries in list order. It first compares a word that holds pieces of the
-// key, several entries at a time, and reads a key only where the word matches. With a thousand
-// entries it skips nearly all of them without a call. The word decides nothing else and lives no
-// longer than the copy.
+// The search goes through the entries in list order, by their tags, which are made with the copy and
+// live no longer than it. Where a tag agrees, the key's bytes decide.
 #pragma once
 
 #include <cstddef>
@@ -17,6 +15,7 @@
 #include <vector>
 
 #include "module/grpc-gateway/ConfigManager.h"
+#include "module/grpc-gateway/KeyTags.h"
 #include "module/grpc-gateway/TextBlock.h"
 
 namespace gateway {
@@ -36,28 +35,25 @@ class MeterListCopy {
   std::size_t find(std::string_view key, std::size_t bound) const;
 
  private:
-  // Offset and size of a text in the block.
-  struct Text {
-    std::uint32_t offset;
-    std::uint32_t size;
-  };
+  // An entry's texts stand in the block one after another: its key, at `offset`, its customKey, and
+  // its default value, which is a text or the bytes of a number.
   struct Entry {
-    Text key;
-    Text customKey;
+    std::uint32_t offset;
+    std::uint32_t keySize;
+    std::uint32_t customKeySize;
+    std::uint32_t defaultSize;
     MeterEntryType type;
-    Text defaultValue;  // the text, or the bytes of a number
   };
-  class Writer;
 
-  bool isKey(const Text& text, std::string_view key) const {
-    const char* const bytes = reinterpret_cast<const char*>(block_.get()) + text.offset;
-    return text.size == key.size() && sameText(bytes, key.data(), key.size());
+  bool isKey(const Entry& entry, std::string_view key) const {
+    return entry.keySize == key.size() && sameText(texts_ + entry.offset, key.data(), key.size());
   }
 
   std::size_t size_;
-  std::unique_ptr<std::byte[]> block_;  // null for an empty list
-  std::uint32_t* words_ = nullptr;      // in block_; one per entry, padded to whole steps
-  Entry* entries_ = nullptr;            // in block_
+  std::unique_ptr<std::byte[]> block_;  // null for an empty list; the rest points into it
+  KeyTag* tags_ = nullptr;              // one per entry, padded to whole steps of the scan
+  Entry* entries_ = nullptr;
+  char* texts_ = nullptr;
 };
 
 }  // namespace gateway

@@ -30,11 +30,18 @@ void copyEnds(char* to, const char* from, std::size_t size) {
   std::memcpy(to + last, &end, sizeof end);
 }
 
+inline bool isZero(std::uint64_t piece) {
+  return piece == 0;
+}
+inline bool isZero(SixteenBytes piece) {
+  return (piece[0] | piece[1]) == 0;
+}
+
 template <class Piece>
 bool sameEnds(const char* a, const char* b, std::size_t size) {
   const std::size_t last = size - sizeof(Piece);
-  return ((loadPiece<Piece>(a) ^ loadPiece<Piece>(b)) |
-          (loadPiece<Piece>(a + last) ^ loadPiece<Piece>(b + last))) == 0;
+  return isZero((loadPiece<Piece>(a) ^ loadPiece<Piece>(b)) |
+                (loadPiece<Piece>(a + last) ^ loadPiece<Piece>(b + last)));
 }
 
 inline void copyText(char* to, const char* from, std::size_t size) {
@@ -46,19 +53,22 @@ inline void copyText(char* to, const char* from, std::size_t size) {
     copyEnds<std::uint64_t>(to, from, size);
   } else if (size >= 4) {
     copyEnds<std::uint32_t>(to, from, size);
-  } else {
-    for (std::size_t i = 0; i < size; ++i) to[i] = from[i];
+  } else if (size > 0) {
+    // The first, the middle and the last byte are all of one to three bytes.
+    const char middle = from[size / 2];
+    const char last = from[size - 1];
+    to[0] = from[0];
+    to[size / 2] = middle;
+    to[size - 1] = last;
   }
 }
 
 inline bool sameText(const char* a, const char* b, std::size_t size) {
-  if (size > 16) return std::memcmp(a, b, size) == 0;
+  if (size > 32) return std::memcmp(a, b, size) == 0;
+  if (size >= 16) return sameEnds<SixteenBytes>(a, b, size);
   if (size >= 8) return sameEnds<std::uint64_t>(a, b, size);
   if (size >= 4) return sameEnds<std::uint32_t>(a, b, size);
-  for (std::size_t i = 0; i < size; ++i) {
-    if (a[i] != b[i]) return false;
-  }
-  return true;
+  return size == 0 || (a[0] == b[0] && a[size / 2] == b[size / 2] && a[size - 1] == b[size - 1]);
 }
 
 }  // namespace gateway

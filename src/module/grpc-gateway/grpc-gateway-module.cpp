@@ -1,5 +1,7 @@
 #include "module/grpc-gateway/grpc-gateway-module.h"
 
+#include <charconv>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -23,6 +25,17 @@ std::string_view slotNameOf(std::string_view itemKey, std::string_view moduleNam
   return itemKey[point] == '.' ? itemKey.substr(point + 1) : std::string_view();
 }
 
+// The position for which `name` was generated, or a number that is no position.
+std::size_t generatedPosition(std::string_view name, std::string_view prefix) {
+  constexpr std::size_t none = static_cast<std::size_t>(-1);
+  if (!name.starts_with(prefix)) return none;
+  const std::string_view digits = name.substr(prefix.size());
+  std::size_t position = none;
+  std::from_chars(digits.data(), digits.data() + digits.size(), position);
+  // Generated names have no leading zeros, and nothing follows the number.
+  return digits == std::to_string(position) ? position : none;
+}
+
 // Adds the item to the matched changes once per entry whose slot has the item's name, under the key
 // that the remote engine knows. Copies the list for this item.
 template <class T, class Value>
@@ -30,15 +43,10 @@ void forwardMatches(const EngineChangeFilter& filter, std::string_view name,
                     const std::vector<EngineEntry>& list,
                     void (*add)(sonalith_keyValueList* list, const char* key, Value value),
                     Value value) {
-  constexpr std::string_view prefix = GatewaySlotGroup<T>::namePrefix;
-  // Empty, and so no position, unless the name was generated.
-  const std::string_view position =
-      name.starts_with(prefix) ? name.substr(prefix.size()) : std::string_view();
+  const std::size_t position = generatedPosition(name, GatewaySlotGroup<T>::namePrefix);
   const EngineListCopy entries(list);
   for (std::size_t i = 0; i < entries.size(); ++i) {
-    const bool matches = entries.hasCustomKey(i)
-                             ? entries.customKeyIs(i, name)
-                             : !position.empty() && position == std::to_string(i);
+    const bool matches = entries.hasCustomKey(i) ? entries.customKeyIs(i, name) : i == position;
     if (matches) add(filter.matched, entries.key(i), value);
   }
 }

@@ -2,12 +2,17 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
+#include <cstdio>
+#include <map>
 #include <memory>
 #include <random>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "module/grpc-gateway/KeyTags.h"
 #include "module/grpc-gateway/MeterListCopy.h"
 
 namespace {
@@ -114,7 +119,7 @@ class KeyAtItsEnd {
 };
 
 // Keys of one length that differ in one byte at changing places, and keys one byte longer or
-// shorter. Some long keys do not differ in any byte that the scan compares first.
+// shorter.
 std::vector<std::string> nearlyEqualKeys(std::size_t size) {
   std::vector<std::string> keys;
   const std::string base(size, 'k');
@@ -158,8 +163,7 @@ TEST(MeterListCopy, FindAgreesWithAPlainSearchInListsOfEveryLength) {
   }
 }
 
-// Short keys that differ in few places. Most agree in the bytes that the search compares first, so
-// it has to compare the rest.
+// Keys that differ in few places.
 class RandomLists : public ::testing::TestWithParam<unsigned> {};
 
 TEST_P(RandomLists, FindAgreesWithAPlainSearch) {
@@ -197,5 +201,162 @@ TEST_P(RandomLists, FindAgreesWithAPlainSearch) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Seeds, RandomLists, ::testing::Range(1u, 9u));
+
+// ---- Families of names ----------------------------------------------------------------------
+
+// Names as sites make them: a few parts, some of which count or vary from name to name.
+class Family {
+ public:
+  explicit Family(unsigned seed) : random_(seed) {
+    for (std::size_t i = 1 + upTo(4); i > 0; --i)
+      parts_.push_back({static_cast<Kind>(upTo(7)), word()});
+    parts_.insert(parts_.begin() + static_cast<std::ptrdiff_t>(upTo(parts_.size())), {Number, ""});
+  }
+
+  std::string name(unsigned i) {
+    std::string name;
+    for (const Part& part : parts_) name += textOf(part, i);
+    return name;
+  }
+
+ private:
+  enum Kind { Word, Number, Padded, Hexadecimal, Pair, Random, Long, Letters };
+  struct Part {
+    Kind kind;
+    std::string word;
+  };
+
+  std::size_t upTo(std::size_t limit) {
+    return std::uniform_int_distribution<std::size_t>(0, limit)(random_);
+  }
+
+  std::string word() {
+    static const std::string words[] = {"out", ".level", "/",     "Lautstärke ",
+                                        "_",   "室",     "peak-", " "};
+    return words[upTo(std::size(words) - 1)];
+  }
+
+  static std::string hexadecimal(unsigned number) {
+    std::array<char, 9> text;
+    std::snprintf(text.data(), text.size(), "%08x", number);
+    return text.data();
+  }
+
+  std::string textOf(const Part& part, unsigned i) {
+    switch (part.kind) {
+      case Word:
+        return part.word;
+      case Number:
+        return std::to_string(i);
+      case Padded:
+        return std::to_string(100'000 + i).substr(1);
+      case Hexadecimal:
+        return hexadecimal(i * 2654435761u);
+      case Pair:
+        return std::to_string(i / 32) + part.word + std::to_string(i % 32);
+      case Random:
+        return hexadecimal(static_cast<unsigned>(random_())) + "-" + hexadecimal(i);
+      case Long:
+        return std::string(50, 'x') + part.word;
+      case Letters:
+        return {static_cast<char>('a' + i % 26), static_cast<char>('A' + i / 26 % 26)};
+    }
+    return "";
+  }
+
+  std::mt19937 random_;
+  std::vector<Part> parts_;
+};
+
+class Families : public ::testing::TestWithParam<unsigned> {};
+
+constexpr unsigned manyNames = 3000;
+
+TEST_P(Families, FindAgreesWithAMap) {
+  Family family(GetParam());
+  std::vector<std::string> keys;
+  std::map<std::string, std::size_t> positions;
+  for (unsigned i = 0; i < manyNames; ++i) {
+    keys.push_back(family.name(i));
+    positions.try_emplace(keys.back(), i);
+  }
+  const MeterListCopy copy(entriesOf(keys));
+  for (const std::string& key : keys) ASSERT_EQ(copy.find(key, keys.size()), positions[key]) << key;
+  for (unsigned i = manyNames; i < manyNames + 300; ++i) {
+    const std::string key = family.name(i);
+    if (positions.contains(key)) continue;
+    ASSERT_EQ(copy.find(key, keys.size()), MeterListCopy::npos) << key;
+  }
+}
+
+// Where many keys have the same tag, every search compares many keys.
+TEST_P(Families, TagsTellTheNamesApart) {
+  Family family(GetParam());
+  std::set<std::string> names;
+  for (unsigned i = 0; i < manyNames; ++i) names.insert(family.name(i));
+  std::map<gateway::KeyTag, unsigned> counts;
+  unsigned equalPairs = 0;
+  for (const std::string& name : names) equalPairs += counts[gateway::tagOf(name)]++;
+  // Chance alone makes one pair in 65,536.
+  const double expected =
+      static_cast<double>(names.size()) * static_cast<double>(names.size()) / 2 / 65536;
+  EXPECT_LT(equalPairs, 3 * expected + 10) << names.size() << " names like " << *names.begin();
+}
+
+INSTANTIATE_TEST_SUITE_P(Seeds, Families, ::testing::Range(1u, 101u));
+
+// ---- Tags -----------------------------------------------------------------------------------------
+
+TEST(KeyTags, DependOnEveryBitAndOnTheLength) {
+  for (std::size_t size = 1; size <= 300; ++size) {
+    const std::string key(size, 'k');
+    unsigned same = 0;
+    for (std::size_t bit = 0; bit < size * 8; ++bit) {
+      std::string other = key;
+      other[bit / 8] = static_cast<char>(other[bit / 8] ^ 1 << bit % 8);
+      same += gateway::tagOf(other) == gateway::tagOf(key) ? 1 : 0;
+    }
+    EXPECT_LE(same, 2u) << size;
+    EXPECT_NE(gateway::tagOf(key), gateway::tagOf(key + "k")) << size;
+  }
+}
+
+// The portable scan is compared with a plain loop, and all others with it.
+class TagScans : public ::testing::TestWithParam<std::size_t> {};
+
+TEST_P(TagScans, FindTheFirstEqualTag) {
+  const gateway::TagScan scan = gateway::tagScans()[GetParam()];
+  if (scan == nullptr) GTEST_SKIP() << "this processor can't run it";
+  std::mt19937 random(1);
+  for (std::size_t count = 0; count <= 300; ++count) {
+    const std::size_t padded =
+        (count + gateway::tagsPerStep - 1) / gateway::tagsPerStep * gateway::tagsPerStep;
+    // On the heap and of the exact size, so that the address sanitizer notices reads past it.
+    std::vector<gateway::KeyTag> tags(padded);
+    const unsigned kinds = 1 + static_cast<unsigned>(random()) % 200;
+    for (auto& tag : tags) tag = static_cast<gateway::KeyTag>(random() % kinds * 327);
+    for (std::size_t from = 0; from <= count; from += 1 + random() % 5) {
+      const auto tag = static_cast<gateway::KeyTag>(random() % kinds * 327);
+      const auto expected = std::find(tags.begin() + static_cast<std::ptrdiff_t>(from),
+                                      tags.begin() + static_cast<std::ptrdiff_t>(count), tag);
+      const auto position = static_cast<std::size_t>(expected - tags.begin());
+      const std::size_t found = scan(tags.data(), from, count, tag);
+      if (position < count) {
+        ASSERT_EQ(found, position) << "from " << from << " of " << count;
+      } else {
+        ASSERT_GE(found, count) << "from " << from;
+      }
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(, TagScans, ::testing::Range(std::size_t{0}, gateway::tagScans().size()));
+
+TEST(KeyTags, AreScannedByTheWidestVectors) {
+  const auto scans = gateway::tagScans();
+  ASSERT_NE(scans[0], nullptr);
+  EXPECT_EQ(gateway::scanTags,
+            *std::find_if(scans.rbegin(), scans.rend(), [](auto scan) { return scan != nullptr; }));
+}
 
 }  // namespace
