@@ -37,10 +37,10 @@ std::string_view trim(std::string_view text) {
 }
 
 std::string_view cutInlineComment(std::string_view text) {
-  for (std::size_t i = 1; i < text.size(); ++i) {
-    if (text[i] == ';' && isBlank(text[i - 1])) return text.substr(0, i);
-  }
-  return text;
+  std::size_t mark = text.find(';', 1);
+  while (mark != std::string_view::npos && !isBlank(text[mark - 1]))
+    mark = text.find(';', mark + 1);
+  return text.substr(0, mark);
 }
 
 std::size_t findSeparator(std::string_view text) {
