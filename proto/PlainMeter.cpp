@@ -1,6 +1,5 @@
 #include "PlainMeter.h"
 
-#include <google/protobuf/stubs/common.h>
 #include <grpcpp/support/proto_buffer_reader.h>
 
 #include <algorithm>
@@ -184,10 +183,32 @@ bool isAscii(std::string_view text) {
   return (all & highBits) == 0;
 }
 
-// The generated parser asks the same function, which takes longer for plain ASCII.
+// The size of the character that `text` begins with; 0 if there is none that is well formed. These
+// are the byte sequences that Unicode allows: no longer form than needed, no surrogate, and nothing
+// above U+10FFFF. The generated parser allows the same.
+std::size_t characterSize(std::string_view text) {
+  const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+  const unsigned char lead = byte(0);
+  if (lead < 0x80) return 1;
+  if (lead < 0xc2 || lead > 0xf4) return 0;
+  const std::size_t size = lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : 4;
+  const unsigned char lowest = lead == 0xe0 ? 0xa0 : lead == 0xf0 ? 0x90 : 0x80;
+  const unsigned char highest = lead == 0xed ? 0x9f : lead == 0xf4 ? 0x8f : 0xbf;
+  if (text.size() < size || byte(1) < lowest || byte(1) > highest) return 0;
+  for (std::size_t i = 2; i < size; ++i) {
+    if ((byte(i) & 0xc0) != 0x80) return 0;
+  }
+  return size;
+}
+
 bool isUtf8(std::string_view text) {
-  using google::protobuf::internal::IsStructurallyValidUTF8;
-  return isAscii(text) || IsStructurallyValidUTF8(text.data(), static_cast<int>(text.size()));
+  if (isAscii(text)) return true;
+  while (!text.empty()) {
+    const std::size_t size = characterSize(text);
+    if (size == 0) return false;
+    text.remove_prefix(size);
+  }
+  return true;
 }
 
 bool readText(Bytes& bytes, std::string& text) {
