@@ -154,8 +154,8 @@ struct Setting {
 extern "C" __attribute__((weak)) std::size_t LLVMFuzzerMutate(std::uint8_t* data, std::size_t size,
                                                               std::size_t maxSize);
 
-// A few changed bytes turn nearly every message into garbage. So every other input is made anew, and
-// half of those are mutated.
+// A few changed bytes turn nearly every message into garbage. So every other input is made anew,
+// and half of those are mutated.
 extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size,
                                                std::size_t maxSize, unsigned seed) {
   if (seed % 2 == 0) return LLVMFuzzerMutate(data, size, maxSize);

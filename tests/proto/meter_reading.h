@@ -45,8 +45,8 @@ inline bool isSame(const sonalith::grpc::Meter& a, const sonalith::grpc::Meter& 
          a.SerializeAsString() == b.SerializeAsString();
 }
 
-// Reads the bytes into `meter`, whatever it holds, as gRPC does. Returns whether that gives what the
-// generated parser makes of them. `isMessage` becomes its verdict.
+// Reads the bytes into `meter`, whatever it holds, as gRPC does. Returns whether the result is that
+// of the generated parser. `isMessage` becomes the parser's verdict.
 inline bool readsAsGenerated(std::string_view bytes, std::size_t sliceSize,
                              sonalith::grpc::Meter& meter, bool& isMessage) {
   sonalith::grpc::Meter expected;

@@ -1,9 +1,9 @@
 // Tags of keys, and the scan of a list of tags for one of them.
 //
-// A tag is a hash of the length and of all bytes of a key, so that it doesn't matter in which places
-// the keys of a site differ. Equal keys have equal tags; of two unequal keys one pair in 65,536 has,
-// too. A list of keys can thus be searched in order: scan its tags, many at a time, and compare only
-// the keys whose tags agree.
+// A tag is a hash of the length and of all bytes of a key, so that it does not matter where a
+// site's keys differ. Equal keys have equal tags, and so has one pair in 65,536 of unequal keys. A
+// list of keys can thus be searched in order: scan its tags, many at a time, and compare only the
+// keys whose tags agree.
 //
 // Any thread.
 #pragma once

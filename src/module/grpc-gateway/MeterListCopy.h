@@ -4,8 +4,8 @@
 // refers to nothing outside it. A copy therefore costs one allocation however long the list is. One
 // thread at a time.
 //
-// The search goes through the entries in list order, by their tags, which are made with the copy and
-// live no longer than it. Where a tag agrees, the key's bytes decide.
+// The search goes through the entries in list order by their tags, which are made with the copy and
+// live no longer. Where a tag agrees, the key's bytes decide.
 #pragma once
 
 #include <cstddef>
