@@ -305,7 +305,7 @@ TEST_P(Families, TagsTellTheNamesApart) {
 
 INSTANTIATE_TEST_SUITE_P(Seeds, Families, ::testing::Range(1u, 101u));
 
-// ---- Tags ----------------------------------------------------------------------------------------
+// ---- Tags ---------------------------------------------------------------------------------------
 
 TEST(KeyTags, DependOnEveryBitAndOnTheLength) {
   for (std::size_t size = 1; size <= 300; ++size) {
