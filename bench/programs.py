@@ -113,7 +113,9 @@ class Bench:
         times = {}
         for run in json.loads(output.read_text())["benchmarks"]:
             if run["run_type"] == "iteration":
-                name = "/".join(run["name"].split("/")[:2])
+                options = ("iterations:", "manual_time", "min_time:", "repeats:")
+                words = run["name"].split("/")
+                name = "/".join(word for word in words if not word.startswith(options))
                 unit = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3}[run["time_unit"]]
                 times.setdefault(name, []).append(run["real_time"] * unit)
         return times

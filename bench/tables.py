@@ -149,15 +149,17 @@ def measure_saturation(bench):
 
 
 def measure_parts(bench):
-    for count in (16, *GROWTH):
-        bench.write(f"parts-{count}", workload.value_lines(values_of("plain", count)))
     times = bench.google_benchmark(
         "bench-parts",
-        f"--values={bench.folder}",
+        "--benchmark_filter=/plain/",
         f"--benchmark_repetitions={bench.scale.parts_repetitions}",
         f"--benchmark_min_time={bench.scale.parts_seconds}",
     )
-    parts = {name: rounded(statistics.median(repeated)) for name, repeated in times.items()}
+    parts = {}
+    for name, repeated in times.items():
+        part, _, count = name.split("/")
+        searches = int(count) if part in ("search", "naive") else 1
+        parts[f"{part}/{count}"] = rounded(searches * statistics.median(repeated))
     return {"rows": [], "parts": parts}
 
 
