@@ -4,11 +4,11 @@
 #include <strings.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string_view>
 
 #include "module/grpc-gateway/HostAccess.h"
@@ -310,7 +310,8 @@ void logEmptyKey(const EngineEntry&) {
 // Doesn't log which key is repeated; only the summary of the stage reports the repetition.
 template <class Entry>
 bool verifyEntries(const std::vector<Entry>& entries) {
-  std::vector<std::string> keys;
+  std::vector<std::string_view> keys;
+  keys.reserve(entries.size());
   for (const Entry& entry : entries) {
     keys.push_back(entry.key);
     if (entry.key.empty()) {
@@ -323,7 +324,8 @@ bool verifyEntries(const std::vector<Entry>& entries) {
       return false;
     }
   }
-  return std::set<std::string>(keys.begin(), keys.end()).size() == keys.size();
+  std::sort(keys.begin(), keys.end());
+  return std::adjacent_find(keys.begin(), keys.end()) == keys.end();
 }
 
 template <class T>
