@@ -1,7 +1,9 @@
 // Drives the live page of gatewayctl host in a browser, with the built module and the simulator.
 import assert from "node:assert/strict";
 import { after, before, test } from "node:test";
-import { openPage, patience, Rig, row, shoot, startBrowser } from "./tools.js";
+import {
+  openPage, patience, Rig, row, shoot, startBrowser, waitForChanges, waitForNames,
+} from "./tools.js";
 
 const simulator = [
   "--keys", "fast:float:out.l", "fast:float:out.r", "fast:float:in.1", "fast:uint:frames",
@@ -59,29 +61,6 @@ function pageTest(name, options, use) {
     }
   });
 }
-
-// Waits until these rows are shown, and no others.
-const waitForNames = (page, names) =>
-  page.waitForFunction(
-    (wanted) =>
-      [...document.querySelectorAll(".rows .row")]
-        .filter((row) => row.checkVisibility())
-        .map((row) => row.dataset.name)
-        .sort()
-        .join() === wanted,
-    [...names].sort().join(),
-  );
-
-// Waits until the text of an element has changed `times` times.
-const waitForChanges = (locator, times) =>
-  locator.evaluate(
-    (element, count) =>
-      new Promise((resolve) => {
-        const observer = new MutationObserver(() => --count === 0 && resolve());
-        observer.observe(element, { characterData: true, childList: true, subtree: true });
-      }),
-    times,
-  );
 
 const sets = (page) => page.locator("#sets");
 const states = (page) => page.locator("#states");
@@ -371,7 +350,7 @@ pageTest("RecoversWhenGatewayctlRestarts", {}, async (page) => {
   await row(page, "mic_2").waitFor();
   const { address } = rig;
   assert.equal(await rig.host.stop(), 130);
-  await page.locator('#connection[data-state="lost"]', { hasText: "reconnecting" }).waitFor();
+  await page.locator('#connection[data-state="stopped"]').waitFor();
   rig.write((meters, engine) =>
     configuration(meters, engine).replace("CustomKey=mic_2", "CustomKey=renamed"),
   );

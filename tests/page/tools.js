@@ -158,3 +158,26 @@ export async function shoot(page, name) {
 }
 
 export const row = (page, name) => page.locator(`.row[data-name="${name}"]`);
+
+// Waits until these rows are shown, and no others.
+export const waitForNames = (page, names) =>
+  page.waitForFunction(
+    (wanted) =>
+      [...document.querySelectorAll(".rows .row")]
+        .filter((row) => row.checkVisibility())
+        .map((row) => row.dataset.name)
+        .sort()
+        .join() === wanted,
+    [...names].sort().join(),
+  );
+
+// Waits until the text of an element has changed `times` times.
+export const waitForChanges = (locator, times) =>
+  locator.evaluate(
+    (element, count) =>
+      new Promise((resolve) => {
+        const observer = new MutationObserver(() => --count === 0 && resolve());
+        observer.observe(element, { characterData: true, childList: true, subtree: true });
+      }),
+    times,
+  );

@@ -132,6 +132,8 @@ class HttpServer::Connection : public std::enable_shared_from_this<Connection> {
   void readHead();
   // Sends the stream's next piece, if there is one.
   void wake();
+  // Sends the stream's last piece if the client can take it at once. The loop must have ended.
+  void finish();
 
  private:
   void readBody();
@@ -261,6 +263,12 @@ void HttpServer::Connection::sendNext() {
   write();
 }
 
+void HttpServer::Connection::finish() {
+  if (!output_.empty()) return;
+  error_code ignored;
+  socket_.socket().write_some(asio::buffer(stream_->last()), ignored);
+}
+
 void HttpServer::Connection::awaitQuiet() {
   quiet_.expires_after(quietLimit);
   quiet_.async_wait([this, self = shared_from_this()](error_code error) {
@@ -348,6 +356,7 @@ HttpServer::HttpServer(HttpHandler& handler, const std::string& address, int por
 HttpServer::~HttpServer() {
   state_->loop.stop();
   if (state_->thread.joinable()) state_->thread.join();
+  for (Connection* const each : state_->streams) each->finish();
 }
 
 int HttpServer::port() const {

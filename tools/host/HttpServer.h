@@ -49,6 +49,9 @@ class HttpStream {
   // A piece to send after two seconds without any, so that each side notices when the other one
   // has gone.
   virtual std::string quiet() = 0;
+  // The piece that ends the stream when the server ends. Called by the thread that destroys the
+  // server; a client that is slow to take earlier pieces does not get it.
+  virtual std::string last() = 0;
 };
 
 struct HttpAnswer {

@@ -39,6 +39,10 @@ std::string PageFeed::quiet() {
   return eventText("quiet", nullptr);
 }
 
+std::string PageFeed::last() {
+  return eventText("stopped", {{"time", secondsSince1970(std::chrono::system_clock::now())}});
+}
+
 Json PageFeed::snapshot() {
   // The look goes first: what changes meanwhile is sent twice rather than never.
   look_ = module_.board().changesSince(UINT64_MAX).look;

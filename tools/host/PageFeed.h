@@ -1,5 +1,6 @@
 // What one event stream of the live page says, as server-sent events: "snapshot" first, with
-// everything there is, then "update" with what has changed since, and "quiet" when nothing does.
+// everything there is, then "update" with what has changed since, "quiet" when nothing does, and
+// "stopped" when the module is about to stop.
 //
 // A reader that is slow to take what it gets hears less often, and of the latest values only.
 //
@@ -23,6 +24,7 @@ class PageFeed : public HttpStream {
 
   std::string next() override;
   std::string quiet() override;
+  std::string last() override;
 
  private:
   // {"instance","status","time","slots","log","notifications"}: `instance` is different for each

@@ -33,7 +33,7 @@ class PageServer {
   // Listens when this returns. Settings must be without `pageProblem`. Throws std::runtime_error,
   // with the remedy, if it can't listen there.
   PageServer(RunningModule& module, const LogBook& log, const PageSettings& settings);
-  // Ends every connection at once, whatever it waits for.
+  // Tells the streams that this is the end, and ends every connection at once.
   ~PageServer();
   PageServer(const PageServer&) = delete;
   PageServer& operator=(const PageServer&) = delete;

@@ -22,6 +22,7 @@ class Chatter : public host::HttpStream {
 
   std::string next() override { return text_; }
   std::string quiet() override { return "quiet"; }
+  std::string last() override { return "last"; }
 
  private:
   const std::string text_;

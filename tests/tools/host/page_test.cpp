@@ -286,6 +286,14 @@ TEST_F(Page, StreamsQuietAndNotificationsFromTheTerminal) {
   EXPECT_EQ(news["slots"][0][1], 3.0);
 }
 
+TEST_F(Page, EndsEachStreamWithTheTimeOfTheStop) {
+  EventStream events(origin);
+  const Json picture = events.next("snapshot").data;
+  host->writeLine("quit");
+  EXPECT_GE(events.next("stopped").data["time"], picture["time"]);
+  EXPECT_FALSE(events.next());
+}
+
 TEST_F(Page, ServesSeveralStreamsUncompressed) {
   const httplib::Headers packing = {{"Accept-Encoding", "gzip, deflate, br"}};
   EventStream one(origin);

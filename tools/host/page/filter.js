@@ -1,5 +1,6 @@
 // Which slots the table shows: the search field, and the choices of set and state.
 import { byId, setText } from "./browser.js";
+import { setTitle } from "./title.js";
 
 // Puts `counts`, by the buttons' values, on those buttons that show one.
 function showCounts(group, counts) {
@@ -69,6 +70,7 @@ export class Filter {
   showStateCounts(slots, now) {
     const counts = { changing: 0, stale: 0, unchanged: 0, parameter: 0 };
     for (const slot of slots) ++counts[slot.state(now)];
+    setTitle("stale", counts.stale > 0 ? `${counts.stale} stale` : "");
     showCounts(byId("states"), counts);
   }
 

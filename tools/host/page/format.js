@@ -6,14 +6,31 @@ export const withMinus = (text) => text.replace(/^-/, "−");
 export function numberText(value, span) {
   if (typeof value !== "number") return withMinus(String(value)); // nan, inf, -inf
   const size = Math.abs(value);
-  if (size >= 1e7 || (size > 0 && size < 1e-4 && span < 1e-2)) {
-    return withMinus(value.toExponential(3));
-  }
+  if (size >= 1e7 || (size > 0 && size < 1e-2 && span < 1e-2)) return withMinus(value.toExponential(3));
   const decimals = span >= 20 ? 1 : span >= 2 ? 2 : span >= 0.2 ? 3 : 4;
-  return withMinus(value.toFixed(decimals));
+  // Adding zero turns a value that rounds to "-0.0" into "0.0".
+  return withMinus((Number(value.toFixed(decimals)) + 0).toFixed(decimals));
 }
 
-export const shortNumber = (value) => withMinus(String(Number(value.toPrecision(4))));
+const scaleLabelLength = 5; // characters that fit beside a bar
+const multiples = [[1e9, "G"], [1e6, "M"], [1e3, "k"]];
+
+function scaledText(value, digits) {
+  const rounded = Number(value.toPrecision(digits));
+  const size = Math.abs(rounded);
+  if (size >= 1e12 || (size > 0 && size < 1e-3)) {
+    const [mantissa, exponent] = rounded.toExponential().split("e");
+    return `${mantissa}e${Number(exponent)}`;
+  }
+  const [unit, letter] = multiples.find(([limit]) => size >= 10 * limit) ?? [1, ""];
+  return `${Number((rounded / unit).toPrecision(digits))}${letter}`;
+}
+
+// The end of a scale, such as "−60", "50k" or "5e38": as precise as fits beside a bar.
+export function scaleText(value) {
+  const texts = [4, 3, 2, 1].map((digits) => withMinus(scaledText(value, digits)));
+  return texts.find((text) => text.length <= scaleLabelLength) ?? texts.at(-1);
+}
 
 export const countText = (count) => count.toLocaleString("en").replaceAll(",", " ");
 

@@ -27,11 +27,19 @@ export class History {
     this.latest = Math.max(this.latest, latest);
   }
 
-  // Calls use(place, value) for each point, oldest first; places run from 0 to 1.
+  // Leaves a gap up to now: nobody watched the value.
+  skipTo(now) {
+    const latest = this.latest;
+    this.advance(now);
+    const first = Math.max(latest + 1, this.latest - pointCount + 1);
+    for (let i = first; i <= this.latest; ++i) this.#points[i % pointCount] = NaN;
+  }
+
+  // Calls use(place, value) for each point, oldest first; places run from 0 to 1. A gap's values
+  // are NaN.
   forEach(use) {
     for (let i = 1; i <= pointCount; ++i) {
-      const value = this.#points[(this.latest + i) % pointCount];
-      if (!Number.isNaN(value)) use(i / pointCount, value);
+      use(i / pointCount, this.#points[(this.latest + i) % pointCount]);
     }
   }
 }
@@ -73,10 +81,14 @@ export class Sparkline {
   #trace(history, low, span) {
     const { width, height } = this.#canvas;
     const margin = this.#scale;
+    // The pen ignores a place that is not a number.
+    let isInGap = true;
     history.forEach((place, value) => {
       const part = Math.min(1, Math.max(0, (value - low) / span));
-      // The first lineTo of a path begins it, as moveTo would.
-      this.#pen.lineTo(place * width, height - margin - part * (height - 2 * margin));
+      const [x, y] = [place * width, height - margin - part * (height - 2 * margin)];
+      if (isInGap) this.#pen.moveTo(x, y);
+      else this.#pen.lineTo(x, y);
+      isInGap = Number.isNaN(value);
     });
   }
 

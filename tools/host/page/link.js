@@ -1,5 +1,8 @@
 // The stream of events from gatewayctl, and the state of the connection at the top of the page.
 import { byId, setText } from "./browser.js";
+import { clock } from "./clock.js";
+import { clockText } from "./format.js";
+import { setTitle } from "./title.js";
 
 const silenceLimit = 7000; // milliseconds; the server sends something every two seconds
 const checkPeriod = 250;
@@ -21,6 +24,7 @@ async function refusal() {
 export class Link {
   #stream = null;
   #heardAt = 0; // when something last arrived
+  #end = ""; // what gatewayctl said when it stopped
   #handlers;
 
   // `handlers` take the data of events, by the events' names.
@@ -37,34 +41,50 @@ export class Link {
     for (const [name, handle] of Object.entries(this.#handlers)) {
       this.#stream.addEventListener(name, (event) => this.#receive(event, handle));
     }
+    this.#stream.addEventListener("stopped", (event) => this.#onStopped(JSON.parse(event.data)));
     this.#stream.addEventListener("error", () => this.#onError());
   }
 
   #receive(event, handle) {
     this.#heardAt = performance.now();
+    this.#end = "";
+    clock.run();
     this.#show("live", "live");
     handle(JSON.parse(event.data));
   }
 
   #checkSilence() {
-    if (this.#stream && performance.now() - this.#heardAt > silenceLimit) this.#connect();
+    if (!this.#stream || performance.now() - this.#heardAt <= silenceLimit) return;
+    this.#showLost("reconnecting…");
+    this.#connect();
+  }
+
+  #onStopped({ time }) {
+    this.#end = `stopped at ${clockText(time)}`;
+    this.#showLost("");
   }
 
   // The browser reconnects by itself, except after an answer that refuses the stream.
   async #onError() {
-    this.#show("lost", "reconnecting…");
+    this.#showLost("reconnecting…");
     if (this.#stream.readyState !== EventSource.CLOSED) {
       this.#heardAt = performance.now();
       return;
     }
     this.#stream = null;
     const reason = await refusal();
-    if (reason) this.#show("lost", `refused: ${reason}`);
+    if (reason) this.#showLost(`refused: ${reason}`);
     setTimeout(() => this.#connect(), retryAfter);
+  }
+
+  #showLost(text) {
+    clock.stop(this.#heardAt);
+    this.#show(this.#end ? "stopped" : "lost", this.#end || text);
   }
 
   #show(state, text) {
     byId("connection").dataset.state = state;
     setText(byId("connection"), text);
+    setTitle("link", state === "live" ? "" : text);
   }
 }

@@ -1,6 +1,7 @@
 // The live page: the link's events go to the parts of the page, and frames show what changed.
 //
 // Imports go one way only; tests/style/style_test.cpp has the order.
+import { clock } from "./clock.js";
 import { Link } from "./link.js";
 import { Log } from "./log.js";
 import { SentList } from "./parameters.js";
@@ -35,7 +36,7 @@ class Page {
 
   // Takes a whole snapshot. One comes at the start and after each reconnection.
   #load({ instance, status, slots, log, notifications }) {
-    const now = performance.now();
+    const now = clock.now();
     const isRestart = this.#instance !== "" && this.#instance !== instance;
     this.#instance = instance;
     this.#status.load(status, now);
@@ -48,7 +49,7 @@ class Page {
 
   // Takes an update, which has only those members that changed.
   #update({ slots = [], changes, log = [], notifications = [] }) {
-    const now = performance.now();
+    const now = clock.now();
     for (const [index, value] of slots) this.#table.change(index, value, now);
     if (changes !== undefined) this.#status.setChanges(changes);
     this.#log.add(log);
@@ -59,7 +60,7 @@ class Page {
   #requestFrame() {
     if (this.#isFrameRequested) return;
     this.#isFrameRequested = true;
-    requestAnimationFrame(() => this.#showFrame(performance.now()));
+    requestAnimationFrame(() => this.#showFrame(clock.now()));
   }
 
   #showFrame(now) {

@@ -1,6 +1,6 @@
 // Engine parameters: the controls that change them, and the list of notifications sent.
 import { byId, make, setText } from "./browser.js";
-import { clockText, shortNumber, withMinus } from "./format.js";
+import { clockText, scaleText, withMinus } from "./format.js";
 
 const sentKept = 100;
 
@@ -108,7 +108,7 @@ export class Control {
     Object.assign(this.#slider, { min: range[0], max: range[1], step });
     this.#slider.value = String(value);
     this.#ends.forEach((end, i) => {
-      setText(end, shortNumber(range[i]));
+      setText(end, scaleText(range[i]));
       end.classList.toggle("chosen", chosenRange !== null);
     });
   }

@@ -1,7 +1,8 @@
 // One row of the table: a slot's value, level, history and age. It touches only those parts of the
 // document that have changed.
 import { byId, make, setText } from "./browser.js";
-import { ageText, shortNumber } from "./format.js";
+import { clock } from "./clock.js";
+import { ageText, scaleText } from "./format.js";
 import { Sparkline } from "./history.js";
 import { Control } from "./parameters.js";
 
@@ -53,8 +54,8 @@ class Bar {
     if (range === this.#shown.range) return;
     this.#shown.range = range;
     const [low, high] = range;
-    setText(this.#low, shortNumber(low));
-    setText(this.#high, shortNumber(high));
+    setText(this.#low, scaleText(low));
+    setText(this.#high, scaleText(high));
     this.#button.classList.toggle("chosen", chosenRange !== null);
     this.#button.setAttribute("aria-label", `${name}: range ${low} to ${high}`);
     this.#track.setAttribute("aria-valuemin", low);
@@ -83,7 +84,7 @@ export class Row {
     this.slot = slot;
     this.element = byId("row-template").content.firstElementChild.cloneNode(true);
     this.#theme = theme;
-    this.#editRange = () => ranges.edit(slot, () => this.show(performance.now()));
+    this.#editRange = () => ranges.edit(slot, () => this.show(clock.now()));
     Object.assign(this.element.dataset, { set: slot.set, type: slot.type, name: slot.name });
     for (const part of this.element.children) this.#parts[part.className] = part;
     for (const part of ["name", "type", "key"]) setText(this.#parts[part], slot[part]);

@@ -1,22 +1,26 @@
 // One slot: its value, the range of its scale, its peak hold, its history and its state.
-// Times are those of performance.now(), in milliseconds.
+// Times are those of the page's clock.
 import { numberText, withMinus } from "./format.js";
 import { History } from "./history.js";
 
 const staleAfter = 5000; // milliseconds without a change
 const holdFor = 2000;
 
-// The next of 1, 2, 5, 10, 20, 50 ... that is not smaller.
+// The next of 1, 2, 5, 10, 20, 50 ... that is not smaller, but for the rounding of a float.
 function roundUp(value) {
-  const power = 10 ** Math.floor(Math.log10(value));
-  return power * [1, 2, 5, 10].find((step) => step * power >= value * (1 - 1e-9));
+  const exponent = Math.floor(Math.log10(value));
+  const mantissa = value / 10 ** exponent;
+  return Number(`${[1, 2, 5, 10].find((step) => step >= mantissa * (1 - 1e-6))}e${exponent}`);
 }
+
+// A ratio ends at 1, unless it has been far below so far.
+const endAbove = (high) => (high < 1e-3 ? roundUp(high) : Math.max(1, roundUp(high)));
 
 // A scale that holds all values seen so far: decibels where they fit.
 function rangeFor(low, high, isParameter) {
   if (isParameter && low >= -60 && high <= 12) return [-60, 12];
   if (low >= -60 && high <= 0) return [-60, 0];
-  if (low >= 0) return [0, Math.max(1, roundUp(high))];
+  if (low >= 0) return [0, endAbove(high)];
   if (low >= -60 && high <= 12 && low < -1) return [-60, 12];
   const size = roundUp(Math.max(-low, high));
   return [-size, high <= 0 ? 0 : size];
@@ -45,6 +49,7 @@ export class Slot {
 
   // Takes the state from a later description.
   refresh(description, now) {
+    this.history?.skipTo(now);
     this.hasChanged = description.moved;
     this.changedAt = now - description.age * 1000;
     this.#take(description.value, now);

@@ -4,6 +4,7 @@
 // writes the marked slots that have a row. Only slots near the view have a row in the document, so
 // that the browser's work does not grow with the number of slots.
 import { byId, setText } from "./browser.js";
+import { clock } from "./clock.js";
 import { Filter } from "./filter.js";
 import { Row } from "./row.js";
 import { Slot } from "./slot.js";
@@ -102,7 +103,7 @@ export class Table {
   }
 
   #applyFilter() {
-    const now = performance.now();
+    const now = clock.now();
     for (const group of this.#groups) group.shown = [];
     const shown = Object.fromEntries(this.#groups.map((group) => [group.set, group.shown]));
     for (const slot of this.#slots) {
@@ -143,7 +144,7 @@ export class Table {
     for (const { rows, shown } of this.#groups) {
       rows.style.height = `${shown.length * this.#rowHeight}px`;
     }
-    const now = performance.now();
+    const now = clock.now();
     const near = this.#groups.map((group) => [group, ...this.#rangeNear(group)]);
     this.#removeRowsOutside(near);
     for (const [group, first, end] of near) {
@@ -214,7 +215,7 @@ export class Table {
   #focusSlot(slot) {
     if (!slot) return;
     const group = this.#groups.find((each) => each.set === slot.set);
-    this.#insertRow(group, group.shown.indexOf(slot), performance.now());
+    this.#insertRow(group, group.shown.indexOf(slot), clock.now());
     this.#rows.get(slot).element.focus();
   }
 }
