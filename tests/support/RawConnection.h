@@ -18,7 +18,9 @@
 
 class RawConnection {
  public:
-  explicit RawConnection(const std::string& target) {
+  // Connects from the IP address `from`; empty for any.
+  explicit RawConnection(const std::string& target, const std::string& from = {}) {
+    if (!from.empty()) bindTo(from);
     const auto colon = target.find(':');
     sockaddr_in address{};
     address.sin_family = AF_INET;
@@ -59,18 +61,24 @@ class RawConnection {
   // Tells the peer that nothing more will be written.
   void endWriting() { shutdown(socket_, SHUT_WR); }
 
-  // Whether the peer has ended the connection; waits for that, or for bytes, until `limit`.
-  bool hasEnded(std::chrono::milliseconds limit) {
+  // Whether bytes have come, or the peer has ended the connection. Waits for that until `limit`.
+  bool hasInput(std::chrono::milliseconds limit) {
     pollfd state{socket_, POLLIN, 0};
-    if (poll(&state, 1, static_cast<int>(limit.count())) == 0) return false;
-    char byte = 0;
-    return recv(socket_, &byte, 1, MSG_PEEK) <= 0;
+    return poll(&state, 1, static_cast<int>(limit.count())) > 0;
   }
 
   // The error of the last read; 0 if the peer closed the connection in order.
   int lastError() const { return error_; }
 
  private:
+  void bindTo(const std::string& from) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    inet_pton(AF_INET, from.c_str(), &address.sin_addr);
+    if (bind(socket_, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0) return;
+    throw std::runtime_error("can't connect from " + from);
+  }
+
   const int socket_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   int error_ = 0;
 };

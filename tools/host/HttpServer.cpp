@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/post.hpp>
@@ -13,10 +14,12 @@
 #include <boost/beast/http/write.hpp>
 #include <charconv>
 #include <chrono>
-#include <set>
+#include <cstdint>
+#include <limits>
 #include <sstream>
 #include <thread>
 #include <utility>
+#include <vector>
 
 namespace host {
 namespace {
@@ -25,10 +28,11 @@ namespace asio = boost::asio;
 namespace beast = boost::beast;
 using asio::ip::tcp;
 using boost::system::error_code;
+using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::seconds requestLimit(2);  // to send a request whole
-constexpr std::chrono::seconds writeLimit(5);    // without a byte being taken
-constexpr std::chrono::seconds quietLimit(2);    // without a piece of a stream
+constexpr std::chrono::seconds writeLimit(5);  // without a byte being taken
+constexpr std::chrono::seconds quietLimit(2);  // without a piece of a stream
+constexpr std::chrono::seconds endLimit(2);    // for the client to close after its answer
 
 std::string percentDecoded(std::string_view text) {
   std::string decoded;
@@ -44,7 +48,7 @@ std::string percentDecoded(std::string_view text) {
 }
 
 // The target before and after its "?".
-std::pair<std::string, std::string> partsOf(const HttpRequest& request) {
+std::pair<std::string, std::string> partsOf(const HttpHead& request) {
   const std::string target(request.target());
   const std::size_t mark = target.find('?');
   if (mark == target.npos) return {target, ""};
@@ -60,32 +64,13 @@ std::string headText(HttpResponse& response) {
   return text.str();
 }
 
-// Why a request could not be read; nothing if the client has gone, or was too slow.
-std::optional<HttpRefusal> refusalOf(const error_code& error, bool hasHead) {
-  using http::status;
-  if (error.category() != make_error_code(http::error::bad_target).category() ||
-      error == http::error::end_of_stream) {
-    return std::nullopt;
-  }
-  if (error == http::error::body_limit) {
-    return HttpRefusal(status::payload_too_large,
-                       fmt::format("a body has at most {} bytes", HttpServer::bodyLimit));
-  }
-  if (error == http::error::header_limit) {
-    return HttpRefusal(status::request_header_fields_too_large,
-                       fmt::format("a header has at most {} bytes", HttpServer::headLimit));
-  }
-  if (hasHead) return HttpRefusal(status::bad_request, "the body is not whole");
-  return HttpRefusal(status::bad_request, "not a fit request");
-}
-
 }  // namespace
 
-std::string pathOf(const HttpRequest& request) {
+std::string pathOf(const HttpHead& request) {
   return percentDecoded(partsOf(request).first);
 }
 
-std::optional<std::string> parameterOf(const HttpRequest& request, std::string_view name) {
+std::optional<std::string> parameterOf(const HttpHead& request, std::string_view name) {
   std::istringstream query(partsOf(request).second);
   for (std::string pair; std::getline(query, pair, '&');) {
     const std::size_t end = pair.find('=');
@@ -98,22 +83,23 @@ std::optional<std::string> parameterOf(const HttpRequest& request, std::string_v
 // ---- Connections ----------------------------------------------------------------------------
 
 struct HttpServer::State {
-  State(HttpHandler& handler_, int maximalConnections_)
-      : handler(handler_), maximalConnections(maximalConnections_) {}
+  State(HttpHandler& handler_, const HttpLimits& limits_) : handler(handler_), limits(limits_) {}
 
   void listen(const std::string& address, int port);
   error_code listenAt(const tcp::endpoint& endpoint);
   void accept();
   void acceptLater();
   void serve(tcp::socket socket);
-  void turnAway(tcp::socket socket) const;
+  std::optional<HttpRefusal> crowdingOf(const asio::ip::address& address) const;
+  void addStream(Connection& fresh);
+  void limitEnding();
 
   HttpHandler& handler;
-  const int maximalConnections;
-  int connections = 0;
-  std::set<Connection*> streams;  // connections with an open stream
+  const HttpLimits limits;
+  // Oldest first. What a connection waits for keeps it alive, so that the loop owns all of them.
+  std::vector<Connection*> connections;
+  std::vector<Connection*> streams;  // connections with an open stream
 
-  // What a connection waits for keeps it alive, so that the loop owns all of them.
   asio::io_context loop{1};
   tcp::acceptor acceptor{loop};
   asio::steady_timer retry{loop};  // of an accept that failed
@@ -124,21 +110,36 @@ struct HttpServer::State {
 // until then.
 class HttpServer::Connection : public std::enable_shared_from_this<Connection> {
  public:
-  Connection(State& server, tcp::socket socket);
+  Connection(State& server, tcp::socket socket, const asio::ip::address& address);
   ~Connection();
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
-  void readHead();
+  const asio::ip::address& address() const { return address_; }
+  // Whether it only waits for the client to close. Such a connection is no longer counted.
+  bool isEnding() const { return isEnding_; }
+  // Since when the reader of its stream has had something to take; the far future if it is up to
+  // date.
+  Clock::time_point behindSince() const { return behindSince_; }
+
+  void readRequest();
+  // Answers without reading the request.
+  void refuse(const HttpRefusal& refusal);
   // Sends the stream's next piece, if there is one.
   void wake();
   // Sends the stream's last piece if the client can take it at once. The loop must have ended.
   void finish();
+  void close();
 
  private:
+  void limitRequestTime();
   void readBody();
+  void continueBody();
   void failReading(const error_code& error);
-  HttpAnswer answer();
+  std::optional<HttpRefusal> refusalOf(const error_code& error) const;
+  template <class Action>
+  auto guarded(Action action) -> std::optional<decltype(action())>;
+  void answer();
   void send(HttpAnswer answer);
   void write();
   void wrote();
@@ -146,76 +147,150 @@ class HttpServer::Connection : public std::enable_shared_from_this<Connection> {
   void awaitQuiet();
   // Reads whatever comes until the client closes.
   void discard();
-  void close();
 
   State& server_;
+  const asio::ip::address address_;
   beast::tcp_stream socket_;
-  beast::flat_buffer input_;
+  // Room for a whole head: also what precedes and follows the chunks of a body has to fit in.
+  beast::flat_buffer input_{2 * server_.limits.head};
   http::request_parser<http::string_body> parser_;
+  std::size_t bodyLimit_ = 0;
+  asio::steady_timer timer_;  // for the request to arrive; later, for a quiet stream
+  bool isLate_ = false;
+  bool isEnding_ = false;
   std::string output_;  // what is being written; empty if nothing is
   std::size_t written_ = 0;
   std::unique_ptr<HttpStream> stream_;
   bool isWoken_ = false;  // since the stream's last piece
-  asio::steady_timer quiet_;
+  Clock::time_point behindSince_ = Clock::time_point::max();
 };
 
-HttpServer::Connection::Connection(State& server, tcp::socket socket)
-    : server_(server), socket_(std::move(socket)), quiet_(server.loop) {
-  ++server_.connections;
+HttpServer::Connection::Connection(State& server, tcp::socket socket,
+                                   const asio::ip::address& address)
+    : server_(server), address_(address), socket_(std::move(socket)), timer_(server.loop) {
+  server_.connections.push_back(this);
   error_code ignored;
   socket_.socket().set_option(tcp::no_delay(true), ignored);
-  parser_.header_limit(headLimit);
-  parser_.body_limit(bodyLimit);
+  parser_.header_limit(static_cast<std::uint32_t>(server_.limits.head));
+  parser_.body_limit(std::numeric_limits<std::uint64_t>::max());  // readBody sets the real one
 }
 
 HttpServer::Connection::~Connection() {
-  --server_.connections;
-  server_.streams.erase(this);
+  std::erase(server_.connections, this);
+  std::erase(server_.streams, this);
 }
 
-void HttpServer::Connection::readHead() {
-  socket_.expires_after(requestLimit);
+// ---- Reading --------------------------------------------------------------------------------
+
+void HttpServer::Connection::readRequest() {
+  limitRequestTime();
   http::async_read_header(socket_, input_, parser_,
-                          [this, self = shared_from_this()](error_code error, std::size_t) {
+                          [this, self = shared_from_this()](error_code error, std::size_t size) {
+                            // The parser limits the request line and the header each by itself.
+                            if (size > server_.limits.head) error = http::error::header_limit;
                             if (error) return failReading(error);
                             readBody();
                           });
 }
 
-void HttpServer::Connection::readBody() {
-  if (parser_.is_done()) return send(answer());
-  if (beast::iequals(parser_.get()[http::field::expect], "100-continue")) {
-    constexpr std::string_view proceed = "HTTP/1.1 100 Continue\r\n\r\n";
+// Ends the reading. The socket's own time limit would close it, and the client would not learn why.
+void HttpServer::Connection::limitRequestTime() {
+  timer_.expires_after(server_.limits.requestTime);
+  timer_.async_wait([this, self = shared_from_this()](error_code error) {
+    if (error) return;
+    isLate_ = true;
     error_code ignored;
-    socket_.socket().write_some(asio::buffer(proceed), ignored);
+    socket_.socket().shutdown(tcp::socket::shutdown_receive, ignored);
+  });
+}
+
+void HttpServer::Connection::readBody() {
+  const auto limit = guarded([&] { return server_.handler.admit(parser_.get()); });
+  if (!limit) return;
+  bodyLimit_ = *limit;
+  parser_.body_limit(bodyLimit_);
+  if (parser_.content_length().value_or(0) > bodyLimit_) {
+    return failReading(make_error_code(http::error::body_limit));
   }
+  if (parser_.is_done()) return answer();
+  continueBody();
   http::async_read(socket_, input_, parser_,
                    [this, self = shared_from_this()](error_code error, std::size_t) {
                      if (error) return failReading(error);
-                     send(answer());
+                     answer();
                    });
 }
 
-void HttpServer::Connection::failReading(const error_code& error) {
-  const auto refusal = refusalOf(error, parser_.is_header_done());
-  if (refusal) send({server_.handler.refuse(*refusal)});
+// A client may wait for this before it sends its body.
+void HttpServer::Connection::continueBody() {
+  if (!beast::iequals(parser_.get()[http::field::expect], "100-continue")) return;
+  constexpr std::string_view proceed = "HTTP/1.1 100 Continue\r\n\r\n";
+  error_code ignored;
+  socket_.socket().write_some(asio::buffer(proceed), ignored);
 }
 
-HttpAnswer HttpServer::Connection::answer() try {
-  return server_.handler.answer(parser_.get());
-} catch (const HttpRefusal& refusal) {
-  return {server_.handler.refuse(refusal)};
-} catch (const std::exception& error) {
-  return {server_.handler.refuse({http::status::internal_server_error, error.what()})};
+void HttpServer::Connection::failReading(const error_code& error) {
+  timer_.cancel();
+  if (const auto refusal = refusalOf(error)) refuse(*refusal);
+}
+
+// Nothing if the client has gone, or has sent nothing at all, as browsers do that connect ahead.
+std::optional<HttpRefusal> HttpServer::Connection::refusalOf(const error_code& error) const {
+  using http::status;
+  if (isLate_) {
+    if (!parser_.got_some()) return std::nullopt;
+    return HttpRefusal(status::request_timeout, fmt::format("a request has {} s to arrive",
+                                                            server_.limits.requestTime.count()));
+  }
+  const bool isHttp = error.category() == make_error_code(http::error::bad_target).category();
+  if (!isHttp || error == http::error::end_of_stream) return std::nullopt;
+  if (error == http::error::body_limit) {
+    return HttpRefusal(status::payload_too_large,
+                       bodyLimit_ == 0 ? fmt::format("{} takes no body", pathOf(parser_.get()))
+                                       : fmt::format("a body has at most {} bytes", bodyLimit_));
+  }
+  if (error == http::error::header_limit) {
+    return HttpRefusal(
+        status::request_header_fields_too_large,
+        fmt::format("request line and header have at most {} bytes", server_.limits.head));
+  }
+  const bool hasHead = parser_.is_header_done();
+  return HttpRefusal(status::bad_request,
+                     hasHead ? "the body is malformed or incomplete" : "the request is malformed");
+}
+
+// ---- Answering ------------------------------------------------------------------------------
+
+// The handler's result; without one, the client has been refused.
+template <class Action>
+auto HttpServer::Connection::guarded(Action action) -> std::optional<decltype(action())> {
+  try {
+    return action();
+  } catch (const HttpRefusal& refusal) {
+    refuse(refusal);
+  } catch (const std::exception& error) {
+    refuse({http::status::internal_server_error, error.what()});
+  }
+  return std::nullopt;
+}
+
+void HttpServer::Connection::refuse(const HttpRefusal& refusal) {
+  send({server_.handler.refuse(refusal)});
+}
+
+void HttpServer::Connection::answer() {
+  auto made = guarded([&] { return server_.handler.answer(parser_.get()); });
+  if (made) send(std::move(*made));
 }
 
 void HttpServer::Connection::send(HttpAnswer answer) {
+  timer_.cancel();
   if (!answer.stream) answer.response.prepare_payload();
   output_ = headText(answer.response);
   if (parser_.get().method() == http::verb::head) return write();
   if (answer.stream) {
     stream_ = std::move(answer.stream);
-    server_.streams.insert(this);
+    server_.addStream(*this);
     output_ += stream_->next();
     socket_.expires_never();  // for reading; writing sets its own limit
     discard();
@@ -226,6 +301,7 @@ void HttpServer::Connection::send(HttpAnswer answer) {
 }
 
 void HttpServer::Connection::write() {
+  behindSince_ = std::min(behindSince_, Clock::now());
   socket_.expires_after(writeLimit);
   socket_.async_write_some(asio::buffer(output_) + written_,
                            [this, self = shared_from_this()](error_code error, std::size_t size) {
@@ -234,12 +310,13 @@ void HttpServer::Connection::write() {
                              if (written_ < output_.size()) return write();
                              output_.clear();
                              written_ = 0;
+                             behindSince_ = Clock::time_point::max();
                              wrote();
                            });
 }
 
-// The client closes first: closing while something of its request is unread would take back what it
-// has not read of the answer.
+// The client closes first: if the server closed while part of the request is unread, the client
+// could lose the rest of the answer.
 void HttpServer::Connection::wrote() {
   if (stream_) {
     awaitQuiet();
@@ -247,7 +324,9 @@ void HttpServer::Connection::wrote() {
   }
   error_code ignored;
   socket_.socket().shutdown(tcp::socket::shutdown_send, ignored);
-  socket_.expires_after(requestLimit);
+  socket_.expires_after(endLimit);
+  isEnding_ = true;
+  server_.limitEnding();
   discard();
 }
 
@@ -259,7 +338,7 @@ void HttpServer::Connection::wake() {
 void HttpServer::Connection::sendNext() {
   if (std::exchange(isWoken_, false)) output_ = stream_->next();
   if (output_.empty()) return;
-  quiet_.cancel();
+  timer_.cancel();
   write();
 }
 
@@ -270,8 +349,8 @@ void HttpServer::Connection::finish() {
 }
 
 void HttpServer::Connection::awaitQuiet() {
-  quiet_.expires_after(quietLimit);
-  quiet_.async_wait([this, self = shared_from_this()](error_code error) {
+  timer_.expires_after(quietLimit);
+  timer_.async_wait([this, self = shared_from_this()](error_code error) {
     if (error || !output_.empty()) return;
     output_ = stream_->quiet();
     write();
@@ -280,7 +359,7 @@ void HttpServer::Connection::awaitQuiet() {
 
 void HttpServer::Connection::discard() {
   input_.clear();
-  socket_.async_read_some(input_.prepare(1024),
+  socket_.async_read_some(input_.prepare(server_.limits.head),
                           [this, self = shared_from_this()](error_code error, std::size_t) {
                             if (error) return close();
                             discard();
@@ -288,14 +367,14 @@ void HttpServer::Connection::discard() {
 }
 
 void HttpServer::Connection::close() {
-  server_.streams.erase(this);
-  quiet_.cancel();
+  std::erase(server_.streams, this);
+  timer_.cancel();
   socket_.close();
 }
 
 // ---- Accepting ------------------------------------------------------------------------------
 
-// A name can have several addresses: takes the first that it can have.
+// A name can have several addresses: takes the first one that is free.
 void HttpServer::State::listen(const std::string& address, int port) {
   error_code error;
   for (const auto& found : tcp::resolver(loop).resolve(address, std::to_string(port))) {
@@ -332,24 +411,53 @@ void HttpServer::State::acceptLater() {
 void HttpServer::State::serve(tcp::socket socket) {
   error_code ignored;
   socket.non_blocking(true, ignored);
-  if (connections == maximalConnections) return turnAway(std::move(socket));
-  std::make_shared<Connection>(*this, std::move(socket))->readHead();
+  const auto address = socket.remote_endpoint(ignored).address();
+  const auto crowding = crowdingOf(address);
+  const auto connection = std::make_shared<Connection>(*this, std::move(socket), address);
+  crowding ? connection->refuse(*crowding) : connection->readRequest();
 }
 
-// Does not wait for the client.
-void HttpServer::State::turnAway(tcp::socket socket) const {
-  using http::status;
-  auto response = handler.refuse({status::service_unavailable, "too many open connections"});
-  response.set(http::field::retry_after, "2");
-  response.prepare_payload();
-  error_code ignored;
-  socket.write_some(asio::buffer(headText(response) + response.body()), ignored);
-  socket.shutdown(tcp::socket::shutdown_send, ignored);
+// Why there is no place for a further connection; nothing if there is one.
+std::optional<HttpRefusal> HttpServer::State::crowdingOf(const asio::ip::address& address) const {
+  std::size_t all = 0;
+  std::size_t fromHere = 0;
+  for (const Connection* const each : connections) {
+    if (each->isEnding()) continue;
+    ++all;
+    if (each->address() == address) ++fromHere;
+  }
+  constexpr auto status = http::status::service_unavailable;
+  if (all >= limits.connections) return HttpRefusal(status, "too many open connections");
+  if (fromHere < limits.connectionsPerAddress) return std::nullopt;
+  return HttpRefusal(status, "too many open connections from your address");
+}
+
+void HttpServer::State::addStream(Connection& fresh) {
+  streams.push_back(&fresh);
+  if (streams.size() <= limits.streams) return;
+  const auto rank = [&](const Connection* stream) {
+    const auto siblings = std::count_if(streams.begin(), streams.end(), [&](const auto* other) {
+      return other->address() == stream->address();
+    });
+    return std::pair(-siblings, stream->behindSince());
+  };
+  const auto last =
+      std::min_element(streams.begin(), streams.end(),
+                       [&](const auto* one, const auto* other) { return rank(one) < rank(other); });
+  (*last)->close();
+}
+
+// Clients that never close their ends must not use up the descriptors.
+void HttpServer::State::limitEnding() {
+  const auto isEnding = [](const Connection* each) { return each->isEnding(); };
+  const auto count = std::count_if(connections.begin(), connections.end(), isEnding);
+  if (static_cast<std::size_t>(count) <= limits.connections) return;
+  (*std::find_if(connections.begin(), connections.end(), isEnding))->close();
 }
 
 HttpServer::HttpServer(HttpHandler& handler, const std::string& address, int port,
-                       int maximalConnections)
-    : state_(std::make_unique<State>(handler, maximalConnections)) {
+                       const HttpLimits& limits)
+    : state_(std::make_unique<State>(handler, limits)) {
   state_->listen(address, port);
 }
 
@@ -372,10 +480,6 @@ void HttpServer::wakeStreams() {
   asio::post(state_->loop, [this] {
     for (Connection* const each : state_->streams) each->wake();
   });
-}
-
-int HttpServer::streamCount() const {
-  return static_cast<int>(state_->streams.size());
 }
 
 }  // namespace host

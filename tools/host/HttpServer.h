@@ -1,9 +1,9 @@
 // The transport of the live page: HTTP/1.1 on one address. It passes requests to a handler and
 // sends the answers; it does not know what is served, nor to whom.
 //
-// A connection carries one request. The client has two seconds to send it, within the limits below,
-// and loses the connection when it takes nothing of the answer for five seconds. When all
-// connections are taken, a further one is answered 503 and closed at once.
+// A connection carries one request. HttpLimits bounds what a client may send and hold. A client
+// beyond a limit gets a plain refusal, and its connection is closed. A client that takes nothing of
+// its answer for five seconds loses its connection.
 //
 // Threads: made and destroyed by one thread. One thread of the server's own serves all connections
 // and calls the handler and its streams, so these should be quick.
@@ -12,6 +12,7 @@
 
 #include <boost/beast/http/message.hpp>
 #include <boost/beast/http/string_body.hpp>
+#include <chrono>
 #include <cstddef>
 #include <memory>
 #include <optional>
@@ -24,13 +25,26 @@ namespace host {
 
 namespace http = boost::beast::http;
 
-using HttpRequest = http::request<http::string_body>;
+using HttpHead = http::request_header<>;
+using HttpRequest = http::request<http::string_body>;  // a head and its body
 using HttpResponse = http::response<http::string_body>;
 
 // The percent-decoded path of a request, and the first parameter of that name in its query. Any
 // thread.
-std::string pathOf(const HttpRequest& request);
-std::optional<std::string> parameterOf(const HttpRequest& request, std::string_view name);
+std::string pathOf(const HttpHead& request);
+std::optional<std::string> parameterOf(const HttpHead& request, std::string_view name);
+
+// What clients may send and hold.
+struct HttpLimits {
+  std::size_t head = 16384;              // bytes of request line and header together
+  std::chrono::seconds requestTime{10};  // for a request to arrive whole
+  std::size_t connections = 256;         // at a time
+  std::size_t connectionsPerAddress = 64;
+  // Open streams. A further one takes the place of another: of the address with the most streams,
+  // the one whose reader has been behind longest, or else the oldest. Readers that never finish
+  // can't keep a new client out.
+  std::size_t streams = 16;
+};
 
 // Why a request is not carried out.
 struct HttpRefusal : std::runtime_error {
@@ -44,7 +58,7 @@ class HttpStream {
  public:
   virtual ~HttpStream() = default;
   // The next piece; empty if there is nothing new. Called at the beginning, and after `wakeStreams`
-  // once the client has taken the piece before.
+  // once the client has taken the previous piece.
   virtual std::string next() = 0;
   // A piece to send after two seconds without any, so that each side notices when the other one
   // has gone.
@@ -62,11 +76,15 @@ struct HttpAnswer {
   std::unique_ptr<HttpStream> stream;  // instead of the response's body; null for none
 };
 
+// May throw HttpRefusal; any other exception becomes an internal server error.
 class HttpHandler {
  public:
-  // May throw HttpRefusal; any other exception becomes an internal server error.
+  // Whether the request may go ahead, before its body is read. Returns the bytes that the body may
+  // have.
+  virtual std::size_t admit(const HttpHead& head) = 0;
+  // The answer to a request that has been admitted.
   virtual HttpAnswer answer(const HttpRequest& request) = 0;
-  // The response to a refusal, which comes from `answer` or from the server itself.
+  // The response to a refusal, which comes from the handler or from the server. Must not throw.
   virtual HttpResponse refuse(const HttpRefusal& refusal) = 0;
 
  protected:
@@ -75,13 +93,11 @@ class HttpHandler {
 
 class HttpServer {
  public:
-  static constexpr std::size_t headLimit = 16384;  // bytes of request line and header
-  static constexpr std::size_t bodyLimit = 65536;  // bytes
-
   // Listens when this returns; clients that connect wait for `start`. `address` is an IP address
   // without brackets, or a name; port 0 takes any free one. Throws boost::system::system_error if
   // it can't listen there.
-  HttpServer(HttpHandler& handler, const std::string& address, int port, int maximalConnections);
+  HttpServer(HttpHandler& handler, const std::string& address, int port,
+             const HttpLimits& limits = {});
   // Ends every connection at once, whatever it waits for.
   ~HttpServer();
   HttpServer(const HttpServer&) = delete;
@@ -95,9 +111,6 @@ class HttpServer {
 
   // Has every open stream send its next piece. Any thread; does not wait.
   void wakeStreams();
-
-  // The number of open streams. For the handler only.
-  int streamCount() const;
 
  private:
   class Connection;

@@ -12,7 +12,11 @@ namespace {
 using http::field;
 using http::status;
 
-// The value of one cookie in a Cookie header; empty if it is not there.
+std::string ownOrigin(const HttpHead& request) {
+  return "http://" + std::string(request[field::host]);
+}
+
+// The value of one cookie in a Cookie header; empty if it is absent.
 std::string_view cookieIn(std::string_view header, std::string_view name) {
   while (!header.empty()) {
     std::string_view pair = header.substr(0, header.find(';'));
@@ -38,12 +42,22 @@ std::string_view bearerIn(const std::string& header) {
 PageAccess::PageAccess(PageSettings settings)
     : settings_(std::move(settings)), cookieName_(fmt::format("gateway_page_{}", settings_.port)) {}
 
-void PageAccess::check(const HttpRequest& request) const {
+void PageAccess::check(const HttpHead& request) const {
+  checkClient(request);
+  const std::string origin(request[field::origin]);
+  if (origin.empty() || origin == ownOrigin(request)) return;
+  throw HttpRefusal(
+      status::forbidden,
+      fmt::format("other sites get no answer here: a request has the header \"Origin: {}\" or none",
+                  ownOrigin(request)));
+}
+
+void PageAccess::checkClient(const HttpHead& request) const {
   if (settings_.token.empty()) {
     const std::string host(request[field::host]);
     if (isDirectHost(host)) return;
     throw HttpRefusal(status::forbidden,
-                      fmt::format("the page was asked for as \"{}\": without a token it answers "
+                      fmt::format("the page was requested as \"{}\": without a token, it answers "
                                   "only under an IP address or as localhost",
                                   host));
   }
@@ -53,7 +67,7 @@ void PageAccess::check(const HttpRequest& request) const {
                     "\"Authorization: Bearer TOKEN\"");
 }
 
-bool PageAccess::showsToken(const HttpRequest& request) const {
+bool PageAccess::showsToken(const HttpHead& request) const {
   const std::string header(request[field::authorization]);
   const std::string cookies(request[field::cookie]);
   return isToken(bearerIn(header)) || isToken(parameterOf(request, "token").value_or("")) ||
@@ -69,17 +83,16 @@ bool PageAccess::isToken(std::string_view given) const {
   return difference == 0;
 }
 
-void PageAccess::checkChange(const HttpRequest& request) const {
-  const std::string own = "http://" + std::string(request[field::host]);
-  if (std::string(request[field::origin]) != own) {
+void PageAccess::checkChange(const HttpHead& request) const {
+  if (request[field::origin].empty()) {
     throw HttpRefusal(status::forbidden,
-                      fmt::format("changes are taken from the page itself: a request needs the "
-                                  "header \"Origin: {}\"",
-                                  own));
+                      fmt::format("only the page itself makes changes: a request needs the header "
+                                  "\"Origin: {}\"",
+                                  ownOrigin(request)));
   }
   const std::string type(request[field::content_type]);
   if (type.starts_with("multipart/form-data")) {
-    throw HttpRefusal(status::unsupported_media_type, "only application/json is taken");
+    throw HttpRefusal(status::unsupported_media_type, "only application/json is accepted");
   }
   if (type.substr(0, type.find(';')) != "application/json") {
     throw HttpRefusal(status::unsupported_media_type,

@@ -1,5 +1,5 @@
-// Who may use the live page: somebody who shows the token, if there is one, and otherwise somebody
-// on this machine, but no foreign web site that the same browser has open.
+// Who may use the live page: with a token, everyone who shows it; without one, everyone on this
+// machine, except for foreign web sites that the same browser has open.
 //
 // Any thread.
 #pragma once
@@ -17,22 +17,24 @@ class PageAccess {
   // Settings with the actual port.
   explicit PageAccess(PageSettings settings);
 
-  // Throws HttpRefusal unless the request may ask for anything at all. With a token, it has to show
-  // it: as "Authorization: Bearer TOKEN", as "?token=TOKEN", or as the cookie below. Without one,
-  // its Host header must be an address or localhost: any other name may be one that a foreign site
-  // has given to this machine.
-  void check(const HttpRequest& request) const;
+  // Throws HttpRefusal unless the request may ask for anything at all. If there is a token, the
+  // request must show it: as "Authorization: Bearer TOKEN", as "?token=TOKEN", or as the cookie
+  // below. Otherwise its Host header must be an IP address or localhost, since a foreign site can
+  // point any other name at this machine. An Origin header must be the address that the request was
+  // sent to: other sites could not read the answer, but they could use up the places of readers.
+  void check(const HttpHead& request) const;
 
-  // Throws HttpRefusal unless a change comes from the page itself: its Origin is the address that
-  // it asks, and its body is JSON, which a form of another site can't send.
-  void checkChange(const HttpRequest& request) const;
+  // After `check`: throws HttpRefusal unless a change comes from the page itself. It has an Origin,
+  // and its body is JSON, which a form of another site can't send.
+  void checkChange(const HttpHead& request) const;
 
-  // The Set-Cookie header that spares the page's own requests the token.
+  // The Set-Cookie header with which the page's own requests show the token.
   std::string setCookie() const;
 
  private:
-  bool showsToken(const HttpRequest& request) const;
-  // Takes the same time however much of the token is right.
+  void checkClient(const HttpHead& request) const;
+  bool showsToken(const HttpHead& request) const;
+  // Takes the same time no matter how much of the token is right.
   bool isToken(std::string_view given) const;
 
   const PageSettings settings_;

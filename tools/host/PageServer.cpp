@@ -70,13 +70,15 @@ class PageServer::Routes final : public HttpHandler {
     verb method;
     std::string path;
     std::function<HttpAnswer(const HttpRequest&)> answer;
+    std::size_t bodyLimit = 0;  // bytes
   };
 
+  std::size_t admit(const HttpHead& head) override;
   HttpAnswer answer(const HttpRequest& request) override;
   HttpResponse refuse(const HttpRefusal& refusal) override;
 
   void addRoutes();
-  const Route& routeOf(const HttpRequest& request) const;
+  const Route& routeOf(const HttpHead& request) const;
   void listen();
 
   HttpResponse index(const HttpRequest& request) const;
@@ -107,7 +109,7 @@ void PageServer::Routes::addRoutes() {
       {verb::get, "/api/status", [this](auto&) { return responseOf(statusOf(module_, log_)); }},
       {verb::get, "/api/slots", [this](auto&) { return responseOf(slotsOf(module_)); }},
       {verb::get, "/api/events", [this](auto&) { return events(); }},
-      {verb::post, "/api/set", [this](auto& request) { return set(request); }},
+      {verb::post, "/api/set", [this](auto& request) { return set(request); }, 65536},
       {verb::get, "/metrics",
        [this](auto&) { return responseOf(metricsType, metricsOf(module_, log_)); }},
   };
@@ -120,7 +122,7 @@ void PageServer::Routes::addRoutes() {
 }
 
 void PageServer::Routes::listen() try {
-  server_.emplace(*this, settings_.address, settings_.port, maximalConnections);
+  server_.emplace(*this, settings_.address, settings_.port);
   settings_.port = server_->port();
 } catch (const boost::system::system_error& error) {
   const bool isTaken = error.code() == boost::system::errc::address_in_use;
@@ -131,11 +133,15 @@ void PageServer::Routes::listen() try {
   listen();
 }
 
+std::size_t PageServer::Routes::admit(const HttpHead& head) {
+  access_->check(head);
+  const Route& route = routeOf(head);
+  if (route.method != verb::get) access_->checkChange(head);
+  return route.bodyLimit;
+}
+
 HttpAnswer PageServer::Routes::answer(const HttpRequest& request) {
-  access_->check(request);
-  const Route& route = routeOf(request);
-  if (route.method != verb::get) access_->checkChange(request);
-  return route.answer(request);
+  return routeOf(request).answer(request);
 }
 
 HttpResponse PageServer::Routes::refuse(const HttpRefusal& refusal) {
@@ -145,7 +151,7 @@ HttpResponse PageServer::Routes::refuse(const HttpRefusal& refusal) {
   return response;
 }
 
-const PageServer::Routes::Route& PageServer::Routes::routeOf(const HttpRequest& request) const {
+const PageServer::Routes::Route& PageServer::Routes::routeOf(const HttpHead& request) const {
   const std::string path = pathOf(request);
   const auto found = std::find_if(routes_.begin(), routes_.end(),
                                   [&](const Route& route) { return route.path == path; });
@@ -172,11 +178,6 @@ HttpResponse PageServer::Routes::index(const HttpRequest& request) const {
 }
 
 HttpAnswer PageServer::Routes::events() const {
-  if (server_->streamCount() == maximalStreams) {
-    throw HttpRefusal(
-        status::service_unavailable,
-        fmt::format("{} event streams are open already: close another page first", maximalStreams));
-  }
   HttpResponse response = responseOf("text/event-stream", "");
   // Asks proxies to pass each event on at once.
   response.set("X-Accel-Buffering", "no");

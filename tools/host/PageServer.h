@@ -8,12 +8,13 @@
 //                      gives {"notification":NUMBER}
 //   GET  /metrics      for monitoring systems, as metricsOf gives them
 //
-// PageAccess says who may ask. A request that is refused gets a fitting status and
-// {"error": reason}. HttpServer says how long a connection has, and how much it may send.
+// PageAccess decides who may ask, before the body of a request is read. A refused request gets a
+// fitting status and {"error": reason}. HttpLimits bounds what clients may send and hold; only
+// /api/set takes a body.
 //
 // Threads: made and destroyed by the thread that samples the module; serves on a thread of its own.
-// Ownership: module and log are borrowed, and have to outlive the server. Streams have something
-// new only when the module is sampled.
+// Ownership: module and log are borrowed, and must outlive the server. Streams have something new
+// only when the module is sampled.
 #pragma once
 
 #include <memory>
@@ -27,9 +28,6 @@ namespace host {
 
 class PageServer {
  public:
-  static constexpr int maximalStreams = 8;                        // open event streams at a time
-  static constexpr int maximalConnections = maximalStreams + 24;  // of streams and others
-
   // Listens when this returns. Settings must be without `pageProblem`. Throws std::runtime_error,
   // with the remedy, if it can't listen there.
   PageServer(RunningModule& module, const LogBook& log, const PageSettings& settings);

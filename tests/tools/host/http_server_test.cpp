@@ -3,7 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include <future>
+#include <deque>
+#include <semaphore>
 
 #include "tests/support/RawConnection.h"
 
@@ -16,9 +17,9 @@ using host::pathOf;
 // Always has the same to say, and reports its end.
 class Chatter : public host::HttpStream {
  public:
-  Chatter(std::string text, std::promise<void> end)
-      : text_(std::move(text)), end_(std::move(end)) {}
-  ~Chatter() override { end_.set_value(); }
+  Chatter(std::string text, std::counting_semaphore<>& ends)
+      : text_(std::move(text)), ends_(ends) {}
+  ~Chatter() override { ends_.release(); }
 
   std::string next() override { return text_; }
   std::string quiet() override { return "quiet"; }
@@ -26,19 +27,30 @@ class Chatter : public host::HttpStream {
 
  private:
   const std::string text_;
-  std::promise<void> end_;
+  std::counting_semaphore<>& ends_;
 };
 
 class Transport : public ::testing::Test, public host::HttpHandler {
  protected:
   Transport() { server.start(); }
 
+  std::size_t admit(const host::HttpHead& head) override {
+    if (pathOf(head) == "/secret") {
+      throw host::HttpRefusal(host::http::status::forbidden, "not for you");
+    }
+    return head.method() == host::http::verb::post ? 100 : 0;
+  }
+
   host::HttpAnswer answer(const HttpRequest& request) override {
     host::HttpResponse response;
     const std::string path = pathOf(request);
     if (path == "/broken") throw std::logic_error("out of order");
     if (path == "/stream") {
-      return {std::move(response), std::make_unique<Chatter>(piece, std::move(streamEnd))};
+      return {std::move(response), std::make_unique<Chatter>("piece", streamEnds)};
+    }
+    if (path == "/flood") {  // more than the system's buffers hold
+      return {std::move(response),
+              std::make_unique<Chatter>(std::string(20'000'000, 'x'), streamEnds)};
     }
     response.body() = path + " " + request.body();
     return {std::move(response)};
@@ -66,12 +78,17 @@ class Transport : public ::testing::Test, public host::HttpHandler {
     EXPECT_TRUE(answer.ends_with("\r\n\r\n" + body)) << answer;
   }
 
-  // Of the stream; to be set before it is opened.
-  std::string piece = "piece";
-  std::promise<void> streamEnd;
-  std::future<void> streamHasEnded = streamEnd.get_future();
+  static constexpr const char* streamHead = "HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n";
 
-  host::HttpServer server{*this, "127.0.0.1", 0, 4};
+  std::counting_semaphore<> streamEnds{0};  // released by each stream that ends
+  host::HttpServer server{*this,
+                          "127.0.0.1",
+                          0,
+                          {.head = 1000,
+                           .requestTime = std::chrono::seconds(1),
+                           .connections = 12,
+                           .connectionsPerAddress = 4,
+                           .streams = 2}};
 };
 
 HttpRequest requestFor(const char* target) {
@@ -112,19 +129,53 @@ TEST_F(Transport, TellsAWaitingClientToContinue) {
 }
 
 TEST_F(Transport, RefusesMalformedRequests) {
-  expectBody(answerTo("GET /a b HTTP/1.1\r\n\r\n"), "400", "not a fit request");
-  expectBody(answerTo("GET /a HTTP/1.1\r\nHost"), "400", "not a fit request");
+  expectBody(answerTo("GET /a b HTTP/1.1\r\n\r\n"), "400", "the request is malformed");
+  expectBody(answerTo("GET /a HTTP/1.1\r\nHost"), "400", "the request is malformed");
 }
 
-TEST_F(Transport, RefusesALongHeader) {
-  const std::string most(host::HttpServer::headLimit, 'x');
-  expectBody(answerTo("GET /a HTTP/1.1\r\nX: " + most + "\r\n\r\n"), "431",
-             "a header has at most 16384 bytes");
+TEST_F(Transport, LimitsRequestLineAndHeaderTogether) {
+  const std::string start = "GET /a HTTP/1.1\r\nX: ";
+  const std::string end = "\r\n\r\n";
+  const std::string most(1000 - start.size() - end.size(), 'x');
+  expectBody(answerTo(start + most + end), "200", "/a ");
+  const std::string error = "request line and header have at most 1000 bytes";
+  expectBody(answerTo(start + most + "x" + end), "431", error);
+  expectBody(answerTo("GET /" + std::string(1000, 'x')), "431", error);
+}
+
+TEST_F(Transport, LimitsTheBodyAsTheHandlerSays) {
+  const std::string post = "POST /a HTTP/1.1\r\n";
+  const std::string chunked = "Transfer-Encoding: chunked\r\n\r\n";
+  const std::string most(100, 'x');
+  const std::string chunk = "64\r\n" + most + "\r\n";
+  expectBody(answerTo(post + "Content-Length: 100\r\n\r\n" + most), "200", "/a " + most);
+  expectBody(answerTo(post + chunked + chunk + "0\r\n\r\n"), "200", "/a " + most);
+  const std::string error = "a body has at most 100 bytes";
+  expectBody(answerTo(post + "Content-Length: 101\r\n\r\n"), "413", error);
+  expectBody(answerTo(post + chunked + chunk + "1\r\nx\r\n0\r\n\r\n"), "413", error);
+  expectBody(answerTo("GET /a HTTP/1.1\r\nContent-Length: 1\r\n\r\nx"), "413", "/a takes no body");
+  expectBody(answerTo("GET /a HTTP/1.1\r\nContent-Length: 0\r\n\r\n"), "200", "/a ");
+}
+
+TEST_F(Transport, LimitsWhatComesBetweenChunks) {
+  for (const char* start : {"1;", "0\r\nX: "}) {
+    RawConnection client(target());
+    client.write("POST /a HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n" +
+                 (start + std::string(3000, 'x')));
+    expectBody(client.readToTheEnd(), "400", "the body is malformed or incomplete");
+  }
+}
+
+// A client that waits for permission to send its body is refused before it sends any.
+TEST_F(Transport, RefusesBeforeTheBody) {
+  RawConnection client(target());
+  client.write("POST /secret HTTP/1.1\r\nContent-Length: 2\r\nExpect: 100-continue\r\n\r\n");
+  expectBody(client.readToTheEnd(), "403", "not for you");
 }
 
 TEST_F(Transport, RefusesAnIncompleteBody) {
   expectBody(answerTo("POST /a HTTP/1.1\r\nContent-Length: 9\r\n\r\nhi"), "400",
-             "the body is not whole");
+             "the body is malformed or incomplete");
 }
 
 TEST_F(Transport, ReportsAFailedHandler) {
@@ -132,24 +183,30 @@ TEST_F(Transport, ReportsAFailedHandler) {
 }
 
 // The time limit is that of the whole request: a byte now and then does not extend it.
-TEST_F(Transport, ClosesATricklingRequest) {
-  RawConnection client(target());
-  client.write("GET /a HTTP/1.1\r\nX: ");
-  const auto end = std::chrono::steady_clock::now() + patience;
-  bool hasEnded = false;
-  while (!hasEnded && std::chrono::steady_clock::now() < end) {
-    client.write("x");
-    hasEnded = client.hasEnded(std::chrono::milliseconds(50));
+TEST_F(Transport, RefusesATricklingRequest) {
+  for (const char* start :
+       {"GET /a HTTP/1.1\r\nX: ", "POST /a HTTP/1.1\r\nContent-Length: 100\r\n\r\n"}) {
+    RawConnection client(target());
+    client.write(start);
+    for (int i = 0; i < 99; ++i) {
+      if (client.hasInput(std::chrono::milliseconds(50))) break;
+      client.write("x");
+    }
+    expectBody(client.readToTheEnd(), "408", "a request has 1 s to arrive");
   }
-  EXPECT_TRUE(hasEnded);
+}
+
+TEST_F(Transport, ClosesASilentConnectionWithoutAnAnswer) {
+  RawConnection client(target());
+  EXPECT_EQ(client.readToTheEnd(), "");
+  EXPECT_EQ(client.lastError(), 0);
 }
 
 TEST_F(Transport, SendsAPieceForEachWakeAndQuietAfterwards) {
   RawConnection client(target());
   client.write("GET /stream HTTP/1.1\r\n\r\n");
-  const std::string head = "HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n";
-  EXPECT_EQ(client.read(head.size()), head);
-  EXPECT_EQ(client.read(5), "piece");
+  const std::string first = std::string(streamHead) + "piece";
+  EXPECT_EQ(client.read(first.size()), first);
   server.wakeStreams();
   EXPECT_EQ(client.read(10), "piecequiet");
 }
@@ -160,14 +217,97 @@ TEST_F(Transport, EndsAStreamWhenItsReaderHasGone) {
     client.write("GET /stream HTTP/1.1\r\n\r\n");
     client.read(1);
   }
-  EXPECT_EQ(streamHasEnded.wait_for(patience), std::future_status::ready);
+  EXPECT_TRUE(streamEnds.try_acquire_for(patience));
 }
 
 TEST_F(Transport, EndsAStreamWhoseReaderTakesNothing) {
-  piece = std::string(20000000, 'x');  // more than the system's buffers hold
   RawConnection deaf(target());
-  deaf.write("GET /stream HTTP/1.1\r\n\r\n");
-  EXPECT_EQ(streamHasEnded.wait_for(patience), std::future_status::ready);
+  deaf.write("GET /flood HTTP/1.1\r\n\r\n");
+  EXPECT_TRUE(streamEnds.try_acquire_for(patience));
+}
+
+// ---- Many clients ---------------------------------------------------------------------------
+
+// Clients of several addresses, each with connections that have sent nothing.
+class Crowd : public Transport {
+ protected:
+  void connect(const std::string& from, int count) {
+    for (int i = 0; i < count; ++i) idle.emplace_back(target(), from);
+  }
+
+  std::string answerTo(const std::string& from) {
+    RawConnection client(target(), from);
+    client.write("GET /a HTTP/1.1\r\n\r\n");
+    return client.readToTheEnd();
+  }
+
+  std::deque<RawConnection> idle;
+};
+
+TEST_F(Crowd, LimitsTheConnectionsOfAnAddress) {
+  connect("127.0.0.2", 4);
+  expectBody(answerTo("127.0.0.2"), "503", "too many open connections from your address");
+  expectBody(answerTo("127.0.0.3"), "200", "/a ");
+}
+
+TEST_F(Crowd, LimitsAllConnections) {
+  connect("127.0.0.2", 4);
+  connect("127.0.0.3", 4);
+  connect("127.0.0.4", 4);
+  expectBody(answerTo("127.0.0.5"), "503", "too many open connections");
+}
+
+// The server waits for a client to close first, but such a connection takes nobody's place.
+TEST_F(Crowd, DoesNotCountAnsweredConnections) {
+  connect("127.0.0.1", 30);
+  for (RawConnection& client : idle) {
+    client.write("GET /a HTTP/1.1\r\n\r\n");
+    client.readToTheEnd();
+  }
+  expectBody(answerTo("127.0.0.1"), "200", "/a ");
+}
+
+// Opens streams; a test says which of them end.
+class Readers : public Transport {
+ protected:
+  struct Reader : RawConnection {
+    Reader(const std::string& target, const std::string& from, const char* path = "/stream")
+        : RawConnection(target, from) {
+      write(std::string("GET ") + path + " HTTP/1.1\r\n\r\n");
+      const std::string head = streamHead;
+      EXPECT_EQ(read(head.size()), head);
+    }
+  };
+
+  static void expectEnd(Reader& reader) { EXPECT_EQ(reader.read(10), "piece"); }
+  static void expectQuiet(Reader& reader) { EXPECT_EQ(reader.read(10), "piecequiet"); }
+};
+
+TEST_F(Readers, ReplaceTheOldest) {
+  Reader one(target(), "127.0.0.2");
+  Reader two(target(), "127.0.0.3");
+  Reader three(target(), "127.0.0.4");
+  expectEnd(one);
+  expectQuiet(two);
+  expectQuiet(three);
+}
+
+TEST_F(Readers, ReplaceOneOfTheAddressWithTheMost) {
+  Reader other(target(), "127.0.0.2");
+  Reader one(target(), "127.0.0.3");
+  Reader two(target(), "127.0.0.3");
+  expectEnd(one);
+  expectQuiet(other);
+  expectQuiet(two);
+}
+
+TEST_F(Readers, ReplaceOneThatIsBehind) {
+  Reader one(target(), "127.0.0.2");
+  const Reader deaf(target(), "127.0.0.3", "/flood");
+  Reader two(target(), "127.0.0.4");
+  EXPECT_TRUE(streamEnds.try_acquire_for(patience));
+  expectQuiet(one);
+  expectQuiet(two);
 }
 
 }  // namespace
