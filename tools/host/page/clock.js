@@ -1,5 +1,5 @@
-// The page's clock. It stands still while nothing arrives from gatewayctl, so that no age or history
-// runs on for values that nobody watches.
+// The page's clock. It stands still while nothing arrives from gatewayctl, so that no age or
+// history runs on for values that nobody watches.
 
 class Clock {
   #stoppedAt = null;

@@ -6,7 +6,8 @@ export const withMinus = (text) => text.replace(/^-/, "−");
 export function numberText(value, span) {
   if (typeof value !== "number") return withMinus(String(value)); // nan, inf, -inf
   const size = Math.abs(value);
-  if (size >= 1e7 || (size > 0 && size < 1e-2 && span < 1e-2)) return withMinus(value.toExponential(3));
+  const isTiny = size > 0 && size < 1e-2 && span < 1e-2;
+  if (size >= 1e7 || isTiny) return withMinus(value.toExponential(3));
   const decimals = span >= 20 ? 1 : span >= 2 ? 2 : span >= 0.2 ? 3 : 4;
   // Adding zero turns a value that rounds to "-0.0" into "0.0".
   return withMinus((Number(value.toFixed(decimals)) + 0).toFixed(decimals));
