@@ -186,6 +186,10 @@ void Host::failCall(Operation operation, int nth, std::string text) {
   state_->faults[{operation, call}] = std::move(text);
 }
 
+std::chrono::nanoseconds Host::timeInOperations() const {
+  return std::chrono::nanoseconds(state_->nanosecondsInOperations);
+}
+
 void Host::setHook(Operation operation, std::function<void()> hook) {
   const std::lock_guard lock(state_->mutex);
   if (hook) {

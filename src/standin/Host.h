@@ -39,6 +39,8 @@ struct Choices {
   // Whether operations do as little as they can, to measure what a module itself costs: no guards,
   // faults, hooks or records, and waitUntil is not woken. Read only by the constructor.
   bool isLean = false;
+  // Whether a lean host adds up the time spent in its operations. Read only by the constructor.
+  bool timesOperations = false;
 };
 
 // The operations that can fail, have a hook or appear in the journal.
@@ -140,6 +142,9 @@ class Host {
   // Makes the nth call of `operation` from now on (1: the next one) throw Fault(text) and do
   // nothing else. Throws std::invalid_argument if nth is less than 1.
   void failCall(Operation operation, int nth = 1, std::string text = "planned fault");
+
+  // The time that all threads together have spent in operations, if a lean host adds it up.
+  std::chrono::nanoseconds timeInOperations() const;
 
   // Calls `hook` at the beginning of each call of `operation`, on its thread; an empty function
   // removes the hook. A hook may block to hold the caller there, or throw in its place. It must not

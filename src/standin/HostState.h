@@ -1,8 +1,11 @@
 // The state of a Host and how the operations use it. Private to the stand-in.
 #pragma once
 
+#include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <functional>
 #include <map>
@@ -75,9 +78,14 @@ class Memory {
 
 struct Host::State {
   explicit State(const Choices& chosen)
-      : lean(chosen.isLean), choices(chosen), memory(violations, chosen.isLean) {}
+      : lean(chosen.isLean),
+        timed(chosen.isLean && chosen.timesOperations),
+        choices(chosen),
+        memory(violations, chosen.isLean) {}
 
   const bool lean;
+  const bool timed;
+  std::atomic<std::int64_t> nanosecondsInOperations{0};
 
   // Protects everything but the sink. Never held while code of a module, a test or a tool runs.
   std::mutex mutex;
@@ -145,6 +153,7 @@ class Call {
   const Operation operation_;
   Host::State& state_;
   Choices choices_;
+  std::chrono::steady_clock::time_point begin_;  // if operations are timed
 };
 
 }  // namespace standin

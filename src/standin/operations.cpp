@@ -71,6 +71,7 @@ bool reservedAreZero(const sonalith_moduleOffset& slot) {
 Call::Call(Operation operation) : operation_(operation), state_(*Host::current().state_) {
   if (state_.lean) {
     choices_.keepRecords = false;
+    if (state_.timed) begin_ = std::chrono::steady_clock::now();
     return;
   }
   std::unique_lock lock(state_.mutex);
@@ -89,6 +90,10 @@ Call::Call(Operation operation) : operation_(operation), state_(*Host::current()
 }
 
 Call::~Call() {
+  if (state_.timed) {
+    const std::chrono::nanoseconds time = std::chrono::steady_clock::now() - begin_;
+    state_.nanosecondsInOperations += time.count();
+  }
   if (state_.lean) return;
   const std::lock_guard lock(state_.mutex);
   ++state_.callsEnded;

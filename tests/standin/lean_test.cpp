@@ -1,6 +1,7 @@
 // A lean host serves modules like any other host, but keeps no records.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -60,6 +61,29 @@ TEST_F(LeanHost, ThereAreNoRecordsAndNoPlannedFaults) {
   sonalith_log(SONALITH_LOG_TRACE, "file", 1, 1, "line");
   EXPECT_EQ(host.journal(), std::vector<std::string>{});
   EXPECT_TRUE(host.log().empty());
+}
+
+// The thread that logs stays in the operation until the sink returns.
+TEST(LeanHostThatTimesOperations, AddsUpTheTimeSpentInThem) {
+  using Clock = std::chrono::steady_clock;
+  standin::Choices choices = lean();
+  choices.timesOperations = true;
+  standin::Host host(choices);
+  Clock::duration inSink{};
+  host.setLogSink([&](const standin::LogLine&) {
+    const auto begin = Clock::now();
+    while (inSink == Clock::duration::zero()) inSink = Clock::now() - begin;
+  });
+  const auto begin = Clock::now();
+  sonalith_log(SONALITH_LOG_TRACE, "file", 1, 1, "line");
+  const auto whole = Clock::now() - begin;
+  EXPECT_GE(host.timeInOperations(), inSink);
+  EXPECT_LE(host.timeInOperations(), whole);
+}
+
+TEST_F(LeanHost, TimesNoOperationsUnlessAsked) {
+  sonalith_free(sonalith_calloc(1, 1));
+  EXPECT_EQ(host.timeInOperations(), std::chrono::nanoseconds::zero());
 }
 
 }  // namespace
