@@ -14,13 +14,15 @@ namespace bench {
 
 class Messages {
  public:
-  // The file has a line "TYPE KEY" for each value of a message. TYPE is float, int, uint or string.
-  // The first value is a float: the sequence number of the message, counted from 1. The other
-  // values are arbitrary. Throws std::runtime_error.
+  // The file has a line "TYPE KEY" for each value of a message. TYPE is float, int, uint or string,
+  // and KEY may have blanks. The first value is a float: the sequence number of the message,
+  // counted from 1. The other values are arbitrary. Throws std::runtime_error.
   explicit Messages(const std::string& path) {
     sonalith::grpc::Meter meter;
     std::ifstream lines(path);
-    for (std::string type, key; lines >> type >> key;) add(meter, type, key);
+    for (std::string type, key; lines >> type && std::getline(lines >> std::ws, key);) {
+      add(meter, type, key);
+    }
     bytes_ = meter.SerializeAsString();
     position_ = bytes_.find(std::string(reinterpret_cast<const char*>(&mark), sizeof mark));
     if (position_ == std::string::npos) throw std::runtime_error("no float value in " + path);

@@ -1,7 +1,7 @@
 // A client to be measured, in a process of its own: bare gRPC, or the module in a host.
 //
 //   bench-client bare|module stream|rest|latency --target HOST:PORT --config FILE --board FILE
-//                --warmup SECONDS --seconds SECONDS
+//                --stored COUNT --warmup SECONDS --seconds SECONDS
 //
 // stream    the messages that it reads from the fast stream, and the CPU of the whole process
 // rest      CPU, context switches and resident memory while both streams are quiet. The context
@@ -9,6 +9,9 @@
 //           counted separately
 // latency   the time from the server's write until the client stores the last value of the message,
 //           a string: the host sees that moment in its sonalith_strncpy
+//
+// Measuring begins once each stream has had a message, and the module has stored COUNT values of
+// each: a key that it failed to find would make the figures too good.
 //
 // Prints one line of JSON, and ends without destroying anything.
 #include <sys/resource.h>
@@ -18,6 +21,7 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -28,6 +32,8 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <type_traits>
+#include <variant>
 #include <vector>
 
 #include "bench/BareClient.h"
@@ -45,6 +51,7 @@ struct Options {
   std::string target;
   std::string config;
   std::string board;
+  std::ptrdiff_t stored = 1;
   double warmup = 0.2;
   double seconds = 0.5;
 
@@ -157,36 +164,45 @@ standin::Choices choicesFor(const Options& options) {
 
 class Module : public Subject {
  public:
-  Module(const Options& options, Latencies* latencies) : host_(choicesFor(options)) {
+  Module(const Options& options, Latencies* latencies)
+      : stored_(options.stored), host_(choicesFor(options)) {
     if (instance_.start(options.config) != 0) throw std::runtime_error("the module did not start");
-    if (options.hasSlow()) slowSequence_ = sequenceOf(standin::SlotSet::Slow);
-    sequence_ = sequenceOf(standin::SlotSet::Fast);
+    if (options.hasSlow()) streams_.push_back(instance_.slots(standin::SlotSet::Slow));
+    streams_.push_back(instance_.slots(standin::SlotSet::Fast));
+    sequence_ = static_cast<const float*>(
+        instance_.slot(standin::SlotSet::Fast, "sequence").description.value);
     if (latencies == nullptr) return;
     host_.setHook(standin::Operation::Strncpy, [=, this] { latencies->note(messages()); });
   }
 
   // The sequence number of the last message, which is an ordinary float slot.
-  std::uint64_t messages() const override { return read(sequence_); }
+  std::uint64_t messages() const override {
+    float sequence;
+    __atomic_load(sequence_, &sequence, __ATOMIC_RELAXED);
+    return static_cast<std::uint64_t>(sequence);
+  }
   bool isReady() const override {
-    return messages() > 0 && (slowSequence_ == nullptr || read(slowSequence_) > 0);
+    return std::all_of(streams_.begin(), streams_.end(), [this](const Slots& slots) {
+      return std::count_if(slots.begin(), slots.end(), holdsValue) >= stored_;
+    });
   }
 
  private:
-  const float* sequenceOf(standin::SlotSet set) const {
-    return static_cast<const float*>(instance_.slot(set, "sequence").description.value);
-  }
-  static std::uint64_t read(const float* slot) {
-    float value;
-    __atomic_load(slot, &value, __ATOMIC_RELAXED);
-    return static_cast<std::uint64_t>(value);
+  using Slots = std::vector<standin::Slot>;
+
+  // No message has a value of zero or an empty text, which is what a slot holds until then.
+  static bool holdsValue(const standin::Slot& slot) {
+    const auto isSet = [](const auto& value) { return value != std::decay_t<decltype(value)>{}; };
+    return std::visit(isSet, slot.read());
   }
 
+  const std::ptrdiff_t stored_;
   standin::Host host_;
   standin::Engine engine_;
   standin::LoadedModule module_{GATEWAY_MODULE};
   standin::ModuleInstance instance_{module_, engine_};
+  std::vector<Slots> streams_;
   const float* sequence_ = nullptr;
-  const float* slowSequence_ = nullptr;
 };
 
 // What the process has used so far.
@@ -293,6 +309,7 @@ int main(int argc, char** argv) {
   app.add_option("--target", options.target)->required();
   app.add_option("--config", options.config)->required();
   app.add_option("--board", options.board)->required();
+  app.add_option("--stored", options.stored);
   app.add_option("--warmup", options.warmup);
   app.add_option("--seconds", options.seconds);
   CLI11_PARSE(app, argc, argv);

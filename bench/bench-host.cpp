@@ -12,7 +12,13 @@
 // woken by an alarm, as the module's is. Notifications are timed in groups of 8; a group begins
 // when all calls of the group before have been answered.
 //
-//   bench-host --quiet PORT --busy PORT --board FILE [OPTIONS OF GOOGLE BENCHMARK]
+// With --long-starts it measures only these:
+//
+//   start-COUNT               time of a startCycle with COUNT entries. The counter "host" has the
+//                               seconds of it that the host's operations took
+//
+//   bench-host --quiet PORT --busy PORT --board FILE [--long-starts]
+//              [OPTIONS OF GOOGLE BENCHMARK]
 //
 // The ports are those of a bench-server with pace "once" and one with pace "full".
 #include <arpa/inet.h>
@@ -46,6 +52,7 @@ std::uint16_t busyPort = 0;
 std::uint16_t silentPort = 0;
 std::uint16_t absentPort = 0;
 std::string boardPath;
+bool longStarts = false;
 
 std::string targetOf(std::uint16_t port) {
   return "127.0.0.1:" + std::to_string(port);
@@ -80,6 +87,7 @@ standin::Choices lean() {
   standin::Choices choices;
   choices.keepRecords = false;
   choices.isLean = true;
+  choices.timesOperations = longStarts;
   return choices;
 }
 
@@ -125,24 +133,28 @@ std::string engineEntries(int count) {
   return text;
 }
 
-// All twelve lists with 16 entries each, which include the sequence number of each stream.
-std::string fullConfiguration(const std::string& target) {
+// All twelve lists, of nearly the same size, with `count` entries in all. They include the sequence
+// number of each stream.
+std::string fullConfiguration(const std::string& target, int count = 192) {
   std::string text = "[Meters]\nTarget=" + target + "\n[Engine]\nTarget=" + target + "\n";
+  int list = 0;
+  const auto sizeOfNext = [&] { return (count + list++) / 12; };
   for (const char* type : {"String", "Int", "Uint", "Float"}) {
     const std::string name = type;
     text += "[Meters" + name + "]\n";
-    for (const char* rate : {"fast", "slow"}) {
-      const bool hasSequence = name == "Float";
-      if (hasSequence)
-        text += "Meter=Key=sequence CustomKey=sequence Type=" + std::string(rate) + "\n";
-      for (int i = hasSequence ? 1 : 0; i < 16; ++i) {
+    for (const std::string rate : {"fast", "slow"}) {
+      const int size = sizeOfNext();
+      for (int i = 0; i < size; ++i) {
+        const bool isSequence = i == 0 && name == "Float";
         const std::string number = std::to_string(i);
-        text += "Meter=Key=channel." + number + "." + rate + " CustomKey=" + name + "_" + number +
-                " Type=" + rate + "\n";
+        text += "Meter=Key=" + (isSequence ? "sequence" : "channel." + number + "." + rate) +
+                " CustomKey=" + (isSequence ? "sequence" : name + "_" + number) + " Type=" + rate +
+                "\n";
       }
     }
     text += "[Engine" + name + "]\n";
-    for (int i = 0; i < 16; ++i) text += "Param=Key=gain." + std::to_string(i) + "\n";
+    const int size = sizeOfNext();
+    for (int i = 0; i < size; ++i) text += "Param=Key=gain." + std::to_string(i) + "\n";
   }
   return text;
 }
@@ -254,6 +266,19 @@ void startModule(benchmark::State& state, std::uint16_t port, After after) {
   }
 }
 
+void startLong(benchmark::State& state, int count) {
+  standin::Host& host = environment().host;
+  for (auto _ : state) {
+    const std::string path = write(fullConfiguration(newTargetOf(quietPort), count));
+    Gateway gateway;
+    const std::chrono::nanoseconds before = host.timeInOperations();
+    state.SetIterationTime(secondsOf([&] { gateway.start(path); }));
+    const std::chrono::duration<double> inHost = host.timeInOperations() - before;
+    state.counters["host"] = inHost.count();
+    gateway.stop();
+  }
+}
+
 using WokenBy = bench::BareReader::WokenBy;
 
 void stopBare(benchmark::State& state, std::uint16_t port, WokenBy wokenBy) {
@@ -278,6 +303,13 @@ void stopModule(benchmark::State& state, std::uint16_t port) {
 template <class Run>
 void add(const char* name, int iterations, Run run) {
   benchmark::RegisterBenchmark(name, run)->Iterations(iterations)->UseManualTime();
+}
+
+void registerLongStarts() {
+  for (const int count : {200, 2000, 20000}) {
+    add(("start-" + std::to_string(count)).c_str(), 1,
+        [=](auto& state) { startLong(state, count); });
+  }
 }
 
 void registerAll(int groups) {
@@ -310,10 +342,11 @@ int main(int argc, char** argv) {
   app.add_option("--busy", busyPort)->required();
   app.add_option("--board", boardPath)->required();
   app.add_option("--groups", groups);
+  app.add_flag("--long-starts", longStarts);
   CLI11_PARSE(app, argc, argv);
   silentPort = holdPort(true);
   absentPort = holdPort(false);
-  registerAll(groups);
+  longStarts ? registerLongStarts() : registerAll(groups);
   benchmark::RunSpecifiedBenchmarks();
   std::fflush(stdout);
   std::_Exit(0);

@@ -22,7 +22,7 @@ class Chart:
     """Lines over sizes: each is (label, class, [(size, seconds)]), with the same sizes."""
 
     width, height = 720, 440
-    left, right, top, bottom = 70, 130, 30, 50
+    left, right, top, bottom = 70, 150, 30, 50
 
     def __init__(self, lines):
         self.lines = lines

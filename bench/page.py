@@ -1,13 +1,14 @@
 """docs/performance.md: makes its tables and its chart from the figures in docs/performance.json."""
 
+import itertools
 import math
 import statistics
 
 import chart
 import measuring
 from measuring import amount
-from tables import TABLES
-from workload import GROWTH
+from tables import MESSAGES, TABLES
+from workload import SIZES
 
 CHART = measuring.ROOT / "docs/images/growth.svg"
 HEAD = ["Measure", "Bare", "Module", "Ratio (quartiles)", "Goal", ""]
@@ -54,89 +55,152 @@ def print_table(title, rows):
 
 def slope(points):
     """The exponent of the power of x that fits (x, y) best."""
-    points = [(math.log(x), math.log(y)) for x, y in points if y > 0]
-    if len(points) < 2:
-        return math.nan
+    points = [(math.log(x), math.log(y)) for x, y in points]
     mean_x = statistics.fmean(x for x, _ in points)
     mean_y = statistics.fmean(y for _, y in points)
     spread = sum((x - mean_x) ** 2 for x, _ in points)
     return sum((x - mean_x) * (y - mean_y) for x, y in points) / spread
 
 
-def crossing(parts):
-    """The size from which the search takes longer than parsing, interpolated between two sizes that
-    were measured. None if it never does."""
+def crossing(parts, family):
+    """The number of values from which the search takes longer than reading, interpolated between
+    two sizes that were measured. Infinite if it never does."""
     previous = None
-    for size in (16, *GROWTH):
-        over = math.log(parts[f"search/{size}"] / parts[f"parse/{size}"])
+    for size in SIZES:
+        over = math.log(parts["search"][family][str(size)] / parts["read"][family][str(size)])
         if over > 0:
             if previous is None:
                 return size
             before, under = previous
-            share = -under / (over - under)
-            return round(before * (size / before) ** share)
+            return before * (size / before) ** (-under / (over - under))
         previous = size, over
-    return None
+    return math.inf
 
 
-def points_of(rows, subject):
-    return [(size, row[subject]) for size, row in zip(GROWTH, rows)]
+def size_text(size):
+    return f"{float(f'{size:.2g}'):,.0f}" if size < math.inf else f"above {SIZES[-1]:,}"
 
 
-def part_points(parts, *names):
-    return [(size, sum(parts[f"{name}/{size}"] for name in names)) for size in GROWTH]
+def crossing_text(parts):
+    order = sorted(parts["search"], key=lambda family: crossing(parts, family))
+    median, worst = order[len(order) // 2], order[0]
+    plain, middle, least = (size_text(crossing(parts, family))
+                            for family in ("plain", median, worst))
+    return (f"The search takes longer than reading from {plain} values on with plain keys, from"
+            f" {middle} on with the median family ({median}), and from {least} on with the worst"
+            f" ({worst}).")
 
 
-def growth_text(rows, parts):
-    """Says how everything grows. Below 256 values the difference is less than the noise."""
-    extra = [(size, row["module"] - row["bare"]) for size, row in zip(GROWTH, rows) if size >= 256]
-    cross = crossing(parts)
-    return (
-        f"From 64 to 2,048 values the bare client's CPU grows as N^"
-        f"{slope(points_of(rows, 'bare')):.2f}. Of the parts, parsing grows as N^"
-        f"{slope(part_points(parts, 'parse')):.2f}, the copy as N^"
-        f"{slope(part_points(parts, 'copy')):.2f}, the search as N^"
-        f"{slope(part_points(parts, 'search')):.2f}, and copy and search together as N^"
-        f"{slope(part_points(parts, 'copy', 'search')):.2f}. The module's CPU beyond that of the"
-        f" bare client grows as N^{slope(extra):.2f} from 256 values on; below that it is less than"
-        " the noise. "
-        + (
-            f"The search takes longer than parsing from about {cross:,} values on."
-            if cross
-            else f"Up to {GROWTH[-1]:,} values the search takes less time than parsing."
-        )
-    )
+def points_of(figures, suffix, subject):
+    """The time of a message by its number of values: with plain keys for the suffix "/plain", with
+    those of the worst family for none."""
+    rows = {row["name"]: row for row in figures["rows"]}
+    return [(size, rows[f"cpu-{size}{suffix}"][subject]) for size in SIZES]
 
 
-def growth_chart(rows, parts):
+def part_points(parts, name):
+    return [(size, parts[name]["plain"][str(size)]) for size in SIZES]
+
+
+def growth_text(messages, parts):
+    grown = {
+        "the bare client's CPU": points_of(messages, "/plain", "bare"),
+        "the module's with plain keys": points_of(messages, "/plain", "module"),
+        "the module's with those of the worst families": points_of(messages, "", "module"),
+        "the generated parser": part_points(parts, "parse"),
+        "reading": part_points(parts, "read"),
+        "the copy": part_points(parts, "copy"),
+        "the search": part_points(parts, "search"),
+    }
+    exponents = ", ".join(f"{what} as N^{slope(points):.2f}" for what, points in grown.items())
+    return f"From {SIZES[0]} to {SIZES[-1]:,} values these grow: {exponents}."
+
+
+def growth_chart(messages, parts):
     return chart.Chart(
         [
-            ("bare client", "a", points_of(rows, "bare")),
-            ("module", "b", points_of(rows, "module")),
-            ("parsing", "c thin", part_points(parts, "parse")),
+            ("bare client", "a", points_of(messages, "/plain", "bare")),
+            ("module", "b", points_of(messages, "/plain", "module")),
+            ("bare, worst keys", "a thin", points_of(messages, "", "bare")),
+            ("module, worst keys", "b thin", points_of(messages, "", "module")),
+            ("reading", "c thin", part_points(parts, "read")),
             ("copy", "d thin", part_points(parts, "copy")),
             ("search", "e thin", part_points(parts, "search")),
         ]
     ).svg()
 
 
+# ---- Sections -----------------------------------------------------------------------------------
+
+
+def row_table(figures):
+    return [*measuring.table(HEAD, map(cells, figures["rows"])), ""]
+
+
+def saturation_section(tables):
+    figures = tables["saturation"]
+    return [*row_table(figures),
+            f"Each client used at least {min(row['busy'] for row in figures['rows']):.0%} of its"
+            " core.", ""]
+
+
+def part_section(tables):
+    parts = tables["parts"]["parts"]
+    names = ("parse", "read", "copy", "search", "naive", "change")
+    rows = [[f"{size:,}", *(amount(parts[name]["plain"][str(size)], "s") for name in names)]
+            for size in SIZES]
+    head = ["Values", "Generated parser", "Read", "Copy", "Search", "Plain search", "One change"]
+    return [
+        *measuring.table(head, rows), "",
+        "![CPU per message by the number of values](images/growth.svg)", "",
+        growth_text(tables["messages"], parts), "",
+        crossing_text(parts), "",
+        "All families, with their ratios in the screening:", "",
+        *family_table(tables), "",
+    ]
+
+
+def shortened(key):
+    return key if len(key) <= 40 else f"{key[:25]}…{key[-14:]}"
+
+
+def family_table(tables):
+    """What each family costs: its ratios in the screening, and its parts."""
+    parts, screened = tables["parts"]["parts"], tables["messages"]["screened"]
+    screened = {name: found for name, found in screened.items() if found}
+    head = ["Family", "Example", *(MESSAGES[name].words() for name in screened),
+            "One search, 1,024 keys", "Search outweighs reading from"]
+    rows = []
+    for family, example in tables["parts"]["examples"].items():
+        ratios = (found.get(family) for found in screened.values())
+        search = parts["search"].get(family)
+        rows.append([
+            family,
+            f"`{shortened(example)}`",
+            *(f"×{ratio:.2f}" if ratio else "" for ratio in ratios),
+            amount(search["1024"] / 1024, "s") if search else "",
+            size_text(crossing(parts, family)) if search else "",
+        ])
+    return measuring.table(head, rows)
+
+
+def start_section(tables):
+    starts = tables["starts"]["starts"]
+    own = [(start["entries"], start["seconds"] - start["host"]) for start in starts]
+    further = [amount((more_time - time) / (more - entries), "s")
+               for (entries, time), (more, more_time) in itertools.pairwise(own)]
+    rows = [[f"{entries:,}", amount(start["seconds"], "s"), amount(start["host"], "s"),
+             amount(time, "s"), each]
+            for start, (entries, time), each in zip(starts, own, ["", *further])]
+    head = ["Entries", "startCycle", "The host's operations", "The module itself",
+            "The module for each further entry"]
+    return [*measuring.table(head, rows), ""]
+
+
+SECTIONS = {"saturation": saturation_section, "parts": part_section, "starts": start_section}
+
+
 # ---- The page -----------------------------------------------------------------------------------
-
-
-def part_table(parts):
-    names = ("parse", "copy", "search", "naive", "change")
-    rows = [[f"{size:,}", *(amount(parts[f"{name}/{size}"], "s") for name in names)]
-            for size in (16, *GROWTH)]
-    return measuring.table(
-        ["Values", "Parse", "Copy", "Search", "Plain search", "One change"], rows)
-
-
-def busy_text(busy):
-    shares = ", ".join(
-        f"{share['client']:.0%} and {share['server']:.0%} with {int(count):,} values"
-        for count, share in busy.items()
-    )
-    return f"The less busy client and the server used this much of their cores: {shares}."
 
 
 def load_text(loads):
@@ -147,34 +211,23 @@ def load_text(loads):
     )
 
 
-def section(name, tables):
-    parts = tables["parts"]["parts"]
-    figures = tables[name]
-    if name == "parts":
-        return [*part_table(parts), ""]
-    lines = [*measuring.table(HEAD, map(cells, figures["rows"])), ""]
-    if name == "saturation":
-        lines += [busy_text(figures["busy"]), ""]
-    if name == "growth":
-        lines += ["![CPU per message by the number of values](images/growth.svg)", ""]
-        lines += [growth_text(figures["rows"], parts), ""]
-    return lines
-
-
 def page(data):
     """The lines between the marks of docs/performance.md."""
     tables = data["tables"]
     taken = [(name, figures["day"], figures["machine"]) for name, figures in tables.items()]
+    seeds = {figures["seed"] for figures in tables.values() if "seed" in figures}
     lines = [*measuring.taken_on("Measured", taken)]
-    lines += [load_text([load for figures in tables.values() for load in figures["load"]]), ""]
+    lines += [load_text([load for figures in tables.values() for load in figures["load"]])]
+    lines += [f"Seed of the keys: {', '.join(map(str, sorted(seeds)))}.", ""]
     for name, (title, _) in TABLES.items():
-        lines += [f"### {title}", "", *section(name, tables)]
+        made = SECTIONS[name](tables) if name in SECTIONS else row_table(tables[name])
+        lines += [f"### {title}", "", *made]
     return lines
 
 
 def chart_of(data):
     tables = data["tables"]
-    return growth_chart(tables["growth"]["rows"], tables["parts"]["parts"])
+    return growth_chart(tables["messages"], tables["parts"]["parts"])
 
 
 PAGE = measuring.Page("scripts/bench", "docs/performance.md", "docs/performance.json", page)

@@ -6,6 +6,7 @@ import contextlib
 import json
 import os
 import subprocess
+import typing
 
 import workload
 
@@ -13,6 +14,13 @@ CORES = sorted(os.sched_getaffinity(0))
 SERVER_CORE, CLIENT_CORE = CORES[0], CORES[-1]
 PATIENCE = 60  # seconds beyond what a process measures, after which it counts as hung
 SUBJECTS = ("bare", "module")
+
+
+class Turns(typing.NamedTuple):
+    """How often each subject is measured, and for how many seconds."""
+    count: int
+    seconds: float
+    warmup: float
 
 
 def pinned(core):
@@ -31,6 +39,13 @@ class Bench:
         self.scale = scale
         self.folder = folder
         self.board = folder / "board"
+        self.families = workload.Families(self.keys())
+
+    def keys(self):
+        """Enough keys of each family for the largest message."""
+        command = [self.programs / "bench-keys", "--seed", str(self.scale.seed)]
+        command += ["--count", str(max(workload.SIZES))]
+        return json.loads(subprocess.run(command, check=True, stdout=subprocess.PIPE).stdout)
 
     def write(self, name, text):
         path = self.folder / name
@@ -39,7 +54,7 @@ class Bench:
 
     @contextlib.contextmanager
     def running(self, program, values, *arguments):
-        """Runs a server of these values; yields its process and port."""
+        """Runs a server of these values; yields its port."""
         command = [self.programs / program, *arguments]
         command += ["--values", self.write(f"values{len(arguments)}", workload.value_lines(values))]
         with subprocess.Popen(
@@ -50,54 +65,58 @@ class Bench:
             preexec_fn=pinned(SERVER_CORE),
         ) as process:
             try:
-                yield process, int(process.stdout.readline().removeprefix("port "))
+                yield int(process.stdout.readline().removeprefix("port "))
             finally:
                 process.stdin.close()
 
-    @contextlib.contextmanager
-    def server(self, values, pace):
-        """Runs a gRPC server; yields its port."""
-        arguments = ("--pace", str(pace), "--board", str(self.board))
-        with self.running("bench-server", values, *arguments) as (_, port):
-            yield port
+    def feeder(self, values):
+        """Runs a server that is faster than any client; yields its port."""
+        return self.running("bench-feeder", values)
 
-    def client(self, subject, measure, port, config, seconds, warmup):
+    def server(self, values, pace="full"):
+        """Runs a gRPC server; yields its port."""
+        return self.running("bench-server", values, "--pace", str(pace), "--board", str(self.board))
+
+    def client(self, subject, measure, port, config, turns, stored=1):
         command = [self.programs / "bench-client", subject, measure]
         command += ["--target", f"127.0.0.1:{port}", "--config", config, "--board", self.board]
-        command += ["--seconds", str(seconds), "--warmup", str(warmup)]
+        command += ["--seconds", str(turns.seconds), "--warmup", str(turns.warmup)]
+        command += ["--stored", str(stored)]
         return subprocess.Popen(
             command, stdout=subprocess.PIPE, text=True, preexec_fn=pinned(CLIENT_CORE)
         )
 
-    def result(self, process, seconds):
+    def result(self, process, turns):
         try:
-            output, _ = process.communicate(timeout=seconds + PATIENCE)
+            output, _ = process.communicate(timeout=turns.seconds + turns.warmup + PATIENCE)
         finally:
             process.kill()
         if process.returncode != 0:
             raise RuntimeError(f"{process.args[0].name} ended with {process.returncode}")
         return json.loads(output)
 
-    def pairs(self, measure, port, config, count, seconds, warmup):
-        """Figures of both subjects by turns; the order within a pair changes from pair to pair."""
+    def pairs(self, measure, port, config, turns, stored=1):
+        """Figures of both subjects by turns; the order within a pair changes from pair to pair. The
+        module must have stored this many values before it is measured."""
         figures = {subject: [] for subject in SUBJECTS}
-        for pair in range(count):
+        for pair in range(turns.count):
             for subject in SUBJECTS if pair % 2 == 0 else SUBJECTS[::-1]:
-                process = self.client(subject, measure, port, config, seconds, warmup)
-                figures[subject].append(self.result(process, seconds + warmup))
+                process = self.client(subject, measure, port, config, turns, stored)
+                figures[subject].append(self.result(process, turns))
         return figures
 
-    def side_by_side(self, measure, port, config, count, seconds, warmup):
-        """Figures of `count` processes of each subject, all of which run at the same time."""
+    def side_by_side(self, measure, port, config, turns):
+        """Figures of `turns.count` processes of each subject, all of which run at the same time."""
         running = {subject: [] for subject in SUBJECTS}
-        for _ in range(count):
+        for _ in range(turns.count):
             for subject, processes in running.items():
-                processes.append(self.client(subject, measure, port, config, seconds, warmup))
-        return {subject: [self.result(process, seconds) for process in processes]
+                processes.append(self.client(subject, measure, port, config, turns))
+        return {subject: [self.result(process, turns) for process in processes]
                 for subject, processes in running.items()}
 
     def google_benchmark(self, program, *arguments):
-        """Times in seconds by name, one per repetition. The repetitions run in random order."""
+        """The runs of each benchmark, by its name without options; each run has "seconds" and the
+        benchmark's counters. Repetitions run in random order."""
         output = self.folder / f"{program}.json"
         command = [self.programs / program, f"--benchmark_out={output}"]
         command += ["--benchmark_out_format=json", "--benchmark_enable_random_interleaving=true"]
@@ -110,12 +129,12 @@ class Bench:
             preexec_fn=pinned(CLIENT_CORE),
             timeout=600,
         )
-        times = {}
+        runs = {}
         for run in json.loads(output.read_text())["benchmarks"]:
             if run["run_type"] == "iteration":
                 options = ("iterations:", "manual_time", "min_time:", "repeats:")
                 words = run["name"].split("/")
                 name = "/".join(word for word in words if not word.startswith(options))
-                unit = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3}[run["time_unit"]]
-                times.setdefault(name, []).append(run["real_time"] * unit)
-        return times
+                seconds = run["real_time"] * {"ns": 1e-9, "us": 1e-6, "ms": 1e-3}[run["time_unit"]]
+                runs.setdefault(name, []).append({**run, "seconds": seconds})
+        return runs

@@ -3,17 +3,11 @@ its table, and whatever else the page says about it.
 """
 
 import math
-import os
-import pathlib
 import statistics
-import time
+import typing
 
-import workload
-from workload import GROWTH, configuration, values_of
+from workload import configuration
 
-GOALS = {16: 1.15, 128: 1.40, 1024: 2.5}
-RATE_GOALS = {16: 0.87, 128: 0.70, 1024: 0.40}
-SHAPE_FACTOR = 1.5
 START_BOUND = 5e-3  # seconds
 
 
@@ -32,7 +26,8 @@ def rounded(value):
 
 
 def row(name, what, figures, goal, unit, more_is_better=False, bound=None):
-    """`figures` has a list for each subject, measured in pairs; the goal is one of the ratio."""
+    """`figures` has a list for each subject, measured in pairs; the goal is one of the ratio. A row
+    whose name has a slash is only for comparison: --check ignores it."""
     bare, module = figures["bare"], figures["module"]
     ratios = [m / b if b else math.inf if m else 1.0 for m, b in zip(module, bare)]
     low, median, high = quartiles(ratios)
@@ -45,7 +40,7 @@ def row(name, what, figures, goal, unit, more_is_better=False, bound=None):
         "low": rounded(low),
         "ratio": rounded(median),
         "high": rounded(high),
-        "goal": goal and rounded(goal),
+        "goal": goal,
         "more_is_better": more_is_better,
         "bound": bound,
     }
@@ -56,121 +51,148 @@ def each(figures, value):
     return {subject: [value(run) for run in runs] for subject, runs in figures.items()}
 
 
-# ---- Streams ------------------------------------------------------------------------------------
+# ---- Streams with keys of all families ----------------------------------------------------------
 
 
-def stream_figures(bench, shape, sent, configured):
-    values = values_of(shape, max(sent, configured))
-    scale = bench.scale
-    with bench.server(workload.in_sending_order(shape, values[:sent]), "full") as port:
-        text = configuration(values[:configured], f"127.0.0.1:{port}")
-        config = bench.write("gateway.conf", text)
-        return bench.pairs("stream", port, config, scale.pairs, scale.seconds, scale.warmup)
+class Load(typing.NamedTuple):
+    """How many values are sent and configured, and the goal. It is one of the worst family, or of
+    plain keys if only those are measured."""
+    sent: int
+    configured: int
+    goal: float | None
+    every_family: bool = True
+
+    def words(self):
+        if self.sent == self.configured:
+            return f"{self.sent:,} values"
+        return f"{self.sent:,} values sent, {self.configured:,} configured"
 
 
-def cpu_row(name, what, figures, goal):
-    cpu = each(figures, lambda run: run["cpu"] / run["messages"] / 1e9)
-    return row(name, what, cpu, goal, "s")
+MESSAGES = {
+    "cpu-16": Load(16, 16, 1.0),
+    "cpu-128": Load(128, 128, 0.85),
+    "cpu-1024": Load(1024, 1024, 0.75),
+    "cpu-4096": Load(4096, 4096, 1.5),
+    "cpu-64-1024": Load(64, 1024, 1.6),
+    "cpu-1024-64": Load(1024, 64, None, every_family=False),
+}
+RATES = {
+    "rate-16": Load(16, 16, 0.87, every_family=False),
+    "rate-128": Load(128, 128, 0.70, every_family=False),
+    "rate-1024": Load(1024, 1024, 1.3),
+}
+FINALISTS = 3
+
+
+def badness(row):
+    return 1 / row["ratio"] if row["more_is_better"] else row["ratio"]
+
+
+class Streams:
+    """Measures a load with one family of keys after another. `serve` runs a server of the given
+    values and yields its port; `make_row` makes a row from its name, text, goal and runs."""
+
+    def __init__(self, bench, serve, make_row):
+        self.bench = bench
+        self.serve = serve
+        self.make_row = make_row
+
+    def row(self, name, words, goal, load, family, turns):
+        families = self.bench.families
+        values = families.values(family, max(load.sent, load.configured))
+        with self.serve(families.sent(family, values[:load.sent])) as port:
+            text = configuration(values[:load.configured], f"127.0.0.1:{port}")
+            config = self.bench.write("gateway.conf", text)
+            stored = min(load.sent, load.configured)
+            runs = self.bench.pairs("stream", port, config, turns, stored)
+        return self.make_row(name, f"{load.words()}, {words}", goal, runs)
+
+    def screened(self, load):
+        """The ratio of each family, from the best to the worst: the median of a few short turns. A
+        round takes all families in turn, so that a disturbance affects few of them, each once."""
+        scale = self.bench.scale
+        found = {family: [] for family in scale.families or self.bench.families.names()}
+        for _ in range(scale.screening_rounds):
+            for family, rows in found.items():
+                rows.append(self.row("", "", None, load, family, scale.screening))
+        median = {family: sorted(rows, key=badness)[len(rows) // 2]
+                  for family, rows in found.items()}
+        return {family: median[family]["ratio"]
+                for family in sorted(median, key=lambda family: badness(median[family]))}
+
+    def rows(self, name, load):
+        """Rows for plain keys, for the median family of the screening, and for the worst of those
+        that came last in it. All are measured again, for longer. Also returns the screening."""
+        turns = self.bench.scale.streams
+        if not load.every_family:
+            return [self.row(name, "plain keys", load.goal, load, "plain", turns)], {}
+        screened = self.screened(load)
+        order = list(screened)
+        median = order[len(order) // 2]
+        return [
+            self.row(f"{name}/plain", "plain keys", None, load, "plain", turns),
+            self.row(f"{name}/median", f"median family: {median}", None, load, median, turns),
+            max((self.row(name, f"worst family: {family}", load.goal, load, family, turns)
+                 for family in order[-FINALISTS:]), key=badness),
+        ], screened
+
+    def table(self, loads):
+        rows, screened = [], {}
+        for name, load in loads.items():
+            more, screened[name] = self.rows(name, load)
+            rows += more
+        return {"seed": self.bench.scale.seed, "rows": rows, "screened": screened}
 
 
 def measure_messages(bench):
-    rows = []
-    for count, goal in GOALS.items():
-        figures = stream_figures(bench, "plain", count, count)
-        rows.append(cpu_row(f"cpu-{count}", f"CPU per message, {count:,} values", figures, goal))
-    return {"rows": rows}
+    def cpu_row(name, what, goal, runs):
+        cpu = each(runs, lambda run: run["cpu"] / run["messages"] / 1e9)
+        return row(name, what, cpu, goal, "s")
 
-
-def measure_growth(bench):
-    rows = []
-    for count in GROWTH:
-        figures = stream_figures(bench, "plain", count, count)
-        rows.append(cpu_row(f"growth-{count}", f"CPU per message, {count:,} values", figures, None))
-    return {"rows": rows}
-
-
-def measure_shapes(bench):
-    """Compares each shape with plain keys of the same size, which are measured again here."""
-    rows = []
-    for count in (128, 1024):
-        figures = stream_figures(bench, "plain", count, count)
-        plain = cpu_row(f"plain-{count}", f"{count:,} values: plain keys, for comparison", figures,
-                        None)
-        rows.append(plain)
-        goal = SHAPE_FACTOR * plain["ratio"]
-        for shape, words in workload.SHAPES.items():
-            figures = stream_figures(bench, shape, count, count)
-            rows.append(cpu_row(f"{shape}-{count}", f"{count:,} values: {words}", figures, goal))
-    for sent, configured in ((1024, 64), (64, 1024)):
-        figures = stream_figures(bench, "plain", sent, configured)
-        what = f"{sent:,} values sent, {configured:,} configured"
-        rows.append(cpu_row(f"sent-{sent}-{configured}", what, figures, goal))
-    return {"rows": rows}
-
-
-# ---- Saturation ---------------------------------------------------------------------------------
-
-
-def cpu_seconds_of(process):
-    fields = pathlib.Path(f"/proc/{process.pid}/stat").read_text().rpartition(")")[2].split()
-    return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
-
-
-def saturated_figures(bench, count):
-    """Figures measured with a server that is faster than any client, and how much of its own core
-    that server used."""
-    values = values_of("plain", count)
-    scale = bench.scale
-    with bench.running("bench-feeder", values) as (process, port):
-        config = bench.write("gateway.conf", configuration(values, f"127.0.0.1:{port}"))
-        begin = time.monotonic()
-        figures = bench.pairs("stream", port, config, scale.pairs, scale.seconds, scale.warmup)
-        return figures, cpu_seconds_of(process) / (time.monotonic() - begin)
-
-
-def busy_share(figures):
-    """How much of its core the less busy subject used: low if the server was too slow for it."""
-    shares = each(figures, lambda run: run["cpu"] / run["wall"])
-    return min(map(statistics.median, shares.values()))
+    return Streams(bench, bench.server, cpu_row).table(MESSAGES)
 
 
 def measure_saturation(bench):
-    rows, busy = [], {}
-    for count, goal in RATE_GOALS.items():
-        figures, server_share = saturated_figures(bench, count)
-        busy[count] = {"client": busy_share(figures), "server": server_share}
-        rates = each(figures, lambda run: run["messages"] / run["wall"] * 1e9)
-        what = f"messages per second, {count:,} values"
-        rows.append(row(f"rate-{count}", what, rates, goal, "/s", more_is_better=True))
-    return {"rows": rows, "busy": busy}
+    """A row's "busy" is how much of its core the less busy subject used: little if the server was
+    too slow for it."""
+    def rate_row(name, what, goal, runs):
+        shares = each(runs, lambda run: run["cpu"] / run["wall"])
+        rates = each(runs, lambda run: run["messages"] / run["wall"] * 1e9)
+        busy = min(map(statistics.median, shares.values()))
+        return row(name, what, rates, goal, "/s", more_is_better=True) | {"busy": rounded(busy)}
+
+    return Streams(bench, bench.feeder, rate_row).table(RATES)
 
 
 # ---- Parts of a message -------------------------------------------------------------------------
 
 
 def measure_parts(bench):
-    times = bench.google_benchmark(
+    """The seconds of each part for a whole message, by part, family and number of values."""
+    runs = bench.google_benchmark(
         "bench-parts",
-        "--benchmark_filter=/plain/",
+        f"--seed={bench.scale.seed}",
         f"--benchmark_repetitions={bench.scale.parts_repetitions}",
         f"--benchmark_min_time={bench.scale.parts_seconds}",
     )
     parts = {}
-    for name, repeated in times.items():
-        part, _, count = name.split("/")
+    for name, repeated in sorted(runs.items()):
+        part, family, count = name.split("/")
         searches = int(count) if part in ("search", "naive") else 1
-        parts[f"{part}/{count}"] = rounded(searches * statistics.median(repeated))
-    return {"rows": [], "parts": parts}
+        seconds = searches * statistics.median(run["seconds"] for run in repeated)
+        parts.setdefault(part, {}).setdefault(family, {})[count] = rounded(seconds)
+    examples = {family: keys[0] for family, keys in bench.families.keys.items()}
+    return {"seed": bench.scale.seed, "rows": [], "parts": parts, "examples": examples}
 
 
 # ---- The host's thread --------------------------------------------------------------------------
 
 HOST_ROWS = {
     "notify-1": ("CPU of the host's thread, notification of 1 change, 16 entries", 1.05, None),
-    "notify-64": ("CPU of the host's thread, notification of 64 changes, 256 entries", 5, None),
-    "start-present": ("startCycle, 192 entries, servers present", 1.5, START_BOUND),
-    "start-absent": ("startCycle, 192 entries, servers absent", 1.5, START_BOUND),
-    "start-silent": ("startCycle, 192 entries, servers silent", 1.5, START_BOUND),
+    "notify-64": ("CPU of the host's thread, notification of 64 changes, 256 entries", 4.0, None),
+    "start-present": ("startCycle, 192 entries, servers present", 1.4, START_BOUND),
+    "start-absent": ("startCycle, 192 entries, servers absent", 1.4, START_BOUND),
+    "start-silent": ("startCycle, 192 entries, servers silent", 1.4, START_BOUND),
     "stop-quiet": ("stopCycle, streams quiet", 1.5, None),
     "stop-busy": ("stopCycle, streams busy", 1.5, None),
 }
@@ -182,52 +204,66 @@ ALARM_ROWS = {
 NOTIFICATIONS_TIMED_TOGETHER = 8
 
 
-def host_times(bench):
-    values = values_of("plain", 16)
-    with bench.server(values, "once") as quiet, bench.server(values, "full") as busy:
+def host_runs(bench, *arguments):
+    values = bench.families.values("plain", 16)
+    with bench.server(values, "once") as quiet, bench.server(values) as busy:
         return bench.google_benchmark(
             "bench-host",
             f"--quiet={quiet}",
             f"--busy={busy}",
             f"--board={bench.board}",
             f"--groups={bench.scale.host_groups}",
-            f"--benchmark_repetitions={bench.scale.host_repetitions}",
+            *arguments,
         )
 
 
 def measure_host(bench):
-    times = host_times(bench)
+    runs = host_runs(bench, f"--benchmark_repetitions={bench.scale.host_repetitions}")
+
+    def figures(name, bare, together):
+        subjects = {"bare": runs[f"{name}/{bare}"], "module": runs[f"{name}/module"]}
+        return each(subjects, lambda run: run["seconds"] / together)
+
     rows = []
     for name, (what, goal, bound) in HOST_ROWS.items():
         together = NOTIFICATIONS_TIMED_TOGETHER if name.startswith("notify") else 1
-        figures = {"bare": times[f"{name}/bare"], "module": times[f"{name}/module"]}
-        figures = each(figures, lambda seconds, together=together: seconds / together)
-        rows.append(row(name, what, figures, goal, "s", bound=bound))
+        rows.append(row(name, what, figures(name, "bare", together), goal, "s", bound=bound))
     for name, what in ALARM_ROWS.items():
-        figures = {"bare": times[f"{name}/alarm"], "module": times[f"{name}/module"]}
-        rows.append(row(f"{name}-alarm", what, figures, None, "s"))
+        rows.append(row(f"{name}-alarm", what, figures(name, "alarm", 1), None, "s"))
     return {"rows": rows}
+
+
+def measure_starts(bench):
+    """The seconds of a start, and those of them that the host's operations took."""
+    runs = host_runs(bench, "--long-starts",
+                     f"--benchmark_repetitions={bench.scale.start_repetitions}")
+    starts = [
+        {"entries": int(name.removeprefix("start-"))} | {
+            field: rounded(statistics.median(run[field] for run in repeated))
+            for field in ("seconds", "host")
+        }
+        for name, repeated in runs.items()
+    ]
+    return {"rows": [], "starts": sorted(starts, key=lambda start: start["entries"])}
 
 
 # ---- At rest, and latency -----------------------------------------------------------------------
 
 
 def rest_figures(bench):
-    scale = bench.scale
-    values = values_of("plain", 16)
+    values = bench.families.values("plain", 16)
     kinds = ("string", "int", "uint", "float")
     configured = [values[0]] + [(kinds[i % 4], f"level.{i}") for i in range(1, 64)]
     with bench.server(values, "once") as port:
         text = configuration(configured, f"127.0.0.1:{port}", slow=True)
         config = bench.write("gateway.conf", text)
-        return bench.side_by_side("rest", port, config, scale.rest_processes, scale.rest_seconds,
-                                  scale.rest_warmup)
+        return bench.side_by_side("rest", port, config, bench.scale.rest)
 
 
 def measure_rest(bench):
     """All processes rest at the same time, so their figures are paired by rank."""
     figures = rest_figures(bench)
-    span = f"{bench.scale.rest_seconds} s at rest"
+    span = f"{bench.scale.rest.seconds} s at rest"
 
     def rest_row(name, what, field, goal, unit, factor):
         ranked = {subject: sorted(values)
@@ -245,13 +281,10 @@ def measure_rest(bench):
 
 
 def measure_latency(bench):
-    values = values_of("plain", 63) + [("string", "last")]
-    scale = bench.scale
+    values = [*bench.families.values("plain", 63), ("string", "last")]
     with bench.server(values, 1000) as port:
         config = bench.write("gateway.conf", configuration(values, f"127.0.0.1:{port}"))
-        figures = bench.pairs(
-            "latency", port, config, scale.latency_pairs, scale.latency_seconds, scale.warmup
-        )
+        figures = bench.pairs("latency", port, config, bench.scale.latency)
     rows = []
     for field in ("p50", "p99"):
         what = f"latency from write to slot, 1 kHz, 64 values, {field}"
@@ -261,12 +294,13 @@ def measure_latency(bench):
 
 
 TABLES = {
-    "messages": ("A fast stream, as fast as the client takes it", measure_messages),
-    "saturation": ("A stream that is fed faster than any client reads", measure_saturation),
-    "shapes": ("Keys of other shapes, CPU per message", measure_shapes),
-    "growth": ("Growth of CPU per message", measure_growth),
+    "messages": ("CPU per message of a fast stream, as fast as the client takes it",
+                 measure_messages),
+    "saturation": ("Messages per second of a stream that is fed faster than any client reads",
+                   measure_saturation),
     "parts": ("Parts of a message, without a network", measure_parts),
     "host": ("The host's thread", measure_host),
+    "starts": ("A start with many entries", measure_starts),
     "rest": ("A started module with quiet streams", measure_rest),
     "latency": ("Latency", measure_latency),
 }

@@ -1,62 +1,40 @@
-"""What scripts/bench sends and configures: values in messages of several sizes, with keys of
-several shapes.
+"""What scripts/bench sends and configures: values in messages of several sizes, with keys of many
+families.
 """
 
 import random
+import shlex
 
-GROWTH = (64, 128, 256, 512, 1024, 2048)  # values in a message
-FILLING = "the.level.of.the.signal.behind.the.fader.of.the.channel.strip."
-
-
-def base36(number):
-    digits = ""
-    while True:
-        digits = "0123456789abcdefghijklmnopqrstuvwxyz"[number % 36] + digits
-        number //= 36
-        if number == 0:
-            return digits
+SIZES = (16, 128, 1024, 4096)  # values in a message
 
 
-def plain(i):
-    return f"mixer.level.{i}"
+class Families:
+    """The families of KeyFamilies.h, and two more with plain keys: values of all four types in
+    turn, and values sent in another order than configured. `keys` has the keys of each family."""
 
+    def __init__(self, keys):
+        self.keys = {**keys, "plain-types": keys["plain"], "plain-shuffled": keys["plain"]}
 
-KEYS = {
-    "plain": plain,
-    "short": base36,
-    "front": lambda i: f"{FILLING[:55]}{i:05}",
-    "end": lambda i: f"{i:05}{FILLING[:55]}",
-    "middle": lambda i: f"{FILLING[:28]}{i:05}{FILLING[:27]}",
-    "mixed": plain,
-    "shuffled": plain,
-}
-SHAPES = {
-    "short": "keys of one to three bytes",
-    "front": "60 bytes, a long common beginning",
-    "end": "60 bytes, a long common end",
-    "middle": "60 bytes, the number in the middle",
-    "mixed": "strings, ints, uints and floats in turn",
-    "shuffled": "sent in another order than configured",
-}
+    def names(self):
+        return list(self.keys)
 
+    def values(self, family, count):
+        """(type, key) of each value, in the order of the configuration. The first value is the
+        sequence number of the message."""
+        types = ("float", "string", "int", "uint") if family == "plain-types" else ("float",)
+        keys = self.keys[family][:count - 1]
+        others = [(types[i % len(types)], key) for i, key in enumerate(keys, 1)]
+        return [("float", "sequence"), *others]
 
-def values_of(shape, count):
-    """(type, key) of each value. The first value is the sequence number of the message."""
-    types = ("float", "string", "int", "uint") if shape == "mixed" else ("float",)
-    others = [(types[i % len(types)], KEYS[shape](i)) for i in range(1, count)]
-    return [("float", "sequence"), *others]
-
-
-def in_sending_order(shape, values):
-    if shape != "shuffled":
-        return values
-    others = values[1:]
-    random.Random(1).shuffle(others)
-    return [values[0], *others]
+    def sent(self, family, values):
+        """The values in the order of the message."""
+        if family != "plain-shuffled":
+            return values
+        return [values[0], *random.Random(1).sample(values[1:], len(values) - 1)]
 
 
 def value_lines(values):
-    """The file that the servers and bench-parts read."""
+    """The file that the servers read."""
     return "".join(f"{kind} {key}\n" for kind, key in values)
 
 
@@ -66,7 +44,7 @@ def configuration(values, target, slow=False):
         lines.append(f"[Meters{kind.capitalize()}]")
         for i, (_, key) in enumerate(value for value in values if value[0] == kind):
             name = key if key == "sequence" else f"{kind}_{i}"
-            lines.append(f"Meter=Key={key} CustomKey={name}")
+            lines.append(f"Meter=Key={shlex.quote(key)} CustomKey={name}")
             if slow:
-                lines.append(f"Meter=Key={key} CustomKey={name} Type=slow")
+                lines.append(f"Meter=Key={shlex.quote(key)} CustomKey={name} Type=slow")
     return "\n".join(lines) + "\n"

@@ -24,7 +24,7 @@ LISTS = [path for path in SOURCE.rglob("CMakeLists.txt")
          if path.relative_to(SOURCE).parts[0] != "build"]
 CMAKE = "\n".join(path.read_text() for path in (*LISTS, *(SOURCE / "cmake").glob("*.cmake")))
 DEFINED = set(re.findall(r"^\s*(?:add_executable|add_library|add_custom_target|gateway_test|"
-                         r"gateway_fuzz)\(\s*([\w-]+)", CMAKE, re.MULTILINE))
+                         r"gateway_fuzz|gateway_bench)\(\s*([\w-]+)", CMAKE, re.MULTILINE))
 OPTIONS = set(re.findall(r"^\s*option\((\w+)|^\s*set\((\w+)[^)]*?\bCACHE\b", CMAKE, re.MULTILINE))
 OPTIONS = {name for pair in OPTIONS for name in pair if name}
 

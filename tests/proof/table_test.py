@@ -1,17 +1,20 @@
-"""How the rows of proofs become the table of docs/reliability.md, and that the page has the table
-that its data gives.
+"""How the rows of proofs become the table of docs/reliability.md, how the families of keys are
+chosen for docs/performance.md, and that both pages show what their data holds.
 
 Usage: table_test.py SOURCE_FOLDER
 """
 
+import math
 import pathlib
 import sys
+import types
 import unittest
 
 SOURCE = pathlib.Path(sys.argv.pop(1))
 sys.path += [str(SOURCE / "scripts"), str(SOURCE / "bench")]
 import page  # noqa: E402
 import table  # noqa: E402
+import tables  # noqa: E402
 
 
 def row(what="", **fields):
@@ -72,6 +75,60 @@ class PageLines(unittest.TestCase):
         lines = table.page({"stages": stages})
         self.assertEqual(lines[:2], ["Run on 2026-01-02 to 2026-01-04 (proofs, mutants): M.",
                                      "Run on 2026-01-03 (fuzz): N."])
+
+
+class FakeStreams(tables.Streams):
+    """Gives each family one ratio in the screening and another one at full length."""
+
+    def __init__(self, ratios, more_is_better=False):
+        names = types.SimpleNamespace(names=lambda: list(ratios))
+        scale = types.SimpleNamespace(families=None, screening_rounds=3, screening=0, streams=1)
+        super().__init__(types.SimpleNamespace(families=names, scale=scale), None, None)
+        self.ratios = ratios
+        self.more_is_better = more_is_better
+
+    def row(self, name, words, goal, load, family, turns):
+        return {"name": name, "what": words, "goal": goal, "ratio": self.ratios[family][turns],
+                "more_is_better": self.more_is_better}
+
+    def shown(self):
+        return self.rows("cpu", tables.Load(1, 1, 2.0))[0]
+
+
+class Families(unittest.TestCase):
+    def test_the_worst_is_the_worst_at_full_length_of_the_last_in_the_screening(self):
+        streams = FakeStreams({"plain": (1, 1), "a": (9, 2), "b": (2, 7), "c": (8, 4), "d": (7, 3),
+                               "e": (3, 1)})
+        self.assertEqual([(row["what"], row["ratio"], row["goal"]) for row in streams.shown()],
+                         [("plain keys", 1, None), ("median family: d", 3, None),
+                          ("worst family: c", 4, 2.0)])
+
+    def test_of_rates_the_lowest_ratio_is_the_worst(self):
+        streams = FakeStreams({"plain": (3, 3), "a": (1, 1), "b": (2, 2)}, more_is_better=True)
+        self.assertEqual([row["what"] for row in streams.shown()],
+                         ["plain keys", "median family: b", "worst family: a"])
+
+    def test_only_the_worst_has_a_name_that_is_compared(self):
+        streams = FakeStreams({"plain": (1, 1)})
+        self.assertEqual([row["name"] for row in streams.shown()],
+                         ["cpu/plain", "cpu/median", "cpu"])
+
+
+class Crossing(unittest.TestCase):
+    def crossing(self, *searches):
+        sizes = [str(size) for size in page.SIZES]
+        parts = {"read": {"plain": dict.fromkeys(sizes, 1)},
+                 "search": {"plain": dict(zip(sizes, searches))}}
+        return page.crossing(parts, "plain")
+
+    def test_is_interpolated_between_two_sizes(self):
+        self.assertAlmostEqual(self.crossing(1 / 4, 1 / 2, 2, 4), (128 * 1024) ** 0.5)
+
+    def test_is_infinite_if_reading_always_takes_longer(self):
+        self.assertEqual(self.crossing(1 / 4, 1 / 3, 1 / 2, 1), math.inf)
+
+    def test_is_the_least_size_if_the_search_always_takes_longer(self):
+        self.assertEqual(self.crossing(2, 2, 2, 2), 16)
 
 
 class Pages(unittest.TestCase):
