@@ -133,28 +133,30 @@ std::string engineEntries(int count) {
   return text;
 }
 
-// All twelve lists, of nearly the same size, with `count` entries in all. They include the sequence
-// number of each stream.
+// The first float of each rate is the sequence number of the stream.
+std::string meterLine(const std::string& type, const std::string& rate, int i) {
+  const bool isSequence = i == 0 && type == "Float";
+  const std::string number = std::to_string(i);
+  const std::string key = isSequence ? "sequence" : "channel." + number + "." + rate;
+  const std::string name = isSequence ? "sequence" : type + "_" + number;
+  return "Meter=Key=" + key + " CustomKey=" + name + " Type=" + rate + "\n";
+}
+
+// All twelve lists, with `count` entries in all.
 std::string fullConfiguration(const std::string& target, int count = 192) {
   std::string text = "[Meters]\nTarget=" + target + "\n[Engine]\nTarget=" + target + "\n";
   int list = 0;
-  const auto sizeOfNext = [&] { return (count + list++) / 12; };
-  for (const char* type : {"String", "Int", "Uint", "Float"}) {
-    const std::string name = type;
-    text += "[Meters" + name + "]\n";
-    for (const std::string rate : {"fast", "slow"}) {
-      const int size = sizeOfNext();
-      for (int i = 0; i < size; ++i) {
-        const bool isSequence = i == 0 && name == "Float";
-        const std::string number = std::to_string(i);
-        text += "Meter=Key=" + (isSequence ? "sequence" : "channel." + number + "." + rate) +
-                " CustomKey=" + (isSequence ? "sequence" : name + "_" + number) + " Type=" + rate +
-                "\n";
-      }
+  const auto addEntries = [&](auto line) {
+    const int size = (count + list++) / 12;
+    for (int i = 0; i < size; ++i) text += line(i);
+  };
+  for (const std::string type : {"String", "Int", "Uint", "Float"}) {
+    text += "[Meters" + type + "]\n";
+    for (const char* rate : {"fast", "slow"}) {
+      addEntries([&](int i) { return meterLine(type, rate, i); });
     }
-    text += "[Engine" + name + "]\n";
-    const int size = sizeOfNext();
-    for (int i = 0; i < size; ++i) text += "Param=Key=gain." + std::to_string(i) + "\n";
+    text += "[Engine" + type + "]\n";
+    addEntries([](int i) { return "Param=Key=gain." + std::to_string(i) + "\n"; });
   }
   return text;
 }
