@@ -82,8 +82,8 @@ class Call {
 
 class Server {
  public:
-  Server(const Messages& sent, Pace wanted, Board& told)
-      : messages(sent), pace(wanted), board(told) {
+  Server(const Messages& sent, Pace wanted, Board& shared)
+      : messages(sent), pace(wanted), board(shared) {
     grpc::ServerBuilder builder;
     builder.AddListeningPort("0.0.0.0:0", grpc::InsecureServerCredentials(), &port);
     builder.RegisterAsyncGenericService(&service);

@@ -96,8 +96,8 @@ class Bench:
         return json.loads(output)
 
     def pairs(self, measure, port, config, turns, stored=1):
-        """Figures of both subjects by turns; the order within a pair changes from pair to pair. The
-        module must have stored this many values before it is measured."""
+        """Figures of both subjects, measured in turns; the order within a pair changes from pair to
+        pair. The module must have stored this many values before it is measured."""
         figures = {subject: [] for subject in SUBJECTS}
         for pair in range(turns.count):
             for subject in SUBJECTS if pair % 2 == 0 else SUBJECTS[::-1]:
