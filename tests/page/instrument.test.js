@@ -2,7 +2,7 @@
 // value, how they find a slot among many, and what they read when nothing arrives any more.
 import assert from "node:assert/strict";
 import { after, before, test } from "node:test";
-import { openPage, patience, Rig, row, startBrowser, waitForChanges } from "./tools.js";
+import { openPage, patience, Rig, row, startBrowser, waitForChanges, waitForNames } from "./tools.js";
 
 const simulator = ["--keys", "fast:float:out.l", "fast:float:out.r", "fast:uint:frames"];
 
@@ -79,6 +79,95 @@ pageTest("WritesScaleEndsInFiveCharacters", async (page) => {
   assert.deepEqual(texts, [
     "−60", "0", "0.25", "0.002", "1e-30", "12.3k", "−44k", "2500k", "1000M", "1e12", "−3e38",
   ]);
+});
+
+// ---- Finding ------------------------------------------------------------------------------------
+
+const namesIn = (page, set) =>
+  page.locator(`.group[data-set="${set}"] .row`).evaluateAll((rows) =>
+    rows.map((row) => row.dataset.name),
+  );
+
+const waitForOrder = (page, set, names) =>
+  page.waitForFunction(
+    ([group, wanted]) =>
+      [...document.querySelectorAll(`.group[data-set="${group}"] .row`)]
+        .map((row) => row.dataset.name)
+        .join() === wanted,
+    [set, names.join()],
+  );
+
+const waitForAddress = (page, text) =>
+  page.waitForFunction((wanted) => location.hash === wanted, text);
+
+pageTest("FindsSlotsThatMatchEveryWord", async (page) => {
+  await page.locator("#filter").fill("LEFT  out.");
+  await waitForNames(page, ["out_left"]);
+  await page.locator("#filter").fill("out left right");
+  await page.getByText("No slots match.").waitFor();
+});
+
+pageTest("SortsTheRowsOfEachGroup", async (page) => {
+  await row(page, "frames").waitFor();
+  const meters = await namesIn(page, "fast");
+  await page.locator("#sort").selectOption("name");
+  await waitForOrder(page, "fast", [...meters].sort());
+  assert.deepEqual(await namesIn(page, "engine"), ["out_gain", "preset"]);
+  await page.locator("#sort").selectOption("-age");
+  await page.waitForFunction(() =>
+    ["out_left", "out_right"].every((name) => {
+      const rows = [...document.querySelectorAll('.group[data-set="fast"] .row')];
+      return rows.findIndex((row) => row.dataset.name === name) > 3;
+    }),
+  );
+  const header = (name) => page.locator(".columns button", { hasText: name });
+  await header("Value").click();
+  await page.waitForFunction(
+    () => document.querySelector('.group[data-set="fast"] .row').dataset.name === "large",
+  );
+  assert.equal(await page.locator("#sort").inputValue(), "-value");
+  await header("Value").click();
+  assert.equal(await page.locator("#sort").inputValue(), "value");
+  await header("Value").click();
+  await waitForOrder(page, "fast", meters);
+  await header("Changes").click();
+  assert.equal(await page.locator("#sort").inputValue(), "-changes");
+  await page.waitForFunction(
+    () => document.querySelector('.group[data-set="fast"] .row').dataset.name.startsWith("out_"),
+  );
+});
+
+pageTest("KeepsPinnedSlotsAtTheTopWhateverTheFilter", async (page) => {
+  await row(page, "frames").getByRole("button", { name: "Pin frames" }).click();
+  await waitForOrder(page, "pinned", ["frames"]);
+  await page.locator("#filter").fill("nothing like it");
+  await waitForNames(page, ["frames"]);
+  await page.getByText("No slots match.").waitFor();
+  await row(page, "frames").focus();
+  await page.keyboard.press("p");
+  await waitForNames(page, []);
+});
+
+pageTest("KeepsEverythingShownInTheAddress", async (page) => {
+  await page.locator("#filter").fill("out");
+  await page.locator("#sets").getByRole("button", { name: "Fast" }).click();
+  await page.locator("#states").getByRole("button", { name: "Changing" }).click();
+  await page.locator("#sort").selectOption("-name");
+  await waitForOrder(page, "fast", ["out_right", "out_left"]);
+  await row(page, "out_left").focus();
+  await page.keyboard.press("p");
+  await row(page, "out_right").focus();
+  const hash = "#q=out&set=fast&state=changing&sort=-name&pin=fast/out_left&slot=fast/out_right";
+  await waitForAddress(page, hash);
+  await page.reload();
+  await waitForOrder(page, "pinned", ["out_left"]);
+  await waitForOrder(page, "fast", ["out_right"]);
+  assert.equal(await page.locator("#filter").inputValue(), "out");
+  assert.equal(await page.locator("#sort").inputValue(), "-name");
+  await page.waitForFunction(() => document.activeElement.dataset.name === "out_right");
+  await page.evaluate(() => (location.hash = "#q=large"));
+  await waitForNames(page, ["large"]);
+  assert.equal(await page.locator("#sort").inputValue(), "");
 });
 
 // ---- The end ------------------------------------------------------------------------------------

@@ -125,7 +125,7 @@ pageTest("SendsAParameterAndShowsTheNotificationNumber", {}, async (page) => {
 
   const age = (name, text) => row(page, name).locator(".age").filter({ hasText: text }).waitFor();
   await age("out_gain", /^\d+(\.\d)? s$/);
-  await age("delay", /^unchanged$/);
+  await age("delay", /^not set$/);
 
   await row(page, "preset").locator("input").fill("two words");
   await row(page, "preset").locator("input").press("Enter");

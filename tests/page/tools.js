@@ -8,7 +8,7 @@ import { join } from "node:path";
 import { createInterface } from "node:readline";
 import { chromium } from "playwright-core";
 
-export const patience = 60000;
+export const patience = Number(process.env.PATIENCE ?? 60000);
 
 const need = (name) => {
   if (!process.env[name]) throw new Error(`the environment has no ${name}`);

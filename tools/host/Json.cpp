@@ -56,7 +56,8 @@ Json jsonOf(const SlotLabel& label, const SlotState& state, Clock::time_point no
           {"key", label.key},
           {"value", tools::jsonOf(state.value)},
           {"age", std::round(Seconds(now - state.changed).count() * 1000) / 1000},
-          {"moved", state.hasMoved()}};
+          {"moved", state.hasMoved()},
+          {"changes", state.changes}};
 }
 
 Json jsonOf(const Notification& notification) {

@@ -65,8 +65,8 @@ TEST(Json, DescribesASlot) {
   const auto now = host::Clock::now();
   EXPECT_EQ(jsonText(jsonOf({SlotSet::Slow, gateway::ValueType::Int, "queue", "queue.length"},
                             {SlotValue(3), now - 1250ms, 1}, now)),
-            R"({"age":1.25,"key":"queue.length","moved":true,"name":"queue","set":"slow",)"
-            R"("type":"int","value":3})");
+            R"({"age":1.25,"changes":1,"key":"queue.length","moved":true,"name":"queue",)"
+            R"("set":"slow","type":"int","value":3})");
 }
 
 TEST(Json, DescribesNotificationsAndLogLines) {

@@ -14,6 +14,8 @@ export function setText(element, text) {
   if (element.textContent !== text) element.textContent = text;
 }
 
+export const isTyping = (target) => target.matches("input, textarea, select");
+
 // JSON values that survive a reload. Some browsers forbid storage; then nothing is remembered.
 export const storage = {
   get(name) {

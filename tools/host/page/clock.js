@@ -1,4 +1,4 @@
-// The page's clock. It stands still while nothing arrives from gatewayctl, so that no age or
+// The page's clock. It stands still while nothing arrives from gatewayctl, so that no age and no
 // history runs on for values that nobody watches.
 
 class Clock {

@@ -1,5 +1,6 @@
 // Which slots the table shows: the search field, and the choices of set and state.
-import { byId, setText } from "./browser.js";
+import { address } from "./address.js";
+import { byId, isTyping, setText } from "./browser.js";
 import { setTitle } from "./title.js";
 
 // Puts `counts`, by the buttons' values, on those buttons that show one.
@@ -10,55 +11,76 @@ function showCounts(group, counts) {
   }
 }
 
-// One of a group's buttons is chosen.
-function onChoice(group, use) {
-  group.addEventListener("click", (event) => {
-    const chosen = event.target.closest("button");
-    if (!chosen) return;
-    for (const button of group.children) {
+// A group of buttons, of which one is chosen: in the address, and at first "all".
+class Choice {
+  value = "all";
+  #name;
+  #buttons;
+
+  constructor(group, name, onChange) {
+    this.#name = name;
+    this.#buttons = [...group.children];
+    group.addEventListener("click", (event) => {
+      const chosen = event.target.closest("button");
+      if (!chosen) return;
+      address.set(name, chosen.dataset.value === "all" ? "" : chosen.dataset.value);
+      this.read();
+      onChange();
+    });
+  }
+
+  read() {
+    const isWanted = (button) => button.dataset.value === address.get(this.#name);
+    const chosen = this.#buttons.find(isWanted) ?? this.#buttons[0];
+    this.value = chosen.dataset.value;
+    for (const button of this.#buttons) {
       button.setAttribute("aria-pressed", String(button === chosen));
     }
-    use(chosen.dataset.value);
-  });
+  }
 }
 
-const isTyping = (target) => target.matches("input, textarea, select");
+const wordsOf = (text) => text.toLowerCase().split(/\s+/).filter(Boolean);
 
 export class Filter {
   #field = byId("filter");
-  #text = "";
-  #set = "all";
-  #state = "all";
+  #words = []; // a slot must match all of them
+  #set;
+  #state;
 
   // `onLeave` is called when the keyboard goes from the search field to the rows.
   constructor({ onChange, onLeave }) {
-    onChoice(byId("sets"), (set) => {
-      this.#set = set;
-      onChange();
-    });
-    onChoice(byId("states"), (state) => {
-      this.#state = state;
-      onChange();
-    });
+    this.#set = new Choice(byId("sets"), "set", onChange);
+    this.#state = new Choice(byId("states"), "state", onChange);
     this.#field.addEventListener("input", () => {
-      this.#text = this.#field.value.trim().toLowerCase();
+      this.#words = wordsOf(this.#field.value);
+      address.set("q", this.#field.value.trim());
       onChange();
     });
+    address.onChange(() => this.#read());
+    this.#read();
     this.#field.addEventListener("keydown", (event) => this.#onKey(event, onLeave));
     document.addEventListener("keydown", (event) => this.#onAnyKey(event));
   }
 
+  #read() {
+    this.#field.value = address.get("q");
+    this.#words = wordsOf(this.#field.value);
+    this.#set.read();
+    this.#state.read();
+  }
+
   matches(slot, now) {
+    const [set, state] = [this.#set.value, this.#state.value];
     return (
-      (this.#set === "all" || this.#set === slot.set) &&
-      (this.#text === "" || slot.searched.includes(this.#text)) &&
-      (this.#state === "all" || this.#state === slot.state(now))
+      (set === "all" || set === slot.set) &&
+      this.#words.every((word) => slot.searched.includes(word)) &&
+      (state === "all" || state === slot.state(now))
     );
   }
 
   // Whether a slot can start or stop matching as time passes.
   get dependsOnTime() {
-    return this.#state !== "all";
+    return this.#state.value !== "all";
   }
 
   showSetCounts(slots) {

@@ -79,5 +79,5 @@ class Page {
 }
 
 // The cookie holds the token by now. Keep it out of the address bar and the browser's history.
-if (location.search.includes("token=")) history.replaceState(null, "", "/");
+if (location.search.includes("token=")) history.replaceState(null, "", `/${location.hash}`);
 new Page();

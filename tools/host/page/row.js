@@ -2,7 +2,7 @@
 // document that have changed.
 import { byId, make, setText } from "./browser.js";
 import { clock } from "./clock.js";
-import { ageText, scaleText } from "./format.js";
+import { ageText, countText, scaleText } from "./format.js";
 import { Sparkline } from "./history.js";
 import { Control } from "./parameters.js";
 
@@ -80,7 +80,8 @@ export class Row {
   #theme;
   #editRange;
 
-  constructor(slot, ranges, theme) {
+  // `pin` pins the slot, or undoes it.
+  constructor(slot, { ranges, theme, pin }) {
     this.slot = slot;
     this.element = byId("row-template").content.firstElementChild.cloneNode(true);
     this.#theme = theme;
@@ -88,6 +89,7 @@ export class Row {
     Object.assign(this.element.dataset, { set: slot.set, type: slot.type, name: slot.name });
     for (const part of this.element.children) this.#parts[part.className] = part;
     for (const part of ["name", "type", "key"]) setText(this.#parts[part], slot[part]);
+    this.#parts.pin.addEventListener("click", pin);
     this.#addValue();
   }
 
@@ -101,8 +103,17 @@ export class Row {
   }
 
   show(now) {
+    this.#showPin();
     this.showValue(now);
     this.tick(now);
+  }
+
+  #showPin() {
+    const { pin } = this.#parts;
+    const { isPinned, name } = this.slot;
+    pin.setAttribute("aria-pressed", String(isPinned));
+    pin.setAttribute("aria-label", `Pin ${name}`);
+    pin.title = isPinned ? "Unpin" : "Pin to the top";
   }
 
   showValue(now) {
@@ -122,10 +133,18 @@ export class Row {
   tick(now) {
     const { slot } = this;
     this.#showState(now);
-    setText(this.#parts.age, slot.hasChanged ? ageText(now - slot.changedAt) : "unchanged");
+    setText(this.#parts.age, this.#ageText(now));
+    setText(this.#parts.changes, countText(slot.changes));
     if (slot.isParameter) return;
     if (slot.history) this.#drawHistory(now);
     this.#bar?.tick(now);
+  }
+
+  // Nobody measures a parameter, so one that has not changed has only not been set.
+  #ageText(now) {
+    const { hasChanged, changedAt, isParameter } = this.slot;
+    if (hasChanged) return ageText(now - changedAt);
+    return isParameter ? "not set" : "unchanged";
   }
 
   #drawHistory(now) {

@@ -31,13 +31,16 @@ export class Slot {
   #high = -Infinity;
   #holdUntil = 0;
 
-  // `description` as the server gives it: set, type, name, key, value, age and moved.
+  // `description` as the server gives it: set, type, name, key, value, age, moved and
+  // changes.
   constructor(description, now) {
     const { set, type, name, key } = description;
     Object.assign(this, { set, type, name, key });
     this.isNumber = type !== "string";
     this.isFloat = type === "float";
     this.isParameter = set === "engine";
+    this.id = `${set}/${name}`;
+    this.isPinned = false;
     this.searched = `${name}\n${key}`.toLowerCase();
     this.range = null;
     this.chosenRange = null; // set by somebody; null: the range fits the values
@@ -51,6 +54,7 @@ export class Slot {
   refresh(description, now) {
     this.history?.skipTo(now);
     this.hasChanged = description.moved;
+    this.changes = description.changes;
     this.changedAt = now - description.age * 1000;
     this.#take(description.value, now);
   }
@@ -59,6 +63,7 @@ export class Slot {
     // The initial value was no measurement.
     if (!this.hasChanged) this.hold = -Infinity;
     this.hasChanged = true;
+    ++this.changes;
     this.changedAt = now;
     this.#take(value, now);
   }
@@ -118,6 +123,12 @@ export class Slot {
   // Integers have no bar, so their history has a scale of its own.
   get historyRange() {
     return this.isFloat ? this.range : [this.#low, this.#high];
+  }
+
+  // A number, also an infinite one; otherwise the text as it is.
+  get sortValue() {
+    const infinities = { inf: Infinity, "-inf": -Infinity };
+    return this.isNumber ? (infinities[this.value] ?? this.value) : this.value;
   }
 
   get valueText() {

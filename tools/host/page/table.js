@@ -1,45 +1,53 @@
-// The table: the slots in a group for each set, and the rows that show them.
+// The table: the pinned slots, the other slots in a group for each set, and the rows that show them.
 //
 // Nothing here grows with the number of changes: a change only marks its slot, and the next frame
-// writes the marked slots that have a row. Only slots near the view have a row in the document, so
-// that the browser's work does not grow with the number of slots.
-import { byId, setText } from "./browser.js";
+// writes the marked slots that have a row.
+import { address } from "./address.js";
+import { byId, isTyping, setText } from "./browser.js";
 import { clock } from "./clock.js";
 import { Filter } from "./filter.js";
 import { Row } from "./row.js";
+import { Rows } from "./rows.js";
 import { Slot } from "./slot.js";
+import { Sorting } from "./sorting.js";
 
-const titles = { fast: "Fast meters", slow: "Slow meters", engine: "Engine parameters" };
-const overscan = 12; // rows above and below the view
+const titles = {
+  pinned: "Pinned",
+  fast: "Fast meters",
+  slow: "Slow meters",
+  engine: "Engine parameters",
+};
 const steps = { ArrowDown: 1, ArrowUp: -1, PageDown: 15, PageUp: -15, Home: -1e9, End: 1e9 };
+const sortPeriod = 1000; // milliseconds between two sortings by what changes with time
 
-function makeGroup([set, title]) {
+function makeGroup([id, title]) {
   const element = byId("group-template").content.firstElementChild.cloneNode(true);
-  element.dataset.set = set;
+  element.dataset.set = id;
   element.querySelector(".title").textContent = title;
   const rows = element.querySelector(".rows");
   rows.setAttribute("aria-label", title);
-  return { set, element, rows, count: element.querySelector(".count"), shown: [], size: 0 };
+  return { id, element, rows, count: element.querySelector(".count"), shown: [], size: 0 };
 }
 
 export class Table {
   #slots = [];
   #identity = ""; // of these slots: sets, types, names and keys
   #groups = Object.entries(titles).map(makeGroup);
-  #rows = new Map(); // by slot, as far as made
-  #visible = new Set(); // rows that are in the document
+  #rows;
   #marked = new Set(); // slots that changed since the last frame
-  #rowHeight = 0; // pixels
   #isPlacingRequested = false;
+  #arrangedAt = 0;
   #ranges;
-  #theme;
   #filter;
+  #sorting = new Sorting(() => this.#arrange());
 
   constructor(ranges, theme) {
     this.#ranges = ranges;
-    this.#theme = theme;
+    this.#rows = new Rows(
+      (slot) => new Row(slot, { ranges, theme, pin: () => this.#togglePin(slot) }),
+    );
     this.#filter = new Filter({
-      onChange: () => this.#applyFilter(),
+      onChange: () => this.#arrange(),
       onLeave: () => this.#focusSlot(this.#shown[0]),
     });
     byId("groups").append(...this.#groups.map((group) => group.element));
@@ -50,10 +58,12 @@ export class Table {
     const place = () => this.#requestPlacing();
     document.addEventListener("scroll", place, { capture: true, passive: true });
     window.addEventListener("resize", place);
-    byId("groups").addEventListener("focusin", (event) => this.#moveTabStop(event.target));
+    byId("groups").addEventListener("focusin", (event) => this.#choose(event.target));
     byId("groups").addEventListener("keydown", (event) => this.#onKey(event));
-    byId("pane").addEventListener("pointerover", (event) => {
-      this.#rowOf(event.target.closest?.(".row"))?.showTitles();
+    address.onChange(() => {
+      this.#readPins();
+      this.#arrange();
+      this.#goToChosen();
     });
   }
 
@@ -70,16 +80,14 @@ export class Table {
   }
 
   #build(descriptions, now) {
-    for (const row of this.#visible) this.#removeRow(row);
     this.#rows.clear();
     this.#marked.clear();
     this.#slots = descriptions.map((each) => new Slot(each, now));
-    for (const group of this.#groups) {
-      group.size = this.#slots.filter((slot) => slot.set === group.set).length;
-    }
     for (const slot of this.#slots) if (slot.isFloat) slot.chooseRange(this.#ranges.of(slot));
+    this.#readPins();
     this.#filter.showSetCounts(this.#slots);
-    this.#applyFilter();
+    this.#arrange();
+    this.#goToChosen();
   }
 
   change(index, value, now) {
@@ -88,29 +96,32 @@ export class Table {
   }
 
   showChanges(now) {
-    for (const slot of this.#marked) {
-      const row = this.#rows.get(slot);
-      if (this.#visible.has(row)) row.showValue(now);
-    }
+    for (const slot of this.#marked) this.#rows.shown(slot)?.showValue(now);
     this.#marked.clear();
   }
 
   // Shows what time alone changes.
   tick(now) {
-    for (const row of this.#visible) row.tick(now);
+    for (const row of this.#rows.visible) row.tick(now);
     this.#filter.showStateCounts(this.#slots, now);
-    if (this.#filter.dependsOnTime) this.#applyFilter();
+    const isSortDue = this.#sorting.dependsOnTime && now - this.#arrangedAt >= sortPeriod;
+    if (this.#filter.dependsOnTime || isSortDue) this.#arrange();
   }
 
-  #applyFilter() {
-    const now = clock.now();
-    for (const group of this.#groups) group.shown = [];
-    const shown = Object.fromEntries(this.#groups.map((group) => [group.set, group.shown]));
-    for (const slot of this.#slots) {
-      if (this.#filter.matches(slot, now)) shown[slot.set].push(slot);
+  // ---- Groups -----------------------------------------------------------------------------------
+
+  // Finds out which slots are shown, and in what order.
+  #arrange() {
+    const now = (this.#arrangedAt = clock.now());
+    for (const group of this.#groups) Object.assign(group, { shown: [], size: 0 });
+    const groups = Object.fromEntries(this.#groups.map((group) => [group.id, group]));
+    for (const slot of this.#sorting.sorted(this.#slots, now)) {
+      const group = groups[slot.isPinned ? "pinned" : slot.set];
+      ++group.size;
+      if (slot.isPinned || this.#filter.matches(slot, now)) group.shown.push(slot);
     }
     this.#showGroups();
-    this.#placeRows();
+    this.#rows.place(this.#groups);
   }
 
   #showGroups() {
@@ -118,7 +129,7 @@ export class Table {
       element.hidden = shown.length === 0;
       setText(count, shown.length === size ? `${size}` : `${shown.length} of ${size}`);
     }
-    byId("nothing").hidden = this.#shown.length > 0;
+    byId("nothing").hidden = this.#groups.some(({ id, shown }) => id !== "pinned" && shown.length);
     const isEmpty = this.#slots.length === 0;
     setText(byId("nothing"), isEmpty ? "The configuration has no slots." : "No slots match.");
   }
@@ -127,95 +138,66 @@ export class Table {
     return this.#groups.flatMap((group) => group.shown);
   }
 
-  // ---- Rows near the view -----------------------------------------------------------------------
-
   #requestPlacing() {
     if (this.#isPlacingRequested) return;
     this.#isPlacingRequested = true;
     requestAnimationFrame(() => {
       this.#isPlacingRequested = false;
-      this.#placeRows();
+      this.#rows.place(this.#groups);
     });
   }
 
-  #placeRows() {
-    const style = getComputedStyle(document.documentElement);
-    this.#rowHeight = parseFloat(style.getPropertyValue("--row"));
-    for (const { rows, shown } of this.#groups) {
-      rows.style.height = `${shown.length * this.#rowHeight}px`;
-    }
-    const now = clock.now();
-    const near = this.#groups.map((group) => [group, ...this.#rangeNear(group)]);
-    this.#removeRowsOutside(near);
-    for (const [group, first, end] of near) {
-      for (let i = first; i < end; ++i) this.#insertRow(group, i, now);
-    }
+  // ---- Pinned slots -----------------------------------------------------------------------------
+
+  #readPins() {
+    const pins = new Set(address.getAll("pin"));
+    for (const slot of this.#slots) slot.isPinned = pins.has(slot.id);
   }
 
-  // The first place in a group that needs a row, and the one after the last.
-  #rangeNear({ rows, shown }) {
-    const { top } = rows.getBoundingClientRect();
-    const first = Math.floor(-top / this.#rowHeight) - overscan;
-    const end = Math.ceil((window.innerHeight - top) / this.#rowHeight) + overscan;
-    return [Math.max(0, first), Math.min(shown.length, end)];
+  // The focus stays where it is on the screen, for another pin.
+  #togglePin(slot) {
+    const neighbour = this.#neighbour(slot, 1);
+    const hadFocus = this.#rows.shown(slot)?.element.contains(document.activeElement);
+    slot.isPinned = !slot.isPinned;
+    address.set("pin", this.#slots.filter((each) => each.isPinned).map((each) => each.id));
+    this.#arrange();
+    this.#rows.shown(slot)?.show(clock.now());
+    if (hadFocus) this.#focusSlot(neighbour);
   }
 
-  #removeRowsOutside(near) {
-    const staying = new Set(near.flatMap(([group, first, end]) => group.shown.slice(first, end)));
-    for (const row of this.#visible) {
-      const isFocused = row.element.contains(document.activeElement);
-      if (!staying.has(row.slot) && !isFocused) this.#removeRow(row);
-    }
+  // ---- Keyboard and choice ----------------------------------------------------------------------
+
+  #choose(target) {
+    const slot = this.#rows.rowAt(target)?.slot;
+    if (!slot) return;
+    this.#rows.setTabStop(slot);
+    address.set("slot", slot.id);
   }
 
-  #insertRow(group, place, now) {
-    const slot = group.shown[place];
-    if (!this.#rows.has(slot)) this.#rows.set(slot, new Row(slot, this.#ranges, this.#theme));
-    const row = this.#rows.get(slot);
-    row.element.style.top = `${place * this.#rowHeight}px`;
-    row.element.setAttribute("aria-posinset", place + 1);
-    row.element.setAttribute("aria-setsize", group.shown.length);
-    if (this.#visible.has(row)) return;
-    this.#visible.add(row);
-    group.rows.append(row.element);
-    row.show(now);
-  }
-
-  #removeRow(row) {
-    this.#visible.delete(row);
-    row.remove();
-  }
-
-  #rowOf(element) {
-    return [...this.#visible].find((row) => row.element === element);
-  }
-
-  // ---- Keyboard ---------------------------------------------------------------------------------
-
-  // The Tab key stops at one row only; the arrow keys move from there.
-  #moveTabStop(target) {
-    const element = target.closest(".row");
-    for (const row of this.#visible) row.element.tabIndex = row.element === element ? 0 : -1;
+  #goToChosen() {
+    const id = address.get("slot");
+    if (id && document.activeElement === document.body) this.#focusSlot(this.#shown.find((slot) => slot.id === id));
   }
 
   #onKey(event) {
-    const row = this.#rowOf(event.target);
-    if (!row || !(event.key in steps || event.key === "Enter")) return;
+    const row = this.#rows.rowAt(event.target);
+    if (!row || isTyping(event.target) || event.ctrlKey || event.altKey || event.metaKey) return;
+    if (event.key in steps) this.#focusSlot(this.#neighbour(row.slot, steps[event.key]));
+    else if (event.key === "Enter" && event.target === row.element) row.edit();
+    else if (event.key === "p") this.#togglePin(row.slot);
+    else return;
     event.preventDefault();
-    if (event.key === "Enter") row.edit();
-    else this.#moveFocus(row.slot, steps[event.key]);
   }
 
-  #moveFocus(slot, step) {
+  #neighbour(slot, step) {
     const shown = this.#shown;
     const place = shown.indexOf(slot) + step;
-    this.#focusSlot(shown[Math.min(shown.length - 1, Math.max(0, place))]);
+    return shown[Math.min(shown.length - 1, Math.max(0, place))];
   }
 
   #focusSlot(slot) {
     if (!slot) return;
-    const group = this.#groups.find((each) => each.set === slot.set);
-    this.#insertRow(group, group.shown.indexOf(slot), clock.now());
-    this.#rows.get(slot).element.focus();
+    this.#rows.place(this.#groups, slot);
+    this.#rows.shown(slot)?.element.focus();
   }
 }
