@@ -1,8 +1,11 @@
 // Drives the live page as an instrument for people who watch levels: what it shows of every kind of
 // value, how they find a slot among many, and what they read when nothing arrives any more.
 import assert from "node:assert/strict";
+import { readFileSync } from "node:fs";
 import { after, before, test } from "node:test";
-import { openPage, patience, Rig, row, startBrowser, waitForChanges, waitForNames } from "./tools.js";
+import {
+  openPage, patience, Rig, row, startBrowser, waitForChanges, waitForNames,
+} from "./tools.js";
 
 const simulator = ["--keys", "fast:float:out.l", "fast:float:out.r", "fast:uint:frames"];
 
@@ -57,16 +60,16 @@ const waitForText = (locator, text) => locator.filter({ hasText: text }).waitFor
 
 pageTest("ShowsAFittingScaleForEveryDefault", async (page) => {
   const shown = async (name) => {
-    const texts = row(page, name).locator(".level button > span, .value");
+    const texts = row(page, name).locator(".scale .end, .value");
     return (await texts.allInnerTexts()).join("|");
   };
   await row(page, "sample_rate").waitFor();
-  assert.equal(await shown("sample_rate"), "0||50k|44100.0");
-  assert.equal(await shown("large"), "0||5e38|3.000e+38");
-  assert.equal(await shown("tiny"), "0||1e-30|1.000e-30");
-  assert.equal(await shown("just_below"), "−60||0|0.0");
+  assert.equal(await shown("sample_rate"), "0|50k|44100.0");
+  assert.equal(await shown("large"), "0|5e38|3.000e+38");
+  assert.equal(await shown("tiny"), "0|1e-30|1.000e-30");
+  assert.equal(await shown("just_below"), "−60|0|0.0");
   const isCut = (label) => label.scrollWidth > label.clientWidth;
-  for (const label of await row(page, "large").locator(".level button > span").all()) {
+  for (const label of await row(page, "large").locator(".scale .end").all()) {
     assert.equal(await label.evaluate(isCut), false);
   }
 });
@@ -168,6 +171,126 @@ pageTest("KeepsEverythingShownInTheAddress", async (page) => {
   await page.evaluate(() => (location.hash = "#q=large"));
   await waitForNames(page, ["large"]);
   assert.equal(await page.locator("#sort").inputValue(), "");
+});
+
+// ---- Hands and eyes -----------------------------------------------------------------------------
+
+const focused = (page) => page.evaluate(() => document.activeElement.closest(".row")?.dataset.name);
+
+pageTest("ListsTheKeysOnAQuestionMark", async (page) => {
+  await row(page, "frames").waitFor();
+  await page.keyboard.press("?");
+  await page.locator("#help-dialog").getByText("go to the filter").waitFor();
+  await page.keyboard.press("Escape");
+  await page.locator("#help-dialog").waitFor({ state: "hidden" });
+  await page.locator("#filter").fill("");
+  await page.locator("#filter").press("?");
+  assert.equal(await page.locator("#filter").inputValue(), "?");
+});
+
+pageTest("ShowsATooltipOnlyWhereATextIsCut", async (page) => {
+  await page.setViewportSize({ width: 360, height: 1000 });
+  const name = row(page, "out_left").locator(".name");
+  await name.hover();
+  assert.equal(await name.getAttribute("title"), "");
+  await name.evaluate((element) => (element.style.width = "20px"));
+  await page.mouse.move(0, 0);
+  await name.hover();
+  assert.equal(await name.getAttribute("title"), "out_left");
+});
+
+pageTest("AsksBeforeItSendsWhatIsNoLevel", async (page) => {
+  const field = row(page, "out_gain").locator(".value input");
+  await field.fill("NaN");
+  await field.press("Enter");
+  await page.getByText("NaN is not a level. Send it as out_gain all the same?").waitFor();
+  await page.getByRole("button", { name: "Cancel" }).click();
+  await page.waitForFunction(
+    (input) => input.value === "0",
+    await field.elementHandle(),
+  );
+  await field.fill("-inf");
+  await field.press("Enter");
+  await page.getByRole("button", { name: "Send -inf" }).click();
+  await page.locator("#sent").getByText("out_gain −inf").waitFor();
+  assert.equal(await page.locator("#sent").getByText("out_gain nan").count(), 0);
+});
+
+pageTest("SaysThatALongTextIsCut", async (page) => {
+  const field = row(page, "preset").locator(".value input");
+  const outcome = row(page, "preset").locator(".outcome");
+  await field.fill("é".repeat(50));
+  await waitForText(outcome, "only 99 bytes of this will be sent");
+  await field.press("Enter");
+  await waitForText(outcome, /^sent #\d+, 99 bytes of it$/);
+  await field.fill("é".repeat(49));
+  await field.press("Enter");
+  await waitForText(outcome, /^sent #\d+$/);
+});
+
+const axe = readFileSync(new URL("node_modules/axe-core/axe.min.js", import.meta.url), "utf8");
+
+// What the accessibility checker finds wrong on the page as it is now.
+async function violations(page) {
+  await page.evaluate(axe);
+  const { violations: found } = await page.evaluate(() => window.axe.run());
+  return found.map(({ id, nodes }) => `${id}: ${nodes.map((node) => node.html).join("\n")}`);
+}
+
+for (const scheme of ["dark", "light"]) {
+  pageTest(`HasNoAccessibilityViolation/${scheme}`, async (page) => {
+    await page.emulateMedia({ colorScheme: scheme });
+    await waitForChanges(row(page, "out_left").locator(".value"), 2);
+    await row(page, "frames").getByRole("button", { name: "Pin frames" }).click();
+    assert.deepEqual(await violations(page), []);
+    await page.keyboard.press("?");
+    assert.deepEqual(await violations(page), []);
+    await page.keyboard.press("Escape");
+    await row(page, "out_left").focus();
+    await page.keyboard.press("Enter");
+    await page.locator("#range-dialog").waitFor({ state: "visible" });
+    assert.deepEqual(await violations(page), []);
+  });
+}
+
+test("KeepsFocusAndTabOrderAmongManyRows", { timeout: 2 * patience }, async () => {
+  const names = Array.from({ length: 300 }, (_, i) => `p${String(i).padStart(3, "0")}`);
+  const many = await Rig.start({
+    simulator,
+    configuration: (meters, engine) =>
+      `[Meters]\nTarget=${meters}\n[Engine]\nTarget=${engine}\n[EngineFloat]\n` +
+      names.map((name) => `Param=Key=${name} CustomKey=${name}\n`).join(""),
+  });
+  try {
+    const page = await openPage(browser.context, many.url);
+    await row(page, "p000").focus();
+    for (let i = 0; i < 4; ++i) await page.keyboard.press("PageDown");
+    assert.equal(await focused(page), "p060");
+    for (let i = 0; i < 4; ++i) await page.keyboard.press("ArrowUp");
+    assert.equal(await focused(page), "p056");
+    // Rows above have been added since. Past the controls of its row, Tab goes to the next row.
+    const visited = [];
+    while (visited.at(-1) !== "p058") {
+      await page.keyboard.press("Tab");
+      visited.push(await focused(page));
+    }
+    assert.deepEqual([...new Set(visited)], ["p056", "p057", "p058"]);
+    await page.locator("#pane").evaluate((pane) => (pane.scrollTop = 0));
+    await row(page, "p000").waitFor({ state: "visible" });
+    assert.equal(await focused(page), "p058");
+    await page.locator("#sort").evaluate((select) => {
+      select.value = "-name";
+      select.dispatchEvent(new Event("change"));
+    });
+    await row(page, "p299").waitFor({ state: "visible" });
+    assert.equal(await focused(page), "p058");
+    await row(page, "p299").focus();
+    await page.keyboard.press("ArrowDown");
+    assert.equal(await focused(page), "p298");
+    await page.close();
+  } finally {
+    await many.stop();
+  }
 });
 
 // ---- The end ------------------------------------------------------------------------------------

@@ -19,8 +19,8 @@ namespace host {
 
 double secondsSince1970(std::chrono::system_clock::time_point time);
 
-// {"set","type","name","key","value","age","moved","changes"}: the age is in seconds, since the value
-// changed or since the start.
+// {"set","type","name","key","value","age","moved","changes"}: the age is in seconds, since the
+// value changed or since the start.
 nlohmann::json jsonOf(const SlotLabel& label, const SlotState& state, Clock::time_point now);
 
 // {"number","time","changes":[{"name","value"}...]}

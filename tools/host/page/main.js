@@ -2,6 +2,7 @@
 //
 // Imports go one way only; tests/style/style_test.cpp has the order.
 import { clock } from "./clock.js";
+import "./tooltips.js";
 import { Link } from "./link.js";
 import { Log } from "./log.js";
 import { SentList } from "./parameters.js";

@@ -1,8 +1,15 @@
 // Engine parameters: the controls that change them, and the list of notifications sent.
 import { byId, make, setText } from "./browser.js";
+import { ask } from "./dialogs.js";
 import { clockText, scaleText, withMinus } from "./format.js";
 
 const sentKept = 100;
+const textLimit = 99; // bytes that a slot's text can have
+
+const isTooLong = (text) => new TextEncoder().encode(text).length > textLimit;
+
+// The host takes these as numbers, but no level has such a value.
+const isNoLevel = (text) => /^\s*[+-]?(nan|inf|infinity)\s*$/i.test(text);
 
 async function postChange(name, value) {
   let response;
@@ -48,11 +55,13 @@ export class Control {
     if (this.#slot.isNumber) field.inputMode = "decimal";
     field.setAttribute("aria-label", `${this.#slot.name}, value`);
     field.addEventListener("keydown", (event) => {
-      if (event.key === "Enter") this.#commit();
       if (event.key === "Escape") this.#showValue();
       event.stopPropagation();
+      if (event.key !== "Enter") return;
+      event.preventDefault(); // or it would answer the question that it may raise
+      this.#commit();
     });
-    field.addEventListener("input", () => (this.#isEdited = true));
+    field.addEventListener("input", () => this.#onInput());
     field.addEventListener("change", () => this.#isEdited && this.#commit());
     parent.append(field);
   }
@@ -67,17 +76,16 @@ export class Control {
       this.#send(slider.value);
     });
     slider.addEventListener("keydown", (event) => event.stopPropagation());
-    this.#ends = ["minimum", "maximum"].map((which) => this.#makeEnd(which, editRange));
+    this.#ends = [this.#makeEnd(editRange), this.#makeEnd(editRange)];
     const box = make("span", "slide");
     box.append(this.#ends[0], slider, this.#ends[1]);
     parent.append(box);
   }
 
-  #makeEnd(which, editRange) {
+  #makeEnd(editRange) {
     const end = make("button");
     end.type = "button";
     end.title = "Set the range of this slider";
-    end.setAttribute("aria-label", `${this.#slot.name}: slider ${which}`);
     end.addEventListener("click", editRange);
     return end;
   }
@@ -108,14 +116,36 @@ export class Control {
     Object.assign(this.#slider, { min: range[0], max: range[1], step });
     this.#slider.value = String(value);
     this.#ends.forEach((end, i) => {
+      const which = ["minimum", "maximum"][i];
       setText(end, scaleText(range[i]));
+      end.setAttribute("aria-label", `${end.textContent}: ${which} of ${this.#slot.name}'s slider`);
       end.classList.toggle("chosen", chosenRange !== null);
     });
   }
 
-  #commit() {
+  #onInput() {
+    this.#isEdited = true;
+    const cuts = this.#cuts(this.#field.value);
+    if (cuts) this.#showOutcome(`only ${textLimit} bytes of this will be sent`, true);
+  }
+
+  #cuts(text) {
+    return !this.#slot.isNumber && isTooLong(text);
+  }
+
+  async #commit() {
+    const text = this.#field.value;
     this.#isEdited = false;
-    this.#send(this.#field.value);
+    if (this.#slot.isFloat && isNoLevel(text) && !(await this.#isSure(text))) {
+      this.#showValue();
+      return;
+    }
+    this.#send(text);
+  }
+
+  #isSure(text) {
+    const question = `${text.trim()} is not a level. Send it as ${this.#slot.name} all the same?`;
+    return ask(question, `Send ${text.trim()}`);
   }
 
   // One request at a time; of the values that arrive in the meantime only the latest is sent.
@@ -135,7 +165,8 @@ export class Control {
   async #sendOne(value) {
     try {
       const number = await postChange(this.#slot.name, value);
-      this.#showOutcome(`sent #${number}`, false);
+      const cut = this.#cuts(value) ? `, ${textLimit} bytes of it` : "";
+      this.#showOutcome(`sent #${number}${cut}`, false);
     } catch (error) {
       this.#isEdited = true;
       this.#showOutcome(error.message, true);

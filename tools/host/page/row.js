@@ -7,11 +7,12 @@ import { Sparkline } from "./history.js";
 import { Control } from "./parameters.js";
 
 // A float's level in its range, with a mark for the peak hold. A click opens the range's dialog.
+// Its button covers the bar, because screen readers don't see a meter within a button.
 class Bar {
   #slot;
   #button = make("button");
-  #low = make("span");
-  #high = make("span");
+  #low = make("span", "end");
+  #high = make("span", "end");
   #track = make("span", "track");
   #fill = make("span", "fill");
   #hold = make("span", "hold");
@@ -26,8 +27,12 @@ class Bar {
     this.#track.append(this.#fill, this.#hold);
     this.#track.setAttribute("role", "meter");
     this.#track.setAttribute("aria-label", slot.name);
-    this.#button.append(this.#low, this.#track, this.#high);
-    parent.append(this.#button);
+    this.#track.setAttribute("aria-valuemin", 0);
+    this.#track.setAttribute("aria-valuemax", 100);
+    for (const end of [this.#low, this.#high]) end.setAttribute("aria-hidden", "true");
+    const scale = make("span", "scale");
+    scale.append(this.#low, this.#track, this.#high, this.#button);
+    parent.append(scale);
   }
 
   show() {
@@ -56,18 +61,18 @@ class Bar {
     const [low, high] = range;
     setText(this.#low, scaleText(low));
     setText(this.#high, scaleText(high));
-    this.#button.classList.toggle("chosen", chosenRange !== null);
+    this.#button.parentNode.classList.toggle("chosen", chosenRange !== null);
     this.#button.setAttribute("aria-label", `${name}: range ${low} to ${high}`);
-    this.#track.setAttribute("aria-valuemin", low);
-    this.#track.setAttribute("aria-valuemax", high);
   }
 
-  // Sets aria-valuenow here only, so that screen readers need not follow every change.
+  // Sets the meter's value here only, so that screen readers need not follow every change. It is in
+  // percent, because the standard knows no exponents; the text says what is measured.
   tick(now) {
     this.#slot.releaseHold(now);
     this.show();
-    if (typeof this.#slot.value !== "number") return;
-    this.#track.setAttribute("aria-valuenow", this.#slot.value);
+    const { value, valueText } = this.#slot;
+    this.#track.setAttribute("aria-valuenow", Math.round(this.#slot.place(value) * 100));
+    this.#track.setAttribute("aria-valuetext", valueText);
   }
 }
 
@@ -153,13 +158,6 @@ export class Row {
     history.advance(now);
     this.#sparkline ??= new Sparkline(this.#parts.history);
     this.#sparkline.draw(history, historyRange, this.slot.state(now) === "changing" ? live : dim);
-  }
-
-  // Texts may be cut off at the end of their column.
-  showTitles() {
-    this.#parts.name.title = this.slot.name;
-    this.#parts.key.title = this.slot.key;
-    this.#parts.value.title = String(this.slot.value);
   }
 
   // What the Enter key does.

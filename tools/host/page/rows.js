@@ -1,5 +1,5 @@
-// The rows in the document. Only slots near the view have one there, so that the browser's work does
-// not grow with the number of slots. The order in the document is that on the screen, so that the
+// The rows in the document. Only slots near the view have one there, so that the browser's work is
+// the same for any number of slots. The order in the document is that on the screen, so that the
 // Tab key goes where the eye expects.
 import { byId } from "./browser.js";
 import { clock } from "./clock.js";

@@ -1,4 +1,4 @@
-// The table: the pinned slots, the other slots in a group for each set, and the rows that show them.
+// The table: the pinned slots, the other slots in a group for each set, and the rows of both.
 //
 // Nothing here grows with the number of changes: a change only marks its slot, and the next frame
 // writes the marked slots that have a row.
@@ -176,7 +176,8 @@ export class Table {
 
   #goToChosen() {
     const id = address.get("slot");
-    if (id && document.activeElement === document.body) this.#focusSlot(this.#shown.find((slot) => slot.id === id));
+    if (!id || document.activeElement !== document.body) return;
+    this.#focusSlot(this.#shown.find((slot) => slot.id === id));
   }
 
   #onKey(event) {
