@@ -2,8 +2,8 @@
 //
 //   read/FAMILY/COUNT     reading the message's bytes, as gRPC does for the module
 //   search/FAMILY/COUNT   one search in a private copy of COUNT entries, on average over its keys
+//   copy/FAMILY/COUNT     making and releasing such a copy
 //   parse/plain/COUNT     reading them with the generated parser, as gRPC does for other clients
-//   copy/plain/COUNT      making and releasing such a copy
 //   naive/plain/COUNT     one search that compares one std::string after another
 //   change/plain/COUNT    searching for one changed engine parameter in a copy made for it
 //
@@ -124,9 +124,9 @@ void registerAll(std::uint64_t seed) {
       const Entries entries = entriesOf(bench::keysOf(family, seed, count));
       add("read", read, family.name, entries);
       add("search", search, family.name, entries);
+      add("copy", copy, family.name, entries);
       if (family.name != std::string_view("plain")) continue;
       add("parse", parse, family.name, entries);
-      add("copy", copy, family.name, entries);
       add("naive", naive, family.name, entries);
       add("change", change, family.name, entries);
     }

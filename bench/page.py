@@ -169,18 +169,18 @@ def family_table(tables):
     parts, screened = tables["parts"]["parts"], tables["messages"]["screened"]
     screened = {name: found for name, found in screened.items() if found}
     head = ["Family", "Example", *(MESSAGES[name].words() for name in screened),
-            "One search, 1,024 keys", "Search outweighs reading from"]
+            "Copy, 1,024 entries", "One search, 1,024 keys", "Search outweighs reading from"]
     rows = []
     for family, example in tables["parts"]["examples"].items():
         ratios = (found.get(family) for found in screened.values())
-        search = parts["search"].get(family)
-        rows.append([
-            family,
-            f"`{shortened(example)}`",
-            *(f"×{ratio:.2f}" if ratio else "" for ratio in ratios),
-            amount(search["1024"] / 1024, "s") if search else "",
-            size_text(crossing(parts, family)) if search else "",
-        ])
+        row = [family, f"`{shortened(example)}`"]
+        row += [f"×{ratio:.2f}" if ratio else "" for ratio in ratios]
+        row += [
+            amount(parts["copy"][family]["1024"], "s"),
+            amount(parts["search"][family]["1024"] / 1024, "s"),
+            size_text(crossing(parts, family)),
+        ] if family in parts["search"] else [""] * 3
+        rows.append(row)
     return measuring.table(head, rows)
 
 

@@ -115,8 +115,9 @@ class Bench:
                 for subject, processes in running.items()}
 
     def google_benchmark(self, program, *arguments):
-        """The runs of each benchmark, by its name without options; each run has "seconds" and the
-        benchmark's counters. Repetitions run in random order."""
+        """The runs of each benchmark, by its name without options. Each run has "seconds", which
+        the benchmark measured, "cpu" in seconds, and the benchmark's counters. Repetitions run in
+        random order."""
         output = self.folder / f"{program}.json"
         command = [self.programs / program, f"--benchmark_out={output}"]
         command += ["--benchmark_out_format=json", "--benchmark_enable_random_interleaving=true"]
@@ -135,6 +136,7 @@ class Bench:
                 options = ("iterations:", "manual_time", "min_time:", "repeats:")
                 words = run["name"].split("/")
                 name = "/".join(word for word in words if not word.startswith(options))
-                seconds = run["real_time"] * {"ns": 1e-9, "us": 1e-6, "ms": 1e-3}[run["time_unit"]]
-                runs.setdefault(name, []).append({**run, "seconds": seconds})
+                unit = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3}[run["time_unit"]]
+                times = {"seconds": run["real_time"] * unit, "cpu": run["cpu_time"] * unit}
+                runs.setdefault(name, []).append({**run, **times})
         return runs

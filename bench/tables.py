@@ -168,7 +168,7 @@ def measure_saturation(bench):
 
 
 def measure_parts(bench):
-    """The seconds of each part for a whole message, by part, family and number of values."""
+    """The CPU of each part for a whole message, by part, family and number of values."""
     runs = bench.google_benchmark(
         "bench-parts",
         f"--seed={bench.scale.seed}",
@@ -179,7 +179,7 @@ def measure_parts(bench):
     for name, repeated in sorted(runs.items()):
         part, family, count = name.split("/")
         searches = int(count) if part in ("search", "naive") else 1
-        seconds = searches * statistics.median(run["seconds"] for run in repeated)
+        seconds = searches * statistics.median(run["cpu"] for run in repeated)
         parts.setdefault(part, {}).setdefault(family, {})[count] = rounded(seconds)
     examples = {family: keys[0] for family, keys in bench.families.keys.items()}
     return {"seed": bench.scale.seed, "rows": [], "parts": parts, "examples": examples}
