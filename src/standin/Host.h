@@ -34,6 +34,9 @@ struct Choices {
   bool registrationFails = false;
   // Changes to deliver while a callback is being registered; null for none. Borrowed.
   sonalith_keyValueList* changesDuringRegistration = nullptr;
+  // Whether a slot list moves at each append. Otherwise it moves only when it has to grow, which
+  // thousands of slots need in order to start fast.
+  bool listsAlwaysMove = true;
   // Whether to keep log lines and the journal. A host that runs for long should keep neither.
   bool keepRecords = true;
   // Whether operations do as little as they can, to measure what a module itself costs: no guards,

@@ -196,7 +196,8 @@ void Call::addOffset(sonalith_moduleOffsetList** list, const sonalith_moduleOffs
   }
   const std::size_t used = sizeof **list + (*list)->count * sizeof *slot;
   const bool fits = used + sizeof *slot <= old->size;
-  const std::size_t size = used + sizeof *slot + (state_.lean ? used : 0);
+  const std::size_t spare = state_.lean || !choices_.listsAlwaysMove ? used : 0;
+  const std::size_t size = used + sizeof *slot + spare;
   const auto& grown = fits ? *old : state_.memory.allocate(Memory::Kind::OffsetList, size);
   if (!fits) std::memcpy(grown.bytes.get(), old->bytes.get(), used);
   std::memcpy(grown.bytes.get() + used, slot, sizeof *slot);

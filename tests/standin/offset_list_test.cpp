@@ -1,4 +1,5 @@
-// Lists of slots: they move at every append, and using an old pointer is a violation.
+// Lists of slots: unless chosen otherwise, they move at every append. Using an old pointer is a
+// violation.
 #include <cstring>
 #include <stdexcept>
 
@@ -60,6 +61,19 @@ TEST_F(OffsetList, AListMovesAtEveryAppend) {
   }
   EXPECT_EQ(names(), Texts(50, "a"));
   EXPECT_EQ(host.outstanding().blocks, 1U);
+}
+
+TEST_F(OffsetList, AListMovesOnlyToGrowIfChosen) {
+  host.setChoices({.listsAlwaysMove = false});
+  int moves = 0;
+  for (int i = 0; i < 1000; ++i) {
+    const auto* const before = list;
+    add(a.description());
+    if (list != before) ++moves;
+  }
+  EXPECT_LE(moves, 11);  // doubles its room each time
+  EXPECT_EQ(names(), Texts(1000, "a"));
+  EXPECT_EQ(host.violations(), Texts{});
 }
 
 TEST_F(OffsetList, SlotsStayInTheOrderOfTheirAppends) {

@@ -60,7 +60,7 @@ std::string unknownSlot(const std::string& name, const std::vector<Slot>& engine
 RunningModule::RunningModule(const Setup& setup,
                              std::function<void(const standin::LogLine&)> logSink)
     : setup_(setup),
-      host_({.keepRecords = false}),
+      host_({.listsAlwaysMove = false, .keepRecords = false}),
       module_(setup.module),
       instance_(module_, engine_, setup.name) {
   // Read a second time, for what the module does not publish. The module reports what is wrong.
@@ -72,7 +72,7 @@ RunningModule::RunningModule(const Setup& setup,
   startTime_ = std::chrono::system_clock::now();
   if (instance_.start(setup.config) != 0) {
     throw Refused(
-        fmt::format("the module refused {}; its own messages above tell why", setup.config));
+        fmt::format("the module refused {}; the messages above and the findings below say why", setup.config));
   }
   running_.reset(&instance_);
   engineSlots_ = instance_.slots(SlotSet::Engine);

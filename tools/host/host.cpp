@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "manual.h"
+#include "tools/common/Configuration.h"
 #include "tools/common/ExitCode.h"
 #include "tools/common/Json.h"
 #include "tools/common/ManualText.h"
@@ -58,7 +59,12 @@ class Run {
     // The next line fails when its reader has gone, and then the module is stopped.
     std::signal(SIGPIPE, SIG_IGN);
     try {
+      tools::requireReadable(options_.setup.config);
       return options_.cycles > 0 ? cycle() : attend();
+    } catch (const Refused& refused) {
+      reporter_.complain(refused.what());
+      tools::explainRefusal(options_.setup.config);
+      return ExitCode::Failed;
     } catch (const std::exception& error) {
       reporter_.complain(error.what());
       return ExitCode::Failed;

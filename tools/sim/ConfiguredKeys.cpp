@@ -8,6 +8,7 @@
 
 #include "module/grpc-gateway/ConfigManager.h"
 #include "standin/Host.h"
+#include "tools/common/Configuration.h"
 #include "tools/common/ConfiguredSlots.h"
 #include "tools/common/Output.h"
 #include "tools/common/Words.h"
@@ -32,12 +33,14 @@ bool canBeSent(const std::string& key) {
 }  // namespace
 
 std::vector<KeySpec> configuredKeys(const std::string& path) {
+  tools::requireReadable(path);
   standin::Host host({.keepRecords = false});
   host.setLogSink([](const standin::LogLine& line) { tools::say("sim", line.text); });
   const gateway::ConfigManager config(path);
   if (!config.valid) {
+    tools::explainRefusal(path);
     throw std::runtime_error(
-        fmt::format("the configuration {} was refused; the messages above say why", path));
+        fmt::format("the configuration {} was refused; the findings above say why", path));
   }
   std::vector<KeySpec> keys;
   for (const auto& slot : tools::slotsOf(config)) {

@@ -311,8 +311,20 @@ TEST_F(HostTool, ExitsWithOneForARefusedConfiguration) {
   EXPECT_NE(host.errors().find("configManager: problem parsing " + path + " (2)"),
             std::string::npos);
   EXPECT_NE(host.errors().find("gatewayctl host: the module refused " + path +
-                               "; its own messages above tell why\n"),
-            std::string::npos);
+                               "; the messages above and the findings below say why\n" + path +
+                               ":2:1: error: "),
+            std::string::npos)
+      << host.errors();
+}
+
+TEST_F(HostTool, SaysWhyItCannotReadItsConfiguration) {
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {files.path("no.conf"), "No such file or directory"}, {"/", "Is a directory"}};
+  for (const auto& [path, reason] : cases) {
+    ToolProcess tool({"host", path});
+    EXPECT_EQ(tool.waitExit(), 1);
+    EXPECT_EQ(tool.errors(), "gatewayctl host: can't read " + path + ": " + reason + "\n");
+  }
 }
 
 TEST_F(HostTool, ExitsWithOneForAnUnloadableModule) {
