@@ -71,8 +71,8 @@ RunningModule::RunningModule(const Setup& setup,
   host_.setLogSink(std::move(logSink));
   startTime_ = std::chrono::system_clock::now();
   if (instance_.start(setup.config) != 0) {
-    throw Refused(
-        fmt::format("the module refused {}; the messages above and the findings below say why", setup.config));
+    throw Refused(fmt::format(
+        "the module refused {}; the messages above and the findings below say why", setup.config));
   }
   running_.reset(&instance_);
   engineSlots_ = instance_.slots(SlotSet::Engine);
