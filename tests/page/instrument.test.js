@@ -173,6 +173,102 @@ pageTest("KeepsEverythingShownInTheAddress", async (page) => {
   assert.equal(await page.locator("#sort").inputValue(), "");
 });
 
+// ---- Levels -------------------------------------------------------------------------------------
+
+const apply = (page) => page.getByRole("button", { name: "Apply" }).click();
+
+// Opens the settings of a meter and fills in fields, by the ends of their ids.
+async function setMeter(page, name, fields) {
+  await row(page, name).focus();
+  await page.keyboard.press("Enter");
+  for (const [field, value] of Object.entries(fields)) {
+    const control = page.locator(`#range-${field}`);
+    if (field === "scale") await control.selectOption(value);
+    else await control.fill(value);
+  }
+}
+
+const bigRule = "-60..6 db fall:20 warn:-18 bad:-6 clip:-50 for out_*";
+
+pageTest("KeepsMeterSettingsForAPatternInTheAddressAndInAFile", async (page) => {
+  await setMeter(page, "out_left", {
+    low: "-60", high: "6", scale: "db", fall: "20", warn: "-18", bad: "-6", clip: "-50",
+    pattern: "out_*",
+  });
+  await apply(page);
+  for (const name of ["out_left", "out_right"]) {
+    await row(page, name).locator(".zones").waitFor();
+    await waitForText(row(page, name).locator(".scale .end").last(), /^6$/);
+  }
+  assert.equal(await row(page, "out_gain").locator(".slide .chosen").count(), 0);
+  await page.waitForFunction(
+    (rule) => new URLSearchParams(location.hash.slice(1)).get("meter") === rule,
+    bigRule,
+  );
+  await page.reload();
+  await row(page, "out_right").locator(".zones").waitFor();
+
+  await setMeter(page, "out_left", {});
+  const [download] = await Promise.all([
+    page.waitForEvent("download"),
+    page.getByRole("button", { name: "Export" }).click(),
+  ]);
+  const file = await download.path();
+  assert.equal(readFileSync(file, "utf8"), `${bigRule}\n`);
+  await page.getByRole("button", { name: "Fit to values" }).click();
+  await row(page, "out_right").locator(".zones").waitFor({ state: "detached" });
+
+  await setMeter(page, "out_left", {});
+  const importing = page.locator("#range-import");
+  const wrong = { name: "a.txt", mimeType: "text/plain", buffer: Buffer.from("6..6 db for a\n") };
+  await importing.setInputFiles(wrong);
+  await page.getByText("Not a rule: “6..6 db for a”.").waitFor();
+  await importing.setInputFiles(file);
+  await row(page, "out_right").locator(".zones").waitFor();
+  await page.evaluate(() => localStorage.clear());
+});
+
+pageTest("KeepsTheMaximumAndTheClipUntilReset", async (page) => {
+  await page.evaluate(() => (location.hash = "#meter=-60..0 linear clip:-59 for out_left"));
+  const maximum = row(page, "out_left").locator(".max button");
+  await maximum.and(page.locator(".clipped")).waitFor();
+  await page.waitForFunction(() => {
+    const number = (part) =>
+      Number(
+        document.querySelector(`[data-name="out_left"] ${part}`).textContent.replace("−", "-"),
+      );
+    return number(".max button") > number(".value") + 10;
+  });
+  const since = await maximum.getAttribute("title");
+  assert.match(since, /^Clipped\. Highest sample since \d\d:\d\d:\d\d\. Click to reset\.$/);
+  const highest = await maximum.textContent();
+  await row(page, "out_left").focus();
+  await page.keyboard.press("r");
+  assert.notEqual(await maximum.textContent(), highest);
+});
+
+pageTest("PlacesLevelsOnTheUsualNonLinearScale", async (page) => {
+  const places = await page.evaluate(async () => {
+    const { placeOn } = await import("/rules.js");
+    const levels = [-70, -60, -50, -40, -30, -20, -10, 0, 5];
+    return levels.map((level) => placeOn("db", [-70, 0], level).toFixed(3));
+  });
+  assert.deepEqual(places, [
+    "0.000", "0.025", "0.075", "0.150", "0.300", "0.500", "0.750", "1.000", "1.000",
+  ]);
+});
+
+pageTest("LetsABarFallAtTheChosenRate", async (page) => {
+  await page.evaluate(() => (location.hash = "#meter=-60..0 linear fall:1 for out_left"));
+  // The signal falls faster than the bar may.
+  await page.waitForFunction(() => {
+    const part = (name) => document.querySelector(`[data-name="out_left"] ${name}`);
+    const value = Number(part(".value").textContent.replace("−", "-"));
+    const shown = Number(/scaleX\((.*)\)/.exec(part(".fill").style.transform)[1]) * 60 - 60;
+    return shown > value + 20;
+  });
+});
+
 // ---- Hands and eyes -----------------------------------------------------------------------------
 
 const focused = (page) => page.evaluate(() => document.activeElement.closest(".row")?.dataset.name);

@@ -159,9 +159,9 @@ TEST(Style, IncludesPointDownwardOnly) {
 
 // The live page's modules, from the lowest up: each may import those before it.
 const std::vector<std::string> pageModules = {
-    "browser", "clock",   "title",    "address", "format",     "history", "slot",
-    "theme",   "dialogs", "tooltips", "ranges",  "parameters", "row",     "rows",
-    "filter",  "sorting", "table",    "status",  "log",        "link",    "main"};
+    "browser", "clock",   "title",    "address",  "format",     "history", "rules", "slot",
+    "theme",   "dialogs", "tooltips", "settings", "parameters", "row",     "rows",  "filter",
+    "sorting", "table",   "status",   "log",      "link",       "main"};
 
 TEST(Style, ThePagesModulesImportDownwardOnly) {
   const std::string folder = "tools/host/page/";

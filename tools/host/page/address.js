@@ -37,7 +37,7 @@ class Address {
 
   #write() {
     this.#isWriting = false;
-    const text = this.#parameters.toString().replaceAll("%2F", "/");
+    const text = this.#parameters.toString().replaceAll("%2F", "/").replaceAll("%3A", ":");
     history.replaceState(null, "", text ? `#${text}` : location.pathname);
   }
 }

@@ -6,7 +6,7 @@ import "./tooltips.js";
 import { Link } from "./link.js";
 import { Log } from "./log.js";
 import { SentList } from "./parameters.js";
-import { Ranges } from "./ranges.js";
+import { Settings } from "./settings.js";
 import { Status } from "./status.js";
 import { Table } from "./table.js";
 import { Theme } from "./theme.js";
@@ -18,8 +18,8 @@ class Page {
   #isFrameRequested = false;
   #isTickDue = false;
   #status = new Status();
-  #ranges = new Ranges();
-  #table = new Table(this.#ranges, new Theme());
+  #settings = new Settings();
+  #table = new Table(this.#settings, new Theme());
   #sent = new SentList();
   #log = new Log(() => this.#requestFrame());
 
@@ -43,7 +43,7 @@ class Page {
     this.#status.load(status, now);
     this.#log.load(log, isRestart ? status.startTime : null);
     this.#sent.load(status.notifications, notifications);
-    this.#ranges.load(status.name);
+    this.#settings.load(status.name);
     this.#table.load(slots, isRestart, now);
     this.#requestFrame();
   }
@@ -66,7 +66,7 @@ class Page {
 
   #showFrame(now) {
     this.#isFrameRequested = false;
-    this.#table.showChanges(now);
+    if (this.#table.showChanges(now)) this.#requestFrame();
     if (this.#isTickDue) this.#tick(now);
     if (this.#log.show()) this.#requestFrame();
   }

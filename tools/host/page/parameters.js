@@ -109,7 +109,7 @@ export class Control {
   }
 
   #showRange() {
-    const { range, chosenRange, span, value } = this.#slot;
+    const { range, rule, span, value } = this.#slot;
     if (range === this.#shownRange) return;
     this.#shownRange = range;
     const step = 10 ** Math.floor(Math.log10(span / 100));
@@ -119,7 +119,7 @@ export class Control {
       const which = ["minimum", "maximum"][i];
       setText(end, scaleText(range[i]));
       end.setAttribute("aria-label", `${end.textContent}: ${which} of ${this.#slot.name}'s slider`);
-      end.classList.toggle("chosen", chosenRange !== null);
+      end.classList.toggle("chosen", rule !== null);
     });
   }
 

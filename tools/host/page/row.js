@@ -1,8 +1,7 @@
 // One row of the table: a slot's value, level, history and age. It touches only those parts of the
 // document that have changed.
 import { byId, make, setText } from "./browser.js";
-import { clock } from "./clock.js";
-import { ageText, countText, scaleText } from "./format.js";
+import { ageText, clockText, countText, numberText, scaleText } from "./format.js";
 import { Sparkline } from "./history.js";
 import { Control } from "./parameters.js";
 
@@ -17,6 +16,8 @@ class Bar {
   #fill = make("span", "fill");
   #hold = make("span", "hold");
   #shown = {};
+  #level = -Infinity; // as last shown, at this time
+  #levelTime = 0;
 
   constructor(slot, parent, editRange) {
     this.#slot = slot;
@@ -35,17 +36,32 @@ class Bar {
     parent.append(scale);
   }
 
-  show() {
+  // Returns whether the bar is still falling.
+  show(now) {
     const { hasChanged, value, hold } = this.#slot;
-    this.#showLevel(hasChanged ? this.#slot.place(value) : 0);
-    this.#showHold(hasChanged ? this.#slot.place(hold) : 0);
     this.#showRange();
+    const level = hasChanged ? this.#levelAt(now) : value;
+    this.#showLevel(hasChanged ? this.#slot.place(level) : 0);
+    this.#showHold(hasChanged ? this.#slot.place(hold) : 0);
+    return level !== value;
+  }
+
+  // The value, or above it while the bar is still falling at the chosen rate.
+  #levelAt(now) {
+    const { value, rule } = this.#slot;
+    if (typeof value !== "number" || !rule?.fall) return value;
+    const fallen = this.#level - (rule.fall * (now - this.#levelTime)) / 1000;
+    this.#level = Math.max(value, Math.min(fallen, rule.high));
+    this.#levelTime = now;
+    return this.#level;
   }
 
   #showLevel(place) {
     if (place === this.#shown.level) return;
     this.#shown.level = place;
-    this.#fill.style.transform = `scaleX(${place.toFixed(4)})`;
+    // With zones, the fill covers what the level does not reach of the coloured track.
+    const part = this.#hasZones ? 1 - place : place;
+    this.#fill.style.transform = `scaleX(${part.toFixed(4)})`;
   }
 
   #showHold(place) {
@@ -55,24 +71,68 @@ class Bar {
   }
 
   #showRange() {
-    const { name, range, chosenRange } = this.#slot;
+    const { name, range, rule } = this.#slot;
     if (range === this.#shown.range) return;
-    this.#shown.range = range;
+    this.#shown = { range };
+    this.#showZones();
     const [low, high] = range;
     setText(this.#low, scaleText(low));
     setText(this.#high, scaleText(high));
-    this.#button.parentNode.classList.toggle("chosen", chosenRange !== null);
+    this.#button.parentNode.classList.toggle("chosen", rule !== null);
     this.#button.setAttribute("aria-label", `${name}: range ${low} to ${high}`);
+  }
+
+  get #hasZones() {
+    const { rule } = this.#slot;
+    return rule !== null && (rule.warn !== null || rule.bad !== null);
+  }
+
+  #showZones() {
+    this.#track.classList.toggle("zones", this.#hasZones);
+    if (!this.#hasZones) return;
+    const { warn, bad } = this.#slot.rule;
+    const red = bad === null ? 1 : this.#slot.place(bad);
+    const amber = warn === null ? red : Math.min(red, this.#slot.place(warn));
+    this.#track.style.setProperty("--amber", `${amber * 100}%`);
+    this.#track.style.setProperty("--red", `${red * 100}%`);
   }
 
   // Sets the meter's value here only, so that screen readers need not follow every change. It is in
   // percent, because the standard knows no exponents; the text says what is measured.
   tick(now) {
     this.#slot.releaseHold(now);
-    this.show();
+    this.show(now);
     const { value, valueText } = this.#slot;
     this.#track.setAttribute("aria-valuenow", Math.round(this.#slot.place(value) * 100));
     this.#track.setAttribute("aria-valuetext", valueText);
+  }
+}
+
+// The highest value, red once it has clipped. A click resets it.
+class Maximum {
+  #slot;
+  #button = make("button");
+
+  constructor(slot, parent) {
+    this.#slot = slot;
+    this.#button.type = "button";
+    this.#button.tabIndex = -1;
+    this.#button.addEventListener("click", () => {
+      slot.resetMaximum();
+      this.show();
+    });
+    parent.append(this.#button);
+  }
+
+  show() {
+    const { maximum, maximumSince, isClipped, span } = this.#slot;
+    const text = maximum === -Infinity ? "" : numberText(maximum, span);
+    setText(this.#button, text);
+    this.#button.hidden = text === "";
+    this.#button.classList.toggle("clipped", isClipped);
+    const since = clockText((performance.timeOrigin + maximumSince) / 1000);
+    const title = `${isClipped ? "Clipped. " : ""}Highest sample since ${since}. Click to reset.`;
+    if (this.#button.title !== title) this.#button.title = title;
   }
 }
 
@@ -80,17 +140,18 @@ export class Row {
   #parts = {}; // child elements by their class
   #text = document.createTextNode("");
   #bar = null;
+  #maximum = null;
   #control = null;
   #sparkline = null;
   #theme;
   #editRange;
 
   // `pin` pins the slot, or undoes it.
-  constructor(slot, { ranges, theme, pin }) {
+  constructor(slot, { settings, theme, pin }) {
     this.slot = slot;
     this.element = byId("row-template").content.firstElementChild.cloneNode(true);
     this.#theme = theme;
-    this.#editRange = () => ranges.edit(slot, () => this.show(clock.now()));
+    this.#editRange = () => settings.edit(slot);
     Object.assign(this.element.dataset, { set: slot.set, type: slot.type, name: slot.name });
     for (const part of this.element.children) this.#parts[part.className] = part;
     for (const part of ["name", "type", "key"]) setText(this.#parts[part], slot[part]);
@@ -104,6 +165,7 @@ export class Row {
     else this.#parts.value.append(this.#text);
     if (!slot.isParameter && slot.isFloat) {
       this.#bar = new Bar(slot, this.#parts.level, this.#editRange);
+      this.#maximum = new Maximum(slot, this.#parts.max);
     }
   }
 
@@ -121,12 +183,13 @@ export class Row {
     pin.title = isPinned ? "Unpin" : "Pin to the top";
   }
 
+  // Returns whether the row has something to show in the next frame, too.
   showValue(now) {
     this.#showState(now);
     const text = this.slot.valueText;
     if (this.#control) this.#control.show();
     else if (this.#text.data !== text) this.#text.data = text;
-    this.#bar?.show();
+    return this.#bar?.show(now) ?? false;
   }
 
   #showState(now) {
@@ -143,6 +206,7 @@ export class Row {
     if (slot.isParameter) return;
     if (slot.history) this.#drawHistory(now);
     this.#bar?.tick(now);
+    this.#maximum?.show();
   }
 
   // Nobody measures a parameter, so one that has not changed has only not been set.

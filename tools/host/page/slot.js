@@ -1,7 +1,9 @@
 // One slot: its value, the range of its scale, its peak hold, its history and its state.
 // Times are those of the page's clock.
+import { clock } from "./clock.js";
 import { numberText, withMinus } from "./format.js";
 import { History } from "./history.js";
+import { placeOn } from "./rules.js";
 
 const staleAfter = 5000; // milliseconds without a change
 const holdFor = 2000;
@@ -43,7 +45,9 @@ export class Slot {
     this.isPinned = false;
     this.searched = `${name}\n${key}`.toLowerCase();
     this.range = null;
-    this.chosenRange = null; // set by somebody; null: the range fits the values
+    this.rule = null; // how somebody wants it drawn; null: on a linear scale that fits the values
+    this.maximum = -Infinity; // since maximumSince
+    this.maximumSince = now;
     this.history = null; // of a number that has changed
     this.hold = -Infinity;
     this.#fitRange();
@@ -82,6 +86,7 @@ export class Slot {
   #record(value, now) {
     this.history ??= new History(now);
     this.history.add(value, now);
+    this.maximum = Math.max(this.maximum, value);
     if (value < this.hold && now <= this.#holdUntil) return;
     this.hold = value;
     this.#holdUntil = now + holdFor;
@@ -89,12 +94,23 @@ export class Slot {
 
   #fitRange() {
     const [low, high] = this.#low <= this.#high ? [this.#low, this.#high] : [0, 0];
-    this.range = this.chosenRange ?? rangeFor(low, high, this.isParameter);
+    const { rule } = this;
+    this.range = rule ? [rule.low, rule.high] : rangeFor(low, high, this.isParameter);
   }
 
-  chooseRange(range) {
-    this.chosenRange = range;
+  follow(rule) {
+    this.rule = rule;
     this.#fitRange();
+  }
+
+  resetMaximum() {
+    this.maximum = this.hasChanged && typeof this.value === "number" ? this.value : -Infinity;
+    this.maximumSince = clock.now();
+  }
+
+  // Stays true until somebody resets the maximum.
+  get isClipped() {
+    return this.rule !== null && this.rule.clip !== null && this.maximum >= this.rule.clip;
   }
 
   // Drops the hold to the value when its time is over.
@@ -112,8 +128,7 @@ export class Slot {
   place(value) {
     if (value === "inf") return 1;
     if (typeof value !== "number") return 0;
-    const [low, high] = this.range;
-    return Math.min(1, Math.max(0, (value - low) / (high - low)));
+    return placeOn(this.rule?.scale, this.range, value);
   }
 
   get span() {

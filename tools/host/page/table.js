@@ -37,14 +37,15 @@ export class Table {
   #marked = new Set(); // slots that changed since the last frame
   #isPlacingRequested = false;
   #arrangedAt = 0;
-  #ranges;
+  #settings;
   #filter;
   #sorting = new Sorting(() => this.#arrange());
 
-  constructor(ranges, theme) {
-    this.#ranges = ranges;
+  constructor(settings, theme) {
+    this.#settings = settings;
+    settings.onChange = () => this.#applySettings();
     this.#rows = new Rows(
-      (slot) => new Row(slot, { ranges, theme, pin: () => this.#togglePin(slot) }),
+      (slot) => new Row(slot, { settings, theme, pin: () => this.#togglePin(slot) }),
     );
     this.#filter = new Filter({
       onChange: () => this.#arrange(),
@@ -83,11 +84,16 @@ export class Table {
     this.#rows.clear();
     this.#marked.clear();
     this.#slots = descriptions.map((each) => new Slot(each, now));
-    for (const slot of this.#slots) if (slot.isFloat) slot.chooseRange(this.#ranges.of(slot));
+    this.#applySettings();
     this.#readPins();
     this.#filter.showSetCounts(this.#slots);
     this.#arrange();
     this.#goToChosen();
+  }
+
+  #applySettings() {
+    for (const slot of this.#slots) if (slot.isFloat) slot.follow(this.#settings.of(slot));
+    for (const row of this.#rows.visible) row.show(clock.now());
   }
 
   change(index, value, now) {
@@ -95,9 +101,11 @@ export class Table {
     this.#marked.add(this.#slots[index]);
   }
 
+  // Returns whether a bar is still falling, so that the next frame has something to show.
   showChanges(now) {
-    for (const slot of this.#marked) this.#rows.shown(slot)?.showValue(now);
-    this.#marked.clear();
+    const isFalling = (slot) => this.#rows.shown(slot)?.showValue(now);
+    this.#marked = new Set([...this.#marked].filter(isFalling));
+    return this.#marked.size > 0 && !clock.isStopped;
   }
 
   // Shows what time alone changes.
@@ -186,8 +194,15 @@ export class Table {
     if (event.key in steps) this.#focusSlot(this.#neighbour(row.slot, steps[event.key]));
     else if (event.key === "Enter" && event.target === row.element) row.edit();
     else if (event.key === "p") this.#togglePin(row.slot);
+    else if (event.key === "r") this.#resetMaxima([row.slot]);
+    else if (event.key === "R") this.#resetMaxima(this.#slots);
     else return;
     event.preventDefault();
+  }
+
+  #resetMaxima(slots) {
+    for (const slot of slots) slot.resetMaximum();
+    for (const row of this.#rows.visible) row.show(clock.now());
   }
 
   #neighbour(slot, step) {
