@@ -71,6 +71,18 @@ TEST(PlainMeter, IsReadInSlicesOfEverySize) {
   }
 }
 
+// A length of more than 127 bytes takes two bytes.
+TEST(PlainMeter, MayHaveKeysAndTextsOfEveryLength) {
+  for (std::size_t size = 1; size <= 300; ++size) {
+    Meter meter;
+    addItem(meter, std::string(size, 'k')).mutable_value()->mutable_sstring()->set_data("t");
+    addItem(meter, "x").mutable_value()->mutable_sstring()->set_data(std::string(size, 't'));
+    const std::string bytes = meter.SerializeAsString();
+    ASSERT_TRUE(isPlain(bytes)) << size;
+    ASSERT_TRUE(readsAsGenerated(bytes, 0, meter)) << size;
+  }
+}
+
 TEST(PlainMeter, MayHaveEmptySlices) {
   const std::string bytes = plainMeter(1).SerializeAsString();
   const grpc::Slice slices[] = {grpc::Slice(), grpc::Slice(bytes.data(), 3), grpc::Slice(),
@@ -141,6 +153,8 @@ const OtherForm otherForms[] = {
     {"ALengthOfSixBytes", "0A 87 80 80 80 80 00 0A 01 78 12 02 18 05"},
     {"ANumberOfElevenBytes", "0A 10 0A 01 78 12 0B 18 85 80 80 80 80 80 80 80 80 80 00"},
     {"ANumberThatDoesNotEnd", "0A 07 0A 01 78 12 02 18 85"},
+    {"AFloatOfNoBytes", "0A 06 0A 01 78 12 01 15"},
+    {"ADoubleOfNoBytes", "0A 06 0A 01 78 12 01 41"},
     {"AFloatOfThreeBytes", "0A 09 0A 01 78 12 04 15 00 00 80"},
     {"AFloatOfFiveBytes", "0A 0B 0A 01 78 12 06 15 00 00 80 3F 00"},
     {"ADoubleOfFourBytes", "0A 0A 0A 01 78 12 05 41 00 00 80 3F"},

@@ -357,6 +357,14 @@ TEST_P(TagScans, FindTheFirstEqualTag) {
 
 INSTANTIATE_TEST_SUITE_P(, TagScans, ::testing::ValuesIn(scansOfThisProcessor()));
 
+#ifdef __x86_64__
+TEST(KeyTags, HaveAScanForEachSizeOfVectorsOfTheProcessor) {
+  const auto scans = gateway::tagScans();
+  EXPECT_EQ(scans[1] != nullptr, __builtin_cpu_supports("avx2") != 0);
+  EXPECT_EQ(scans[2] != nullptr, __builtin_cpu_supports("avx512bw") != 0);
+}
+#endif
+
 TEST(KeyTags, AreScannedByTheWidestVectors) {
   EXPECT_NE(gateway::tagScans().front(), nullptr);
   EXPECT_EQ(gateway::scanTags, scansOfThisProcessor().back());
