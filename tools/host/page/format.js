@@ -33,7 +33,9 @@ export function scaleText(value) {
   return texts.find((text) => text.length <= scaleLabelLength) ?? texts.at(-1);
 }
 
-export const countText = (count) => count.toLocaleString("en").replaceAll(",", " ");
+const counts = new Intl.NumberFormat("en");
+
+export const countText = (count) => counts.format(count).replaceAll(",", " ");
 
 export const rateText = (rate) => (rate < 10 ? rate.toFixed(1) : String(Math.round(rate)));
 
