@@ -54,6 +54,21 @@ function pageTest(name, use) {
   });
 }
 
+// A test with a rig and a page of its own.
+function ownRigTest(name, use) {
+  test(name, { timeout: 2 * patience }, async () => {
+    const own = await Rig.start({ simulator, configuration });
+    try {
+      const page = await openPage(browser.context, own.url);
+      await use(page, own);
+      assert.deepEqual(page.problems, []);
+      await page.close();
+    } finally {
+      await own.stop();
+    }
+  });
+}
+
 const waitForText = (locator, text) => locator.filter({ hasText: text }).waitFor();
 
 // ---- Numbers and scales -------------------------------------------------------------------------
@@ -389,6 +404,67 @@ test("KeepsFocusAndTabOrderAmongManyRows", { timeout: 2 * patience }, async () =
   }
 });
 
+// ---- Pause and export ---------------------------------------------------------------------------
+
+pageTest("HoldsTheValuesDuringAPauseAndShowsTheLatestAfter", async (page) => {
+  await waitForChanges(row(page, "out_left").locator(".value"), 3);
+  await row(page, "out_left").focus();
+  await page.keyboard.press("Space");
+  await page.waitForFunction(() => document.title === "paused · gateway");
+  const rows = () => page.locator(".row:is([data-set=fast]) :is(.value, .age)").allInnerTexts();
+  const held = await rows();
+  await waitForChanges(page.locator("#changes"), 4);
+  await page.locator("#sets").getByRole("button", { name: "Fast" }).click();
+  assert.deepEqual(await rows(), held);
+  await page.getByRole("button", { name: "Resume values" }).click();
+  await waitForChanges(row(page, "out_left").locator(".value"), 3);
+  assert.equal(await page.title(), "gateway");
+});
+
+pageTest("ExportsTheSlotsShownAsCsv", async (page) => {
+  const preset = row(page, "preset").locator(".value input");
+  await preset.fill('a "b", c');
+  await preset.press("Enter");
+  await waitForText(row(page, "preset").locator(".changes"), /^[1-9]/);
+  await page.locator("#filter").fill("re");
+  await waitForNames(page, ["preset"]);
+  const [saved] = await Promise.all([
+    page.waitForEvent("download"),
+    page.getByRole("button", { name: "CSV" }).click(),
+  ]);
+  assert.match(saved.suggestedFilename(), /^slots-\d{4}-\d\d-\d\dT[\d-]+Z\.csv$/);
+  const [header, line, end] = readFileSync(await saved.path(), "utf8").split("\r\n");
+  assert.equal(header, "time,set,name,key,type,value,maximum,state,age_seconds,changes");
+  assert.match(
+    line,
+    /^[-\d]+T[:.\d]+Z,engine,preset,preset,string,"a ""b"", c",,parameter,\d+\.\d{3},\d+$/,
+  );
+  assert.equal(end, "");
+});
+
+// ---- Many tabs ----------------------------------------------------------------------------------
+
+// A browser opens at most six connections to one address.
+ownRigTest("KeepsEightTabsLiveOverOneStream", async (page, own) => {
+  const change = row(page, "out_gain").locator(".value input");
+  await change.fill("-3");
+  await change.press("Enter");
+  await page.locator("#sent").getByText("out_gain −3").waitFor();
+  const pages = [page];
+  while (pages.length < 8) pages.push(await openPage(browser.context, own.url));
+  for (const each of pages) {
+    await waitForChanges(row(each, "out_left").locator(".value"), 2);
+    await each.locator("#sent").getByText("sent #1 out_gain −3").waitFor();
+    await waitForText(row(each, "out_gain").locator(".changes"), /^1$/);
+    assert.equal(await row(each, "out_gain").locator(".value input").inputValue(), "-3");
+    await each.locator("#log li", { hasText: "startCycle(gateway" }).waitFor();
+  }
+  const [last] = pages.splice(7);
+  for (const each of pages.slice(1)) await each.close();
+  await waitForChanges(row(last, "out_left").locator(".value"), 2);
+  await last.close();
+});
+
 // ---- The end ------------------------------------------------------------------------------------
 
 // Long enough to show ages or histories that still run.
@@ -401,21 +477,6 @@ const readings = (page) =>
     ...[...document.querySelectorAll(".age")].map((age) => age.textContent),
     ...[...document.querySelectorAll(".history canvas")].map((canvas) => canvas.toDataURL()),
   ]);
-
-// A test with a rig and a page of its own.
-function ownRigTest(name, use) {
-  test(name, { timeout: 2 * patience }, async () => {
-    const own = await Rig.start({ simulator, configuration });
-    try {
-      const page = await openPage(browser.context, own.url);
-      await use(page, own);
-      assert.deepEqual(page.problems, []);
-      await page.close();
-    } finally {
-      await own.stop();
-    }
-  });
-}
 
 ownRigTest("FreezesAndSaysWhenGatewayctlStopped", async (page, own) => {
   await waitForChanges(row(page, "out_left").locator(".value"), 20);

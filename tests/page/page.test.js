@@ -222,7 +222,7 @@ pageTest("HidesLogLevelsAndPausesTheLog", {}, async (page) => {
   await network.waitFor({ state: "hidden" });
   await page.getByRole("button", { name: /^Trace/ }).click();
   await starts.waitFor({ state: "visible" });
-  await page.getByRole("button", { name: "Pause" }).click();
+  await page.getByRole("button", { name: "Pause", exact: true }).click();
   await page.getByRole("button", { name: "Resume" }).click();
 });
 

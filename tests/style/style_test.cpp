@@ -159,9 +159,10 @@ TEST(Style, IncludesPointDownwardOnly) {
 
 // The live page's modules, from the lowest up: each may import those before it.
 const std::vector<std::string> pageModules = {
-    "browser", "clock",   "title",    "address",  "format",     "history", "rules", "slot",
-    "theme",   "dialogs", "tooltips", "settings", "parameters", "row",     "rows",  "filter",
-    "sorting", "table",   "status",   "log",      "link",       "main"};
+    "worker",   "stream",     "browser", "clock", "title",  "address", "format",
+    "history",  "rules",      "slot",    "csv",   "theme",  "dialogs", "tooltips",
+    "settings", "parameters", "row",     "rows",  "filter", "sorting", "table",
+    "status",   "log",        "link",    "main"};
 
 TEST(Style, ThePagesModulesImportDownwardOnly) {
   const std::string folder = "tools/host/page/";

@@ -16,6 +16,15 @@ export function setText(element, text) {
 
 export const isTyping = (target) => target.matches("input, textarea, select");
 
+// Has the browser save a text as a file.
+export function download(name, text, type) {
+  const link = make("a");
+  link.href = URL.createObjectURL(new Blob([text], { type }));
+  link.download = name;
+  link.click();
+  URL.revokeObjectURL(link.href);
+}
+
 // JSON values that survive a reload. Some browsers forbid storage; then nothing is remembered.
 export const storage = {
   get(name) {

@@ -3,14 +3,37 @@
 
 class Clock {
   #stoppedAt = null;
+  #pausedAt = null;
 
-  // As performance.now() has it, in milliseconds.
+  // The time of the values shown, as performance.now() has it, in milliseconds.
   now() {
+    return this.#pausedAt ?? this.linkNow();
+  }
+
+  // The same, but for pauses.
+  linkNow() {
     return this.#stoppedAt ?? performance.now();
   }
 
   get isStopped() {
     return this.#stoppedAt !== null;
+  }
+
+  get isPaused() {
+    return this.#pausedAt !== null;
+  }
+
+  get isRunning() {
+    return !this.isStopped && !this.isPaused;
+  }
+
+  // Somebody wants to look at the values as they are.
+  pause() {
+    this.#pausedAt = this.linkNow();
+  }
+
+  resume() {
+    this.#pausedAt = null;
   }
 
   // Stops at a time that may lie in the past: when something last arrived.

@@ -2,6 +2,7 @@
 import { byId, setText } from "./browser.js";
 import { clock } from "./clock.js";
 import { clockText } from "./format.js";
+import { openStream } from "./stream.js";
 import { setTitle } from "./title.js";
 
 const silenceLimit = 7000; // milliseconds; the server sends something every two seconds
@@ -37,7 +38,7 @@ export class Link {
   #connect() {
     this.#stream?.close();
     this.#heardAt = performance.now();
-    this.#stream = new EventSource("/api/events");
+    this.#stream = openStream();
     for (const [name, handle] of Object.entries(this.#handlers)) {
       this.#stream.addEventListener(name, (event) => this.#receive(event, handle));
     }

@@ -37,10 +37,11 @@ class Page {
 
   // Takes a whole snapshot. One comes at the start and after each reconnection.
   #load({ instance, status, slots, log, notifications }) {
+    if (clock.isPaused) this.#table.resume();
     const now = clock.now();
     const isRestart = this.#instance !== "" && this.#instance !== instance;
     this.#instance = instance;
-    this.#status.load(status, now);
+    this.#status.load(status, clock.linkNow());
     this.#log.load(log, isRestart ? status.startTime : null);
     this.#sent.load(status.notifications, notifications);
     this.#settings.load(status.name);
@@ -75,7 +76,7 @@ class Page {
     this.#isTickDue = false;
     this.#table.tick(now);
     this.#log.showCounts();
-    this.#status.tick(now);
+    this.#status.tick(clock.linkNow());
   }
 }
 

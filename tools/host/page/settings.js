@@ -1,7 +1,7 @@
 // How people want their meters drawn: the rules for slots, and the dialog that edits them. The
 // address has the rules; the browser remembers them for an address that has none.
 import { address } from "./address.js";
-import { byId, make, storage } from "./browser.js";
+import { byId, download, storage } from "./browser.js";
 import { fits, ruleFrom, ruleText } from "./rules.js";
 
 const numbers = ["low", "high", "fall", "warn", "bad", "clip"];
@@ -92,11 +92,7 @@ export class Settings {
 
   #export() {
     const text = this.#rules.map((rule) => `${ruleText(rule)}\n`).join("");
-    const link = make("a");
-    link.href = URL.createObjectURL(new Blob([text], { type: "text/plain" }));
-    link.download = `${this.#storageName}.txt`;
-    link.click();
-    URL.revokeObjectURL(link.href);
+    download(`${this.#storageName}.txt`, text, "text/plain");
   }
 
   // Takes the place of all rules, or of none if a line is not a rule.

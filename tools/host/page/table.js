@@ -3,13 +3,15 @@
 // Nothing here grows with the number of changes: a change only marks its slot, and the next frame
 // writes the marked slots that have a row.
 import { address } from "./address.js";
-import { byId, isTyping, setText } from "./browser.js";
+import { byId, download, isTyping, setText } from "./browser.js";
 import { clock } from "./clock.js";
+import { csvText } from "./csv.js";
 import { Filter } from "./filter.js";
 import { Row } from "./row.js";
 import { Rows } from "./rows.js";
 import { Slot } from "./slot.js";
 import { Sorting } from "./sorting.js";
+import { setTitle } from "./title.js";
 
 const titles = {
   pinned: "Pinned",
@@ -35,6 +37,7 @@ export class Table {
   #groups = Object.entries(titles).map(makeGroup);
   #rows;
   #marked = new Set(); // slots that changed since the last frame
+  #held = new Map(); // by index: the latest value that came during a pause, and how many did
   #isPlacingRequested = false;
   #arrangedAt = 0;
   #settings;
@@ -61,6 +64,9 @@ export class Table {
     window.addEventListener("resize", place);
     byId("groups").addEventListener("focusin", (event) => this.#choose(event.target));
     byId("groups").addEventListener("keydown", (event) => this.#onKey(event));
+    byId("hold").addEventListener("click", () => this.#togglePause());
+    byId("csv").addEventListener("click", () => this.#export());
+    document.addEventListener("keydown", (event) => this.#onAnyKey(event));
     address.onChange(() => {
       this.#readPins();
       this.#arrange();
@@ -73,6 +79,7 @@ export class Table {
   // Takes the slots of a snapshot. Histories survive, except after a restart of gatewayctl or when
   // the slots differ.
   load(descriptions, isRestart, now) {
+    this.#held.clear();
     const identity = JSON.stringify(descriptions.map((d) => [d.set, d.type, d.name, d.key]));
     if (identity !== this.#identity || isRestart) this.#build(descriptions, now);
     else descriptions.forEach((each, i) => this.#slots[i].refresh(each, now));
@@ -97,6 +104,10 @@ export class Table {
   }
 
   change(index, value, now) {
+    if (clock.isPaused) {
+      this.#held.set(index, { value, count: (this.#held.get(index)?.count ?? 0) + 1 });
+      return;
+    }
     this.#slots[index].change(value, now);
     this.#marked.add(this.#slots[index]);
   }
@@ -105,7 +116,7 @@ export class Table {
   showChanges(now) {
     const isFalling = (slot) => this.#rows.shown(slot)?.showValue(now);
     this.#marked = new Set([...this.#marked].filter(isFalling));
-    return this.#marked.size > 0 && !clock.isStopped;
+    return this.#marked.size > 0 && clock.isRunning;
   }
 
   // Shows what time alone changes.
@@ -114,6 +125,48 @@ export class Table {
     this.#filter.showStateCounts(this.#slots, now);
     const isSortDue = this.#sorting.dependsOnTime && now - this.#arrangedAt >= sortPeriod;
     if (this.#filter.dependsOnTime || isSortDue) this.#arrange();
+  }
+
+  // ---- Pause and export -------------------------------------------------------------------------
+
+  // Values that come during a pause wait; of each slot's, the page then takes the latest.
+  #togglePause() {
+    if (clock.isPaused) return this.resume();
+    clock.pause();
+    this.showChanges(clock.now());
+    this.tick(clock.now());
+    this.#showPause();
+  }
+
+  resume() {
+    clock.resume();
+    const now = clock.now();
+    for (const slot of this.#slots) slot.history?.skipTo(now);
+    for (const [index, { value, count }] of this.#held) {
+      this.change(index, value, now);
+      this.#slots[index].changes += count - 1;
+    }
+    this.#held.clear();
+    this.#showPause();
+  }
+
+  #showPause() {
+    byId("hold").setAttribute("aria-pressed", String(clock.isPaused));
+    setText(byId("hold"), clock.isPaused ? "Resume values" : "Pause values");
+    setTitle("pause", clock.isPaused ? "paused" : "");
+  }
+
+  #onAnyKey(event) {
+    const isFree = !event.target.matches("input, textarea, select, button, label");
+    if (event.key !== " " || !isFree || document.querySelector("dialog[open]")) return;
+    event.preventDefault();
+    this.#togglePause();
+  }
+
+  #export() {
+    const time = new Date(performance.timeOrigin + clock.now()).toISOString();
+    const name = `slots-${time.replace(/[:.]/g, "-")}.csv`;
+    download(name, csvText(this.#shown, time, clock.now()), "text/csv");
   }
 
   // ---- Groups -----------------------------------------------------------------------------------
