@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <string_view>
+#include <utility>
 
 #include "tools/common/Json.h"
 #include "tools/common/Output.h"
@@ -19,13 +20,17 @@ namespace {
 
 using Json = nlohmann::json;
 
-void print(const std::string& line) {
-  tools::writeOut(line + "\n");
+// For a reader that pauses, and for all slots of a large configuration at once.
+constexpr std::size_t bytesWaiting = 16 << 20;
+
+std::string eventText(std::string_view event, Json fields) {
+  fields["event"] = event;
+  return tools::jsonText(fields) + "\n";
 }
 
-void printEvent(std::string_view event, Json fields) {
-  fields["event"] = event;
-  print(tools::jsonText(fields));
+std::string droppedText(bool json, std::size_t lines) {
+  if (json) return eventText("dropped", {{"lines", lines}});
+  return fmt::format("dropped {} lines: the reader is too slow\n", lines);
 }
 
 using Row = std::array<std::string, 6>;
@@ -65,7 +70,20 @@ std::string_view colourOf(int level) {
 
 }  // namespace
 
-Reporter::Reporter(bool json) : json_(json), colours_(tools::showsColours(STDERR_FILENO)) {}
+Reporter::Reporter(bool json)
+    : json_(json),
+      colours_(tools::showsColours(STDERR_FILENO)),
+      output_(std::make_unique<LineQueue>(STDOUT_FILENO, bytesWaiting, [json](std::size_t lines) {
+        return droppedText(json, lines);
+      })) {}
+
+void Reporter::print(const std::string& line) const {
+  output_->add(line + "\n");
+}
+
+void Reporter::printEvent(std::string_view event, Json fields) const {
+  output_->add(eventText(event, std::move(fields)));
+}
 
 void Reporter::started(const RunningModule& module) const {
   if (!json_) return;
@@ -107,7 +125,7 @@ void Reporter::slots(const SlotBoard& board, const std::vector<std::size_t>& ind
     }
   }
   if (json_) return printEvent("slots", {{"slots", slots}});
-  tools::writeOut(tableOf(rows));
+  output_->add(tableOf(rows));
 }
 
 void Reporter::notified(const Notification& notification) const {
@@ -117,6 +135,10 @@ void Reporter::notified(const Notification& notification) const {
     line += fmt::format(" {} {}", tools::printable(name), tools::printable(value));
   }
   print(line);
+}
+
+void Reporter::cycles(const CyclesReport& report) const {
+  output_->add(json_ ? tools::jsonText(jsonOf(report)) + "\n" : textOf(report));
 }
 
 void Reporter::complain(const std::string& text) const {

@@ -3,14 +3,20 @@
 //
 // Text shows a control character of a string as \x and two digits.
 //
-// Any thread; a line is written whole and at once.
+// Any thread. Lines for standard output wait in a queue, so no thread ever waits for their reader:
+// if it stops reading, lines are dropped, and a line says how many.
 #pragma once
 
 #include <cstddef>
+#include <memory>
+#include <nlohmann/json.hpp>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "standin/Host.h"
+#include "tools/host/Cycles.h"
+#include "tools/host/LineQueue.h"
 #include "tools/host/RunningModule.h"
 #include "tools/host/SlotBoard.h"
 
@@ -31,14 +37,25 @@ class Reporter {
   void slots(const SlotBoard& board, const std::vector<std::size_t>& indices) const;
   // text: notification 3 out_gain -6.5; JSON: {"event":"notification", and what jsonOf gives}
   void notified(const Notification& notification) const;
+  // text: a table; JSON: what jsonOf gives
+  void cycles(const CyclesReport& report) const;
+  // Ends the output: what waits is written, unless the reader takes nothing. Call nothing that
+  // prints afterwards.
+  void finish() const { output_->finish(); }
+  // Whether output is lost because standard output can't be written.
+  bool hasFailed() const { return output_->failed(); }
   // Standard error: gatewayctl: TEXT; JSON, in addition: {"event":"error","text"}
   void complain(const std::string& text) const;
   // Standard error, with time, level and source; coloured on a terminal unless NO_COLOR is set.
   void log(const standin::LogLine& line) const;
 
  private:
+  void print(const std::string& line) const;
+  void printEvent(std::string_view event, nlohmann::json fields) const;
+
   const bool json_;
   const bool colours_;
+  const std::unique_ptr<LineQueue> output_;
 };
 
 // An age for people: "0.3 s", "45 s", "12 min", "3 h", "5 d".

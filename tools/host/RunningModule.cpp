@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "module/grpc-gateway/ConfigManager.h"
+#include "tools/common/Configuration.h"
 #include "tools/common/ConfiguredSlots.h"
 #include "tools/common/Numbers.h"
 #include "tools/common/Suggestion.h"
@@ -71,6 +72,7 @@ RunningModule::RunningModule(const Setup& setup,
   host_.setLogSink(std::move(logSink));
   startTime_ = std::chrono::system_clock::now();
   if (instance_.start(setup.config) != 0) {
+    tools::requireReadable(setup.config);
     throw Refused(fmt::format(
         "the module refused {}; the messages above and the findings below say why", setup.config));
   }

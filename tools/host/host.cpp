@@ -58,8 +58,16 @@ class Run {
   int operator()() {
     // The next line fails when its reader has gone, and then the module is stopped.
     std::signal(SIGPIPE, SIG_IGN);
+    const int code = run();
+    reporter_.finish();
+    if (!reporter_.hasFailed()) return code;
+    tools::say("host", "can't write to standard output");
+    return ExitCode::Failed;
+  }
+
+ private:
+  int run() {
     try {
-      tools::requireReadable(options_.setup.config);
       return options_.cycles > 0 ? cycle() : attend();
     } catch (const Refused& refused) {
       reporter_.complain(refused.what());
@@ -71,7 +79,6 @@ class Run {
     }
   }
 
- private:
   int attend();
   int attend(RunningModule& module);
   std::unique_ptr<PageServer> openPage(RunningModule& module) const;
@@ -126,7 +133,7 @@ int Run::attend(RunningModule& module) {
       watch(module);
       nextWatch = now + watchPeriod;
     }
-    if (tools::outputFailed()) throw std::runtime_error("can't write to standard output");
+    if (reporter_.hasFailed()) return ExitCode::Failed;
     if (now >= end) return ExitCode::Done;
     const Arrival arrival = tools::waitFor(signals_, &input_, std::min({end, nextLook, nextWatch}));
     if (arrival == Arrival::Signal) return ExitCode::Interrupted;
@@ -183,7 +190,7 @@ int Run::cycle() {
         arrival = tools::waitFor(signals_, nullptr, tools::momentIn(options_.seconds.value_or(0)));
         return arrival != Arrival::Signal;
       });
-  tools::writeOut(options_.json ? tools::jsonText(jsonOf(report)) + "\n" : textOf(report));
+  reporter_.cycles(report);
   if (!report.leftovers.isClean()) return ExitCode::Failed;
   return arrival == Arrival::Signal ? ExitCode::Interrupted : ExitCode::Done;
 }

@@ -1,8 +1,17 @@
-// The log book, and slots, notifications and ages as programs and people see them.
+// The log book, the queue of lines, and slots, notifications and ages as programs and people see
+// them.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <array>
+#include <future>
+#include <optional>
+
+#include "tools/common/ChildProcess.h"
 #include "tools/common/Json.h"
 #include "tools/host/Json.h"
+#include "tools/host/LineQueue.h"
 #include "tools/host/LogBook.h"
 #include "tools/host/Reporter.h"
 
@@ -85,6 +94,66 @@ TEST(Age, IsRoundedToOneUnit) {
   EXPECT_EQ(ageText(12min), "12 min");
   EXPECT_EQ(ageText(3h), "3 h");
   EXPECT_EQ(ageText(120h), "5 d");
+}
+
+// ---- The queue of lines -----------------------------------------------------------------------
+
+std::string allOf(int descriptor) {
+  std::string text;
+  std::array<char, 4096> part;
+  for (ssize_t got = 0; (got = read(descriptor, part.data(), part.size())) > 0;) {
+    text.append(part.data(), static_cast<std::size_t>(got));
+  }
+  return text;
+}
+
+class Queue : public ::testing::Test {
+ protected:
+  tools::Pipe pipe;
+  std::optional<host::LineQueue> queue{std::in_place, pipe.write(), 100'000, [](std::size_t dropped) {
+                                         return "dropped " + std::to_string(dropped) + "\n";
+                                       }};
+};
+
+TEST_F(Queue, WritesAllThatFitsInOrder) {
+  std::string all;
+  for (int i = 0; i < 100; ++i) {
+    const std::string line = std::to_string(i) + "\n";
+    queue->add(line);
+    all += line;
+  }
+  queue.reset();
+  pipe.closeWrite();
+  EXPECT_EQ(allOf(pipe.read()), all);
+}
+
+// More than a pipe and the queue hold.
+TEST_F(Queue, DropsForAReaderThatStopsAndSaysHowMany) {
+  const std::string line = std::string(99, 'x') + "\n";
+  constexpr std::size_t added = 10000;
+  for (std::size_t i = 0; i < added; ++i) queue->add(line);
+  auto reading = std::async(std::launch::async, [&] { return allOf(pipe.read()); });
+  queue->finish();
+  pipe.closeWrite();
+  const std::string text = reading.get();
+  const std::size_t report = text.find("dropped ");
+  ASSERT_NE(report, text.npos);
+  EXPECT_EQ(report / line.size() + std::stoul(text.substr(report + 8)), added);
+}
+
+TEST_F(Queue, GivesUpAtTheEndOnAReaderThatStops) {
+  for (int i = 0; i < 10000; ++i) queue->add(std::string(99, 'x') + "\n");
+  queue->finish();
+  EXPECT_FALSE(queue->failed());
+}
+
+TEST_F(Queue, FailsWhenTheDiskIsFull) {
+  const int full = open("/dev/full", O_WRONLY);
+  host::LineQueue lines(full, 1000, [](std::size_t) { return ""; });
+  lines.add("x\n");
+  lines.finish();
+  EXPECT_TRUE(lines.failed());
+  close(full);
 }
 
 }  // namespace
