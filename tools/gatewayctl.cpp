@@ -45,10 +45,12 @@ int main(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? tools::ExitCode::Done : tools::ExitCode::WrongUse;
+    exitCode = app.exit(error) == 0 ? tools::ExitCode::Done : tools::ExitCode::WrongUse;
   } catch (const std::exception& error) {
     tools::say(manual::subcommandOf(app), error.what());
     return tools::ExitCode::Failed;
   }
-  return exitCode;
+  if (exitCode != tools::ExitCode::Done || !tools::outputIsLost()) return exitCode;
+  tools::say(manual::subcommandOf(app), "can't write to standard output");
+  return tools::ExitCode::Failed;
 }

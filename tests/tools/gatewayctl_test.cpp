@@ -42,9 +42,21 @@ TEST(Gatewayctl, ReportsWrongUseWithASuggestion) {
 TEST(Gatewayctl, NamesTheSubcommandThatFails) {
   ToolProcess tool({"sim", "--config", "/nowhere/gateway.conf"});
   EXPECT_EQ(tool.waitExit(), 1);
-  EXPECT_NE(tool.errors().find("\ngatewayctl sim: the configuration /nowhere/gateway.conf was"),
-            std::string::npos)
-      << tool.errors();
+  EXPECT_EQ(tool.errors(),
+            "gatewayctl sim: can't read /nowhere/gateway.conf: No such file or directory\n");
+}
+
+// A full disk must not go unnoticed.
+TEST(Gatewayctl, FailsWhenItsOutputIsLost) {
+  for (const std::string arguments :
+       {"--help", "--version", "host --help", "check --list-rules", "check --explain bad-line",
+        "completion bash", "sim --meters 127.0.0.1:0 --for 0"}) {
+    ToolProcess tool({"-c", std::string(GATEWAYCTL_PATH) + " " + arguments + " >/dev/full"},
+                     "/bin/sh");
+    EXPECT_EQ(tool.waitExit(), 1) << arguments;
+    EXPECT_NE(tool.errors().find(": can't write to standard output\n"), std::string::npos)
+        << tool.errors();
+  }
 }
 
 // Every part of a manual is in place, and nothing of it is written in the way of its source.

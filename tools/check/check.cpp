@@ -162,9 +162,9 @@ std::string rulesThat(bool (*fit)(Weight)) {
 
 int obey(const Options& options) {
   if (options.listRules) {
-    fmt::print("{}", ruleList());
+    tools::writeOut(ruleList());
   } else if (!options.explained.empty()) {
-    fmt::print("{}", explanationOf(*ruleOf(options.explained)));
+    tools::writeOut(explanationOf(*ruleOf(options.explained)));
   } else if (options.files.empty()) {
     throw CLI::ValidationError(
         "FILE is missing: name a configuration file, or - for standard input");

@@ -23,6 +23,15 @@ std::optional<Number> numberIn(std::string_view text) {
   return number;
 }
 
+// Whether the whole text spells a number, but one that a Number can't hold.
+template <class Number>
+bool isOutOfRange(std::string_view text) {
+  Number number{};
+  const char* const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, number);
+  return error == std::errc::result_out_of_range && stop == end;
+}
+
 // A check of an option's value for CLI11: a function that returns an error message, or nothing if
 // the text is a number from `least` to `most`. An integral Number demands whole numbers.
 template <typename Number>

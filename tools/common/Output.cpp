@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <iostream>
 
 namespace tools {
 namespace {
@@ -27,6 +28,11 @@ bool outputFailed() noexcept {
   return failed;
 }
 
+bool outputIsLost() noexcept {
+  std::cout.flush();
+  return failed || !std::cout || std::fflush(stdout) != 0 || std::ferror(stdout) != 0;
+}
+
 void writeError(std::string_view text) noexcept {
   write(text, stderr);
 }
@@ -37,8 +43,11 @@ void say(std::string_view subcommand, std::string_view text) {
 }
 
 bool showsColours(int descriptor) {
-  const char* const never = std::getenv("NO_COLOR");
-  return isatty(descriptor) == 1 && (never == nullptr || *never == '\0');
+  const auto valueOf = [](const char* name) {
+    const char* const value = std::getenv(name);
+    return std::string_view(value == nullptr ? "" : value);
+  };
+  return isatty(descriptor) == 1 && valueOf("NO_COLOR").empty() && valueOf("TERM") != "dumb";
 }
 
 }  // namespace tools

@@ -13,6 +13,9 @@ namespace tools {
 void writeOut(std::string_view text) noexcept;
 bool outputFailed() noexcept;
 
+// The same at the end of a program, for all that it has written to stdout and std::cout.
+bool outputIsLost() noexcept;
+
 // Writes to standard error. Text that can't be written is lost.
 void writeError(std::string_view text) noexcept;
 
@@ -20,7 +23,8 @@ void writeError(std::string_view text) noexcept;
 // `subcommand` is empty.
 void say(std::string_view subcommand, std::string_view text);
 
-// Whether output to `descriptor` may use colours: it is a terminal, and NO_COLOR is unset or empty.
+// Whether output to `descriptor` may use colours: it is a terminal that is not "dumb", and NO_COLOR
+// is unset or empty.
 bool showsColours(int descriptor);
 
 }  // namespace tools

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <array>
+#include <iterator>
 #include <numeric>
 #include <stdexcept>
 #include <string_view>
@@ -19,15 +20,17 @@ struct Console::Command {
   std::string_view effect;
   void (Console::*carryOut)(const Arguments& arguments);
 
-  static const std::array<Command, 4> all;
+  static const std::array<Command, 5> all;
   static const Command& of(const std::string& name);
 };
 
-const std::array<Console::Command, 4> Console::Command::all{{
+const std::array<Console::Command, 5> Console::Command::all{{
     {"slots", "", "Print all slots with their values, ages and keys.", &Console::slots},
     {"get", "NAME...", "Print the slots of these names, in all sets.", &Console::get},
-    {"set", "NAME VALUE [NAME VALUE]...", "Change engine slots, all in one notification.",
+    {"set", "NAME=VALUE...",
+     "Change engine slots, all in one notification. \"set NAME VALUE\" does the same.",
      &Console::set},
+    {"help", "", "Print these commands.", &Console::help},
     {"quit", "", "Stop the module and end the program.", &Console::quit},
 }};
 
@@ -94,14 +97,25 @@ void Console::get(const Arguments& arguments) {
 }
 
 void Console::set(const Arguments& arguments) {
-  if (arguments.empty() || arguments.size() % 2 != 0) {
-    throw std::invalid_argument("set takes pairs of a name and a value");
-  }
   std::vector<Change> changes;
-  for (std::size_t i = 0; i < arguments.size(); i += 2) {
-    changes.push_back({arguments[i], arguments[i + 1]});
+  for (auto word = arguments.begin(); word != arguments.end(); ++word) {
+    const std::size_t equals = word->find('=');
+    if (equals != word->npos) {
+      changes.push_back({word->substr(0, equals), word->substr(equals + 1)});
+    } else if (std::next(word) == arguments.end()) {
+      throw std::invalid_argument(fmt::format("set takes NAME=VALUE: {} has no value", *word));
+    } else {
+      changes.push_back({*word, *std::next(word)});
+      ++word;
+    }
   }
+  if (changes.empty()) throw std::invalid_argument("set takes NAME=VALUE");
   module_.set(changes);
+}
+
+void Console::help(const Arguments& arguments) {
+  if (!arguments.empty()) throw std::invalid_argument("help takes no arguments");
+  reporter_.help(manual());
 }
 
 void Console::quit(const Arguments& arguments) {

@@ -32,6 +32,7 @@ class Console {
   void slots(const Arguments& arguments);
   void get(const Arguments& arguments);
   void set(const Arguments& arguments);
+  void help(const Arguments& arguments);
   void quit(const Arguments& arguments);
 
   RunningModule& module_;

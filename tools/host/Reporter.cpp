@@ -137,6 +137,11 @@ void Reporter::notified(const Notification& notification) const {
   print(line);
 }
 
+void Reporter::help(const std::string& text) const {
+  if (json_) return printEvent("help", {{"text", text}});
+  output_->add(text);
+}
+
 void Reporter::cycles(const CyclesReport& report) const {
   output_->add(json_ ? tools::jsonText(jsonOf(report)) + "\n" : textOf(report));
 }

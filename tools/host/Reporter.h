@@ -37,6 +37,8 @@ class Reporter {
   void slots(const SlotBoard& board, const std::vector<std::size_t>& indices) const;
   // text: notification 3 out_gain -6.5; JSON: {"event":"notification", and what jsonOf gives}
   void notified(const Notification& notification) const;
+  // JSON: {"event":"help","text"}
+  void help(const std::string& text) const;
   // text: a table; JSON: what jsonOf gives
   void cycles(const CyclesReport& report) const;
   // Ends the output: what waits is written, unless the reader takes nothing. Call nothing that
@@ -46,7 +48,7 @@ class Reporter {
   bool hasFailed() const { return output_->failed(); }
   // Standard error: gatewayctl: TEXT; JSON, in addition: {"event":"error","text"}
   void complain(const std::string& text) const;
-  // Standard error, with time, level and source; coloured on a terminal unless NO_COLOR is set.
+  // Standard error, with time, level and source; with colours if showsColours allows it.
   void log(const standin::LogLine& line) const;
 
  private:

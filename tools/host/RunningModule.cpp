@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
+#include <type_traits>
 
 #include "module/grpc-gateway/ConfigManager.h"
 #include "tools/common/Configuration.h"
@@ -21,6 +23,15 @@ using standin::SlotValue;
 template <class T>
 T parseNumber(const Change& change, const char* wanted) {
   if (const auto number = tools::numberIn<T>(change.value)) return *number;
+  if constexpr (std::is_floating_point_v<T>) {
+    // Too close to zero for the type.
+    const auto wide = tools::numberIn<double>(change.value);
+    if (wide && std::abs(*wide) < 1) return static_cast<T>(*wide);
+  }
+  if (tools::isOutOfRange<T>(change.value)) {
+    throw std::invalid_argument(
+        fmt::format("\"{}\" is out of range: {} takes {}", change.value, change.name, wanted));
+  }
   throw std::invalid_argument(
       fmt::format("{} takes {}, not \"{}\"", change.name, wanted, change.value));
 }
@@ -32,7 +43,7 @@ SlotValue parseValue(const Slot& slot, const Change& change) {
     case ValueType::Uint:
       return parseNumber<std::uint32_t>(change, "an integer from 0 to 4294967295");
     case ValueType::Float:
-      return parseNumber<float>(change, "a number");
+      return parseNumber<float>(change, "a number from -3.4e38 to 3.4e38");
     case ValueType::String:
       break;
   }

@@ -25,11 +25,6 @@ std::string failureMessage(const CLI::App* program, const CLI::Error& error) {
                      describeWrongUse(app, error));
 }
 
-int print(std::string_view text) {
-  tools::writeOut(text);
-  return tools::outputFailed() ? tools::ExitCode::Failed : tools::ExitCode::Done;
-}
-
 std::string checkShell(const std::string& name) {
   if (name == "bash" || name == "fish" || name == "zsh") return {};
   return fmt::format("\"{}\" is not one of bash, fish and zsh", name);
@@ -48,8 +43,10 @@ void addCompletion(CLI::App& app, int& exitCode) {
   command->add_option("SHELL", *shell, "The shell: bash, fish or zsh.")
       ->required()
       ->check(checkShell, "{bash,fish,zsh}");
-  command->callback(
-      [=, &app, &exitCode] { exitCode = print(completionOf(commandOf(app), *shell)); });
+  command->callback([=, &app, &exitCode] {
+    tools::writeOut(completionOf(commandOf(app), *shell));
+    exitCode = tools::ExitCode::Done;
+  });
 }
 
 // For the build alone.
@@ -62,7 +59,8 @@ void addManPages(CLI::App& app, int& exitCode) {
   command->add_option("SUBCOMMAND", *name, "The sub-command.");
   command->callback([=, &app, &exitCode] {
     const CLI::App& described = name->empty() ? app : *app.get_subcommand(*name);
-    exitCode = print(manPageOf(commandOf(described), GATEWAY_VERSION));
+    tools::writeOut(manPageOf(commandOf(described), GATEWAY_VERSION));
+    exitCode = tools::ExitCode::Done;
   });
 }
 

@@ -220,6 +220,7 @@ FaultPlan readFaultPlan(const std::string& path) {
                                          std::generic_category().message(errno)));
   }
   FaultPlan plan;
+  std::string problems;
   int number = 0;
   for (std::string line; std::getline(file, line);) {
     ++number;
@@ -228,13 +229,15 @@ FaultPlan readFaultPlan(const std::string& path) {
     try {
       plan.push_back(parseFault(line));
     } catch (const std::invalid_argument& error) {
-      throw std::runtime_error(fmt::format("{}:{}: {}", path, number, error.what()));
+      problems +=
+          fmt::format("{}{}:{}: {}", problems.empty() ? "" : "\n", path, number, error.what());
     }
   }
   if (file.bad()) {
     throw std::runtime_error(
         fmt::format("can't read the fault plan {}: it is a folder, or reading failed", path));
   }
+  if (!problems.empty()) throw std::runtime_error(problems);
   return plan;
 }
 

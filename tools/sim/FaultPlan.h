@@ -53,8 +53,8 @@ Fault parseFault(std::string_view line);
 // The same without WHEN, for a fault that happens at once.
 Fault parseImmediateFault(std::string_view line);
 
-// Reads a file with one fault per line. Ignores empty lines and what follows a #. An error in a
-// line begins with "FILE:LINE: ".
+// Reads a file with one fault per line. Ignores empty lines and what follows a #. The error
+// has a line for each wrong line, which begins with "FILE:LINE: ".
 FaultPlan readFaultPlan(const std::string& path);
 
 // The table of kinds, as entries of the manual; "*" marks those that last.

@@ -107,6 +107,7 @@ TEST_F(HostTool, WritesJsonLines) {
   slot.erase("age");
   EXPECT_EQ(slot, nlohmann::json::parse(R"({"event": "slot", "set": "fast", "type": "string",
                                             "name": "state", "key": "state", "value": "",
+                                            "changes": 0,
                                             "moved": false})"));
   for (int i = 0; i < 4; ++i) EXPECT_EQ(next()["event"], "slot");
   host.writeLine("get level");
@@ -118,7 +119,7 @@ TEST_F(HostTool, WritesJsonLines) {
   EXPECT_EQ(next(), (nlohmann::json{{"event", "error"},
                                     {"text",
                                      "no command \"dance\": there are slots, get, set, "
-                                     "quit"}}));
+                                     "help, quit"}}));
   host.writeLine("quit");
   EXPECT_EQ(host.waitExit(), 0);
 }
@@ -152,12 +153,31 @@ TEST_F(HostTool, AcceptsQuotedTexts) {
   EXPECT_EQ(host.waitExit(), 0);
 }
 
+TEST_F(HostTool, SetsInTheFormOfItsOptionToo) {
+  ToolProcess host({"host", config(), "--no-page", "--set", "gain=-6.5"});
+  host.waitLine("notification 1");
+  host.writeLine("set gain=1e-50 delay -3");
+  EXPECT_EQ(host.waitLine("notification 2"), "notification 2 gain 0 delay -3");
+  host.writeLine("quit");
+  EXPECT_EQ(host.waitExit(), 0);
+}
+
+TEST_F(HostTool, ListsItsCommands) {
+  ToolProcess host({"host", config(), "--no-page"});
+  host.writeLine("help");
+  for (const char* command : {"slots", "get", "set", "help", "quit"}) {
+    host.waitLine(std::string("  ") + command);
+  }
+  host.writeLine("quit");
+  EXPECT_EQ(host.waitExit(), 0);
+}
+
 TEST_F(HostTool, ExplainsWrongCommandsAndContinues) {
   ToolProcess host({"host", config(), "--no-page"});
   for (const char* line :
        {"set gian 1", "set loudness 1", "set level 1", "set gain loud", "set delay 2147483648",
-        "set preset -1", "set gain", "set", "get", "get sate", "slots all", "quit now", "dance",
-        "solts", "set gain 'open"}) {
+        "set preset -1", "set gain", "set", "set gain 1e39", "get", "get sate", "slots all",
+        "quit now", "dance", "solts", "set gain 'open"}) {
     host.writeLine(line);
   }
   host.writeLine("slots");
@@ -173,17 +193,19 @@ TEST_F(HostTool, ExplainsWrongCommandsAndContinues) {
             "gatewayctl host: no engine slot \"gian\", did you mean \"gain\"?\n"
             "gatewayctl host: no engine slot \"loudness\": there are delay, preset, gain\n"
             "gatewayctl host: level is a fast slot: only engine slots can be set\n"
-            "gatewayctl host: gain takes a number, not \"loud\"\n"
-            "gatewayctl host: delay takes an integer from -2147483648 to 2147483647, not "
-            "\"2147483648\"\n"
+            "gatewayctl host: gain takes a number from -3.4e38 to 3.4e38, not \"loud\"\n"
+            "gatewayctl host: \"2147483648\" is out of range: delay takes an integer from "
+            "-2147483648 to 2147483647\n"
             "gatewayctl host: preset takes an integer from 0 to 4294967295, not \"-1\"\n"
-            "gatewayctl host: set takes pairs of a name and a value\n"
-            "gatewayctl host: set takes pairs of a name and a value\n"
+            "gatewayctl host: set takes NAME=VALUE: gain has no value\n"
+            "gatewayctl host: set takes NAME=VALUE\n"
+            "gatewayctl host: \"1e39\" is out of range: gain takes a number from -3.4e38 to "
+            "3.4e38\n"
             "gatewayctl host: get takes names of slots\n"
             "gatewayctl host: no slot \"sate\", did you mean \"state\"?\n"
             "gatewayctl host: slots takes no arguments: see get\n"
             "gatewayctl host: quit takes no arguments\n"
-            "gatewayctl host: no command \"dance\": there are slots, get, set, quit\n"
+            "gatewayctl host: no command \"dance\": there are slots, get, set, help, quit\n"
             "gatewayctl host: no command \"solts\", did you mean \"slots\"?\n"
             "gatewayctl host: a quote is left open\n");
 }
@@ -199,6 +221,22 @@ TEST_F(HostTool, ColoursNothingOffATerminal) {
   ToolProcess host({"host", config(), "--no-page", "--for", "0"});
   EXPECT_EQ(host.waitExit(), 0);
   EXPECT_EQ(host.errors().find('\x1b'), std::string::npos);
+}
+
+// `script` runs its command in a terminal.
+TEST_F(HostTool, ColoursATerminalUnlessItIsDumb) {
+  const std::string command = std::string(GATEWAYCTL_PATH) + " host " + config() + " --for 0";
+  const auto output = [&](const std::string& kind) {
+    ToolProcess terminal({"-c", "TERM=" + kind + " NO_COLOR= script -qec '" + command +
+                                    " --no-page' /dev/null </dev/null"},
+                         "/bin/sh");
+    EXPECT_EQ(terminal.waitExit(), 0);
+    std::string text;
+    for (const std::string& line : terminal.lines()) text += line;
+    return text;
+  };
+  EXPECT_NE(output("xterm").find('\x1b'), std::string::npos);
+  EXPECT_EQ(output("dumb").find('\x1b'), std::string::npos);
 }
 
 TEST_F(HostTool, ReportsWhatIsLeftAfterCycles) {

@@ -170,13 +170,16 @@ TEST(FaultMoments, AreDrawnFromTheSeedWithinTheirBounds) {
   }
 }
 
-TEST(FaultPlan, NamesTheFileAndLineOfAnError) {
+TEST(FaultPlan, NamesTheFileAndLineOfEachError) {
   const TemporaryFolder files;
-  const auto path = files.write("bad.plan", "# a comment\n\nat 1: end # another\nat 2: edn\n");
+  const auto path =
+      files.write("bad.plan", "# a comment\n\nat 1: end # another\nat 2: edn\nat x: end\n");
   ToolProcess sim({"sim", "--meters", SimProcess::anyPort, "--fault-plan", path});
   EXPECT_EQ(sim.waitExit(), 1);
-  EXPECT_TRUE(sim.errors().starts_with("gatewayctl sim: " + path +
-                                       ":4: \"edn\" is not a fault, did you mean \"end\"?"));
+  const std::string errors = sim.errors();
+  EXPECT_TRUE(errors.starts_with("gatewayctl sim: " + path +
+                                 ":4: \"edn\" is not a fault, did you mean \"end\"?"));
+  EXPECT_NE(errors.find("\n" + path + ":5: \"x\" is not a number"), errors.npos) << errors;
 }
 
 TEST(FaultPlan, NamesAMissingFile) {
