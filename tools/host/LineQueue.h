@@ -1,5 +1,5 @@
-// Lines on their way to a reader that may be slow, or stop reading. Adding never waits: a queue that
-// is full drops lines, and reports how many once the reader has caught up.
+// Lines on their way to a reader that may be slow, or stop reading. Adding never waits: a full
+// queue drops lines, and reports how many once the reader has caught up.
 //
 // Threads: any thread adds; one makes, finishes and destroys the queue. A thread of its own writes.
 // Ownership: borrows the descriptor.

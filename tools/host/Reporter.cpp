@@ -137,6 +137,18 @@ void Reporter::notified(const Notification& notification) const {
   print(line);
 }
 
+void Reporter::decided(const Expectations::Outcome& outcome) const {
+  if (json_) {
+    return printEvent("expectation", {{"text", outcome.text},
+                                      {"met", outcome.isMet},
+                                      {"seconds", outcome.seconds},
+                                      {"value", outcome.value}});
+  }
+  print(fmt::format("expected {}: {} after {:.1f} s, {}", tools::printable(outcome.text),
+                    outcome.isMet ? "met" : "not met", outcome.seconds,
+                    tools::printable(outcome.value)));
+}
+
 void Reporter::help(const std::string& text) const {
   if (json_) return printEvent("help", {{"text", text}});
   output_->add(text);

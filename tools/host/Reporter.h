@@ -16,6 +16,7 @@
 
 #include "standin/Host.h"
 #include "tools/host/Cycles.h"
+#include "tools/host/Expectations.h"
 #include "tools/host/LineQueue.h"
 #include "tools/host/RunningModule.h"
 #include "tools/host/SlotBoard.h"
@@ -37,6 +38,9 @@ class Reporter {
   void slots(const SlotBoard& board, const std::vector<std::size_t>& indices) const;
   // text: notification 3 out_gain -6.5; JSON: {"event":"notification", and what jsonOf gives}
   void notified(const Notification& notification) const;
+  // text: expected out_level in -60..0 within 5s: met after 0.3 s, -23.4
+  // JSON: {"event":"expectation","text","met","seconds","value"}
+  void decided(const Expectations::Outcome& outcome) const;
   // JSON: {"event":"help","text"}
   void help(const std::string& text) const;
   // text: a table; JSON: what jsonOf gives

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <exception>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <optional>
 #include <string>
@@ -23,6 +24,7 @@
 #include "tools/common/Terminal.h"
 #include "tools/host/Console.h"
 #include "tools/host/Cycles.h"
+#include "tools/host/Expectations.h"
 #include "tools/host/LogBook.h"
 #include "tools/host/PageServer.h"
 #include "tools/host/PageSettings.h"
@@ -43,6 +45,8 @@ struct Options {
   std::optional<double> seconds;
   unsigned cycles = 0;
   std::vector<Change> settings;
+  std::vector<Expectation> expected;
+  std::string junit;  // path of the report; empty for none
   bool noPage = false;
   PageSettings page;
 };
@@ -81,6 +85,7 @@ class Run {
 
   int attend();
   int attend(RunningModule& module);
+  int judge(const Expectations& expectations) const;
   std::unique_ptr<PageServer> openPage(RunningModule& module) const;
   void watch(const RunningModule& module);
   void printNotifications(const RunningModule& module);
@@ -119,6 +124,8 @@ int Run::attend(RunningModule& module) {
   const auto end = tools::momentIn(options_.seconds);
   auto nextLook = Clock::now();
   auto nextWatch = options_.watch ? nextLook : Clock::time_point::max();
+  Expectations expectations(options_.expected, module.board(), nextLook);
+  const bool isTest = !options_.expected.empty();
   Console console(module, reporter_);
   const auto page = openPage(module);
 
@@ -126,6 +133,7 @@ int Run::attend(RunningModule& module) {
     const auto now = Clock::now();
     if (now >= nextLook) {
       module.sample();
+      if (isTest && expectations.check(now)) return judge(expectations);
       nextLook = now + lookPeriod;
     }
     printNotifications(module);
@@ -134,16 +142,27 @@ int Run::attend(RunningModule& module) {
       nextWatch = now + watchPeriod;
     }
     if (reporter_.hasFailed()) return ExitCode::Failed;
-    if (now >= end) return ExitCode::Done;
+    if (now >= end) return judge(expectations);
     const Arrival arrival = tools::waitFor(signals_, &input_, std::min({end, nextLook, nextWatch}));
     if (arrival == Arrival::Signal) return ExitCode::Interrupted;
     if (arrival != Arrival::Input) continue;
     for (const std::string& line : input_.take()) {
       const bool goesOn = console.obey(line);
       printNotifications(module);
-      if (!goesOn) return ExitCode::Done;
+      if (!goesOn) return judge(expectations);
     }
   }
+}
+
+// Reports what a run showed; returns the exit code.
+int Run::judge(const Expectations& expectations) const {
+  for (const auto& outcome : expectations.outcomes()) reporter_.decided(outcome);
+  if (!options_.junit.empty()) {
+    std::ofstream file(options_.junit);
+    file << junitOf(expectations.outcomes()) << std::flush;
+    if (!file) throw std::runtime_error(fmt::format("can't write {}", options_.junit));
+  }
+  return expectations.areMet() ? ExitCode::Done : ExitCode::Failed;
 }
 
 std::unique_ptr<PageServer> Run::openPage(RunningModule& module) const {
@@ -226,6 +245,14 @@ void addSettings(std::vector<Change>& settings, const std::vector<std::string>& 
   }
 }
 
+void addExpectations(std::vector<Expectation>& expected, const std::vector<std::string>& texts) {
+  try {
+    for (const std::string& text : texts) expected.push_back(parseExpectation(text));
+  } catch (const std::invalid_argument& error) {
+    throw CLI::ValidationError("--expect", error.what());
+  }
+}
+
 void setPageAddress(PageSettings& page, const std::string& text) {
   try {
     PageSettings given = parsePageAddress(text);
@@ -281,12 +308,21 @@ void addOptions(CLI::App& host, Options& options) {
       "--set", [&](const auto& texts) { addSettings(options.settings, texts); },
       "Change engine slots right after the start, all in one notification.");
   set->type_name("NAME=VALUE");
+  auto* expect = host.add_option_function<std::vector<std::string>>(
+      "--expect", [&](const auto& texts) { addExpectations(options.expected, texts); },
+      "End once each expectation is met or its time is over; fail unless all are met. Can be "
+      "repeated.");
+  expect->type_name("EXPECTATION")->allow_extra_args(false);
+  host.add_option("--junit", options.junit,
+                  "Write the outcome of the expectations to this file, in JUnit's format.")
+      ->type_name("FILE")
+      ->needs(expect);
   const auto page = addPageOptions(host, options);
   auto* cycles = host.add_option("--cycles", options.cycles,
                                  "Start and stop the module N times, then report what it left "
                                  "behind.");
   cycles->type_name("N")->check(tools::numbersFrom(1u, 1000000u), "");
-  cycles->excludes(watch)->excludes(set);
+  cycles->excludes(watch)->excludes(set)->excludes(expect);
   for (CLI::Option* option : page) cycles->excludes(option);
 }
 

@@ -239,6 +239,48 @@ TEST_F(HostTool, ColoursATerminalUnlessItIsDumb) {
   EXPECT_EQ(output("dumb").find('\x1b'), std::string::npos);
 }
 
+TEST_F(HostTool, EndsOnceItsExpectationsAreMet) {
+  const std::string report = files.path("report.xml");
+  ToolProcess host({"host", config(), "--no-page", "--expect", "level in -30..0 within 60s",
+                    "--expect", "gain is -6.5 within 60s", "--set", "gain=-6.5", "--junit",
+                    report});
+  servers.waitEvent("open fast 1 ");
+  servers.command("send fast " + level(-31));
+  servers.command("send fast " + level(-30));
+  EXPECT_EQ(host.waitExit(), 0);
+  EXPECT_TRUE(host.waitLine("expected level in -30..0 within 60s: met after ").ends_with(", -30"));
+  host.waitLine("expected gain is -6.5 within 60s: met after ");
+  const std::string xml = textOf(report);
+  EXPECT_NE(xml.find("tests=\"2\" failures=\"0\""), xml.npos) << xml;
+  EXPECT_NE(xml.find("name=\"gain is -6.5 within 60s\""), xml.npos) << xml;
+}
+
+// The default lies in the range, but comes from no server.
+TEST_F(HostTool, FailsWhenAnExpectationIsNotMetInTime) {
+  const std::string report = files.path("report.xml");
+  ToolProcess host({"host", config(), "--no-page", "--expect", "level in -61..0 within 0.2s",
+                    "--junit", report});
+  EXPECT_EQ(host.waitExit(), 1);
+  EXPECT_TRUE(host.waitLine("expected level in -61..0 within 0.2s: not met").ends_with(", -60.5"));
+  const std::string xml = textOf(report);
+  EXPECT_NE(xml.find("tests=\"1\" failures=\"1\""), xml.npos) << xml;
+  EXPECT_NE(xml.find("<failure message=\"the last value was -60.5\"/>"), xml.npos) << xml;
+}
+
+TEST_F(HostTool, ExplainsWrongExpectations) {
+  for (const char* wrong : {"level", "level in 0..-1 within 5s", "level in a..b within 5s",
+                            "level at 5 within 5s", "level is 5 within soon"}) {
+    ToolProcess host({"host", config(), "--expect", wrong});
+    EXPECT_EQ(host.waitExit(), 2) << wrong;
+    EXPECT_TRUE(host.errors().starts_with("gatewayctl host: --expect: \"" + std::string(wrong) +
+                                          "\" is neither "))
+        << host.errors();
+  }
+  ToolProcess host({"host", config(), "--no-page", "--expect", "levle is 1 within 5s"});
+  EXPECT_EQ(host.waitExit(), 1);
+  EXPECT_NE(host.errors().find("no slot \"levle\", did you mean \"level\"?"), std::string::npos);
+}
+
 TEST_F(HostTool, ReportsWhatIsLeftAfterCycles) {
   ToolProcess host({"host", config(), "--no-page", "--cycles", "3"});
   EXPECT_EQ(host.waitExit(), 0);

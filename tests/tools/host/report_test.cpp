@@ -110,9 +110,11 @@ std::string allOf(int descriptor) {
 class Queue : public ::testing::Test {
  protected:
   tools::Pipe pipe;
-  std::optional<host::LineQueue> queue{std::in_place, pipe.write(), 100'000, [](std::size_t dropped) {
-                                         return "dropped " + std::to_string(dropped) + "\n";
-                                       }};
+  static std::string droppedText(std::size_t lines) {
+    return "dropped " + std::to_string(lines) + "\n";
+  }
+
+  std::optional<host::LineQueue> queue{std::in_place, pipe.write(), 100'000, droppedText};
 };
 
 TEST_F(Queue, WritesAllThatFitsInOrder) {

@@ -1,0 +1,150 @@
+#include "tools/host/Expectations.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <optional>
+#include <stdexcept>
+#include <string_view>
+#include <utility>
+#include <variant>
+
+#include "tools/common/Numbers.h"
+#include "tools/common/Suggestion.h"
+#include "tools/common/Words.h"
+
+namespace host {
+namespace {
+
+std::optional<double> secondsIn(std::string_view word) {
+  if (word.ends_with('s')) word.remove_suffix(1);
+  const auto seconds = tools::numberIn<double>(word);
+  return seconds && *seconds >= 0 && *seconds <= 1e9 ? seconds : std::nullopt;
+}
+
+bool readRange(std::string_view word, Expectation& expectation) {
+  const auto dots = word.find("..");
+  if (dots == word.npos) return false;
+  const auto least = tools::numberIn<double>(word.substr(0, dots));
+  const auto most = tools::numberIn<double>(word.substr(dots + 2));
+  if (!least || !most || !(*least <= *most)) return false;
+  expectation.isRange = true;
+  expectation.least = *least;
+  expectation.most = *most;
+  return true;
+}
+
+std::optional<double> numberOf(const standin::SlotValue& value) {
+  return std::visit(
+      [](const auto& held) -> std::optional<double> {
+        if constexpr (std::is_same_v<std::decay_t<decltype(held)>, std::string>) {
+          return std::nullopt;
+        } else {
+          return static_cast<double>(held);
+        }
+      },
+      value);
+}
+
+std::string xmlText(std::string_view text) {
+  std::string escaped;
+  for (const char c : tools::printable(text)) {
+    if (c == '&') {
+      escaped += "&amp;";
+    } else if (c == '<') {
+      escaped += "&lt;";
+    } else if (c == '"') {
+      escaped += "&quot;";
+    } else {
+      escaped += c;
+    }
+  }
+  return escaped;
+}
+
+}  // namespace
+
+Expectation parseExpectation(const std::string& text) {
+  const auto words = tools::quotedWordsOf(text);
+  if (words.size() == 5 && words[3] == "within") {
+    Expectation expectation{.text = text, .slot = words[0], .value = words[2]};
+    const auto seconds = secondsIn(words[4]);
+    const bool isKnown = words[1] == "is" || (words[1] == "in" && readRange(words[2], expectation));
+    expectation.limit = std::chrono::duration<double>(seconds.value_or(0));
+    if (isKnown && seconds) return expectation;
+  }
+  throw std::invalid_argument(fmt::format(
+      "\"{}\" is neither \"SLOT in LEAST..MOST within SECONDSs\" nor \"SLOT is VALUE within "
+      "SECONDSs\"",
+      text));
+}
+
+Expectations::Expectations(std::vector<Expectation> expected, const SlotBoard& board,
+                           Clock::time_point start)
+    : expected_(std::move(expected)), board_(board), start_(start) {
+  std::vector<std::string> names;
+  for (const SlotLabel& label : board.labels()) names.push_back(label.name);
+  for (const Expectation& each : expected_) {
+    const auto found = std::find(names.begin(), names.end(), each.slot);
+    if (found == names.end()) {
+      throw std::invalid_argument(
+          fmt::format("no slot \"{}\"{}", each.slot, tools::didYouMean(each.slot, names)));
+    }
+    slots_.push_back(static_cast<std::size_t>(found - names.begin()));
+    outcomes_.push_back({.text = each.text, .value = {}});
+  }
+}
+
+bool Expectations::check(Clock::time_point now) {
+  const std::chrono::duration<double> passed = now - start_;
+  const auto states = board_.states();
+  bool areDecided = true;
+  for (std::size_t i = 0; i < expected_.size(); ++i) {
+    Outcome& outcome = outcomes_[i];
+    const bool isOver = passed > expected_[i].limit;
+    if (outcome.isMet || (isOver && outcome.seconds > expected_[i].limit.count())) continue;
+    const SlotState& state = states[slots_[i]];
+    outcome.value = standin::textOf(state.value);
+    outcome.seconds = passed.count();
+    outcome.isMet = isMet(expected_[i], slots_[i], state);
+    areDecided = areDecided && (outcome.isMet || isOver);
+  }
+  return areDecided;
+}
+
+bool Expectations::isMet(const Expectation& expectation, std::size_t slot,
+                         const SlotState& state) const {
+  const bool isMeter = board_.labels()[slot].set != standin::SlotSet::Engine;
+  if (isMeter && !state.hasMoved()) return false;
+  if (!expectation.isRange) return standin::textOf(state.value) == expectation.value;
+  const auto number = numberOf(state.value);
+  return number && *number >= expectation.least && *number <= expectation.most;
+}
+
+bool Expectations::areMet() const {
+  return std::all_of(outcomes_.begin(), outcomes_.end(),
+                     [](const Outcome& outcome) { return outcome.isMet; });
+}
+
+std::string junitOf(const std::vector<Expectations::Outcome>& outcomes) {
+  std::string cases;
+  std::size_t failures = 0;
+  for (const auto& [text, isMet, seconds, value] : outcomes) {
+    cases += fmt::format("  <testcase classname=\"gatewayctl.host\" name=\"{}\" time=\"{:.3f}\"",
+                         xmlText(text), seconds);
+    if (isMet) {
+      cases += "/>\n";
+      continue;
+    }
+    ++failures;
+    cases += fmt::format(">\n    <failure message=\"the last value was {}\"/>\n  </testcase>\n",
+                         xmlText(value));
+  }
+  return fmt::format(
+      "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuite name=\"gatewayctl host\" "
+      "tests=\"{}\" "
+      "failures=\"{}\">\n{}</testsuite>\n",
+      outcomes.size(), failures, cases);
+}
+
+}  // namespace host
