@@ -127,7 +127,7 @@ class HttpServer::Connection : public std::enable_shared_from_this<Connection> {
   void refuse(const HttpRefusal& refusal);
   // Sends the stream's next piece, if there is one.
   void wake();
-  // Sends the stream's last piece if the client can take it at once. The loop must have ended.
+  // Sends the stream's last piece if the client can take it at once.
   void finish();
   void close();
 
@@ -462,9 +462,16 @@ HttpServer::HttpServer(HttpHandler& handler, const std::string& address, int por
 }
 
 HttpServer::~HttpServer() {
-  state_->loop.stop();
-  if (state_->thread.joinable()) state_->thread.join();
-  for (Connection* const each : state_->streams) each->finish();
+  if (!state_->thread.joinable()) return;
+  // A stream whose piece has just been taken gets its last one, too. The loop may be in the middle
+  // of sending that piece: it queues what follows the sending after the first of these handlers, and
+  // before the second.
+  const auto finish = [this] {
+    for (Connection* const each : state_->streams) each->finish();
+    state_->loop.stop();
+  };
+  asio::post(state_->loop, [this, finish] { asio::post(state_->loop, finish); });
+  state_->thread.join();
 }
 
 int HttpServer::port() const {
