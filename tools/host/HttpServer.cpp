@@ -464,8 +464,8 @@ HttpServer::HttpServer(HttpHandler& handler, const std::string& address, int por
 HttpServer::~HttpServer() {
   if (!state_->thread.joinable()) return;
   // A stream whose piece has just been taken gets its last one, too. The loop may be in the middle
-  // of sending that piece: it queues what follows the sending after the first of these handlers, and
-  // before the second.
+  // of sending that piece: what follows the sending is queued after the first of these handlers,
+  // and before the second.
   const auto finish = [this] {
     for (Connection* const each : state_->streams) each->finish();
     state_->loop.stop();
