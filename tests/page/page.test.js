@@ -110,14 +110,14 @@ pageTest("FiltersByTextSetAndState", {}, async (page) => {
   await waitForNames(page, ["scene", "mic_2"]);
 });
 
-pageTest("SendsAParameterAndShowsTheNotificationNumber", {}, async (page) => {
+pageTest("SendsAParameterAndFollowsItToTheAnswer", {}, async (page) => {
   const field = row(page, "out_gain").locator(".value input");
   await field.fill("-6.5");
   await field.press("Enter");
   const outcome = row(page, "out_gain").locator(".outcome");
-  await outcome.filter({ hasText: /^sent #\d+$/ }).waitFor();
+  await outcome.filter({ hasText: /^#\d+ answered$/ }).waitFor();
   const number = /\d+/.exec(await outcome.textContent())[0];
-  await page.locator("#sent").getByText(`sent #${number} out_gain −6.5`).waitFor();
+  await page.locator("#sent").getByText(`out_gain −6.5#${number} answered`).waitFor();
   assert.match(await rig.simulator.line("SetParams"), /out\.gain float -6\.5$/);
   await page.waitForFunction(
     () => document.querySelector('.row[data-name="out_gain"] [type=range]').value === "-6.5",
@@ -173,7 +173,7 @@ pageTest("KeepsWhatSomebodyIsTypingWhenAnAnswerArrives", {}, async (page) => {
   await page.locator("#sent").getByText("delay 51").first().waitFor();
   await field.fill("52");
   release();
-  await row(page, "delay").locator(".outcome").filter({ hasText: /^sent/ }).waitFor();
+  await row(page, "delay").locator(".outcome").filter({ hasText: /^#\d+ / }).waitFor();
   rig.host.child.stdin.write("set delay 53\n");
   await page.locator("#sent").getByText("delay 53").first().waitFor();
   // By the time another row has changed, the page has taken the 53.

@@ -14,7 +14,7 @@ async function change(page, name, value) {
   const field = row(page, name).locator(".value input");
   await field.fill(value);
   await field.press("Enter");
-  await row(page, name).locator(".outcome").filter({ hasText: /^sent / }).waitFor();
+  await row(page, name).locator(".outcome").filter({ hasText: /^#\d+ answered$/ }).waitFor();
   await row(page, name).locator(".age").filter({ hasText: / s$/ }).waitFor();
   await field.blur();
 }

@@ -30,6 +30,15 @@ Json logLineCounts(const LogBook& log) {
   return counts;
 }
 
+// In seconds.
+double ageIn(Clock::duration age) {
+  return std::round(Seconds(age).count() * 1000) / 1000;
+}
+
+Json jsonOf(const Delivery& delivery) {
+  return {{"state", nameOf(delivery.state)}, {"reason", delivery.reason}};
+}
+
 [[noreturn]] void throwWrongShape() {
   throw std::invalid_argument(
       R"(the body has to be {"changes":[{"name":"out_gain","value":-6.5}]})");
@@ -55,9 +64,38 @@ Json jsonOf(const SlotLabel& label, const SlotState& state, Clock::time_point no
           {"name", label.name},
           {"key", label.key},
           {"value", tools::jsonOf(state.value)},
-          {"age", std::round(Seconds(now - state.changed).count() * 1000) / 1000},
+          {"age", ageIn(now - state.changed)},
           {"moved", state.hasMoved()},
           {"changes", state.changes}};
+}
+
+Json jsonOf(const Link& link, Clock::time_point now) {
+  const auto& last = link.calls.lastMessage;
+  return {{"link", standin::nameOf(link.set)},
+          {"state", nameOf(link.state)},
+          {"words", link.words},
+          {"target", link.target},
+          {"connected", isConnected(link.state)},
+          {"since", ageIn(now - link.since)},
+          {"attempts", link.calls.started},
+          {"succeeded", link.calls.succeeded},
+          {"failed", link.calls.failed},
+          {"messages", link.calls.messages},
+          {"rate", std::round(link.rate * 100) / 100},
+          {"lastMessage", last ? Json(ageIn(now - *last)) : Json()}};
+}
+
+Json linksOf(const RunningModule& module) {
+  const auto now = Clock::now();
+  Json links = Json::array();
+  for (const Link& link : module.links()) links.push_back(jsonOf(link, now));
+  return links;
+}
+
+Json jsonOf(unsigned number, const Delivery& delivery) {
+  Json json = jsonOf(delivery);
+  json["number"] = number;
+  return json;
 }
 
 Json jsonOf(const Notification& notification) {
@@ -67,7 +105,8 @@ Json jsonOf(const Notification& notification) {
   }
   return {{"number", notification.number},
           {"time", secondsSince1970(notification.time)},
-          {"changes", changes}};
+          {"changes", changes},
+          {"delivery", jsonOf(notification.delivery)}};
 }
 
 Json jsonOf(const standin::LogLine& line) {
@@ -88,6 +127,7 @@ Json statusOf(const RunningModule& module, const LogBook& log) {
           {"time", secondsSince1970(now)},
           {"startTime", secondsSince1970(module.startTime())},
           {"uptime", Seconds(now - module.startTime()).count()},
+          {"links", linksOf(module)},
           {"slots", slotCounts(module.board())},
           {"changes", module.board().changeCount()},
           {"notifications", module.notificationCount()},

@@ -23,14 +23,27 @@ double secondsSince1970(std::chrono::system_clock::time_point time);
 // value changed or since the start.
 nlohmann::json jsonOf(const SlotLabel& label, const SlotState& state, Clock::time_point now);
 
-// {"number","time","changes":[{"name","value"}...]}
+// {"link","state","words","target","connected","since","attempts","succeeded","failed","messages",
+// "rate","lastMessage"}: `since` is the age of the state and `lastMessage` that of the latest
+// message, in seconds; null if there was none.
+nlohmann::json jsonOf(const Link& link, Clock::time_point now);
+
+// All links, as above.
+nlohmann::json linksOf(const RunningModule& module);
+
+// {"number","state","reason"}: the state is "unknown", "not-sent", "waiting", "answered" or
+// "failed".
+nlohmann::json jsonOf(unsigned number, const Delivery& delivery);
+
+// {"number","time","changes":[{"name","value"}...],"delivery"}: the delivery as above, without the
+// number.
 nlohmann::json jsonOf(const Notification& notification);
 
 // {"time","level","file","line","text"}
 nlohmann::json jsonOf(const standin::LogLine& line);
 
 // {"name","config","module","targets":{"meters","engine"},"version","time","startTime","uptime",
-//  "slots":{"fast","slow","engine"},"changes","notifications","logLines":{"trace","network",
+//  "links","slots":{"fast","slow","engine"},"changes","notifications","logLines":{"trace","network",
 //  "fault","error"}}: the uptime is in seconds.
 nlohmann::json statusOf(const RunningModule& module, const LogBook& log);
 

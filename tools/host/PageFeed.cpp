@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <chrono>
 #include <random>
 #include <string_view>
@@ -14,6 +15,8 @@ namespace host {
 namespace {
 
 using Json = nlohmann::json;
+
+constexpr std::chrono::seconds beatPeriod(1);
 
 const std::string& instanceOfThisRun() {
   static const std::string instance = [] {
@@ -36,7 +39,7 @@ std::string PageFeed::next() {
 }
 
 std::string PageFeed::quiet() {
-  return eventText("quiet", nullptr);
+  return ": quiet\n\n";
 }
 
 std::string PageFeed::last() {
@@ -52,6 +55,7 @@ Json PageFeed::snapshot() {
   picture["log"] = Json::array();
   picture["notifications"] = Json::array();
   addNotes(picture);
+  deliveries_ = module_.deliveriesSince(UINT64_MAX).next;
   return picture;
 }
 
@@ -64,6 +68,7 @@ Json PageFeed::update() {
   }
   if (!changes.slots.empty()) news["changes"] = module_.board().changeCount();
   addNotes(news);
+  addLinks(news);
   if (!news.is_null()) news["time"] = secondsSince1970(std::chrono::system_clock::now());
   return news;
 }
@@ -76,6 +81,21 @@ void PageFeed::addNotes(Json& to) {
     lastNotification_ = notification.number;
     to["notifications"].push_back(jsonOf(notification));
   }
+}
+
+void PageFeed::addLinks(Json& to) {
+  const auto deliveries = module_.deliveriesSince(deliveries_);
+  deliveries_ = deliveries.next;
+  for (const auto& [number, delivery] : deliveries.changed) {
+    to["deliveries"].push_back(jsonOf(number, delivery));
+  }
+  const Links links = module_.links();
+  std::array<LinkState, 3> states{};
+  std::transform(links.begin(), links.end(), states.begin(), [](const Link& l) { return l.state; });
+  const auto now = Clock::now();
+  if (std::exchange(linkStates_, states) == states && now < nextBeat_) return;
+  nextBeat_ = now + beatPeriod;
+  to["links"] = linksOf(module_);
 }
 
 }  // namespace host

@@ -1,6 +1,7 @@
 // What one event stream of the live page says, as server-sent events: "snapshot" first, with
-// everything there is, then "update" with what has changed since, "quiet" when nothing does, and
-// "stopped" when the module is about to stop.
+// everything there is, then "update" with what has changed since, and "stopped" when the module is
+// about to stop. An update comes at least once a second while the module's values are sampled, so
+// silence means that they are not.
 //
 // A reader that is slow to take what it gets hears less often, and of the latest values only.
 //
@@ -8,6 +9,7 @@
 // Ownership: module and log are borrowed.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -23,6 +25,7 @@ class PageFeed : public HttpStream {
   PageFeed(const RunningModule& module, const LogBook& log) : module_(module), log_(log) {}
 
   std::string next() override;
+  // A comment, which readers ignore.
   std::string quiet() override;
   std::string last() override;
 
@@ -30,10 +33,12 @@ class PageFeed : public HttpStream {
   // {"instance","status","time","slots","log","notifications"}: `instance` is different for each
   // run of the program.
   nlohmann::json snapshot();
-  // {"time","slots":[[index,value]...],"log":[...],"notifications":[...],"changes"}: a member that
-  // has nothing new is absent; null if none has. A slot that is named here has changed just now.
+  // {"time","slots":[[index,value]...],"log":[...],"notifications":[...],"changes","deliveries",
+  // "links"}: a member that has nothing new is absent; null if none has. A slot that is named here
+  // has changed just now. The links are there once a second, and when a state changes.
   nlohmann::json update();
   void addNotes(nlohmann::json& to);
+  void addLinks(nlohmann::json& to);
 
   const RunningModule& module_;
   const LogBook& log_;
@@ -42,6 +47,9 @@ class PageFeed : public HttpStream {
   std::uint64_t look_ = 0;
   std::uint64_t nextLine_ = 0;
   unsigned lastNotification_ = 0;
+  std::uint64_t deliveries_ = 0;
+  std::array<LinkState, 3> linkStates_{};
+  Clock::time_point nextBeat_;
 };
 
 }  // namespace host

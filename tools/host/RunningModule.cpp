@@ -79,6 +79,7 @@ RunningModule::RunningModule(const Setup& setup,
   const gateway::ConfigManager config(setup.config);
   metersTarget_ = config.metersTarget;
   engineTarget_ = config.engineTarget;
+  connections_.emplace(config, setup.watchesCalls);
 
   host_.setLogSink(std::move(logSink));
   startTime_ = std::chrono::system_clock::now();
@@ -109,6 +110,7 @@ void RunningModule::sample() {
     const std::lock_guard lock(mutex_);
     board_->sample(Clock::now());
   }
+  connections_->sample(Clock::now());
   std::erase_if(lookWatches_, [](const auto& watch) { return watch.expired(); });
   for (const auto& watch : lookWatches_) (*watch.lock())();
 }
@@ -132,6 +134,7 @@ Notification RunningModule::set(const std::vector<Change>& changes) {
   notification.time = std::chrono::system_clock::now();
   notifications_.push_back(notification);
   if (notifications_.size() > notificationsKept) notifications_.pop_front();
+  const CallWatch::Attribution attribution(notification.number);
   instance_.set(resolved);
   return notification;
 }
@@ -147,9 +150,23 @@ std::vector<Notification> RunningModule::notificationsAfter(unsigned number) con
   const std::lock_guard lock(mutex_);
   std::vector<Notification> later;
   for (const Notification& notification : notifications_) {
-    if (notification.number > number) later.push_back(notification);
+    if (notification.number <= number) continue;
+    later.push_back(notification);
+    later.back().delivery = deliveryOf(notification.number);
   }
   return later;
+}
+
+// The module makes a call for each notification, unless there is no service to call.
+Delivery RunningModule::deliveryOf(unsigned number) const {
+  if (engineTarget_.empty()) return {Delivery::State::NotSent, "there is no engine service"};
+  const CallWatch* const calls = connections_->calls();
+  return calls == nullptr ? Delivery{} : calls->deliveryOf(number);
+}
+
+CallWatch::Deliveries RunningModule::deliveriesSince(std::uint64_t since) const {
+  const CallWatch* const calls = connections_->calls();
+  return calls == nullptr ? CallWatch::Deliveries{} : calls->deliveriesSince(since);
 }
 
 unsigned RunningModule::notificationCount() const {

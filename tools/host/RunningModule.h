@@ -20,6 +20,7 @@
 #include "standin/Engine.h"
 #include "standin/Host.h"
 #include "standin/LoadedModule.h"
+#include "tools/host/Connections.h"
 #include "tools/host/SlotBoard.h"
 
 namespace host {
@@ -31,9 +32,10 @@ struct Refused : std::runtime_error {
 
 // What to start, and from which files.
 struct Setup {
-  std::string config;  // path of the configuration file
-  std::string module;  // path of the module's file
-  std::string name;    // of the instance, at most 31 bytes
+  std::string config;        // path of the configuration file
+  std::string module;        // path of the module's file
+  std::string name;          // of the instance, at most 31 bytes
+  bool watchesCalls = true;  // otherwise the module's links are unknown
 };
 
 // A parameter change as people write it: the type of the slot says how to read the value.
@@ -49,6 +51,7 @@ struct Notification {
   unsigned number = 0;  // rises from 1
   std::chrono::system_clock::time_point time;
   std::vector<Change> changes;  // values as stored
+  Delivery delivery;            // as of the moment when this was asked for
 };
 
 // What a module had not returned, and what it had done wrong, when it was stopped.
@@ -83,7 +86,9 @@ class RunningModule {
   std::chrono::system_clock::time_point startTime() const { return startTime_; }
 
   const SlotBoard& board() const { return *board_; }
-  // Looks at all slots, and then calls the sinks of watchLooks. By the thread that made this.
+  Links links() const { return connections_->links(); }
+  // Looks at all slots and links, and then calls the sinks of watchLooks. By the thread that made
+  // this.
   void sample();
 
   // Calls `sink` after each look for as long as the watch lives, on the thread that samples. That
@@ -100,6 +105,9 @@ class RunningModule {
   std::vector<Notification> notificationsAfter(unsigned number) const;
   unsigned notificationCount() const;
 
+  // What became of notifications since then; 0 gives everything that is still known.
+  CallWatch::Deliveries deliveriesSince(std::uint64_t since) const;
+
  private:
   // Stops an instance instead of deleting it.
   struct Stop {
@@ -107,6 +115,7 @@ class RunningModule {
   };
 
   std::pair<standin::Slot, standin::SlotValue> resolve(const Change& change) const;
+  Delivery deliveryOf(unsigned number) const;
 
   const Setup setup_;
   standin::Host host_;
@@ -114,6 +123,7 @@ class RunningModule {
   standin::LoadedModule module_;
   standin::ModuleInstance instance_;
   std::unique_ptr<standin::ModuleInstance, Stop> running_;
+  std::optional<Connections> connections_;
   std::string metersTarget_;
   std::string engineTarget_;
   std::chrono::system_clock::time_point startTime_;

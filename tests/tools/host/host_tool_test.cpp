@@ -101,7 +101,9 @@ TEST_F(HostTool, WritesJsonLines) {
   notification.erase("time");
   EXPECT_EQ(notification, nlohmann::json::parse(R"({"event": "notification", "number": 1,
                                                     "changes": [{"name": "gain",
-                                                                 "value": "-6.5"}]})"));
+                                                                 "value": "-6.5"}],
+                                                    "delivery": {"state": "waiting",
+                                                                 "reason": ""}})"));
   auto slot = next();
   EXPECT_GE(slot["age"], 0);
   slot.erase("age");

@@ -273,10 +273,46 @@ TEST_F(Page, StreamsASnapshotAndThenOnlyChanges) {
   EXPECT_FALSE(update.contains("notifications"));
 }
 
-TEST_F(Page, StreamsQuietAndNotificationsFromTheTerminal) {
+TEST_F(Page, SaysHowTheLinksAreAlthoughNothingChanges) {
+  EventStream events(origin);
+  const Json status = events.next("snapshot").data["status"];
+  ASSERT_EQ(status["links"].size(), 3u);
+  for (int beats = 0; beats < 3;) {
+    const Json update = events.next("update").data;
+    EXPECT_FALSE(update.contains("slots"));
+    if (!update.contains("links")) continue;
+    ++beats;
+    EXPECT_EQ(update["links"][0]["link"], "fast");
+    EXPECT_EQ(update["links"][0]["target"], servers.metersTarget());
+    EXPECT_EQ(update["links"][0]["attempts"], 1);
+    EXPECT_EQ(update["links"][0]["messages"], 0);
+  }
+}
+
+TEST_F(Page, FollowsAParameterToItsAnswer) {
   EventStream events(origin);
   events.next("snapshot");
-  EXPECT_EQ(events.next("quiet").data, nullptr);
+  const auto stateOf = [&](const std::string& wanted) {
+    for (;;) {
+      const Json update = events.next("update").data;
+      for (const Json& delivery : update.value("deliveries", Json::array())) {
+        EXPECT_EQ(delivery["number"], 1);
+        if (delivery["state"] == wanted) return delivery;
+      }
+    }
+  };
+  servers.command("engine hold");
+  host->writeLine("set gain 3");
+  stateOf("waiting");
+  servers.waitEvent("SetParams ");
+  servers.command("engine fail PERMISSION_DENIED");
+  servers.command("engine release");
+  EXPECT_EQ(stateOf("failed")["reason"], "PERMISSION_DENIED: ended by the simulator");
+}
+
+TEST_F(Page, StreamsNotificationsFromTheTerminal) {
+  EventStream events(origin);
+  events.next("snapshot");
   host->writeLine("set gain 3");
   Json news;
   while (!news.contains("slots") || !news.contains("notifications")) {

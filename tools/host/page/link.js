@@ -5,7 +5,7 @@ import { clockText } from "./format.js";
 import { openStream } from "./stream.js";
 import { setTitle } from "./title.js";
 
-const silenceLimit = 7000; // milliseconds; the server sends something every two seconds
+const silenceLimit = 3000; // milliseconds; gatewayctl sends something every second
 const checkPeriod = 250;
 const retryAfter = 1000;
 
@@ -24,7 +24,9 @@ async function refusal() {
 
 export class Link {
   #stream = null;
-  #heardAt = 0; // when something last arrived
+  #heardAt = performance.now(); // when something last arrived
+  #triedAt = 0; // when the stream was last opened
+  #isLost = false;
   #end = ""; // what gatewayctl said when it stopped
   #handlers;
 
@@ -37,7 +39,7 @@ export class Link {
 
   #connect() {
     this.#stream?.close();
-    this.#heardAt = performance.now();
+    this.#triedAt = performance.now();
     this.#stream = openStream();
     for (const [name, handle] of Object.entries(this.#handlers)) {
       this.#stream.addEventListener(name, (event) => this.#receive(event, handle));
@@ -49,15 +51,17 @@ export class Link {
   #receive(event, handle) {
     this.#heardAt = performance.now();
     this.#end = "";
+    this.#isLost = false;
     clock.run();
-    this.#show("live", "live");
+    this.#show("live", "page connected");
     handle(JSON.parse(event.data));
   }
 
   #checkSilence() {
-    if (!this.#stream || performance.now() - this.#heardAt <= silenceLimit) return;
-    this.#showLost("reconnecting…");
-    this.#connect();
+    const now = performance.now();
+    if (!this.#stream || (!this.#isLost && now - this.#heardAt <= silenceLimit)) return;
+    this.#showSilence();
+    if (now - this.#triedAt > silenceLimit) this.#connect();
   }
 
   #onStopped({ time }) {
@@ -67,9 +71,9 @@ export class Link {
 
   // The browser reconnects by itself, except after an answer that refuses the stream.
   async #onError() {
-    this.#showLost("reconnecting…");
+    this.#showSilence();
     if (this.#stream.readyState !== EventSource.CLOSED) {
-      this.#heardAt = performance.now();
+      this.#triedAt = performance.now();
       return;
     }
     this.#stream = null;
@@ -78,13 +82,20 @@ export class Link {
     setTimeout(() => this.#connect(), retryAfter);
   }
 
+  #showSilence() {
+    const seconds = Math.floor((performance.now() - this.#heardAt) / 1000);
+    this.#showLost(`page lost: nothing from gatewayctl for ${seconds} s`);
+  }
+
   #showLost(text) {
+    this.#isLost = true;
     clock.stop(this.#heardAt);
     this.#show(this.#end ? "stopped" : "lost", this.#end || text);
   }
 
   #show(state, text) {
     byId("connection").dataset.state = state;
+    document.body.dataset.page = state;
     setText(byId("connection"), text);
     setTitle("link", state === "live" ? "" : text);
   }

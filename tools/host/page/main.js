@@ -4,8 +4,9 @@
 import { clock } from "./clock.js";
 import "./tooltips.js";
 import { Link } from "./link.js";
+import { showLinks } from "./links.js";
 import { Log } from "./log.js";
-import { SentList } from "./parameters.js";
+import { SentList, showDeliveries } from "./parameters.js";
 import { Settings } from "./settings.js";
 import { Status } from "./status.js";
 import { Table } from "./table.js";
@@ -31,7 +32,6 @@ class Page {
     new Link({
       snapshot: (snapshot) => this.#load(snapshot),
       update: (update) => this.#update(update),
-      quiet: () => {},
     });
   }
 
@@ -42,6 +42,7 @@ class Page {
     const isRestart = this.#instance !== "" && this.#instance !== instance;
     this.#instance = instance;
     this.#status.load(status, clock.linkNow());
+    showLinks(status.links);
     this.#log.load(log, isRestart ? status.startTime : null);
     this.#sent.load(status.notifications, notifications);
     this.#settings.load(status.name);
@@ -50,12 +51,14 @@ class Page {
   }
 
   // Takes an update, which has only those members that changed.
-  #update({ slots = [], changes, log = [], notifications = [] }) {
+  #update({ slots = [], changes, log = [], notifications = [], deliveries = [], links }) {
     const now = clock.now();
     for (const [index, value] of slots) this.#table.change(index, value, now);
     if (changes !== undefined) this.#status.setChanges(changes);
     this.#log.add(log);
     this.#sent.add(notifications);
+    showDeliveries(deliveries);
+    if (links !== undefined) showLinks(links);
     this.#requestFrame();
   }
 

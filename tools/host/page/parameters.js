@@ -11,6 +11,40 @@ const isTooLong = (text) => new TextEncoder().encode(text).length > textLimit;
 // The host takes these as numbers, but no level has such a value.
 const isNoLevel = (text) => /^\s*[+-]?(nan|inf|infinity)\s*$/i.test(text);
 
+const deliveriesKept = 500;
+
+// What became of notifications, by their numbers.
+const deliveries = new Map();
+
+const deliveryTexts = {
+  unknown: () => "sent, outcome unknown",
+  waiting: () => "waiting",
+  answered: () => "answered",
+  failed: (reason) => `failed: ${reason}`,
+};
+
+// Says in an element what became of a notification, followed by a note. showDeliveries keeps it up
+// to date.
+function showDelivery(element, number, note = element.dataset.note ?? "") {
+  const { state, reason } = deliveries.get(number) ?? { state: "unknown" };
+  element.dataset.delivery = number;
+  element.dataset.note = note;
+  element.classList.toggle("bad", state === "failed");
+  setText(element, `#${number} ${deliveryTexts[state](reason)}${note}`);
+  element.title = element.textContent;
+}
+
+// Takes what has become of notifications: their number, state and reason.
+export function showDeliveries(changed) {
+  for (const { number, ...delivery } of changed) {
+    deliveries.set(number, delivery);
+    if (deliveries.size > deliveriesKept) deliveries.delete(deliveries.keys().next().value);
+    for (const element of document.querySelectorAll(`[data-delivery="${number}"]`)) {
+      showDelivery(element, number);
+    }
+  }
+}
+
 async function postChange(name, value) {
   let response;
   try {
@@ -97,6 +131,8 @@ export class Control {
   // Shows the slot's value, but never over what somebody is typing.
   show() {
     if (this.#slider) this.#showRange();
+    const { delivery } = this.#outcome.dataset;
+    if (delivery) showDelivery(this.#outcome, Number(delivery));
     if (this.#isEdited || this.#isSending || this.#shownValue === this.#slot.value) return;
     this.#showValue();
   }
@@ -166,27 +202,32 @@ export class Control {
     try {
       const number = await postChange(this.#slot.name, value);
       const cut = this.#cuts(value) ? `, ${textLimit} bytes of it` : "";
-      this.#showOutcome(`sent #${number}${cut}`, false);
+      this.#field.setAttribute("aria-invalid", "false");
+      showDelivery(this.#outcome, number, cut);
     } catch (error) {
       this.#isEdited = true;
-      this.#showOutcome(error.message, true);
+      this.#showProblem(error.message);
     }
   }
 
-  #showOutcome(text, isBad) {
+  #showProblem(text) {
     setText(this.#outcome, text);
     this.#outcome.title = text;
-    this.#outcome.classList.toggle("bad", isBad);
-    this.#field.setAttribute("aria-invalid", String(isBad));
+    delete this.#outcome.dataset.delivery;
+    this.#outcome.classList.add("bad");
+    this.#field.setAttribute("aria-invalid", "true");
   }
 }
 
 function sentElement({ number, time, changes }) {
   const element = make("li");
   const texts = changes.map(({ name, value }) => `${name} ${withMinus(value)}`);
+  const outcome = make("span", "outcome");
+  showDelivery(outcome, number);
   element.append(
     make("time", "", clockText(time)),
-    make("span", "what", `sent #${number} ${texts.join(", ")}`),
+    make("span", "what", texts.join(", ")),
+    outcome,
   );
   return element;
 }
@@ -196,6 +237,7 @@ export class SentList {
   #list = byId("sent");
 
   load(count, notifications) {
+    deliveries.clear();
     this.#list.replaceChildren();
     setText(byId("notification-count"), String(count));
     this.add(notifications);
@@ -203,6 +245,8 @@ export class SentList {
 
   add(notifications) {
     for (const notification of notifications) {
+      const { number, delivery } = notification;
+      showDeliveries([{ number, ...delivery }]);
       this.#list.prepend(sentElement(notification));
       setText(byId("notification-count"), String(notification.number));
     }
