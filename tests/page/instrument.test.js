@@ -333,10 +333,10 @@ pageTest("SaysThatALongTextIsCut", async (page) => {
   await field.fill("é".repeat(50));
   await waitForText(outcome, "only 99 bytes of this will be sent");
   await field.press("Enter");
-  await waitForText(outcome, /^sent #\d+, 99 bytes of it$/);
+  await waitForText(outcome, /^#\d+ answered, 99 bytes of it$/);
   await field.fill("é".repeat(49));
   await field.press("Enter");
-  await waitForText(outcome, /^sent #\d+$/);
+  await waitForText(outcome, /^#\d+ answered$/);
 });
 
 const axe = readFileSync(new URL("node_modules/axe-core/axe.min.js", import.meta.url), "utf8");

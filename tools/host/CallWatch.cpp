@@ -47,8 +47,6 @@ std::string_view nameOf(Delivery::State state) {
   switch (state) {
     case Delivery::State::Unknown:
       break;
-    case Delivery::State::NotSent:
-      return "not-sent";
     case Delivery::State::Waiting:
       return "waiting";
     case Delivery::State::Answered:

@@ -51,13 +51,13 @@ struct CallAccount {
 
 // What became of the calls for one notification.
 struct Delivery {
-  enum class State { Unknown, NotSent, Waiting, Answered, Failed };
+  enum class State { Unknown, Waiting, Answered, Failed };
 
   State state = State::Unknown;
   std::string reason;  // why it failed: the status and its text
 };
 
-// "not-sent", as programs read it.
+// "answered", as programs read it.
 std::string_view nameOf(Delivery::State state);
 
 class CallWatch {

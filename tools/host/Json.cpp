@@ -134,6 +134,10 @@ Json statusOf(const RunningModule& module, const LogBook& log) {
           {"logLines", logLineCounts(log)}};
 }
 
+Json readinessOf(const RunningModule& module) {
+  return {{"ready", module.isReady()}, {"links", linksOf(module)}};
+}
+
 Json slotsOf(const RunningModule& module) {
   const SlotBoard& board = module.board();
   const auto states = board.states();

@@ -31,8 +31,7 @@ nlohmann::json jsonOf(const Link& link, Clock::time_point now);
 // All links, as above.
 nlohmann::json linksOf(const RunningModule& module);
 
-// {"number","state","reason"}: the state is "unknown", "not-sent", "waiting", "answered" or
-// "failed".
+// {"number","state","reason"}: the state is "unknown", "waiting", "answered" or "failed".
 nlohmann::json jsonOf(unsigned number, const Delivery& delivery);
 
 // {"number","time","changes":[{"name","value"}...],"delivery"}: the delivery as above, without the
@@ -43,9 +42,12 @@ nlohmann::json jsonOf(const Notification& notification);
 nlohmann::json jsonOf(const standin::LogLine& line);
 
 // {"name","config","module","targets":{"meters","engine"},"version","time","startTime","uptime",
-//  "links","slots":{"fast","slow","engine"},"changes","notifications","logLines":{"trace","network",
-//  "fault","error"}}: the uptime is in seconds.
+//  "links","slots":{"fast","slow","engine"},"changes","notifications","logLines":{"trace",
+//  "network","fault","error"}}: the uptime is in seconds.
 nlohmann::json statusOf(const RunningModule& module, const LogBook& log);
+
+// {"ready","links"}: whether each stream in use has received a message lately, and all links.
+nlohmann::json readinessOf(const RunningModule& module);
 
 // {"time","slots":[...]}, each slot as above.
 nlohmann::json slotsOf(const RunningModule& module);

@@ -35,6 +35,11 @@ enum class LinkState {
   Failing,     // connected, but the latest call failed; engine service only
 };
 
+inline constexpr std::array linkStates{
+    LinkState::Off,      LinkState::Unknown, LinkState::Idle,      LinkState::Connecting,
+    LinkState::NoServer, LinkState::Waiting, LinkState::Connected, LinkState::Receiving,
+    LinkState::Silent,   LinkState::Failing};
+
 // "no-server", as programs read it.
 std::string_view nameOf(LinkState state);
 

@@ -115,6 +115,60 @@ void addSlots(Text& text, std::string_view metric, const SlotBoard& board,
   }
 }
 
+template <class Use>
+void forKnown(const Links& links, const Use& use) {
+  for (const Link& link : links) {
+    const bool isKnown = link.state != LinkState::Off && link.state != LinkState::Unknown;
+    if (isKnown) use(standin::nameOf(link.set), link);
+  }
+}
+
+void addStates(Text& text, const Links& links) {
+  text.family("gateway_link_state", "gauge", "1 for the state of each link, 0 for its others.");
+  for (const Link& link : links) {
+    for (const LinkState state : linkStates) {
+      text.sample("gateway_link_state",
+                  {{"link", standin::nameOf(link.set)}, {"state", nameOf(state)}},
+                  state == link.state ? "1" : "0");
+    }
+  }
+  text.family("gateway_link_connected", "gauge", "Whether the link has a connection.");
+  forKnown(links, [&](std::string_view name, const Link& link) {
+    text.sample("gateway_link_connected", {{"link", name}, {"target", link.target}},
+                isConnected(link.state) ? "1" : "0");
+  });
+}
+
+void addMessages(Text& text, const Links& links, Clock::time_point now) {
+  text.family("gateway_link_messages_total", "counter", "Messages received.");
+  forKnown(links, [&](std::string_view name, const Link& link) {
+    text.sample("gateway_link_messages_total", {{"link", name}},
+                fmt::to_string(link.calls.messages));
+  });
+  text.family("gateway_link_last_message_age_seconds", "gauge",
+              "Time since the latest message; absent if there was none.");
+  forKnown(links, [&](std::string_view name, const Link& link) {
+    if (!link.calls.lastMessage) return;
+    text.sample("gateway_link_last_message_age_seconds", {{"link", name}},
+                numberText(Seconds(now - *link.calls.lastMessage).count()));
+  });
+}
+
+void addCalls(Text& text, const Links& links) {
+  text.family("gateway_link_calls_started_total", "counter", "Calls started.");
+  forKnown(links, [&](std::string_view name, const Link& link) {
+    text.sample("gateway_link_calls_started_total", {{"link", name}},
+                fmt::to_string(link.calls.started));
+  });
+  text.family("gateway_link_calls_total", "counter", "Calls that have ended, by outcome.");
+  forKnown(links, [&](std::string_view name, const Link& link) {
+    text.sample("gateway_link_calls_total", {{"link", name}, {"outcome", "succeeded"}},
+                fmt::to_string(link.calls.succeeded));
+    text.sample("gateway_link_calls_total", {{"link", name}, {"outcome", "failed"}},
+                fmt::to_string(link.calls.failed));
+  });
+}
+
 void addCounts(Text& text, const RunningModule& module, const LogBook& log) {
   text.family("gateway_slot_changes_total", "counter", "Changes found in all slots.");
   text.sample("gateway_slot_changes_total", {}, fmt::to_string(module.board().changeCount()));
@@ -156,6 +210,13 @@ std::string metricsOf(const RunningModule& module, const LogBook& log) {
   addSlots(text, "gateway_slot_age_seconds", board, states, [&](const SlotState& state) {
     return numberText(Seconds(now - state.changed).count());
   });
+  text.family("gateway_slot_moved", "gauge", "Whether the value of a slot has ever changed.");
+  addSlots(text, "gateway_slot_moved", board, states,
+           [](const SlotState& state) { return state.hasMoved() ? "1" : "0"; });
+  const Links links = module.links();
+  addStates(text, links);
+  addMessages(text, links, now);
+  addCalls(text, links);
   addCounts(text, module, log);
   addProcess(text, module);
   return text.take();

@@ -84,6 +84,7 @@ class PageServer::Routes final : public HttpHandler {
   HttpResponse index(const HttpRequest& request) const;
   HttpAnswer events() const;
   HttpResponse set(const HttpRequest& request);
+  HttpResponse ready() const;
 
   RunningModule& module_;
   const LogBook& log_;
@@ -112,6 +113,7 @@ void PageServer::Routes::addRoutes() {
       {verb::post, "/api/set", [this](auto& request) { return set(request); }, 65536},
       {verb::get, "/metrics",
        [this](auto&) { return responseOf(metricsType, metricsOf(module_, log_)); }},
+      {verb::get, "/ready", [this](auto&) { return ready(); }},
   };
   for (const page::EmbeddedFile& file : page::files) {
     if (file.name == indexFile) continue;
@@ -189,6 +191,13 @@ HttpResponse PageServer::Routes::set(const HttpRequest& request) try {
   return responseOf({{"notification", notification.number}});
 } catch (const std::invalid_argument& error) {
   throw HttpRefusal(status::bad_request, error.what());
+}
+
+HttpResponse PageServer::Routes::ready() const {
+  const nlohmann::json readiness = readinessOf(module_);
+  HttpResponse response = responseOf(readiness);
+  if (!readiness["ready"]) response.result(status::service_unavailable);
+  return response;
 }
 
 // ---- The page -------------------------------------------------------------------------------

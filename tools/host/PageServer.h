@@ -7,6 +7,7 @@
 //   POST /api/set      changes engine slots in one notification: takes what changesIn reads, and
 //                      gives {"notification":NUMBER}
 //   GET  /metrics      for monitoring systems, as metricsOf gives them
+//   GET  /ready        200 while the module is ready, otherwise 503; as readinessOf gives it
 //
 // PageAccess decides who may ask, before the body of a request is read. A refused request gets a
 // fitting status and {"error": reason}. HttpLimits bounds what clients may send and hold; only

@@ -41,7 +41,7 @@ Row rowOf(const SlotLabel& label, const SlotState& state, Clock::time_point now)
           nameOf(label.type),
           tools::printable(label.name),
           isText ? tools::jsonText(tools::jsonOf(state.value)) : standin::textOf(state.value),
-          state.hasMoved() ? ageText(now - state.changed) : "unmoved",
+          state.hasMoved() ? ageText(now - state.changed) : "unchanged",
           tools::printable(label.key)};
 }
 
@@ -129,7 +129,12 @@ void Reporter::slots(const SlotBoard& board, const std::vector<std::size_t>& ind
 }
 
 void Reporter::notified(const Notification& notification) const {
-  if (json_) return printEvent("notification", jsonOf(notification));
+  if (json_) {
+    // Its outcome has events of its own.
+    Json fields = jsonOf(notification);
+    fields.erase("delivery");
+    return printEvent("notification", std::move(fields));
+  }
   std::string line = fmt::format("notification {}", notification.number);
   for (const auto& [name, value] : notification.changes) {
     line += fmt::format(" {} {}", tools::printable(name), tools::printable(value));
@@ -147,6 +152,20 @@ void Reporter::decided(const Expectations::Outcome& outcome) const {
   print(fmt::format("expected {}: {} after {:.1f} s, {}", tools::printable(outcome.text),
                     outcome.isMet ? "met" : "not met", outcome.seconds,
                     tools::printable(outcome.value)));
+}
+
+void Reporter::delivered(unsigned number, const Delivery& delivery) const {
+  using State = Delivery::State;
+  if (delivery.state == State::Waiting || delivery.state == State::Unknown) return;
+  if (json_) return printEvent("delivery", jsonOf(number, delivery));
+  const std::string reason = delivery.reason.empty() ? "" : ": " + delivery.reason;
+  print(fmt::format("notification {} {}{}", number, nameOf(delivery.state),
+                    tools::printable(reason)));
+}
+
+void Reporter::linkChanged(const Link& link, Clock::time_point now) const {
+  if (json_) return printEvent("link", jsonOf(link, now));
+  print(fmt::format("link {}: {}", standin::nameOf(link.set), tools::printable(link.words)));
 }
 
 void Reporter::help(const std::string& text) const {

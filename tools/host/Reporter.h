@@ -41,6 +41,11 @@ class Reporter {
   // text: expected out_level in -60..0 within 5s: met after 0.3 s, -23.4
   // JSON: {"event":"expectation","text","met","seconds","value"}
   void decided(const Expectations::Outcome& outcome) const;
+  // What became of a notification, once that is known. text: notification 3 answered; JSON:
+  // {"event":"delivery", and what jsonOf gives}
+  void delivered(unsigned number, const Delivery& delivery) const;
+  // text: link fast: receiving 20 messages/s; JSON: {"event":"link", and what jsonOf gives}
+  void linkChanged(const Link& link, Clock::time_point now) const;
   // JSON: {"event":"help","text"}
   void help(const std::string& text) const;
   // text: a table; JSON: what jsonOf gives

@@ -105,6 +105,11 @@ Leftovers RunningModule::stop() {
   return leftovers;
 }
 
+bool RunningModule::isReady() const {
+  const std::chrono::duration<double> age(setup_.readyAge);
+  return host::isReady(links(), std::chrono::duration_cast<Clock::duration>(age), Clock::now());
+}
+
 void RunningModule::sample() {
   {
     const std::lock_guard lock(mutex_);
@@ -157,9 +162,7 @@ std::vector<Notification> RunningModule::notificationsAfter(unsigned number) con
   return later;
 }
 
-// The module makes a call for each notification, unless there is no service to call.
 Delivery RunningModule::deliveryOf(unsigned number) const {
-  if (engineTarget_.empty()) return {Delivery::State::NotSent, "there is no engine service"};
   const CallWatch* const calls = connections_->calls();
   return calls == nullptr ? Delivery{} : calls->deliveryOf(number);
 }

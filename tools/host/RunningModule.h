@@ -36,6 +36,7 @@ struct Setup {
   std::string module;        // path of the module's file
   std::string name;          // of the instance, at most 31 bytes
   bool watchesCalls = true;  // otherwise the module's links are unknown
+  double readyAge = 10;      // seconds that a stream's latest message may be old
 };
 
 // A parameter change as people write it: the type of the slot says how to read the value.
@@ -87,6 +88,8 @@ class RunningModule {
 
   const SlotBoard& board() const { return *board_; }
   Links links() const { return connections_->links(); }
+  // Whether each meter stream in use has received a message within Setup::readyAge.
+  bool isReady() const;
   // Looks at all slots and links, and then calls the sinks of watchLooks. By the thread that made
   // this.
   void sample();

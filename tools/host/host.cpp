@@ -28,6 +28,7 @@
 #include "tools/host/LogBook.h"
 #include "tools/host/PageServer.h"
 #include "tools/host/PageSettings.h"
+#include "tools/host/ReadyFile.h"
 #include "tools/host/Reporter.h"
 #include "tools/host/RunningModule.h"
 
@@ -49,6 +50,7 @@ struct Options {
   std::string junit;  // path of the report; empty for none
   bool noPage = false;
   PageSettings page;
+  std::string readyFile;
 };
 
 // ---- Running --------------------------------------------------------------------------------
@@ -88,6 +90,7 @@ class Run {
   int judge(const Expectations& expectations) const;
   std::unique_ptr<PageServer> openPage(RunningModule& module) const;
   void watch(const RunningModule& module);
+  void printLinks(const RunningModule& module);
   void printNotifications(const RunningModule& module);
   int cycle();
   void log(const standin::LogLine& line);
@@ -100,6 +103,8 @@ class Run {
   LogBook logBook_;
   std::optional<std::uint64_t> watched_;  // the last look whose changes have been printed
   unsigned notificationsPrinted_ = 0;
+  std::uint64_t deliveriesPrinted_ = 0;
+  std::array<std::optional<LinkState>, 3> linksPrinted_;
 };
 
 void Run::log(const standin::LogLine& line) {
@@ -128,6 +133,7 @@ int Run::attend(RunningModule& module) {
   const bool isTest = !options_.expected.empty();
   Console console(module, reporter_);
   const auto page = openPage(module);
+  ReadyFile readyFile(options_.readyFile);
 
   for (;;) {
     const auto now = Clock::now();
@@ -135,6 +141,8 @@ int Run::attend(RunningModule& module) {
       module.sample();
       if (isTest && expectations.check(now)) return judge(expectations);
       nextLook = now + lookPeriod;
+      readyFile.show(module.isReady());
+      printLinks(module);
     }
     printNotifications(module);
     if (now >= nextWatch) {
@@ -176,11 +184,26 @@ std::unique_ptr<PageServer> Run::openPage(RunningModule& module) const {
   return page;
 }
 
-// Those of all origins: --set, a command, or the live page.
+// Those of all origins (--set, a command, or the live page), and what became of them.
 void Run::printNotifications(const RunningModule& module) {
+  // First, so that none of them belongs to a notification that has not been printed.
+  const auto deliveries = module.deliveriesSince(deliveriesPrinted_);
   for (const auto& notification : module.notificationsAfter(notificationsPrinted_)) {
     reporter_.notified(notification);
     notificationsPrinted_ = notification.number;
+  }
+  deliveriesPrinted_ = deliveries.next;
+  for (const auto& [number, delivery] : deliveries.changed) reporter_.delivered(number, delivery);
+}
+
+// Prints each link at first, and again whenever its state has changed.
+void Run::printLinks(const RunningModule& module) {
+  if (!options_.watch && !options_.json) return;
+  const Links links = module.links();
+  for (std::size_t i = 0; i < links.size(); ++i) {
+    if (linksPrinted_[i] == links[i].state) continue;
+    linksPrinted_[i] = links[i].state;
+    reporter_.linkChanged(links[i], Clock::now());
   }
 }
 
@@ -203,8 +226,10 @@ void Run::watch(const RunningModule& module) {
 
 int Run::cycle() {
   Arrival arrival = Arrival::Nothing;
+  Setup setup = options_.setup;
+  setup.watchesCalls = false;
   const auto report = runCycles(
-      options_.setup, options_.cycles, [this](const auto& line) { log(line); },
+      setup, options_.cycles, [this](const auto& line) { log(line); },
       [&] {
         arrival = tools::waitFor(signals_, nullptr, tools::momentIn(options_.seconds.value_or(0)));
         return arrival != Arrival::Signal;
@@ -263,6 +288,20 @@ void setPageAddress(PageSettings& page, const std::string& text) {
   }
 }
 
+// Returns the option that can't be combined with --cycles.
+CLI::Option* addReadyOptions(CLI::App& host, Options& options) {
+  auto* file = host.add_option("--ready-file", options.readyFile,
+                               "Keep this file in existence while the module is ready: while each "
+                               "meter stream in use has received a message lately.");
+  file->type_name("FILE");
+  host.add_option("--ready-age", options.setup.readyAge,
+                  "How old a stream's latest message may be for --ready-file and GET /ready.")
+      ->type_name("SECONDS")
+      ->capture_default_str()
+      ->check(tools::numbersFrom(0.1, 86400.0), "");
+  return file;
+}
+
 // Returns the options that can't be combined with --cycles.
 std::array<CLI::Option*, 2> addPageOptions(CLI::App& host, Options& options) {
   auto* page = host.add_option_function<std::string>(
@@ -294,7 +333,9 @@ void addOptions(CLI::App& host, Options& options) {
         return name.size() <= 31 ? "" : "the name has more than 31 bytes";
       });
   host.add_flag("--json", options.json, "Print JSON lines.");
-  auto* watch = host.add_flag("--watch", options.watch, "Print each slot when its value changes.");
+  auto* watch = host.add_flag(
+      "--watch", options.watch,
+      "Print each slot when its value changes, and each connection when its state changes.");
   host.add_option("--watch-rate", options.watchRate,
                   "With --watch, print at most N changes of a slot per second, 0.1 to 20.")
       ->type_name("N")
@@ -318,11 +359,12 @@ void addOptions(CLI::App& host, Options& options) {
       ->type_name("FILE")
       ->needs(expect);
   const auto page = addPageOptions(host, options);
+  auto* ready = addReadyOptions(host, options);
   auto* cycles = host.add_option("--cycles", options.cycles,
                                  "Start and stop the module N times, then report what it left "
                                  "behind.");
   cycles->type_name("N")->check(tools::numbersFrom(1u, 1000000u), "");
-  cycles->excludes(watch)->excludes(set)->excludes(expect);
+  cycles->excludes(watch)->excludes(set)->excludes(expect)->excludes(ready);
   for (CLI::Option* option : page) cycles->excludes(option);
 }
 

@@ -2,10 +2,14 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <sstream>
+#include <thread>
 
 #include "meters.pb.h"
 #include "tests/support/FileText.h"
@@ -45,11 +49,11 @@ TEST_F(HostTool, ListsSlotsWithAgesAndKeysAndStopsAtQuit) {
   host.writeLine("set gain -6.5");
   host.waitLine("notification 1");
   host.writeLine("slots");
-  EXPECT_EQ(host.waitLine("SET"), "SET     TYPE    NAME    VALUE  AGE      KEY");
-  EXPECT_EQ(host.waitLine("fast    string"), "fast    string  state   \"\"     unmoved  state");
-  EXPECT_EQ(host.waitLine("fast    float"), "fast    float   level   -60.5  unmoved  out.level");
-  EXPECT_EQ(host.waitLine("engine  int"), "engine  int     delay   0      unmoved  delay");
-  EXPECT_EQ(host.waitLine("engine  uint"), "engine  uint    preset  0      unmoved  preset");
+  EXPECT_EQ(host.waitLine("SET"), "SET     TYPE    NAME    VALUE  AGE        KEY");
+  EXPECT_EQ(host.waitLine("fast    string"), "fast    string  state   \"\"     unchanged  state");
+  EXPECT_EQ(host.waitLine("fast    float"), "fast    float   level   -60.5  unchanged  out.level");
+  EXPECT_EQ(host.waitLine("engine  int"), "engine  int     delay   0      unchanged  delay");
+  EXPECT_EQ(host.waitLine("engine  uint"), "engine  uint    preset  0      unchanged  preset");
   EXPECT_EQ(host.waitLine("engine  float").substr(0, 32), "engine  float   gain    -6.5   0");
   host.writeLine("quit");
   EXPECT_EQ(host.waitExit(), 0);
@@ -64,9 +68,9 @@ TEST_F(HostTool, GetsSlotsByNameFromAllSets) {
                                    "Meter=Key=c CustomKey=other\n");
   ToolProcess host({"host", path, "--no-page"});
   host.writeLine("get same");
-  EXPECT_EQ(host.waitLine("SET"), "SET   TYPE  NAME  VALUE  AGE      KEY");
-  EXPECT_EQ(host.waitLine("fast"), "fast  int   same  0      unmoved  a");
-  EXPECT_EQ(host.waitLine("slow"), "slow  int   same  2      unmoved  b");
+  EXPECT_EQ(host.waitLine("SET"), "SET   TYPE  NAME  VALUE  AGE        KEY");
+  EXPECT_EQ(host.waitLine("fast"), "fast  int   same  0      unchanged  a");
+  EXPECT_EQ(host.waitLine("slow"), "slow  int   same  2      unchanged  b");
   host.writeLine("quit");
   EXPECT_EQ(host.waitExit(), 0);
   EXPECT_EQ(host.lines().size(), 3u);
@@ -84,12 +88,21 @@ TEST_F(HostTool, PrintsASlotWhenItsValueChanges) {
   EXPECT_EQ(host.waitLine("engine gain"), "engine gain 1");
   host.writeLine("quit");
   EXPECT_EQ(host.waitExit(), 0);
-  EXPECT_EQ(host.lines().size(), 5u + 1 + 2);  // all slots, the notification, the changes
+  const auto lines = host.lines();
+  const auto isOfSlots = [](const std::string& line) { return !line.starts_with("link "); };
+  // All slots, the notification, its outcome, and the changes.
+  EXPECT_EQ(std::count_if(lines.begin(), lines.end(), isOfSlots), 5 + 1 + 1 + 2);
 }
 
 TEST_F(HostTool, WritesJsonLines) {
   ToolProcess host({"host", config(), "--no-page", "--json", "--watch", "--set", "gain=-6.5"});
-  const auto next = [&] { return nlohmann::json::parse(host.waitLine("{")); };
+  // Without the events whose moment depends on the servers.
+  const auto next = [&] {
+    for (;;) {
+      auto event = nlohmann::json::parse(host.waitLine("{"));
+      if (event["event"] != "link" && event["event"] != "delivery") return event;
+    }
+  };
   EXPECT_EQ(next(), (nlohmann::json{{"event", "started"},
                                     {"module", "gateway"},
                                     {"config", files.path("gateway.conf")},
@@ -101,9 +114,7 @@ TEST_F(HostTool, WritesJsonLines) {
   notification.erase("time");
   EXPECT_EQ(notification, nlohmann::json::parse(R"({"event": "notification", "number": 1,
                                                     "changes": [{"name": "gain",
-                                                                 "value": "-6.5"}],
-                                                    "delivery": {"state": "waiting",
-                                                                 "reason": ""}})"));
+                                                                 "value": "-6.5"}]})"));
   auto slot = next();
   EXPECT_GE(slot["age"], 0);
   slot.erase("age");
@@ -124,6 +135,99 @@ TEST_F(HostTool, WritesJsonLines) {
                                      "help, quit"}}));
   host.writeLine("quit");
   EXPECT_EQ(host.waitExit(), 0);
+}
+
+// Looks again and again, since other processes make and remove files without notice.
+bool waitUntil(const std::function<bool()>& condition) {
+  const auto end = std::chrono::steady_clock::now() + patience;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return true;
+}
+
+// ---- Connections ------------------------------------------------------------------------------
+
+TEST_F(HostTool, PrintsALinkWhenItsStateChanges) {
+  ToolProcess host({"host", config(), "--no-page", "--watch"});
+  const std::string meters = servers.metersTarget();
+  EXPECT_EQ(
+      host.waitLine("link engine:"),
+      "link engine: not connected to " + servers.engineTarget() + " until a parameter is sent");
+  servers.waitEvent("open slow ");
+  servers.command("send fast " + level(-12.5f));
+  EXPECT_TRUE(host.waitLine("link fast: receiving").ends_with("connected for 0 s"));
+  EXPECT_EQ(host.waitLine("link slow: connected to " + meters + ", nothing"),
+            "link slow: connected to " + meters + ", nothing received for 5 s");
+  servers.command("end slow UNAVAILABLE");
+  EXPECT_EQ(host.waitLine("link slow: stream"),
+            "link slow: stream over (ended by the server, or an unreadable message), next attempt "
+            "in 4 s");
+  servers.kill();
+  host.waitLine("link fast: no server at " + meters + ", trying again");
+}
+
+TEST_F(HostTool, ReportsLinksAndOutcomesAsJson) {
+  ToolProcess host({"host", config(), "--no-page", "--json"});
+  servers.waitEvent("open fast ");
+  servers.command("send fast " + level(-12.5f));
+  auto link = nlohmann::json::object();
+  while (link.value("state", "") != "receiving") {
+    link = nlohmann::json::parse(host.waitLine("{\"attempts\""));
+  }
+  EXPECT_EQ(link["event"], "link");
+  EXPECT_EQ(link["link"], "fast");
+  EXPECT_EQ(link["connected"], true);
+  EXPECT_EQ(link["messages"], 1);
+  servers.command("engine fail INTERNAL");
+  host.writeLine("set gain 1");
+  EXPECT_EQ(nlohmann::json::parse(host.waitLine("{\"event\":\"delivery\"")),
+            (nlohmann::json{{"event", "delivery"},
+                            {"number", 1},
+                            {"state", "failed"},
+                            {"reason", "INTERNAL: ended by the simulator"}}));
+}
+
+TEST_F(HostTool, CallsLinksUnknownThatGrpcKnowsNothingOf) {
+  ToolProcess host({"host", config(), "--no-page", "--watch", "--module", PROBE_PATH});
+  EXPECT_EQ(host.waitLine("link fast:"),
+            "link fast: unknown: gRPC has no accounts of " + servers.metersTarget());
+  EXPECT_EQ(host.waitLine("link engine:"),
+            "link engine: unknown: gRPC has no accounts of " + servers.engineTarget());
+}
+
+TEST_F(HostTool, KeepsAReadyFileWhileEachStreamReceives) {
+  const std::string file = files.write("ready", "left by an earlier run");
+  const auto exists = [&] { return std::filesystem::exists(file); };
+  ToolProcess host(
+      {"host", config(), "--no-page", "--watch", "--ready-file", file, "--ready-age", "5"});
+  servers.waitEvent("open slow ");
+  EXPECT_FALSE(exists());
+  const auto sendOnBoth = [&] {
+    servers.command("send fast -");
+    servers.command("send slow -");
+  };
+  servers.command("send fast -");
+  host.waitLine("link fast: receiving");
+  EXPECT_FALSE(exists());
+  sendOnBoth();
+  EXPECT_TRUE(waitUntil(exists));
+  EXPECT_TRUE(waitUntil([&] { return !exists(); }));  // once the messages are old
+  sendOnBoth();
+  EXPECT_TRUE(waitUntil(exists));
+  host.writeLine("quit");
+  EXPECT_EQ(host.waitExit(), 0);
+  EXPECT_FALSE(exists());
+}
+
+TEST_F(HostTool, RefusesAReadyFileThatItCannotWrite) {
+  ToolProcess host({"host", config(), "--no-page", "--ready-file", "/nowhere/ready"});
+  EXPECT_EQ(host.waitExit(), 1);
+  EXPECT_NE(
+      host.errors().find("gatewayctl host: can't write the ready file /nowhere/ready: No such "
+                         "file or directory\n"),
+      std::string::npos);
 }
 
 TEST_F(HostTool, SendsOneNotificationForEachSet) {

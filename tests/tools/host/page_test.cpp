@@ -58,6 +58,14 @@ class EventStream {
     return event;
   }
 
+  // The next update that has this member; skips others.
+  Json nextWith(const std::string& member) {
+    for (;;) {
+      Json update = next("update").data;
+      if (update.contains(member)) return update;
+    }
+  }
+
   // The next event of this name; skips others.
   Event next(const std::string& name) {
     for (;;) {
@@ -227,7 +235,7 @@ TEST_F(Page, ListsSlotsWithKeysAndAges) {
   EventStream events(origin);
   events.next("snapshot");
   servers.command("send fast " + levels({{"out.level", -12.5f}}));
-  events.next("update");
+  events.nextWith("slots");
   const auto result = client().Get("/api/slots");
   ASSERT_TRUE(result);
   const Json listed = Json::parse(result->body);
@@ -263,10 +271,10 @@ TEST_F(Page, StreamsASnapshotAndThenOnlyChanges) {
   };
 
   servers.command("send fast " + levels({{"out.level", -12.5f}}));
-  EXPECT_EQ(events.next("update").data["slots"], Json({{indexOf("level"), -12.5}}));
+  EXPECT_EQ(events.nextWith("slots")["slots"], Json({{indexOf("level"), -12.5}}));
   // Writing the same value again is no change.
   servers.command("send fast " + levels({{"out.level", -12.5f}, {"in.level", NAN}}));
-  const Json update = events.next("update").data;
+  const Json update = events.nextWith("slots");
   EXPECT_EQ(update["slots"], Json({{indexOf("input"), "nan"}}));
   EXPECT_EQ(update["changes"], 2);
   EXPECT_FALSE(update.contains("log"));
@@ -338,7 +346,7 @@ TEST_F(Page, ServesSeveralStreamsUncompressed) {
   EventStream two(origin, packing);
   EXPECT_EQ(one.next("snapshot").data["instance"], two.next("snapshot").data["instance"]);
   servers.command("send fast " + levels({{"in.level", -3}}));
-  EXPECT_EQ(one.next("update").data["slots"], two.next("update").data["slots"]);
+  EXPECT_EQ(one.nextWith("slots")["slots"], two.nextWith("slots")["slots"]);
 }
 
 TEST_F(Page, OpensDespiteReadersThatTakeNothing) {
@@ -624,11 +632,13 @@ TEST_F(Page, ReportsMetrics) {
   EventStream events(origin);
   events.next("snapshot");
   servers.command("send fast " + levels({{"out.level", -INFINITY}, {"in.level", -13.828327f}}));
-  events.next("update");
+  // The links are read four times a second.
+  for (Json links; links.is_null() || links[0]["state"] != "receiving";) {
+    links = events.next("update").data.value("links", links);
+  }
   client().Post("/api/set", own(), R"({"changes":[{"name":"gain","value":"nan"}]})",
                 "application/json");
-  while (!events.next("update").data.contains("notifications")) {
-  }
+  events.nextWith("notifications");
   const auto result = client().Get("/metrics");
   ASSERT_TRUE(result);
   EXPECT_EQ(result->get_header_value("Content-Type"), "text/plain; version=0.0.4; charset=utf-8");
@@ -650,6 +660,20 @@ TEST_F(Page, ReportsMetrics) {
   EXPECT_GT(std::stod(valueOf(samples, "gateway_uptime_seconds", {})), 0);
   EXPECT_GE(std::stoi(valueOf(samples, "gateway_log_lines_total", {{"level", "trace"}})), 1);
   EXPECT_EQ(valueOf(samples, "gateway_log_lines_total", {{"level", "error"}}), "0");
+  EXPECT_EQ(valueOf(samples, "gateway_slot_moved", slot("fast", "float", "level", "out.level")),
+            "1");
+  EXPECT_EQ(valueOf(samples, "gateway_slot_moved", text), "0");
+  const auto ofLink = [&](const std::string& name, std::map<std::string, std::string> labels) {
+    return valueOf(samples, "gateway_link_" + name, labels);
+  };
+  EXPECT_EQ(ofLink("state", {{"link", "fast"}, {"state", "receiving"}}), "1");
+  EXPECT_EQ(ofLink("state", {{"link", "fast"}, {"state", "no-server"}}), "0");
+  EXPECT_EQ(ofLink("connected", {{"link", "fast"}, {"target", servers.metersTarget()}}), "1");
+  EXPECT_EQ(ofLink("messages_total", {{"link", "fast"}}), "1");
+  EXPECT_GE(std::stod(ofLink("last_message_age_seconds", {{"link", "fast"}})), 0);
+  EXPECT_EQ(ofLink("last_message_age_seconds", {{"link", "slow"}}), "none");
+  EXPECT_EQ(ofLink("calls_started_total", {{"link", "slow"}}), "1");
+  EXPECT_EQ(ofLink("calls_total", {{"link", "slow"}, {"outcome", "failed"}}), "0");
   int infos = 0;
   for (const Sample& sample : samples) {
     if (sample.name != "gateway_info") continue;
@@ -659,6 +683,28 @@ TEST_F(Page, ReportsMetrics) {
     EXPECT_EQ(sample.labels.at("config"), files.path("gateway.conf"));
   }
   EXPECT_EQ(infos, 1);
+}
+
+TEST_F(Page, IsReadyOnceEachStreamHasAMessage) {
+  const auto before = client().Get("/ready");
+  ASSERT_TRUE(before);
+  EXPECT_EQ(before->status, 503);
+  EXPECT_EQ(Json::parse(before->body)["ready"], false);
+  servers.waitEvent("open slow ");
+  servers.command("send fast " + levels({{"out.level", -12.5f}}));
+  servers.command("send slow -");
+  EventStream events(origin);
+  const auto isReceiving = [](const Json& links) {
+    return links[0]["state"] == "receiving" && links[1]["state"] == "receiving";
+  };
+  Json update;
+  while (!update.contains("links") || !isReceiving(update["links"])) {
+    update = events.next("update").data;
+  }
+  const auto after = client().Get("/ready");
+  ASSERT_TRUE(after);
+  EXPECT_EQ(after->status, 200);
+  EXPECT_EQ(Json::parse(after->body)["ready"], true);
 }
 
 TEST_F(Page, ReplacesInvalidUtf8AndKeepsMetricsDistinct) {
@@ -894,7 +940,7 @@ TEST_F(ServedModule, StreamsEachLogLineOnce) {
   for (const char* text : {"first \xff", "second"}) {
     log.add({.time = {}, .level = 3, .file = "src/a.cpp", .line = 7, .one = 1, .text = text});
     module.sample();
-    const Json lines = events.next("update").data["log"];
+    const Json lines = events.nextWith("log")["log"];
     ASSERT_EQ(lines.size(), 1u);
     const std::string shown = text[0] == 'f' ? "first \uFFFD" : "second";
     EXPECT_EQ(

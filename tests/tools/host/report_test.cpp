@@ -79,9 +79,10 @@ TEST(Json, DescribesASlot) {
 }
 
 TEST(Json, DescribesNotificationsAndLogLines) {
-  EXPECT_EQ(jsonText(jsonOf(host::Notification{
-                3, std::chrono::system_clock::time_point(1500ms), {{"gain", "-6.5"}},
-                {host::Delivery::State::Failed, "INTERNAL"}})),
+  EXPECT_EQ(jsonText(jsonOf(host::Notification{3,
+                                               std::chrono::system_clock::time_point(1500ms),
+                                               {{"gain", "-6.5"}},
+                                               {host::Delivery::State::Failed, "INTERNAL"}})),
             R"({"changes":[{"name":"gain","value":"-6.5"}],)"
             R"("delivery":{"reason":"INTERNAL","state":"failed"},"number":3,"time":1.5})");
   EXPECT_EQ(jsonText(jsonOf(lineOf(2, "up"))),

@@ -5,13 +5,12 @@ import { clockText, scaleText, withMinus } from "./format.js";
 
 const sentKept = 100;
 const textLimit = 99; // bytes that a slot's text can have
+const deliveriesKept = 500;
 
 const isTooLong = (text) => new TextEncoder().encode(text).length > textLimit;
 
 // The host takes these as numbers, but no level has such a value.
 const isNoLevel = (text) => /^\s*[+-]?(nan|inf|infinity)\s*$/i.test(text);
-
-const deliveriesKept = 500;
 
 // What became of notifications, by their numbers.
 const deliveries = new Map();
@@ -162,7 +161,7 @@ export class Control {
   #onInput() {
     this.#isEdited = true;
     const cuts = this.#cuts(this.#field.value);
-    if (cuts) this.#showOutcome(`only ${textLimit} bytes of this will be sent`, true);
+    if (cuts) this.#showProblem(`only ${textLimit} bytes of this will be sent`);
   }
 
   #cuts(text) {

@@ -24,7 +24,8 @@ function takeSnapshot(snapshot) {
   picture.startedAt = now - snapshot.status.uptime * 1000;
 }
 
-function takeUpdate({ slots = [], changes, log = [], notifications = [], ...others }) {
+function takeUpdate(update) {
+  const { slots = [], changes, log = [], notifications = [], deliveries = [], links } = update;
   const now = performance.now();
   for (const [index, value] of slots) {
     const slot = picture.slots[index];
@@ -33,9 +34,14 @@ function takeUpdate({ slots = [], changes, log = [], notifications = [], ...othe
   }
   if (changes !== undefined) picture.status.changes = changes;
   if (notifications.length > 0) picture.status.notifications = notifications.at(-1).number;
+  if (links !== undefined) picture.status.links = links;
+  picture.time = update.time;
   picture.log = [...picture.log, ...log].slice(-linesKept);
   picture.notifications = [...picture.notifications, ...notifications].slice(-notificationsKept);
-  Object.assign(picture, others);
+  for (const { number, ...delivery } of deliveries) {
+    const notification = picture.notifications.find((each) => each.number === number);
+    if (notification) notification.delivery = delivery;
+  }
 }
 
 function currentSnapshot() {
@@ -60,7 +66,7 @@ function openSource() {
   picture = null;
   openedAt = performance.now();
   const opened = (source = new EventSource("/api/events"));
-  for (const name of ["snapshot", "update", "quiet", "stopped"]) {
+  for (const name of ["snapshot", "update", "stopped"]) {
     opened.addEventListener(name, (event) => opened === source && receive(name, event.data));
   }
   opened.addEventListener("error", () => {
