@@ -162,7 +162,7 @@ const std::vector<std::string> pageModules = {
     "worker",   "stream",     "browser", "clock", "title",  "address", "format",
     "history",  "rules",      "slot",    "csv",   "theme",  "dialogs", "tooltips",
     "settings", "parameters", "row",     "rows",  "filter", "sorting", "table",
-    "status",   "log",        "link",    "links",  "main"};
+    "status",   "log",        "link",    "links", "main"};
 
 TEST(Style, ThePagesModulesImportDownwardOnly) {
   const std::string folder = "tools/host/page/";

@@ -155,6 +155,7 @@ TEST_F(HostTool, PrintsALinkWhenItsStateChanges) {
   EXPECT_EQ(
       host.waitLine("link engine:"),
       "link engine: not connected to " + servers.engineTarget() + " until a parameter is sent");
+  servers.waitEvent("open fast ");
   servers.waitEvent("open slow ");
   servers.command("send fast " + level(-12.5f));
   EXPECT_TRUE(host.waitLine("link fast: receiving").ends_with("connected for 0 s"));
@@ -202,6 +203,7 @@ TEST_F(HostTool, KeepsAReadyFileWhileEachStreamReceives) {
   const auto exists = [&] { return std::filesystem::exists(file); };
   ToolProcess host(
       {"host", config(), "--no-page", "--watch", "--ready-file", file, "--ready-age", "5"});
+  servers.waitEvent("open fast ");
   servers.waitEvent("open slow ");
   EXPECT_FALSE(exists());
   const auto sendOnBoth = [&] {

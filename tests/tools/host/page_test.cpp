@@ -690,7 +690,7 @@ TEST_F(Page, IsReadyOnceEachStreamHasAMessage) {
   ASSERT_TRUE(before);
   EXPECT_EQ(before->status, 503);
   EXPECT_EQ(Json::parse(before->body)["ready"], false);
-  servers.waitEvent("open slow ");
+  servers.waitEvent("open slow ");  // the fixture has waited for the fast stream
   servers.command("send fast " + levels({{"out.level", -12.5f}}));
   servers.command("send slow -");
   EventStream events(origin);
