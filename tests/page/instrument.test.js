@@ -454,7 +454,7 @@ ownRigTest("KeepsEightTabsLiveOverOneStream", async (page, own) => {
   while (pages.length < 8) pages.push(await openPage(browser.context, own.url));
   for (const each of pages) {
     await waitForChanges(row(each, "out_left").locator(".value"), 2);
-    await each.locator("#sent").getByText("sent #1 out_gain −3").waitFor();
+    await each.locator("#sent").getByText("out_gain −3#1 answered").waitFor();
     await waitForText(row(each, "out_gain").locator(".changes"), /^1$/);
     assert.equal(await row(each, "out_gain").locator(".value input").inputValue(), "-3");
     await each.locator("#log li", { hasText: "startCycle(gateway" }).waitFor();

@@ -1,6 +1,7 @@
 // The title of the browser's tab, for people who look at other tabs: what is wrong goes first.
 
-const parts = { link: "", pause: "", servers: "", stale: "", name: "gateway" }; // in the order shown
+// In the order shown.
+const parts = { link: "", pause: "", servers: "", stale: "", name: "gateway" };
 let shown = "";
 
 export function setTitle(part, text) {
