@@ -117,11 +117,12 @@ TEST_F(DemoTool, PrintsNoChangesWithNoWatch) {
   ToolProcess demo({"demo", "--no-page", "--no-watch"});
   demo.writeLine("set out_gain 1");
   demo.waitLine("simulator: SetParams 1 ");
+  demo.waitLine("notification 1 answered");
   demo.writeLine("quit");
   EXPECT_EQ(demo.waitExit(), 0);
   auto lines = demo.lines();
   std::sort(lines.begin(), lines.end());  // two processes write them, in any order
-  EXPECT_EQ(lines, (std::vector<std::string>{"notification 1 out_gain 1",
+  EXPECT_EQ(lines, (std::vector<std::string>{"notification 1 answered", "notification 1 out_gain 1",
                                              "simulator: SetParams 1 out.gain float 1"}));
 }
 

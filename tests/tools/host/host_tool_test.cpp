@@ -234,13 +234,13 @@ TEST_F(HostTool, RefusesAReadyFileThatItCannotWrite) {
 
 TEST_F(HostTool, SendsOneNotificationForEachSet) {
   ToolProcess host({"host", config(), "--no-page", "--set", "gain=-6.5", "--set", "delay=-3"});
-  EXPECT_EQ(host.waitLine("notification"), "notification 1 gain -6.5 delay -3");
+  EXPECT_EQ(host.waitLine("notification 1 "), "notification 1 gain -6.5 delay -3");
   EXPECT_EQ(
       servers.waitEvent("SetParams 1 "),
       "SetParams 1 0a110a086f75742e6761696e1205150000d0c00a140a0564656c6179120b18fdffffffffffff"
       "ffff01 deadline=none metadata=-");
   host.writeLine("set preset 7 gain 1");
-  EXPECT_EQ(host.waitLine("notification"), "notification 2 preset 7 gain 1");
+  EXPECT_EQ(host.waitLine("notification 2 "), "notification 2 preset 7 gain 1");
   EXPECT_EQ(servers.waitEvent("SetParams 2 "),
             "SetParams 2 0a0c0a06707265736574120220070a110a086f75742e6761696e1205150000803f "
             "deadline=none metadata=-");
