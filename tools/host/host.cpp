@@ -289,6 +289,20 @@ void setPageAddress(PageSettings& page, const std::string& text) {
 }
 
 // Returns the option that can't be combined with --cycles.
+CLI::Option* addTestOptions(CLI::App& host, Options& options) {
+  auto* expect = host.add_option_function<std::vector<std::string>>(
+      "--expect", [&](const auto& texts) { addExpectations(options.expected, texts); },
+      "End once each expectation is met or its time is over; fail unless all are met. Can be "
+      "repeated.");
+  expect->type_name("EXPECTATION")->allow_extra_args(false);
+  host.add_option("--junit", options.junit,
+                  "Write the outcome of the expectations to this file, in JUnit's format.")
+      ->type_name("FILE")
+      ->needs(expect);
+  return expect;
+}
+
+// Returns the option that can't be combined with --cycles.
 CLI::Option* addReadyOptions(CLI::App& host, Options& options) {
   auto* file = host.add_option("--ready-file", options.readyFile,
                                "Keep this file in existence while the module is ready: while each "
@@ -349,15 +363,7 @@ void addOptions(CLI::App& host, Options& options) {
       "--set", [&](const auto& texts) { addSettings(options.settings, texts); },
       "Change engine slots right after the start, all in one notification.");
   set->type_name("NAME=VALUE");
-  auto* expect = host.add_option_function<std::vector<std::string>>(
-      "--expect", [&](const auto& texts) { addExpectations(options.expected, texts); },
-      "End once each expectation is met or its time is over; fail unless all are met. Can be "
-      "repeated.");
-  expect->type_name("EXPECTATION")->allow_extra_args(false);
-  host.add_option("--junit", options.junit,
-                  "Write the outcome of the expectations to this file, in JUnit's format.")
-      ->type_name("FILE")
-      ->needs(expect);
+  auto* expect = addTestOptions(host, options);
   const auto page = addPageOptions(host, options);
   auto* ready = addReadyOptions(host, options);
   auto* cycles = host.add_option("--cycles", options.cycles,
