@@ -17,8 +17,8 @@ namespace {
 using sonalith::grpc::AnyValue;
 using sonalith::grpc::KeyValue;
 
-// A message with a longer item is left to the generated parser. Items keep the room of their texts,
-// so this also bounds what a stream of ever longer texts can make them keep.
+// A message with a longer item is left to the generated parser. Items keep the memory of their
+// texts, so this also bounds what a stream of longer and longer texts can make them keep.
 constexpr std::size_t longestItem = 1024;
 
 // Tag bytes: the number of a field times 8, plus its wire type.
@@ -155,7 +155,8 @@ class Items {
   std::array<char, longestItem> joined_;
 };
 
-// Unknown fields of an earlier message would stay with a message that is filled again.
+// Unknown fields of an earlier message would stay with a message that is filled again. Only a
+// derived class can ask a message of the lite runtime whether it has any.
 void clearIfUnknownFields(google::protobuf::MessageLite& message) {
   struct Metadata : google::protobuf::MessageLite {
     using MessageLite::_internal_metadata_;

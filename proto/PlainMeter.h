@@ -4,7 +4,7 @@
 // has one scalar or text member. Anything else, valid or not, is left to the generated parser, with
 // its bytes untouched. So that parser's verdict and result hold for every message.
 //
-// Most of the time is saved by keeping the items of the previous message, with the room of their
+// Most of the time is saved by keeping the items of the previous message, with the memory of their
 // texts. The generated parser clears them and makes each value anew.
 #pragma once
 

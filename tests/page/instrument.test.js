@@ -2,9 +2,9 @@
 // value, how they find a slot among many, and what they read when nothing arrives any more.
 import assert from "node:assert/strict";
 import { readFileSync } from "node:fs";
-import { after, before, test } from "node:test";
+import { test } from "node:test";
 import {
-  openPage, patience, Rig, row, startBrowser, waitForChanges, waitForNames,
+  openPage, patience, Rig, row, shareRig, waitForChanges, waitForNames,
 } from "./tools.js";
 
 const simulator = ["--keys", "fast:float:out.l", "fast:float:out.r", "fast:uint:frames"];
@@ -29,37 +29,15 @@ Param=Key=out.gain CustomKey=out_gain
 Param=Key=preset CustomKey=preset
 `;
 
-let browser;
-let rig;
-
-before(async () => {
-  [browser, rig] = await Promise.all([startBrowser(), Rig.start({ simulator, configuration })]);
-});
-
-after(async () => {
-  await browser.close();
-  await rig.stop();
-});
-
-// A test with a page of its own, which must report no problems.
-function pageTest(name, use) {
-  test(name, { timeout: 2 * patience }, async () => {
-    const page = await openPage(browser.context, rig.url);
-    try {
-      await use(page);
-      assert.deepEqual(page.problems, []);
-    } finally {
-      await page.close();
-    }
-  });
-}
+const shared = shareRig({ simulator, configuration });
+const pageTest = (name, use) => shared.test(name, {}, use);
 
 // A test with a rig and a page of its own.
 function ownRigTest(name, use) {
   test(name, { timeout: 2 * patience }, async () => {
     const own = await Rig.start({ simulator, configuration });
     try {
-      const page = await openPage(browser.context, own.url);
+      const page = await openPage(shared.browser.context, own.url);
       await use(page, own);
       assert.deepEqual(page.problems, []);
       await page.close();
@@ -373,7 +351,7 @@ test("KeepsFocusAndTabOrderAmongManyRows", { timeout: 2 * patience }, async () =
       names.map((name) => `Param=Key=${name} CustomKey=${name}\n`).join(""),
   });
   try {
-    const page = await openPage(browser.context, many.url);
+    const page = await openPage(shared.browser.context, many.url);
     await row(page, "p000").focus();
     for (let i = 0; i < 4; ++i) await page.keyboard.press("PageDown");
     assert.equal(await focused(page), "p060");
@@ -451,7 +429,7 @@ ownRigTest("KeepsEightTabsLiveOverOneStream", async (page, own) => {
   await change.press("Enter");
   await page.locator("#sent").getByText("out_gain −3").waitFor();
   const pages = [page];
-  while (pages.length < 8) pages.push(await openPage(browser.context, own.url));
+  while (pages.length < 8) pages.push(await openPage(shared.browser.context, own.url));
   for (const each of pages) {
     await waitForChanges(row(each, "out_left").locator(".value"), 2);
     await each.locator("#sent").getByText("out_gain −3#1 answered").waitFor();

@@ -1,8 +1,8 @@
 // Drives the live page of gatewayctl host in a browser, with the built module and the simulator.
 import assert from "node:assert/strict";
-import { after, before, test } from "node:test";
+import { test } from "node:test";
 import {
-  openPage, patience, Rig, row, shoot, startBrowser, waitForChanges, waitForNames,
+  openPage, patience, Rig, row, shareRig, shoot, waitForChanges, waitForNames,
 } from "./tools.js";
 
 const simulator = [
@@ -36,31 +36,8 @@ Param=Key=delay CustomKey=delay
 Param=Key=preset CustomKey=preset
 `;
 
-let browser;
-let rig;
-
-before(async () => {
-  [browser, rig] = await Promise.all([startBrowser(), Rig.start({ simulator, configuration })]);
-});
-
-after(async () => {
-  await browser.close();
-  await rig.stop();
-});
-
-// A test with a page of its own, which must report no problems. The page is closed at the end: a
-// browser opens at most six connections to one address, and each page keeps one open.
-function pageTest(name, options, use) {
-  test(name, { timeout: 2 * patience }, async () => {
-    const page = await openPage(browser.context, rig.url, options);
-    try {
-      await use(page);
-      assert.deepEqual(page.problems, []);
-    } finally {
-      await page.close();
-    }
-  });
-}
+const shared = shareRig({ simulator, configuration });
+const pageTest = shared.test;
 
 const sets = (page) => page.locator("#sets");
 const states = (page) => page.locator("#states");
@@ -85,9 +62,9 @@ pageTest("ShowsWhichValuesChangeAndWhichNeverDid", {}, async (page) => {
 
 pageTest("ShowsConfigurationTargetsAndUptimeAtTheTop", {}, async (page) => {
   assert.equal(await page.locator("#module-name").textContent(), "gateway");
-  assert.equal(await page.locator("#config").textContent(), `\u200e${rig.file}`);
-  assert.equal(await page.locator("#meters-target").textContent(), rig.targets.meters);
-  assert.equal(await page.locator("#engine-target").textContent(), rig.targets.engine);
+  assert.equal(await page.locator("#config").textContent(), `\u200e${shared.rig.file}`);
+  assert.equal(await page.locator("#meters-target").textContent(), shared.rig.targets.meters);
+  assert.equal(await page.locator("#engine-target").textContent(), shared.rig.targets.engine);
   await waitForChanges(page.locator("#uptime"), 1);
   await waitForChanges(page.locator("#changes"), 2);
 });
@@ -118,7 +95,7 @@ pageTest("SendsAParameterAndFollowsItToTheAnswer", {}, async (page) => {
   await outcome.filter({ hasText: /^#\d+ answered$/ }).waitFor();
   const number = /\d+/.exec(await outcome.textContent())[0];
   await page.locator("#sent").getByText(`out_gain −6.5#${number} answered`).waitFor();
-  assert.match(await rig.simulator.line("SetParams"), /out\.gain float -6\.5$/);
+  assert.match(await shared.rig.simulator.line("SetParams"), /out\.gain float -6\.5$/);
   await page.waitForFunction(
     () => document.querySelector('.row[data-name="out_gain"] [type=range]').value === "-6.5",
   );
@@ -157,7 +134,7 @@ pageTest("ShowsAnotherChangeOnceItsOwnIsAnswered", {}, async (page) => {
   await field.fill("41");
   await field.press("Enter");
   await page.locator("#sent").getByText("delay 41").first().waitFor();
-  rig.host.child.stdin.write("set delay 42\n");
+  shared.rig.host.child.stdin.write("set delay 42\n");
   await page.locator("#sent").getByText("delay 42").first().waitFor();
   release();
   await page.waitForFunction(
@@ -174,7 +151,7 @@ pageTest("KeepsWhatSomebodyIsTypingWhenAnAnswerArrives", {}, async (page) => {
   await field.fill("52");
   release();
   await row(page, "delay").locator(".outcome").filter({ hasText: /^#\d+ / }).waitFor();
-  rig.host.child.stdin.write("set delay 53\n");
+  shared.rig.host.child.stdin.write("set delay 53\n");
   await page.locator("#sent").getByText("delay 53").first().waitFor();
   // By the time another row has changed, the page has taken the 53.
   await waitForChanges(row(page, "out_left").locator(".value"), 3);
@@ -348,13 +325,13 @@ pageTest("ShowsEveryPartOfARowAtEveryWidth", {}, async (page) => {
 
 pageTest("RecoversWhenGatewayctlRestarts", {}, async (page) => {
   await row(page, "mic_2").waitFor();
-  const { address } = rig;
-  assert.equal(await rig.host.stop(), 130);
+  const { address } = shared.rig;
+  assert.equal(await shared.rig.host.stop(), 130);
   await page.locator('#connection[data-state="stopped"]').waitFor();
-  rig.write((meters, engine) =>
+  shared.rig.write((meters, engine) =>
     configuration(meters, engine).replace("CustomKey=mic_2", "CustomKey=renamed"),
   );
-  await rig.startHost(address);
+  await shared.rig.startHost(address);
   await row(page, "renamed").waitFor();
   await row(page, "mic_2").waitFor({ state: "detached" });
   await page.locator('#connection[data-state="live"]').waitFor();
@@ -391,7 +368,7 @@ test("StaysSmoothWhenTwoThousandSlotsChange", { timeout: 3 * patience }, async (
       `[Meters]\nTarget=${meters}\n[MetersFloat]\n` +
       names.map((name) => `Meter=Key=${name}\n`).join(""),
   });
-  const page = await openPage(browser.context, big.url, {
+  const page = await openPage(shared.browser.context, big.url, {
     script: () => {
       window.tasks = [];
       new PerformanceObserver((list) => {

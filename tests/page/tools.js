@@ -1,11 +1,13 @@
 // What the live page is driven with: the built programs as child processes, their folders, and a
 // browser. Everything waits for events; `patience` only keeps a broken run from hanging.
+import assert from "node:assert/strict";
 import { spawn } from "node:child_process";
 import { once } from "node:events";
 import { mkdtempSync, mkdirSync, rmSync, writeFileSync } from "node:fs";
 import { tmpdir } from "node:os";
 import { join } from "node:path";
 import { createInterface } from "node:readline";
+import { after, before, test } from "node:test";
 import { chromium } from "playwright-core";
 
 export const patience = Number(process.env.PATIENCE ?? 60000);
@@ -149,6 +151,30 @@ export async function openPage(context, url, options = {}) {
   await page.goto(url);
   await page.locator('#connection[data-state="live"]').waitFor();
   return page;
+}
+
+// A browser and a rig for all tests of a file. `test` is a test with a page of its own, which must
+// report no problems.
+export function shareRig(rigOptions) {
+  const shared = {};
+  before(async () => {
+    [shared.browser, shared.rig] = await Promise.all([startBrowser(), Rig.start(rigOptions)]);
+  });
+  after(async () => {
+    await shared.browser.close();
+    await shared.rig.stop();
+  });
+  shared.test = (name, options, use) =>
+    test(name, { timeout: 2 * patience }, async () => {
+      const page = await openPage(shared.browser.context, shared.rig.url, options);
+      try {
+        await use(page);
+        assert.deepEqual(page.problems, []);
+      } finally {
+        await page.close();
+      }
+    });
+  return shared;
 }
 
 export async function shoot(page, name) {

@@ -19,8 +19,8 @@ namespace gateway {
 
 using KeyTag = std::uint16_t;
 
-// A scan reads whole steps. So the memory of a list of tags must reach to a multiple of this number
-// of tags; what the tags behind the list's end are does not matter.
+// A scan reads whole steps, so a list of tags needs memory for a multiple of this number. Whatever
+// stands after its last tag does not matter.
 constexpr std::size_t tagsPerStep = 64;
 
 // Returns the position of the first tag at or after `from` that equals `tag`. If that would be at
