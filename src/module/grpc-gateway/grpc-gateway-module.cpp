@@ -3,6 +3,7 @@
 #include <charconv>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -36,42 +37,59 @@ std::size_t generatedPosition(std::string_view name, std::string_view prefix) {
   return digits == std::to_string(position) ? position : none;
 }
 
+// The filter's user argument, with the lists that the items of this notification have selected so
+// far, each packed once.
+struct Notification : EngineChangeFilter {
+  using PackedList = std::optional<EngineListCopy>;
+
+  explicit Notification(ModuleManager* receiver) : EngineChangeFilter{receiver, nullptr} {}
+
+  PackedList uints;
+  PackedList ints;
+  PackedList floats;
+  PackedList strings;
+};
+
 // Adds the item to the matched changes once per entry whose slot has the item's name, under the key
 // that the remote engine knows. Copies the list for this item.
 template <class T, class Value>
-void forwardMatches(const EngineChangeFilter& filter, std::string_view name,
-                    const std::vector<EngineEntry>& list,
+void forwardMatches(sonalith_keyValueList* matched, std::string_view name,
+                    const std::vector<EngineEntry>& list, Notification::PackedList& packed,
                     void (*add)(sonalith_keyValueList* list, const char* key, Value value),
                     Value value) {
   const std::size_t position = generatedPosition(name, GatewaySlotGroup<T>::namePrefix);
-  const EngineListCopy entries(list);
+  if (!packed) packed.emplace(list);
+  const EngineListCopy entries(*packed);
   for (std::size_t i = 0; i < entries.size(); ++i) {
     const bool matches = entries.hasCustomKey(i) ? entries.customKeyIs(i, name) : i == position;
-    if (matches) add(filter.matched, entries.key(i), value);
+    if (matches) add(matched, entries.key(i), value);
   }
 }
 
 // An item's type selects the list. Arrays, doubles and null strings are not forwarded.
-void forwardItem(const EngineChangeFilter& filter, const sonalith_keyValueItem& item) {
-  const std::shared_ptr<const ConfigManager> config = filter.manager->config;
-  const std::string moduleName = stringFromHost(filter.manager->module->name);
+void forwardItem(Notification& notification, const sonalith_keyValueItem& item) {
+  const std::shared_ptr<const ConfigManager> config = notification.manager->config;
+  const std::string moduleName = stringFromHost(notification.manager->module->name);
   const std::string key = stringFromHost(item.key);
   const std::string_view name = slotNameOf(key, moduleName);
   const sonalith_itemValue& value = item.value;
   switch (item.type) {
     case SONALITH_ITEM_UINT:
-      return forwardMatches<std::uint32_t>(filter, name, config->engineUints,
-                                           sonalith_keyValueListAddSU32, value.asUint);
+      return forwardMatches<std::uint32_t>(notification.matched, name, config->engineUints,
+                                           notification.uints, sonalith_keyValueListAddSU32,
+                                           value.asUint);
     case SONALITH_ITEM_INT:
-      return forwardMatches<std::int32_t>(filter, name, config->engineInts,
-                                          sonalith_keyValueListAddSI32, value.asInt);
+      return forwardMatches<std::int32_t>(notification.matched, name, config->engineInts,
+                                          notification.ints, sonalith_keyValueListAddSI32,
+                                          value.asInt);
     case SONALITH_ITEM_FLOAT:
-      return forwardMatches<float>(filter, name, config->engineFloats, sonalith_keyValueListAddSF,
-                                   value.asFloat);
+      return forwardMatches<float>(notification.matched, name, config->engineFloats,
+                                   notification.floats, sonalith_keyValueListAddSF, value.asFloat);
     case SONALITH_ITEM_STRING:
       if (value.asString == nullptr) return;
-      return forwardMatches<std::string>(filter, name, config->engineStrings,
-                                         sonalith_keyValueListAddSS, value.asString);
+      return forwardMatches<std::string>(notification.matched, name, config->engineStrings,
+                                         notification.strings, sonalith_keyValueListAddSS,
+                                         value.asString);
     default:
       return;
   }
@@ -83,7 +101,7 @@ void logException(int level, const std::exception& exception) {
 
 std::int32_t filterEngineChange(const sonalith_keyValueItem* item, void* filter) {
   try {
-    forwardItem(*static_cast<const EngineChangeFilter*>(filter), *item);
+    forwardItem(*static_cast<Notification*>(filter), *item);
     return 0;
   } catch (const std::exception& exception) {
     logException(SONALITH_LOG_TRACE, exception);
@@ -100,20 +118,20 @@ void logExceptionsOf(Step step) {
   }
 }
 
-void forwardChanges(EngineChangeFilter& filter, const sonalith_keyValueList* changes) {
-  filter.matched = sonalith_keyValueListNew();
-  sonalith_keyValueListForEach(changes, filterEngineChange, &filter);
-  if (sonalith_keyValueListIsEmpty(filter.matched) != 0) return;
-  const std::shared_ptr<gRPCGatewayClient> client = filter.manager->client;
-  client->sendParams(filter.matched);
+void forwardChanges(Notification& notification, const sonalith_keyValueList* changes) {
+  notification.matched = sonalith_keyValueListNew();
+  sonalith_keyValueListForEach(changes, filterEngineChange, &notification);
+  if (sonalith_keyValueListIsEmpty(notification.matched) != 0) return;
+  const std::shared_ptr<gRPCGatewayClient> client = notification.manager->client;
+  client->sendParams(notification.matched);
 }
 
 // Forwards what passes the filter in one call.
 void onEngineChanges(sonalith_keyValueList* changes, void* user) {
-  EngineChangeFilter filter{static_cast<ModuleManager*>(user), nullptr};
-  logExceptionsOf([&] { forwardChanges(filter, changes); });
-  if (filter.matched == nullptr) return;
-  logExceptionsOf([&] { sonalith_keyValueListDestroy(filter.matched); });
+  Notification notification(static_cast<ModuleManager*>(user));
+  logExceptionsOf([&] { forwardChanges(notification, changes); });
+  if (notification.matched == nullptr) return;
+  logExceptionsOf([&] { sonalith_keyValueListDestroy(notification.matched); });
 }
 
 // ---- Start and stop -----------------------------------------------------------------------------

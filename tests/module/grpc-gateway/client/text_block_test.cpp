@@ -60,14 +60,16 @@ TEST(TextBlock, SameTextComparesEveryByteAndNothingElse) {
   }
 }
 
-TEST(EngineListCopy, ACopyHoldsKeysAndNamesOfEveryLengthAndOutlivesItsList) {
+TEST(EngineListCopy, ACopyHoldsKeysAndNamesOfEveryLengthAndOutlivesItsSource) {
   std::vector<gateway::EngineEntry> entries;
   for (std::size_t size = 0; size < 100; ++size) {
     entries.push_back({textOf(size + 1), textOf(99 - size)});
   }
   const std::vector<gateway::EngineEntry> source = entries;
-  const gateway::EngineListCopy copy(entries);
+  auto packed = std::make_unique<gateway::EngineListCopy>(entries);
   for (gateway::EngineEntry& entry : entries) entry = {"gone", "gone"};
+  const gateway::EngineListCopy copy(*packed);
+  packed.reset();
   ASSERT_EQ(copy.size(), source.size());
   for (std::size_t i = 0; i < source.size(); ++i) {
     EXPECT_EQ(copy.key(i), source[i].key);
