@@ -1,7 +1,8 @@
 # What `cmake --install` puts where, in three components:
 #
 #   module  the module, its manual pages (docs/man), a sample configuration
-#   tools   gatewayctl, its manual pages (docs/man) and its completions
+#   tools   gatewayctl, its manual pages (docs/man) and its completions; the description of its HTTP
+#           interface
 #   dev     for authors: the boundary to the host with a CMake package and a pkg-config file, the
 #           schema files, examples
 #
@@ -29,6 +30,7 @@ file(INSTALL DESTINATION \"\${folder}\" TYPE FILE RENAME grpc-gateway.conf.examp
 
 if(GATEWAY_TOOLS)
   install(TARGETS gatewayctl RUNTIME COMPONENT tools)
+  install(FILES docs/api.md docs/openapi.json DESTINATION ${shared}/docs COMPONENT tools)
 endif()
 
 # The build runs gatewayctl, which prints its own completions and its manual pages (docs/man).

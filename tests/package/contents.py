@@ -6,6 +6,7 @@ MODULE = {
     "share/man/man7/grpc-gateway.7",
 }
 SAMPLE = "etc/sonalith/grpc-gateway.conf.example"
+SHARED = "share/sonalith/grpc-gateway/"
 TOOLS = {
     "bin/gatewayctl",
     "share/bash-completion/completions/gatewayctl",
@@ -18,8 +19,9 @@ TOOLS = {
     "share/man/man1/gatewayctl-sim.1",
     "share/man/man1/gatewayctl.1",
     "share/zsh/vendor-completions/_gatewayctl",
+    SHARED + "docs/api.md",
+    SHARED + "docs/openapi.json",
 }
-SHARED = "share/sonalith/grpc-gateway/"
 DEV = {
     "include/sonalith/sonalith.h",
     "share/cmake/sonalith-host/sonalith-host-config-version.cmake",

@@ -11,8 +11,9 @@ namespace {
 
 struct ToJson {
   nlohmann::json operator()(float value) const {
+    if (std::isnan(value)) return "nan";  // without the sign that fmt would show
     const std::string text = fmt::format("{}", value);
-    if (!std::isfinite(value)) return text;
+    if (std::isinf(value)) return text;
     // The double nearest to the shortest text prints as that text; the float's own would not.
     return std::strtod(text.c_str(), nullptr);
   }

@@ -65,6 +65,8 @@ class PageServer::Routes final : public HttpHandler {
   // With the actual port.
   const PageSettings& settings() const { return settings_; }
 
+  std::vector<std::string> names() const;
+
  private:
   struct Route {
     verb method;
@@ -121,6 +123,14 @@ void PageServer::Routes::addRoutes() {
                          return responseOf(typeOf(file.name), std::string(file.text));
                        }});
   }
+}
+
+std::vector<std::string> PageServer::Routes::names() const {
+  std::vector<std::string> names;
+  for (const Route& route : routes_) {
+    names.push_back(fmt::format("{} {}", std::string(to_string(route.method)), route.path));
+  }
+  return names;
 }
 
 void PageServer::Routes::listen() try {
@@ -210,5 +220,9 @@ PageServer::PageServer(RunningModule& module, const LogBook& log, const PageSett
 }
 
 PageServer::~PageServer() = default;
+
+std::vector<std::string> PageServer::routes() const {
+  return routes_->names();
+}
 
 }  // namespace host

@@ -11,7 +11,7 @@
 //
 // PageAccess decides who may ask, before the body of a request is read. A refused request gets a
 // fitting status and {"error": reason}. HttpLimits bounds what clients may send and hold; only
-// /api/set takes a body.
+// /api/set takes a body. docs/api.md and docs/openapi.json describe all of it for users.
 //
 // Threads: made and destroyed by the thread that samples the module; serves on a thread of its own.
 // Ownership: module and log are borrowed, and must outlive the server. Streams have something new
@@ -20,6 +20,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "tools/host/LogBook.h"
 #include "tools/host/PageSettings.h"
@@ -39,6 +40,9 @@ class PageServer {
 
   // "http://127.0.0.1:8080/", with the actual port, without the token.
   const std::string& url() const { return url_; }
+
+  // Each route as "GET /api/status", for a comparison with its description in docs/openapi.json.
+  std::vector<std::string> routes() const;
 
   // Whether the wanted port was taken, so that the page is at another one.
   bool hasMoved() const { return hasMoved_; }

@@ -21,6 +21,7 @@ TEST(Json, SpellsWhatIsNoNumberAsText) {
   EXPECT_EQ(jsonText(jsonOf(SlotValue(std::numeric_limits<float>::infinity()))), "\"inf\"");
   EXPECT_EQ(jsonText(jsonOf(SlotValue(-std::numeric_limits<float>::infinity()))), "\"-inf\"");
   EXPECT_EQ(jsonText(jsonOf(SlotValue(std::numeric_limits<float>::quiet_NaN()))), "\"nan\"");
+  EXPECT_EQ(jsonText(jsonOf(SlotValue(-std::numeric_limits<float>::quiet_NaN()))), "\"nan\"");
 }
 
 TEST(Json, WritesIntegersAndTexts) {

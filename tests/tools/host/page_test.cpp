@@ -963,6 +963,27 @@ TEST_F(ServedModule, MovesToAnotherPortOnlyIfAllowed) {
   EXPECT_EQ(httplib::Client(originOf(second)).Get("/")->status, 200);
 }
 
+// A script, a style or an icon of the page is "/{file}" there.
+std::string asDocumented(const std::string& route) {
+  static const std::regex file("GET /[\\w-]+\\.[a-z]+");
+  return std::regex_match(route, file) ? "GET /{file}" : route;
+}
+
+TEST_F(ServedModule, HasEachOfItsRoutesDocumented) {
+  const host::PageServer page(module, log, anyPort());
+  std::set<std::string> served;
+  for (const std::string& route : page.routes()) served.insert(asDocumented(route));
+  std::ifstream file(SOURCE_FOLDER "/docs/openapi.json");
+  const Json openApi = Json::parse(file);
+  std::set<std::string> documented;
+  for (const auto& [path, methods] : openApi["paths"].items()) {
+    for (const auto& method : methods.items()) {
+      documented.insert((method.key() == "get" ? "GET " : "POST ") + path);
+    }
+  }
+  EXPECT_EQ(served, documented);
+}
+
 // A suspended browser takes nothing from its connection, so that a write to it never finishes.
 TEST_F(ServedModule, StopsDespiteAReaderThatTakesNothing) {
   std::optional<host::PageServer> page(std::in_place, module, log, anyPort());

@@ -1,0 +1,66 @@
+"""Runs `gatewayctl sim` and `gatewayctl host` for tests, on free ports."""
+
+import json
+import queue
+import subprocess
+import threading
+
+# Generous: on a busy machine, a stop may wait for a stream that waits for its next attempt.
+PATIENCE = 120
+
+
+class Tool:
+    """A running gatewayctl with --json; use it in a `with` statement, which ends it."""
+
+    def __init__(self, gatewayctl, *arguments):
+        self.process = subprocess.Popen([gatewayctl, *arguments, "--json"], text=True,
+                                        stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                                        stderr=subprocess.DEVNULL)
+        self.events = queue.Queue()
+        self.reader = threading.Thread(target=self._read)
+        self.reader.start()
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.process.terminate()
+        self.process.wait(PATIENCE)
+        self.reader.join()
+        self.process.stdin.close()
+        self.process.stdout.close()
+
+    def _read(self):
+        for line in self.process.stdout:
+            self.events.put(json.loads(line))
+
+    def wait(self, name, **members):
+        """Returns the next event of this name with these members; skips others."""
+        while True:
+            event = self.events.get(timeout=PATIENCE)
+            if event["event"] == name and members.items() <= event.items():
+                return event
+
+    def tell(self, line):
+        self.process.stdin.write(line + "\n")
+        self.process.stdin.flush()
+
+
+class Simulator(Tool):
+    def __init__(self, gatewayctl, config, *arguments):
+        super().__init__(gatewayctl, "sim", "--meters", "127.0.0.1:0", "--engine", "127.0.0.1:0",
+                         "--config", config, *arguments)
+        self.meters = self.wait("listening", service="meters")["address"]
+        self.engine = self.wait("listening", service="engine")["address"]
+
+    def configuration(self, sample, path):
+        """Writes the sample with the addresses of this simulator, and returns its path."""
+        path.write_text(sample.read_text().replace("localhost:50005", self.meters)
+                        .replace("localhost:50006", self.engine))
+        return path
+
+
+class Host(Tool):
+    def __init__(self, gatewayctl, config, *arguments):
+        super().__init__(gatewayctl, "host", config, "--page", "127.0.0.1:0", *arguments)
+        self.address = self.wait("page")["url"].removeprefix("http://").rstrip("/")
