@@ -67,6 +67,12 @@ class RawConnection {
     return poll(&state, 1, static_cast<int>(limit.count())) > 0;
   }
 
+  // Whether the peer has reset the connection. Waits for that until `limit`.
+  bool isResetWithin(std::chrono::milliseconds limit) {
+    pollfd state{socket_, 0, 0};
+    return poll(&state, 1, static_cast<int>(limit.count())) > 0 && (state.revents & POLLERR) != 0;
+  }
+
   // The error of the last read; 0 if the peer closed the connection in order.
   int lastError() const { return error_; }
 

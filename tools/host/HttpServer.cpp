@@ -137,6 +137,7 @@ class HttpServer::Connection : public std::enable_shared_from_this<Connection> {
   void continueBody();
   void failReading(const error_code& error);
   std::optional<HttpRefusal> refusalOf(const error_code& error) const;
+  void limitAnswerTime();
   template <class Action>
   auto guarded(Action action) -> std::optional<decltype(action())>;
   void answer();
@@ -155,7 +156,8 @@ class HttpServer::Connection : public std::enable_shared_from_this<Connection> {
   beast::flat_buffer input_{2 * server_.limits.head};
   http::request_parser<http::string_body> parser_;
   std::size_t bodyLimit_ = 0;
-  asio::steady_timer timer_;  // for the request to arrive; later, for a quiet stream
+  // For the request to arrive, then for the answer to be taken or for a quiet stream.
+  asio::steady_timer timer_;
   bool isLate_ = false;
   bool isEnding_ = false;
   std::string output_;  // what is being written; empty if nothing is
@@ -284,11 +286,12 @@ void HttpServer::Connection::answer() {
 }
 
 void HttpServer::Connection::send(HttpAnswer answer) {
-  timer_.cancel();
+  limitAnswerTime();
   if (!answer.stream) answer.response.prepare_payload();
   output_ = headText(answer.response);
   if (parser_.get().method() == http::verb::head) return write();
   if (answer.stream) {
+    timer_.cancel();
     stream_ = std::move(answer.stream);
     server_.addStream(*this);
     output_ += stream_->next();
@@ -298,6 +301,17 @@ void HttpServer::Connection::send(HttpAnswer answer) {
     output_ += answer.response.body();
   }
   write();
+}
+
+// Resets the connection of a late client: the system would go on sending what it holds already.
+void HttpServer::Connection::limitAnswerTime() {
+  timer_.expires_after(server_.limits.answerTime);
+  timer_.async_wait([this, self = shared_from_this()](error_code error) {
+    if (error) return;
+    error_code ignored;
+    socket_.socket().set_option(asio::socket_base::linger(true, 0), ignored);
+    close();
+  });
 }
 
 void HttpServer::Connection::write() {
@@ -322,6 +336,7 @@ void HttpServer::Connection::wrote() {
     awaitQuiet();
     return sendNext();
   }
+  timer_.cancel();
   error_code ignored;
   socket_.socket().shutdown(tcp::socket::shutdown_send, ignored);
   socket_.expires_after(endLimit);

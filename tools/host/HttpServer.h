@@ -3,7 +3,7 @@
 //
 // A connection carries one request. HttpLimits bounds what a client may send and hold. A client
 // beyond a limit gets a plain refusal, and its connection is closed. A client that takes nothing of
-// its answer for five seconds loses its connection.
+// its answer for five seconds, or too long for all of it, loses its connection.
 //
 // Threads: made and destroyed by one thread. One thread of the server's own serves all connections
 // and calls the handler and its streams, so these should be quick.
@@ -38,6 +38,7 @@ std::optional<std::string> parameterOf(const HttpHead& request, std::string_view
 struct HttpLimits {
   std::size_t head = 16384;              // bytes of request line and header together
   std::chrono::seconds requestTime{10};  // for a request to arrive whole
+  std::chrono::seconds answerTime{60};   // for an answer to be taken whole; streams may last
   std::size_t connections = 256;         // at a time
   std::size_t connectionsPerAddress = 64;
   // Open streams. A further one takes the place of another: of the address with the most streams,

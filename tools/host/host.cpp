@@ -288,6 +288,18 @@ void setPageAddress(PageSettings& page, const std::string& text) {
   }
 }
 
+// The first line of the file.
+std::string tokenIn(const std::string& path) try {
+  tools::requireReadable(path);
+  std::ifstream file(path);
+  std::string token;
+  std::getline(file, token);
+  if (token.empty()) throw std::runtime_error(fmt::format("{} has no token", path));
+  return token;
+} catch (const std::runtime_error& error) {
+  throw CLI::ValidationError("--token-file", error.what());
+}
+
 // Returns the option that can't be combined with --cycles.
 CLI::Option* addTestOptions(CLI::App& host, Options& options) {
   auto* expect = host.add_option_function<std::vector<std::string>>(
@@ -317,7 +329,7 @@ CLI::Option* addReadyOptions(CLI::App& host, Options& options) {
 }
 
 // Returns the options that can't be combined with --cycles.
-std::array<CLI::Option*, 2> addPageOptions(CLI::App& host, Options& options) {
+std::array<CLI::Option*, 3> addPageOptions(CLI::App& host, Options& options) {
   auto* page = host.add_option_function<std::string>(
       "--page", [&](const auto& text) { setPageAddress(options.page, text); },
       "Where to serve the live page. If the default port is taken, the page gets a free one.");
@@ -327,9 +339,14 @@ std::array<CLI::Option*, 2> addPageOptions(CLI::App& host, Options& options) {
       "--token", options.page.token,
       "Demand this token from every client of the live page. A browser opens /?token=TOKEN, a "
       "program sends the header \"Authorization: Bearer TOKEN\". An address that other machines "
-      "can reach requires a token.");
+      "can reach requires a token. All users of this machine can read it in the list of processes; "
+      "--token-file avoids that.");
   token->type_name("TOKEN")->excludes(noPage);
-  return {page, token};
+  auto* tokenFile = host.add_option_function<std::string>(
+      "--token-file", [&](const auto& path) { options.page.token = tokenIn(path); },
+      "Demand the token that this file holds, as --token does.");
+  tokenFile->type_name("FILE")->excludes(noPage)->excludes(token);
+  return {page, token, tokenFile};
 }
 
 void addOptions(CLI::App& host, Options& options) {

@@ -52,7 +52,8 @@ class Transport : public ::testing::Test, public host::HttpHandler {
       return {std::move(response),
               std::make_unique<Chatter>(std::string(20'000'000, 'x'), streamEnds)};
     }
-    response.body() = path + " " + request.body();
+    const bool isLarge = path == "/large";  // more than the system's buffers hold
+    response.body() = isLarge ? std::string(20'000'000, 'x') : path + " " + request.body();
     return {std::move(response)};
   }
 
@@ -86,6 +87,7 @@ class Transport : public ::testing::Test, public host::HttpHandler {
                           0,
                           {.head = 1000,
                            .requestTime = std::chrono::seconds(1),
+                           .answerTime = std::chrono::seconds(1),
                            .connections = 12,
                            .connectionsPerAddress = 4,
                            .streams = 2}};
@@ -194,6 +196,27 @@ TEST_F(Transport, RefusesATricklingRequest) {
     }
     expectBody(client.readToTheEnd(), "408", "a request has 1 s to arrive");
   }
+}
+
+// The time limit is that of the whole answer: taking a little now and then does not extend it.
+TEST_F(Transport, ResetsAConnectionWhoseAnswerIsTakenTooSlowly) {
+  RawConnection client(target());
+  client.write("GET /large HTTP/1.1\r\n\r\n");
+  bool isReset = false;
+  for (int i = 0; i < 99 && !isReset; ++i) {
+    client.read(200'000);
+    isReset = client.isResetWithin(std::chrono::milliseconds(50));
+  }
+  EXPECT_TRUE(isReset);
+}
+
+TEST_F(Transport, SendsALargeAnswerWhole) {
+  RawConnection client(target());
+  client.write("GET /large HTTP/1.1\r\n\r\n");
+  const std::string head =
+      "HTTP/1.1 200 OK\r\nContent-Length: 20000000\r\nConnection: close\r\n\r\n";
+  EXPECT_EQ(client.read(head.size()), head);
+  EXPECT_EQ(client.read(30'000'000).size(), 20'000'000u);
 }
 
 TEST_F(Transport, ClosesASilentConnectionWithoutAnAnswer) {

@@ -770,6 +770,17 @@ TEST_F(Page, AcceptsItsTokenInThreeForms) {
   EXPECT_EQ(client().Post("/api/set", shown, "{}", "application/json")->status, 403);
 }
 
+TEST_F(Page, ReadsItsTokenFromAFile) {
+  host.reset();
+  start({"--page", "127.0.0.1:0", "--token-file", files.write("token", "0123-abc_DEF\n")});
+  EXPECT_EQ(client().Get("/api/status")->status, 401);
+  EXPECT_EQ(client().Get("/api/status?token=0123-abc_DEF")->status, 200);
+  std::ifstream file("/proc/" + std::to_string(host->pid()) + "/cmdline");
+  const std::string shown(std::istreambuf_iterator<char>(file), {});
+  EXPECT_NE(shown.find("--token-file"), shown.npos);
+  EXPECT_EQ(shown.find("0123-abc_DEF"), shown.npos);
+}
+
 TEST_F(Page, KeepsItsTokenToItself) {
   host.reset();
   start({"--page", "127.0.0.1:0", "--token", "0123-abc_DEF"});
@@ -792,6 +803,11 @@ TEST_F(Page, NeedsATokenToBeReachedByOthers) {
       {{"--page", "[::]:0"}, "[::]:0 can be reached by others: give the page a --token"},
       {{"--page", "0.0.0.0:0", "--token", "short"}, "a token has 8 to 128 letters"},
       {{"--token", "has blanks in it"}, "a token has 8 to 128 letters"},
+      {{"--token-file", files.write("short", "short\n")}, "a token has 8 to 128 letters"},
+      {{"--token-file", files.write("empty", "\n")}, "/empty has no token"},
+      {{"--token-file", files.path("none")}, "/none: No such file or directory"},
+      {{"--token-file", files.write("good", "0123456789"), "--token", "0123456789"},
+       "--token can't be combined with --token-file"},
       {{"--page", "8080"}, "\"8080\" is not ADDRESS:PORT"},
       {{"--page", "127.0.0.1:65536"}, "is not ADDRESS:PORT"},
       {{"--page", "example.com:80"}, "is not ADDRESS:PORT"},
