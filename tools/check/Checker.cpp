@@ -1,6 +1,7 @@
 #include "tools/check/Checker.h"
 
 #include "standin/Host.h"
+#include "tools/check/Judge.h"
 
 namespace check {
 namespace {
@@ -38,7 +39,7 @@ Checked check(const Request& request) {
   Checked checked{.file = request.name};
   Findings findings(request.allowed);
   try {
-    const Reading reading = walk(request.path, request.name, findings, request.limits);
+    const Reading reading = judge(request.path, request.name, request.limits, findings);
     checked.verdict = Verdict::Refused;
     if (reading == Reading::Finite) askModule(request, checked);
   } catch (const UncheckableFile& error) {

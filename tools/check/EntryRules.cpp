@@ -1,6 +1,7 @@
 #include "tools/check/EntryRules.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <array>
@@ -10,7 +11,6 @@
 #include <limits>
 #include <stdexcept>
 #include <utility>
-#include <vector>
 
 #include "tools/check/EntryWords.h"
 #include "tools/check/Text.h"
@@ -18,6 +18,57 @@
 
 namespace check {
 namespace {
+
+// ---- What the rules are given -----------------------------------------------------------------
+
+struct EntryFacts {
+  const Section& section;
+  const Line& line;
+  std::string_view consequence;
+  std::string_view value;
+  EntryWords split;
+  std::vector<Field> fields;  // one for each word
+
+  const std::vector<Word>& words() const { return split.words; }
+  bool isMeter() const { return section.kind == SectionKind::MeterEntries; }
+  const std::vector<std::string>& known() const { return wordsOf(section.kind); }
+  bool knows(std::string_view name) const { return isWordOf(section.kind, name); }
+  // Like knows(), but ignores case.
+  std::string_view sameAs(std::string_view name) const { return sameNameIn(name, known()); }
+  std::string_view source(std::size_t index) const { return words()[index].place.of(value); }
+
+  // Converts a place within the value to a place within the line.
+  Span inLine(Span part) const { return {line.value.begin + part.begin, part.size}; }
+};
+
+EntryFacts factsOf(const Section& section, const Line& line, const SourceFile& file) {
+  const std::string_view value = line.value.of(line.text);
+  EntryFacts facts{section, line, consequenceIn(file), value, entryWordsOf(value), {}};
+  facts.fields.reserve(facts.words().size());
+  for (const Word& word : facts.words()) facts.fields.push_back(fieldOf(word.text));
+  return facts;
+}
+
+// Words that belong together, and what the module makes of them.
+struct Group {
+  enum class Kind {
+    Known,    // a word of the entry
+    Refused,  // a word that the entry does not accept
+    Spaced,   // "Key = a": several words where one was meant
+    Ignored,  // words that the module ignores
+    Comment,  // from here on the words were meant as a comment
+  };
+  Kind kind = Kind::Known;
+  std::size_t first = 0;
+  std::size_t size = 1;
+
+  std::size_t last() const { return first + size - 1; }
+};
+
+Span placeOf(const EntryFacts& facts, const Group& group) {
+  const std::size_t begin = facts.words()[group.first].place.begin;
+  return {begin, facts.words()[group.last()].place.end() - begin};
+}
 
 // Typographic quotes do not quote in an entry.
 bool beginsCurly(std::string_view text) {
@@ -27,118 +78,92 @@ bool beginsCurly(std::string_view text) {
                      [&](std::string_view each) { return text.starts_with(each); });
 }
 
-// Reads the words of one value.
-class EntryReader {
- public:
-  EntryReader(const Section& section, Span value, LineReport& report)
-      : section_(section),
-        place_(value),
-        value_(value.of(report.line().text)),
-        words_(entryWordsOf(value_)),
-        report_(report) {}
-
-  std::optional<Entry> read();
-
- private:
-  bool isMeter() const { return section_.kind == SectionKind::MeterEntries; }
-  bool isContinuation() const { return report_.line().kind == LineKind::Continuation; }
-  std::string_view kindName() const { return isMeter() ? "Meter" : "Param"; }
-
-  // Converts a place within the value to a place within the line.
-  Span inLine(Span part) const { return {place_.begin + part.begin, part.size}; }
-
-  void reportQuote();
-  std::string_view wordWithin(std::string_view text) const;
-  std::string_view wordAtEnd(std::string_view text) const;
-  void reportBackslash();
-  void reportComment();
-  void take(std::size_t index);
-  void takeField(const Word& word, const Field& field);
-  void ignoreWord(std::size_t index);
-  void reportBlankAroundEquals(std::size_t index);
-  bool isBlankAroundEquals(std::size_t index) const;
-  bool isPlain(std::size_t index) const;
-  bool isKnownName(std::string_view name) const {
-    return !sameNameIn(name, wordsOf(section_.kind)).empty();
-  }
-  std::string remedyForBareWord(std::size_t index) const;
-  std::string remedyForTail(std::string_view before, std::string_view text) const;
-  std::string remedyForSecondEquals(const Field& field) const;
-  void refuseWord(std::size_t index, const Field& field);
-  std::string remedyForUnknownWord(std::size_t index, const Field& field) const;
-  void takeName(const Word& word, const Field& field);
-  void takeType(const Word& word, const Field& field);
-  void takeDefault(const Word& word, const Field& field);
-  void takeNumber(const std::string& text, Span place);
-  std::string remedyForRest(std::string_view rest) const;
-  void reportCurlyQuote(const Word& word);
-  void reportOutOfRange(const std::string& text, Span place);
-  void reportUnsigned(const std::string& text, unsigned long number, Span place);
-  void reportRepeated(const Word& word, const Field& field);
-
-  const Section& section_;
-  const Span place_;
-  const std::string_view value_;
-  const EntryWords words_;
-  LineReport& report_;
-  Entry entry_;
-  bool good_ = true;
-  std::size_t skip_ = 0;    // following words that a diagnostic has already covered
-  bool inComment_ = false;  // after a ";" or "//" that was meant to begin a comment
-  std::vector<std::pair<std::string, std::string>> seen_;  // names and values
-};
-
-std::optional<Entry> EntryReader::read() {
-  const Span whole = place_.size > 0 ? place_ : report_.line().body;
-  entry_.place = entry_.keyPlace = entry_.customKeyPlace = whole;
-  if (words_.openQuote) {
-    reportQuote();
-    return std::nullopt;
-  }
-  for (std::size_t i = 0; i < words_.words.size(); ++i) take(i);
-  if (words_.comment) reportComment();
-  reportBackslash();
-  return good_ ? std::optional(entry_) : std::nullopt;
+bool isRate(std::string_view text) {
+  return sameName(text, "fast") || sameName(text, "slow");
 }
 
-void EntryReader::reportQuote() {
-  const Span place = inLine({*words_.openQuote, 1});
-  const std::string_view rest = report_.line().rest.of(report_.line().text);
-  const char quote = value_[*words_.openQuote];
-  // The closing quote is in what the reader cut as a comment, so no comment was meant.
-  if (rest.starts_with(';') && rest.find(quote) != rest.npos) {
-    report_.add(
-        Rule::CommentInQuotes, {report_.line().rest.begin, 1},
-        fmt::format(
-            "this \";\" begins a comment even inside quotes and leaves the quote open, so {}",
-            report_.consequence()),
-        "remove the white space before the \";\", or the \";\" itself");
-    return;
-  }
-  const std::size_t unread = words_.words.empty() ? 0 : words_.words.back().place.end();
-  const std::size_t first = value_.find_first_of("\"'", unread);
-  const std::string_view swallowed = wordWithin(value_.substr(first));
-  if (!swallowed.empty()) {
-    report_.add(
-        Rule::OpenQuote, inLine({first, 1}),
-        fmt::format("this quote is not closed before {}=, which leaves a quote open at the end of "
-                    "the line, so {}",
-                    swallowed, report_.consequence()),
-        fmt::format("close it with {0} before the space in front of {1}=, or write \\{0} for a "
-                    "literal quote",
-                    value_[first], swallowed));
-    return;
-  }
-  report_.add(Rule::OpenQuote, place,
-              fmt::format("this quote is never closed, so {}", report_.consequence()),
-              fmt::format("close it with {}, or write \\{} for a literal quote", quote, quote));
+// A word without "=" that means nothing on its own but could be part of a value.
+bool isPlain(const EntryFacts& facts, std::size_t index) {
+  const std::string_view text = facts.words()[index].text;
+  return facts.fields[index].shape == Field::Shape::WithoutEquals && !text.starts_with("//") &&
+         facts.source(index).find_first_of("\"'\\") == std::string_view::npos &&
+         facts.sameAs(text.substr(0, text.find(':'))).empty() && !(facts.isMeter() && isRate(text));
 }
+
+// How many words "Key = a" or "Key= a" takes; 0 if the words at `index` are no such thing.
+std::size_t spacedWords(const EntryFacts& facts, std::size_t index) {
+  const auto& words = facts.words();
+  std::string_view name = words[index].text;
+  std::size_t last = index + 1;
+  if (name.ends_with('=')) {
+    name.remove_suffix(1);
+  } else if (last < words.size() && words[last].text == "=") {
+    ++last;
+  } else {
+    return 0;
+  }
+  const bool hasValue = last < words.size() && words[last].text.find('=') == std::string::npos;
+  return facts.knows(name) && hasValue ? last - index + 1 : 0;
+}
+
+// How many ignored words from `index` on were probably meant as one value.
+std::size_t ignoredWords(const EntryFacts& facts, std::size_t index) {
+  const std::string_view text = facts.words()[index].text;
+  const std::size_t all = facts.words().size();
+  std::size_t size = 1;
+  if (facts.fields[index].shape != Field::Shape::WithoutEquals) return size;
+  // "Key: a"
+  const bool isName = text.ends_with(':') && !facts.sameAs(text.substr(0, text.size() - 1)).empty();
+  if (isName && index + 1 < all && isPlain(facts, index + 1)) ++size;
+  if (!isPlain(facts, index)) return size;
+  while (index + size < all && isPlain(facts, index + size)) ++size;
+  return size;
+}
+
+Group groupAt(const EntryFacts& facts, std::size_t index, bool inComment) {
+  using enum Group::Kind;
+  const std::string& text = facts.words()[index].text;
+  const Field& field = facts.fields[index];
+  if (field.isRead()) return {facts.knows(field.name) ? Known : Refused, index};
+  if (const std::size_t size = spacedWords(facts, index); size > 0) return {Spaced, index, size};
+  const bool isMark = text.starts_with("//") || text == "--";
+  const bool isBare = field.shape == Field::Shape::WithoutEquals;
+  if (isBare && isMark && !inComment) return {Comment, index, facts.words().size() - index};
+  return {Ignored, index, inComment ? 1 : ignoredWords(facts, index)};
+}
+
+// A ";" in an indented line was meant to begin a comment.
+bool beginsIndentedComment(const EntryFacts& facts, std::size_t index) {
+  return facts.line.kind == LineKind::Continuation && facts.words()[index].text.starts_with(';');
+}
+
+// The groups of the value. A comment covers the rest of the value, but the module reads the words
+// in it, so these are groups as well; ignored words in a comment are not.
+std::vector<Group> groupsOf(const EntryFacts& facts) {
+  std::vector<Group> groups;
+  bool inComment = false;
+  const std::size_t all = facts.words().size();
+  for (std::size_t index = 0; index < all;) {
+    if (!inComment && beginsIndentedComment(facts, index)) {
+      groups.push_back({Group::Kind::Comment, index, all - index});
+      inComment = true;
+    }
+    const Group group = groupAt(facts, index, inComment);
+    const bool isComment = group.kind == Group::Kind::Comment;
+    if (group.kind != Group::Kind::Ignored || !inComment) groups.push_back(group);
+    inComment = inComment || isComment;
+    index += isComment ? 1 : group.size;
+  }
+  return groups;
+}
+
+// ---- Quotes, backslashes and comments ---------------------------------------------------------
 
 // The first known word that follows a space in quoted text.
-std::string_view EntryReader::wordWithin(std::string_view text) const {
+std::string_view wordWithin(const EntryFacts& facts, std::string_view text) {
   std::string_view first;
   std::size_t least = text.npos;
-  for (const std::string& word : wordsOf(section_.kind)) {
+  for (const std::string& word : facts.known()) {
     const std::size_t begin = text.find(" " + word + "=");
     if (begin >= least) continue;
     least = begin;
@@ -147,10 +172,272 @@ std::string_view EntryReader::wordWithin(std::string_view text) const {
   return first;
 }
 
+// The closing quote is in what the reader cut as a comment, so no comment was meant.
+bool isCutInQuotes(const EntryFacts& facts) {
+  const std::string_view rest = facts.line.rest.of(facts.line.text);
+  return rest.starts_with(';') && rest.find(facts.value[*facts.split.openQuote]) != rest.npos;
+}
+
+MaybeFinding commentInQuotes(const EntryFacts& facts) {
+  if (!facts.split.openQuote || !isCutInQuotes(facts)) return std::nullopt;
+  return Finding{
+      "comment-in-quotes",
+      {facts.line.rest.begin, 1},
+      fmt::format("this \";\" begins a comment even inside quotes and leaves the quote open, so {}",
+                  facts.consequence),
+      "remove the white space before the \";\", or the \";\" itself"};
+}
+
+MaybeFinding openQuote(const EntryFacts& facts) {
+  if (!facts.split.openQuote || isCutInQuotes(facts)) return std::nullopt;
+  const std::size_t open = *facts.split.openQuote;
+  const std::size_t unread = facts.words().empty() ? 0 : facts.words().back().place.end();
+  const std::size_t first = facts.value.find_first_of("\"'", unread);
+  const std::string_view swallowed = wordWithin(facts, facts.value.substr(first));
+  if (!swallowed.empty()) {
+    return Finding{
+        "open-quote", facts.inLine({first, 1}),
+        fmt::format("this quote is not closed before {}=, which leaves a quote open at the end of "
+                    "the line, so {}",
+                    swallowed, facts.consequence),
+        fmt::format("close it with {0} before the space in front of {1}=, or write \\{0} for a "
+                    "literal quote",
+                    facts.value[first], swallowed)};
+  }
+  return Finding{
+      "open-quote", facts.inLine({open, 1}),
+      fmt::format("this quote is never closed, so {}", facts.consequence),
+      fmt::format("close it with {0}, or write \\{0} for a literal quote", facts.value[open])};
+}
+
+MaybeFinding hashComment(const EntryFacts& facts) {
+  if (!facts.split.comment) return std::nullopt;
+  const std::size_t begin = *facts.split.comment;
+  const std::string_view comment = facts.value.substr(begin);
+  return Finding{
+      "hash-comment", facts.inLine({begin, comment.size()}),
+      fmt::format("this \"#\" begins a comment, so the module ignores {}", inQuotes(comment)),
+      "put quotes around the word if the \"#\" is part of it, or begin the comment with \" ;\""};
+}
+
+MaybeFinding lostBackslash(const EntryFacts& facts) {
+  const auto lost = lostBackslashIn(facts.value, facts.split.comment.value_or(facts.value.size()));
+  if (!lost || facts.split.openQuote) return std::nullopt;
+  if (*lost + 1 == facts.value.size()) {
+    return Finding{
+        "lost-backslash", facts.inLine({*lost, 1}),
+        "this \"\\\" does not join the next line to the entry, and the module ignores it",
+        "write the whole entry on one line"};
+  }
+  return Finding{"lost-backslash", facts.inLine({*lost, 2}),
+                 fmt::format("the module removes a \"\\\" outside quotes and reads {} as \"{}\"",
+                             inQuotes(facts.value.substr(*lost, 2)), facts.value[*lost + 1]),
+                 "put double quotes around the value if the \"\\\" is part of it"};
+}
+
+constexpr std::array valueRules = {commentInQuotes, openQuote, hashComment, lostBackslash};
+
+// ---- Words that the module ignores ------------------------------------------------------------
+
+MaybeFinding spacedEquals(const EntryFacts& facts, const Group& group) {
+  if (group.kind != Group::Kind::Spaced) return std::nullopt;
+  const std::string_view first = facts.words()[group.first].text;
+  const bool joined = group.size == 2;
+  const Span place = facts.inLine(placeOf(facts, group));
+  return Finding{
+      joined ? Rule("word-ends-in-equals") : Rule("word-without-equals"), place,
+      "a space next to \"=\" splits this word, so the module ignores its parts",
+      write(place,
+            fmt::format("{}={}", first.substr(0, first.find('=')), facts.source(group.last())),
+            " without spaces")};
+}
+
+MaybeFinding wordEndsInEquals(const EntryFacts& facts, const Group& group) {
+  const Field& field = facts.fields[group.first];
+  if (group.kind != Group::Kind::Ignored || field.shape != Field::Shape::EndingInEquals) {
+    return std::nullopt;
+  }
+  const Span place = facts.inLine(placeOf(facts, group));
+  const std::string text = fmt::format("the word {} ends in \"=\", so the module ignores it",
+                                       inQuotes(facts.words()[group.first].text));
+  if (field.name.empty()) return Finding{"word-ends-in-equals", place, text, remove(place, "it")};
+  return Finding{"word-ends-in-equals", place, text,
+                 fmt::format("write {}=VALUE, or remove it", field.name)};
+}
+
+MaybeFinding emptyQuotes(const EntryFacts& facts, const Group& group) {
+  const bool isEmpty = facts.fields[group.first].shape == Field::Shape::Empty;
+  if (group.kind != Group::Kind::Ignored || !isEmpty) return std::nullopt;
+  return Finding{"word-without-equals", facts.inLine(placeOf(facts, group)),
+                 "these quotes are empty, so the module ignores them",
+                 "remove them, or write NAME=VALUE"};
+}
+
+MaybeFinding meantAsComment(const EntryFacts& facts, const Group& group) {
+  if (group.kind != Group::Kind::Comment) return std::nullopt;
+  const std::string_view text = facts.words()[group.first].text;
+  const std::size_t begin = facts.words()[group.first].place.begin;
+  const Span place = facts.inLine({begin, facts.value.size() - begin});
+  if (text.starts_with(';')) {
+    return Finding{
+        "comment-in-continuation", place,
+        "\";\" does not begin a comment in an indented line, so the module reads what follows "
+        "as words",
+        "put the comment on a line of its own"};
+  }
+  return Finding{
+      "word-without-equals", place,
+      fmt::format("{} does not begin a comment, so the module reads what follows as words",
+                  inQuotes(text.substr(0, 2))),
+      "begin the comment with \" ;\""};
+}
+
+// For bare words that follow the word `before`.
+Remedy remedyForTail(const EntryFacts& facts, const Group& group) {
+  const std::string_view before = facts.source(group.first - 1);
+  const std::size_t equals = before.find('=');
+  if (beginsCurly(before.substr(std::min(equals, before.size() - 1) + 1))) {
+    return "use \" instead of typographic quotes";
+  }
+  if (equals == before.npos || before.find_first_of("\"'\\") != before.npos) {
+    return "remove this, or put quotes around the whole value";
+  }
+  const std::string_view name = before.substr(0, equals);
+  const Span place = placeOf(facts, group);
+  const bool isNumber = name == "DefaultValue" && facts.section.type != ValueType::String;
+  if (isNumber || name == "Type") {
+    return remove(facts.inLine(place), group.size == 1 ? "it" : "them");
+  }
+  const std::size_t begin = facts.words()[group.first - 1].place.begin;
+  return write(facts.inLine({begin, place.end() - begin}),
+               fmt::format("{}=\"{} {}\"", name, before.substr(equals + 1), place.of(facts.value)),
+               " if that is the whole value");
+}
+
+Remedy remedyForBareWords(const EntryFacts& facts, const Group& group) {
+  const std::string& text = facts.words()[group.first].text;
+  const std::size_t colon = text.find(':');
+  const Span place = facts.inLine(placeOf(facts, group));
+  if (const auto name = facts.sameAs(text.substr(0, colon)); !name.empty()) {
+    const bool hasValue = colon != text.npos && colon + 1 < text.size();
+    if (hasValue) return write(place, fmt::format("{}={}", name, text.substr(colon + 1)));
+    if (group.size == 1) return fmt::format("write {}=VALUE", name);
+    return write(place, fmt::format("{}={}", name, facts.words()[group.first + 1].text));
+  }
+  if (facts.isMeter() && isRate(text)) {
+    return write(place, fmt::format("Type={}", sameName(text, "fast") ? "fast" : "slow"),
+                 " if that is the rate");
+  }
+  if (group.first > 0) return remedyForTail(facts, group);
+  const std::string_view all = placeOf(facts, group).of(facts.value);
+  return write(place, group.size > 1 ? fmt::format("Key=\"{}\"", all) : fmt::format("Key={}", text),
+               " if that is the key");
+}
+
+MaybeFinding bareWords(const EntryFacts& facts, const Group& group) {
+  const bool isBare = facts.fields[group.first].shape == Field::Shape::WithoutEquals;
+  if (group.kind != Group::Kind::Ignored || !isBare) return std::nullopt;
+  const Span place = placeOf(facts, group);
+  return Finding{"word-without-equals", facts.inLine(place),
+                 group.size == 1
+                     ? fmt::format("the word {} has no \"=\", so the module ignores it",
+                                   inQuotes(facts.words()[group.first].text))
+                     : fmt::format("the words {} have no \"=\", so the module ignores them",
+                                   inQuotes(place.of(facts.value))),
+                 remedyForBareWords(facts, group)};
+}
+
+// ---- Words that the module refuses ------------------------------------------------------------
+
+Remedy remedyForUnknownWord(const EntryFacts& facts, const Group& group) {
+  const Field& field = facts.fields[group.first];
+  const auto& known = facts.known();
+  const Span word = facts.inLine(facts.words()[group.first].place);
+  const Span name{word.begin, std::min(word.size, field.name.size())};
+  // The name as the line has it, without quotes; otherwise the edit would be a guess.
+  const bool isLiteral = name.of(facts.line.text) == field.name;
+  if (field.name.empty() && group.first > 0 && facts.knows(facts.words()[group.first - 1].text)) {
+    const std::size_t begin = facts.inLine(facts.words()[group.first - 1].place).begin;
+    return write({begin, word.end() - begin},
+                 fmt::format("{}={}", facts.words()[group.first - 1].text, field.value),
+                 " without spaces");
+  }
+  if (facts.source(group.first).starts_with('\\')) {
+    return {"remove the \"\\\", which joins the word to what follows", {word.begin, 1}, {}};
+  }
+  if (const auto same = facts.sameAs(field.name); !same.empty()) {
+    Remedy remedy = write(name, std::string(same), ": case matters");
+    if (!isLiteral) remedy.edit.reset();
+    return remedy;
+  }
+  const auto begun = std::find_if(known.begin(), known.end(), [&](const std::string& each) {
+    return field.name.size() > 2 && sameName(each.substr(0, field.name.size()), field.name);
+  });
+  const bool isOfMeters = !sameNameIn(field.name, wordsOf(SectionKind::MeterEntries)).empty();
+  if (begun == known.end() && isOfMeters) {
+    return remove(word, "it: a parameter has neither a rate nor a default");
+  }
+  if (begun == known.end() && sameName(field.name, "Name")) {
+    return "write Key=, or CustomKey= for the slot name";
+  }
+  const std::string close = begun != known.end() ? *begun : closestName(field.name, known);
+  if (close.empty()) {
+    return fmt::format("a {} accepts {}", facts.section.keys.front(), fmt::join(known, ", "));
+  }
+  Remedy remedy = ask({name.begin, name.size + 1}, close + "=");
+  if (!isLiteral) remedy.edit.reset();
+  return remedy;
+}
+
+MaybeFinding unknownWord(const EntryFacts& facts, const Group& group) {
+  if (group.kind != Group::Kind::Refused) return std::nullopt;
+  const Word& word = facts.words()[group.first];
+  const Field& field = facts.fields[group.first];
+  const Span place = facts.inLine(word.place);
+  const std::string what =
+      field.name.empty()
+          ? fmt::format("the word {} has no name before its \"=\"", inQuotes(word.text))
+          : fmt::format("a {} does not accept the word {}", facts.section.keys.front(),
+                        inQuotes(field.name));
+  return Finding{
+      "unknown-word",
+      {place.begin, field.name.empty() ? place.size : std::min(place.size, field.name.size())},
+      fmt::format("{}, so {}", what, facts.consequence),
+      remedyForUnknownWord(facts, group)};
+}
+
+constexpr std::array groupRules = {meantAsComment, spacedEquals, wordEndsInEquals,
+                                   emptyQuotes,    bareWords,    unknownWord};
+
+// ---- Known words ------------------------------------------------------------------------------
+
+struct WordFacts {
+  const EntryFacts& entry;
+  const Word& word;
+  const Field& field;
+  const Field* earlier;  // the last word before it with the same name, or null
+
+  // In the line.
+  Span place() const { return entry.inLine(placeOfValue(entry.value, word)); }
+  bool isName() const { return field.name == "Key" || field.name == "CustomKey"; }
+  bool isNumber() const {
+    return field.name == "DefaultValue" && entry.section.type != ValueType::String;
+  }
+};
+
+MaybeFinding repeatedWord(const WordFacts& facts) {
+  if (facts.earlier == nullptr) return std::nullopt;
+  return Finding{
+      "repeated-word", facts.entry.inLine(facts.word.place),
+      fmt::format("{} appears twice and the last one wins, so it is {}, not {}", facts.field.name,
+                  inQuotes(facts.field.value), inQuotes(facts.earlier->value)),
+      "remove the one that you do not want"};
+}
+
 // The known word at the end of the text, where it was probably meant to begin a word of its own.
-std::string_view EntryReader::wordAtEnd(std::string_view text) const {
+std::string_view wordAtEnd(const EntryFacts& facts, std::string_view text) {
   std::string_view longest;
-  for (const std::string& word : wordsOf(section_.kind)) {
+  for (const std::string& word : facts.known()) {
     if (!text.ends_with(word) || word.size() <= longest.size()) continue;
     const std::string_view before = text.substr(0, text.size() - word.size());
     // "MonKey" is a word of its own, not "Mon" and Key.
@@ -161,395 +448,134 @@ std::string_view EntryReader::wordAtEnd(std::string_view text) const {
   return longest;
 }
 
-void EntryReader::reportBackslash() {
-  const auto lost = lostBackslashIn(value_, words_.comment.value_or(value_.size()));
-  if (!lost) return;
-  if (*lost + 1 == value_.size()) {
-    report_.add(Rule::LostBackslash, inLine({*lost, 1}),
-                "this \"\\\" does not join the next line to the entry, and the module ignores it",
-                "write the whole entry on one line");
-    return;
-  }
-  report_.add(Rule::LostBackslash, inLine({*lost, 2}),
-              fmt::format("the module removes a \"\\\" outside quotes and reads {} as \"{}\"",
-                          inQuotes(value_.substr(*lost, 2)), value_[*lost + 1]),
-              "put double quotes around the value if the \"\\\" is part of it");
-}
-
-void EntryReader::reportComment() {
-  const std::size_t begin = *words_.comment;
-  const std::string_view comment = value_.substr(begin);
-  report_.add(
-      Rule::HashComment, inLine({begin, comment.size()}),
-      fmt::format("this \"#\" begins a comment, so the module ignores {}", inQuotes(comment)),
-      "put quotes around the word if the \"#\" is part of it, or begin the comment with \" ;\"");
-}
-
-void EntryReader::take(std::size_t index) {
-  if (skip_ > 0) {
-    --skip_;
-    return;
-  }
-  const Word& word = words_.words[index];
-  const Field field = fieldOf(word.text);
-  if (isContinuation() && word.text.starts_with(';') && !inComment_) {
-    inComment_ = true;
-    const std::size_t size = value_.size() - word.place.begin;
-    report_.add(
-        Rule::CommentInContinuation, inLine({word.place.begin, size}),
-        "\";\" does not begin a comment in an indented line, so the module reads what follows "
-        "as words",
-        "put the comment on a line of its own");
-  }
-  if (field.shape == Field::Shape::Whole || field.shape == Field::Shape::Cut) {
-    const auto& known = wordsOf(section_.kind);
-    const bool isKnown = std::find(known.begin(), known.end(), field.name) != known.end();
-    if (isKnown)
-      takeField(word, field);
-    else
-      refuseWord(index, field);
-  } else if (isBlankAroundEquals(index)) {
-    reportBlankAroundEquals(index);
-  } else if (!inComment_) {
-    ignoreWord(index);
-  }
-}
-
-void EntryReader::takeField(const Word& word, const Field& field) {
-  reportRepeated(word, field);
-  if (field.shape == Field::Shape::Cut) {
-    const Span place = placeOfValue(value_, word);
-    report_.add(
-        Rule::TextAfterSecondEquals, inLine(place),
-        fmt::format("the value ends at the second \"=\", so {} is {} and the module drops {}",
-                    field.name, inQuotes(field.value), inQuotes(field.dropped)),
-        remedyForSecondEquals(field));
-  }
-  if (beginsCurly(placeOfValue(value_, word).of(value_))) reportCurlyQuote(word);
-  if (field.name == "Type")
-    takeType(word, field);
-  else if (field.name == "DefaultValue")
-    takeDefault(word, field);
-  else
-    takeName(word, field);
-}
-
-std::string EntryReader::remedyForSecondEquals(const Field& field) const {
+Remedy remedyForSecondEquals(const WordFacts& facts) {
+  const Field& field = facts.field;
   if (field.dropped.find_first_of(",;") != field.dropped.npos ||
       field.value.find_first_of(",;") != field.value.npos) {
     return "separate words with spaces, not with \",\" or \";\"";
   }
-  const std::string_view next = wordAtEnd(field.value);
+  const std::string_view next = wordAtEnd(facts.entry, field.value);
   if (next.empty()) return "choose a value without \"=\"";
-  if (field.value.size() > next.size() &&
-      isBlank(field.value[field.value.size() - next.size() - 1])) {
+  const std::size_t before = field.value.size() - next.size();
+  if (before > 0 && isBlank(field.value[before - 1])) {
     return fmt::format("quote each value separately, so that {}= is outside the quotes", next);
   }
   return fmt::format("write a space before {}=", next);
 }
 
-void EntryReader::reportRepeated(const Word& word, const Field& field) {
-  const auto earlier = std::find_if(seen_.rbegin(), seen_.rend(),
-                                    [&](const auto& each) { return each.first == field.name; });
-  if (earlier != seen_.rend()) {
-    report_.add(Rule::RepeatedWord, inLine(word.place),
-                fmt::format("{} appears twice and the last one wins, so it is {}, not {}",
-                            field.name, inQuotes(field.value), inQuotes(earlier->second)),
-                "remove the one that you do not want");
-  }
-  seen_.emplace_back(field.name, field.value);
+MaybeFinding secondEquals(const WordFacts& facts) {
+  const Field& field = facts.field;
+  if (field.shape != Field::Shape::Cut) return std::nullopt;
+  return Finding{
+      "text-after-second-equals", facts.place(),
+      fmt::format("the value ends at the second \"=\", so {} is {} and the module drops {}",
+                  field.name, inQuotes(field.value), inQuotes(field.dropped)),
+      remedyForSecondEquals(facts)};
 }
 
-void EntryReader::reportCurlyQuote(const Word& word) {
-  report_.add(Rule::CurlyQuote, inLine(placeOfValue(value_, word)),
-              "typographic quotes are ordinary characters here, so they become part of the value",
-              "use \" instead");
+MaybeFinding curlyQuote(const WordFacts& facts) {
+  if (!beginsCurly(placeOfValue(facts.entry.value, facts.word).of(facts.entry.value))) {
+    return std::nullopt;
+  }
+  return Finding{
+      "curly-quote", facts.place(),
+      "typographic quotes are ordinary characters here, so they become part of the value",
+      "use \" instead"};
 }
 
-// ---- Words that the module ignores ------------------------------------------------------------
-
-// "Key = a" or "Key= a": several words where one was meant.
-bool EntryReader::isBlankAroundEquals(std::size_t index) const {
-  const auto& words = words_.words;
-  const auto& known = wordsOf(section_.kind);
-  std::string_view name = words[index].text;
-  std::size_t next = index + 1;
-  if (name.ends_with('=')) {
-    name.remove_suffix(1);
-  } else if (next < words.size() && words[next].text == "=") {
-    ++next;
-  } else {
-    return false;
-  }
-  return std::find(known.begin(), known.end(), name) != known.end() && next < words.size() &&
-         words[next].text.find('=') == std::string::npos;
-}
-
-void EntryReader::reportBlankAroundEquals(std::size_t index) {
-  const auto& words = words_.words;
-  skip_ = words[index].text.ends_with('=') ? 1 : 2;
-  const Word& last = words[index + skip_];
-  const std::string_view name(words[index].text.data(), words[index].text.find('='));
-  const std::size_t begin = words[index].place.begin;
-  const bool joined = skip_ == 1;
-  report_.add(
-      joined ? Rule::WordEndsInEquals : Rule::WordWithoutEquals,
-      inLine({begin, last.place.end() - begin}),
-      "a space next to \"=\" splits this word, so the module ignores its parts",
-      fmt::format("write {}={} without spaces", joined ? name : std::string_view(words[index].text),
-                  last.place.of(value_)));
-}
-
-void EntryReader::ignoreWord(std::size_t index) {
-  const Word& word = words_.words[index];
-  const Field field = fieldOf(word.text);
-  if (field.shape == Field::Shape::EndingInEquals) {
-    report_.add(
-        Rule::WordEndsInEquals, inLine(word.place),
-        fmt::format("the word {} ends in \"=\", so the module ignores it", inQuotes(word.text)),
-        field.name.empty() ? "remove it" : fmt::format("write {}=VALUE, or remove it", field.name));
-    return;
-  }
-  if (field.shape == Field::Shape::Empty) {
-    report_.add(Rule::WordWithoutEquals, inLine(word.place),
-                "these quotes are empty, so the module ignores them",
-                "remove them, or write NAME=VALUE");
-    return;
-  }
-  if (word.text.starts_with("//") || word.text == "--") {
-    inComment_ = true;
-    report_.add(
-        Rule::WordWithoutEquals, inLine({word.place.begin, value_.size() - word.place.begin}),
-        fmt::format("{} does not begin a comment, so the module reads what follows as words",
-                    inQuotes(word.text.substr(0, 2))),
-        "begin the comment with \" ;\"");
-    return;
-  }
-  // "Key: a"
-  const bool isName =
-      word.text.ends_with(':') && isKnownName(word.text.substr(0, word.text.size() - 1));
-  if (isName && index + 1 < words_.words.size() && isPlain(index + 1)) ++skip_;
-  if (isPlain(index)) {
-    while (index + skip_ + 1 < words_.words.size() && isPlain(index + skip_ + 1)) ++skip_;
-  }
-  const std::size_t begin = word.place.begin;
-  const Span place{begin, words_.words[index + skip_].place.end() - begin};
-  report_.add(Rule::WordWithoutEquals, inLine(place),
-              skip_ == 0 ? fmt::format("the word {} has no \"=\", so the module ignores it",
-                                       inQuotes(word.text))
-                         : fmt::format("the words {} have no \"=\", so the module ignores them",
-                                       inQuotes(place.of(value_))),
-              remedyForBareWord(index));
-}
-
-// A word without "=" that means nothing on its own but could be part of a value.
-bool EntryReader::isPlain(std::size_t index) const {
-  const Word& word = words_.words[index];
-  const auto isRate = [&](std::string_view rate) { return isMeter() && sameName(word.text, rate); };
-  const std::string_view name = std::string_view(word.text).substr(0, word.text.find(':'));
-  return fieldOf(word.text).shape == Field::Shape::WithoutEquals && !word.text.starts_with("//") &&
-         word.place.of(value_).find_first_of("\"'\\") == std::string_view::npos &&
-         !isKnownName(name) && !isRate("fast") && !isRate("slow");
-}
-
-std::string EntryReader::remedyForBareWord(std::size_t index) const {
-  const std::string& text = words_.words[index].text;
-  const auto& known = wordsOf(section_.kind);
-  const std::size_t colon = text.find(':');
-  if (const auto name = sameNameIn(text.substr(0, colon), known); !name.empty()) {
-    const bool hasValue = colon != text.npos && colon + 1 < text.size();
-    const bool isNext = skip_ > 0;
-    return fmt::format("write {}={}", name,
-                       hasValue ? text.substr(colon + 1)
-                       : isNext ? words_.words[index + 1].text
-                                : "VALUE");
-  }
-  if (isMeter() && (sameName(text, "fast") || sameName(text, "slow"))) {
-    return fmt::format("write Type={} if that is the rate",
-                       sameName(text, "fast") ? "fast" : "slow");
-  }
-  const std::size_t begin = words_.words[index].place.begin;
-  const std::size_t end = words_.words[index + skip_].place.end();
-  const std::string_view all = value_.substr(begin, end - begin);
-  if (index == 0 && skip_ > 0) return fmt::format("write Key=\"{}\" if that is the key", all);
-  if (index == 0) return fmt::format("write Key={} if that is the key", text);
-  return remedyForTail(words_.words[index - 1].place.of(value_), all);
-}
-
-// For bare text after the word `before`.
-std::string EntryReader::remedyForTail(std::string_view before, std::string_view text) const {
-  const std::size_t equals = before.find('=');
-  if (beginsCurly(before.substr(std::min(equals, before.size() - 1) + 1))) {
-    return "use \" instead of typographic quotes";
-  }
-  if (equals == before.npos || before.find_first_of("\"'\\") != before.npos) {
-    return "remove this, or put quotes around the whole value";
-  }
-  const std::string_view name = before.substr(0, equals);
-  const bool isNumber = name == "DefaultValue" && section_.type != ValueType::String;
-  if (isNumber || name == "Type") return skip_ == 0 ? "remove it" : "remove them";
-  return fmt::format("write {}=\"{} {}\" if that is the whole value", name,
-                     before.substr(equals + 1), text);
-}
-
-// ---- Words that the module refuses ------------------------------------------------------------
-
-void EntryReader::refuseWord(std::size_t index, const Field& field) {
-  const Word& word = words_.words[index];
-  good_ = false;
-  const Span place = inLine(word.place);
-  const std::string what =
-      field.name.empty()
-          ? fmt::format("the word {} has no name before its \"=\"", inQuotes(word.text))
-          : fmt::format("a {} does not accept the word {}", kindName(), inQuotes(field.name));
-  report_.add(
-      Rule::UnknownWord,
-      {place.begin, field.name.empty() ? place.size : std::min(place.size, field.name.size())},
-      fmt::format("{}, so {}", what, report_.consequence()), remedyForUnknownWord(index, field));
-}
-
-std::string EntryReader::remedyForUnknownWord(std::size_t index, const Field& field) const {
-  const auto& known = wordsOf(section_.kind);
-  if (field.name.empty() && index > 0) {
-    const std::string& before = words_.words[index - 1].text;
-    if (std::find(known.begin(), known.end(), before) != known.end()) {
-      return fmt::format("write {}={} without spaces", before, field.value);
-    }
-  }
-  if (words_.words[index].place.of(value_).starts_with('\\')) {
-    return "remove the \"\\\", which joins the word to what follows";
-  }
-  if (const auto name = sameNameIn(field.name, known); !name.empty()) {
-    return fmt::format("write {}: case matters", name);
-  }
-  const auto begun = std::find_if(known.begin(), known.end(), [&](const std::string& word) {
-    return field.name.size() > 2 && sameName(word.substr(0, field.name.size()), field.name);
-  });
-  if (begun != known.end()) return fmt::format("did you mean {}=?", *begun);
-  if (!sameNameIn(field.name, wordsOf(SectionKind::MeterEntries)).empty()) {
-    return "remove it: a parameter has neither a rate nor a default";
-  }
-  if (sameName(field.name, "Name")) return "write Key=, or CustomKey= for the slot name";
-  if (const std::string close = closestName(field.name, known); !close.empty()) {
-    return fmt::format("did you mean {}=?", close);
-  }
-  return fmt::format("a {} accepts {}", kindName(), fmt::join(known, ", "));
-}
-
-// ---- Known words ------------------------------------------------------------------------------
-
-void EntryReader::takeName(const Word& word, const Field& field) {
-  const Span place = inLine(placeOfValue(value_, word));
-  const bool isKey = field.name == "Key";
-  (isKey ? entry_.key : entry_.customKey) = field.value;
-  (isKey ? entry_.keyPlace : entry_.customKeyPlace) = place;
-  if (isKey && !isUtf8(field.value)) {
-    report_.add(Rule::KeyNotUtf8, place,
-                isMeter()
-                    ? fmt::format("the key {} is not valid UTF-8, so no meter can have it and "
-                                  "the slot keeps its default",
-                                  inQuotes(field.value))
-                    : fmt::format("the key {} is not valid UTF-8, so the engine service can't "
-                                  "read a call that contains it",
-                                  inQuotes(field.value)),
-                "save the file as UTF-8, or correct the key");
-  }
-  if (field.value.ends_with(',') || field.value.ends_with(';')) {
-    report_.add(Rule::TrailingComma, place,
-                fmt::format("{} {} ends in \"{}\", which is part of the name", field.name,
-                            inQuotes(field.value), field.value.back()),
-                fmt::format("remove the \"{}\"", field.value.back()));
-  }
-  if (hasUnseenCharacter(field.value)) {
-    report_.add(Rule::ControlCharacter, place,
-                fmt::format("{} {} contains an invisible character, which is part of the name",
-                            field.name, inQuotes(field.value)),
-                "remove it, or replace it with a space");
-  }
-  if (!field.value.empty() && (isBlank(field.value.front()) || isBlank(field.value.back()))) {
-    report_.add(Rule::OuterBlanks, place,
-                fmt::format("{} {} begins or ends with white space, which is part of the name",
-                            field.name, inQuotes(field.value)),
-                "remove the white space inside the quotes");
-  }
-}
-
-void EntryReader::takeType(const Word& word, const Field& field) {
-  if (field.value == "fast" || field.value == "slow") {
-    entry_.isSlow = field.value == "slow";
-    return;
-  }
-  good_ = false;
+MaybeFinding unknownType(const WordFacts& facts) {
+  const std::string& value = facts.field.value;
+  if (facts.field.name != "Type" || value == "fast" || value == "slow") return std::nullopt;
   constexpr std::array<std::string_view, 6> valueTypes = {"string", "int",    "uint",
                                                           "float",  "double", "text"};
-  const std::vector<std::string> rates = {"fast", "slow"};
-  const auto lower = sameNameIn(field.value, rates);
-  const std::string close = closestName(field.value, rates);
+  static const std::vector<std::string> rates = {"fast", "slow"};
+  const auto same = sameNameIn(value, rates);
+  const std::string close = closestName(value, rates);
   const bool isValueType =
       std::any_of(valueTypes.begin(), valueTypes.end(),
-                  [&](std::string_view each) { return sameName(each, field.value); });
-  std::string remedy = "write Type=fast or Type=slow";
-  if (!lower.empty())
-    remedy = fmt::format("write Type={}, in lower case", lower);
+                  [&](std::string_view each) { return sameName(each, value); });
+  Remedy remedy = "write Type=fast or Type=slow";
+  const Span word = facts.entry.inLine(facts.word.place);
+  if (!same.empty())
+    remedy = write(word, fmt::format("Type={}", same), ", in lower case");
   else if (!close.empty())
-    remedy = fmt::format("did you mean Type={}?", close);
+    remedy = ask(word, fmt::format("Type={}", close));
   else if (isValueType)
-    remedy += "; the value type comes from the section";
-  report_.add(
-      Rule::UnknownType, inLine(placeOfValue(value_, word)),
-      fmt::format("{} is not a valid Type, so {}", inQuotes(field.value), report_.consequence()),
-      remedy);
+    remedy.words += "; the value type comes from the section";
+  return Finding{
+      "unknown-type", facts.place(),
+      fmt::format("{} is not a valid Type, so {}", inQuotes(value), facts.entry.consequence),
+      remedy};
 }
 
-void EntryReader::takeDefault(const Word& word, const Field& field) {
-  const Span place = inLine(placeOfValue(value_, word));
-  if (section_.type != ValueType::String) {
-    takeNumber(field.value, place);
-  } else if (field.value.size() > tools::slotTextLimit) {
-    report_.add(Rule::LongDefault, place,
-                fmt::format("the default has {} bytes, but the slot keeps only the first {}",
-                            field.value.size(), tools::slotTextLimit),
-                "shorten it");
-  }
-}
+// ---- Defaults ---------------------------------------------------------------------------------
+
+// A default as the module reads it.
+struct Number {
+  enum class State { Read, OutOfRange, NotANumber } state = State::Read;
+  std::size_t used = 0;     // the bytes at the beginning that are the number
+  std::string read = {};    // the default, as text
+  unsigned long whole = 0;  // an unsigned number before it is cut to 32 bits
+};
 
 // Uses the module's conversions, so that both accept the same texts.
-void EntryReader::takeNumber(const std::string& text, Span place) {
-  std::size_t used = 0;
-  std::string read;
+Number numberIn(const std::string& text, ValueType type) {
+  Number number;
   try {
-    if (section_.type == ValueType::Float) {
-      read = fmt::format("{}", std::stof(text, &used));
-    } else if (section_.type == ValueType::Int) {
-      read = std::to_string(std::stoi(text, &used));
+    if (type == ValueType::Float) {
+      number.read = fmt::format("{}", std::stof(text, &number.used));
+    } else if (type == ValueType::Int) {
+      number.read = std::to_string(std::stoi(text, &number.used));
     } else {
-      const unsigned long number = std::stoul(text, &used);
-      read = std::to_string(static_cast<std::uint32_t>(number));
-      reportUnsigned(text, number, place);
+      number.whole = std::stoul(text, &number.used);
+      number.read = std::to_string(static_cast<std::uint32_t>(number.whole));
     }
   } catch (const std::out_of_range&) {
-    reportOutOfRange(text, place);
-    return;
+    number.state = Number::State::OutOfRange;
   } catch (const std::exception&) {
-    good_ = false;
-    report_.add(
-        Rule::BadDefault, place,
-        fmt::format("the default {} is not a number, so {}", inQuotes(text), report_.consequence()),
-        "write a number, or move the entry to [MetersString]");
-    return;
+    number.state = Number::State::NotANumber;
   }
-  if (used == text.size()) return;
-  report_.add(
-      Rule::TrailingText, place,
-      fmt::format("the module reads only the number at the beginning of {}, so the default is {}",
-                  inQuotes(text), read),
-      remedyForRest(std::string_view(text).substr(used)));
+  return number;
+}
+
+std::string_view adviceForRange(ValueType type) {
+  if (type == ValueType::Int) return "write a number from -2147483648 to 2147483647";
+  if (type == ValueType::Uint) return "write a number from 0 to 4294967295";
+  return "write 0, or a number that fits a 32-bit float";
+}
+
+MaybeFinding badDefault(const WordFacts& facts) {
+  if (!facts.isNumber()) return std::nullopt;
+  const ValueType type = facts.entry.section.type;
+  const std::string value = inQuotes(facts.field.value);
+  switch (numberIn(facts.field.value, type).state) {
+    case Number::State::Read:
+      break;
+    case Number::State::NotANumber:
+      return Finding{
+          "bad-default", facts.place(),
+          fmt::format("the default {} is not a number, so {}", value, facts.entry.consequence),
+          "write a number, or move the entry to [MetersString]"};
+    case Number::State::OutOfRange:
+      return Finding{
+          "bad-default", facts.place(),
+          fmt::format("the default {} is out of range for {} {}, so {}", value,
+                      type == ValueType::Int ? "an" : "a", nameOf(type), facts.entry.consequence),
+          std::string(adviceForRange(type))};
+  }
+  return std::nullopt;
 }
 
 // For text after a number.
-std::string EntryReader::remedyForRest(std::string_view rest) const {
-  const bool isWhole = section_.type != ValueType::Float;
-  if (rest == "," || rest == ";") return fmt::format("remove the \"{}\"", rest);
+Remedy remedyForRest(const WordFacts& facts, const Number& number) {
+  const std::string_view rest = std::string_view(facts.field.value).substr(number.used);
+  const bool isWhole = facts.entry.section.type != ValueType::Float;
+  if (rest == "," || rest == ";") {
+    const Span last{facts.place().end() - 1, 1};
+    Remedy remedy = remove(last, fmt::format("the \"{}\"", rest));
+    if (last.of(facts.entry.line.text) != rest) remedy.edit.reset();
+    return remedy;
+  }
   if (rest.front() == ',') return "write \".\" as the decimal point";
   if (rest.front() == '.' && isWhole) {
     return "write a whole number, or move the entry to [MetersFloat]";
@@ -559,33 +585,133 @@ std::string EntryReader::remedyForRest(std::string_view rest) const {
   return "write only the number";
 }
 
-void EntryReader::reportOutOfRange(const std::string& text, Span place) {
-  good_ = false;
-  const std::string_view range =
-      section_.type == ValueType::Int    ? "write a number from -2147483648 to 2147483647"
-      : section_.type == ValueType::Uint ? "write a number from 0 to 4294967295"
-                                         : "write 0, or a number that fits a 32-bit float";
-  report_.add(Rule::BadDefault, place,
-              fmt::format("the default {} is out of range for {} {}, so {}", inQuotes(text),
-                          section_.type == ValueType::Int ? "an" : "a", nameOf(section_.type),
-                          report_.consequence()),
-              std::string(range));
+MaybeFinding trailingText(const WordFacts& facts) {
+  if (!facts.isNumber()) return std::nullopt;
+  const Number number = numberIn(facts.field.value, facts.entry.section.type);
+  if (number.state != Number::State::Read || number.used == facts.field.value.size()) {
+    return std::nullopt;
+  }
+  return Finding{
+      "trailing-text", facts.place(),
+      fmt::format("the module reads only the number at the beginning of {}, so the default is {}",
+                  inQuotes(facts.field.value), number.read),
+      remedyForRest(facts, number)};
 }
 
-void EntryReader::reportUnsigned(const std::string& text, unsigned long number, Span place) {
+MaybeFinding unsignedRange(const WordFacts& facts) {
+  const std::string& text = facts.field.value;
+  if (!facts.isNumber() || facts.entry.section.type != ValueType::Uint) return std::nullopt;
+  const Number number = numberIn(text, ValueType::Uint);
+  if (number.state != Number::State::Read) return std::nullopt;
   const bool isNegative = text.find('-') < text.find_first_of("0123456789");
-  const bool isZero = number == 0;
-  if (number <= std::numeric_limits<std::uint32_t>::max() && (!isNegative || isZero)) return;
-  report_.add(Rule::UnsignedRange, place,
-              fmt::format("an unsigned default keeps only its low 32 bits, so {} becomes {}",
-                          inQuotes(text), static_cast<std::uint32_t>(number)),
-              "write a number from 0 to 4294967295, or move the entry to [MetersInt]");
+  const bool fits = number.whole <= std::numeric_limits<std::uint32_t>::max();
+  if (fits && (!isNegative || number.whole == 0)) return std::nullopt;
+  return Finding{"unsigned-range", facts.place(),
+                 fmt::format("an unsigned default keeps only its low 32 bits, so {} becomes {}",
+                             inQuotes(text), number.read),
+                 "write a number from 0 to 4294967295, or move the entry to [MetersInt]"};
+}
+
+MaybeFinding longDefault(const WordFacts& facts) {
+  if (facts.field.name != "DefaultValue" || facts.isNumber()) return std::nullopt;
+  if (facts.field.value.size() <= tools::slotTextLimit) return std::nullopt;
+  return Finding{"long-default", facts.place(),
+                 fmt::format("the default has {} bytes, but the slot keeps only the first {}",
+                             facts.field.value.size(), tools::slotTextLimit),
+                 "shorten it"};
+}
+
+// ---- Names ------------------------------------------------------------------------------------
+
+MaybeFinding keyNotUtf8(const WordFacts& facts) {
+  if (facts.field.name != "Key" || isUtf8(facts.field.value)) return std::nullopt;
+  return Finding{
+      "key-not-utf8", facts.place(),
+      fmt::format("the key {} is not valid UTF-8, so {}", inQuotes(facts.field.value),
+                  facts.entry.isMeter() ? "no meter can have it and the slot keeps its default"
+                                        : "the engine service can't read a call that contains it"),
+      "save the file as UTF-8, or correct the key"};
+}
+
+MaybeFinding trailingComma(const WordFacts& facts) {
+  const std::string& name = facts.field.value;
+  if (!facts.isName() || !(name.ends_with(',') || name.ends_with(';'))) return std::nullopt;
+  return Finding{"trailing-comma", facts.place(),
+                 fmt::format("{} {} ends in \"{}\", which is part of the name", facts.field.name,
+                             inQuotes(name), name.back()),
+                 fmt::format("remove the \"{}\"", name.back())};
+}
+
+MaybeFinding controlCharacter(const WordFacts& facts) {
+  if (!facts.isName() || !hasUnseenCharacter(facts.field.value)) return std::nullopt;
+  return Finding{"control-character", facts.place(),
+                 fmt::format("{} {} contains an invisible character, which is part of the name",
+                             facts.field.name, inQuotes(facts.field.value)),
+                 "remove it, or replace it with a space"};
+}
+
+MaybeFinding blanksAroundName(const WordFacts& facts) {
+  const std::string& name = facts.field.value;
+  if (!facts.isName() || name.empty() || (!isBlank(name.front()) && !isBlank(name.back()))) {
+    return std::nullopt;
+  }
+  return Finding{"outer-blanks", facts.place(),
+                 fmt::format("{} {} begins or ends with white space, which is part of the name",
+                             facts.field.name, inQuotes(name)),
+                 "remove the white space inside the quotes"};
+}
+
+constexpr std::array wordRules = {repeatedWord, secondEquals,  curlyQuote,       unknownType,
+                                  badDefault,   unsignedRange, trailingText,     longDefault,
+                                  keyNotUtf8,   trailingComma, controlCharacter, blanksAroundName};
+
+// ---- The entry --------------------------------------------------------------------------------
+
+void apply(const WordFacts& facts, Entry& entry) {
+  const Field& field = facts.field;
+  if (field.name == "Type") entry.isSlow = field.value == "slow";
+  if (!facts.isName()) return;
+  const bool isKey = field.name == "Key";
+  (isKey ? entry.key : entry.customKey) = field.value;
+  (isKey ? entry.keyPlace : entry.customKeyPlace) = facts.place();
+}
+
+const Field* earlierField(const EntryFacts& facts, const std::vector<Group>& groups,
+                          std::size_t index) {
+  const Field* found = nullptr;
+  for (const Group& group : groups) {
+    if (group.first >= index) break;
+    const Field& field = facts.fields[group.first];
+    const bool isSame = field.name == facts.fields[index].name;
+    if (group.kind == Group::Kind::Known && isSame) found = &field;
+  }
+  return found;
 }
 
 }  // namespace
 
-std::optional<Entry> readEntry(const Section& section, Span value, LineReport& report) {
-  return EntryReader(section, value, report).read();
+JudgedEntry judgeEntry(const Section& section, const Line& line, const SourceFile& file) {
+  const EntryFacts facts = factsOf(section, line, file);
+  std::vector<Finding> findings;
+  const auto add = [&](MaybeFinding finding) {
+    if (finding) findings.push_back(*std::move(finding));
+  };
+  const Span whole = line.value.size > 0 ? line.value : line.body;
+  Entry entry{.place = whole, .keyPlace = whole, .customKeyPlace = whole};
+  const std::vector<Group> groups = facts.split.openQuote ? std::vector<Group>() : groupsOf(facts);
+  for (const Group& group : groups) {
+    for (const auto rule : groupRules) add(rule(facts, group));
+    if (group.kind != Group::Kind::Known) continue;
+    const WordFacts word{facts, facts.words()[group.first], facts.fields[group.first],
+                         earlierField(facts, groups, group.first)};
+    for (const auto rule : wordRules) add(rule(word));
+    apply(word, entry);
+  }
+  for (const auto rule : valueRules) add(rule(facts));
+  const bool isRefused = std::any_of(findings.begin(), findings.end(), [](const Finding& each) {
+    return each.rule.text().weight == Weight::LineError;
+  });
+  return {isRefused ? std::nullopt : std::optional(std::move(entry)), std::move(findings)};
 }
 
 }  // namespace check

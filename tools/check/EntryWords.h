@@ -41,6 +41,9 @@ struct Field {
   std::string name = {};
   std::string value = {};
   std::string dropped = {};  // the text from the second "=" on, if cut
+
+  // Whether the module reads the word at all.
+  bool isRead() const { return shape == Shape::Whole || shape == Shape::Cut; }
 };
 
 Field fieldOf(std::string_view word);

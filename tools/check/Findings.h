@@ -11,12 +11,13 @@
 #include <string>
 #include <vector>
 
-#include "tools/check/Rules.h"
+#include "tools/check/Finding.h"
 
 namespace check {
 
+// A finding with its severity and its place among the files.
 struct Diagnostic {
-  Rule rule{};
+  Rule rule;
   Severity severity{};
   std::string file = {};
   std::size_t line = 0;          // from 1; 0 for the file as a whole
@@ -39,10 +40,10 @@ class Findings {
   // Ignores the warnings of the rules in `allowed`.
   explicit Findings(std::set<Rule> allowed) : allowed_(std::move(allowed)) {}
 
-  void add(Diagnostic diagnostic);
-
-  // Whether another one of the severity would be kept. One that is only counted needs no text.
-  bool keepsMore(Severity severity) const { return count(severity) < kept; }
+  // Adds a finding about a line.
+  void add(const SourceLine& line, Finding finding);
+  // Adds one about the main file as a whole, which has so many lines.
+  void add(const std::string& file, std::uint64_t lines, Finding finding);
 
   // How many of a severity were added, kept or not.
   std::size_t count(Severity severity) const { return counts_[index(severity)]; }
@@ -53,8 +54,17 @@ class Findings {
 
  private:
   static std::size_t index(Severity severity) { return static_cast<std::size_t>(severity); }
+  bool counts(Rule rule, Severity severity);
+
+  // Of a finding that covers its line: the remedy is for the other faults of that line, too.
+  struct Covered {
+    std::uint64_t order;
+    std::string remedy;
+  };
+  const std::string* remedyThatCovers(const SourceLine& line) const;
 
   std::set<Rule> allowed_;
+  std::vector<Covered> covered_;  // by the order of the lines; only the first ones
   std::array<std::size_t, 3> counts_{};
   std::vector<Diagnostic> diagnostics_;
 };

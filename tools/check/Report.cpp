@@ -1,6 +1,7 @@
 #include "tools/check/Report.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <array>
@@ -83,7 +84,7 @@ Json orNull(const T& value) {
 }
 
 Json jsonOf(const Diagnostic& diagnostic) {
-  return {{"rule", textOf(diagnostic.rule).name},
+  return {{"rule", diagnostic.rule.text().name},
           {"severity", nameOf(diagnostic.severity)},
           {"file", diagnostic.file},
           {"line", orNull(diagnostic.line)},
@@ -102,7 +103,7 @@ std::string textOf(const Diagnostic& diagnostic, bool coloured) {
   const Colours colours = coloursOf(diagnostic.severity, coloured);
   std::string text = fmt::format("{}{}: {}{}: {}{}; {} [{}]\n", colours.bold, placeOf(diagnostic),
                                  colours.severity, nameOf(diagnostic.severity), colours.off,
-                                 diagnostic.text, diagnostic.remedy, textOf(diagnostic.rule).name);
+                                 diagnostic.text, diagnostic.remedy, diagnostic.rule.text().name);
   if (diagnostic.line > 0) {
     const Excerpt excerpt =
         excerptOf(diagnostic.source, diagnostic.column - diagnostic.sourceColumn, diagnostic.size);
@@ -167,19 +168,21 @@ Json jsonOf(const Checked& checked) {
 
 std::string ruleList() {
   std::size_t width = 0;
-  for (const RuleText& rule : allRules()) width = std::max(width, rule.name.size());
+  for (const RuleText& rule : allRules) width = std::max(width, rule.name.size());
   std::string list;
-  for (const RuleText& rule : allRules()) {
+  for (const RuleText& rule : allRules) {
     const std::string_view weight =
         describe(rule.weight).substr(0, describe(rule.weight).find(','));
-    list += fmt::format("{:{}}  {:7}  {}\n", rule.name, width, weight, rule.summary);
+    list += fmt::format("{:{}}  {:7}  {}\n", rule.name, width, weight,
+                        fmt::join(tools::wordsOf(rule.summary), " "));
   }
   return list;
 }
 
 std::string explanationOf(const RuleText& rule) {
   constexpr std::size_t width = 92;
-  std::string text = fmt::format("{} ({}): {}\n\n", rule.name, describe(rule.weight), rule.summary);
+  std::string text = fmt::format("{} ({}): {}\n\n", rule.name, describe(rule.weight),
+                                 fmt::join(tools::wordsOf(rule.summary), " "));
   std::size_t column = 0;
   for (const std::string_view word : tools::wordsOf(rule.explanation)) {
     if (column > 0 && column + 1 + word.size() > width) {

@@ -1,106 +1,109 @@
-// The rules of the checker, in one table for messages, --list-rules, --explain, --allow and the
-// manual. Any thread; the table never changes.
+// The rules of the checker. docs/configuration.md is their table: it gives each rule its name, its
+// weight, a summary and an explanation, and the build embeds it. Messages, --list-rules, --explain,
+// --allow and the manual page all use these texts. Any thread; the table never changes.
 #pragma once
 
+#include <array>
+#include <compare>
 #include <cstdint>
-#include <span>
+#include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "rules.h"
+
 namespace check {
 
 enum class Severity { Error, Warning, Note };
-
-std::string_view nameOf(Severity severity);
-
-// In the order of the table.
-enum class Rule : std::uint8_t {
-  // Lines that the reader or the module refuses.
-  BadLine,
-  BadHeader,
-  PairOutsideSection,
-  UnknownSection,
-  UnknownKey,
-  EarlySeparator,
-  OpenQuote,
-  CommentInQuotes,
-  UnknownWord,
-  UnknownType,
-  BadDefault,
-  // Faults that make the module refuse the whole configuration.
-  EmptyKey,
-  DuplicateKey,
-  LongCustomKey,
-  NoMetersTarget,
-  NoEngineTarget,
-  NoRateEnabled,
-  IncludeCycle,
-  EndlessFile,
-  TooManyFiles,
-  // Lines that the module does not read the way they look.
-  IndentedLine,
-  LongLine,
-  NulByte,
-  TextAfterHeader,
-  LongSectionName,
-  UnusedSection,
-  CommentInContinuation,
-  HashComment,
-  // Settings.
-  SwitchValue,
-  RepeatedSetting,
-  OverriddenSetting,
-  BadTarget,
-  // Words of entries.
-  WordWithoutEquals,
-  WordEndsInEquals,
-  TextAfterSecondEquals,
-  LostBackslash,
-  CurlyQuote,
-  RepeatedWord,
-  TrailingComma,
-  TrailingText,
-  UnsignedRange,
-  LongDefault,
-  // Names.
-  KeyNotUtf8,
-  ControlCharacter,
-  OuterBlanks,
-  RepeatedSlotName,
-  RateOff,
-  // Dedicated files.
-  LongCondition,
-  EmptyCondition,
-  MissingCondition,
-  ConditionDiffers,
-  ConditionWithoutFile,
-  MissingFile,
-  StrayKey,
-  DedicatedFileErrors,
-  RelativePath,
-};
 
 // How bad a breach of a rule is. A LineError is an error in the main file and a warning in a
 // dedicated file, where the module skips the line and starts.
 enum class Weight { LineError, Error, Warning, Note };
 
 struct RuleText {
-  Rule rule;
-  Weight weight;
-  std::string_view name;         // as in --allow
+  std::string_view name;  // as in --allow
+  Weight weight = Weight::Error;
   std::string_view summary;      // what the rule finds: a noun phrase
   std::string_view explanation;  // what the module does, why, and what to write instead
 };
 
-std::span<const RuleText> allRules();
+namespace detail {
 
-const RuleText& textOf(Rule rule);
+// How the manual begins the paragraph below "### NAME", for each weight.
+inline constexpr std::array<std::string_view, 4> weightMarks = {
+    "*Error, but a warning in a dedicated file: ", "*Error: ", "*Warning: ", "*Note: "};
 
-// Null if no rule has this name.
-const RuleText* ruleOf(std::string_view name);
+inline constexpr std::string_view headingMark = "\n### ";
+
+consteval std::size_t countRules(std::string_view manual) {
+  std::size_t count = 0;
+  for (std::size_t at = manual.find(headingMark); at != manual.npos;
+       at = manual.find(headingMark, at + 1)) {
+    ++count;
+  }
+  return count;
+}
+
+// The rule at the beginning of `text`. What the manual leaves out is an error of the compiler.
+consteval RuleText readRule(std::string_view text) {
+  const std::size_t line = text.find('\n');
+  std::string_view paragraph = text.substr(line + 2);
+  for (std::size_t weight = 0; weight < weightMarks.size(); ++weight) {
+    if (!paragraph.starts_with(weightMarks[weight])) continue;
+    paragraph.remove_prefix(weightMarks[weight].size());
+    const std::size_t end = paragraph.find(".*");
+    return {.name = text.substr(0, line),
+            .weight = static_cast<Weight>(weight),
+            .summary = paragraph.substr(0, end),
+            .explanation = paragraph.substr(end + 2)};
+  }
+  throw std::logic_error("a rule of the manual begins with none of the weights");
+}
+
+consteval auto readRules() {
+  constexpr std::string_view manual = rules::configuration_md;
+  std::array<RuleText, countRules(manual)> rules;
+  std::size_t at = manual.find(headingMark);
+  for (RuleText& rule : rules) {
+    at += headingMark.size();
+    const std::size_t next = manual.find(headingMark, at);
+    rule = readRule(manual.substr(at, next - at));
+    at = next;
+  }
+  return rules;
+}
+
+}  // namespace detail
+
+// In the manual's order.
+inline constexpr auto allRules = detail::readRules();
+
+// One of the rules. Code names it as the manual does; the compiler refuses an unknown name.
+class Rule {
+ public:
+  // Implicit, so that a finding can begin with the name of its rule.
+  consteval Rule(const char* name) {  // NOLINT(google-explicit-constructor)
+    while (allRules.at(index_).name != name) ++index_;
+  }
+
+  const RuleText& text() const { return allRules[index_]; }
+  std::size_t index() const { return index_; }
+
+  // Nothing if no rule has this name.
+  static std::optional<Rule> named(std::string_view name);
+
+  auto operator<=>(const Rule&) const = default;
+
+ private:
+  explicit Rule(std::size_t index) : index_(static_cast<std::uint8_t>(index)) {}
+  std::uint8_t index_ = 0;
+};
 
 std::vector<std::string> ruleNames();
+
+std::string_view nameOf(Severity severity);
 
 Severity severityOf(Weight weight, bool inDedicatedFile);
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <cstdint>
 #include <iterator>
 
@@ -155,6 +156,19 @@ Excerpt excerptOf(std::string_view line, std::size_t begin, std::size_t size) {
   if (begin >= at) excerpt.marker += '^';
   if (to < line.size()) excerpt.text += dots;
   return excerpt;
+}
+
+std::string_view trimmed(std::string_view text) {
+  const auto isSpace = [](unsigned char byte) { return std::isspace(byte) != 0; };
+  while (!text.empty() && isSpace(text.front())) text.remove_prefix(1);
+  while (!text.empty() && isSpace(text.back())) text.remove_suffix(1);
+  return text;
+}
+
+std::string_view unquoted(std::string_view text) {
+  const bool isQuoted = text.size() > 1 && (text.front() == '"' || text.front() == '\'') &&
+                        text.back() == text.front();
+  return isQuoted ? text.substr(1, text.size() - 2) : text;
 }
 
 std::string counted(std::size_t count, std::string_view noun) {

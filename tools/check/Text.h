@@ -26,6 +26,12 @@ struct Excerpt {
 };
 Excerpt excerptOf(std::string_view line, std::size_t begin, std::size_t size);
 
+// The text without the white space around it.
+std::string_view trimmed(std::string_view text);
+
+// The text without the quotes around it, if there are any.
+std::string_view unquoted(std::string_view text);
+
 // "1 error", "2 errors".
 std::string counted(std::size_t count, std::string_view noun);
 

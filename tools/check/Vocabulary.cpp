@@ -50,6 +50,11 @@ const std::vector<std::string>& wordsOf(SectionKind kind) {
   return kind == SectionKind::MeterEntries ? meter : param;
 }
 
+bool isWordOf(SectionKind kind, std::string_view word) {
+  const auto& words = wordsOf(kind);
+  return std::find(words.begin(), words.end(), word) != words.end();
+}
+
 bool sameName(std::string_view a, std::string_view b) {
   return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
 }
@@ -60,6 +65,12 @@ std::string_view sameNameIn(std::string_view name, const std::vector<std::string
   return found == names.end() ? std::string_view() : *found;
 }
 
+// Spares most pairs of names the costly comparison.
+static bool mayBeClose(std::string_view a, std::string_view b) {
+  const std::size_t difference = a.size() > b.size() ? a.size() - b.size() : b.size() - a.size();
+  return difference <= std::max<std::size_t>(1, a.size() / 3);
+}
+
 std::string closestName(std::string_view name, const std::vector<std::string>& names) {
   const auto lower = [](std::string_view text) {
     std::string lowered(text);
@@ -67,18 +78,23 @@ std::string closestName(std::string_view name, const std::vector<std::string>& n
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     return lowered;
   };
-  std::vector<std::string> candidates(names.size());
-  std::transform(names.begin(), names.end(), candidates.begin(), lower);
+  std::vector<std::string> candidates;
+  for (const std::string& each : names) {
+    if (mayBeClose(name, each)) candidates.push_back(lower(each));
+  }
+  if (candidates.empty()) return {};
   const std::string closest = tools::closestTo(lower(name), candidates);
-  const auto found = std::find(candidates.begin(), candidates.end(), closest);
-  return found == candidates.end() ? ""
-                                   : names[static_cast<std::size_t>(found - candidates.begin())];
+  return std::string(closest.empty() ? closest : sameNameIn(closest, names));
 }
 
 const std::vector<std::string>& allKeys() {
   static const std::vector<std::string> keys = {
       "Target", "EnableFastMeters", "EnableSlowMeters", "Meter", "Param", "File"};
   return keys;
+}
+
+bool isEntryKey(std::string_view key) {
+  return sameName(key, "Meter") || sameName(key, "Param");
 }
 
 }  // namespace check

@@ -34,6 +34,7 @@ inline constexpr std::string_view conditionPrefix = "ParseIfExist:";
 
 // The words that an entry accepts. Those of both kinds come first.
 const std::vector<std::string>& wordsOf(SectionKind kind);
+bool isWordOf(SectionKind kind, std::string_view word);
 
 // Ignores case, as the module does when it compares the names of sections and keys.
 bool sameName(std::string_view a, std::string_view b);
@@ -47,5 +48,8 @@ std::string closestName(std::string_view name, const std::vector<std::string>& n
 
 // All keys of all sections.
 const std::vector<std::string>& allKeys();
+
+// Whether the values of a key are entries: Meter or Param.
+bool isEntryKey(std::string_view key);
 
 }  // namespace check

@@ -55,7 +55,7 @@ void copyInput(const standin::MemoryFile& file) {
     if (got < 0) throw UncheckableFile(std::strerror(errno));
     size += static_cast<std::size_t>(got);
     if (size > most) throw UncheckableFile("it has more than 1 GiB");
-    if (write(file.descriptor(), buffer.data(), static_cast<std::size_t>(got)) != got) {
+    if (::write(file.descriptor(), buffer.data(), static_cast<std::size_t>(got)) != got) {
       throw UncheckableFile(std::strerror(errno));
     }
   }
@@ -139,22 +139,22 @@ int run(const Options& options) {
 // ---- Command line -----------------------------------------------------------------------------
 
 std::string checkRule(const std::string& name) {
-  if (ruleOf(name) != nullptr) return {};
+  if (Rule::named(name)) return {};
   return fmt::format("there is no rule \"{}\"{} (--list-rules prints them all)", name,
                      tools::didYouMean(name, ruleNames()));
 }
 
 std::string checkAllowed(const std::string& name) {
-  const RuleText* const rule = ruleOf(name);
-  if (rule == nullptr) return checkRule(name);
-  if (canBeAllowed(rule->weight)) return {};
+  const auto rule = Rule::named(name);
+  if (!rule) return checkRule(name);
+  if (canBeAllowed(rule->text().weight)) return {};
   return fmt::format("{} is not a warning and can't be switched off", name);
 }
 
 // The names of rules as CLI11 describes the choices of an option.
 std::string rulesThat(bool (*fit)(Weight)) {
   std::vector<std::string_view> names;
-  for (const RuleText& rule : allRules()) {
+  for (const RuleText& rule : allRules) {
     if (fit(rule.weight)) names.push_back(rule.name);
   }
   return fmt::format("{{{}}}", fmt::join(names, ","));
@@ -164,7 +164,7 @@ int obey(const Options& options) {
   if (options.listRules) {
     tools::writeOut(ruleList());
   } else if (!options.explained.empty()) {
-    tools::writeOut(explanationOf(*ruleOf(options.explained)));
+    tools::writeOut(explanationOf(Rule::named(options.explained)->text()));
   } else if (options.files.empty()) {
     throw CLI::ValidationError(
         "FILE is missing: name a configuration file, or - for standard input");
@@ -184,7 +184,7 @@ void addOptions(CLI::App& command, Options& options) {
       .add_option_function<std::vector<std::string>>(
           "--allow",
           [&](const auto& names) {
-            for (const std::string& name : names) options.allowed.insert(ruleOf(name)->rule);
+            for (const std::string& name : names) options.allowed.insert(*Rule::named(name));
           },
           "Ignore the warnings of a rule. Can be repeated.")
       ->type_name("RULE")

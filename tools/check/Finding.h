@@ -1,0 +1,84 @@
+// What a rule finds in a line, and how to repair it.
+//
+// The rules are in four rooms: LineRules, SectionRules, EntryRules and WholeRules. Each rule is a
+// function from what it is given to a finding, or to nothing. It knows neither files nor output.
+// Any thread.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+
+#include "tools/check/Rules.h"
+#include "tools/check/Scanner.h"
+
+namespace check {
+
+// A change of the line: the text at `place` becomes `text`.
+struct Edit {
+  Span place;
+  std::string text;
+};
+
+// What to do about a finding. Without an edit, only a person can know what to write.
+struct Remedy {
+  std::string words = {};
+  std::optional<Edit> edit = {};
+
+  Remedy() = default;
+  Remedy(std::string advice) : words(std::move(advice)) {}  // NOLINT(google-explicit-constructor)
+  Remedy(const char* advice) : words(advice) {}             // NOLINT(google-explicit-constructor)
+  Remedy(std::string advice, Span place, std::string text)
+      : words(std::move(advice)), edit(Edit{place, std::move(text)}) {}
+};
+
+// Remedies whose words follow from the edit: "write TEXT", "did you mean TEXT?", "remove WHAT".
+// `after` continues the words.
+Remedy write(Span place, std::string text, std::string_view after = "");
+Remedy ask(Span place, std::string text);
+Remedy remove(Span place, std::string_view what);
+
+struct Finding {
+  Rule rule;
+  Span place;        // within the text of the line
+  std::string text;  // what is wrong, and what the module does
+  Remedy remedy;
+  bool coversLine = false;  // the line as a whole is misplaced, and its other faults follow from it
+};
+
+using MaybeFinding = std::optional<Finding>;
+
+// ---- Places -----------------------------------------------------------------------------------
+
+// A file that is being read.
+struct SourceFile {
+  std::string name;
+  std::string readAt = {};  // FILE:LINE of its File line; empty for the main file
+
+  bool isDedicated() const { return !readAt.empty(); }
+};
+
+// A line that later findings may be about. The file must outlive it.
+struct SourceLine {
+  const SourceFile* file = nullptr;
+  std::uint64_t order = 0;                          // among the lines of all files
+  std::size_t number = 0;                           // as in Line
+  std::size_t offset = 0;                           // likewise
+  std::string text = {};                            // likewise
+  std::shared_ptr<const std::string> section = {};  // that the line is in; null if none
+};
+
+// The name of a line in any message: "line 7" of the main file, or "other.conf:7".
+std::string nameOf(const SourceLine& line);
+
+// Its name in a message about the line `from`: "line 7" if both are in the same file.
+std::string nameOf(const SourceLine& line, const SourceLine& from);
+
+// What the module does about a bad line, as the last part of a text.
+std::string_view consequenceIn(const SourceFile& file);
+
+}  // namespace check

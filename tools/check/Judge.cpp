@@ -1,0 +1,265 @@
+#include "tools/check/Judge.h"
+
+#include <fmt/format.h>
+
+#include <array>
+#include <memory>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "tools/check/EntryRules.h"
+#include "tools/check/LineRules.h"
+#include "tools/check/SectionRules.h"
+#include "tools/check/WholeRules.h"
+
+namespace check {
+namespace {
+
+// What is known of an open file so far.
+struct FileState {
+  std::optional<Header> header = {};
+  std::shared_ptr<const std::string> section = {};  // the name in the header
+  std::size_t pendingLine = 0;  // the number of the pair that an indented line would continue
+  // For each line rule, the last line that is reported, if not all are.
+  std::vector<std::size_t> reported = std::vector<std::size_t>(lineRules().size());
+  std::size_t badLines = 0;
+  std::optional<SourceLine> namedAt = {};  // the File line of a dedicated file
+  Span namedPlace = {};                    // likewise
+};
+
+class Judge {
+ public:
+  Judge(const std::string& path, const std::string& name, const WalkLimits& limits,
+        Findings& findings)
+      : walk_(path, name, limits), name_(name), limits_(limits), findings_(findings) {}
+
+  Reading operator()();
+
+ private:
+  FileState& state() { return files_.back(); }
+  void takeLine();
+  void takeFileEnd();
+  void judgeLine(const LineFacts& facts);
+  bool isNew(std::size_t rule, Repeats repeats);
+  void takeHeader();
+  void closeHeader();
+  void takePair(const LineFacts& facts);
+  void takeSetting(const LineFacts& facts);
+  void takeEntry(const LineFacts& facts);
+  void takeFileLine(const LineFacts& facts);
+  void enter(const FileFacts& facts);
+
+  const SourceLine& here();
+  void add(const SourceLine& line, MaybeFinding finding);
+  void addHere(MaybeFinding finding);
+
+  Walk walk_;
+  const std::string name_;
+  const WalkLimits limits_;
+  Findings& findings_;
+  Configuration configuration_;
+  std::vector<FileState> files_ = std::vector<FileState>(1);  // the open ones
+  std::optional<SourceLine> here_;
+  bool isEndless_ = false;
+  bool tooManyReported_ = false;
+  bool relativeReported_ = false;
+};
+
+Reading Judge::operator()() {
+  for (Walk::Step step = walk_.next(); step != Walk::Step::End; step = walk_.next()) {
+    here_.reset();
+    if (step == Walk::Step::Line)
+      takeLine();
+    else
+      takeFileEnd();
+  }
+  judgeWhole(configuration_, [&](const SourceLine* line, Finding finding) {
+    if (line != nullptr)
+      findings_.add(*line, std::move(finding));
+    else
+      findings_.add(name_, walk_.order(), std::move(finding));
+  });
+  return isEndless_ ? Reading::Endless : Reading::Finite;
+}
+
+// ---- Findings ---------------------------------------------------------------------------------
+
+// The current line, copied only if something keeps or reports it.
+const SourceLine& Judge::here() {
+  if (!here_) here_ = walk_.keptLine(state().section);
+  return *here_;
+}
+
+void Judge::add(const SourceLine& line, MaybeFinding finding) {
+  if (!finding) return;
+  if (finding->rule.text().weight == Weight::LineError) ++state().badLines;
+  findings_.add(line, *std::move(finding));
+}
+
+void Judge::addHere(MaybeFinding finding) {
+  if (finding) add(here(), std::move(finding));
+}
+
+// ---- Lines ------------------------------------------------------------------------------------
+
+void Judge::takeLine() {
+  const Line& line = walk_.line();
+  LineFacts facts{.line = line,
+                  .file = walk_.file(),
+                  .section = state().header ? state().header->section : nullptr,
+                  .pendingKey = walk_.scanner().pendingName()};
+  if (line.kind == LineKind::Continuation) {
+    facts.pendingLine = fmt::format("line {}", state().pendingLine);
+  }
+  if (line.kind == LineKind::Header) return takeHeader();
+  judgeLine(facts);
+  if (line.kind == LineKind::Pair) state().pendingLine = line.number;
+  if (line.kind == LineKind::Pair || line.kind == LineKind::Continuation) takePair(facts);
+}
+
+void Judge::judgeLine(const LineFacts& facts) {
+  const auto rules = lineRules();
+  for (std::size_t i = 0; i < rules.size(); ++i) {
+    MaybeFinding finding = rules[i].judge(facts);
+    if (finding && isNew(i, rules[i].repeats)) addHere(std::move(finding));
+  }
+}
+
+// Whether to report a breach of this rule by the current line.
+bool Judge::isNew(std::size_t rule, Repeats repeats) {
+  switch (repeats) {
+    case Repeats::Always:
+      break;
+    case Repeats::OncePerFile:
+      return std::exchange(state().reported[rule], walk_.line().number) == 0;
+    case Repeats::OncePerLine:
+      // The first piece of a long line is reported apart from the others.
+      if (!walk_.line().isTail) return true;
+      return std::exchange(state().reported[rule], walk_.line().number) != walk_.line().number;
+  }
+  return true;
+}
+
+// ---- Sections ---------------------------------------------------------------------------------
+
+void Judge::takeHeader() {
+  closeHeader();
+  state().section = nullptr;
+  judgeLine({.line = walk_.line(), .file = walk_.file()});
+  Header header = headerIn(walk_.line(), walk_.scanner().section(), here());
+  for (const HeaderRule rule : openingRules()) addHere(rule(header));
+  state().section = std::make_shared<const std::string>(header.fullName());
+  state().header = std::move(header);
+}
+
+void Judge::closeHeader() {
+  if (!state().header) return;
+  const Header& header = *state().header;
+  for (const HeaderRule rule : closingRules()) add(header.at, rule(header));
+}
+
+void Judge::takeFileEnd() {
+  closeHeader();
+  const FileState left = std::move(files_.back());
+  files_.pop_back();
+  if (!left.namedAt) return;
+  add(*left.namedAt, dedicatedFileErrors(left.badLines, walk_.file().name, left.namedPlace));
+}
+
+// ---- Pairs ------------------------------------------------------------------------------------
+
+void Judge::takePair(const LineFacts& facts) {
+  FileState& file = state();
+  const std::string_view known = facts.section != nullptr ? facts.section->name : "";
+  if (looksLikeTarget(facts)) {
+    configuration_.noteLostTarget(known.empty() && file.section ? *file.section : known,
+                                  nameOf(here()));
+  }
+  if (!file.header) return;
+  Header& header = *file.header;
+  if (header.firstPair == 0) {
+    header.firstPair = facts.line.number;
+    for (const HeaderRule rule : firstPairRules()) add(header.at, rule(header));
+  }
+  if (!isKeyKnown(facts)) return;
+  switch (header.section->kind) {
+    case SectionKind::Meters:
+    case SectionKind::Engine:
+      return takeSetting(facts);
+    case SectionKind::MeterEntries:
+    case SectionKind::EngineEntries:
+      return takeEntry(facts);
+    case SectionKind::Condition:
+      return takeFileLine(facts);
+    case SectionKind::Unknown:
+      return;
+  }
+}
+
+void Judge::takeSetting(const LineFacts& facts) {
+  const Line& line = facts.line;
+  Setting setting{.key = sameNameIn(facts.key(), facts.section->keys),
+                  .at = here(),
+                  .place = line.value.size > 0 ? line.value : line.body,
+                  .value = std::string(facts.value()),
+                  .isContinuation = line.kind == LineKind::Continuation};
+  auto& latest = configuration_.settingOf(facts.section->kind, setting.key);
+  for (const SettingRule rule : settingRules()) {
+    addHere(rule({setting, latest ? &*latest : nullptr}));
+  }
+  latest = std::move(setting);
+}
+
+void Judge::takeEntry(const LineFacts& facts) {
+  JudgedEntry judged = judgeEntry(*facts.section, facts.line, facts.file);
+  for (Finding& finding : judged.findings) addHere(std::move(finding));
+  if (!judged.entry) return;
+  configuration_.entries.push_back({here(), facts.section, *std::move(judged.entry)});
+  if (configuration_.entries.size() <= limits_.entries) return;
+  throw UncheckableFile(
+      fmt::format("it has more than the {} entries that can be checked", limits_.entries));
+}
+
+// ---- Dedicated files --------------------------------------------------------------------------
+
+void Judge::takeFileLine(const LineFacts& facts) {
+  Header& header = *state().header;
+  header.hasFile = true;
+  const Line& line = facts.line;
+  const FileFacts file{header, line.value.size > 0 ? line.value : line.body, facts.value()};
+  addHere(conditionDiffers(file));
+  if (MaybeFinding finding = relativePath(file);
+      finding && !std::exchange(relativeReported_, true)) {
+    addHere(std::move(finding));
+  }
+  if (header.conditionHolds) enter(file);
+}
+
+void Judge::enter(const FileFacts& facts) {
+  const SourceLine namedAt = here();
+  const Walk::Entered entered = walk_.enter(std::string(facts.path));
+  switch (entered.result) {
+    case Walk::Entering::Entered:
+      files_.push_back({.namedAt = namedAt, .namedPlace = facts.place});
+      return;
+    case Walk::Entering::Unreadable:
+      break;
+    case Walk::Entering::TooMany:
+      if (std::exchange(tooManyReported_, true)) return;
+      [[fallthrough]];
+    case Walk::Entering::LeadsBack:
+    case Walk::Entering::MayBeEndless:
+      isEndless_ = true;
+  }
+  add(namedAt, unreadFile(facts, entered));
+}
+
+}  // namespace
+
+Reading judge(const std::string& path, const std::string& name, const WalkLimits& limits,
+              Findings& findings) {
+  return Judge(path, name, limits, findings)();
+}
+
+}  // namespace check

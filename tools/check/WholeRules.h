@@ -1,0 +1,69 @@
+// Rules about the whole configuration: settings that override each other, repeated keys and names,
+// missing targets. Any thread.
+#pragma once
+
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "tools/check/EntryRules.h"
+#include "tools/check/Finding.h"
+#include "tools/check/Vocabulary.h"
+
+namespace check {
+
+// A line that sets a target or a switch.
+struct Setting {
+  std::string_view key = {};  // as the vocabulary has it
+  SourceLine at = {};
+  Span place = {};  // of the value, or the whole line if there is none
+  std::string value = {};
+  bool isContinuation = false;
+
+  bool isOn() const { return sameName(value, "true"); }
+};
+
+// An entry that the module appends to one of its lists.
+struct EntryLine {
+  SourceLine at;
+  const Section* section;
+  Entry entry;
+};
+
+// A configuration as the module reads it: for each setting the last line, and all entries in order.
+struct Configuration {
+  std::optional<Setting> metersTarget = {};
+  std::optional<Setting> engineTarget = {};
+  std::optional<Setting> fast = {};
+  std::optional<Setting> slow = {};
+  std::deque<EntryLine> entries = {};
+  // The lines of misplaced or misspelt Targets, which the module ignores. The report of a missing
+  // target names them.
+  std::string lostMetersTarget = {};
+  std::string lostEngineTarget = {};
+
+  // The setting with this key in the section of this kind.
+  std::optional<Setting>& settingOf(SectionKind section, std::string_view key);
+  // Remembers the lost Target of a line in this section; its name may be misspelt.
+  void noteLostTarget(std::string_view section, const std::string& line);
+};
+
+// Rules about one setting. `before` is the line that it overrides, or null.
+struct SettingFacts {
+  const Setting& setting;
+  const Setting* before;
+};
+using SettingRule = MaybeFinding (*)(const SettingFacts& facts);
+std::span<const SettingRule> settingRules();
+
+// Takes a finding about a line. A null line is the main file as a whole.
+using Report = std::function<void(const SourceLine* line, Finding finding)>;
+
+// Judges the whole configuration.
+void judgeWhole(const Configuration& configuration, const Report& report);
+
+}  // namespace check
