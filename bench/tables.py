@@ -77,8 +77,8 @@ MESSAGES = {
     "cpu-1024-64": Load(1024, 64, None, every_family=False),
 }
 RATES = {
-    "rate-16": Load(16, 16, 0.87, every_family=False),
-    "rate-128": Load(128, 128, 0.70, every_family=False),
+    "rate-16": Load(16, 16, 1.0),
+    "rate-128": Load(128, 128, 1.18),
     "rate-1024": Load(1024, 1024, 1.3),
 }
 FINALISTS = 3
