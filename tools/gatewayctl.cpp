@@ -17,6 +17,7 @@
 #include "tools/host/host.h"
 #include "tools/manual/manual.h"
 #include "tools/sim/sim.h"
+#include "tools/top/top.h"
 
 // A parent process may have closed the standard descriptors. The next file or socket would get one
 // of these numbers, and with it what is meant for the terminal. The descriptors opened here keep
@@ -41,6 +42,7 @@ int main(int argc, char** argv) {
   addDiscover(app, exitCode);
   addHost(app, exitCode);
   addSim(app, exitCode);
+  addTop(app, exitCode);
   manual::addManual(app, exitCode);
   try {
     app.parse(argc, argv);

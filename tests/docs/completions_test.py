@@ -20,7 +20,9 @@ from help_text import options_of, subcommands
 GATEWAYCTL, NAME, PROGRAM = pathlib.Path(sys.argv[1]).resolve(), *sys.argv[2:4]
 FILE = "a-file-of-the-test"
 # Sub-commands whose arguments are files.
-TAKE_FILES = {"check", "host"}
+TAKE_FILES = {"check", "host", "top"}
+# Some of the words that options with these values take.
+WORDS = {"RULE": {"bad-line", "rate-off"}, "ORDER": {"name", "age"}}
 ENVIRONMENT = dict(os.environ, PATH=f"{GATEWAYCTL.parent}:{os.environ['PATH']}", TERM="dumb")
 
 BASH = """
@@ -117,9 +119,9 @@ def check_value(shell, subcommand, option, name):
     takes_file = option.value == "FILE"
     check(f"{NAME}: {subcommand} {name} takes a file or not: {offered}",
           (FILE in offered) == takes_file or not option.value)
-    if option.value == "RULE":
-        check(f"{NAME}: {subcommand} {name} takes a rule: {offered}",
-              {"bad-line", "rate-off"} <= offered)
+    if option.value in WORDS:
+        check(f"{NAME}: {subcommand} {name} takes certain words: {offered}",
+              WORDS[option.value] <= offered)
     elif option.value and not takes_file and not option.value.startswith("["):
         check_same(f"{NAME}: nothing is offered for {subcommand} {name}", (), offered)
 

@@ -17,6 +17,7 @@ TOOLS = {
     "share/man/man1/gatewayctl-discover.1",
     "share/man/man1/gatewayctl-host.1",
     "share/man/man1/gatewayctl-sim.1",
+    "share/man/man1/gatewayctl-top.1",
     "share/man/man1/gatewayctl.1",
     "share/zsh/vendor-completions/_gatewayctl",
     SHARED + "docs/api.md",

@@ -87,7 +87,7 @@ const std::vector<Room> rooms = {
       module + "GatewaySlots", module + "gRPCGatewayClient"}},
     // The stand-in knows the module only as a file to load, through the boundary.
     {"src/standin/", {"src/host/"}},
-    // Sub-commands do not know each other; what they share is below them.
+    // Sub-commands do not know each other, except for `top`; what they share is below them.
     {"tools/common/",
      {"src/host/", "src/shquote/", "src/standin/", module + "ConfigManager",
       module + "GatewaySlots"}},
@@ -103,11 +103,14 @@ const std::vector<Room> rooms = {
     {"tools/discover/",
      {"src/host/", "proto/", "src/sanitizers/", "src/standin/", module + "ValueType",
       "tools/common/"}},
+    // Runs the module as `host` does, with another view of it.
+    {"tools/top/",
+     {"src/host/", "src/standin/", module + "ValueType", "tools/common/", "tools/host/"}},
     {"tools/demo/", {"src/standin/", "tools/common/"}},
     {"tools/manual/", {"tools/common/"}},
     {"tools/gatewayctl",
      {"tools/sim/", "tools/host/", "tools/check/", "tools/discover/", "tools/demo/",
-      "tools/manual/", "tools/common/"}},
+      "tools/manual/", "tools/top/", "tools/common/"}},
     // Benchmarks must not depend on tools or tests.
     {"bench/",
      {"src/host/", "proto/", "src/standin/", module + "ConfigManager", module + "GatewaySlots",

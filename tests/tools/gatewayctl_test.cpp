@@ -20,7 +20,7 @@ TEST(Gatewayctl, PrintsItsVersion) {
 TEST(Gatewayctl, ListsItsSubcommandsInTheHelp) {
   ToolProcess tool({"--help"});
   EXPECT_EQ(tool.waitExit(), 0);
-  for (const char* name : {"check", "demo", "discover", "host", "sim", "completion"}) {
+  for (const char* name : {"check", "demo", "discover", "host", "sim", "top", "completion"}) {
     EXPECT_TRUE(tool.hasLine(std::string("  ") + name + " ")) << name;
   }
   EXPECT_FALSE(tool.hasLine("  manual ")) << "which is for the build alone";
@@ -29,7 +29,7 @@ TEST(Gatewayctl, ListsItsSubcommandsInTheHelp) {
 TEST(Gatewayctl, ReportsWrongUseWithASuggestion) {
   const std::string help = "Run \"gatewayctl --help\" for its manual.\n";
   for (const auto& [arguments, error] : std::vector<std::pair<Arguments, std::string>>{
-           {{}, "a sub-command is missing: check, demo, discover, host, sim, completion\n"},
+           {{}, "a sub-command is missing: check, demo, discover, host, sim, top, completion\n"},
            {{"--bad"}, "unknown option \"--bad\"\n"},
            {{"dance"}, "unknown sub-command \"dance\"\n"},
            {{"hots", "gateway.conf"}, "unknown sub-command \"hots\", did you mean \"host\"?\n"}}) {
@@ -61,7 +61,8 @@ TEST(Gatewayctl, FailsWhenItsOutputIsLost) {
 
 // Every part of a manual is in place, and nothing of it is written in the way of its source.
 TEST(Gatewayctl, PrintsAManualOfEachSubcommand) {
-  for (const char* name : {"check", "demo", "discover", "host", "sim", "completion", "manual"}) {
+  for (const char* name :
+       {"check", "demo", "discover", "host", "sim", "top", "completion", "manual"}) {
     ToolProcess tool({name, "--help"});
     EXPECT_EQ(tool.waitExit(), 0) << tool.errors();
     EXPECT_TRUE(tool.hasLine("  -h, --help ")) << name;

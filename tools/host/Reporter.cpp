@@ -72,7 +72,6 @@ std::string_view colourOf(int level) {
 
 Reporter::Reporter(bool json)
     : json_(json),
-      colours_(tools::showsColours(STDERR_FILENO)),
       output_(std::make_unique<LineQueue>(STDOUT_FILENO, bytesWaiting, [json](std::size_t lines) {
         return droppedText(json, lines);
       })) {}
@@ -182,10 +181,11 @@ void Reporter::complain(const std::string& text) const {
   if (json_) printEvent("error", {{"text", text}});
 }
 
-void Reporter::log(const standin::LogLine& line) const {
+void printLog(const standin::LogLine& line) {
+  static const bool hasColours = tools::showsColours(STDERR_FILENO);
   const auto time = std::chrono::time_point_cast<std::chrono::milliseconds>(line.time);
   const auto milliseconds = time.time_since_epoch().count() % 1000;
-  const std::string_view colour = colours_ ? colourOf(line.level) : "";
+  const std::string_view colour = hasColours ? colourOf(line.level) : "";
   tools::writeError(fmt::format("{}{:%H:%M:%S}.{:03} [{}] {}:{}  {}{}\n", colour,
                                 fmt::localtime(std::chrono::system_clock::to_time_t(line.time)),
                                 milliseconds, line.level, line.file, line.line,

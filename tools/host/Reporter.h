@@ -57,17 +57,18 @@ class Reporter {
   bool hasFailed() const { return output_->failed(); }
   // Standard error: gatewayctl: TEXT; JSON, in addition: {"event":"error","text"}
   void complain(const std::string& text) const;
-  // Standard error, with time, level and source; with colours if showsColours allows it.
-  void log(const standin::LogLine& line) const;
 
  private:
   void print(const std::string& line) const;
   void printEvent(std::string_view event, nlohmann::json fields) const;
 
   const bool json_;
-  const bool colours_;
   const std::unique_ptr<LineQueue> output_;
 };
+
+// Prints a log line to standard error, with time, level and source; with colours if showsColours
+// allows it.
+void printLog(const standin::LogLine& line);
 
 // An age for people: "0.3 s", "45 s", "12 min", "3 h", "5 d".
 std::string ageText(Clock::duration age);

@@ -69,6 +69,15 @@ std::string unknownSlot(const std::string& name, const std::vector<Slot>& engine
 
 }  // namespace
 
+std::vector<std::string> Leftovers::problems() const {
+  if (isClean()) return {};
+  std::vector<std::string> problems{fmt::format(
+      "the module did not return {} blocks with {} bytes, {} key/value lists, {} callbacks",
+      notReturned.blocks, notReturned.bytes, notReturned.keyValueLists, notReturned.callbacks)};
+  problems.insert(problems.end(), violations.begin(), violations.end());
+  return problems;
+}
+
 RunningModule::RunningModule(const Setup& setup,
                              std::function<void(const standin::LogLine&)> logSink)
     : setup_(setup),

@@ -61,6 +61,8 @@ struct Leftovers {
   std::vector<std::string> violations;  // of the boundary's rules, one sentence each
 
   bool isClean() const { return notReturned == standin::Outstanding{} && violations.empty(); }
+  // A sentence for each; none if it is clean.
+  std::vector<std::string> problems() const;
 };
 
 class RunningModule {

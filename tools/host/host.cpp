@@ -7,7 +7,6 @@
 #include <csignal>
 #include <cstdio>
 #include <exception>
-#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <optional>
@@ -26,6 +25,7 @@
 #include "tools/host/Cycles.h"
 #include "tools/host/Expectations.h"
 #include "tools/host/LogBook.h"
+#include "tools/host/ModuleOptions.h"
 #include "tools/host/PageServer.h"
 #include "tools/host/PageSettings.h"
 #include "tools/host/ReadyFile.h"
@@ -39,7 +39,7 @@ using tools::Arrival;
 using tools::ExitCode;
 
 struct Options {
-  Setup setup{.config = {}, .module = {}, .name = "gateway"};
+  Setup setup;
   bool json = false;
   bool watch = false;
   double watchRate = 20;
@@ -109,7 +109,7 @@ class Run {
 
 void Run::log(const standin::LogLine& line) {
   logBook_.add(line);
-  reporter_.log(line);
+  printLog(line);
 }
 
 int Run::attend() {
@@ -241,24 +241,11 @@ int Run::cycle() {
 
 // Reports what a stopped module left behind; returns the exit code.
 int Run::judge(const Leftovers& leftovers) const {
-  if (leftovers.isClean()) return ExitCode::Done;
-  const auto& left = leftovers.notReturned;
-  reporter_.complain(fmt::format(
-      "the module did not return {} blocks with {} bytes, {} key/value lists, {} callbacks",
-      left.blocks, left.bytes, left.keyValueLists, left.callbacks));
-  for (const auto& violation : leftovers.violations) reporter_.complain(violation);
-  return ExitCode::Failed;
+  for (const auto& problem : leftovers.problems()) reporter_.complain(problem);
+  return leftovers.isClean() ? ExitCode::Done : ExitCode::Failed;
 }
 
 // ---- Command line ---------------------------------------------------------------------------
-
-// Beside this program, where a build puts it, or else where modules are installed.
-std::string defaultModulePath() {
-  constexpr const char* file = "grpc-gateway.so";
-  const auto folder = std::filesystem::read_symlink("/proc/self/exe").parent_path();
-  const auto installed = (folder / GATEWAY_MODULE_DIR / file).lexically_normal();
-  return (std::filesystem::exists(folder / file) ? folder / file : installed).string();
-}
 
 void addSettings(std::vector<Change>& settings, const std::vector<std::string>& texts) {
   for (const std::string& text : texts) {
@@ -350,19 +337,7 @@ std::array<CLI::Option*, 3> addPageOptions(CLI::App& host, Options& options) {
 }
 
 void addOptions(CLI::App& host, Options& options) {
-  host.add_option("CONFIG", options.setup.config, "The configuration file.")
-      ->required()
-      ->type_name("FILE");
-  host.add_option("--module", options.setup.module,
-                  "The module to load. Default: grpc-gateway.so beside gatewayctl, or else the "
-                  "installed one.")
-      ->type_name("FILE");
-  host.add_option("--name", options.setup.name, "The name of the module instance.")
-      ->type_name("NAME")
-      ->capture_default_str()
-      ->check([](const std::string& name) {
-        return name.size() <= 31 ? "" : "the name has more than 31 bytes";
-      });
+  addModuleOptions(host, options.setup);
   host.add_flag("--json", options.json, "Print JSON lines.");
   auto* watch = host.add_flag(
       "--watch", options.watch,
@@ -396,7 +371,6 @@ void addOptions(CLI::App& host, Options& options) {
 
 void addHost(CLI::App& app, int& exitCode) {
   const auto options = std::make_shared<host::Options>();
-  options->setup.module = host::defaultModulePath();
   CLI::App* const command =
       app.add_subcommand("host", "Run the module in a stand-in for the engine");
   host::addOptions(*command, *options);
@@ -404,8 +378,6 @@ void addHost(CLI::App& app, int& exitCode) {
   command->callback([options, &exitCode] {
     const std::string problem = host::pageProblem(options->page);
     if (!problem.empty()) throw CLI::ValidationError("--page", problem);
-    // The loader would look for a name without a folder among the system's libraries.
-    options->setup.module = std::filesystem::absolute(options->setup.module);
     exitCode = host::Run(*options)();
   });
 }
