@@ -70,6 +70,8 @@ Span placeOf(const EntryFacts& facts, const Group& group) {
   return {begin, facts.words()[group.last()].place.end() - begin};
 }
 
+constexpr char curlyLead = '\xE2';  // the first byte of each typographic quote
+
 // Typographic quotes do not quote in an entry.
 bool beginsCurly(std::string_view text) {
   constexpr std::array<std::string_view, 5> curly = {"\u201C", "\u201D", "\u201E", "\u2018",
@@ -140,9 +142,10 @@ bool beginsIndentedComment(const EntryFacts& facts, std::size_t index) {
 // The groups of the value. A comment covers the rest of the value, but the module reads the words
 // in it, so these are groups as well; ignored words in a comment are not.
 std::vector<Group> groupsOf(const EntryFacts& facts) {
-  std::vector<Group> groups;
-  bool inComment = false;
   const std::size_t all = facts.words().size();
+  std::vector<Group> groups;
+  groups.reserve(all);
+  bool inComment = false;
   for (std::size_t index = 0; index < all;) {
     if (!inComment && beginsIndentedComment(facts, index)) {
       groups.push_back({Group::Kind::Comment, index, all - index});
@@ -411,18 +414,44 @@ constexpr std::array groupRules = {meantAsComment, spacedEquals, wordEndsInEqual
 
 // ---- Known words ------------------------------------------------------------------------------
 
+// A default as the module reads it.
+struct Number {
+  enum class State { Read, OutOfRange, NotANumber } state = State::Read;
+  std::size_t used = 0;     // the bytes at the beginning that are the number
+  float fraction = 0;       // of a float
+  int integer = 0;          // of an int
+  unsigned long whole = 0;  // of an unsigned int, before it is cut to 32 bits
+};
+
+// Uses the module's conversions, so that both accept the same texts.
+Number numberIn(const std::string& text, ValueType type) {
+  Number number;
+  try {
+    if (type == ValueType::Float)
+      number.fraction = std::stof(text, &number.used);
+    else if (type == ValueType::Int)
+      number.integer = std::stoi(text, &number.used);
+    else
+      number.whole = std::stoul(text, &number.used);
+  } catch (const std::out_of_range&) {
+    number.state = Number::State::OutOfRange;
+  } catch (const std::exception&) {
+    number.state = Number::State::NotANumber;
+  }
+  return number;
+}
+
 struct WordFacts {
   const EntryFacts& entry;
   const Word& word;
   const Field& field;
-  const Field* earlier;  // the last word before it with the same name, or null
+  const Field* earlier;          // the last word before it with the same name, or null
+  std::optional<Number> number;  // of the default of a slot that holds a number
 
   // In the line.
   Span place() const { return entry.inLine(placeOfValue(entry.value, word)); }
   bool isName() const { return field.name == "Key" || field.name == "CustomKey"; }
-  bool isNumber() const {
-    return field.name == "DefaultValue" && entry.section.type != ValueType::String;
-  }
+  bool isRead() const { return number && number->state == Number::State::Read; }
 };
 
 MaybeFinding repeatedWord(const WordFacts& facts) {
@@ -474,9 +503,9 @@ MaybeFinding secondEquals(const WordFacts& facts) {
 }
 
 MaybeFinding curlyQuote(const WordFacts& facts) {
-  if (!beginsCurly(placeOfValue(facts.entry.value, facts.word).of(facts.entry.value))) {
-    return std::nullopt;
-  }
+  const std::string_view value = facts.entry.value;
+  if (facts.word.text.find(curlyLead) == std::string::npos) return std::nullopt;
+  if (!beginsCurly(placeOfValue(value, facts.word).of(value))) return std::nullopt;
   return Finding{
       "curly-quote", facts.place(),
       "typographic quotes are ordinary characters here, so they become part of the value",
@@ -484,7 +513,7 @@ MaybeFinding curlyQuote(const WordFacts& facts) {
 }
 
 MaybeFinding unknownType(const WordFacts& facts) {
-  const std::string& value = facts.field.value;
+  const std::string_view value = facts.field.value;
   if (facts.field.name != "Type" || value == "fast" || value == "slow") return std::nullopt;
   constexpr std::array<std::string_view, 6> valueTypes = {"string", "int",    "uint",
                                                           "float",  "double", "text"};
@@ -510,32 +539,11 @@ MaybeFinding unknownType(const WordFacts& facts) {
 
 // ---- Defaults ---------------------------------------------------------------------------------
 
-// A default as the module reads it.
-struct Number {
-  enum class State { Read, OutOfRange, NotANumber } state = State::Read;
-  std::size_t used = 0;     // the bytes at the beginning that are the number
-  std::string read = {};    // the default, as text
-  unsigned long whole = 0;  // an unsigned number before it is cut to 32 bits
-};
-
-// Uses the module's conversions, so that both accept the same texts.
-Number numberIn(const std::string& text, ValueType type) {
-  Number number;
-  try {
-    if (type == ValueType::Float) {
-      number.read = fmt::format("{}", std::stof(text, &number.used));
-    } else if (type == ValueType::Int) {
-      number.read = std::to_string(std::stoi(text, &number.used));
-    } else {
-      number.whole = std::stoul(text, &number.used);
-      number.read = std::to_string(static_cast<std::uint32_t>(number.whole));
-    }
-  } catch (const std::out_of_range&) {
-    number.state = Number::State::OutOfRange;
-  } catch (const std::exception&) {
-    number.state = Number::State::NotANumber;
-  }
-  return number;
+// What the module reads, as text.
+std::string readText(const Number& number, ValueType type) {
+  if (type == ValueType::Float) return fmt::format("{}", number.fraction);
+  if (type == ValueType::Int) return std::to_string(number.integer);
+  return std::to_string(static_cast<std::uint32_t>(number.whole));
 }
 
 std::string_view adviceForRange(ValueType type) {
@@ -545,10 +553,10 @@ std::string_view adviceForRange(ValueType type) {
 }
 
 MaybeFinding badDefault(const WordFacts& facts) {
-  if (!facts.isNumber()) return std::nullopt;
+  if (!facts.number || facts.isRead()) return std::nullopt;
   const ValueType type = facts.entry.section.type;
   const std::string value = inQuotes(facts.field.value);
-  switch (numberIn(facts.field.value, type).state) {
+  switch (facts.number->state) {
     case Number::State::Read:
       break;
     case Number::State::NotANumber:
@@ -567,8 +575,8 @@ MaybeFinding badDefault(const WordFacts& facts) {
 }
 
 // For text after a number.
-Remedy remedyForRest(const WordFacts& facts, const Number& number) {
-  const std::string_view rest = std::string_view(facts.field.value).substr(number.used);
+Remedy remedyForRest(const WordFacts& facts) {
+  const std::string_view rest = facts.field.value.substr(facts.number->used);
   const bool isWhole = facts.entry.section.type != ValueType::Float;
   if (rest == "," || rest == ";") {
     const Span last{facts.place().end() - 1, 1};
@@ -586,34 +594,29 @@ Remedy remedyForRest(const WordFacts& facts, const Number& number) {
 }
 
 MaybeFinding trailingText(const WordFacts& facts) {
-  if (!facts.isNumber()) return std::nullopt;
-  const Number number = numberIn(facts.field.value, facts.entry.section.type);
-  if (number.state != Number::State::Read || number.used == facts.field.value.size()) {
-    return std::nullopt;
-  }
+  if (!facts.isRead() || facts.number->used == facts.field.value.size()) return std::nullopt;
   return Finding{
       "trailing-text", facts.place(),
       fmt::format("the module reads only the number at the beginning of {}, so the default is {}",
-                  inQuotes(facts.field.value), number.read),
-      remedyForRest(facts, number)};
+                  inQuotes(facts.field.value), readText(*facts.number, facts.entry.section.type)),
+      remedyForRest(facts)};
 }
 
 MaybeFinding unsignedRange(const WordFacts& facts) {
-  const std::string& text = facts.field.value;
-  if (!facts.isNumber() || facts.entry.section.type != ValueType::Uint) return std::nullopt;
-  const Number number = numberIn(text, ValueType::Uint);
-  if (number.state != Number::State::Read) return std::nullopt;
+  if (!facts.isRead() || facts.entry.section.type != ValueType::Uint) return std::nullopt;
+  const std::string_view text = facts.field.value;
+  const Number& number = *facts.number;
   const bool isNegative = text.find('-') < text.find_first_of("0123456789");
   const bool fits = number.whole <= std::numeric_limits<std::uint32_t>::max();
   if (fits && (!isNegative || number.whole == 0)) return std::nullopt;
   return Finding{"unsigned-range", facts.place(),
                  fmt::format("an unsigned default keeps only its low 32 bits, so {} becomes {}",
-                             inQuotes(text), number.read),
+                             inQuotes(text), readText(number, ValueType::Uint)),
                  "write a number from 0 to 4294967295, or move the entry to [MetersInt]"};
 }
 
 MaybeFinding longDefault(const WordFacts& facts) {
-  if (facts.field.name != "DefaultValue" || facts.isNumber()) return std::nullopt;
+  if (facts.field.name != "DefaultValue" || facts.number) return std::nullopt;
   if (facts.field.value.size() <= tools::slotTextLimit) return std::nullopt;
   return Finding{"long-default", facts.place(),
                  fmt::format("the default has {} bytes, but the slot keeps only the first {}",
@@ -634,7 +637,7 @@ MaybeFinding keyNotUtf8(const WordFacts& facts) {
 }
 
 MaybeFinding trailingComma(const WordFacts& facts) {
-  const std::string& name = facts.field.value;
+  const std::string_view name = facts.field.value;
   if (!facts.isName() || !(name.ends_with(',') || name.ends_with(';'))) return std::nullopt;
   return Finding{"trailing-comma", facts.place(),
                  fmt::format("{} {} ends in \"{}\", which is part of the name", facts.field.name,
@@ -651,7 +654,7 @@ MaybeFinding controlCharacter(const WordFacts& facts) {
 }
 
 MaybeFinding blanksAroundName(const WordFacts& facts) {
-  const std::string& name = facts.field.value;
+  const std::string_view name = facts.field.value;
   if (!facts.isName() || name.empty() || (!isBlank(name.front()) && !isBlank(name.back()))) {
     return std::nullopt;
   }
@@ -693,7 +696,7 @@ const Field* earlierField(const EntryFacts& facts, const std::vector<Group>& gro
 JudgedEntry judgeEntry(const Section& section, const Line& line, const SourceFile& file) {
   const EntryFacts facts = factsOf(section, line, file);
   std::vector<Finding> findings;
-  const auto add = [&](MaybeFinding finding) {
+  const auto add = [&](MaybeFinding&& finding) {
     if (finding) findings.push_back(*std::move(finding));
   };
   const Span whole = line.value.size > 0 ? line.value : line.body;
@@ -702,8 +705,12 @@ JudgedEntry judgeEntry(const Section& section, const Line& line, const SourceFil
   for (const Group& group : groups) {
     for (const auto rule : groupRules) add(rule(facts, group));
     if (group.kind != Group::Kind::Known) continue;
-    const WordFacts word{facts, facts.words()[group.first], facts.fields[group.first],
-                         earlierField(facts, groups, group.first)};
+    const Field& field = facts.fields[group.first];
+    WordFacts word{
+        facts, facts.words()[group.first], field, earlierField(facts, groups, group.first), {}};
+    if (field.name == "DefaultValue" && section.type != ValueType::String) {
+      word.number = numberIn(std::string(field.value), section.type);
+    }
     for (const auto rule : wordRules) add(rule(word));
     apply(word, entry);
   }

@@ -3,6 +3,7 @@
 #include <cctype>
 
 #include "shquote/shquote.h"
+#include "tools/check/Vocabulary.h"
 
 namespace check {
 namespace {
@@ -26,6 +27,7 @@ std::size_t openQuoteIn(std::string_view text) {
 
 EntryWords entryWordsOf(std::string_view value) {
   EntryWords found;
+  found.words.reserve(wordsOf(SectionKind::MeterEntries).size());
   std::string room(value.size(), '\0');
   const char* in = value.data();
   std::size_t left = value.size();
@@ -48,6 +50,7 @@ EntryWords entryWordsOf(std::string_view value) {
 
 std::optional<std::size_t> lostBackslashIn(std::string_view value, std::size_t end) {
   const std::string_view text = value.substr(0, end);
+  if (text.find('\\') == text.npos) return std::nullopt;
   std::size_t i = 0;
   while (i < text.size()) {
     const char character = text[i];
@@ -70,15 +73,15 @@ Field fieldOf(std::string_view word) {
   const std::size_t equals = word.find('=');
   if (word.empty()) return {.shape = Field::Shape::Empty};
   if (equals == word.npos) return {.shape = Field::Shape::WithoutEquals};
-  const std::string name(word.substr(0, equals));
+  const std::string_view name = word.substr(0, equals);
   if (word.back() == '=') return {.shape = Field::Shape::EndingInEquals, .name = name};
   const std::string_view rest = word.substr(equals + 1);
   const std::size_t second = rest.find('=');
-  if (second == rest.npos) return {.name = name, .value = std::string(rest)};
+  if (second == rest.npos) return {.name = name, .value = rest};
   return {.shape = Field::Shape::Cut,
           .name = name,
-          .value = std::string(rest.substr(0, second)),
-          .dropped = std::string(rest.substr(second))};
+          .value = rest.substr(0, second),
+          .dropped = rest.substr(second)};
 }
 
 Span placeOfValue(std::string_view value, const Word& word) {

@@ -28,7 +28,7 @@ EntryWords entryWordsOf(std::string_view value);
 // a letter, a digit or the end of the text follows.
 std::optional<std::size_t> lostBackslashIn(std::string_view value, std::size_t end);
 
-// A word, split as the module splits it.
+// A word, split as the module splits it. Its parts refer to the text of the word.
 struct Field {
   enum class Shape {
     Whole,           // a name and a value
@@ -38,15 +38,16 @@ struct Field {
     EndingInEquals,  // the module ignores it
   };
   Shape shape = Shape::Whole;
-  std::string name = {};
-  std::string value = {};
-  std::string dropped = {};  // the text from the second "=" on, if cut
+  std::string_view name = {};
+  std::string_view value = {};
+  std::string_view dropped = {};  // the text from the second "=" on, if cut
 
   // Whether the module reads the word at all.
   bool isRead() const { return shape == Shape::Whole || shape == Shape::Cut; }
 };
 
 Field fieldOf(std::string_view word);
+Field fieldOf(std::string&& word) = delete;
 
 // The place of a field's value within the value of the pair. If quotes begin before the "=", it is
 // the place of the whole word.

@@ -215,7 +215,9 @@ void Judge::takeEntry(const LineFacts& facts) {
   JudgedEntry judged = judgeEntry(*facts.section, facts.line, facts.file);
   for (Finding& finding : judged.findings) addHere(std::move(finding));
   if (!judged.entry) return;
-  configuration_.entries.push_back({here(), facts.section, *std::move(judged.entry)});
+  here();
+  configuration_.entries.push_back(
+      {*std::exchange(here_, {}), facts.section, *std::move(judged.entry)});
   if (configuration_.entries.size() <= limits_.entries) return;
   throw UncheckableFile(
       fmt::format("it has more than the {} entries that can be checked", limits_.entries));

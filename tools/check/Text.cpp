@@ -101,15 +101,23 @@ std::size_t characterBegin(std::string_view text, std::size_t position) {
   return position;
 }
 
+// Whether all characters are visible ASCII. Most texts are, and need no closer look.
+bool isPlain(std::string_view text) {
+  return std::all_of(text.begin(), text.end(),
+                     [](char byte) { return byte >= ' ' && byte <= '~'; });
+}
+
 }  // namespace
 
 bool isUtf8(std::string_view text) {
+  if (isPlain(text)) return true;
   bool whole = true;
   eachCharacter(text, [&](std::string_view, bool isWhole) { whole = whole && isWhole; });
   return whole;
 }
 
 bool hasUnseenCharacter(std::string_view text) {
+  if (isPlain(text)) return false;
   bool unseen = false;
   eachCharacter(text, [&](std::string_view character, bool isWhole) {
     unseen = unseen || (isWhole && isUnseen(character));

@@ -140,7 +140,7 @@ void duplicateKey(const Listed& listed, const EntryLine& first, const Report& re
                                          : "remove one of the two entries, or change its key"});
 }
 
-void repeatedSlotName(const Listed& listed, const std::string& name, const EntryLine& first,
+void repeatedSlotName(const Listed& listed, std::string_view name, const EntryLine& first,
                       const Report& report) {
   const EntryLine& line = listed.line;
   const bool isGenerated = line.entry.customKey.empty();
@@ -158,13 +158,36 @@ void repeatedSlotName(const Listed& listed, const std::string& name, const Entry
           isGenerated ? "give this entry a CustomKey" : "choose another CustomKey"});
 }
 
+// The first line with each key or name.
+using Lines = std::unordered_map<std::string_view, const EntryLine*>;
+
+struct List {
+  std::size_t size = 0;
+  Lines keys;
+};
+using Lists = std::array<std::array<List, gateway::valueTypes.size()>, 3>;
+
+// Without it, the tables of a large configuration would be rebuilt again and again.
+void makeRoom(const Configuration& configuration, Lists& lists, std::array<Lines, 3>& names) {
+  std::array<std::array<std::size_t, gateway::valueTypes.size()>, 3> sizes{};
+  for (const EntryLine& line : configuration.entries) {
+    ++sizes[setOf(line)][gateway::indexOf(line.section->type)];
+  }
+  for (const Set set : {Fast, Slow, Engine}) {
+    std::size_t all = 0;
+    for (std::size_t type = 0; type < lists[set].size(); ++type) {
+      lists[set][type].keys.reserve(sizes[set][type]);
+      all += sizes[set][type];
+    }
+    names[set].reserve(all);
+  }
+}
+
 void judgeEntries(const Configuration& configuration, const Report& report) {
-  struct List {
-    std::size_t size = 0;
-    std::unordered_map<std::string_view, const EntryLine*> keys;
-  };
-  std::array<std::array<List, gateway::valueTypes.size()>, 3> lists;
-  std::array<std::unordered_map<std::string, const EntryLine*>, 3> names;
+  Lists lists;
+  std::array<Lines, 3> names;
+  std::deque<std::string> generated;
+  makeRoom(configuration, lists, names);
   for (const EntryLine& line : configuration.entries) {
     const Set set = setOf(line);
     List& list = lists[set][gateway::indexOf(line.section->type)];
@@ -177,11 +200,12 @@ void judgeEntries(const Configuration& configuration, const Report& report) {
       if (!isNew) duplicateKey(listed, *first->second, report);
     }
     if (entry.customKey.size() > tools::slotTextLimit) continue;
-    const auto [first, isNew] = names[set].emplace(
-        !entry.customKey.empty()
-            ? entry.customKey
-            : fmt::format("gateway_{}_{}", gateway::nameOf(line.section->type), listed.position),
-        &line);
+    std::string_view name = entry.customKey;
+    if (name.empty()) {
+      name = generated.emplace_back(
+          fmt::format("gateway_{}_{}", gateway::nameOf(line.section->type), listed.position));
+    }
+    const auto [first, isNew] = names[set].emplace(name, &line);
     if (!isNew) repeatedSlotName(listed, first->first, *first->second, report);
   }
 }
