@@ -39,7 +39,7 @@ struct Checked {
   std::string reason = {};  // why there is no verdict
   std::vector<Diagnostic> diagnostics = {};
   std::array<std::size_t, 3> counts{};            // by Severity, including the omitted ones
-  std::size_t omitted = 0;                        // diagnostics that are only counted
+  std::vector<Omitted> omitted = {};              // diagnostics that are only counted
   std::vector<tools::ConfiguredSlot> slots = {};  // of an accepted configuration, if requested
   std::vector<ModuleLine> log = {};               // the first lines
   bool moduleWasAsked = false;

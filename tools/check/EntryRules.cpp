@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cmath>
 #include <cstdint>
 #include <exception>
 #include <limits>
@@ -252,7 +253,8 @@ MaybeFinding spacedEquals(const EntryFacts& facts, const Group& group) {
       "a space next to \"=\" splits this word, so the module ignores its parts",
       write(place,
             fmt::format("{}={}", first.substr(0, first.find('=')), facts.source(group.last())),
-            " without spaces")};
+            " without spaces"),
+      first.substr(0, first.find('=')) == "Key" ? Scope::EmptyKey : Scope::Nothing};
 }
 
 MaybeFinding wordEndsInEquals(const EntryFacts& facts, const Group& group) {
@@ -265,7 +267,8 @@ MaybeFinding wordEndsInEquals(const EntryFacts& facts, const Group& group) {
                                        inQuotes(facts.words()[group.first].text));
   if (field.name.empty()) return Finding{"word-ends-in-equals", place, text, remove(place, "it")};
   return Finding{"word-ends-in-equals", place, text,
-                 fmt::format("write {}=VALUE, or remove it", field.name)};
+                 fmt::format("write {}=VALUE, or remove it", field.name),
+                 field.name == "Key" ? Scope::EmptyKey : Scope::Nothing};
 }
 
 MaybeFinding emptyQuotes(const EntryFacts& facts, const Group& group) {
@@ -341,13 +344,15 @@ MaybeFinding bareWords(const EntryFacts& facts, const Group& group) {
   const bool isBare = facts.fields[group.first].shape == Field::Shape::WithoutEquals;
   if (group.kind != Group::Kind::Ignored || !isBare) return std::nullopt;
   const Span place = placeOf(facts, group);
+  Remedy remedy = remedyForBareWords(facts, group);
+  const bool isKey = remedy.edit && remedy.edit->text.starts_with("Key=");
   return Finding{"word-without-equals", facts.inLine(place),
                  group.size == 1
                      ? fmt::format("the word {} has no \"=\", so the module ignores it",
                                    inQuotes(facts.words()[group.first].text))
                      : fmt::format("the words {} have no \"=\", so the module ignores them",
                                    inQuotes(place.of(facts.value))),
-                 remedyForBareWords(facts, group)};
+                 std::move(remedy), isKey ? Scope::EmptyKey : Scope::Nothing};
 }
 
 // ---- Words that the module refuses ------------------------------------------------------------
@@ -546,6 +551,15 @@ std::string readText(const Number& number, ValueType type) {
   return std::to_string(static_cast<std::uint32_t>(number.whole));
 }
 
+MaybeFinding defaultNotFinite(const WordFacts& facts) {
+  if (!facts.isRead() || std::isfinite(facts.number->fraction)) return std::nullopt;
+  return Finding{"default-not-finite", facts.place(),
+                 fmt::format("the default {} is not a finite number, and the slot holds it until a "
+                             "value arrives",
+                             inQuotes(facts.field.value)),
+                 "write a number"};
+}
+
 std::string_view adviceForRange(ValueType type) {
   if (type == ValueType::Int) return "write a number from -2147483648 to 2147483647";
   if (type == ValueType::Uint) return "write a number from 0 to 4294967295";
@@ -565,11 +579,10 @@ MaybeFinding badDefault(const WordFacts& facts) {
           fmt::format("the default {} is not a number, so {}", value, facts.entry.consequence),
           "write a number, or move the entry to [MetersString]"};
     case Number::State::OutOfRange:
-      return Finding{
-          "bad-default", facts.place(),
-          fmt::format("the default {} is out of range for {} {}, so {}", value,
-                      type == ValueType::Int ? "an" : "a", nameOf(type), facts.entry.consequence),
-          std::string(adviceForRange(type))};
+      return Finding{"bad-default", facts.place(),
+                     fmt::format("the default {} is out of range for {}, so {}", value,
+                                 withArticle(type), facts.entry.consequence),
+                     std::string(adviceForRange(type))};
   }
   return std::nullopt;
 }
@@ -664,9 +677,10 @@ MaybeFinding blanksAroundName(const WordFacts& facts) {
                  "remove the white space inside the quotes"};
 }
 
-constexpr std::array wordRules = {repeatedWord, secondEquals,  curlyQuote,       unknownType,
-                                  badDefault,   unsignedRange, trailingText,     longDefault,
-                                  keyNotUtf8,   trailingComma, controlCharacter, blanksAroundName};
+constexpr std::array wordRules = {repeatedWord,    secondEquals,  curlyQuote,    unknownType,
+                                  badDefault,      unsignedRange, trailingText,  defaultNotFinite,
+                                  longDefault,     keyNotUtf8,    trailingComma, controlCharacter,
+                                  blanksAroundName};
 
 // ---- The entry --------------------------------------------------------------------------------
 

@@ -42,12 +42,23 @@ Remedy write(Span place, std::string text, std::string_view after = "");
 Remedy ask(Span place, std::string text);
 Remedy remove(Span place, std::string_view what);
 
+// What else is wrong because of the same mistake. Such findings become notes of the one that covers
+// them.
+enum class Scope {
+  Nothing,
+  EmptyKey,  // the entry has no Key
+  Line,      // all errors in the line
+  File,      // everything in the file
+};
+
 struct Finding {
   Rule rule;
   Span place;        // within the text of the line
   std::string text;  // what is wrong, and what the module does
   Remedy remedy;
-  bool coversLine = false;  // the line as a whole is misplaced, and its other faults follow from it
+  Scope covers = Scope::Nothing;
+  // The line with the mistake that this one follows from, if that is another line.
+  const struct SourceLine* cause = nullptr;
 };
 
 using MaybeFinding = std::optional<Finding>;
@@ -58,6 +69,7 @@ using MaybeFinding = std::optional<Finding>;
 struct SourceFile {
   std::string name;
   std::string readAt = {};  // FILE:LINE of its File line; empty for the main file
+  std::string head = {};    // the first bytes
 
   bool isDedicated() const { return !readAt.empty(); }
 };

@@ -7,60 +7,96 @@
 namespace check {
 
 // Counts a finding. Returns whether it is to be kept.
-bool Findings::counts(Rule rule, Severity severity) {
+bool Findings::isKept(Rule rule, Severity severity) {
   if (severity == Severity::Warning && allowed_.contains(rule)) return false;
-  return ++counts_[index(severity)] <= kept;
+  ++counts_[index(severity)];
+  return ++ruleCounts_[rule.index()] <= kept;
 }
 
-// Null if no finding covers the line.
-const std::string* Findings::remedyThatCovers(const SourceLine& line) const {
-  const auto found =
-      std::lower_bound(covered_.begin(), covered_.end(), line.order,
-                       [](const Covered& each, std::uint64_t order) { return each.order < order; });
-  return found != covered_.end() && found->order == line.order ? &found->remedy : nullptr;
+void Findings::escalate(std::size_t diagnostic, Severity severity) {
+  Severity& current = diagnostics_[diagnostic].severity;
+  if (severity != Severity::Error || current == Severity::Error) return;
+  --counts_[index(current)];
+  ++counts_[index(severity)];
+  current = severity;
+}
+
+// Makes the finding a note of the diagnostic. A warning adds nothing, since the same remedy helps.
+bool Findings::isNoteOf(std::size_t diagnostic, Severity severity, const Finding& finding) {
+  constexpr std::size_t most = 10;
+  auto& notes = diagnostics_[diagnostic].notes;
+  if (severity == Severity::Error && notes.size() < most) {
+    notes.push_back({finding.rule, finding.text});
+  }
+  escalate(diagnostic, severity);
+  return true;
+}
+
+// Whether the finding follows from a diagnostic, which is then told so.
+bool Findings::isCovered(const SourceFile& file, std::uint64_t order, Severity severity,
+                         const Finding& finding) {
+  if (const auto found = files_.find(&file); found != files_.end()) {
+    escalate(found->second, severity);
+    return true;
+  }
+  if (const auto found = lines_.find(order); found != lines_.end()) {
+    const bool isEmptyKey = finding.rule == Rule("empty-key");
+    if (found->second.scope == Scope::Line || isEmptyKey) {
+      return isNoteOf(found->second.diagnostic, severity, finding);
+    }
+  }
+  if (finding.cause == nullptr) return false;
+  const auto cause =
+      std::find_if(diagnostics_.begin(), diagnostics_.end(),
+                   [&](const Diagnostic& each) { return each.order == finding.cause->order; });
+  return cause != diagnostics_.end() &&
+         isNoteOf(static_cast<std::size_t>(cause - diagnostics_.begin()), severity, finding);
+}
+
+void Findings::keep(Diagnostic diagnostic, const SourceFile& file, Finding finding) {
+  diagnostic.rule = finding.rule;
+  diagnostic.file = file.name;
+  diagnostic.readAt = file.readAt;
+  diagnostic.text = std::move(finding.text);
+  diagnostic.remedy = std::move(finding.remedy.words);
+  if (finding.covers == Scope::File) {
+    files_.emplace(&file, diagnostics_.size());
+  } else if (finding.covers != Scope::Nothing) {
+    lines_.emplace(diagnostic.order, Cover{finding.covers, diagnostics_.size()});
+  }
+  diagnostics_.push_back(std::move(diagnostic));
 }
 
 void Findings::add(const SourceLine& line, Finding finding) {
   const SourceFile& file = *line.file;
-  const Weight weight = finding.rule.text().weight;
-  const Severity severity = severityOf(weight, file.isDedicated());
-  if (const std::string* const remedy = remedyThatCovers(line); remedy != nullptr) {
-    if (weight == Weight::Warning || weight == Weight::Note) return;
-    finding.remedy.words = *remedy;
-  }
-  if (finding.coversLine && covered_.size() < kept) {
-    covered_.push_back({line.order, finding.remedy.words});
-  }
-  if (!counts(finding.rule, severity)) return;
-  diagnostics_.push_back({.rule = finding.rule,
-                          .severity = severity,
-                          .file = file.name,
-                          .line = line.number,
-                          .column = line.offset + finding.place.begin + 1,
-                          .size = finding.place.size,
-                          .text = std::move(finding.text),
-                          .remedy = std::move(finding.remedy.words),
-                          .section = line.section ? *line.section : "",
-                          .readAt = file.readAt,
-                          .source = line.text,
-                          .sourceColumn = line.offset + 1,
-                          .order = line.order});
+  const Severity severity = severityOf(finding.rule.text().weight, file.isDedicated());
+  if (isCovered(file, line.order, severity, finding) || !isKept(finding.rule, severity)) return;
+  keep({.rule = finding.rule,
+        .severity = severity,
+        .line = line.number,
+        .column = line.offset + finding.place.begin + 1,
+        .size = finding.place.size,
+        .section = line.section ? *line.section : "",
+        .source = line.text,
+        .sourceColumn = line.offset + 1,
+        .order = line.order},
+       file, std::move(finding));
 }
 
-void Findings::add(const std::string& file, std::uint64_t lines, Finding finding) {
+void Findings::add(const SourceFile& file, std::uint64_t lines, Finding finding) {
   const Severity severity = severityOf(finding.rule.text().weight, false);
-  if (!counts(finding.rule, severity)) return;
-  diagnostics_.push_back({.rule = finding.rule,
-                          .severity = severity,
-                          .file = file,
-                          .text = std::move(finding.text),
-                          .remedy = std::move(finding.remedy.words),
-                          .order = lines + 1});
+  const std::uint64_t order = lines + 1;
+  if (isCovered(file, order, severity, finding) || !isKept(finding.rule, severity)) return;
+  keep({.rule = finding.rule, .severity = severity, .order = order}, file, std::move(finding));
 }
 
-std::size_t Findings::omitted() const {
-  std::size_t omitted = 0;
-  for (const std::size_t count : counts_) omitted += count - std::min(count, kept);
+std::vector<Omitted> Findings::omitted() const {
+  std::vector<Omitted> omitted;
+  for (const RuleText& text : allRules) {
+    const Rule rule = *Rule::named(text.name);
+    const std::size_t count = ruleCounts_[rule.index()];
+    if (count > kept) omitted.push_back({rule, count - kept});
+  }
   return omitted;
 }
 

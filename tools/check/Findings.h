@@ -1,6 +1,6 @@
 // The diagnostics of a check, in the order in which the module reads the lines.
 //
-// Memory: keeps the first diagnostics of each severity that are found, and only counts the others.
+// Memory: keeps the first diagnostics of each rule that are found, and only counts the others.
 // Threads: one at a time.
 #pragma once
 
@@ -9,11 +9,19 @@
 #include <cstdint>
 #include <set>
 #include <string>
+#include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "tools/check/Finding.h"
 
 namespace check {
+
+// A finding that follows from another one.
+struct Note {
+  Rule rule;
+  std::string text;
+};
 
 // A finding with its severity and its place among the files.
 struct Diagnostic {
@@ -25,6 +33,7 @@ struct Diagnostic {
   std::size_t size = 0;          // in bytes, from that column
   std::string text = {};         // what is wrong, and what the module does
   std::string remedy = {};       // what to do about it
+  std::vector<Note> notes = {};  // what else is wrong because of the same mistake
   std::string section = {};      // that the line is in; empty if none
   std::string readAt = {};       // the File line that named a dedicated file, as FILE:LINE
   std::string source = {};       // the line, or the chunk of a long one
@@ -32,41 +41,54 @@ struct Diagnostic {
   std::uint64_t order = 0;       // of the line among the lines of all files
 };
 
+// How many diagnostics of a rule were counted but not kept.
+struct Omitted {
+  Rule rule;
+  std::size_t count;
+};
+
 class Findings {
  public:
-  // How many of each severity are kept.
-  static constexpr std::size_t kept = 500;
+  // How many of each rule are kept.
+  static constexpr std::size_t kept = 100;
 
   // Ignores the warnings of the rules in `allowed`.
   explicit Findings(std::set<Rule> allowed) : allowed_(std::move(allowed)) {}
 
-  // Adds a finding about a line.
+  // Adds a finding about a line, or a note to the one that covers it. A note that is an error makes
+  // that one an error.
   void add(const SourceLine& line, Finding finding);
   // Adds one about the main file as a whole, which has so many lines.
-  void add(const std::string& file, std::uint64_t lines, Finding finding);
+  void add(const SourceFile& file, std::uint64_t lines, Finding finding);
 
-  // How many of a severity were added, kept or not.
+  // How many of a severity were added, kept or not. Notes do not count.
   std::size_t count(Severity severity) const { return counts_[index(severity)]; }
-  std::size_t omitted() const;
+  std::vector<Omitted> omitted() const;
 
   // The kept diagnostics, in the order of the lines. Call this once, at the end.
   std::vector<Diagnostic> take();
 
  private:
-  static std::size_t index(Severity severity) { return static_cast<std::size_t>(severity); }
-  bool counts(Rule rule, Severity severity);
-
-  // Of a finding that covers its line: the remedy is for the other faults of that line, too.
-  struct Covered {
-    std::uint64_t order;
-    std::string remedy;
+  // A diagnostic that covers others, by its position among all.
+  struct Cover {
+    Scope scope;
+    std::size_t diagnostic;
   };
-  const std::string* remedyThatCovers(const SourceLine& line) const;
+
+  static std::size_t index(Severity severity) { return static_cast<std::size_t>(severity); }
+  bool isKept(Rule rule, Severity severity);
+  bool isCovered(const SourceFile& file, std::uint64_t order, Severity severity,
+                 const Finding& finding);
+  bool isNoteOf(std::size_t diagnostic, Severity severity, const Finding& finding);
+  void escalate(std::size_t diagnostic, Severity severity);
+  void keep(Diagnostic diagnostic, const SourceFile& file, Finding finding);
 
   std::set<Rule> allowed_;
-  std::vector<Covered> covered_;  // by the order of the lines; only the first ones
   std::array<std::size_t, 3> counts_{};
+  std::array<std::size_t, allRules.size()> ruleCounts_{};
   std::vector<Diagnostic> diagnostics_;
+  std::unordered_map<std::uint64_t, Cover> lines_;            // by the order of the line
+  std::unordered_map<const SourceFile*, std::size_t> files_;  // the diagnostics that cover a file
 };
 
 }  // namespace check

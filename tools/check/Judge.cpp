@@ -32,7 +32,7 @@ class Judge {
  public:
   Judge(const std::string& path, const std::string& name, const WalkLimits& limits,
         Findings& findings)
-      : walk_(path, name, limits), name_(name), limits_(limits), findings_(findings) {}
+      : walk_(path, name, limits), limits_(limits), findings_(findings) {}
 
   Reading operator()();
 
@@ -44,6 +44,8 @@ class Judge {
   bool isNew(std::size_t rule, Repeats repeats);
   void takeHeader();
   void closeHeader();
+  void noteUse(std::string_view key);
+  bool isRead();
   void takePair(const LineFacts& facts);
   void takeSetting(const LineFacts& facts);
   void takeEntry(const LineFacts& facts);
@@ -55,7 +57,6 @@ class Judge {
   void addHere(MaybeFinding finding);
 
   Walk walk_;
-  const std::string name_;
   const WalkLimits limits_;
   Findings& findings_;
   Configuration configuration_;
@@ -78,7 +79,7 @@ Reading Judge::operator()() {
     if (line != nullptr)
       findings_.add(*line, std::move(finding));
     else
-      findings_.add(name_, walk_.order(), std::move(finding));
+      findings_.add(walk_.mainFile(), walk_.order(), std::move(finding));
   });
   return isEndless_ ? Reading::Endless : Reading::Finite;
 }
@@ -93,7 +94,10 @@ const SourceLine& Judge::here() {
 
 void Judge::add(const SourceLine& line, MaybeFinding finding) {
   if (!finding) return;
-  if (finding->rule.text().weight == Weight::LineError) ++state().badLines;
+  if (finding->rule.text().weight == Weight::LineError) {
+    ++state().badLines;
+    configuration_.isPartial = true;
+  }
   findings_.add(line, *std::move(finding));
 }
 
@@ -107,15 +111,19 @@ void Judge::takeLine() {
   const Line& line = walk_.line();
   LineFacts facts{.line = line,
                   .file = walk_.file(),
-                  .section = state().header ? state().header->section : nullptr,
+                  .section = nullptr,
                   .pendingKey = walk_.scanner().pendingName()};
   if (line.kind == LineKind::Continuation) {
     facts.pendingLine = fmt::format("line {}", state().pendingLine);
   }
+  if (line.chunk == 1) addHere(notText(walk_.file().head));
   if (line.kind == LineKind::Header) return takeHeader();
+  const bool isPair = line.kind == LineKind::Pair || line.kind == LineKind::Continuation;
+  if (isPair) noteUse(facts.key());
+  if (state().header) facts.section = &state().header->judgedAs();
   judgeLine(facts);
   if (line.kind == LineKind::Pair) state().pendingLine = line.number;
-  if (line.kind == LineKind::Pair || line.kind == LineKind::Continuation) takePair(facts);
+  if (isPair) takePair(facts);
 }
 
 void Judge::judgeLine(const LineFacts& facts) {
@@ -169,21 +177,29 @@ void Judge::takeFileEnd() {
 
 // ---- Pairs ------------------------------------------------------------------------------------
 
+// Notes that the section has a pair with this key.
+void Judge::noteUse(std::string_view key) {
+  if (!state().header || state().header->firstPair > 0) return;
+  Header& header = *state().header;
+  noteFirstPair(header, walk_.line().number, key);
+  for (const HeaderRule rule : firstPairRules()) add(header.at, rule(header));
+}
+
+// Whether the module reads the settings and entries of the section. What it skips counts as read in
+// the main file, where the unknown section is the only mistake.
+bool Judge::isRead() {
+  return !walk_.file().isDedicated() || state().header->section->kind != SectionKind::Unknown;
+}
+
 void Judge::takePair(const LineFacts& facts) {
-  FileState& file = state();
-  const std::string_view known = facts.section != nullptr ? facts.section->name : "";
-  if (looksLikeTarget(facts)) {
-    configuration_.noteLostTarget(known.empty() && file.section ? *file.section : known,
-                                  nameOf(here()));
-  }
-  if (!file.header) return;
-  Header& header = *file.header;
-  if (header.firstPair == 0) {
-    header.firstPair = facts.line.number;
-    for (const HeaderRule rule : firstPairRules()) add(header.at, rule(header));
+  const FileState& file = state();
+  const bool isLost = facts.section != nullptr && !isRead() && sameName(facts.key(), "Target");
+  if (looksLikeTarget(facts) || isLost) {
+    const std::string_view known = facts.section != nullptr ? facts.section->name : "";
+    configuration_.noteLostTarget(known.empty() && file.section ? *file.section : known, here());
   }
   if (!isKeyKnown(facts)) return;
-  switch (header.section->kind) {
+  switch (facts.section->kind) {
     case SectionKind::Meters:
     case SectionKind::Engine:
       return takeSetting(facts);
@@ -206,15 +222,15 @@ void Judge::takeSetting(const LineFacts& facts) {
                   .isContinuation = line.kind == LineKind::Continuation};
   auto& latest = configuration_.settingOf(facts.section->kind, setting.key);
   for (const SettingRule rule : settingRules()) {
-    addHere(rule({setting, latest ? &*latest : nullptr}));
+    addHere(rule({setting, latest && isRead() ? &*latest : nullptr}));
   }
-  latest = std::move(setting);
+  if (isRead()) latest = std::move(setting);
 }
 
 void Judge::takeEntry(const LineFacts& facts) {
   JudgedEntry judged = judgeEntry(*facts.section, facts.line, facts.file);
   for (Finding& finding : judged.findings) addHere(std::move(finding));
-  if (!judged.entry) return;
+  if (!judged.entry || !isRead()) return;
   here();
   configuration_.entries.push_back(
       {*std::exchange(here_, {}), facts.section, *std::move(judged.entry)});
@@ -235,7 +251,10 @@ void Judge::takeFileLine(const LineFacts& facts) {
       finding && !std::exchange(relativeReported_, true)) {
     addHere(std::move(finding));
   }
-  if (header.conditionHolds) enter(file);
+  if (header.conditionHolds)
+    enter(file);
+  else
+    configuration_.isPartial = true;
 }
 
 void Judge::enter(const FileFacts& facts) {
@@ -254,6 +273,7 @@ void Judge::enter(const FileFacts& facts) {
     case Walk::Entering::MayBeEndless:
       isEndless_ = true;
   }
+  configuration_.isPartial = true;
   add(namedAt, unreadFile(facts, entered));
 }
 

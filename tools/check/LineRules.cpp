@@ -72,7 +72,8 @@ MaybeFinding longLine(const LineFacts& facts) {
       fmt::format("the line has more than {} bytes, so the module reads the rest, from here on, as "
                   "another line",
                   Scanner::chunkSize),
-      "shorten the line"};
+      "shorten the line",
+      Scope::Line};
 }
 
 MaybeFinding badHeader(const LineFacts& facts) {
@@ -169,12 +170,12 @@ MaybeFinding indentedLine(const LineFacts& facts) {
                    fmt::format("this indented line does not continue the entry in {}: it adds an "
                                "entry without a Key",
                                facts.pendingLine),
-                   fmt::format("append it to the entry in {}", facts.pendingLine), true};
+                   fmt::format("append it to the entry in {}", facts.pendingLine), Scope::Line};
   }
   return Finding{"indented-line", place,
                  fmt::format("this indented line is {}another value of {} in {}: {}", looks,
                              inQuotes(facts.pendingKey), facts.pendingLine, effectOf(facts)),
-                 remedyForIndented(facts, isEntry), !looks.empty()};
+                 remedyForIndented(facts, isEntry), looks.empty() ? Scope::Nothing : Scope::Line};
 }
 
 // ---- Keys -------------------------------------------------------------------------------------

@@ -42,6 +42,16 @@ std::string whereabouts(const Diagnostic& diagnostic) {
   return text.empty() ? "" : fmt::format("      = {}\n", text);
 }
 
+// "x.conf: not shown: 400 more of unknown-type, 7 more of unknown-word".
+std::string omittedText(const Checked& checked) {
+  std::vector<std::string> rules;
+  for (const Omitted& each : checked.omitted) {
+    rules.push_back(fmt::format("{} more of {}", each.count, each.rule.text().name));
+  }
+  if (rules.empty()) return {};
+  return fmt::format("{}: not shown: {}\n", checked.file, fmt::join(rules, ", "));
+}
+
 // ---- Table ------------------------------------------------------------------------------------
 
 using Row = std::array<std::string, 7>;
@@ -84,6 +94,10 @@ Json orNull(const T& value) {
 }
 
 Json jsonOf(const Diagnostic& diagnostic) {
+  Json notes = Json::array();
+  for (const Note& note : diagnostic.notes) {
+    notes.push_back({{"rule", note.rule.text().name}, {"text", note.text}});
+  }
   return {{"rule", diagnostic.rule.text().name},
           {"severity", nameOf(diagnostic.severity)},
           {"file", diagnostic.file},
@@ -92,6 +106,7 @@ Json jsonOf(const Diagnostic& diagnostic) {
           {"length", diagnostic.size},
           {"text", diagnostic.text},
           {"remedy", diagnostic.remedy},
+          {"notes", std::move(notes)},
           {"section", orNull(diagnostic.section)},
           {"read_at", orNull(diagnostic.readAt)},
           {"source", diagnostic.line == 0 ? Json() : Json(diagnostic.source)}};
@@ -110,15 +125,16 @@ std::string textOf(const Diagnostic& diagnostic, bool coloured) {
     text += fmt::format("{:5} | {}\n      | {}{}{}\n", diagnostic.line, excerpt.text, colours.caret,
                         excerpt.marker, colours.off);
   }
+  for (const Note& note : diagnostic.notes) {
+    text += fmt::format("      = so {} [{}]\n", note.text, note.rule.text().name);
+  }
   return text + whereabouts(diagnostic);
 }
 
 std::string textOf(const Checked& checked, bool coloured) {
   std::string text;
   for (const Diagnostic& each : checked.diagnostics) text += textOf(each, coloured);
-  if (checked.omitted > 0) {
-    text += fmt::format("{}: {} more diagnostics are not shown\n", checked.file, checked.omitted);
-  }
+  text += omittedText(checked);
   if (checked.verdict == Verdict::Unreadable) return text;
   std::string counts;
   for (const Severity severity : {Severity::Error, Severity::Warning, Severity::Note}) {
@@ -133,12 +149,12 @@ std::string tableOf(const std::vector<tools::ConfiguredSlot>& slots) {
   for (const auto& slot : slots) rows.push_back(rowOf(slot));
   std::array<std::size_t, 7> widths{};
   for (const Row& row : rows) {
-    for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
+    for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], columnsOf(row[i]));
   }
   std::string table;
   for (const Row& row : rows) {
     for (std::size_t i = 0; i + 1 < row.size(); ++i) {
-      table += row[i] + std::string(widths[i] - row[i].size() + 2, ' ');
+      table += row[i] + std::string(widths[i] - columnsOf(row[i]) + 2, ' ');
     }
     table += row.back() + "\n";
   }
@@ -148,6 +164,12 @@ std::string tableOf(const std::vector<tools::ConfiguredSlot>& slots) {
 Json jsonOf(const Checked& checked) {
   Json diagnostics = Json::array();
   for (const Diagnostic& each : checked.diagnostics) diagnostics.push_back(jsonOf(each));
+  std::size_t omitted = 0;
+  Json omittedByRule = Json::object();
+  for (const Omitted& each : checked.omitted) {
+    omitted += each.count;
+    omittedByRule[std::string(each.rule.text().name)] = each.count;
+  }
   Json slots = Json::array();
   for (const auto& slot : checked.slots) slots.push_back(jsonOf(slot));
   Json log = Json::array();
@@ -160,7 +182,8 @@ Json jsonOf(const Checked& checked) {
           {"errors", checked.count(Severity::Error)},
           {"warnings", checked.count(Severity::Warning)},
           {"notes", checked.count(Severity::Note)},
-          {"omitted", checked.omitted},
+          {"omitted", omitted},
+          {"omitted_by_rule", std::move(omittedByRule)},
           {"diagnostics", std::move(diagnostics)},
           {"slots", std::move(slots)},
           {"module_log", std::move(log)}};

@@ -125,6 +125,16 @@ std::string sectionBySwap(std::string_view name) {
   return {};
 }
 
+// The section that was probably meant by an unknown name, or nothing.
+std::string meantName(std::string_view name) {
+  if (const auto same = sameNameIn(name, sectionNames()); !same.empty()) return std::string(same);
+  if (std::string close = closestName(name, sectionNames()); !close.empty()) return close;
+  std::string solid(name);
+  std::erase_if(solid, [](char each) { return isBlank(each) || each == '.' || each == '-'; });
+  std::string swapped = sectionBySwap(solid);
+  return swapped.empty() ? sectionByOtherWord(solid) : swapped;
+}
+
 Remedy remedyForSection(const Header& header) {
   std::vector<std::string> names = sectionNames();
   names.emplace_back(conditionPrefix);
@@ -138,14 +148,24 @@ Remedy remedyForSection(const Header& header) {
     return write(place, fmt::format("[{}{}]", conditionPrefix, bare.substr(front.size())),
                  ", with exactly these capitals and no leading white space");
   }
-  const std::string close = closestName(front.empty() ? bare : front, names);
-  if (close == conditionPrefix) return fmt::format("did you mean [{}PATH]?", conditionPrefix);
-  std::string solid(bare);
-  std::erase_if(solid, [](char each) { return isBlank(each) || each == '.' || each == '-'; });
-  for (const std::string& meant : {close, sectionBySwap(solid), sectionByOtherWord(solid)}) {
-    if (!meant.empty()) return ask(place, fmt::format("[{}]", meant));
+  if (closestName(front.empty() ? bare : front, names) == conditionPrefix) {
+    return fmt::format("did you mean [{}PATH]?", conditionPrefix);
+  }
+  if (const std::string meant = meantName(bare); !meant.empty()) {
+    return ask(place, fmt::format("[{}]", meant));
   }
   return fmt::format("the sections are {}PATH", fmt::join(names, ", "));
+}
+
+// The entries below "[Meter]" need the name of a value type, too.
+bool lacksType(const Header& header) {
+  return header.meant != nullptr && isEntryKey(header.firstKey) &&
+         !closestName(header.fullName(), {"Meters", "Engine"}).empty();
+}
+
+std::string adviceForType(const Header& header) {
+  return fmt::format("write [{0}String], [{0}Int], [{0}Uint] or [{0}Float]",
+                     sameName(header.firstKey, "Meter") ? "Meters" : "Engine");
 }
 
 MaybeFinding unknownSection(const Header& header) {
@@ -157,7 +177,7 @@ MaybeFinding unknownSection(const Header& header) {
                   inQuotes(header.fullName()),
                   file.isDedicated() ? "the module skips its lines" : consequenceIn(file),
                   header.firstPair),
-      remedyForSection(header)};
+      lacksType(header) ? Remedy(adviceForType(header)) : remedyForSection(header)};
 }
 
 // ---- At the end of a section ------------------------------------------------------------------
@@ -211,6 +231,22 @@ std::string_view Header::fullCondition() const {
   return isCondition(*this) ? fullName().substr(conditionPrefix.size()) : std::string_view();
 }
 
+const Section& Header::judgedAs() const {
+  return meant != nullptr ? *meant : *section;
+}
+
+void noteFirstPair(Header& header, std::size_t number, std::string_view key) {
+  header.firstPair = number;
+  header.firstKey = key;
+  if (header.section->kind != SectionKind::Unknown) return;
+  const std::string name = meantName(trimmed(header.fullName()));
+  if (name.empty()) return;
+  header.meant = &sectionOf(name);
+  // "[Meter]" with entries lacks the type, and a text can have any default.
+  if (!isEntryKey(key) || (name != "Meters" && name != "Engine")) return;
+  header.meant = &sectionOf(sameName(key, "Meter") ? "MetersString" : "EngineString");
+}
+
 Header headerIn(const Line& line, std::string_view cutName, SourceLine kept) {
   Header header{.at = std::move(kept),
                 .name = line.name,
@@ -235,7 +271,30 @@ std::span<const HeaderRule> closingRules() {
   return closing;
 }
 
-// ---- Dedicated files --------------------------------------------------------------------------
+// ---- Files ------------------------------------------------------------------------------------
+
+MaybeFinding notText(std::string_view head) {
+  const bool hasMark = head.starts_with("\xFF\xFE") || head.starts_with("\xFE\xFF");
+  const std::size_t bad = badBytesIn(head);
+  const auto nuls = static_cast<std::size_t>(std::count(head.begin(), head.end(), '\0'));
+  // Without its mark, every other byte of a text in UTF-16 is NUL.
+  constexpr std::size_t least = 16;
+  const bool alternates = nuls * 5 > head.size() * 2 && nuls * 5 < head.size() * 3 && bad == nuls;
+  if (hasMark || (head.size() >= least && alternates)) {
+    return Finding{"not-text",
+                   {0, 1},
+                   "this file is in UTF-16, which the module can't read",
+                   "save it as UTF-8, for example with iconv -f UTF-16 -t UTF-8",
+                   Scope::File};
+  }
+  constexpr std::size_t leastBinary = 64;
+  if (head.size() < leastBinary || bad < head.size() / 4) return std::nullopt;
+  return Finding{"not-text",
+                 {0, 1},
+                 "this is not a text file, but the module would read its bytes as lines",
+                 "name the configuration file",
+                 Scope::File};
+}
 
 MaybeFinding conditionDiffers(const FileFacts& facts) {
   const auto& [header, place, path] = facts;
@@ -276,8 +335,7 @@ MaybeFinding unreadFile(const FileFacts& facts, const Walk::Entered& entered) {
     case Walk::Entering::MayBeEndless:
       return Finding{
           "endless-file", facts.place,
-          fmt::format("{} is a pipe or a device, so the engine might wait for its end forever",
-                      path),
+          fmt::format("{} {}, so the engine might wait for its end forever", path, entered.problem),
           "name a regular file"};
     case Walk::Entering::LeadsBack:
       return Finding{"include-cycle", facts.place,

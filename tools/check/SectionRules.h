@@ -23,6 +23,11 @@ struct Header {
   bool conditionHolds = false;
   bool hasFile = false;       // likewise
   std::size_t firstPair = 0;  // the number of the line; 0 before it
+  std::string firstKey = {};
+  const Section* meant = nullptr;  // what was probably meant by an unknown name
+
+  // The section whose rules the lines follow: the one that was meant, if that is known.
+  const Section& judgedAs() const;
 
   std::string_view fullName() const { return name.of(at.text); }
   std::string_view fullCondition() const;  // not cut
@@ -32,6 +37,9 @@ struct Header {
 // Reads the header in the line, and whether its condition holds.
 Header headerIn(const Line& line, std::string_view cutName, SourceLine kept);
 
+// Takes the first pair of the section: the number and the key of its line.
+void noteFirstPair(Header& header, std::size_t number, std::string_view key);
+
 using HeaderRule = MaybeFinding (*)(const Header& header);
 
 // The rules for a header when it is read, when the first pair below it is read, and when its
@@ -40,7 +48,10 @@ std::span<const HeaderRule> openingRules();
 std::span<const HeaderRule> firstPairRules();
 std::span<const HeaderRule> closingRules();
 
-// ---- Dedicated files --------------------------------------------------------------------------
+// ---- Files ------------------------------------------------------------------------------------
+
+// Judges the first bytes of a file.
+MaybeFinding notText(std::string_view head);
 
 // A File line of a ParseIfExist: section.
 struct FileFacts {

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <charconv>
+#include <string>
 
 #include "tools/check/Text.h"
 
@@ -63,10 +65,20 @@ Fault portFault(std::string_view port) {
                      "write a number from 1 to 65535"};
 }
 
-// Four or more groups of digits, which no host name has.
+// Digits and dots only. Four or more groups are no host name; fewer look like a cut address.
 bool looksLikeIpv4(std::string_view text) {
-  return text.find_first_not_of("0123456789.") == text.npos &&
-         std::count(text.begin(), text.end(), '.') >= 3;
+  return text.find_first_not_of("0123456789.") == text.npos && text.find('.') != text.npos;
+}
+
+Fault ipv4Fault(std::string_view host) {
+  if (!looksLikeIpv4(host) || isIpv4(host)) return std::nullopt;
+  if (std::count(host.begin(), host.end(), '.') >= 3) {
+    return TargetFault{
+        fmt::format("{} is neither an IPv4 address nor a possible host name", inQuotes(host)),
+        "write four numbers from 0 to 255, without leading zeros"};
+  }
+  return TargetFault{fmt::format("{} looks like an IPv4 address without its end", inQuotes(host)),
+                     "write all four numbers"};
 }
 
 bool isHostName(std::string_view text) {
@@ -104,11 +116,7 @@ Fault hostPortFault(std::string_view text) {
     return TargetFault{fmt::format("{} can't be a host name", inQuotes(host)),
                        "write HOST:PORT, such as localhost:50005"};
   }
-  if (looksLikeIpv4(host) && !isIpv4(host)) {
-    return TargetFault{
-        fmt::format("{} is neither an IPv4 address nor a possible host name", inQuotes(host)),
-        "write four numbers from 0 to 255, without leading zeros"};
-  }
+  if (Fault fault = ipv4Fault(host)) return fault;
   return port ? portFault(*port) : missingPort(host);
 }
 
@@ -198,9 +206,34 @@ std::string lowered(std::string_view text) {
 }
 
 bool isScheme(std::string_view name) {
-  constexpr std::array<std::string_view, 6> schemes = {"dns",  "ipv4",          "ipv6",
-                                                       "unix", "unix-abstract", "xds"};
+  constexpr std::array<std::string_view, 5> schemes = {"dns", "ipv4", "ipv6", "unix",
+                                                       "unix-abstract"};
   return std::find(schemes.begin(), schemes.end(), name) != schemes.end();
+}
+
+// The schemes that gRPC knows, too, but that ask another service for the address.
+bool needsControlPlane(std::string_view name) {
+  constexpr std::array<std::string_view, 3> schemes = {"xds", "google-c2p",
+                                                       "google-c2p-experimental"};
+  return std::find(schemes.begin(), schemes.end(), name) != schemes.end();
+}
+
+// The text with each %XX replaced by its byte. Unchanged if a "%" begins no such code.
+std::string percentDecoded(std::string_view text) {
+  std::string decoded;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] != '%') {
+      decoded += text[i];
+      continue;
+    }
+    int byte = 0;
+    const std::string_view code = text.substr(i + 1, 2);
+    const auto [end, error] = std::from_chars(code.data(), code.data() + code.size(), byte, 16);
+    if (error != std::errc() || end != code.data() + 2) return std::string(text);
+    decoded += static_cast<char>(byte);
+    i += 2;
+  }
+  return decoded;
 }
 
 // The text before the first ":" is not a known scheme, so it can also be a host.
@@ -228,11 +261,21 @@ std::optional<TargetFault> faultOf(std::string_view target) {
   const std::size_t colon = target.find(':');
   if (colon == target.npos || target.starts_with('[')) return hostPortFault(target);
   const std::string_view scheme = target.substr(0, colon);
-  const std::string_view rest = target.substr(colon + 1);
+  if (needsControlPlane(scheme)) {
+    return TargetFault{
+        fmt::format("gRPC asks a control plane for the address behind {}:, and the module names "
+                    "none",
+                    scheme),
+        "write HOST:PORT"};
+  }
   if (!isScheme(scheme)) return unknownSchemeFault(scheme, target);
+  if (target.find('?') != target.npos) {
+    return TargetFault{"after a scheme, \"?\" begins a query, which is no part of the address",
+                       "remove the \"?\" and what follows"};
+  }
+  const std::string rest = percentDecoded(target.substr(colon + 1));
   if (scheme == "dns") return dnsFault(rest);
   if (scheme.starts_with("ipv")) return addressListFault(scheme, rest);
-  if (scheme == "xds") return std::nullopt;
   return pathFault(scheme, rest);
 }
 

@@ -1,6 +1,8 @@
 #include "tools/check/Text.h"
 
 #include <fmt/format.h>
+#include <locale.h>
+#include <wchar.h>
 
 #include <algorithm>
 #include <array>
@@ -125,6 +127,19 @@ bool hasUnseenCharacter(std::string_view text) {
   return unseen;
 }
 
+std::size_t badBytesIn(std::string_view text) {
+  std::size_t bad = 0;
+  std::size_t left = text.size();
+  eachCharacter(text, [&](std::string_view character, bool isWhole) {
+    constexpr std::size_t longest = 4;
+    const auto byte = static_cast<unsigned char>(character.front());
+    const bool isControl = byte < ' ' && std::isspace(byte) == 0;
+    if (isControl || (!isWhole && left >= longest)) ++bad;
+    left -= character.size();
+  });
+  return bad;
+}
+
 bool beginsUnseen(std::string_view text) {
   const std::size_t size = text.empty() ? 0 : characterSize(text);
   return size > 0 && isUnseen(text.substr(0, size));
@@ -137,6 +152,18 @@ std::string inQuotes(std::string_view text) {
   const std::size_t tail = characterBegin(text, text.size() - kept);
   return "\"" + escaped(text.substr(0, characterBegin(text, kept))) + "..." +
          escaped(text.substr(tail)) + "\"";
+}
+
+std::size_t columnsOf(std::string_view text) {
+  static const locale_t utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+  const locale_t before = uselocale(utf8);
+  std::size_t columns = 0;
+  eachCharacter(text, [&](std::string_view character, bool isWhole) {
+    const int width = isWhole ? wcwidth(static_cast<wchar_t>(codeOf(character))) : 1;
+    columns += static_cast<std::size_t>(std::max(width, 0));
+  });
+  uselocale(before);
+  return columns;
 }
 
 Excerpt excerptOf(std::string_view line, std::size_t begin, std::size_t size) {
@@ -155,10 +182,11 @@ Excerpt excerptOf(std::string_view line, std::size_t begin, std::size_t size) {
   eachCharacter(line.substr(from, to - from), [&](std::string_view character, bool isWhole) {
     const bool shown = isWhole && !isUnseen(character);
     excerpt.text += shown ? character : character == "\t" ? " " : "?";
-    if (at <= begin)
-      excerpt.marker += at + character.size() > begin ? '^' : ' ';
-    else if (at < begin + size)
-      excerpt.marker += '~';
+    const std::size_t columns = shown ? columnsOf(character) : 1;
+    const bool isMarked = at + character.size() > begin && (at <= begin || at < begin + size);
+    const std::size_t first = excerpt.marker.size();
+    if (isMarked || at <= begin) excerpt.marker.append(columns, isMarked ? '~' : ' ');
+    if (isMarked && at <= begin && columns > 0) excerpt.marker[first] = '^';
     at += character.size();
   });
   if (begin >= at) excerpt.marker += '^';

@@ -10,6 +10,10 @@ namespace check {
 // Whether the text is valid UTF-8, which gRPC messages require.
 bool isUtf8(std::string_view text);
 
+// How many bytes a text would not have: control characters other than white space, and bytes that are
+// not UTF-8. An incomplete character at the end does not count.
+std::size_t badBytesIn(std::string_view text);
+
 // Invisible characters: control characters, spaces that the module does not treat as white space,
 // direction marks and byte order marks.
 bool hasUnseenCharacter(std::string_view text);
@@ -19,7 +23,10 @@ bool beginsUnseen(std::string_view text);
 // shortened in the middle.
 std::string inQuotes(std::string_view text);
 
-// A line, or the part of a long line around a place. Each character takes one column.
+// How many columns of a terminal the text takes: wide characters take two, combining ones none.
+std::size_t columnsOf(std::string_view text);
+
+// A line, or the part of a long line around a place.
 struct Excerpt {
   std::string text;    // with "?" for invisible characters and invalid bytes
   std::string marker;  // spaces, and a caret below the place

@@ -31,6 +31,10 @@ const std::vector<Section>& sections() {
 
 }  // namespace
 
+std::string withArticle(ValueType type) {
+  return std::string(type == ValueType::Int ? "an " : "a ") + gateway::nameOf(type);
+}
+
 std::span<const Section> namedSections() {
   return sections();
 }

@@ -15,6 +15,9 @@ namespace check {
 
 using gateway::ValueType;
 
+// "a float", "an int".
+std::string withArticle(ValueType type);
+
 enum class SectionKind { Meters, Engine, MeterEntries, EngineEntries, Condition, Unknown };
 
 struct Section {

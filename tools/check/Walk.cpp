@@ -17,11 +17,25 @@ namespace check {
 struct Walk::Opened {
   std::unique_ptr<std::FILE, FileCloser> file;
   struct stat status {};
-  std::string problem;
+  std::string problem;  // if it may be endless, without its subject
   bool mayBeEndless = false;
 };
 
 namespace {
+
+// Files of /proc and the like say that they are empty. Some of them wait for more, and some never
+// end. Leaves the file at its beginning.
+bool mayNeverEnd(int descriptor) {
+  constexpr std::size_t most = 1 << 20;
+  std::vector<char> room(1 << 16);
+  ssize_t got = 0;
+  std::size_t size = 0;
+  while (size <= most && (got = read(descriptor, room.data(), room.size())) > 0) {
+    size += static_cast<std::size_t>(got);
+  }
+  const bool waits = got < 0 && errno == EAGAIN;
+  return lseek(descriptor, 0, SEEK_SET) != 0 || waits || size > most;
+}
 
 bool isNullDevice(const struct stat& status) {
   return S_ISCHR(status.st_mode) && status.st_rdev == makedev(1, 3);
@@ -29,7 +43,7 @@ bool isNullDevice(const struct stat& status) {
 
 }  // namespace
 
-// Never blocks: opens neither pipes nor devices, except the null device.
+// Never blocks: opens neither pipes nor devices, except the null device, and waits for no text.
 Walk::Opened Walk::openFile(const std::string& path) {
   Opened opened;
   if (stat(path.c_str(), &opened.status) != 0) {
@@ -44,11 +58,16 @@ Walk::Opened Walk::openFile(const std::string& path) {
   else if (S_ISSOCK(mode))
     opened.problem = "it is a socket";
   else if (opened.mayBeEndless)
-    opened.problem = "it is a pipe or a device";
+    opened.problem = "is a pipe or a device";
   if (!opened.problem.empty()) return opened;
   const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (descriptor >= 0) opened.file.reset(fdopen(descriptor, "r"));
-  if (!opened.file) opened.problem = std::strerror(errno);
+  if (!opened.file) {
+    opened.problem = std::strerror(errno);
+  } else if (S_ISREG(mode) && opened.status.st_size == 0 && mayNeverEnd(descriptor)) {
+    opened.mayBeEndless = true;
+    opened.problem = "may never end";
+  }
   return opened;
 }
 
@@ -56,7 +75,8 @@ Walk::Walk(const std::string& path, const std::string& name, const WalkLimits& l
     : limits_(limits) {
   Opened opened = openFile(path);
   if (opened.mayBeEndless) {
-    throw UncheckableFile("it is a pipe or a device: name a regular file, or - for standard input");
+    throw UncheckableFile("it " + opened.problem +
+                          ": name a regular file, or - for standard input");
   }
   if (!opened.file) throw UncheckableFile(opened.problem);
   if (static_cast<std::size_t>(opened.status.st_size) > limits_.bytes) {
@@ -66,6 +86,10 @@ Walk::Walk(const std::string& path, const std::string& name, const WalkLimits& l
 }
 
 void Walk::push(Opened opened, SourceFile source) {
+  constexpr std::size_t size = 4096;
+  source.head.resize(size);
+  source.head.resize(std::fread(source.head.data(), 1, size, opened.file.get()));
+  std::rewind(opened.file.get());
   auto scanner = std::make_unique<Scanner>(opened.file.get());
   frames_.push_back({std::move(opened.file), std::move(scanner), opened.status.st_dev,
                      opened.status.st_ino, &files_.emplace_back(std::move(source))});
@@ -101,7 +125,7 @@ bool Walk::isOpen(const Opened& opened) const {
 
 Walk::Entered Walk::enter(const std::string& path) {
   Opened opened = openFile(path);
-  if (opened.mayBeEndless) return {Entering::MayBeEndless};
+  if (opened.mayBeEndless) return {Entering::MayBeEndless, opened.problem};
   if (!opened.file) return {Entering::Unreadable, opened.problem};
   if (isOpen(opened)) return {Entering::LeadsBack};
   ++included_;

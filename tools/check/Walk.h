@@ -52,6 +52,7 @@ class Walk {
   };
   Step next();
 
+  const SourceFile& mainFile() const { return files_.front(); }
   // The innermost open file and its current line.
   const SourceFile& file() const { return *frames_.back().source; }
   const Scanner& scanner() const { return *frames_.back().scanner; }
@@ -64,7 +65,7 @@ class Walk {
   enum class Entering { Entered, Unreadable, LeadsBack, MayBeEndless, TooMany };
   struct Entered {
     Entering result;
-    std::string problem = {};  // why a file is unreadable, or what is too much
+    std::string problem = {};  // why the file is not read, as part of a sentence
   };
   // Opens the file that the current line names. Its lines come next.
   Entered enter(const std::string& path);

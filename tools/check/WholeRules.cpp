@@ -165,7 +165,8 @@ struct List {
   std::size_t size = 0;
   Lines keys;
 };
-using Lists = std::array<std::array<List, gateway::valueTypes.size()>, 3>;
+using ListsOfTypes = std::array<List, gateway::valueTypes.size()>;
+using Lists = std::array<ListsOfTypes, 3>;
 
 // Without it, the tables of a large configuration would be rebuilt again and again.
 void makeRoom(const Configuration& configuration, Lists& lists, std::array<Lines, 3>& names) {
@@ -183,6 +184,29 @@ void makeRoom(const Configuration& configuration, Lists& lists, std::array<Lines
   }
 }
 
+// For a key that is new in its own list.
+void keyInTwoTypes(const Listed& listed, const ListsOfTypes& lists, const Report& report) {
+  const EntryLine& line = listed.line;
+  for (const auto& row : gateway::valueTypes) {
+    const Lines& keys = lists[gateway::indexOf(row.type)].keys;
+    if (row.type == line.section->type || keys.empty()) continue;
+    const auto other = keys.find(line.entry.key);
+    if (other == keys.end()) continue;
+    const bool isEngine = listed.set == Engine;
+    const std::string_view kind = isEngine ? "parameter" : "meter";
+    return report(
+        &line.at,
+        {"key-in-two-types", line.entry.keyPlace,
+         fmt::format("the key {} is {} {} here and {} {} in {}, but {}", inQuotes(line.entry.key),
+                     withArticle(line.section->type), kind, withArticle(row.type), kind,
+                     nameOf(other->second->at, line.at),
+                     isEngine ? "a service expects each key with one type"
+                              : "a server sends each key with one type, so one of the slots keeps "
+                                "its default"),
+         "remove the entry with the wrong type"});
+  }
+}
+
 void judgeEntries(const Configuration& configuration, const Report& report) {
   Lists lists;
   std::array<Lines, 3> names;
@@ -197,7 +221,10 @@ void judgeEntries(const Configuration& configuration, const Report& report) {
     const Entry& entry = line.entry;
     if (!entry.key.empty()) {
       const auto [first, isNew] = list.keys.emplace(entry.key, &line);
-      if (!isNew) duplicateKey(listed, *first->second, report);
+      if (isNew)
+        keyInTwoTypes(listed, lists[set], report);
+      else
+        duplicateKey(listed, *first->second, report);
     }
     if (entry.customKey.size() > tools::slotTextLimit) continue;
     std::string_view name = entry.customKey;
@@ -248,9 +275,9 @@ bool isEmpty(const std::optional<Setting>& target) {
   return !target || target->value.empty();
 }
 
-std::string remedyForTarget(std::string_view section, const std::string& lost) {
-  if (lost.empty()) return fmt::format("write Target=HOST:PORT in [{}]", section);
-  return fmt::format("correct {} so that its Target applies to [{}]", lost, section);
+std::string remedyForTarget(std::string_view section, const std::optional<SourceLine>& lost) {
+  if (!lost) return fmt::format("write Target=HOST:PORT in [{}]", section);
+  return fmt::format("correct {} so that its Target applies to [{}]", nameOf(*lost), section);
 }
 
 void at(const Setting& setting, const Report& report, Finding finding) {
@@ -265,7 +292,8 @@ void at(const EntryLine& line, const Report& report, Finding finding) {
 
 // Why a meters target is needed, as part of a sentence.
 std::string metersNeed(const Configuration& configuration, const AllUsers& users) {
-  const auto& [target, engine, fast, slow, entries, lostMeters, lostEngine] = configuration;
+  const auto& fast = configuration.fast;
+  const auto& slow = configuration.slow;
   if (!fast && !slow && users[Fast].count + users[Slow].count == 0) {
     return "fast and slow meters are on by default";
   }
@@ -285,7 +313,9 @@ std::string metersNeed(const Configuration& configuration, const AllUsers& users
 }
 
 void noRateEnabled(const Configuration& configuration, const Report& report) {
-  const auto& [target, engine, fast, slow, entries, lostMeters, lostEngine] = configuration;
+  const auto& target = configuration.metersTarget;
+  const auto& fast = configuration.fast;
+  const auto& slow = configuration.slow;
   if (isEmpty(target) || isOn(fast) || isOn(slow)) return;
   at(fast->at.order > slow->at.order ? *fast : *slow, report,
      {"no-rate-enabled",
@@ -298,10 +328,13 @@ void noRateEnabled(const Configuration& configuration, const Report& report) {
 
 void noMetersTarget(const Configuration& configuration, const AllUsers& users,
                     const Report& report) {
-  const auto& [target, engine, fast, slow, entries, lost, lostEngine] = configuration;
+  const auto& target = configuration.metersTarget;
+  const auto& fast = configuration.fast;
+  const auto& slow = configuration.slow;
+  const auto& lost = configuration.lostMetersTarget;
   const bool anyMeter = users[Fast].count + users[Slow].count > 0;
   if (!isEmpty(target) || (!isOn(fast) && !isOn(slow) && !anyMeter)) return;
-  const bool mayHaveNone = !anyMeter && lost.empty();
+  const bool mayHaveNone = !anyMeter && !lost;
   Finding finding{
       "no-meters-target",
       {},
@@ -311,6 +344,7 @@ void noMetersTarget(const Configuration& configuration, const AllUsers& users,
           (mayHaveNone ? ", or switch both rates off with EnableFastMeters=false and "
                          "EnableSlowMeters=false"
                        : "")};
+  finding.cause = lost ? &*lost : nullptr;
   const Users& first = users[Fast].count > 0 ? users[Fast] : users[Slow];
   if (target) return at(*target, report, std::move(finding));
   if (anyMeter) return at(*first.first.front(), report, std::move(finding));
@@ -329,6 +363,7 @@ void noEngineTarget(const Configuration& configuration, const AllUsers& users,
                               "module refuses the configuration",
                               linesOf(users[Engine])),
                   remedyForTarget("Engine", configuration.lostEngineTarget)};
+  if (configuration.lostEngineTarget) finding.cause = &*configuration.lostEngineTarget;
   if (target) return at(*target, report, std::move(finding));
   at(*users[Engine].first.front(), report, std::move(finding));
 }
@@ -350,6 +385,27 @@ void rateOff(const Configuration& configuration, const AllUsers& all, const Repo
   }
 }
 
+void unusedTarget(const Configuration& configuration, const AllUsers& users, const Report& report) {
+  if (configuration.isPartial) return;
+  const auto& meters = configuration.metersTarget;
+  const auto& engine = configuration.engineTarget;
+  const bool anyRate = isOn(configuration.fast) || isOn(configuration.slow);
+  if (!isEmpty(meters) && anyRate && users[Fast].count + users[Slow].count == 0) {
+    at(*meters, report,
+       {"unused-target",
+        {},
+        "the module receives from this target, but there is no meter that could take a value",
+        "add a Meter to [MetersString], [MetersInt], [MetersUint] or [MetersFloat]"});
+  }
+  if (!isEmpty(engine) && users[Engine].count == 0) {
+    at(*engine, report,
+       {"unused-target",
+        {},
+        "there is no parameter that the module could send to this target",
+        "add a Param to [EngineString], [EngineInt], [EngineUint] or [EngineFloat]"});
+  }
+}
+
 }  // namespace
 
 std::optional<Setting>& Configuration::settingOf(SectionKind section, std::string_view key) {
@@ -358,15 +414,15 @@ std::optional<Setting>& Configuration::settingOf(SectionKind section, std::strin
   return key == "EnableFastMeters" ? fast : slow;
 }
 
-void Configuration::noteLostTarget(std::string_view section, const std::string& line) {
+void Configuration::noteLostTarget(std::string_view section, const SourceLine& line) {
   const auto has = [&](std::string_view part) {
     const auto same = [](unsigned char a, unsigned char b) { return std::tolower(a) == b; };
     return std::search(section.begin(), section.end(), part.begin(), part.end(), same) !=
            section.end();
   };
   // If the name of the section suggests neither, the Target may belong to either.
-  if (!has("eng") && lostMetersTarget.empty()) lostMetersTarget = line;
-  if (!has("met") && lostEngineTarget.empty()) lostEngineTarget = line;
+  if (!has("eng") && !lostMetersTarget) lostMetersTarget = line;
+  if (!has("met") && !lostEngineTarget) lostEngineTarget = line;
 }
 
 std::span<const SettingRule> settingRules() {
@@ -380,6 +436,7 @@ void judgeWhole(const Configuration& configuration, const Report& report) {
   noMetersTarget(configuration, users, report);
   noEngineTarget(configuration, users, report);
   rateOff(configuration, users, report);
+  unusedTarget(configuration, users, report);
 }
 
 }  // namespace check

@@ -41,15 +41,16 @@ struct Configuration {
   std::optional<Setting> fast = {};
   std::optional<Setting> slow = {};
   std::deque<EntryLine> entries = {};
-  // The lines of misplaced or misspelt Targets, which the module ignores. The report of a missing
-  // target names them.
-  std::string lostMetersTarget = {};
-  std::string lostEngineTarget = {};
+  // The lines of misplaced or misspelt Targets, which the module ignores. A missing target follows
+  // from them.
+  std::optional<SourceLine> lostMetersTarget = {};
+  std::optional<SourceLine> lostEngineTarget = {};
+  bool isPartial = false;  // lines or files are left out that may have more entries
 
   // The setting with this key in the section of this kind.
   std::optional<Setting>& settingOf(SectionKind section, std::string_view key);
   // Remembers the lost Target of a line in this section; its name may be misspelt.
-  void noteLostTarget(std::string_view section, const std::string& line);
+  void noteLostTarget(std::string_view section, const SourceLine& line);
 };
 
 // Rules about one setting. `before` is the line that it overrides, or null.

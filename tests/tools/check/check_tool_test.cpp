@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -17,7 +18,8 @@ namespace {
 
 using nlohmann::json;
 
-constexpr const char* sound = "[Meters]\nTarget=localhost:50005\n";
+constexpr const char* sound =
+    "[MetersFloat]\nMeter=Key=in DefaultValue=-1.5\n[Meters]\nTarget=localhost:50005\n";
 
 class CheckTool : public ::testing::Test {
  protected:
@@ -93,6 +95,30 @@ TEST_F(CheckTool, DoesNotWaitForADedicatedPipe) {
   EXPECT_NE(outcome.output.find("[endless-file]"), std::string::npos) << outcome.output;
 }
 
+// Files of the kernel look like regular, empty files. This one has no end that a reader reaches.
+TEST_F(CheckTool, DoesNotReadAFileThatNeverEnds) {
+  const std::string endless = "/proc/self/pagemap";
+  const Outcome named =
+      run({"-"}, std::string(sound) + "[ParseIfExist:" + endless + "]\nFile=" + endless + "\n");
+  EXPECT_EQ(named.code, 1);
+  EXPECT_NE(named.output.find(" may never end, so the engine might wait for its end forever"),
+            std::string::npos)
+      << named.output;
+  const Outcome main = run({endless});
+  EXPECT_EQ(main.code, 2);
+  EXPECT_EQ(main.errors, "gatewayctl check: can't check " + endless +
+                             ": it may never end: name a regular file, or - for standard input\n");
+}
+
+// The kernel's log waits for its next line.
+TEST_F(CheckTool, DoesNotWaitForAFileThatLooksRegular) {
+  const std::string log = "/proc/kmsg";
+  if (access(log.c_str(), R_OK) != 0 || !std::ifstream(log).is_open()) {
+    GTEST_SKIP() << "only root may read " << log;
+  }
+  EXPECT_EQ(run({log}).code, 2);
+}
+
 TEST_F(CheckTool, AllowsWarningsOfARule) {
   const Outcome outcome = run({"--strict", "--allow", "unused-section", doubtful});
   EXPECT_EQ(outcome.code, 0);
@@ -126,8 +152,7 @@ TEST_F(CheckTool, ListsAndExplainsRules) {
 TEST_F(CheckTool, PrintsTheSlotsOfTheHost) {
   const Outcome outcome =
       run({"--slots", "-"}, std::string(sound) +
-                                "[MetersFloat]\nMeter=Key=in DefaultValue=-1.5\n"
-                                "Meter=Key=out CustomKey=level Type=slow\n"
+                                "[MetersFloat]\nMeter=Key=out CustomKey=level Type=slow\n"
                                 "[Engine]\nTarget=x:1\n[EngineString]\nParam=Key=preset\n");
   EXPECT_EQ(outcome.output,
             "<stdin>: accepted\n"
@@ -137,9 +162,51 @@ TEST_F(CheckTool, PrintsTheSlotsOfTheHost) {
             "engine  0         string  gateway_string_0  yes        -        preset\n");
 }
 
+// Wide and combined characters take other widths than their bytes.
+TEST_F(CheckTool, AlignsTheSlotsOfAnyScript) {
+  const Outcome outcome = run({"--slots", "-"}, std::string(sound) +
+                                                    "[MetersInt]\nMeter=Key=a CustomKey=Pegel_für\n"
+                                                    "Meter=Key=b CustomKey=e\u0301te\u0301\n"
+                                                    "Meter=Key=c CustomKey=\u97F3\u91CF\n");
+  EXPECT_EQ(outcome.output,
+            "<stdin>: accepted\n"
+            "SET   POSITION  TYPE   NAME             GENERATED  DEFAULT  KEY\n"
+            "fast  0         int    Pegel_für        no         0        a\n"
+            "fast  1         int    e\u0301te\u0301              no         0        b\n"
+            "fast  2         int    \u97F3\u91CF             no         0        c\n"
+            "fast  0         float  gateway_float_0  yes        -1.5     in\n");
+}
+
+TEST_F(CheckTool, KeepsDiagnosticsOfEachRuleAndCountsTheOthers) {
+  std::string text = std::string(sound) + "[MetersInt]\n";
+  for (int i = 0; i < 103; ++i) text += "Meter=Key=a Type=medium\n";
+  for (int i = 0; i < 101; ++i) text += "Meter=Key=a Size=1\n";
+  const Outcome outcome = run({"-"}, text);
+  EXPECT_NE(outcome.output.find("<stdin>: not shown: 1 more of unknown-word, 3 more of "
+                                "unknown-type\n<stdin>: refused: 204 errors\n"),
+            std::string::npos)
+      << outcome.output;
+  const json file = json::parse(run({"--json", "-"}, text).output)["files"][0];
+  EXPECT_EQ(file["diagnostics"].size(), 200u);
+  EXPECT_EQ(file["errors"], 204);
+  EXPECT_EQ(file["omitted"], 4);
+  EXPECT_EQ(file["omitted_by_rule"], (json{{"unknown-word", 1}, {"unknown-type", 3}}));
+}
+
+TEST_F(CheckTool, ReportsWhatFollowsFromAMistakeAsItsNotes) {
+  const Outcome outcome = run({"--json", "-"}, std::string(sound) + "[MetersInt]\nMeter=Key= a\n");
+  const json file = json::parse(outcome.output)["files"][0];
+  EXPECT_EQ(file["errors"], 1);
+  ASSERT_EQ(file["diagnostics"].size(), 1u);
+  EXPECT_EQ(file["diagnostics"][0]["rule"], "word-ends-in-equals");
+  EXPECT_EQ(file["diagnostics"][0]["notes"], json::parse(R"([{"rule": "empty-key", "text":
+                "this entry has no Key, so the module refuses the configuration"}])"));
+}
+
 TEST_F(CheckTool, WritesOneJsonDocument) {
   const std::string path = files.write(
-      "main.conf", std::string(sound) + "[MetersFloat]\nMeter=Key=\"T\xFCr\" DefaultValue=0.1\n");
+      "main.conf",
+      "[Meters]\nTarget=localhost:50005\n[MetersFloat]\nMeter=Key=\"T\xFCr\" DefaultValue=0.1\n");
   const Outcome outcome = run({"--json", "--strict", path, bad, files.path("missing")});
   EXPECT_EQ(outcome.code, 2);
   const json document = json::parse(outcome.output);
@@ -166,6 +233,7 @@ TEST_F(CheckTool, WritesOneJsonDocument) {
                    "this line is not a pair, because it has no \"=\", so the module refuses "
                    "the file"},
                   {"remedy", "write NAME=VALUE, or begin a comment with \";\""},
+                  {"notes", json::array()},
                   {"section", json()},
                   {"read_at", json()},
                   {"source", "nonsense"}}));

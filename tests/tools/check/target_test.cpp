@@ -27,9 +27,10 @@ std::string anyTarget(std::mt19937& random) {
   const std::vector<std::string> schemes = {
       "", "dns:", "ipv4:", "ipv6:", "unix:", "IPV4:", "http:", "unix-abstract:", "x+y.z:", ":"};
   const std::vector<std::string> slashes = {"", "", "/", "//", "///", "//host/", "////"};
-  const std::vector<std::string> hosts = {"localhost", "127.0.0.1", "[::1]",      "::1", "[::1",
-                                          "1.2.3",     "",          "[::1%25lo]", "a b", "a,b",
-                                          "%zz",       "h#1",       "[127.0.0.1]"};
+  const std::vector<std::string> hosts = {
+      "localhost",   "127.0.0.1", "[::1]", "::1", "[::1", "1.2.3",       "",
+      "[::1%25lo]",  "a b",       "a,b",   "%zz", "h#1",  "[127.0.0.1]", "%5B::1%5D",
+      "127%2E0.0.1", "%5"};
   const std::vector<std::string> ends = {":1",    ":65535", ":65536", ":",     "",
                                          ":http", ":1,",    ":-1",    "/path", ":1?x",
                                          ":1#x",  ": 1",    ":+1",    ":1,,",  ",:1"};
