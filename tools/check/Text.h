@@ -10,8 +10,8 @@ namespace check {
 // Whether the text is valid UTF-8, which gRPC messages require.
 bool isUtf8(std::string_view text);
 
-// How many bytes a text would not have: control characters other than white space, and bytes that are
-// not UTF-8. An incomplete character at the end does not count.
+// How many bytes a text would not have: control characters other than white space, and bytes that
+// are not UTF-8. An incomplete character at the end does not count.
 std::size_t badBytesIn(std::string_view text);
 
 // Invisible characters: control characters, spaces that the module does not treat as white space,

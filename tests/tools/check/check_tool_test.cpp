@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -110,13 +109,9 @@ TEST_F(CheckTool, DoesNotReadAFileThatNeverEnds) {
                              ": it may never end: name a regular file, or - for standard input\n");
 }
 
-// The kernel's log waits for its next line.
+// The kernel's log waits for its next line. Only root may read it; for others it is unreadable.
 TEST_F(CheckTool, DoesNotWaitForAFileThatLooksRegular) {
-  const std::string log = "/proc/kmsg";
-  if (access(log.c_str(), R_OK) != 0 || !std::ifstream(log).is_open()) {
-    GTEST_SKIP() << "only root may read " << log;
-  }
-  EXPECT_EQ(run({log}).code, 2);
+  EXPECT_EQ(run({"/proc/kmsg"}).code, 2);
 }
 
 TEST_F(CheckTool, AllowsWarningsOfARule) {
@@ -165,7 +160,8 @@ TEST_F(CheckTool, PrintsTheSlotsOfTheHost) {
 // Wide and combined characters take other widths than their bytes.
 TEST_F(CheckTool, AlignsTheSlotsOfAnyScript) {
   const Outcome outcome = run({"--slots", "-"}, std::string(sound) +
-                                                    "[MetersInt]\nMeter=Key=a CustomKey=Pegel_für\n"
+                                                    "[MetersInt]\n"
+                                                    "Meter=Key=a CustomKey=Pegel_für\n"
                                                     "Meter=Key=b CustomKey=e\u0301te\u0301\n"
                                                     "Meter=Key=c CustomKey=\u97F3\u91CF\n");
   EXPECT_EQ(outcome.output,
