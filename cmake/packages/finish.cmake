@@ -37,6 +37,11 @@ foreach(component ${CPACK_COMPONENTS_ALL})
   endforeach()
 
   configure_file(${CPACK_GATEWAY_FILES}/copyright.in ${doc}/copyright @ONLY)
+  # The terms of what others have written.
+  if(EXISTS ${CPACK_GATEWAY_FILES}/${component}/copyright)
+    file(READ ${CPACK_GATEWAY_FILES}/${component}/copyright others)
+    file(APPEND ${doc}/copyright "${others}")
+  endif()
   run(${Python3_EXECUTABLE} -B ${CPACK_GATEWAY_FILES}/debian_changelog.py
       ${CPACK_GATEWAY_CHANGELOG} ${package} ${CPACK_DEBIAN_PACKAGE_MAINTAINER} ${doc}/changelog)
   run(gzip -9n ${doc}/changelog)

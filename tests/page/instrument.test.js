@@ -4,7 +4,7 @@ import assert from "node:assert/strict";
 import { readFileSync } from "node:fs";
 import { test } from "node:test";
 import {
-  openPage, patience, Rig, row, shareRig, waitForChanges, waitForNames,
+  openPage, patience, Rig, row, shareRig, violations, waitForChanges, waitForNames, waitForText,
 } from "./tools.js";
 
 const simulator = ["--keys", "fast:float:out.l", "fast:float:out.r", "fast:uint:frames"];
@@ -46,8 +46,6 @@ function ownRigTest(name, use) {
     }
   });
 }
-
-const waitForText = (locator, text) => locator.filter({ hasText: text }).waitFor();
 
 // ---- Numbers and scales -------------------------------------------------------------------------
 
@@ -316,15 +314,6 @@ pageTest("SaysThatALongTextIsCut", async (page) => {
   await field.press("Enter");
   await waitForText(outcome, /^#\d+ answered$/);
 });
-
-const axe = readFileSync(new URL("node_modules/axe-core/axe.min.js", import.meta.url), "utf8");
-
-// What the accessibility checker finds wrong on the page as it is now.
-async function violations(page) {
-  await page.evaluate(axe);
-  const { violations: found } = await page.evaluate(() => window.axe.run());
-  return found.map(({ id, nodes }) => `${id}: ${nodes.map((node) => node.html).join("\n")}`);
-}
 
 for (const scheme of ["dark", "light"]) {
   pageTest(`HasNoAccessibilityViolation/${scheme}`, async (page) => {

@@ -3,7 +3,7 @@
 import assert from "node:assert/strict";
 import { spawn } from "node:child_process";
 import { once } from "node:events";
-import { mkdtempSync, mkdirSync, rmSync, writeFileSync } from "node:fs";
+import { mkdtempSync, mkdirSync, readFileSync, rmSync, writeFileSync } from "node:fs";
 import { tmpdir } from "node:os";
 import { join } from "node:path";
 import { createInterface } from "node:readline";
@@ -184,6 +184,17 @@ export async function shoot(page, name) {
 }
 
 export const row = (page, name) => page.locator(`.row[data-name="${name}"]`);
+
+export const waitForText = (locator, text) => locator.filter({ hasText: text }).waitFor();
+
+const axe = readFileSync(new URL("node_modules/axe-core/axe.min.js", import.meta.url), "utf8");
+
+// What the accessibility checker finds wrong on the page as it is now.
+export async function violations(page) {
+  await page.evaluate(axe);
+  const { violations: found } = await page.evaluate(() => window.axe.run());
+  return found.map(({ id, nodes }) => `${id}: ${nodes.map((node) => node.html).join("\n")}`);
+}
 
 // Waits until these rows are shown, and no others.
 export const waitForNames = (page, names) =>

@@ -162,10 +162,10 @@ TEST(Style, IncludesPointDownwardOnly) {
 
 // The live page's modules, from the lowest up: each may import those before it.
 const std::vector<std::string> pageModules = {
-    "worker",   "stream",     "browser", "clock", "title",  "address", "format",
-    "history",  "rules",      "slot",    "csv",   "theme",  "dialogs", "tooltips",
-    "settings", "parameters", "row",     "rows",  "filter", "sorting", "table",
-    "status",   "log",        "link",    "links", "main"};
+    "worker", "stream", "browser",    "clock", "title",   "address",  "format",   "history",
+    "rules",  "slot",   "csv",        "theme", "dialogs", "tooltips", "settings", "past",
+    "trace",  "plot",   "parameters", "row",   "rows",    "filter",   "sorting",  "table",
+    "status", "log",    "link",       "links", "main"};
 
 TEST(Style, ThePagesModulesImportDownwardOnly) {
   const std::string folder = "tools/host/page/";

@@ -1,7 +1,10 @@
 #include "tools/host/Json.h"
 
+#include <fmt/format.h>
+
 #include <cmath>
 #include <stdexcept>
+#include <utility>
 
 #include "tools/common/ConfiguredSlots.h"
 #include "tools/common/Json.h"
@@ -37,6 +40,31 @@ double ageIn(Clock::duration age) {
 
 Json jsonOf(const Delivery& delivery) {
   return {{"state", nameOf(delivery.state)}, {"reason", delivery.reason}};
+}
+
+// Turns moments of the steady clock into seconds since 1970, to the millisecond.
+class Calendar {
+ public:
+  double operator()(Clock::time_point time) const {
+    const double seconds = secondsSince1970(now_) - Seconds(steadyNow_ - time).count();
+    return std::round(seconds * 1000) / 1000;
+  }
+
+ private:
+  const std::chrono::system_clock::time_point now_ = std::chrono::system_clock::now();
+  const Clock::time_point steadyNow_ = Clock::now();
+};
+
+Json jsonOf(const ValueHistory::Trace& trace, const Calendar& calendar) {
+  Json json = {{"period", Seconds(trace.period).count()}};
+  for (const char* member : {"times", "last", "low", "high"}) json[member] = Json::array();
+  for (const auto& point : trace.points) {
+    json["times"].push_back(calendar(point.time));
+    json["last"].push_back(tools::jsonOf(point.last));
+    json["low"].push_back(tools::jsonOf(point.low));
+    json["high"].push_back(tools::jsonOf(point.high));
+  }
+  return json;
 }
 
 [[noreturn]] void throwWrongShape() {
@@ -147,6 +175,31 @@ Json slotsOf(const RunningModule& module) {
     slots.push_back(jsonOf(board.labels()[i], states[i], now));
   }
   return {{"time", secondsSince1970(std::chrono::system_clock::now())}, {"slots", slots}};
+}
+
+Json historyOf(const RunningModule& module, const ValueHistory& history,
+               const std::vector<std::size_t>& slots, Clock::duration window) {
+  const Calendar calendar;
+  Json json = {{"time", calendar(Clock::now())},
+               {"span", Seconds(ValueHistory::span).count()},
+               {"gaps", Json::array()},
+               {"slots", Json::array()}};
+  for (const auto& [from, to] : history.gaps()) {
+    json["gaps"].push_back({calendar(from), calendar(to)});
+  }
+  const auto& labels = module.board().labels();
+  for (const std::size_t slot : slots) {
+    if (slot >= labels.size())
+      throw std::invalid_argument(fmt::format("there is no slot {}", slot));
+    const SlotLabel& label = labels[slot];
+    if (!history.isKept(slot)) {
+      throw std::invalid_argument(fmt::format("{} has no history: it holds texts", label.name));
+    }
+    Json each = jsonOf(history.trace(slot, window, historyPoints / slots.size()), calendar);
+    each.update({{"slot", slot}, {"set", standin::nameOf(label.set)}, {"name", label.name}});
+    json["slots"].push_back(std::move(each));
+  }
+  return json;
 }
 
 std::vector<Change> changesIn(std::string_view json) {

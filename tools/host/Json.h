@@ -6,6 +6,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <nlohmann/json.hpp>
 #include <string_view>
 #include <vector>
@@ -14,6 +15,7 @@
 #include "tools/host/LogBook.h"
 #include "tools/host/RunningModule.h"
 #include "tools/host/SlotBoard.h"
+#include "tools/host/ValueHistory.h"
 
 namespace host {
 
@@ -51,6 +53,15 @@ nlohmann::json readinessOf(const RunningModule& module);
 
 // {"time","slots":[...]}, each slot as above.
 nlohmann::json slotsOf(const RunningModule& module);
+
+// {"time","span","gaps":[[from,to]...],"slots":[{"slot","set","name","period","times","last","low",
+// "high"}...]}: the histories of slots, by their places in /api/slots, as ValueHistory::trace gives
+// them; the last four are arrays with an item for each point. The period, and the span that
+// histories have at most, are in seconds. All slots together have about `historyPoints` points.
+// Throws std::invalid_argument for a slot that has no history.
+inline constexpr std::size_t historyPoints = 12000;
+nlohmann::json historyOf(const RunningModule& module, const ValueHistory& history,
+                         const std::vector<std::size_t>& slots, Clock::duration window);
 
 // Reads {"changes":[{"name","value"}...]}, where a value is a text or a number. Throws
 // std::invalid_argument, which says what would be right.

@@ -13,12 +13,14 @@
 
 #include "page.h"
 #include "tools/common/Json.h"
+#include "tools/common/Numbers.h"
 #include "tools/common/Suggestion.h"
 #include "tools/host/HttpServer.h"
 #include "tools/host/Json.h"
 #include "tools/host/Metrics.h"
 #include "tools/host/PageAccess.h"
 #include "tools/host/PageFeed.h"
+#include "tools/host/ValueHistory.h"
 
 namespace host {
 namespace {
@@ -54,6 +56,33 @@ const char* typeOf(std::string_view file) {
   throw std::logic_error(fmt::format("the type of {} is not known", file));
 }
 
+// The places of slots, separated by commas.
+std::vector<std::size_t> placesIn(std::string_view text) {
+  constexpr std::size_t most = 100;
+  std::vector<std::size_t> places;
+  for (std::size_t begin = 0; begin <= text.size();) {
+    const std::size_t end = std::min(text.find(',', begin), text.size());
+    const auto place = tools::numberIn<std::size_t>(text.substr(begin, end - begin));
+    if (!place || places.size() == most) {
+      throw HttpRefusal(status::bad_request,
+                        "slots takes 1 to 100 places of slots in /api/slots, as in slots=0,3");
+    }
+    places.push_back(*place);
+    begin = end + 1;
+  }
+  return places;
+}
+
+Clock::duration windowIn(std::string_view text) {
+  constexpr std::chrono::seconds most = ValueHistory::span;
+  const auto seconds = tools::numberIn<int>(text);
+  if (!seconds || *seconds < 1 || *seconds > most.count()) {
+    throw HttpRefusal(status::bad_request,
+                      fmt::format("seconds takes a whole number from 1 to {}", most.count()));
+  }
+  return std::chrono::seconds(*seconds);
+}
+
 }  // namespace
 
 // ---- Routes ---------------------------------------------------------------------------------
@@ -84,6 +113,7 @@ class PageServer::Routes final : public HttpHandler {
   void listen();
 
   HttpResponse index(const HttpRequest& request) const;
+  HttpResponse history(const HttpRequest& request) const;
   HttpAnswer events() const;
   HttpResponse set(const HttpRequest& request);
   HttpResponse ready() const;
@@ -91,6 +121,7 @@ class PageServer::Routes final : public HttpHandler {
   RunningModule& module_;
   const LogBook& log_;
   PageSettings settings_;
+  ValueHistory history_;
   std::vector<Route> routes_;
   std::optional<PageAccess> access_;
   std::optional<HttpServer> server_;
@@ -98,12 +129,18 @@ class PageServer::Routes final : public HttpHandler {
 };
 
 PageServer::Routes::Routes(RunningModule& module, const LogBook& log, PageSettings settings)
-    : module_(module), log_(log), settings_(std::move(settings)) {
+    : module_(module),
+      log_(log),
+      settings_(std::move(settings)),
+      history_(module.board().labels(), Clock::now()) {
   addRoutes();
   listen();
   access_.emplace(settings_);
   server_->start();
-  looks_ = module.watchLooks([this] { server_->wakeStreams(); });
+  looks_ = module.watchLooks([this] {
+    history_.take(module_.board().changesSince(history_.look()));
+    server_->wakeStreams();
+  });
 }
 
 void PageServer::Routes::addRoutes() {
@@ -111,6 +148,7 @@ void PageServer::Routes::addRoutes() {
       {verb::get, "/", [this](auto& request) { return index(request); }},
       {verb::get, "/api/status", [this](auto&) { return responseOf(statusOf(module_, log_)); }},
       {verb::get, "/api/slots", [this](auto&) { return responseOf(slotsOf(module_)); }},
+      {verb::get, "/api/history", [this](auto& request) { return history(request); }},
       {verb::get, "/api/events", [this](auto&) { return events(); }},
       {verb::post, "/api/set", [this](auto& request) { return set(request); }, 65536},
       {verb::get, "/metrics",
@@ -187,6 +225,15 @@ HttpResponse PageServer::Routes::index(const HttpRequest& request) const {
   // The page's own requests show the token, too.
   if (parameterOf(request, "token")) response.set(field::set_cookie, access_->setCookie());
   return response;
+}
+
+HttpResponse PageServer::Routes::history(const HttpRequest& request) const try {
+  const auto places = placesIn(parameterOf(request, "slots").value_or(""));
+  const auto longest = fmt::format("{}", std::chrono::seconds(ValueHistory::span).count());
+  const auto window = windowIn(parameterOf(request, "seconds").value_or(longest));
+  return responseOf(historyOf(module_, history_, places, window));
+} catch (const std::invalid_argument& error) {
+  throw HttpRefusal(status::bad_request, error.what());
 }
 
 HttpAnswer PageServer::Routes::events() const {

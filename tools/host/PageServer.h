@@ -3,6 +3,8 @@
 //   GET  /             the page; the other files of tools/host/page lie beside it
 //   GET  /api/status   what runs here, as statusOf gives it
 //   GET  /api/slots    all slots, as slotsOf gives them
+//   GET  /api/history  what slots held lately, as historyOf gives it: of ?slots=0,3, up to 100
+//                      places in /api/slots, for the last &seconds=600
 //   GET  /api/events   server-sent events, as PageFeed gives them
 //   POST /api/set      changes engine slots in one notification: takes what changesIn reads, and
 //                      gives {"notification":NUMBER}
@@ -12,6 +14,8 @@
 // PageAccess decides who may ask, before the body of a request is read. A refused request gets a
 // fitting status and {"error": reason}. HttpLimits bounds what clients may send and hold; only
 // /api/set takes a body. docs/api.md and docs/openapi.json describe all of it for users.
+//
+// The history begins when the server is made.
 //
 // Threads: made and destroyed by the thread that samples the module; serves on a thread of its own.
 // Ownership: module and log are borrowed, and must outlive the server. Streams have something new

@@ -1,5 +1,6 @@
 // The live page of gatewayctl host over HTTP, as browsers and programs use it: with the built
 // program, its module and the simulator.
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <httplib.h>
 
@@ -179,9 +180,12 @@ TEST_F(Page, LoadsNothingFromOtherSites) {
   for (const char* text : {"http:", "https:", "<style", "<script>", " style=", " onclick="}) {
     EXPECT_EQ(page->body.find(text), page->body.npos) << text;
   }
-  const std::map<std::string, std::string> types = {{"/page.css", "text/css; charset=utf-8"},
-                                                    {"/main.js", "text/javascript; charset=utf-8"},
-                                                    {"/icon.svg", "image/svg+xml"}};
+  const std::map<std::string, std::string> types = {
+      {"/page.css", "text/css; charset=utf-8"},
+      {"/uPlot.min.css", "text/css; charset=utf-8"},
+      {"/uPlot.iife.min.js", "text/javascript; charset=utf-8"},
+      {"/main.js", "text/javascript; charset=utf-8"},
+      {"/icon.svg", "image/svg+xml"}};
   for (const auto& [path, type] : types) {
     EXPECT_NE(page->body.find('"' + path + '"'), page->body.npos) << path;
     const auto file = http.Get(path.c_str());
@@ -251,6 +255,60 @@ TEST_F(Page, ListsSlotsWithKeysAndAges) {
   EXPECT_EQ(slots["input"]["moved"], false);
   EXPECT_GE(slots["input"]["age"], slots["level"]["age"]);
   EXPECT_EQ(slots["state"]["key"], "a \"b\" \\c");
+}
+
+TEST_F(Page, KeepsTheHistoryOfNumbers) {
+  EventStream events(origin);
+  const Json listed = events.next("snapshot").data["slots"];
+  const auto placeOf = [&](const std::string& name) {
+    return std::find_if(listed.begin(), listed.end(),
+                        [&](const Json& slot) { return slot["name"] == name; }) -
+           listed.begin();
+  };
+  for (const float level : {-12.5F, NAN, -3.F}) {
+    servers.command("send fast " + levels({{"out.level", level}}));
+    events.nextWith("slots");
+  }
+  const auto places = fmt::format("{},{}", placeOf("level"), placeOf("input"));
+  const auto result = client().Get("/api/history?slots=" + places + "&seconds=60");
+  ASSERT_TRUE(result);
+  ASSERT_EQ(result->status, 200) << result->body;
+  const Json history = Json::parse(result->body);
+  EXPECT_EQ(history["span"], 600);
+  EXPECT_EQ(history["gaps"], Json::array());
+  const Json& level = history["slots"][0];
+  EXPECT_EQ(level["slot"], placeOf("level"));
+  EXPECT_EQ(level["set"], "fast");
+  EXPECT_EQ(level["name"], "level");
+  EXPECT_EQ(level["period"], 0.05);
+  EXPECT_EQ(level["last"], Json({-12.5, "nan", -3}));
+  EXPECT_EQ(level["low"], level["last"]);
+  EXPECT_EQ(level["high"], level["last"]);
+  ASSERT_EQ(level["times"].size(), 3u);
+  EXPECT_TRUE(std::is_sorted(level["times"].begin(), level["times"].end()));
+  EXPECT_LE(level["times"][2], history["time"]);
+  EXPECT_EQ(history["slots"][1]["name"], "input");
+  EXPECT_EQ(history["slots"][1]["times"], Json::array());
+
+  const std::string shape = "slots takes 1 to 100 places of slots in /api/slots, as in slots=0,3";
+  std::string tooMany = "0";
+  for (int i = 0; i < 100; ++i) tooMany += ",0";
+  const std::vector<std::pair<std::string, std::string>> wrong = {
+      {"", shape},
+      {"?slots=", shape},
+      {"?slots=level", shape},
+      {"?slots=0,", shape},
+      {"?slots=-1", shape},
+      {"?slots=" + tooMany, shape},
+      {"?slots=6", "there is no slot 6"},
+      {fmt::format("?slots={}", placeOf("state")), "state has no history: it holds texts"},
+      {"?slots=0&seconds=601", "seconds takes a whole number from 1 to 600"},
+      {"?slots=0&seconds=0", "seconds takes a whole number from 1 to 600"},
+      {"?slots=0&seconds=x", "seconds takes a whole number from 1 to 600"},
+  };
+  for (const auto& [query, error] : wrong) {
+    expectRefusal(client().Get("/api/history" + query), 400, error);
+  }
 }
 
 TEST_F(Page, StreamsASnapshotAndThenOnlyChanges) {
@@ -740,7 +798,8 @@ TEST_F(Page, AcceptsItsTokenInThreeForms) {
       "show the token of the page: open it as /?token=TOKEN, or send the header \"Authorization: "
       "Bearer TOKEN\"";
   const std::string cookie = "gateway_page_" + std::to_string(port());
-  for (const char* path : {"/", "/main.js", "/api/slots", "/api/events", "/metrics", "/no"}) {
+  for (const char* path :
+       {"/", "/main.js", "/api/slots", "/api/history", "/api/events", "/metrics", "/no"}) {
     expectRefusal(client().Get(path), 401, error);
     expectRefusal(client().Get((path + std::string("?token=0123-abc_DEf")).c_str()), 401, error);
   }

@@ -1,4 +1,4 @@
-// The slots shown, as a table of comma-separated values after RFC 4180.
+// The slots shown, or the history of one, as comma-separated values after RFC 4180.
 
 const columns = {
   set: (slot) => slot.set,
@@ -22,4 +22,12 @@ export function csvText(slots, time, now) {
     lineOf([time, ...Object.values(columns).map((column) => column(slot, now))]),
   );
   return lineOf(["time", ...Object.keys(columns)]) + lines.join("");
+}
+
+// The points of a history. `timeText` writes their times. A value that nobody knows is empty.
+export function historyCsvText({ times, last, low, high }, timeText) {
+  const lines = times.map((time, i) =>
+    lineOf([timeText(time), ...[last[i], low[i], high[i]].map((value) => value ?? "")]),
+  );
+  return lineOf(["time", "value", "lowest", "highest"]) + lines.join("");
 }

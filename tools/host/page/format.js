@@ -2,9 +2,13 @@
 
 export const withMinus = (text) => text.replace(/^-/, "−");
 
+const notFinite = { nan: NaN, inf: Infinity, "-inf": -Infinity };
+
+// A value of a number as gatewayctl sends it: as a text where JSON has no number.
+export const numberFrom = (value) => (typeof value === "number" ? value : notFinite[value]);
+
 // With as many decimals as a scale of this span makes readable.
 export function numberText(value, span) {
-  if (typeof value !== "number") return withMinus(String(value)); // nan, inf, -inf
   const size = Math.abs(value);
   const isTiny = size > 0 && size < 1e-2 && span < 1e-2;
   if (size >= 1e7 || isTiny) return withMinus(value.toExponential(3));

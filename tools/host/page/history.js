@@ -1,45 +1,100 @@
-// The last half minute of a number: its points, and the line drawn through them.
+// The last ten minutes of a number as this page knows them, and the line that shows the last half
+// minute in a row. What happened before the page was opened comes from gatewayctl.
 import { make } from "./browser.js";
 
-const period = 200; // milliseconds between two points
-const pointCount = 150;
+export const historySpan = 600000; // milliseconds
+const sparklineSpan = 30000;
+const shortestPeriod = 200; // milliseconds between two points
+const budget = 64e6; // bytes, of the points of all slots
 const [width, height] = [110, 20]; // in CSS pixels, as in the style sheet
 
-// A ring of points, each numbered by its time divided by `period`.
-export class History {
-  #points = new Float32Array(pointCount).fill(NaN);
+// The time between two points, in milliseconds, on a page with this many slots.
+export const historyPeriod = (slotCount) =>
+  Math.max(shortestPeriod, (4 * historySpan * slotCount) / budget);
 
-  constructor(now) {
-    this.latest = Math.floor(now / period); // number of the latest point
+// A ring of points, each numbered by its time divided by the period. Nobody knows the value of a
+// point that is NaN.
+export class History {
+  #points;
+  #period;
+  #fillings = 0;
+
+  // A float needs half the memory of other numbers to be kept exactly.
+  constructor(now, period, isFloat) {
+    const count = Math.ceil(historySpan / period);
+    this.#points = (isFloat ? new Float32Array(count) : new Float64Array(count)).fill(NaN);
+    this.#period = period;
+    this.latest = this.#numberOf(now); // number of the latest point
+  }
+
+  // Different whenever the points are.
+  get version() {
+    return `${this.latest} ${this.#fillings}`;
+  }
+
+  #numberOf(time) {
+    return Math.floor(time / this.#period);
+  }
+
+  // Times before the page was opened are negative.
+  #indexOf(number) {
+    const count = this.#points.length;
+    return ((number % count) + count) % count;
+  }
+
+  #firstAfter(number) {
+    return Math.max(number + 1, this.latest - this.#points.length + 1);
   }
 
   add(value, now) {
     this.advance(now);
-    this.#points[this.latest % pointCount] = value;
+    this.#points[this.#indexOf(this.latest)] = value;
   }
 
   // Adds the points up to now: without a change, the value stayed the same.
   advance(now) {
-    const latest = Math.floor(now / period);
-    const value = this.#points[this.latest % pointCount];
-    const first = Math.max(this.latest + 1, latest - pointCount + 1);
-    for (let i = first; i <= latest; ++i) this.#points[i % pointCount] = value;
-    this.latest = Math.max(this.latest, latest);
+    this.#extend(now, this.#points[this.#indexOf(this.latest)]);
   }
 
   // Leaves a gap up to now: nobody watched the value.
   skipTo(now) {
-    const latest = this.latest;
-    this.advance(now);
-    const first = Math.max(latest + 1, this.latest - pointCount + 1);
-    for (let i = first; i <= this.latest; ++i) this.#points[i % pointCount] = NaN;
+    this.#extend(now, NaN);
   }
 
-  // Calls use(place, value) for each point, oldest first; places run from 0 to 1. A gap's values
-  // are NaN.
-  forEach(use) {
-    for (let i = 1; i <= pointCount; ++i) {
-      use(i / pointCount, this.#points[(this.latest + i) % pointCount]);
+  #extend(now, value) {
+    const before = this.latest;
+    this.latest = Math.max(before, this.#numberOf(now));
+    for (let i = this.#firstAfter(before); i <= this.latest; ++i) {
+      this.#points[this.#indexOf(i)] = value;
+    }
+  }
+
+  // Fills in what gatewayctl knows of points that this page does not know. Each value held from its
+  // time until the next one, but for gaps.
+  fill({ times, last, gaps }) {
+    ++this.#fillings;
+    times.forEach((time, i) => {
+      const end = i + 1 < times.length ? this.#numberOf(times[i + 1]) : this.latest + 1;
+      const begin = this.#firstAfter(this.#numberOf(time) - 1);
+      for (let number = begin; number < Math.min(end, this.latest + 1); ++number) {
+        this.#fillPoint(number, last[i], gaps);
+      }
+    });
+  }
+
+  #fillPoint(number, value, gaps) {
+    const index = this.#indexOf(number);
+    const time = number * this.#period;
+    const isInGap = gaps.some(([from, to]) => time > from && time < to);
+    if (Number.isNaN(this.#points[index]) && !isInGap) this.#points[index] = value;
+  }
+
+  // Calls use(value, age) for the points of the last `span` milliseconds, oldest first. The age is
+  // that of the point relative to the latest one, in milliseconds.
+  forEach(use, span = historySpan) {
+    const count = Math.min(this.#points.length, Math.round(span / this.#period));
+    for (let before = count - 1; before >= 0; --before) {
+      use(this.#points[this.#indexOf(this.latest - before)], before * this.#period);
     }
   }
 }
@@ -47,7 +102,7 @@ export class History {
 // Canvases that no row is using: making one is expensive.
 const spares = [];
 
-// Draws a history into a parent element, until released.
+// Draws the last half minute into a parent element, until released.
 export class Sparkline {
   #canvas = spares.pop() ?? make("canvas");
   #scale = Math.min(2, window.devicePixelRatio || 1);
@@ -66,30 +121,32 @@ export class Sparkline {
     parent.append(canvas);
   }
 
-  draw(history, [low, high], colour) {
-    const picture = [history.latest, low, high, colour].join();
+  // `scale` places a value, from 0 at the bottom to 1 at the top; `scaleName` is different for
+  // different scales.
+  draw(history, scale, scaleName, colour) {
+    const picture = `${history.version} ${scaleName} ${colour}`;
     if (picture === this.#drawn) return;
     this.#drawn = picture;
     const pen = this.#pen;
     pen.clearRect(0, 0, this.#canvas.width, this.#canvas.height);
     pen.strokeStyle = colour;
     pen.beginPath();
-    this.#trace(history, low, high - low || 1);
+    this.#trace(history, scale);
     pen.stroke();
   }
 
-  #trace(history, low, span) {
+  #trace(history, scale) {
     const { width, height } = this.#canvas;
     const margin = this.#scale;
     // The pen ignores a place that is not a number.
     let isInGap = true;
-    history.forEach((place, value) => {
-      const part = Math.min(1, Math.max(0, (value - low) / span));
-      const [x, y] = [place * width, height - margin - part * (height - 2 * margin)];
+    history.forEach((value, age) => {
+      const y = height - margin - scale(value) * (height - 2 * margin);
+      const x = width * (1 - age / sparklineSpan);
       if (isInGap) this.#pen.moveTo(x, y);
       else this.#pen.lineTo(x, y);
       isInGap = Number.isNaN(value);
-    });
+    }, sparklineSpan);
   }
 
   release() {

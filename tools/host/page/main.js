@@ -7,6 +7,8 @@ import { Link } from "./link.js";
 import { showLinks } from "./links.js";
 import { Log } from "./log.js";
 import { SentList, showDeliveries } from "./parameters.js";
+import { Past } from "./past.js";
+import { Plot } from "./plot.js";
 import { Settings } from "./settings.js";
 import { Status } from "./status.js";
 import { Table } from "./table.js";
@@ -20,7 +22,14 @@ class Page {
   #isTickDue = false;
   #status = new Status();
   #settings = new Settings();
-  #table = new Table(this.#settings, new Theme());
+  #theme = new Theme();
+  #plot = new Plot(this.#theme);
+  #table = new Table({
+    settings: this.#settings,
+    theme: this.#theme,
+    plot: this.#plot,
+    past: new Past(),
+  });
   #sent = new SentList();
   #log = new Log(() => this.#requestFrame());
 
@@ -78,6 +87,7 @@ class Page {
   #tick(now) {
     this.#isTickDue = false;
     this.#table.tick(now);
+    this.#plot.tick(now);
     this.#log.showCounts();
     this.#status.tick(clock.linkNow());
   }

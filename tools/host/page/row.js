@@ -144,19 +144,32 @@ export class Row {
   #control = null;
   #sparkline = null;
   #theme;
+  #past;
   #editRange;
 
-  // `pin` pins the slot, or undoes it.
-  constructor(slot, { settings, theme, pin }) {
+  // `pin` pins the slot, or undoes it; `plot` and `past` show more of its history.
+  constructor(slot, { settings, theme, pin, plot, past }) {
     this.slot = slot;
     this.element = byId("row-template").content.firstElementChild.cloneNode(true);
     this.#theme = theme;
+    this.#past = past;
     this.#editRange = () => settings.edit(slot);
     Object.assign(this.element.dataset, { set: slot.set, type: slot.type, name: slot.name });
     for (const part of this.element.children) this.#parts[part.className] = part;
     for (const part of ["name", "type", "key"]) setText(this.#parts[part], slot[part]);
     this.#parts.pin.addEventListener("click", pin);
     this.#addValue();
+    if (!slot.isParameter && slot.isNumber) this.#addHistoryButton(plot);
+  }
+
+  #addHistoryButton(plot) {
+    const button = make("button");
+    button.type = "button";
+    button.tabIndex = -1;
+    button.title = "Show ten minutes";
+    button.setAttribute("aria-label", `${this.slot.name}: history`);
+    button.addEventListener("click", () => plot.open(this.slot));
+    this.#parts.history.append(button);
   }
 
   #addValue() {
@@ -217,11 +230,17 @@ export class Row {
   }
 
   #drawHistory(now) {
-    const { history, historyRange } = this.slot;
+    const { slot } = this;
     const { live, dim } = this.#theme.colours;
-    history.advance(now);
+    this.#past.want(slot);
+    slot.history.advance(now);
     this.#sparkline ??= new Sparkline(this.#parts.history);
-    this.#sparkline.draw(history, historyRange, this.slot.state(now) === "changing" ? live : dim);
+    this.#sparkline.draw(
+      slot.history,
+      (value) => slot.placeInHistory(value),
+      `${slot.historyScale} ${slot.historyRange}`,
+      slot.state(now) === "changing" ? live : dim,
+    );
   }
 
   // What the Enter key does.

@@ -42,6 +42,24 @@ function deflection(level) {
   return start + (level - from) * slope;
 }
 
+// The next of 1, 2, 5, 10, 20, 50 ... that is not smaller, but for the rounding of a float.
+export function roundUp(value) {
+  const exponent = Math.floor(Math.log10(value));
+  const mantissa = value / 10 ** exponent;
+  return Number(`${[1, 2, 5, 10].find((step) => step >= mantissa * (1 - 1e-6))}e${exponent}`);
+}
+
+const decibels = [-60, -50, -40, -30, -20, -15, -10, -5, 0, 5, 10];
+
+// The values that an axis of this scale marks.
+export function marksOn(scale, [low, high]) {
+  if (scale === "db") return decibels.filter((level) => level >= low && level <= high);
+  const step = roundUp((high - low) / 6);
+  const first = Math.ceil(low / step - 1e-6);
+  const count = Math.floor(high / step + 1e-6) - first + 1;
+  return Array.from({ length: count }, (_, i) => Number(((first + i) * step).toPrecision(12)));
+}
+
 // Where a value lies on a scale from `low` to `high`, from 0 to 1.
 export function placeOn(scale, [low, high], value) {
   const along = scale === "db" ? deflection : (level) => level;

@@ -1,19 +1,12 @@
 // One slot: its value, the range of its scale, its peak hold, its history and its state.
 // Times are those of the page's clock.
 import { clock } from "./clock.js";
-import { numberText, withMinus } from "./format.js";
+import { numberFrom, numberText, withMinus } from "./format.js";
 import { History } from "./history.js";
-import { placeOn } from "./rules.js";
+import { placeOn, roundUp } from "./rules.js";
 
 const staleAfter = 5000; // milliseconds without a change
 const holdFor = 2000;
-
-// The next of 1, 2, 5, 10, 20, 50 ... that is not smaller, but for the rounding of a float.
-function roundUp(value) {
-  const exponent = Math.floor(Math.log10(value));
-  const mantissa = value / 10 ** exponent;
-  return Number(`${[1, 2, 5, 10].find((step) => step >= mantissa * (1 - 1e-6))}e${exponent}`);
-}
 
 // A ratio ends at 1, unless it has been far below so far.
 const endAbove = (high) => (high < 1e-3 ? roundUp(high) : Math.max(1, roundUp(high)));
@@ -32,12 +25,14 @@ export class Slot {
   #low = Infinity;
   #high = -Infinity;
   #holdUntil = 0;
+  #historyPeriod;
 
-  // `description` as the server gives it: set, type, name, key, value, age, moved and
-  // changes.
-  constructor(description, now) {
+  // `description` as the server gives it: set, type, name, key, value, age, moved and changes.
+  // `index` is its place among the server's slots.
+  constructor(description, index, historyPeriod, now) {
     const { set, type, name, key } = description;
-    Object.assign(this, { set, type, name, key });
+    Object.assign(this, { set, type, name, key, index });
+    this.#historyPeriod = historyPeriod;
     this.isNumber = type !== "string";
     this.isFloat = type === "float";
     this.isParameter = set === "engine";
@@ -49,6 +44,7 @@ export class Slot {
     this.maximum = -Infinity; // since maximumSince
     this.maximumSince = now;
     this.history = null; // of a number that has changed
+    this.watcher = null; // called with each number that the slot gets, and the time
     this.hold = -Infinity;
     this.#fitRange();
     this.refresh(description, now);
@@ -74,22 +70,41 @@ export class Slot {
 
   #take(value, now) {
     this.value = value;
-    if (!this.isNumber || typeof value !== "number") return;
-    if (value < this.#low || value > this.#high) {
-      this.#low = Math.min(this.#low, value);
-      this.#high = Math.max(this.#high, value);
-      this.#fitRange();
-    }
+    if (!this.isNumber) return;
+    if (typeof value === "number") this.#include(value, value);
     if (this.hasChanged) this.#record(value, now);
   }
 
+  #include(low, high) {
+    if (low >= this.#low && high <= this.#high) return;
+    this.#low = Math.min(this.#low, low);
+    this.#high = Math.max(this.#high, high);
+    this.#fitRange();
+  }
+
   #record(value, now) {
-    this.history ??= new History(now);
-    this.history.add(value, now);
+    const number = numberFrom(value);
+    this.history ??= this.#makeHistory(now);
+    this.history.add(number, now);
+    this.watcher?.(number, now);
+    if (typeof value !== "number") return;
     this.maximum = Math.max(this.maximum, value);
     if (value < this.hold && now <= this.#holdUntil) return;
     this.hold = value;
     this.#holdUntil = now + holdFor;
+  }
+
+  #makeHistory(now) {
+    return new History(now, this.#historyPeriod, this.isFloat);
+  }
+
+  // Takes what gatewayctl knows of the time before.
+  takePast(past) {
+    if (past.times.length === 0) return;
+    this.history ??= this.#makeHistory(clock.now());
+    this.history.fill(past);
+    const values = [...past.low, ...past.high].filter(Number.isFinite);
+    if (values.length > 0) this.#include(Math.min(...values), Math.max(...values));
   }
 
   #fitRange() {
@@ -137,17 +152,32 @@ export class Slot {
 
   // Integers have no bar, so their history has a scale of its own.
   get historyRange() {
-    return this.isFloat ? this.range : [this.#low, this.#high];
+    if (this.isFloat) return this.range;
+    return [this.#low, this.#low < this.#high ? this.#high : this.#low + 1];
+  }
+
+  get historyScale() {
+    return this.rule?.scale ?? "linear";
+  }
+
+  placeInHistory(value) {
+    return placeOn(this.historyScale, this.historyRange, value);
   }
 
   // A number, also an infinite one; otherwise the text as it is.
   get sortValue() {
-    const infinities = { inf: Infinity, "-inf": -Infinity };
-    return this.isNumber ? (infinities[this.value] ?? this.value) : this.value;
+    const number = this.isNumber ? numberFrom(this.value) : NaN;
+    return Number.isNaN(number) ? this.value : number;
   }
 
   get valueText() {
-    if (this.isFloat) return numberText(this.value, this.span);
-    return this.isNumber ? withMinus(String(this.value)) : this.value;
+    return this.isNumber ? this.textOf(numberFrom(this.value)) : this.value;
+  }
+
+  // How a number of this slot is written.
+  textOf(number) {
+    if (Number.isNaN(number)) return "nan";
+    if (!Number.isFinite(number)) return number > 0 ? "inf" : "−inf";
+    return this.isFloat ? numberText(number, this.span) : withMinus(String(number));
   }
 }

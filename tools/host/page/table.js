@@ -7,6 +7,7 @@ import { byId, download, isTyping, setText } from "./browser.js";
 import { clock } from "./clock.js";
 import { csvText } from "./csv.js";
 import { Filter } from "./filter.js";
+import { historyPeriod } from "./history.js";
 import { Row } from "./row.js";
 import { Rows } from "./rows.js";
 import { Slot } from "./slot.js";
@@ -41,14 +42,18 @@ export class Table {
   #isPlacingRequested = false;
   #arrangedAt = 0;
   #settings;
+  #plot;
+  #past;
   #filter;
   #sorting = new Sorting(() => this.#arrange());
 
-  constructor(settings, theme) {
+  constructor({ settings, theme, plot, past }) {
     this.#settings = settings;
+    this.#plot = plot;
+    this.#past = past;
     settings.onChange = () => this.#applySettings();
     this.#rows = new Rows(
-      (slot) => new Row(slot, { settings, theme, pin: () => this.#togglePin(slot) }),
+      (slot) => new Row(slot, { settings, theme, plot, past, pin: () => this.#togglePin(slot) }),
     );
     this.#filter = new Filter({
       onChange: () => this.#arrange(),
@@ -71,6 +76,7 @@ export class Table {
       this.#readPins();
       this.#arrange();
       this.#goToChosen();
+      if (address.get("view") !== this.#plot.id) this.#openPlot();
     });
   }
 
@@ -85,17 +91,32 @@ export class Table {
     else descriptions.forEach((each, i) => this.#slots[i].refresh(each, now));
     for (const slot of this.#slots) this.#marked.add(slot);
     this.#identity = identity;
+    this.#takePast();
+  }
+
+  // Takes the part of histories that the page has missed.
+  #takePast() {
+    this.#past.forget();
+    this.#plot.refresh();
   }
 
   #build(descriptions, now) {
     this.#rows.clear();
     this.#marked.clear();
-    this.#slots = descriptions.map((each) => new Slot(each, now));
+    const period = historyPeriod(descriptions.length);
+    this.#slots = descriptions.map((each, index) => new Slot(each, index, period, now));
     this.#applySettings();
     this.#readPins();
     this.#filter.showSetCounts(this.#slots);
     this.#arrange();
     this.#goToChosen();
+    this.#openPlot();
+  }
+
+  // Shows the slot that the address names in the large view.
+  #openPlot() {
+    const id = address.get("view");
+    this.#plot.open(this.#slots.find((slot) => slot.id === id));
   }
 
   #applySettings() {
@@ -147,6 +168,7 @@ export class Table {
       this.#slots[index].changes += count - 1;
     }
     this.#held.clear();
+    this.#takePast();
     this.#showPause();
   }
 
@@ -246,6 +268,7 @@ export class Table {
     if (!row || isTyping(event.target) || event.ctrlKey || event.altKey || event.metaKey) return;
     if (event.key in steps) this.#focusSlot(this.#neighbour(row.slot, steps[event.key]));
     else if (event.key === "Enter" && event.target === row.element) row.edit();
+    else if (event.key === "h") this.#plot.open(row.slot);
     else if (event.key === "p") this.#togglePin(row.slot);
     else if (event.key === "r") this.#resetMaxima([row.slot]);
     else if (event.key === "R") this.#resetMaxima(this.#slots);

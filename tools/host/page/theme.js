@@ -6,7 +6,7 @@ const root = document.documentElement;
 
 export class Theme {
   // What canvases are drawn with, since they can't refer to the style sheet's variables.
-  colours = { live: "", dim: "" };
+  colours = {};
 
   constructor() {
     byId("theme").addEventListener("click", () => this.#advance());
@@ -34,7 +34,13 @@ export class Theme {
       probe.style.color = style.getPropertyValue(name);
       return getComputedStyle(probe).color;
     };
-    this.colours = { live: read("--bar"), dim: read("--edge") };
+    this.colours = {
+      live: read("--bar"),
+      dim: read("--edge"),
+      text: read("--dim"),
+      grid: read("--line"),
+      band: read("--band"),
+    };
     probe.remove();
   }
 }
