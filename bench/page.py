@@ -197,7 +197,36 @@ def start_section(tables):
     return [*measuring.table(head, rows), ""]
 
 
-SECTIONS = {"saturation": saturation_section, "parts": part_section, "starts": start_section}
+def live_page_section(tables):
+    rows = [
+        [
+            f"{run['slots']:,.0f}",
+            f"{run['moving']:,.0f}",
+            f"{run['changes']:,.0f}",
+            f"{run['frames']:.0f}",
+            f"{run['long']:.0f}",
+            amount(run["longest"], "s") if run["long"] else "below 50 ms",
+            amount(run["longestInUse"], "s") if run["longestInUse"] else "below 50 ms",
+            f"{run['browserCpu']:.0%}",
+            f"{run['hostCpu']:.1%}",
+            amount(run["browserMemory"], "B"),
+            amount(run["hostMemory"], "B"),
+        ]
+        for run in tables["page"]["pages"]
+    ]
+    head = ["Slots", "Changing", "Changes/s", "Frames/s", "Tasks over 50 ms", "Longest task",
+            "Longest task in use", "CPU of the browser", "CPU of the host",
+            "Memory of the browser", "Memory of the host"]
+    seconds = tables["page"]["pages"][0]["seconds"]
+    return [*measuring.table(head, rows), "", f"Each row is from {seconds:.0f} s.", ""]
+
+
+SECTIONS = {
+    "saturation": saturation_section,
+    "parts": part_section,
+    "starts": start_section,
+    "page": live_page_section,
+}
 
 
 # ---- The page -----------------------------------------------------------------------------------

@@ -8,6 +8,7 @@ import os
 import subprocess
 import typing
 
+import measuring
 import workload
 
 CORES = sorted(os.sched_getaffinity(0))
@@ -35,6 +36,7 @@ class Bench:
     `folder` is for the files that the programs read."""
 
     def __init__(self, build, scale, folder):
+        self.gatewayctl = build / "gatewayctl"
         self.programs = build / "bench"
         self.scale = scale
         self.folder = folder
@@ -113,6 +115,15 @@ class Bench:
                 processes.append(self.client(subject, measure, port, config, turns))
         return {subject: [self.result(process, turns) for process in processes]
                 for subject, processes in running.items()}
+
+    def live_page(self, slots, moving):
+        """Figures of gatewayctl's live page in a browser; all processes share the cores."""
+        script = measuring.ROOT / "tests/page/measure.js"
+        seconds = self.scale.page_seconds
+        result = measuring.run("node", script, slots, moving, seconds, stdout=subprocess.PIPE,
+                               text=True, timeout=seconds + 5 * PATIENCE,
+                               env={**os.environ, "GATEWAYCTL": str(self.gatewayctl.resolve())})
+        return json.loads(result.stdout)
 
     def google_benchmark(self, program, *arguments):
         """The runs of each benchmark, by its name without options. Each run has "seconds", which

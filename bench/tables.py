@@ -293,6 +293,16 @@ def measure_latency(bench):
     return {"rows": rows}
 
 
+# ---- The live page ------------------------------------------------------------------------------
+
+
+def measure_page(bench):
+    """One run for each number of slots and of those that change."""
+    runs = [bench.live_page(slots, moving) for slots, moving in bench.scale.pages]
+    return {"rows": [],
+            "pages": [{name: rounded(value) for name, value in run.items()} for run in runs]}
+
+
 TABLES = {
     "messages": ("CPU per message of a fast stream, as fast as the client takes it",
                  measure_messages),
@@ -303,4 +313,5 @@ TABLES = {
     "starts": ("A start with many entries", measure_starts),
     "rest": ("A started module with quiet streams", measure_rest),
     "latency": ("Latency", measure_latency),
+    "page": ("The live page of gatewayctl", measure_page),
 }
