@@ -162,7 +162,8 @@ def run_command(command, shown, address):
           done.returncode == (CURL_TIMED_OUT if "--max-time" in command else 0))
     body, _, last = done.stdout.rpartition("\n")
     status, _, kind = last.partition(" ")
-    method, path = "POST" if "--json" in command else "GET", command.split(SHOWN)[-1]
+    method = "POST" if "--json" in command else "GET"
+    path = re.split("[?']", command.split(SHOWN)[-1])[0]
     check_answer(command, method, path, (status, kind, body))
     if shown:
         check_answer(f"the answer shown for {path}", method, path, (status, kind, shown))
@@ -238,6 +239,10 @@ def refused_changes(address):
                      "Transfer-Encoding: chunked\r\n\r\nx\r\n")
 
 
+def slots_of(address):
+    return json.loads(request(address, "GET", "/api/slots")[2])["slots"]
+
+
 def refused_requests(address, guarded):
     """Yields method, path and answer of requests that have to be refused."""
     late = ThreadPoolExecutor(1).submit(refusal_of, address, "GET / HTTP/1.1\r\nX")
@@ -248,6 +253,9 @@ def refused_requests(address, guarded):
     yield "GET", "/metrics", request(address, "GET", "/metrics", {"Host": "example.com"})
     yield "GET", "/api/slots", request(address, "GET", "/api/slots",
                                        {"Origin": "http://example.com"})
+    texts = [index for index, slot in enumerate(slots_of(address)) if slot["type"] == "string"]
+    for index in (texts[0], 1000000):
+        yield "GET", "/api/history", request(address, "GET", f"/api/history?slots={index}")
     yield "GET", "/main.jx", request(address, "GET", "/main.jx")
     yield "GET", "/api/set", request(address, "GET", "/api/set")
     yield "GET", "/ready", request(address, "GET", "/ready", body="x")

@@ -196,7 +196,7 @@ Json historyOf(const RunningModule& module, const ValueHistory& history,
       throw std::invalid_argument(fmt::format("{} has no history: it holds texts", label.name));
     }
     Json each = jsonOf(history.trace(slot, window, historyPoints / slots.size()), calendar);
-    each.update({{"slot", slot}, {"set", standin::nameOf(label.set)}, {"name", label.name}});
+    each.update({{"index", slot}, {"set", standin::nameOf(label.set)}, {"name", label.name}});
     json["slots"].push_back(std::move(each));
   }
   return json;

@@ -56,29 +56,30 @@ const char* typeOf(std::string_view file) {
   throw std::logic_error(fmt::format("the type of {} is not known", file));
 }
 
-// The places of slots, separated by commas.
-std::vector<std::size_t> placesIn(std::string_view text) {
-  constexpr std::size_t most = 100;
-  std::vector<std::size_t> places;
+constexpr std::size_t mostHistories = 100;
+
+// Reads indices that are separated by commas.
+std::vector<std::size_t> indicesIn(std::string_view text) {
+  std::vector<std::size_t> indices;
   for (std::size_t begin = 0; begin <= text.size();) {
     const std::size_t end = std::min(text.find(',', begin), text.size());
-    const auto place = tools::numberIn<std::size_t>(text.substr(begin, end - begin));
-    if (!place || places.size() == most) {
-      throw HttpRefusal(status::bad_request,
-                        "slots takes 1 to 100 places of slots in /api/slots, as in slots=0,3");
+    const auto index = tools::numberIn<std::size_t>(text.substr(begin, end - begin));
+    if (!index || indices.size() == mostHistories) {
+      throw std::invalid_argument(fmt::format(
+          "slots takes 1 to {} indices of slots, such as 0,3, not \"{}\"", mostHistories, text));
     }
-    places.push_back(*place);
+    indices.push_back(*index);
     begin = end + 1;
   }
-  return places;
+  return indices;
 }
 
 Clock::duration windowIn(std::string_view text) {
   constexpr std::chrono::seconds most = ValueHistory::span;
   const auto seconds = tools::numberIn<int>(text);
   if (!seconds || *seconds < 1 || *seconds > most.count()) {
-    throw HttpRefusal(status::bad_request,
-                      fmt::format("seconds takes a whole number from 1 to {}", most.count()));
+    throw std::invalid_argument(
+        fmt::format("seconds takes a whole number from 1 to {}, not \"{}\"", most.count(), text));
   }
   return std::chrono::seconds(*seconds);
 }
@@ -113,6 +114,7 @@ class PageServer::Routes final : public HttpHandler {
   void listen();
 
   HttpResponse index(const HttpRequest& request) const;
+  std::vector<std::size_t> firstNumbers() const;
   HttpResponse history(const HttpRequest& request) const;
   HttpAnswer events() const;
   HttpResponse set(const HttpRequest& request);
@@ -227,11 +229,20 @@ HttpResponse PageServer::Routes::index(const HttpRequest& request) const {
   return response;
 }
 
+std::vector<std::size_t> PageServer::Routes::firstNumbers() const {
+  std::vector<std::size_t> indices;
+  const std::size_t count = module_.board().labels().size();
+  for (std::size_t i = 0; i < count && indices.size() < mostHistories; ++i) {
+    if (history_.isKept(i)) indices.push_back(i);
+  }
+  return indices;
+}
+
 HttpResponse PageServer::Routes::history(const HttpRequest& request) const try {
-  const auto places = placesIn(parameterOf(request, "slots").value_or(""));
-  const auto longest = fmt::format("{}", std::chrono::seconds(ValueHistory::span).count());
-  const auto window = windowIn(parameterOf(request, "seconds").value_or(longest));
-  return responseOf(historyOf(module_, history_, places, window));
+  const auto slots = parameterOf(request, "slots");
+  const auto seconds = parameterOf(request, "seconds");
+  return responseOf(historyOf(module_, history_, slots ? indicesIn(*slots) : firstNumbers(),
+                              seconds ? windowIn(*seconds) : ValueHistory::span));
 } catch (const std::invalid_argument& error) {
   throw HttpRefusal(status::bad_request, error.what());
 }

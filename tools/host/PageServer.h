@@ -3,8 +3,8 @@
 //   GET  /             the page; the other files of tools/host/page lie beside it
 //   GET  /api/status   what runs here, as statusOf gives it
 //   GET  /api/slots    all slots, as slotsOf gives them
-//   GET  /api/history  what slots held lately, as historyOf gives it: of ?slots=0,3, up to 100
-//                      places in /api/slots, for the last &seconds=600
+//   GET  /api/history  what slots held lately, as historyOf gives it: ?slots=0,3 for up to 100
+//                      indices of slots (else of the first numbers), &seconds=60 for a shorter time
 //   GET  /api/events   server-sent events, as PageFeed gives them
 //   POST /api/set      changes engine slots in one notification: takes what changesIn reads, and
 //                      gives {"notification":NUMBER}

@@ -277,7 +277,7 @@ TEST_F(Page, KeepsTheHistoryOfNumbers) {
   EXPECT_EQ(history["span"], 600);
   EXPECT_EQ(history["gaps"], Json::array());
   const Json& level = history["slots"][0];
-  EXPECT_EQ(level["slot"], placeOf("level"));
+  EXPECT_EQ(level["index"], placeOf("level"));
   EXPECT_EQ(level["set"], "fast");
   EXPECT_EQ(level["name"], "level");
   EXPECT_EQ(level["period"], 0.05);
@@ -290,24 +290,32 @@ TEST_F(Page, KeepsTheHistoryOfNumbers) {
   EXPECT_EQ(history["slots"][1]["name"], "input");
   EXPECT_EQ(history["slots"][1]["times"], Json::array());
 
-  const std::string shape = "slots takes 1 to 100 places of slots in /api/slots, as in slots=0,3";
+  std::set<std::string> numbers;
+  const Json all = Json::parse(client().Get("/api/history")->body);
+  for (const Json& each : all["slots"]) numbers.insert(each["name"]);
+  EXPECT_EQ(numbers, (std::set<std::string>{"level", "input", "gain", "delay"}));
+
+  const auto wrongSlots = [](const std::string& text) {
+    return "slots takes 1 to 100 indices of slots, such as 0,3, not \"" + text + "\"";
+  };
+  const auto wrongSeconds = [](const std::string& text) {
+    return "seconds takes a whole number from 1 to 600, not \"" + text + "\"";
+  };
   std::string tooMany = "0";
   for (int i = 0; i < 100; ++i) tooMany += ",0";
-  const std::vector<std::pair<std::string, std::string>> wrong = {
-      {"", shape},
-      {"?slots=", shape},
-      {"?slots=level", shape},
-      {"?slots=0,", shape},
-      {"?slots=-1", shape},
-      {"?slots=" + tooMany, shape},
-      {"?slots=6", "there is no slot 6"},
-      {fmt::format("?slots={}", placeOf("state")), "state has no history: it holds texts"},
-      {"?slots=0&seconds=601", "seconds takes a whole number from 1 to 600"},
-      {"?slots=0&seconds=0", "seconds takes a whole number from 1 to 600"},
-      {"?slots=0&seconds=x", "seconds takes a whole number from 1 to 600"},
+  std::vector<std::pair<std::string, std::string>> wrong = {
+      {"slots=6", "there is no slot 6"},
+      {fmt::format("slots={}", placeOf("state")), "state has no history: it holds texts"},
   };
+  for (const std::string& text :
+       {std::string(), std::string("level"), std::string("0,"), std::string("-1"), tooMany}) {
+    wrong.emplace_back("slots=" + text, wrongSlots(text));
+  }
+  for (const char* text : {"601", "0", "x", ""}) {
+    wrong.emplace_back(fmt::format("slots=0&seconds={}", text), wrongSeconds(text));
+  }
   for (const auto& [query, error] : wrong) {
-    expectRefusal(client().Get("/api/history" + query), 400, error);
+    expectRefusal(client().Get("/api/history?" + query), 400, error);
   }
 }
 
@@ -1040,7 +1048,7 @@ TEST_F(ServedModule, MovesToAnotherPortOnlyIfAllowed) {
 
 // A script, a style or an icon of the page is "/{file}" there.
 std::string asDocumented(const std::string& route) {
-  static const std::regex file("GET /[\\w-]+\\.[a-z]+");
+  static const std::regex file("GET /[\\w.-]+\\.[a-z]+");
   return std::regex_match(route, file) ? "GET /{file}" : route;
 }
 
