@@ -2,7 +2,7 @@
 #
 #   module  the module, its manual pages (docs/man), a sample configuration
 #   tools   gatewayctl, its manual pages (docs/man) and its completions; the description of its HTTP
-#           interface
+#           interface; what its operators need (operations/)
 #   dev     for authors: the boundary to the host with a CMake package and a pkg-config file, the
 #           schema files, examples
 #
@@ -31,6 +31,16 @@ file(INSTALL DESTINATION \"\${folder}\" TYPE FILE RENAME grpc-gateway.conf.examp
 if(GATEWAY_TOOLS)
   install(TARGETS gatewayctl RUNTIME COMPONENT tools)
   install(FILES docs/api.md docs/openapi.json DESTINATION ${shared}/docs COMPONENT tools)
+  install(FILES operations/alerts.yml operations/dashboard.json DESTINATION ${shared}/operations
+          COMPONENT tools)
+  # The units share their hardening. They are found here below /usr and /usr/local.
+  file(READ operations/hardening.conf hardening)
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS operations/hardening.conf)
+  foreach(unit gatewayctl-host@.service gatewayctl-sim@.service)
+    configure_file(operations/${unit}.in ${PROJECT_BINARY_DIR}/operations/${unit} @ONLY)
+    install(FILES ${PROJECT_BINARY_DIR}/operations/${unit} DESTINATION lib/systemd/system
+            COMPONENT tools)
+  endforeach()
 endif()
 
 # The build runs gatewayctl, which prints its own completions and its manual pages (docs/man).

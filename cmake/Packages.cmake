@@ -55,12 +55,15 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME sonalith-grpc-gateway-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION net)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "sonalith-grpc-gateway (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS prometheus)
 set(CPACK_DEBIAN_TOOLS_DESCRIPTION
     "check, demonstrate and simulate the gRPC gateway of the sonalith engine
 The program gatewayctl tells whether the module takes a configuration and
 what it will do, runs the module without the engine and with a live page,
 plays the services at the other end, and writes a configuration from what
-a meter server sends. Completions for bash, zsh and fish are included.")
+a meter server sends. Completions for bash, zsh and fish are included,
+and so are systemd units, which are disabled, and alert rules and a
+dashboard for monitoring.")
 
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME sonalith-grpc-gateway-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION devel)

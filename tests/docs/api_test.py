@@ -298,8 +298,7 @@ def run(folder):
         config = simulator.configuration(sample, folder / "gateway.conf")
         with (Host(GATEWAYCTL, config) as host,
               Host(GATEWAYCTL, config, "--token", TOKEN) as guarded):
-            for stream in ("fast", "slow"):  # for /ready
-                host.wait("link", link=stream, state="receiving")
+            host.wait_state("receiving", "fast", "slow")  # for /ready
             check_refusals(host.address, guarded.address)
             check_head(host.address)
             opened, answered = threading.Event(), threading.Event()

@@ -34,10 +34,13 @@ class Tool:
         for line in self.process.stdout:
             self.events.put(json.loads(line))
 
+    def next(self):
+        return self.events.get(timeout=PATIENCE)
+
     def wait(self, name, **members):
         """Returns the next event of this name with these members; skips others."""
         while True:
-            event = self.events.get(timeout=PATIENCE)
+            event = self.next()
             if event["event"] == name and members.items() <= event.items():
                 return event
 
@@ -60,7 +63,28 @@ class Simulator(Tool):
         return path
 
 
+    def inflict(self, fault):
+        """Returns once the fault has begun; needs --live-faults."""
+        self.tell(fault)
+        self.wait("fault", fault=fault.split()[0])
+
+
 class Host(Tool):
     def __init__(self, gatewayctl, config, *arguments):
         super().__init__(gatewayctl, "host", config, "--page", "127.0.0.1:0", *arguments)
+        self.states = {}  # of links, by the events so far
         self.address = self.wait("page")["url"].removeprefix("http://").rstrip("/")
+
+    def next(self):
+        event = super().next()
+        if event["event"] == "link":
+            self.states[event["link"]] = event["state"]
+        return event
+
+    def wait_state(self, state, *links):
+        """Returns once all these links are in this state."""
+        while {self.states.get(link) for link in links} != {state}:
+            try:
+                self.next()
+            except queue.Empty as error:
+                raise TimeoutError(f"{links} did not become {state}: {self.states}") from error

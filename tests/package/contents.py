@@ -9,6 +9,8 @@ SAMPLE = "etc/sonalith/grpc-gateway.conf.example"
 SHARED = "share/sonalith/grpc-gateway/"
 TOOLS = {
     "bin/gatewayctl",
+    "lib/systemd/system/gatewayctl-host@.service",
+    "lib/systemd/system/gatewayctl-sim@.service",
     "share/bash-completion/completions/gatewayctl",
     "share/fish/vendor_completions.d/gatewayctl.fish",
     "share/man/man1/gatewayctl-check.1",
@@ -22,6 +24,8 @@ TOOLS = {
     "share/zsh/vendor-completions/_gatewayctl",
     SHARED + "docs/api.md",
     SHARED + "docs/openapi.json",
+    SHARED + "operations/alerts.yml",
+    SHARED + "operations/dashboard.json",
 }
 DEV = {
     "include/sonalith/sonalith.h",
