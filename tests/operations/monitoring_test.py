@@ -135,19 +135,23 @@ def check_names(series):
 
 # ---- All of it ------------------------------------------------------------------------------
 
-def check_document():
-    alerts = re.findall(r"- alert: (\w+)", ALERTS.read_text())
-    check_same("alerts of docs/api.md", alerts,
-               re.findall(r"^\| `(\w+)` \| ", (SOURCE / "docs/api.md").read_text()
-                          .split("## Monitoring")[1], re.MULTILINE))
+def check_document(folder):
+    """Checks the configuration and the list of alerts in docs/api.md."""
+    section = (SOURCE / "docs/api.md").read_text().split("## Monitoring")[1]
+    check_same("alerts of docs/api.md", re.findall(r"- alert: (\w+)", ALERTS.read_text()),
+               re.findall(r"^\| `(\w+)` \| ", section, re.MULTILINE))
+    shown = re.search(r"```yaml\n(.*?)```", section, re.DOTALL)[1]
+    (folder / "page.token").touch()
+    (folder / "prometheus.yml").write_text(
+        re.sub(r"/\S*/(page\.token|alerts\.yml)", rf"{folder}/\1", shown))
+    promtool("check", "config", folder / "prometheus.yml")
 
 
 def run(folder):
-    check_document()
     (folder / "alerts.yml").write_text(ALERTS.read_text())
     (folder / "alerts.test.yml").write_text(
         (SOURCE / "tests/operations/alerts.test.yml").read_text())
-    promtool("check", "rules", folder / "alerts.yml")
+    check_document(folder)
     promtool("test", "rules", folder / "alerts.test.yml")
     sample = SOURCE / "examples/grpc-gateway.conf"
     with Simulator(GATEWAYCTL, sample, "--live-faults") as simulator:
