@@ -55,11 +55,11 @@ nlohmann::json readinessOf(const RunningModule& module);
 nlohmann::json slotsOf(const RunningModule& module);
 
 // {"time","span","gaps":[[from,to]...],
-// "slots":[{"index","set","name","period","times","last","low","high"}...]}: the histories of slots,
-// by their indices, as ValueHistory::trace gives them; the last four are arrays with an item for
-// each point. The period, and the span that histories have at most, are in seconds. All slots
-// together have about `historyPoints` points.
-// Throws std::invalid_argument for a slot that has no history.
+// "slots":[{"index","set","name","period","times","last","low","high"}...]}: the histories of
+// slots, by their indices, as ValueHistory::trace gives them; the last four are arrays with an item
+// for each point. The period, and the span that histories have at most, are in seconds. All slots
+// together have about `historyPoints` points. Throws std::invalid_argument for a slot that has no
+// history.
 inline constexpr std::size_t historyPoints = 12000;
 nlohmann::json historyOf(const RunningModule& module, const ValueHistory& history,
                          const std::vector<std::size_t>& slots, Clock::duration window);
