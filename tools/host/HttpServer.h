@@ -49,9 +49,10 @@ struct HttpLimits {
 
 // Why a request is not carried out.
 struct HttpRefusal : std::runtime_error {
-  HttpRefusal(http::status code, const std::string& reason)
-      : std::runtime_error(reason), status(code) {}
+  HttpRefusal(http::status code, const std::string& reason, std::string allowed = "")
+      : std::runtime_error(reason), status(code), allow(std::move(allowed)) {}
   http::status status;
+  std::string allow;  // the methods that are accepted, if this one is not
 };
 
 // An endless body, sent piece by piece until the connection ends.

@@ -200,6 +200,7 @@ HttpResponse PageServer::Routes::refuse(const HttpRefusal& refusal) {
   HttpResponse response = responseOf({{"error", refusal.what()}});
   response.result(refusal.status);
   if (refusal.status == status::unauthorized) response.set(field::www_authenticate, "Bearer");
+  if (!refusal.allow.empty()) response.set(field::allow, refusal.allow);
   return response;
 }
 
@@ -215,9 +216,11 @@ const PageServer::Routes::Route& PageServer::Routes::routeOf(const HttpHead& req
   }
   const verb method = request.method() == verb::head ? verb::get : request.method();
   if (method == found->method) return *found;
-  throw HttpRefusal(status::method_not_allowed,
-                    fmt::format("{} takes {}, not {}", path, std::string(to_string(found->method)),
-                                std::string(request.method_string())));
+  const std::string allowed(to_string(found->method));
+  throw HttpRefusal(
+      status::method_not_allowed,
+      fmt::format("{} takes {}, not {}", path, allowed, std::string(request.method_string())),
+      found->method == verb::get ? "GET, HEAD" : allowed);
 }
 
 // ---- Answers --------------------------------------------------------------------------------

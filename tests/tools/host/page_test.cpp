@@ -571,6 +571,8 @@ TEST_F(Page, RefusesWrongPathsMethodsAndSizes) {
   expectRefusal(client().Put("/", own(), "{}", "application/json"), 405, "/ takes GET, not PUT");
   expectRefusal(client().Delete("/metrics"), 405, "/metrics takes GET, not DELETE");
   expectRefusal(client().Options("/"), 405, "/ takes GET, not OPTIONS");
+  EXPECT_EQ(client().Get("/api/set")->get_header_value("Allow"), "POST");
+  EXPECT_EQ(client().Options("/")->get_header_value("Allow"), "GET, HEAD");
   EXPECT_EQ(client().Head("/")->status, 200);
 
   const std::string most =
