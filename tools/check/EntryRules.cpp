@@ -34,6 +34,11 @@ struct EntryFacts {
   bool isMeter() const { return section.kind == SectionKind::MeterEntries; }
   const std::vector<std::string>& known() const { return wordsOf(section.kind); }
   bool knows(std::string_view name) const { return isWordOf(section.kind, name); }
+  // Whether the module reads a word with this name.
+  bool has(std::string_view name) const {
+    return std::any_of(fields.begin(), fields.end(),
+                       [&](const Field& each) { return each.isRead() && each.name == name; });
+  }
   // Like knows(), but ignores case.
   std::string_view sameAs(std::string_view name) const { return sameNameIn(name, known()); }
   std::string_view source(std::size_t index) const { return words()[index].place.of(value); }
@@ -248,13 +253,14 @@ MaybeFinding spacedEquals(const EntryFacts& facts, const Group& group) {
   const std::string_view first = facts.words()[group.first].text;
   const bool joined = group.size == 2;
   const Span place = facts.inLine(placeOf(facts, group));
-  return Finding{
-      joined ? Rule("word-ends-in-equals") : Rule("word-without-equals"), place,
-      "a space next to \"=\" splits this word, so the module ignores its parts",
-      write(place,
-            fmt::format("{}={}", first.substr(0, first.find('=')), facts.source(group.last())),
-            " without spaces"),
-      first.substr(0, first.find('=')) == "Key" ? Scope::EmptyKey : Scope::Nothing};
+  const std::string_view name = first.substr(0, first.find('='));
+  Remedy remedy =
+      write(place, fmt::format("{}={}", name, facts.source(group.last())), " without spaces");
+  // Without another Key, the module refuses the configuration.
+  if (name == "Key" && !facts.has("Key")) remedy = safe(std::move(remedy));
+  return Finding{joined ? Rule("word-ends-in-equals") : Rule("word-without-equals"), place,
+                 "a space next to \"=\" splits this word, so the module ignores its parts",
+                 std::move(remedy), name == "Key" ? Scope::EmptyKey : Scope::Nothing};
 }
 
 MaybeFinding wordEndsInEquals(const EntryFacts& facts, const Group& group) {
@@ -265,7 +271,8 @@ MaybeFinding wordEndsInEquals(const EntryFacts& facts, const Group& group) {
   const Span place = facts.inLine(placeOf(facts, group));
   const std::string text = fmt::format("the word {} ends in \"=\", so the module ignores it",
                                        inQuotes(facts.words()[group.first].text));
-  if (field.name.empty()) return Finding{"word-ends-in-equals", place, text, remove(place, "it")};
+  if (field.name.empty())
+    return Finding{"word-ends-in-equals", place, text, safe(remove(place, "it"))};
   return Finding{"word-ends-in-equals", place, text,
                  fmt::format("write {}=VALUE, or remove it", field.name),
                  field.name == "Key" ? Scope::EmptyKey : Scope::Nothing};
@@ -312,7 +319,7 @@ Remedy remedyForTail(const EntryFacts& facts, const Group& group) {
   const Span place = placeOf(facts, group);
   const bool isNumber = name == "DefaultValue" && facts.section.type != ValueType::String;
   if (isNumber || name == "Type") {
-    return remove(facts.inLine(place), group.size == 1 ? "it" : "them");
+    return safe(remove(facts.inLine(place), group.size == 1 ? "it" : "them"));
   }
   const std::size_t begin = facts.words()[group.first - 1].place.begin;
   return write(facts.inLine({begin, place.end() - begin}),
@@ -376,7 +383,7 @@ Remedy remedyForUnknownWord(const EntryFacts& facts, const Group& group) {
   if (const auto same = facts.sameAs(field.name); !same.empty()) {
     Remedy remedy = write(name, std::string(same), ": case matters");
     if (!isLiteral) remedy.edit.reset();
-    return remedy;
+    return facts.has(same) ? remedy : safe(std::move(remedy));
   }
   const auto begun = std::find_if(known.begin(), known.end(), [&](const std::string& each) {
     return field.name.size() > 2 && sameName(each.substr(0, field.name.size()), field.name);
@@ -531,7 +538,7 @@ MaybeFinding unknownType(const WordFacts& facts) {
   Remedy remedy = "write Type=fast or Type=slow";
   const Span word = facts.entry.inLine(facts.word.place);
   if (!same.empty())
-    remedy = write(word, fmt::format("Type={}", same), ", in lower case");
+    remedy = safe(write(word, fmt::format("Type={}", same), ", in lower case"));
   else if (!close.empty())
     remedy = ask(word, fmt::format("Type={}", close));
   else if (isValueType)
@@ -595,7 +602,7 @@ Remedy remedyForRest(const WordFacts& facts) {
     const Span last{facts.place().end() - 1, 1};
     Remedy remedy = remove(last, fmt::format("the \"{}\"", rest));
     if (last.of(facts.entry.line.text) != rest) remedy.edit.reset();
-    return remedy;
+    return safe(std::move(remedy));
   }
   if (rest.front() == ',') return "write \".\" as the decimal point";
   if (rest.front() == '.' && isWhole) {
@@ -652,10 +659,14 @@ MaybeFinding keyNotUtf8(const WordFacts& facts) {
 MaybeFinding trailingComma(const WordFacts& facts) {
   const std::string_view name = facts.field.value;
   if (!facts.isName() || !(name.ends_with(',') || name.ends_with(';'))) return std::nullopt;
+  const Span last{facts.place().end() - 1, 1};
+  Remedy remedy = remove(last, fmt::format("the \"{}\"", name.back()));
+  // Within quotes, the last character of the word is another one.
+  if (last.of(facts.entry.line.text).front() != name.back()) remedy.edit.reset();
   return Finding{"trailing-comma", facts.place(),
                  fmt::format("{} {} ends in \"{}\", which is part of the name", facts.field.name,
                              inQuotes(name), name.back()),
-                 fmt::format("remove the \"{}\"", name.back())};
+                 std::move(remedy)};
 }
 
 MaybeFinding controlCharacter(const WordFacts& facts) {

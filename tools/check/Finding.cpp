@@ -16,6 +16,11 @@ Remedy remove(Span place, std::string_view what) {
   return {fmt::format("remove {}", what), place, {}};
 }
 
+Remedy safe(Remedy remedy) {
+  if (remedy.edit) remedy.edit->isSafe = true;
+  return remedy;
+}
+
 std::string nameOf(const SourceLine& line) {
   return line.file->isDedicated() ? fmt::format("{}:{}", line.file->name, line.number)
                                   : fmt::format("line {}", line.number);

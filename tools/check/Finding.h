@@ -18,10 +18,13 @@
 
 namespace check {
 
-// A change of the line: the text at `place` becomes `text`.
+// A change of the line: the text at `place` becomes `text`. It has no newline.
 struct Edit {
   Span place;
   std::string text;
+  // It can't change what the module reads, or the module refuses the file and nothing else can be
+  // meant. Other edits are likely to be right.
+  bool isSafe = false;
 };
 
 // What to do about a finding. Without an edit, only a person can know what to write.
@@ -41,6 +44,9 @@ struct Remedy {
 Remedy write(Span place, std::string text, std::string_view after = "");
 Remedy ask(Span place, std::string text);
 Remedy remove(Span place, std::string_view what);
+
+// The remedy with its edit marked as safe.
+Remedy safe(Remedy remedy);
 
 // What else is wrong because of the same mistake. Such findings become notes of the one that covers
 // them.

@@ -71,11 +71,21 @@ void Findings::add(const SourceLine& line, Finding finding) {
   const SourceFile& file = *line.file;
   const Severity severity = severityOf(finding.rule.text().weight, file.isDedicated());
   if (isCovered(file, line.order, severity, finding) || !isKept(finding.rule, severity)) return;
+  std::optional<Repair> repair;
+  if (finding.remedy.edit) {
+    auto& [place, text, isSafe] = *finding.remedy.edit;
+    repair = Repair{.line = line.number,
+                    .column = line.offset + place.begin + 1,
+                    .before = std::string(place.of(line.text)),
+                    .after = std::move(text),
+                    .isSafe = isSafe};
+  }
   keep({.rule = finding.rule,
         .severity = severity,
         .line = line.number,
         .column = line.offset + finding.place.begin + 1,
         .size = finding.place.size,
+        .repair = std::move(repair),
         .section = line.section ? *line.section : "",
         .source = line.text,
         .sourceColumn = line.offset + 1,

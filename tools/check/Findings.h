@@ -7,6 +7,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <set>
 #include <string>
 #include <unordered_map>
@@ -23,16 +24,26 @@ struct Note {
   std::string text;
 };
 
+// The edit of a finding: at this place of the file, `before` becomes `after`.
+struct Repair {
+  std::size_t line = 0;
+  std::size_t column = 0;
+  std::string before = {};
+  std::string after = {};
+  bool isSafe = false;
+};
+
 // A finding with its severity and its place among the files.
 struct Diagnostic {
   Rule rule;
   Severity severity{};
   std::string file = {};
-  std::size_t line = 0;          // from 1; 0 for the file as a whole
-  std::size_t column = 0;        // a byte of the line, from 1; 0 if there is no line
-  std::size_t size = 0;          // in bytes, from that column
-  std::string text = {};         // what is wrong, and what the module does
-  std::string remedy = {};       // what to do about it
+  std::size_t line = 0;     // from 1; 0 for the file as a whole
+  std::size_t column = 0;   // a byte of the line, from 1; 0 if there is no line
+  std::size_t size = 0;     // in bytes, from that column
+  std::string text = {};    // what is wrong, and what the module does
+  std::string remedy = {};  // what to do about it
+  std::optional<Repair> repair = {};
   std::vector<Note> notes = {};  // what else is wrong because of the same mistake
   std::string section = {};      // that the line is in; empty if none
   std::string readAt = {};       // the File line that named a dedicated file, as FILE:LINE

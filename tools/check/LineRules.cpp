@@ -76,6 +76,13 @@ MaybeFinding longLine(const LineFacts& facts) {
       Scope::Line};
 }
 
+Remedy remedyForOpenHeader(const LineFacts& facts) {
+  const std::string_view name = facts.body().substr(1);
+  Remedy remedy("close it, as in [Meters]", {facts.line.body.end(), 0}, "]");
+  if (sectionOf(name).kind == SectionKind::Unknown) remedy.edit.reset();
+  return safe(std::move(remedy));
+}
+
 MaybeFinding badHeader(const LineFacts& facts) {
   if (facts.line.kind != LineKind::BadHeader) return std::nullopt;
   const bool isCut = facts.body().find(']') != std::string_view::npos;
@@ -86,7 +93,7 @@ MaybeFinding badHeader(const LineFacts& facts) {
                         : "this header has no \"]\"",
                   facts.section != nullptr ? "stay in the previous section" : "are in no section",
                   consequenceIn(facts.file)),
-      isCut ? "remove the \";\"" : "close it, as in [Meters]"};
+      isCut ? "remove the \";\"" : remedyForOpenHeader(facts)};
 }
 
 Remedy remedyForBadLine(const LineFacts& facts) {
@@ -213,12 +220,12 @@ MaybeFinding earlySeparator(const LineFacts& facts) {
   const bool isCondition = section.kind == SectionKind::Condition;
   const std::string_view value = valueAfter(facts.body(), meant);
   const bool isLiteral = isSettings(section) || isCondition;
-  return Finding{
-      isCondition ? Rule("stray-key") : Rule("early-separator"), placeOfKey(facts.line),
-      fmt::format("the first {} ends the name, so the name is {}, and {}",
-                  facts.body().find('=') != std::string_view::npos ? "\"=\"" : "\":\"",
-                  inQuotes(facts.key()), consequenceOfKey(facts)),
-      write(facts.line.body, fmt::format("{}={}", meant, isLiteral ? unquoted(value) : value))};
+  return Finding{isCondition ? Rule("stray-key") : Rule("early-separator"), placeOfKey(facts.line),
+                 fmt::format("the first {} ends the name, so the name is {}, and {}",
+                             facts.body().find('=') != std::string_view::npos ? "\"=\"" : "\":\"",
+                             inQuotes(facts.key()), consequenceOfKey(facts)),
+                 safe(write(facts.line.body,
+                            fmt::format("{}={}", meant, isLiteral ? unquoted(value) : value)))};
 }
 
 // For a key of another section.
@@ -240,11 +247,13 @@ std::string adviceForMove(const Section& section, std::string_view key, std::str
 Remedy remedyForKey(const LineFacts& facts) {
   const Section& section = *facts.section;
   const Line& line = facts.line;
-  if (looksLikeComment(facts.key())) return remedyForComment;
+  if (looksLikeComment(facts.key())) {
+    return safe({remedyForComment, {line.body.begin, 0}, "; "});
+  }
   const auto word = sameNameIn(facts.key(), wordsOf(section.kind));
   if (isEntrySection(section) && word == "Key") {
     const Span pair{line.name.begin, line.value.end() - line.name.begin};
-    return write(pair, fmt::format("{}={}={}", section.keys.front(), word, facts.value()));
+    return safe(write(pair, fmt::format("{}={}={}", section.keys.front(), word, facts.value())));
   }
   if (isEntrySection(section) && !word.empty()) {
     return fmt::format("append {}={} to its entry, on the same line", word, facts.value());

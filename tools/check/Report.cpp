@@ -93,6 +93,15 @@ Json orNull(const T& value) {
   return value == T{} ? Json() : Json(value);
 }
 
+Json jsonOf(const std::optional<Repair>& repair) {
+  if (!repair) return {};
+  return {{"line", repair->line},
+          {"column", repair->column},
+          {"before", repair->before},
+          {"after", repair->after},
+          {"safe", repair->isSafe}};
+}
+
 Json jsonOf(const Diagnostic& diagnostic) {
   Json notes = Json::array();
   for (const Note& note : diagnostic.notes) {
@@ -106,6 +115,7 @@ Json jsonOf(const Diagnostic& diagnostic) {
           {"length", diagnostic.size},
           {"text", diagnostic.text},
           {"remedy", diagnostic.remedy},
+          {"edit", jsonOf(diagnostic.repair)},
           {"notes", std::move(notes)},
           {"section", orNull(diagnostic.section)},
           {"read_at", orNull(diagnostic.readAt)},

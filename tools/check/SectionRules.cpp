@@ -28,7 +28,7 @@ MaybeFinding textAfterHeader(const Header& header) {
   if (rest.empty() || rest.front() == ';' || rest.front() == '#') return std::nullopt;
   const std::string text = fmt::format("the module ignores {} after the header", inQuotes(rest));
   if (rest.front() == ']')
-    return Finding{"text-after-header", header.rest, text, remove(header.rest, "it")};
+    return Finding{"text-after-header", header.rest, text, safe(remove(header.rest, "it"))};
   return Finding{"text-after-header", header.rest, text, "put it on a line of its own"};
 }
 
@@ -142,7 +142,8 @@ Remedy remedyForSection(const Header& header) {
   const std::string_view front = bare.substr(0, bare.find(':') + 1);
   const Span place = header.brackets();
   if (const auto same = sameNameIn(bare, names); !same.empty()) {
-    return write(place, fmt::format("[{}]", same), ", without white space inside the brackets");
+    return safe(
+        write(place, fmt::format("[{}]", same), ", without white space inside the brackets"));
   }
   if (sameName(front, conditionPrefix)) {
     return write(place, fmt::format("[{}{}]", conditionPrefix, bare.substr(front.size())),

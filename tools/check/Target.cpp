@@ -184,7 +184,9 @@ Fault dnsFault(std::string_view text) {
 // What is wrong with the text as a whole, before it is split.
 Fault textFault(std::string_view text) {
   if (text.starts_with('"') || text.starts_with('\'')) {
-    return TargetFault{"the quotes become part of the target", "remove the quotes"};
+    const std::string_view bare = unquoted(text);
+    return TargetFault{"the quotes become part of the target", "remove the quotes",
+                       std::string(bare.size() < text.size() ? bare : "")};
   }
   if (text.find('#') != text.npos) {
     return TargetFault{"\"#\" does not begin a comment here, so it is part of the target",
@@ -242,7 +244,7 @@ Fault unknownSchemeFault(std::string_view name, std::string_view text) {
   if (isScheme(lowered(name)) && !isPort(rest)) {
     return TargetFault{
         fmt::format("a scheme has to be in lower case, so gRPC does not know {}", inQuotes(name)),
-        fmt::format("write {}:{}", lowered(name), rest)};
+        fmt::format("write {}:{}", lowered(name), rest), fmt::format("{}:{}", lowered(name), rest)};
   }
   if (!rest.starts_with("//")) return hostPortFault(text);
   const std::string_view address = rest.substr(std::min(rest.find_first_not_of('/'), rest.size()));
@@ -251,7 +253,8 @@ Fault unknownSchemeFault(std::string_view name, std::string_view text) {
   return TargetFault{
       fmt::format("gRPC does not know the scheme {} and takes the whole target as a host name",
                   inQuotes(name)),
-      fmt::format("write {} instead", hasPort ? std::string(host) : std::string(host) + ":PORT")};
+      fmt::format("write {} instead", hasPort ? std::string(host) : std::string(host) + ":PORT"),
+      std::string(hasPort ? host : "")};
 }
 
 }  // namespace

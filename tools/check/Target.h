@@ -10,8 +10,9 @@
 namespace check {
 
 struct TargetFault {
-  std::string text;    // what is wrong with it
-  std::string remedy;  // what to write
+  std::string text;              // what is wrong with it
+  std::string remedy;            // what to write
+  std::string replacement = {};  // the target that was probably meant; empty if it is unknown
 };
 
 // Nothing if the target is good. Do not pass an empty one, which is no fault: it switches meters or

@@ -40,6 +40,11 @@ MaybeFinding repeatedSetting(const SettingFacts& facts) {
       sameFile ? "remove the line that you do not want" : "nothing to do if this is intended"};
 }
 
+Remedy remedyFor(const TargetFault& fault, Span place) {
+  if (fault.replacement.empty()) return fault.remedy;
+  return {fault.remedy, place, fault.replacement};
+}
+
 MaybeFinding badTarget(const SettingFacts& facts) {
   const Setting& setting = facts.setting;
   if (setting.key != "Target" || setting.value.empty() || setting.isContinuation) {
@@ -49,7 +54,7 @@ MaybeFinding badTarget(const SettingFacts& facts) {
   if (!fault) return std::nullopt;
   return Finding{"bad-target", setting.place,
                  fmt::format("bad target {}: {}", inQuotes(setting.value), fault->text),
-                 fault->remedy};
+                 remedyFor(*fault, setting.place)};
 }
 
 bool isOneOf(std::string_view value, const std::vector<std::string>& words) {
@@ -73,8 +78,13 @@ bool meansOff(std::string_view value) {
 Remedy remedyForSwitch(const Setting& setting) {
   const std::string& value = setting.value;
   if (value.find('#') != value.npos) return "write \" ;\" instead of \"#\" to begin the comment";
-  if (meansOn(value)) return fmt::format("write {}=true to switch it on", setting.key);
-  if (meansOff(value)) return fmt::format("write {}=false to switch it off", setting.key);
+  if (meansOn(value)) {
+    return {fmt::format("write {}=true to switch it on", setting.key), setting.place, "true"};
+  }
+  if (meansOff(value)) {
+    return safe(
+        {fmt::format("write {}=false to switch it off", setting.key), setting.place, "false"});
+  }
   return "write true or false";
 }
 

@@ -21,6 +21,7 @@
 #include "standin/Host.h"
 #include "standin/MemoryFile.h"
 #include "tools/check/Checker.h"
+#include "tools/check/Repairs.h"
 #include "tools/check/Report.h"
 #include "tools/common/ExitCode.h"
 #include "tools/common/Json.h"
@@ -40,10 +41,28 @@ struct Options {
   bool json = false;
   bool slots = false;
   bool listRules = false;
+  std::string fix;  // how bold; empty if nothing is to be repaired
+  bool diff = false;
   std::string explained;
 };
 
 // ---- Running ----------------------------------------------------------------------------------
+
+Boldness boldnessOf(const Options& options) {
+  return options.fix == "unsafe" ? Boldness::Likely : Boldness::Safe;
+}
+
+// What the checker makes of the file as it is then. Prints or makes the repairs, if any are wanted.
+Checked checkOrRepair(const Request& request, const Options& options) {
+  if (options.fix.empty() && !options.diff) return check(request);
+  const Repaired repaired = repair(request, boldnessOf(options));
+  if (options.diff) {
+    tools::writeOut(unifiedDiff(request.name, repaired.before, repaired.after));
+  } else if (repaired.after != repaired.before) {
+    replaceFile(request.path, repaired.after);
+  }
+  return repaired.checked;
+}
 
 // Standard input as a file that can be read twice.
 void copyInput(const standin::MemoryFile& file) {
@@ -66,7 +85,13 @@ Checked checkFile(const std::string& file, const Options& options) {
                   .name = file,
                   .allowed = options.allowed,
                   .withSlots = options.slots || options.json};
-  if (file != "-") return check(request);
+  if (file != "-") {
+    try {
+      return checkOrRepair(request, options);
+    } catch (const std::runtime_error& error) {
+      return {.file = file, .reason = fmt::format("its repair failed: {}", error.what())};
+    }
+  }
   request.name = "<stdin>";
   const standin::MemoryFile input;
   try {
@@ -75,7 +100,7 @@ Checked checkFile(const std::string& file, const Options& options) {
     return {.file = request.name, .reason = error.what()};
   }
   request.path = input.path();
-  return check(request);
+  return checkOrRepair(request, options);
 }
 
 int exitCodeOf(const Checked& checked, bool strict) {
@@ -109,7 +134,7 @@ void print(const Checked& checked, const Options& options) {
   if (checked.verdict == Verdict::Unreadable) {
     tools::say("check", fmt::format("can't check {}: {}", checked.file, checked.reason));
   }
-  if (options.json) return;
+  if (options.json || options.diff) return;
   tools::writeOut(textOf(checked, tools::showsColours(STDOUT_FILENO)));
   if (options.slots && checked.verdict == Verdict::Accepted) {
     tools::writeOut(tableOf(checked.slots));
@@ -160,6 +185,10 @@ std::string rulesThat(bool (*fit)(Weight)) {
   return fmt::format("{{{}}}", fmt::join(names, ","));
 }
 
+bool namesInput(const Options& options) {
+  return std::find(options.files.begin(), options.files.end(), "-") != options.files.end();
+}
+
 int obey(const Options& options) {
   if (options.listRules) {
     tools::writeOut(ruleList());
@@ -168,6 +197,8 @@ int obey(const Options& options) {
   } else if (options.files.empty()) {
     throw CLI::ValidationError(
         "FILE is missing: name a configuration file, or - for standard input");
+  } else if (!options.fix.empty() && !options.diff && namesInput(options)) {
+    throw CLI::ValidationError("--fix can't write to standard input: add --diff, or name a file");
   } else {
     return run(options);
   }
@@ -190,6 +221,14 @@ void addOptions(CLI::App& command, Options& options) {
       ->type_name("RULE")
       ->allow_extra_args(false)
       ->check(checkAllowed, rulesThat(canBeAllowed));
+  command
+      .add_flag("--fix{safe}", options.fix,
+                "Repair the files where only one repair is possible. --fix=unsafe also makes those "
+                "that are only likely to be right.")
+      ->check(CLI::IsMember({"safe", "unsafe"}));
+  CLI::Option* const diff = command.add_flag(
+      "--diff", options.diff, "Print the repairs as a unified diff, and change no file.");
+  diff->excludes(command.get_option("--json"))->excludes(command.get_option("--slots"));
   command.add_flag("--list-rules", options.listRules, "Print all rules, and nothing else.");
   command
       .add_option("--explain", options.explained,

@@ -32,6 +32,33 @@ std::string ConfigGenerator::configuration(unsigned badness,
   return text;
 }
 
+std::string ConfigGenerator::mistyped(std::string text) {
+  struct Mistake {
+    std::string right, wrong;
+  };
+  const std::vector<Mistake> mistakes = {{"Type=slow", "Type=Slow"},
+                                         {"Key=k", "key=k"},
+                                         {"Key=k", "Key= k"},
+                                         {"Meter=", "Meter: "},
+                                         {"Meter=Key", "Key"},
+                                         {"DefaultValue=1", "DefaultValue=1, dB"},
+                                         {"[Meters]", "[Meters"},
+                                         {"[Meters", "[ Meters"},
+                                         {"]\n", "]]\n"},
+                                         {"=false", "=off"},
+                                         {"Meter=", "// Meter="},
+                                         {"[MetersFloat]", "[MetersFlaot]"},
+                                         {"Target=", "Target=http://"},
+                                         {"CustomKey=", "Custom="},
+                                         {"=true", "=yes"}};
+  for (std::size_t n = below(4); n > 0; --n) {
+    const Mistake& mistake = mistakes[below(mistakes.size())];
+    const std::size_t at = text.find(mistake.right, below(text.size() + 1));
+    if (at != text.npos) text.replace(at, mistake.right.size(), mistake.wrong);
+  }
+  return text;
+}
+
 std::string ConfigGenerator::settings(unsigned badness) {
   const std::vector<std::string> switches = {"true", "TRUE", "false",   "true",
                                              "yes",  "",     "true # x"};

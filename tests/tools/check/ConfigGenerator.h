@@ -18,6 +18,9 @@ class ConfigGenerator {
   // lines. File lines name `files`.
   std::string configuration(unsigned badness, const std::vector<std::string>& files);
 
+  // The text with a few common mistakes that have a repair.
+  std::string mistyped(std::string text);
+
   // A number from 0 to `bound` - 1.
   std::size_t below(std::size_t bound) { return random_() % bound; }
 

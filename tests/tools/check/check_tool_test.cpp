@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/FileText.h"
 #include "tests/support/SimProcess.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -229,6 +230,7 @@ TEST_F(CheckTool, WritesOneJsonDocument) {
                    "this line is not a pair, because it has no \"=\", so the module refuses "
                    "the file"},
                   {"remedy", "write NAME=VALUE, or begin a comment with \";\""},
+                  {"edit", json()},
                   {"notes", json::array()},
                   {"section", json()},
                   {"read_at", json()},
@@ -236,6 +238,41 @@ TEST_F(CheckTool, WritesOneJsonDocument) {
   EXPECT_EQ(refused["diagnostics"][1]["line"], json());
   EXPECT_EQ(refused["module_log"][0]["level"], 3);
   EXPECT_EQ(document["files"][2]["verdict"], "unreadable");
+}
+
+TEST_F(CheckTool, RepairsAFileAndReportsTheResult) {
+  const std::string path = files.write("typo.conf", std::string(sound) + "EnableFastMeters=off\n" +
+                                                        "[MetersInt]\nMeter=key=a\n[Meters]]\n");
+  const Outcome fixed = run({"--fix", path});
+  EXPECT_EQ(fixed.code, 0) << fixed.output << fixed.errors;
+  EXPECT_TRUE(fixed.output.ends_with(path + ": accepted: 1 warning\n")) << fixed.output;
+  EXPECT_EQ(textOf(path), std::string(sound) + "EnableFastMeters=false\n" +
+                              "[MetersInt]\nMeter=Key=a\n[Meters]\n");
+}
+
+TEST_F(CheckTool, MakesLikelyRepairsOnlyIfTheyAreWanted) {
+  const std::string text = "[MetersInt]\nMeter=Key=a\n[Meters]\nTarget=http://localhost:1\n";
+  const std::string path = files.write("likely.conf", text);
+  run({"--fix", path});
+  EXPECT_EQ(textOf(path), text);
+  EXPECT_EQ(run({"--fix=unsafe", path}).output, path + ": accepted\n");
+  EXPECT_EQ(textOf(path), "[MetersInt]\nMeter=Key=a\n[Meters]\nTarget=localhost:1\n");
+}
+
+TEST_F(CheckTool, ShowsRepairsAsADiffAndChangesNothing) {
+  const std::string text = std::string(sound) + "[MetersInt]\nMeter=key=a\n";
+  const std::string path = files.write("typo.conf", text);
+  const std::string diff =
+      "@@ -3,4 +3,4 @@\n [Meters]\n Target=localhost:50005\n [MetersInt]\n"
+      "-Meter=key=a\n+Meter=Key=a\n";
+  EXPECT_EQ(run({"--diff", path}).output, "--- " + path + "\n+++ " + path + "\n" + diff);
+  EXPECT_EQ(run({"--diff", "-"}, text).output, "--- <stdin>\n+++ <stdin>\n" + diff);
+  EXPECT_EQ(textOf(path), text);
+}
+
+TEST_F(CheckTool, RefusesToRepairStandardInput) {
+  EXPECT_EQ(run({"--fix", "-"}, sound).code, 2);
+  EXPECT_EQ(run({"--fix=all", good}).code, 2);
 }
 
 TEST_F(CheckTool, FailsIfItCannotWriteItsReport) {

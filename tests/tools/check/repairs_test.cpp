@@ -1,0 +1,174 @@
+// Repairs, over thousands of generated files and for the forms of files that matter.
+#include "tools/check/Repairs.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <filesystem>
+#include <string>
+
+#include "module/grpc-gateway/ConfigManager.h"
+#include "standin/Host.h"
+#include "tests/support/FileText.h"
+#include "tests/support/TemporaryFolder.h"
+#include "tests/tools/check/ConfigGenerator.h"
+#include "tests/tools/check/RewrittenFile.h"
+#include "tools/common/ConfiguredSlots.h"
+
+namespace {
+
+using check::Boldness;
+using check::Checked;
+using check::Repaired;
+using check::Severity;
+
+class Repairs : public ::testing::Test {
+ protected:
+  static Repaired repairFile(const std::string& path, Boldness boldness) {
+    return check::repair({.path = path, .name = path}, boldness);
+  }
+
+  Repaired repairText(const std::string& text, Boldness boldness = Boldness::Safe) {
+    return repairFile(file.write(text), boldness);
+  }
+
+  static bool hasRepair(const Checked& checked, Boldness boldness) {
+    return std::any_of(checked.diagnostics.begin(), checked.diagnostics.end(),
+                       [&](const auto& each) {
+                         return each.repair && each.readAt.empty() &&
+                                (each.repair->isSafe || boldness == Boldness::Likely);
+                       });
+  }
+
+  // What an accepted file means to the module.
+  void expectSameMeaning(const std::string& before, const std::string& after, std::uint32_t seed) {
+    const gateway::ConfigManager old(file.write(before));
+    const gateway::ConfigManager now(other.write(after));
+    ASSERT_TRUE(now.valid) << "seed " << seed;
+    EXPECT_EQ(tools::slotsOf(now), tools::slotsOf(old)) << "seed " << seed;
+    EXPECT_EQ(now.metersTarget, old.metersTarget) << "seed " << seed;
+    EXPECT_EQ(now.engineTarget, old.engineTarget) << "seed " << seed;
+    EXPECT_EQ(now.enableFastMeters, old.enableFastMeters) << "seed " << seed;
+    EXPECT_EQ(now.enableSlowMeters, old.enableSlowMeters) << "seed " << seed;
+  }
+
+  RewrittenFile file;
+  RewrittenFile other;
+  RewrittenFile dedicated;
+  standin::Host host{{.keepRecords = false}};
+};
+
+TEST_F(Repairs, LeaveNoneToMakeAndTheMeaningAsItWas) {
+  constexpr std::uint32_t files = 6000;
+  std::size_t changed = 0;
+  std::size_t accepted = 0;
+  std::size_t notBetter = 0;
+  for (std::uint32_t seed = 0; seed < files; ++seed) {
+    ConfigGenerator generator(seed);
+    const unsigned badness = seed % 3 == 0 ? 25 : static_cast<unsigned>(seed % 3);
+    dedicated.write(generator.configuration(badness, {}));
+    const std::string text = generator.mistyped(
+        seed % 5 == 0 ? generator.soup() : generator.configuration(badness, {dedicated.path()}));
+    const Repaired repaired = repairText(text);
+    ASSERT_EQ(repaired.before, text) << "seed " << seed;
+    if (repaired.after == text) {
+      notBetter += hasRepair(repaired.checked, Boldness::Safe) ? 1 : 0;
+      continue;
+    }
+    ++changed;
+    EXPECT_FALSE(hasRepair(repaired.checked, Boldness::Safe)) << "seed " << seed << "\n" << text;
+    EXPECT_EQ(repairText(repaired.after).after, repaired.after) << "seed " << seed;
+    if (!gateway::ConfigManager(other.write(text)).valid) continue;
+    ++accepted;
+    expectSameMeaning(text, repaired.after, seed);
+  }
+  EXPECT_GT(changed, files / 20);
+  EXPECT_GT(accepted, files / 100);
+  EXPECT_LT(notBetter, files / 20);
+}
+
+TEST_F(Repairs, ThatAreOnlyLikelyCheckBetterOrChangeNothing) {
+  std::size_t changed = 0;
+  for (std::uint32_t seed = 0; seed < 3000; ++seed) {
+    ConfigGenerator generator(seed);
+    const std::string text = generator.mistyped(generator.configuration(5, {}));
+    const Repaired repaired = repairText(text, Boldness::Likely);
+    if (repaired.after == text) continue;
+    ++changed;
+    const Checked before = check::check({.path = file.write(text), .name = "before"});
+    const Checked after = check::check({.path = file.write(repaired.after), .name = "after"});
+    EXPECT_LE(after.count(Severity::Error), before.count(Severity::Error)) << "seed " << seed;
+    EXPECT_EQ(repairText(repaired.after, Boldness::Likely).after, repaired.after)
+        << "seed " << seed << "\n"
+        << repaired.after;
+  }
+  EXPECT_GT(changed, 300u);
+}
+
+TEST_F(Repairs, KeepCommentsLineEndsAndTheByteOrderMark) {
+  const std::string text =
+      "\xEF\xBB\xBF; a comment\r\n[Meters]\r\nTarget=localhost:50005 ; main\r\n[ MetersInt]\r\n"
+      "Meter: key=a Type=SLOW DefaultValue=1, ; first\r\n\r\n# end";
+  EXPECT_EQ(
+      repairText(text).after,
+      "\xEF\xBB\xBF; a comment\r\n[Meters]\r\nTarget=localhost:50005 ; main\r\n[MetersInt]\r\n"
+      "Meter=Key=a Type=slow DefaultValue=1 ; first\r\n\r\n# end");
+}
+
+TEST_F(Repairs, LeaveLikelyOnesUnlessTheyAreWanted) {
+  const std::string text = "[Metres]\nTarget=http://localhost:50005\nEnableSlowMeters=yes\n";
+  EXPECT_EQ(repairText(text).after, text);
+  EXPECT_EQ(repairText(text, Boldness::Likely).after,
+            "[Meters]\nTarget=localhost:50005\nEnableSlowMeters=true\n");
+}
+
+// The corrected entry would repeat a key, so the file would check no better.
+TEST_F(Repairs, AreNotMadeIfTheResultIsNoBetter) {
+  const std::string text =
+      "[Meters]\nTarget=localhost:50005\n[MetersInt]\nMeter=Key=a\nMeter=key=a\n";
+  EXPECT_EQ(repairText(text).after, text);
+}
+
+TEST_F(Repairs, OfDedicatedFilesAreNotMade) {
+  dedicated.write("[MetersInt]\nMeter=key=a\n");
+  const std::string text =
+      "[Meters]\nTarget=localhost:50005\n[MetersInt]\nMeter=Key=b\n"
+      "[ParseIfExist:" +
+      dedicated.path() + "]\nFile=" + dedicated.path() + "\n";
+  EXPECT_EQ(repairText(text).after, text);
+  EXPECT_EQ(textOf(dedicated.path()), "[MetersInt]\nMeter=key=a\n");
+}
+
+TEST(UnifiedDiff, ShowsTheChangedLinesInTheirContext) {
+  EXPECT_EQ(check::unifiedDiff("a", "1\n2\n3\n4\n5\n6\n7\n8\n9", "1\n2\n3\n4\nx\n6\n7\n8\n9"),
+            "--- a\n+++ a\n@@ -2,7 +2,7 @@\n 2\n 3\n 4\n-5\n+x\n 6\n 7\n 8\n");
+  EXPECT_EQ(check::unifiedDiff("a", "1\n2", "x\ny"),
+            "--- a\n+++ a\n@@ -1,2 +1,2 @@\n-1\n-2\n\\ No newline at end of file\n+x\n+y\n"
+            "\\ No newline at end of file\n");
+  EXPECT_EQ(check::unifiedDiff("a", "same\n", "same\n"), "");
+}
+
+TEST(ReplaceFile, KeepsTheModeAndTheLink) {
+  const TemporaryFolder folder;
+  const std::string path = folder.write("file", "before");
+  const std::string link = folder.path("link");
+  std::filesystem::create_symlink(path, link);
+  ASSERT_EQ(chmod(path.c_str(), 0640), 0);
+  check::replaceFile(link, "after");
+  struct stat status {};
+  ASSERT_EQ(stat(path.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777u, 0640u);
+  EXPECT_TRUE(std::filesystem::is_symlink(link));
+  EXPECT_EQ(textOf(path), "after");
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path("")), {}), 2);
+}
+
+TEST(ReplaceFile, ThrowsIfItCannotReplace) {
+  EXPECT_THROW(check::replaceFile("/no/such/file", ""), std::runtime_error);
+  EXPECT_THROW(check::replaceFile("/proc/version", ""), std::runtime_error);
+}
+
+}  // namespace

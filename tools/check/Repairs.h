@@ -1,0 +1,39 @@
+// Repairs a configuration with the edits of its findings.
+//
+// Only the file itself is repaired, not the dedicated files that it names. Threads: one at a time.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tools/check/Checker.h"
+
+namespace check {
+
+// Which edits to apply.
+enum class Boldness { Safe, Likely };
+
+// The text after the edits of its findings. Of edits that overlap, only the first is made.
+std::string repaired(const std::string& text, const std::vector<Diagnostic>& diagnostics,
+                     Boldness boldness);
+
+struct Repaired {
+  std::string before = {};  // the texts of the file
+  std::string after = {};   // the same text if no edit makes it check better
+  Checked checked = {};     // what the checker makes of it
+};
+
+// Checks the file, makes the edits, and checks the result, until no edit is left. Writes nothing.
+// Never throws because of a file; one that can't be checked is unchanged.
+Repaired repair(const Request& request, Boldness boldness);
+
+// The changed lines as a unified diff with three lines of context. Both texts have as many lines.
+std::string unifiedDiff(const std::string& name, std::string_view before, std::string_view after);
+
+// Replaces the text of a file, or of the file that a link names, at once and for good: a reader sees
+// either text, even after a crash. Keeps the mode and, as far as permitted, the owner. Throws
+// std::runtime_error, and then the file is as before.
+void replaceFile(const std::string& path, std::string_view text);
+
+}  // namespace check
