@@ -134,11 +134,14 @@ TEST_F(Repairs, AreNotMadeIfTheResultIsNoBetter) {
 
 TEST_F(Repairs, OfDedicatedFilesAreNotMade) {
   dedicated.write("[MetersInt]\nMeter=key=a\n");
+  // The same place of the main file has the same text.
   const std::string text =
-      "[Meters]\nTarget=localhost:50005\n[MetersInt]\nMeter=Key=b\n"
-      "[ParseIfExist:" +
-      dedicated.path() + "]\nFile=" + dedicated.path() + "\n";
-  EXPECT_EQ(repairText(text).after, text);
+      "[Meters]\n; The key\nTarget=localhost:50005\n[ParseIfExist:" + dedicated.path() +
+      "]\nFile=" + dedicated.path() + "\n";
+  const Checked checked = check::check({.path = file.write(text), .name = "main"});
+  ASSERT_TRUE(std::any_of(checked.diagnostics.begin(), checked.diagnostics.end(),
+                          [](const auto& each) { return each.repair.has_value(); }));
+  EXPECT_EQ(check::repaired(text, checked.diagnostics, Boldness::Safe), text);
   EXPECT_EQ(textOf(dedicated.path()), "[MetersInt]\nMeter=key=a\n");
 }
 
