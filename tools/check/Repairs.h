@@ -31,8 +31,8 @@ Repaired repair(const Request& request, Boldness boldness);
 // The changed lines as a unified diff with three lines of context. Both texts have as many lines.
 std::string unifiedDiff(const std::string& name, std::string_view before, std::string_view after);
 
-// Replaces the text of a file, or of the file that a link names. A reader sees either the old or the
-// new text, even after a crash. Keeps the mode and, as far as permitted, the owner. Throws
+// Replaces the text of a file, or of the file that a link names. A reader sees either the old or
+// the new text, even after a crash. Keeps the mode and, as far as permitted, the owner. Throws
 // std::runtime_error, and then the file is as before.
 void replaceFile(const std::string& path, std::string_view text);
 
