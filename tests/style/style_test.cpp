@@ -89,7 +89,7 @@ const std::vector<Room> rooms = {
     {"src/standin/", {"src/host/"}},
     // Sub-commands do not know each other, except for `top`; what they share is below them.
     {"tools/common/",
-     {"src/host/", "src/shquote/", "src/standin/", module + "ConfigManager",
+     {"src/host/", "src/shquote/", "src/ini/", "src/standin/", module + "ConfigManager",
       module + "GatewaySlots"}},
     {"tools/sim/",
      {"proto/", "src/sanitizers/", "src/standin/", module + "ConfigManager", module + "ValueType",

@@ -32,9 +32,8 @@ std::optional<ChannelAccount> channelFor(const std::vector<ChannelAccount>& chan
 
 }  // namespace
 
-Connections::Connections(const gateway::ConfigManager& config, bool watchesCalls)
-    : targets_(targetsOf(config)) {
-  if (watchesCalls) calls_.emplace();
+Connections::Connections(const gateway::ConfigManager& config, const CallWatch* calls)
+    : calls_(calls), targets_(targetsOf(config)) {
   const auto now = std::chrono::steady_clock::now();
   for (std::size_t i = 0; i < links_.size(); ++i) {
     Link start;
@@ -45,15 +44,23 @@ Connections::Connections(const gateway::ConfigManager& config, bool watchesCalls
 }
 
 void Connections::sample(std::chrono::steady_clock::time_point now) {
-  if (now < nextReading_ || !calls_) return;
+  if (now < nextReading_ || calls_ == nullptr) return;
   nextReading_ = now + readingPeriod;
   const auto channels = channelAccounts();
   const std::lock_guard lock(mutex_);
   for (std::size_t i = 0; i < links_.size(); ++i) {
-    links_[i] = next(
-        links_[i], {now, std::chrono::system_clock::now(), targets_[i],
-                    channelFor(channels, links_[i].set, targets_[i]), calls_->account(methods[i])});
+    links_[i] =
+        next(links_[i], {now, std::chrono::system_clock::now(), targets_[i],
+                         channelFor(channels, links_[i].set, targets_[i]), account(methods[i])});
   }
+}
+
+std::optional<CallAccount> Connections::account(std::string_view method) const {
+  auto account = calls_->account(method);
+  if (!account) return account;
+  if (account->lastMessage && *account->lastMessage < start_) account->lastMessage.reset();
+  if (account->lastEnd && account->lastEnd->time < start_) account->lastEnd.reset();
+  return account;
 }
 
 Links Connections::links() const {

@@ -7,6 +7,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "module/grpc-gateway/ConfigManager.h"
@@ -17,20 +18,20 @@ namespace host {
 
 class Connections {
  public:
-  // Make it before the module starts. Without `watchesCalls`, the module's calls stay as they are
-  // in the engine, and all links are unknown.
-  Connections(const gateway::ConfigManager& config, bool watchesCalls);
+  // Make it before the module starts. Borrows `calls`; if it is null, all links are unknown. What
+  // calls of an earlier run did counts only in totals.
+  Connections(const gateway::ConfigManager& config, const CallWatch* calls);
 
   // Reads the accounts, but not more often than four times a second.
   void sample(std::chrono::steady_clock::time_point now);
 
   Links links() const;
 
-  // Null if no calls are watched.
-  const CallWatch* calls() const { return calls_ ? &*calls_ : nullptr; }
-
  private:
-  std::optional<CallWatch> calls_;
+  std::optional<CallAccount> account(std::string_view method) const;
+
+  const CallWatch* const calls_;
+  const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
   const std::array<std::string, 3> targets_;  // empty for a link that is not used
   std::chrono::steady_clock::time_point nextReading_;
 

@@ -73,15 +73,15 @@ bool Console::obey(const std::string& line) {
 void Console::slots(const Arguments& arguments) {
   if (!arguments.empty()) throw std::invalid_argument("slots takes no arguments: see get");
   module_.sample();
-  std::vector<std::size_t> indices(module_.board().labels().size());
+  std::vector<std::size_t> indices(module_.board()->labels().size());
   std::iota(indices.begin(), indices.end(), std::size_t{0});
-  reporter_.slots(module_.board(), indices);
+  reporter_.slots(*module_.board(), indices);
 }
 
 void Console::get(const Arguments& arguments) {
   if (arguments.empty()) throw std::invalid_argument("get takes names of slots");
   std::vector<std::string> names;
-  for (const SlotLabel& label : module_.board().labels()) names.push_back(label.name);
+  for (const SlotLabel& label : module_.board()->labels()) names.push_back(label.name);
   std::vector<std::size_t> indices;
   for (const std::string& wanted : arguments) {
     const std::size_t before = indices.size();
@@ -93,7 +93,7 @@ void Console::get(const Arguments& arguments) {
         fmt::format("no slot \"{}\"{}", wanted, tools::didYouMean(wanted, names)));
   }
   module_.sample();
-  reporter_.slots(module_.board(), indices);
+  reporter_.slots(*module_.board(), indices);
 }
 
 void Console::set(const Arguments& arguments) {

@@ -16,6 +16,12 @@
 namespace host {
 namespace {
 
+std::vector<std::string> namesOf(const SlotBoard& board) {
+  std::vector<std::string> names;
+  for (const SlotLabel& label : board.labels()) names.push_back(label.name);
+  return names;
+}
+
 std::optional<double> secondsIn(std::string_view word) {
   if (word.ends_with('s')) word.remove_suffix(1);
   const auto seconds = tools::numberIn<double>(word);
@@ -79,34 +85,46 @@ Expectation parseExpectation(const std::string& text) {
       text));
 }
 
-Expectations::Expectations(std::vector<Expectation> expected, const SlotBoard& board,
-                           Clock::time_point start)
-    : expected_(std::move(expected)), board_(board), start_(start) {
-  std::vector<std::string> names;
-  for (const SlotLabel& label : board.labels()) names.push_back(label.name);
+Expectations::Expectations(std::vector<Expectation> expected,
+                           std::shared_ptr<const SlotBoard> board, Clock::time_point start)
+    : expected_(std::move(expected)), start_(start) {
+  follow(std::move(board));
+  for (std::size_t i = 0; i < expected_.size(); ++i) {
+    const std::string& slot = expected_[i].slot;
+    if (!slots_[i]) {
+      throw std::invalid_argument(
+          fmt::format("no slot \"{}\"{}", slot, tools::didYouMean(slot, namesOf(*board_))));
+    }
+    outcomes_.push_back({.text = expected_[i].text, .value = {}});
+  }
+}
+
+void Expectations::follow(std::shared_ptr<const SlotBoard> board) {
+  board_ = std::move(board);
+  slots_.clear();
+  const std::vector<std::string> names = namesOf(*board_);
   for (const Expectation& each : expected_) {
     const auto found = std::find(names.begin(), names.end(), each.slot);
-    if (found == names.end()) {
-      throw std::invalid_argument(
-          fmt::format("no slot \"{}\"{}", each.slot, tools::didYouMean(each.slot, names)));
-    }
-    slots_.push_back(static_cast<std::size_t>(found - names.begin()));
-    outcomes_.push_back({.text = each.text, .value = {}});
+    slots_.emplace_back();
+    if (found != names.end()) slots_.back() = static_cast<std::size_t>(found - names.begin());
   }
 }
 
 bool Expectations::check(Clock::time_point now) {
   const std::chrono::duration<double> passed = now - start_;
-  const auto states = board_.states();
+  const auto states = board_->states();
   bool areDecided = true;
   for (std::size_t i = 0; i < expected_.size(); ++i) {
     Outcome& outcome = outcomes_[i];
     const bool isOver = passed > expected_[i].limit;
     if (outcome.isMet || (isOver && outcome.seconds > expected_[i].limit.count())) continue;
-    const SlotState& state = states[slots_[i]];
-    outcome.value = standin::textOf(state.value);
     outcome.seconds = passed.count();
-    outcome.isMet = isMet(expected_[i], slots_[i], state);
+    if (const auto slot = slots_[i]) {
+      outcome.value = standin::textOf(states[*slot].value);
+      outcome.isMet = isMet(expected_[i], *slot, states[*slot]);
+    } else {
+      outcome.value = "no such slot";
+    }
     areDecided = areDecided && (outcome.isMet || isOver);
   }
   return areDecided;
@@ -114,7 +132,7 @@ bool Expectations::check(Clock::time_point now) {
 
 bool Expectations::isMet(const Expectation& expectation, std::size_t slot,
                          const SlotState& state) const {
-  const bool isMeter = board_.labels()[slot].set != standin::SlotSet::Engine;
+  const bool isMeter = board_->labels()[slot].set != standin::SlotSet::Engine;
   if (isMeter && !state.hasMoved()) return false;
   if (!expectation.isRange) return standin::textOf(state.value) == expectation.value;
   const auto number = numberOf(state.value);

@@ -11,6 +11,8 @@
 
 #include <chrono>
 #include <cstddef>
+#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -40,8 +42,12 @@ class Expectations {
     std::string value;   // the slot's latest
   };
 
-  // Borrows the board. Throws std::invalid_argument if it has no such slot.
-  Expectations(std::vector<Expectation> expected, const SlotBoard& board, Clock::time_point start);
+  // Throws std::invalid_argument if the board has no such slot.
+  Expectations(std::vector<Expectation> expected, std::shared_ptr<const SlotBoard> board,
+               Clock::time_point start);
+
+  // Looks at another board from now on. An expectation whose slot it lacks can't be met.
+  void follow(std::shared_ptr<const SlotBoard> board);
 
   // Compares with the latest look. True once each expectation is met, or its time is over.
   bool check(Clock::time_point now);
@@ -54,9 +60,9 @@ class Expectations {
   bool isMet(const Expectation& expectation, std::size_t slot, const SlotState& state) const;
 
   const std::vector<Expectation> expected_;
-  const SlotBoard& board_;
+  std::shared_ptr<const SlotBoard> board_;
   const Clock::time_point start_;
-  std::vector<std::size_t> slots_;  // the index of each expectation's slot
+  std::vector<std::optional<std::size_t>> slots_;  // the index of each expectation's slot
   std::vector<Outcome> outcomes_;
 };
 

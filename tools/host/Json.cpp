@@ -156,8 +156,8 @@ Json statusOf(const RunningModule& module, const LogBook& log) {
           {"startTime", secondsSince1970(module.startTime())},
           {"uptime", Seconds(now - module.startTime()).count()},
           {"links", linksOf(module)},
-          {"slots", slotCounts(module.board())},
-          {"changes", module.board().changeCount()},
+          {"slots", slotCounts(*module.board())},
+          {"changes", module.board()->changeCount()},
           {"notifications", module.notificationCount()},
           {"logLines", logLineCounts(log)}};
 }
@@ -167,17 +167,17 @@ Json readinessOf(const RunningModule& module) {
 }
 
 Json slotsOf(const RunningModule& module) {
-  const SlotBoard& board = module.board();
-  const auto states = board.states();
+  const auto board = module.board();
+  const auto states = board->states();
   const auto now = Clock::now();
   Json slots = Json::array();
   for (std::size_t i = 0; i < states.size(); ++i) {
-    slots.push_back(jsonOf(board.labels()[i], states[i], now));
+    slots.push_back(jsonOf(board->labels()[i], states[i], now));
   }
   return {{"time", secondsSince1970(std::chrono::system_clock::now())}, {"slots", slots}};
 }
 
-Json historyOf(const RunningModule& module, const ValueHistory& history,
+Json historyOf(const std::vector<SlotLabel>& labels, const ValueHistory& history,
                const std::vector<std::size_t>& slots, Clock::duration window) {
   const Calendar calendar;
   Json json = {{"time", calendar(Clock::now())},
@@ -187,7 +187,6 @@ Json historyOf(const RunningModule& module, const ValueHistory& history,
   for (const auto& [from, to] : history.gaps()) {
     json["gaps"].push_back({calendar(from), calendar(to)});
   }
-  const auto& labels = module.board().labels();
   for (const std::size_t slot : slots) {
     if (slot >= labels.size())
       throw std::invalid_argument(fmt::format("there is no slot {}", slot));

@@ -61,7 +61,7 @@ nlohmann::json slotsOf(const RunningModule& module);
 // together have about `historyPoints` points. Throws std::invalid_argument for a slot that has no
 // history.
 inline constexpr std::size_t historyPoints = 12000;
-nlohmann::json historyOf(const RunningModule& module, const ValueHistory& history,
+nlohmann::json historyOf(const std::vector<SlotLabel>& labels, const ValueHistory& history,
                          const std::vector<std::size_t>& slots, Clock::duration window);
 
 // Reads {"changes":[{"name","value"}...]}, where a value is a text or a number. Throws

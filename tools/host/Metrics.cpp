@@ -171,7 +171,7 @@ void addCalls(Text& text, const Links& links) {
 
 void addCounts(Text& text, const RunningModule& module, const LogBook& log) {
   text.family("gateway_slot_changes_total", "counter", "Changes found in all slots.");
-  text.sample("gateway_slot_changes_total", {}, fmt::to_string(module.board().changeCount()));
+  text.sample("gateway_slot_changes_total", {}, fmt::to_string(module.board()->changeCount()));
   text.family("gateway_notifications_total", "counter", "Notifications sent to the module.");
   text.sample("gateway_notifications_total", {}, fmt::to_string(module.notificationCount()));
   text.family("gateway_log_lines_total", "counter", "Log lines of the module by level.");
@@ -198,7 +198,8 @@ void addProcess(Text& text, const RunningModule& module) {
 }  // namespace
 
 std::string metricsOf(const RunningModule& module, const LogBook& log) {
-  const SlotBoard& board = module.board();
+  const auto shared = module.board();
+  const SlotBoard& board = *shared;
   const auto states = board.states();
   const auto now = Clock::now();
   Text text;

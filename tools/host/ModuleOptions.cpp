@@ -41,4 +41,11 @@ void addModuleOptions(CLI::App& command, Setup& setup) {
       });
 }
 
+CLI::Option* addReloadOption(CLI::App& command, bool& reloads) {
+  return command.add_flag(
+      "--reload", reloads,
+      "Restart the module when the configuration file, or a dedicated file that it names, has "
+      "changed. If the module would refuse the new one, it runs on as before.");
+}
+
 }  // namespace host

@@ -10,4 +10,7 @@ namespace host {
 // CONFIG, --module and --name. Sets their defaults in `setup`, which must outlive the parsing.
 void addModuleOptions(CLI::App& command, Setup& setup);
 
+// --reload, which stores whether it is given.
+CLI::Option* addReloadOption(CLI::App& command, bool& reloads);
+
 }  // namespace host

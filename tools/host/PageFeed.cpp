@@ -33,7 +33,7 @@ std::string eventText(std::string_view name, const Json& data) {
 }  // namespace
 
 std::string PageFeed::next() {
-  if (std::exchange(isFirst_, false)) return "retry: 1000\n" + eventText("snapshot", snapshot());
+  if (board_ != module_.board()) return "retry: 1000\n" + eventText("snapshot", snapshot());
   const Json news = update();
   return news.is_null() ? "" : eventText("update", news);
 }
@@ -48,7 +48,10 @@ std::string PageFeed::last() {
 
 Json PageFeed::snapshot() {
   // The look goes first: what changes meanwhile is sent twice rather than never.
-  look_ = module_.board().changesSince(UINT64_MAX).look;
+  board_ = module_.board();
+  look_ = board_->changesSince(UINT64_MAX).look;
+  nextLine_ = 0;
+  lastNotification_ = 0;
   Json picture = slotsOf(module_);
   picture["instance"] = instanceOfThisRun();
   picture["status"] = statusOf(module_, log_);
@@ -61,12 +64,12 @@ Json PageFeed::snapshot() {
 
 Json PageFeed::update() {
   Json news;
-  const auto changes = module_.board().changesSince(look_);
+  const auto changes = board_->changesSince(look_);
   look_ = changes.look;
   for (const auto& [index, state] : changes.slots) {
     news["slots"].push_back({index, tools::jsonOf(state.value)});
   }
-  if (!changes.slots.empty()) news["changes"] = module_.board().changeCount();
+  if (!changes.slots.empty()) news["changes"] = board_->changeCount();
   addNotes(news);
   addLinks(news);
   if (!news.is_null()) news["time"] = secondsSince1970(std::chrono::system_clock::now());

@@ -1,7 +1,7 @@
-// What one event stream of the live page says, as server-sent events: "snapshot" first, with
-// everything there is, then "update" with what has changed since, and "stopped" when the module is
-// about to stop. An update comes at least once a second while the module's values are sampled, so
-// silence means that they are not.
+// What one event stream of the live page says, as server-sent events: "snapshot" at first and after
+// a reload, with everything there is, then "update" with what has changed since, and "stopped" when
+// the module is about to stop. An update comes at least once a second while the module's values are
+// sampled, so silence means that they are not.
 //
 // A reader that is slow to take what it gets hears less often, and of the latest values only.
 //
@@ -11,6 +11,7 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -42,7 +43,7 @@ class PageFeed : public HttpStream {
 
   const RunningModule& module_;
   const LogBook& log_;
-  bool isFirst_ = true;
+  std::shared_ptr<const SlotBoard> board_;  // that the reader knows; null for none
   // How far the reader knows the board, the log and the notifications.
   std::uint64_t look_ = 0;
   std::uint64_t nextLine_ = 0;

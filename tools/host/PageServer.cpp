@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <boost/system/system_error.hpp>
 #include <functional>
+#include <memory>
+#include <mutex>
 #include <optional>
 #include <stdexcept>
 #include <string_view>
@@ -113,8 +115,21 @@ class PageServer::Routes final : public HttpHandler {
   const Route& routeOf(const HttpHead& request) const;
   void listen();
 
+  // What one run of the module did; a reload begins another.
+  struct Past {
+    explicit Past(std::shared_ptr<const SlotBoard> of)
+        : board(std::move(of)), history(board->labels(), Clock::now()) {}
+
+    const std::shared_ptr<const SlotBoard> board;
+    ValueHistory history;
+
+    std::vector<std::size_t> firstNumbers() const;
+  };
+
+  std::shared_ptr<Past> past() const;
+  void takeLook();
+
   HttpResponse index(const HttpRequest& request) const;
-  std::vector<std::size_t> firstNumbers() const;
   HttpResponse history(const HttpRequest& request) const;
   HttpAnswer events() const;
   HttpResponse set(const HttpRequest& request);
@@ -123,7 +138,8 @@ class PageServer::Routes final : public HttpHandler {
   RunningModule& module_;
   const LogBook& log_;
   PageSettings settings_;
-  ValueHistory history_;
+  mutable std::mutex mutex_;  // guards the pointer, not what it leads to
+  std::shared_ptr<Past> past_;
   std::vector<Route> routes_;
   std::optional<PageAccess> access_;
   std::optional<HttpServer> server_;
@@ -134,15 +150,31 @@ PageServer::Routes::Routes(RunningModule& module, const LogBook& log, PageSettin
     : module_(module),
       log_(log),
       settings_(std::move(settings)),
-      history_(module.board().labels(), Clock::now()) {
+      past_(std::make_shared<Past>(module.board())) {
   addRoutes();
   listen();
   access_.emplace(settings_);
   server_->start();
   looks_ = module.watchLooks([this] {
-    history_.take(module_.board().changesSince(history_.look()));
+    takeLook();
     server_->wakeStreams();
   });
+}
+
+std::shared_ptr<PageServer::Routes::Past> PageServer::Routes::past() const {
+  const std::lock_guard lock(mutex_);
+  return past_;
+}
+
+void PageServer::Routes::takeLook() {
+  const auto board = module_.board();
+  auto current = past();
+  if (current->board != board) {
+    current = std::make_shared<Past>(board);
+    const std::lock_guard lock(mutex_);
+    past_ = current;
+  }
+  current->history.take(board->changesSince(current->history.look()));
 }
 
 void PageServer::Routes::addRoutes() {
@@ -232,11 +264,11 @@ HttpResponse PageServer::Routes::index(const HttpRequest& request) const {
   return response;
 }
 
-std::vector<std::size_t> PageServer::Routes::firstNumbers() const {
+std::vector<std::size_t> PageServer::Routes::Past::firstNumbers() const {
   std::vector<std::size_t> indices;
-  const std::size_t count = module_.board().labels().size();
+  const std::size_t count = board->labels().size();
   for (std::size_t i = 0; i < count && indices.size() < mostHistories; ++i) {
-    if (history_.isKept(i)) indices.push_back(i);
+    if (history.isKept(i)) indices.push_back(i);
   }
   return indices;
 }
@@ -244,7 +276,9 @@ std::vector<std::size_t> PageServer::Routes::firstNumbers() const {
 HttpResponse PageServer::Routes::history(const HttpRequest& request) const try {
   const auto slots = parameterOf(request, "slots");
   const auto seconds = parameterOf(request, "seconds");
-  return responseOf(historyOf(module_, history_, slots ? indicesIn(*slots) : firstNumbers(),
+  const auto run = past();
+  return responseOf(historyOf(run->board->labels(), run->history,
+                              slots ? indicesIn(*slots) : run->firstNumbers(),
                               seconds ? windowIn(*seconds) : ValueHistory::span));
 } catch (const std::invalid_argument& error) {
   throw HttpRefusal(status::bad_request, error.what());

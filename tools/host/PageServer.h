@@ -15,7 +15,7 @@
 // fitting status and {"error": reason}. HttpLimits bounds what clients may send and hold; only
 // /api/set takes a body. docs/api.md and docs/openapi.json describe all of it for users.
 //
-// The history begins when the server is made.
+// The history begins when the server is made, and anew after a reload.
 //
 // Threads: made and destroyed by the thread that samples the module; serves on a thread of its own.
 // Ownership: module and log are borrowed, and must outlive the server. Streams have something new

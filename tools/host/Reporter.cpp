@@ -33,6 +33,14 @@ std::string droppedText(bool json, std::size_t lines) {
   return fmt::format("dropped {} lines: the reader is too slow\n", lines);
 }
 
+Json factsOf(const RunningModule& module) {
+  return {{"module", module.setup().name},
+          {"config", module.setup().config},
+          {"meters_target", module.metersTarget()},
+          {"engine_target", module.engineTarget()},
+          {"slots", module.board()->labels().size()}};
+}
+
 using Row = std::array<std::string, 6>;
 
 Row rowOf(const SlotLabel& label, const SlotState& state, Clock::time_point now) {
@@ -85,12 +93,21 @@ void Reporter::printEvent(std::string_view event, Json fields) const {
 }
 
 void Reporter::started(const RunningModule& module) const {
-  if (!json_) return;
-  printEvent("started", {{"module", module.setup().name},
-                         {"config", module.setup().config},
-                         {"meters_target", module.metersTarget()},
-                         {"engine_target", module.engineTarget()},
-                         {"slots", module.board().labels().size()}});
+  if (json_) printEvent("started", factsOf(module));
+}
+
+void Reporter::reloaded(const RunningModule& module, const std::vector<SlotChange>& changes) const {
+  if (json_) {
+    Json fields = factsOf(module);
+    fields["changes"] = Json::array();
+    for (const SlotChange& change : changes) fields["changes"].push_back(jsonOf(change));
+    return printEvent("reloaded", std::move(fields));
+  }
+  std::string text =
+      fmt::format("reloaded {}: {} slots, {} changed\n", tools::printable(module.setup().config),
+                  module.board()->labels().size(), changes.size());
+  for (const SlotChange& change : changes) text += textOf(change) + "\n";
+  output_->add(text);
 }
 
 void Reporter::page(const std::string& url) const {

@@ -30,6 +30,9 @@ class Reporter {
   // text: nothing; JSON: {"event":"started","module","config","meters_target","engine_target",
   // "slots"}
   void started(const RunningModule& module) const;
+  // text: reloaded CONFIG: 3 slots, 1 changed, and a line for each change
+  // JSON: {"event":"reloaded", the members of "started", "changes":[what jsonOf gives...]}
+  void reloaded(const RunningModule& module, const std::vector<SlotChange>& changes) const;
   // text: page URL; JSON: {"event":"page","url"}
   void page(const std::string& url) const;
   // text: fast out_level -12.5; JSON: {"event":"slot", and what jsonOf gives}

@@ -82,36 +82,72 @@ RunningModule::RunningModule(const Setup& setup,
                              std::function<void(const standin::LogLine&)> logSink)
     : setup_(setup),
       host_({.listsAlwaysMove = false, .keepRecords = false}),
-      module_(setup.module),
-      instance_(module_, engine_, setup.name) {
+      module_(setup.module) {
   // Read a second time, for what the module does not publish. The module reports what is wrong.
   const gateway::ConfigManager config(setup.config);
-  metersTarget_ = config.metersTarget;
-  engineTarget_ = config.engineTarget;
-  connections_.emplace(config, setup.watchesCalls);
-
+  if (setup.watchesCalls) calls_.emplace();
   host_.setLogSink(std::move(logSink));
-  startTime_ = std::chrono::system_clock::now();
-  if (instance_.start(setup.config) != 0) {
-    tools::requireReadable(setup.config);
-    throw Refused(fmt::format(
-        "the module refused {}; the messages above and the findings below say why", setup.config));
-  }
-  running_.reset(&instance_);
-  engineSlots_ = instance_.slots(SlotSet::Engine);
-  board_.emplace(instance_.slots(), tools::slotsOf(config));
+  start(config);
 }
 
 RunningModule::~RunningModule() = default;
 
-Leftovers RunningModule::stop() {
-  running_.reset();
-  Leftovers leftovers{host_.outstanding(), host_.violations()};
-  if (!instance_.hostBytesIntact()) {
-    leftovers.violations.emplace_back(
-        "bytes of the module's record that are the host's were changed");
+void RunningModule::start(const gateway::ConfigManager& config) {
+  instance_ = std::make_unique<standin::ModuleInstance>(module_, engine_, setup_.name);
+  auto next = std::make_shared<RunState>();
+  next->metersTarget = config.metersTarget;
+  next->engineTarget = config.engineTarget;
+  next->connections = std::make_shared<Connections>(config, calls_ ? &*calls_ : nullptr);
+  next->startTime = std::chrono::system_clock::now();
+  if (instance_->start(setup_.config) != 0) {
+    tools::requireReadable(setup_.config);
+    throw Refused(fmt::format(
+        "the module refused {}; the messages above and the findings below say why", setup_.config));
   }
+  running_.reset(instance_.get());
+  next->configured = tools::slotsOf(config);
+  next->engineSlots = instance_->slots(SlotSet::Engine);
+  next->board = std::make_shared<SlotBoard>(instance_->slots(), next->configured);
+  const std::lock_guard lock(mutex_);
+  now_ = std::move(next);
+}
+
+std::shared_ptr<const RunningModule::RunState> RunningModule::now() const {
+  const std::lock_guard lock(mutex_);
+  return now_;
+}
+
+void RunningModule::stopInstance() {
+  running_.reset();
+  if (instance_->hostBytesIntact()) return;
+  spoiled_.emplace_back("bytes of the module's record that are the host's were changed");
+}
+
+Leftovers RunningModule::stop() {
+  stopInstance();
+  Leftovers leftovers{host_.outstanding(), host_.violations()};
+  leftovers.violations.insert(leftovers.violations.end(), spoiled_.begin(), spoiled_.end());
   return leftovers;
+}
+
+std::vector<SlotChange> RunningModule::reload() {
+  tools::requireReadable(setup_.config);
+  const gateway::ConfigManager config(setup_.config);
+  if (!config.valid) {
+    throw Refused(fmt::format(
+        "the module would refuse {}, so it runs on as before; the messages above and the findings "
+        "below say why",
+        setup_.config));
+  }
+  const std::lock_guard changing(changing_);
+  stopInstance();
+  const auto before = now();
+  try {
+    start(config);
+  } catch (const std::exception& error) {
+    throw std::logic_error(fmt::format("the module could not be started again: {}", error.what()));
+  }
+  return changesBetween(before->configured, now()->configured);
 }
 
 bool RunningModule::isReady() const {
@@ -120,11 +156,12 @@ bool RunningModule::isReady() const {
 }
 
 void RunningModule::sample() {
+  const auto run = now();
   {
     const std::lock_guard lock(mutex_);
-    board_->sample(Clock::now());
+    run->board->sample(Clock::now());
   }
-  connections_->sample(Clock::now());
+  run->connections->sample(Clock::now());
   std::erase_if(lookWatches_, [](const auto& watch) { return watch.expired(); });
   for (const auto& watch : lookWatches_) (*watch.lock())();
 }
@@ -137,6 +174,7 @@ RunningModule::LookWatch RunningModule::watchLooks(std::function<void()> sink) {
 
 Notification RunningModule::set(const std::vector<Change>& changes) {
   if (changes.empty()) throw std::invalid_argument("nothing to set");
+  const std::lock_guard changing(changing_);
   std::vector<std::pair<Slot, SlotValue>> resolved;
   Notification notification;
   for (const Change& change : changes) {
@@ -149,15 +187,16 @@ Notification RunningModule::set(const std::vector<Change>& changes) {
   notifications_.push_back(notification);
   if (notifications_.size() > notificationsKept) notifications_.pop_front();
   const CallWatch::Attribution attribution(notification.number);
-  instance_.set(resolved);
+  instance_->set(resolved);
   return notification;
 }
 
 std::pair<Slot, SlotValue> RunningModule::resolve(const Change& change) const {
-  for (const Slot& slot : engineSlots_) {
+  const auto run = now();
+  for (const Slot& slot : run->engineSlots) {
     if (slot.name() == change.name) return {slot, parseValue(slot, change)};
   }
-  throw std::invalid_argument(unknownSlot(change.name, engineSlots_, board_->labels()));
+  throw std::invalid_argument(unknownSlot(change.name, run->engineSlots, run->board->labels()));
 }
 
 std::vector<Notification> RunningModule::notificationsAfter(unsigned number) const {
@@ -172,13 +211,11 @@ std::vector<Notification> RunningModule::notificationsAfter(unsigned number) con
 }
 
 Delivery RunningModule::deliveryOf(unsigned number) const {
-  const CallWatch* const calls = connections_->calls();
-  return calls == nullptr ? Delivery{} : calls->deliveryOf(number);
+  return calls_ ? calls_->deliveryOf(number) : Delivery{};
 }
 
 CallWatch::Deliveries RunningModule::deliveriesSince(std::uint64_t since) const {
-  const CallWatch* const calls = connections_->calls();
-  return calls == nullptr ? CallWatch::Deliveries{} : calls->deliveriesSince(since);
+  return calls_ ? calls_->deliveriesSince(since) : CallWatch::Deliveries{};
 }
 
 unsigned RunningModule::notificationCount() const {

@@ -1,6 +1,6 @@
 // A module that runs in the stand-in host: its slots, and the changes that it is sent.
 //
-// Threads: made, sampled and destroyed by one thread; all else is for any thread.
+// Threads: made, sampled, reloaded and destroyed by one thread; all else is for any thread.
 // Ownership: owns the host, the engine, the module and its one instance. Only one can exist at a
 // time, since a process has one host.
 #pragma once
@@ -22,6 +22,7 @@
 #include "standin/LoadedModule.h"
 #include "tools/host/Connections.h"
 #include "tools/host/SlotBoard.h"
+#include "tools/host/SlotChanges.h"
 
 namespace host {
 
@@ -82,14 +83,22 @@ class RunningModule {
   // afterwards.
   Leftovers stop();
 
+  // Stops the module and starts it again, with what the configuration file says now. Returns how
+  // the slots differ. Throws Refused if the module would refuse the file, or std::runtime_error if
+  // it can't be read; then the module runs on. Meanwhile `set` waits, and everything else shows the
+  // previous run. Throws std::logic_error if the module refuses the file after all, and then it no
+  // longer runs.
+  std::vector<SlotChange> reload();
+
   const Setup& setup() const { return setup_; }
   // gRPC targets of the configuration; empty for a side that is switched off.
-  const std::string& metersTarget() const { return metersTarget_; }
-  const std::string& engineTarget() const { return engineTarget_; }
-  std::chrono::system_clock::time_point startTime() const { return startTime_; }
+  std::string metersTarget() const { return now()->metersTarget; }
+  std::string engineTarget() const { return now()->engineTarget; }
+  std::chrono::system_clock::time_point startTime() const { return now()->startTime; }
 
-  const SlotBoard& board() const { return *board_; }
-  Links links() const { return connections_->links(); }
+  // Another one after each reload.
+  std::shared_ptr<const SlotBoard> board() const { return now()->board; }
+  Links links() const { return now()->connections->links(); }
   // Whether each meter stream in use has received a message within Setup::readyAge.
   bool isReady() const;
   // Looks at all slots and links, and then calls the sinks of watchLooks. By the thread that made
@@ -119,6 +128,20 @@ class RunningModule {
     void operator()(standin::ModuleInstance* instance) const { instance->stop(); }
   };
 
+  // One run of the instance, from a start to a stop.
+  struct RunState {
+    std::string metersTarget;
+    std::string engineTarget;
+    std::chrono::system_clock::time_point startTime;
+    std::vector<tools::ConfiguredSlot> configured;
+    std::vector<standin::Slot> engineSlots;
+    std::shared_ptr<SlotBoard> board;
+    std::shared_ptr<Connections> connections;
+  };
+
+  void start(const gateway::ConfigManager& config);
+  void stopInstance();
+  std::shared_ptr<const RunState> now() const;
   std::pair<standin::Slot, standin::SlotValue> resolve(const Change& change) const;
   Delivery deliveryOf(unsigned number) const;
 
@@ -126,17 +149,15 @@ class RunningModule {
   standin::Host host_;
   standin::Engine engine_;
   standin::LoadedModule module_;
-  standin::ModuleInstance instance_;
+  std::optional<CallWatch> calls_;
+  std::unique_ptr<standin::ModuleInstance> instance_;
   std::unique_ptr<standin::ModuleInstance, Stop> running_;
-  std::optional<Connections> connections_;
-  std::string metersTarget_;
-  std::string engineTarget_;
-  std::chrono::system_clock::time_point startTime_;
-  std::vector<standin::Slot> engineSlots_;
-  std::optional<SlotBoard> board_;
+  std::vector<std::string> spoiled_;  // what stopped instances did to their records
   std::vector<std::weak_ptr<const std::function<void()>>> lookWatches_;
 
+  std::mutex changing_;       // held while the module is notified or reloaded; comes before mutex_
   mutable std::mutex mutex_;  // guards everything below, and the memory of engine texts
+  std::shared_ptr<const RunState> now_;
   unsigned notificationCount_ = 0;
   std::deque<Notification> notifications_;
 };

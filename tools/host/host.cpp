@@ -21,6 +21,7 @@
 #include "tools/common/Numbers.h"
 #include "tools/common/Output.h"
 #include "tools/common/Terminal.h"
+#include "tools/host/ConfigWatch.h"
 #include "tools/host/Console.h"
 #include "tools/host/Cycles.h"
 #include "tools/host/Expectations.h"
@@ -51,6 +52,7 @@ struct Options {
   bool noPage = false;
   PageSettings page;
   std::string readyFile;
+  bool reloads = false;
 };
 
 // ---- Running --------------------------------------------------------------------------------
@@ -76,8 +78,7 @@ class Run {
     try {
       return options_.cycles > 0 ? cycle() : attend();
     } catch (const Refused& refused) {
-      reporter_.complain(refused.what());
-      tools::explainRefusal(options_.setup.config);
+      explain(refused);
       return ExitCode::Failed;
     } catch (const std::exception& error) {
       reporter_.complain(error.what());
@@ -85,10 +86,12 @@ class Run {
     }
   }
 
+  void explain(const Refused& refused) const;
   int attend();
   int attend(RunningModule& module);
   int judge(const Expectations& expectations) const;
   std::unique_ptr<PageServer> openPage(RunningModule& module) const;
+  void reload(RunningModule& module, Expectations& expectations);
   void watch(const RunningModule& module);
   void printLinks(const RunningModule& module);
   void printNotifications(const RunningModule& module);
@@ -101,6 +104,7 @@ class Run {
   tools::InputLines input_;
   const Reporter reporter_;
   LogBook logBook_;
+  std::optional<ConfigWatch> configWatch_;
   std::optional<std::uint64_t> watched_;  // the last look whose changes have been printed
   unsigned notificationsPrinted_ = 0;
   std::uint64_t deliveriesPrinted_ = 0;
@@ -112,7 +116,14 @@ void Run::log(const standin::LogLine& line) {
   printLog(line);
 }
 
+void Run::explain(const Refused& refused) const {
+  reporter_.complain(refused.what());
+  tools::explainRefusal(options_.setup.config);
+}
+
 int Run::attend() {
+  // First, so that no change after the start escapes it.
+  if (options_.reloads) configWatch_.emplace(options_.setup.config);
   RunningModule module(options_.setup, [this](const auto& line) { log(line); });
   reporter_.started(module);
   if (!options_.settings.empty()) module.set(options_.settings);
@@ -138,6 +149,7 @@ int Run::attend(RunningModule& module) {
   for (;;) {
     const auto now = Clock::now();
     if (now >= nextLook) {
+      if (configWatch_ && configWatch_->hasChanged(now)) reload(module, expectations);
       module.sample();
       if (isTest && expectations.check(now)) return judge(expectations);
       nextLook = now + lookPeriod;
@@ -159,6 +171,21 @@ int Run::attend(RunningModule& module) {
       printNotifications(module);
       if (!goesOn) return judge(expectations);
     }
+  }
+}
+
+void Run::reload(RunningModule& module, Expectations& expectations) {
+  try {
+    const auto changes = module.reload();
+    expectations.follow(module.board());
+    reporter_.reloaded(module, changes);
+    // All slots and links are printed anew.
+    watched_.reset();
+    linksPrinted_ = {};
+  } catch (const Refused& refused) {
+    explain(refused);
+  } catch (const std::runtime_error& error) {
+    reporter_.complain(fmt::format("{}, so the module runs on as before", error.what()));
   }
 }
 
@@ -209,10 +236,10 @@ void Run::printLinks(const RunningModule& module) {
 
 // Prints all slots at first, then those that have changed.
 void Run::watch(const RunningModule& module) {
-  const auto& labels = module.board().labels();
-  const auto changes = module.board().changesSince(watched_.value_or(0));
+  const auto& labels = module.board()->labels();
+  const auto changes = module.board()->changesSince(watched_.value_or(0));
   if (!watched_) {
-    const auto states = module.board().states();
+    const auto states = module.board()->states();
     for (std::size_t i = 0; i < labels.size(); ++i) {
       reporter_.slotChanged(labels[i], states[i], changes.time);
     }
@@ -358,11 +385,12 @@ void addOptions(CLI::App& host, Options& options) {
   auto* expect = addTestOptions(host, options);
   const auto page = addPageOptions(host, options);
   auto* ready = addReadyOptions(host, options);
+  auto* reload = addReloadOption(host, options.reloads);
   auto* cycles = host.add_option("--cycles", options.cycles,
                                  "Start and stop the module N times, then report what it left "
                                  "behind.");
   cycles->type_name("N")->check(tools::numbersFrom(1u, 1000000u), "");
-  cycles->excludes(watch)->excludes(set)->excludes(expect)->excludes(ready);
+  cycles->excludes(watch)->excludes(set)->excludes(expect)->excludes(ready)->excludes(reload);
   for (CLI::Option* option : page) cycles->excludes(option);
 }
 

@@ -55,13 +55,13 @@ Freshness SlotRow::freshness(Clock::time_point now) const {
   return now - state.changed > staleAfter ? Freshness::Stale : Freshness::Changing;
 }
 
-SlotList::SlotList(const host::SlotBoard& board) : board_(board) {
+SlotList::SlotList(std::shared_ptr<const host::SlotBoard> board) : board_(std::move(board)) {
   // The look goes first: what changes meanwhile is taken twice rather than never.
-  look_ = board.changesSince(UINT64_MAX).look;
-  const auto states = board.states();
+  look_ = board_->changesSince(UINT64_MAX).look;
+  const auto states = board_->states();
   rows_.reserve(states.size());
   for (std::size_t i = 0; i < states.size(); ++i) {
-    const host::SlotLabel& label = board.labels()[i];
+    const host::SlotLabel& label = board_->labels()[i];
     rows_.push_back({label, states[i], {}});
     rows_.back().seen.add(states[i].value);
     const Text name = textOf(label.name);
@@ -73,7 +73,7 @@ SlotList::SlotList(const host::SlotBoard& board) : board_(board) {
 }
 
 void SlotList::update() {
-  const auto changes = board_.changesSince(look_);
+  const auto changes = board_->changesSince(look_);
   look_ = changes.look;
   time_ = changes.time;
   for (const auto& [index, state] : changes.slots) {

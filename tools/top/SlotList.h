@@ -7,6 +7,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -49,8 +50,9 @@ struct SlotRow {
 
 class SlotList {
  public:
-  // Borrows the board.
-  explicit SlotList(const host::SlotBoard& board);
+  explicit SlotList(std::shared_ptr<const host::SlotBoard> board);
+
+  const host::SlotBoard* board() const { return board_.get(); }
 
   // Takes the board's latest values.
   void update();
@@ -79,7 +81,7 @@ class SlotList {
   void sortBy(const Before& before);
   void sortByValue();
 
-  const host::SlotBoard& board_;
+  std::shared_ptr<const host::SlotBoard> board_;
   std::uint64_t look_ = 0;
   Clock::time_point time_;
   std::vector<SlotRow> rows_;

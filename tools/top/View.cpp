@@ -293,8 +293,16 @@ void View::filter(const std::string& words) {
   slots_.filter(words);
 }
 
+void View::takeReload() {
+  const Sorting sorting = slots_.sorting();
+  slots_ = SlotList(module_.board());
+  slots_.sort(sorting);
+  slots_.filter(filter_);
+}
+
 void View::update() {
   if (pausedAt_) return;
+  if (slots_.board() != module_.board().get()) takeReload();
   slots_.update();
   if (!slots_.isMoving() || slots_.time() < nextOrder_) return;
   slots_.arrange();

@@ -33,7 +33,8 @@ class View {
   void filter(const std::string& words);
   void sort(const Sorting& sorting) { slots_.sort(sorting); }
 
-  // Takes the latest values, unless they are paused, and sorts again now and then.
+  // Takes the latest values, and the slots after a reload, unless the values are paused. Sorts
+  // again now and then.
   void update();
 
   // Carries out a key. False for the key that ends the program.
@@ -54,6 +55,7 @@ class View {
   void edit(wchar_t character);
   void eraseLast();
   void toggle(Order order);
+  void takeReload();
   void move(std::ptrdiff_t rows);
   void scrollTo(std::size_t rows);
 

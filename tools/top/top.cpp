@@ -20,6 +20,7 @@
 #include "tools/common/Output.h"
 #include "tools/common/Terminal.h"
 #include "tools/common/Words.h"
+#include "tools/host/ConfigWatch.h"
 #include "tools/host/ModuleOptions.h"
 #include "tools/host/Reporter.h"
 #include "tools/top/Screen.h"
@@ -40,6 +41,7 @@ struct Options {
   host::Setup setup;
   Sorting sorting;
   std::string filter;
+  bool reloads = false;
   bool isBatch = false;
   std::optional<unsigned> screens;  // with isBatch
   double delay = 2;                 // with isBatch: seconds
@@ -55,6 +57,8 @@ class Run {
  private:
   int showScreen(RunningModule& module);
   int printScreens(RunningModule& module);
+  void look(RunningModule& module, View& view);
+  void reload(RunningModule& module);
   static bool obey(Screen& screen, View& view);
   View viewOf(const RunningModule& module) const;
   void log(const standin::LogLine& line);
@@ -65,6 +69,7 @@ class Run {
   const TerminalSignals terminalSignals_;
   const tools::SignalDescriptor signals_;
   host::LogBook logBook_;
+  std::optional<host::ConfigWatch> configWatch_;
   // Log lines go there, too, unless the screen is in the same place.
   const bool logsToStandardError_ = options_.isBatch || isatty(STDERR_FILENO) != 1;
 };
@@ -74,6 +79,8 @@ int Run::operator()() {
   std::signal(SIGPIPE, SIG_IGN);
   if (!options_.isBatch) requireScreen();
   try {
+    // First, so that no change after the start escapes it.
+    if (options_.reloads) configWatch_.emplace(options_.setup.config);
     RunningModule module(options_.setup, [this](const auto& line) { log(line); });
     const int code = options_.isBatch ? printScreens(module) : showScreen(module);
     // It can take seconds.
@@ -102,6 +109,32 @@ View Run::viewOf(const RunningModule& module) const {
   return view;
 }
 
+void Run::look(RunningModule& module, View& view) {
+  if (configWatch_ && configWatch_->hasChanged(Clock::now())) reload(module);
+  module.sample();
+  view.update();
+}
+
+// While the screen is up, standard error ends in the log.
+void Run::reload(RunningModule& module) {
+  try {
+    const std::size_t changes = module.reload().size();
+    log({.time = std::chrono::system_clock::now(),
+         .level = SONALITH_LOG_TRACE,
+         .file = "gatewayctl",
+         .line = 0,
+         .one = 0,
+         .text = fmt::format("reloaded {}: {} slots, {} changed", options_.setup.config,
+                             module.board()->labels().size(), changes)});
+  } catch (const host::Refused& refused) {
+    tools::say("top", tools::printable(refused.what()));
+    tools::explainRefusal(options_.setup.config);
+  } catch (const std::runtime_error& error) {
+    tools::say("top",
+               fmt::format("{}, so the module runs on as before", tools::printable(error.what())));
+  }
+}
+
 // Reports what a stopped module left behind; returns the exit code.
 int Run::judge(const host::Leftovers& leftovers) {
   for (const auto& problem : leftovers.problems()) tools::say("top", tools::printable(problem));
@@ -122,8 +155,7 @@ int Run::showScreen(RunningModule& module) {
   for (;;) {
     const auto now = Clock::now();
     if (now >= nextLook) {
-      module.sample();
-      view.update();
+      look(module, view);
       nextLook = now + lookPeriod;
     }
     if (now >= nextDrawing) {
@@ -172,8 +204,7 @@ int Run::printScreens(RunningModule& module) {
       if (tools::waitFor(signals_, nullptr, nextLook) == Arrival::Signal) {
         return ExitCode::Interrupted;
       }
-      module.sample();
-      view.update();
+      look(module, view);
     } while (Clock::now() < nextScreen);
     tools::writeOut((printed > 0 ? "\n" : "") + view.plainText());
     if (!tools::outputFailed()) continue;
@@ -187,6 +218,7 @@ int Run::printScreens(RunningModule& module) {
 
 void addOptions(CLI::App& command, Options& options) {
   host::addModuleOptions(command, options.setup);
+  host::addReloadOption(command, options.reloads);
   command
       .add_option("--filter", options.filter,
                   "Show only slots whose name or key contains each of these words.")

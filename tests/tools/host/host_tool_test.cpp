@@ -347,6 +347,97 @@ TEST_F(HostTool, ColoursATerminalUnlessItIsDumb) {
   EXPECT_EQ(output("dumb").find('\x1b'), std::string::npos);
 }
 
+// ---- Reloading --------------------------------------------------------------------------------
+
+TEST_F(HostTool, ListsTheSlotsThatAReloadChanges) {
+  const std::string path = config();
+  ToolProcess host({"host", path, "--no-page", "--watch", "--reload"});
+  servers.waitEvent("open fast 1 ");
+  servers.command("send fast " + level(-12.5f));
+  host.waitLine("fast level -12.5");
+  std::string text = textOf(path);
+  text.replace(text.find("[MetersFloat]\n"), 14, "[MetersFloat]\nMeter=Key=peak CustomKey=peak\n");
+  text.replace(text.find("CustomKey=preset"), 16, "CustomKey=scene");
+  std::filesystem::rename(files.write("gateway.conf~", text), path);
+  EXPECT_EQ(host.waitLine("reloaded"), "reloaded " + path + ": 6 slots, 3 changed");
+  EXPECT_EQ(host.waitLine("new"), "new: fast float 0 peak");
+  EXPECT_EQ(host.waitLine("moved"), "moved: fast float 1 level, was fast float 0 level");
+  EXPECT_EQ(host.waitLine("renamed"), "renamed: engine uint 0 scene, was engine uint 0 preset");
+  // All slots anew, with their defaults, and then the restarted streams.
+  host.waitLine("fast peak 0");
+  host.waitLine("fast level -60.5");
+  host.waitLine("link fast: connected to " + servers.metersTarget() + ", no message yet");
+  servers.waitEvent("open fast 2 ");
+  servers.command("send fast " + level(-13.5f));
+  host.waitLine("fast level -13.5");
+  host.writeLine("set scene 7");
+  EXPECT_EQ(host.waitLine("notification 1"), "notification 1 scene 7");
+  host.waitLine("notification 1 answered");
+  host.writeLine("quit");
+  EXPECT_EQ(host.waitExit(), 0);
+}
+
+TEST_F(HostTool, RunsOnWhenTheNewConfigurationIsRefused) {
+  const std::string path = config();
+  const std::string text = textOf(path);
+  ToolProcess host({"host", path, "--no-page", "--watch", "--reload"});
+  servers.waitEvent("open fast 1 ");
+  files.write("gateway.conf", text + "[Metters]\nTarget=x\n");
+  host.waitError("gatewayctl host: the module would refuse " + path + ", so it runs on as before");
+  host.waitError("did you mean");  // a finding of the checker
+  servers.command("send fast " + level(-12.5f));
+  host.waitLine("fast level -12.5");
+  EXPECT_FALSE(servers.hasEvent("closed fast"));
+  std::filesystem::remove(path);
+  host.waitError("gatewayctl host: can't read " + path +
+                 ": No such file or directory, so the module runs on as before");
+  files.write("gateway.conf", text + "[EngineInt]\nParam=Key=b CustomKey=b\n");
+  EXPECT_EQ(host.waitLine("reloaded"), "reloaded " + path + ": 6 slots, 1 changed");
+  servers.waitEvent("open fast 2 ");
+}
+
+TEST_F(HostTool, ReloadsADedicatedFileThatAppears) {
+  const std::string extra = files.path("extra.conf");
+  const std::string path = config();
+  files.write("gateway.conf", textOf(path) + "[ParseIfExist:" + extra + "]\nFile=" + extra + "\n");
+  ToolProcess host({"host", path, "--no-page", "--json", "--reload"});
+  host.waitLine("{\"config\"");
+  files.write("extra.conf", "[EngineInt]\nParam=Key=b CustomKey=b\n");
+  const auto reloaded = nlohmann::json::parse(host.waitLine("{\"changes\""));
+  EXPECT_EQ(reloaded["event"], "reloaded");
+  EXPECT_EQ(reloaded["slots"], 6);
+  EXPECT_EQ(reloaded["changes"].size(), 1u);
+  EXPECT_EQ(reloaded["changes"][0]["kinds"], (nlohmann::json{"new"}));
+}
+
+TEST_F(HostTool, ExpectsAndIsReadyAnewAfterAReload) {
+  const std::string path = config();
+  const std::string ready = files.path("ready");
+  const auto exists = [&] { return std::filesystem::exists(ready); };
+  ToolProcess host({"host", path, "--no-page", "--watch", "--reload", "--ready-file", ready,
+                    "--ready-age", "3600", "--expect", "level is -3 within 60s", "--expect",
+                    "state is on within 60s"});
+  servers.waitEvent("open fast 1 ");
+  servers.waitEvent("open slow 1 ");
+  servers.command("send fast " + level(-12.5f));
+  servers.command("send slow -");
+  EXPECT_TRUE(waitUntil(exists));
+  // The slot that is expected moves behind another.
+  std::string text = textOf(path);
+  text.replace(text.find("[MetersFloat]\n"), 14, "[MetersFloat]\nMeter=Key=peak CustomKey=peak\n");
+  text.replace(text.find("CustomKey=state"), 15, "CustomKey=mode ");
+  files.write("gateway.conf", text);
+  host.waitLine("reloaded");
+  EXPECT_TRUE(waitUntil([&] { return !exists(); })) << "messages of the earlier run do not count";
+  servers.waitEvent("open fast 2 ");
+  servers.command("send fast " + level(-3));
+  host.waitLine("fast level -3");
+  host.writeLine("quit");
+  EXPECT_EQ(host.waitExit(), 1);
+  EXPECT_TRUE(host.waitLine("expected level is -3 within 60s: met").ends_with(", -3"));
+  EXPECT_TRUE(host.waitLine("expected state is on within 60s: not met").ends_with("no such slot"));
+}
+
 TEST_F(HostTool, EndsOnceItsExpectationsAreMet) {
   const std::string report = files.path("report.xml");
   ToolProcess host({"host", config(), "--no-page", "--expect", "level in -30..0 within 60s",

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cmath>
 #include <condition_variable>
+#include <csignal>
 #include <deque>
 #include <fstream>
 #include <map>
@@ -233,6 +234,37 @@ TEST_F(Page, ReportsWhatRuns) {
   EXPECT_NEAR(status["uptime"].get<double>(),
               status["time"].get<double>() - status["startTime"].get<double>(), 1e-3);
   EXPECT_FALSE(status["version"].get<std::string>().empty());
+}
+
+// The same stream goes on, so that no tab has to connect again.
+TEST_F(Page, SendsASnapshotOfTheNewSlotsAfterAReload) {
+  host->signal(SIGKILL);
+  start({"--page", "127.0.0.1:0", "--reload"});
+  EventStream events(origin);
+  const Json before = events.next("snapshot").data;
+  client().Post("/api/set", own(), R"({"changes":[{"name":"delay","value":3}]})",
+                "application/json");
+  events.nextWith("notifications");
+  files.write("gateway.conf", "[Meters]\nTarget=" + servers.metersTarget() +
+                                  "\n[MetersInt]\nMeter=Key=n CustomKey=number\n");
+  const Json after = events.next("snapshot").data;
+  EXPECT_EQ(after["instance"], before["instance"]);
+  ASSERT_EQ(after["slots"].size(), 1u);
+  EXPECT_EQ(after["slots"][0]["name"], "number");
+  EXPECT_EQ(after["status"]["targets"]["engine"], "");
+  EXPECT_EQ(after["notifications"].size(), 1u);
+  EXPECT_EQ(after["log"][0], before["log"][0]) << "a snapshot has all lines";
+
+  sonalith::grpc::Meter meter;
+  meter.add_values()->set_key("n");
+  meter.mutable_values(0)->mutable_value()->set_sint(7);
+  servers.waitEvent("open fast ");
+  servers.command("send fast " + toHex(meter));
+  EXPECT_EQ(events.nextWith("slots")["slots"], Json::parse("[[0, 7]]"));
+  const auto metrics = client().Get("/metrics");
+  ASSERT_TRUE(metrics);
+  EXPECT_NE(metrics->body.find("name=\"number\",key=\"n\"} 7\n"), std::string::npos);
+  EXPECT_EQ(metrics->body.find("out.level"), std::string::npos);
 }
 
 TEST_F(Page, ListsSlotsWithKeysAndAges) {

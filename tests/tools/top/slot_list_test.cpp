@@ -6,7 +6,7 @@
 #include <array>
 #include <cmath>
 #include <cstring>
-#include <initializer_list>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -34,7 +34,7 @@ class List : public ::testing::Test {
 
   // Looks, that many seconds after the first look.
   void look(int seconds) {
-    board.sample(begin + std::chrono::seconds(seconds));
+    board->sample(begin + std::chrono::seconds(seconds));
     list.update();
   }
 
@@ -47,16 +47,21 @@ class List : public ::testing::Test {
   std::array<float, 5> floats{-20, std::nanf(""), 3, -60, 0};
   sonalith_slotText text = "on";
   const host::Clock::time_point begin = host::Clock::now();
-  host::SlotBoard board{
-      {floatSlot(0, "out_10"), floatSlot(1, "out_9"), floatSlot(2, "In"), floatSlot(3, "aux"),
-       slotOf(SlotSet::Slow, "state", SONALITH_SLOT_STRING, &text),
-       slotOf(SlotSet::Engine, "gain", SONALITH_SLOT_FLOAT, &floats[4])},
-      {{SlotSet::Fast, gateway::ValueType::Float, 0, "out_10", false, "k.a", 0.f},
-       {SlotSet::Fast, gateway::ValueType::Float, 1, "out_9", false, "k.b", 0.f},
-       {SlotSet::Fast, gateway::ValueType::Float, 2, "In", false, "k.c", 0.f},
-       {SlotSet::Fast, gateway::ValueType::Float, 3, "aux", false, "k.d", 0.f},
-       {SlotSet::Slow, gateway::ValueType::String, 0, "state", false, "S t", ""},
-       {SlotSet::Engine, gateway::ValueType::Float, 0, "gain", false, "g", 0.f}}};
+  const std::vector<Slot> slots{floatSlot(0, "out_10"),
+                                floatSlot(1, "out_9"),
+                                floatSlot(2, "In"),
+                                floatSlot(3, "aux"),
+                                slotOf(SlotSet::Slow, "state", SONALITH_SLOT_STRING, &text),
+                                slotOf(SlotSet::Engine, "gain", SONALITH_SLOT_FLOAT, &floats[4])};
+  const std::vector<tools::ConfiguredSlot> configured{
+      {SlotSet::Fast, gateway::ValueType::Float, 0, "out_10", false, "k.a", 0.f},
+      {SlotSet::Fast, gateway::ValueType::Float, 1, "out_9", false, "k.b", 0.f},
+      {SlotSet::Fast, gateway::ValueType::Float, 2, "In", false, "k.c", 0.f},
+      {SlotSet::Fast, gateway::ValueType::Float, 3, "aux", false, "k.d", 0.f},
+      {SlotSet::Slow, gateway::ValueType::String, 0, "state", false, "S t", ""},
+      {SlotSet::Engine, gateway::ValueType::Float, 0, "gain", false, "g", 0.f}};
+  const std::shared_ptr<host::SlotBoard> board =
+      std::make_shared<host::SlotBoard>(slots, configured);
   top::SlotList list{board};
 };
 
@@ -115,7 +120,7 @@ TEST_F(List, ShowsSlotsWhoseNameOrKeyContainsEachWord) {
 
 TEST_F(List, StandsStillUntilItIsUpdated) {
   floats[0] = -1;
-  board.sample(begin + std::chrono::seconds(1));
+  board->sample(begin + std::chrono::seconds(1));
   EXPECT_EQ(list.row(0).state.value, standin::SlotValue(-20.f));
   list.update();
   EXPECT_EQ(list.row(0).state.value, standin::SlotValue(-1.f));

@@ -186,6 +186,18 @@ TEST_F(TopTool, CountsLogLinesInsteadOfPrintingThem) {
   EXPECT_TRUE(terminal.lines().front().starts_with("gateway  up "));
 }
 
+TEST_F(TopTool, ShowsTheSlotsOfAReloadedConfiguration) {
+  Tmux terminal(top(config() + " --reload --filter l"), 90, 24);
+  terminal.waitFor("2 of 4 slots");
+  config("[MetersInt]\nMeter=Key=queue.length CustomKey=queue_length\n");
+  terminal.waitFor("3 of 5 slots");
+  terminal.waitFor(" reloaded ");
+  EXPECT_NE(lineOf(terminal, "queue_length"), "");
+  files.write("gateway.conf", "[Metters]\n");
+  terminal.waitFor(" error,");
+  EXPECT_NE(lineOf(terminal, "queue_length"), "");
+}
+
 TEST_F(TopTool, HasNoColoursIfNoneAreWanted) {
   Tmux coloured(top(config()), 90, 24);
   coloured.waitFor("fast: connected to");

@@ -1,0 +1,82 @@
+#include "tools/host/ConfigWatch.h"
+
+#include <sys/inotify.h>
+#include <unistd.h>
+
+#include <array>
+#include <filesystem>
+#include <set>
+#include <stdexcept>
+#include <utility>
+
+namespace host {
+namespace {
+
+namespace fs = std::filesystem;
+
+// How long the content has to stay the same.
+constexpr std::chrono::milliseconds settling{200};
+
+// The folder of a path; if there is none yet, the one in which it would be made.
+std::string folderOf(const fs::path& path) {
+  fs::path folder = fs::absolute(path).parent_path();
+  std::error_code error;
+  while (!fs::is_directory(folder, error) && folder.has_relative_path()) {
+    folder = folder.parent_path();
+  }
+  return folder;
+}
+
+}  // namespace
+
+ConfigWatch::ConfigWatch(std::string config)
+    : config_(std::move(config)), descriptor_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
+  if (descriptor_ < 0) throw std::runtime_error("can't watch files: the system allows no more");
+  known_ = latest_ = tools::filesOf(config_);
+  watchFolders();
+  // What has changed while the folders were not yet watched.
+  nextReading_ = Clock::now();
+}
+
+ConfigWatch::~ConfigWatch() {
+  close(descriptor_);
+}
+
+// Also those that symbolic links lead to. The system knows a folder that is watched twice.
+void ConfigWatch::watchFolders() {
+  constexpr unsigned events =
+      IN_ATTRIB | IN_CLOSE_WRITE | IN_CREATE | IN_DELETE | IN_MODIFY | IN_MOVED_FROM | IN_MOVED_TO;
+  std::set<std::string> folders;
+  for (const auto& [path, text] : latest_) {
+    std::error_code error;
+    folders.insert(folderOf(path));
+    folders.insert(folderOf(fs::weakly_canonical(path, error)));
+  }
+  for (const std::string& folder : folders) inotify_add_watch(descriptor_, folder.c_str(), events);
+}
+
+bool ConfigWatch::hasEvents() const {
+  alignas(inotify_event) std::array<char, 4096> events;
+  bool hasSome = false;
+  while (read(descriptor_, events.data(), events.size()) > 0) hasSome = true;
+  return hasSome;
+}
+
+bool ConfigWatch::hasChanged(Clock::time_point now) {
+  if (hasEvents() && nextReading_ > now + settling) nextReading_ = now + settling;
+  if (now < nextReading_) return false;
+  nextReading_ = Clock::time_point::max();
+  tools::ConfigFiles files = tools::filesOf(config_);
+  const bool isSettled = files == latest_;
+  latest_ = std::move(files);
+  watchFolders();
+  if (latest_ == known_) return false;
+  if (!isSettled) {
+    nextReading_ = now + settling;
+    return false;
+  }
+  known_ = latest_;
+  return true;
+}
+
+}  // namespace host

@@ -1,0 +1,39 @@
+// Notices when the files of a configuration have changed. Editors write in steps, replace a file by
+// renaming another, or only touch it. So what counts is the files' content, once it has stayed the
+// same for a moment.
+//
+// Threads: one at a time.
+#pragma once
+
+#include <string>
+
+#include "tools/common/ConfigFiles.h"
+#include "tools/host/SlotBoard.h"
+
+namespace host {
+
+class ConfigWatch {
+ public:
+  // Takes the present content as the known one. Throws std::runtime_error if the system can't watch
+  // folders.
+  explicit ConfigWatch(std::string config);
+  ~ConfigWatch();
+  ConfigWatch(const ConfigWatch&) = delete;
+  ConfigWatch& operator=(const ConfigWatch&) = delete;
+
+  // Whether the files have another content than at the previous true, or at the start. Never waits;
+  // reads the files only after something has happened in their folders.
+  bool hasChanged(Clock::time_point now);
+
+ private:
+  void watchFolders();
+  bool hasEvents() const;
+
+  const std::string config_;
+  int descriptor_;
+  tools::ConfigFiles known_;
+  tools::ConfigFiles latest_;
+  Clock::time_point nextReading_ = Clock::time_point::max();
+};
+
+}  // namespace host
