@@ -265,6 +265,12 @@ TEST_F(Page, SendsASnapshotOfTheNewSlotsAfterAReload) {
   ASSERT_TRUE(metrics);
   EXPECT_NE(metrics->body.find("name=\"number\",key=\"n\"} 7\n"), std::string::npos);
   EXPECT_EQ(metrics->body.find("out.level"), std::string::npos);
+  const auto history = client().Get("/api/history");
+  ASSERT_TRUE(history);
+  const Json past = Json::parse(history->body)["slots"];
+  ASSERT_EQ(past.size(), 1u) << history->body;
+  EXPECT_EQ(past[0]["name"], "number");
+  EXPECT_EQ(past[0]["last"], Json({7}));
 }
 
 TEST_F(Page, ListsSlotsWithKeysAndAges) {
