@@ -108,18 +108,17 @@ std::uint32_t ValueHistory::periodOf(Clock::time_point time) const {
 void ValueHistory::add(Ring& ring, const SlotState& state) {
   const std::uint32_t bits = bitsOf(state.value);
   const Entry entry{periodOf(state.changed), bits, bits, bits};
-  if (ring.count > 0 && entryOf(ring, 1).period == entry.period) {
+  if (ring.written > 0 && entryOf(ring, 1).period == entry.period) {
     join(entryOf(ring, 1), entry, ring.type);
     return;
   }
-  entries_[ring.begin + ring.next] = entry;
-  ring.next = (ring.next + 1) % capacity_;
-  ring.count = std::min(ring.count + 1, capacity_);
+  ++ring.written;
+  entryOf(ring, 1) = entry;
 }
 
 // `age` is 1 for the latest entry.
 ValueHistory::Entry& ValueHistory::entryOf(const Ring& ring, std::size_t age) const {
-  return entries_[ring.begin + (ring.next + capacity_ - age) % capacity_];
+  return entries_[ring.begin + (ring.written - age) % capacity_];
 }
 
 void ValueHistory::join(Entry& entry, const Entry& later, ValueType type) {
@@ -144,7 +143,7 @@ ValueHistory::Trace ValueHistory::trace(std::size_t slot, Clock::duration window
   const Ring& ring = *rings_[slot];
   const std::uint32_t first = periodOf(*lookTime_ - window);
   std::vector<Entry> found;
-  for (std::size_t age = ring.count; age > 0; --age) {
+  for (std::size_t age = std::min(ring.written, capacity_); age > 0; --age) {
     Entry entry = entryOf(ring, age);
     if (entry.period < first) {
       // Only its last value still held when the window began.

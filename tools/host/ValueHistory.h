@@ -80,8 +80,7 @@ class ValueHistory {
   struct Ring {
     gateway::ValueType type;
     std::size_t begin;
-    std::size_t next = 0;   // where the next entry goes, relative to `begin`
-    std::size_t count = 0;  // entries, up to the capacity
+    std::size_t written = 0;  // entries so far; the latest are kept
   };
 
   std::uint32_t periodOf(Clock::time_point time) const;

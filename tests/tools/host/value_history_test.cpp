@@ -173,6 +173,7 @@ TEST(ValueHistory, BeginsAWindowWithTheValueHeldThen) {
   recorder.look(510s);
   const auto trace = recorder.history.trace(0, 30s, 12000);
   EXPECT_EQ(floatsOf(trace, &ValueHistory::Point::last), (std::vector<float>{2, 3}));
+  EXPECT_EQ(floatsOf(trace, &ValueHistory::Point::low), (std::vector<float>{2, 3}));
   EXPECT_EQ(trace.points[0].time, recorder.begin + 480s);
   EXPECT_EQ(trace.points[1].time, recorder.begin + 500s);
 }
