@@ -1,6 +1,8 @@
 // gatewayctl as a whole, before any sub-command.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -68,6 +70,59 @@ TEST(Gatewayctl, PrintsAManualOfEachSubcommand) {
     EXPECT_TRUE(tool.hasLine("  -h, --help ")) << name;
     EXPECT_FALSE(tool.hasLine("{")) << name;
   }
+}
+
+// The longest line that could be broken: without literal blocks, lines of a single word, and terms
+// that stand on a line of their own.
+std::size_t widthOf(const std::vector<std::string>& lines) {
+  constexpr std::size_t literalIndentation = 4;
+  std::size_t width = 0;
+  bool isFirst = true;
+  bool isLiteral = false;
+  for (const std::string& line : lines) {
+    const std::size_t start = std::min(line.find_first_not_of(" \r"), line.size());
+    if (isFirst) isLiteral = start >= literalIndentation;
+    isFirst = start == line.size();
+    const bool isTerm = start == 2 && line.find("  ", start) == line.npos;
+    const bool isBreakable = !isLiteral && !isTerm && line.find(' ', start) != line.npos;
+    if (isBreakable) width = std::max(width, line.size());
+  }
+  return width;
+}
+
+TEST(Gatewayctl, WrapsItsHelpToTheTerminal) {
+  for (const char* name : {"check", "demo", "discover", "host", "sim", "top", "completion"}) {
+    ToolProcess usual({"-c", std::string("unset COLUMNS; ") + GATEWAYCTL_PATH + " --help"},
+                      "/bin/sh");
+    EXPECT_EQ(usual.waitExit(), 0);
+    EXPECT_LE(widthOf(usual.lines()), 79u);
+    std::vector<std::string> words;
+    for (const std::size_t columns : {40u, 60u, 80u, 100u, 500u}) {
+      ToolProcess tool({"-c", "COLUMNS=" + std::to_string(columns) + " " + GATEWAYCTL_PATH + " " +
+                                  name + " --help"},
+                       "/bin/sh");
+      EXPECT_EQ(tool.waitExit(), 0);
+      EXPECT_LT(widthOf(tool.lines()), std::min<std::size_t>(columns, 100)) << name;
+      std::vector<std::string> same;
+      for (const std::string& line : tool.lines()) {
+        std::istringstream text(line);
+        for (std::string word; text >> word;) same.push_back(word);
+      }
+      if (words.empty()) words = same;
+      EXPECT_EQ(same, words) << name << " has the same words at " << columns << " columns";
+    }
+  }
+}
+
+// `script` runs its command in a terminal.
+TEST(Gatewayctl, KnowsTheWidthOfTheTerminal) {
+  ToolProcess terminal({"-c", std::string("unset COLUMNS; script -qec 'stty cols 50; ") +
+                                  GATEWAYCTL_PATH + " sim --help' /dev/null </dev/null"},
+                       "/bin/sh");
+  EXPECT_EQ(terminal.waitExit(), 0);
+  const std::size_t width = widthOf(terminal.lines());  // each line ends with a carriage return
+  EXPECT_LE(width, 50u);
+  EXPECT_GT(width, 40u);
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The manuals of the sub-commands: plain text that --help prints as it stands and that man pages
+// The manuals of the sub-commands: plain text that --help prints, wrapped anew, and that man pages
 // are made from.
 //
 //   A paragraph starts at the left margin. What comes before the first section is the description.
@@ -12,6 +12,7 @@
 //            its meaning. The meaning may also start on the next line, below a long term.
 //
 //       Lines that are indented further, after an empty line, are literal: output or commands.
+//       They are never wrapped.
 //
 //   {part}
 //
@@ -42,9 +43,35 @@ std::string filled(std::string_view text, const std::vector<ManualPart>& parts);
 std::string manualOf(std::string_view text, std::vector<ManualPart> parts = {});
 
 // An entry of a list, its meaning wrapped and starting at `column`.
-std::string manualEntry(std::string_view term, std::string_view meaning, std::size_t column);
+std::string manualEntry(std::string_view term, std::string_view meaning, std::size_t column,
+                        std::size_t width = manualWidth);
 
 // The words of a text in lines of at most `width` bytes, each with `indent` blanks in front.
 std::string wrapped(std::string_view text, std::size_t indent, std::size_t width = manualWidth);
+
+// ---- Reading a manual -------------------------------------------------------------------------
+
+// Lines without an empty one between them.
+struct ManualBlock {
+  enum class Kind { Section, Paragraph, Entries, Literal };
+
+  Kind kind;
+  std::vector<std::string> lines;
+};
+
+struct ManualEntry {
+  std::string term;
+  std::string meaning;  // in one line
+};
+
+std::vector<ManualBlock> blocksOf(std::string_view manual);
+// The lines of a paragraph as one.
+std::string joined(const std::vector<std::string>& lines);
+// Of a block of this kind.
+std::vector<ManualEntry> entriesOf(const ManualBlock& block);
+
+// The manual with paragraphs and entries in lines of at most `width` columns. Lines are broken only
+// at blanks, so a long word may exceed the width.
+std::string rewrapped(std::string_view manual, std::size_t width);
 
 }  // namespace tools

@@ -1,12 +1,15 @@
 #include "tools/common/Output.h"
 
 #include <fmt/format.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
+
+#include "tools/common/Numbers.h"
 
 namespace tools {
 namespace {
@@ -16,6 +19,11 @@ std::atomic<bool> failed{false};
 bool write(std::string_view text, std::FILE* file) noexcept {
   const bool written = std::fwrite(text.data(), 1, text.size(), file) == text.size();
   return std::fflush(file) == 0 && written;
+}
+
+std::string_view valueOf(const char* name) {
+  const char* const value = std::getenv(name);
+  return value == nullptr ? "" : value;
 }
 
 }  // namespace
@@ -43,11 +51,15 @@ void say(std::string_view subcommand, std::string_view text) {
 }
 
 bool showsColours(int descriptor) {
-  const auto valueOf = [](const char* name) {
-    const char* const value = std::getenv(name);
-    return std::string_view(value == nullptr ? "" : value);
-  };
   return isatty(descriptor) == 1 && valueOf("NO_COLOR").empty() && valueOf("TERM") != "dumb";
+}
+
+std::size_t columnsOf(int descriptor) {
+  const auto wanted = numberIn<std::size_t>(valueOf("COLUMNS"));
+  if (wanted && *wanted > 0) return *wanted;
+  winsize window{};
+  const bool isTerminal = ioctl(descriptor, TIOCGWINSZ, &window) == 0;
+  return isTerminal && window.ws_col > 0 ? window.ws_col : 80;
 }
 
 }  // namespace tools

@@ -4,6 +4,7 @@
 // Any thread; each text is written in one piece.
 #pragma once
 
+#include <cstddef>
 #include <string_view>
 
 namespace tools {
@@ -26,5 +27,9 @@ void say(std::string_view subcommand, std::string_view text);
 // Whether output to `descriptor` may use colours: it is a terminal that is not "dumb", and NO_COLOR
 // is unset or empty.
 bool showsColours(int descriptor);
+
+// How many columns a line there may have: what COLUMNS says, or else the width of the terminal; 80
+// if it is none.
+std::size_t columnsOf(int descriptor);
 
 }  // namespace tools

@@ -1,11 +1,14 @@
 #include "tools/manual/Help.h"
 
 #include <fmt/ranges.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <vector>
 
 #include "tools/common/ManualText.h"
+#include "tools/common/Output.h"
 
 namespace manual {
 namespace {
@@ -79,7 +82,10 @@ std::string helpOf(const Command& command) {
 }
 
 std::string HelpFormatter::make_help(const CLI::App* app, std::string, CLI::AppFormatMode) const {
-  return helpOf(commandOf(*app));
+  // Longer lines are hard to read. A terminal may break a line that fills its last column.
+  constexpr std::size_t widest = 100;
+  const std::size_t columns = std::min(tools::columnsOf(STDOUT_FILENO), widest);
+  return tools::rewrapped(helpOf(commandOf(*app)), columns - 1);
 }
 
 }  // namespace manual

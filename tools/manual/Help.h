@@ -1,4 +1,4 @@
-// What --help prints: the manual of a sub-command on a terminal of 80 columns. Any thread.
+// What --help prints: the manual of a sub-command, wrapped for the terminal. Any thread.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -19,7 +19,7 @@ std::string bodyOf(const Command& command);
 
 std::string helpOf(const Command& command);
 
-// Has the parser print helpOf().
+// Has the parser print helpOf(), in the width of standard output.
 class HelpFormatter final : public CLI::FormatterBase {
  public:
   std::string make_help(const CLI::App* app, std::string name,

@@ -2,40 +2,16 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <regex>
+#include <string_view>
 #include <vector>
 
+#include "tools/common/ManualText.h"
 #include "tools/common/Words.h"
 #include "tools/manual/Help.h"
 
 namespace manual {
 namespace {
-
-using Lines = std::vector<std::string>;
-
-// The lines between empty lines.
-std::vector<Lines> blocksOf(std::string_view text) {
-  std::vector<Lines> blocks(1);
-  for (const std::string& line : CLI::detail::split(std::string(text), '\n')) {
-    if (!line.empty()) {
-      blocks.back().push_back(line);
-    } else if (!blocks.back().empty()) {
-      blocks.emplace_back();
-    }
-  }
-  if (blocks.back().empty()) blocks.pop_back();
-  return blocks;
-}
-
-std::size_t indentationOf(std::string_view line) {
-  return std::min(line.find_first_not_of(' '), line.size());
-}
-
-bool isSection(const Lines& block) {
-  constexpr std::string_view capitals = "ABCDEFGHIJKLMNOPQRSTUVWXYZ ";
-  return block.size() == 1 && block.front().find_first_not_of(capitals) == std::string::npos;
-}
 
 // ---- Within a line ----------------------------------------------------------------------------
 
@@ -73,62 +49,42 @@ std::string term(const std::string& text) {
 
 // ---- Blocks -----------------------------------------------------------------------------------
 
-std::string joined(const Lines& lines) {
-  std::string text;
-  for (const std::string& line : lines) {
-    text += (text.empty() ? "" : " ") + line.substr(indentationOf(line));
-  }
-  return text;
-}
-
-std::string entry(const Lines& lines) {
-  constexpr std::size_t margin = 2;
-  const std::string& first = lines.front();
-  const auto end = std::min(first.find("  ", margin), first.size());
-  Lines meaning = lines;
-  meaning.front().erase(0, end);
-  const std::string text = joined(meaning);
-  return fmt::format("{}\n\t{}\n\n", term(first.substr(margin, end - margin)),
-                     sentence(text.substr(indentationOf(text))));
-}
-
-std::string entries(const Lines& block) {
+std::string entries(const tools::ManualBlock& block) {
   std::string written;
-  for (auto line = block.begin(); line != block.end();) {
-    const auto next = std::find_if(line + 1, block.end(),
-                                   [](const auto& each) { return indentationOf(each) == 2; });
-    written += entry({line, next});
-    line = next;
+  for (const auto& [name, meaning] : tools::entriesOf(block)) {
+    written += fmt::format("{}\n\t{}\n\n", term(name), sentence(meaning));
   }
   return written;
 }
 
-std::string output(const Lines& block) {
-  const std::size_t margin = indentationOf(block.front());
+std::string output(const std::vector<std::string>& lines) {
+  const std::size_t margin = lines.front().find_first_not_of(' ');
   std::string written = "```\n";
-  for (const std::string& line : block) {
+  for (const std::string& line : lines) {
     written += tools::escaped(line.substr(margin), "\\") + "\n";
   }
   return written + "```\n\n";
 }
 
-std::string scdocOf(const Lines& block) {
-  if (isSection(block)) return fmt::format("# {}\n\n", block.front());
-  switch (indentationOf(block.front())) {
-    case 0:
-      return sentence(joined(block)) + "\n\n";
-    case 2:
+std::string scdocOf(const tools::ManualBlock& block) {
+  switch (block.kind) {
+    case tools::ManualBlock::Kind::Section:
+      return fmt::format("# {}\n\n", block.lines.front());
+    case tools::ManualBlock::Kind::Paragraph:
+      return sentence(tools::joined(block.lines)) + "\n\n";
+    case tools::ManualBlock::Kind::Entries:
       return entries(block);
-    default:
-      return output(block);
+    case tools::ManualBlock::Kind::Literal:
+      break;
   }
+  return output(block.lines);
 }
 
 }  // namespace
 
 std::string scdocOf(std::string_view text) {
   std::string written;
-  for (const Lines& block : blocksOf(text)) written += scdocOf(block);
+  for (const auto& block : tools::blocksOf(text)) written += scdocOf(block);
   return written;
 }
 

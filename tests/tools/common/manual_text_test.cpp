@@ -38,6 +38,54 @@ TEST(ManualEntry, StartsItsMeaningBesideTheTermOrBelowALongOne) {
   EXPECT_EQ(tools::manualEntry("leave", "End.", 8), "  leave\n        End.\n");
 }
 
+// ---- Wrapping anew ----------------------------------------------------------------------------
+
+constexpr const char* manual =
+    "Takes a file and\nshows it.\n"
+    "\n"
+    "OPTIONS\n"
+    "\n"
+    "  --file FILE       The file that it\n"
+    "                    shows.\n"
+    "  --quite-another-option\n"
+    "                    Something else.\n"
+    "\n"
+    "    show --file a-long-name-that-is-not-broken\n";
+
+TEST(Rewrapped, KeepsATextThatFits) {
+  EXPECT_EQ(tools::rewrapped(manual, 60),
+            "Takes a file and shows it.\n"
+            "\n"
+            "OPTIONS\n"
+            "\n"
+            "  --file FILE       The file that it shows.\n"
+            "  --quite-another-option\n"
+            "                    Something else.\n"
+            "\n"
+            "    show --file a-long-name-that-is-not-broken\n");
+}
+
+TEST(Rewrapped, PutsMeaningsBelowTheirTermsInANarrowTerminal) {
+  EXPECT_EQ(tools::rewrapped(manual, 20),
+            "Takes a file and\n"
+            "shows it.\n"
+            "\n"
+            "OPTIONS\n"
+            "\n"
+            "  --file FILE\n"
+            "      The file that\n"
+            "      it shows.\n"
+            "  --quite-another-option\n"
+            "      Something\n"
+            "      else.\n"
+            "\n"
+            "    show --file a-long-name-that-is-not-broken\n");
+}
+
+TEST(Rewrapped, BreaksNoWord) {
+  EXPECT_EQ(tools::rewrapped("See --a-long-option.\n", 6), "See\n--a-long-option.\n");
+}
+
 TEST(NumbersFrom, RefusesOtherNumbersAndOtherTexts) {
   const auto check = tools::numbersFrom(0.1, 20.0);
   EXPECT_EQ(check("0.1"), "");
