@@ -74,12 +74,13 @@ class Kept:
 
 
 class Explanations:
-    """The mutants that are known to survive, and why."""
+    """The mutants that are known to survive, and why. A row without "after" explains all mutants of
+    its line that survive."""
 
     def __init__(self):
         rows = [{key: self._joined(value) for key, value in row.items()}
                 for row in json.loads(EXPLAINED.read_text())]
-        self.rows = {(row["file"], row["before"], row["after"], row.get("occurrence", 1)): row
+        self.rows = {(row["file"], row["before"], row.get("after"), row.get("occurrence", 1)): row
                      for row in rows}
 
     @staticmethod
@@ -88,7 +89,7 @@ class Explanations:
         return " ".join(value) if isinstance(value, list) else value
 
     def find(self, mutant):
-        return self.rows.get(mutant.name)
+        return self.rows.get(mutant.name) or self.rows.get((mutant.file, mutant.before, None, 1))
 
     def sanitizers_may_detect(self, mutant):
         row = self.find(mutant)
@@ -96,7 +97,8 @@ class Explanations:
 
     def stale(self, possible, results):
         """Rows that are no longer true, each with the reason."""
-        existing = {mutant.name for mutants in possible.values() for mutant in mutants}
+        names = {mutant.name for mutants in possible.values() for mutant in mutants}
+        existing = names | {(file, before, None, 1) for file, before, _, _ in names}
         killed = {mutant.name: result for mutant, result in results.items()
                   if result.state == "killed"}
         for name, row in self.rows.items():
