@@ -54,7 +54,6 @@ bool Findings::isCovered(const SourceFile& file, std::uint64_t order, Severity s
 }
 
 void Findings::keep(Diagnostic diagnostic, const SourceFile& file, Finding finding) {
-  diagnostic.rule = finding.rule;
   diagnostic.file = file.name;
   diagnostic.readAt = file.readAt;
   diagnostic.text = std::move(finding.text);
@@ -70,7 +69,8 @@ void Findings::keep(Diagnostic diagnostic, const SourceFile& file, Finding findi
 void Findings::add(const SourceLine& line, Finding finding) {
   const SourceFile& file = *line.file;
   const Severity severity = severityOf(finding.rule.text().weight, file.isDedicated());
-  if (isCovered(file, line.order, severity, finding) || !isKept(finding.rule, severity)) return;
+  const Rule rule = finding.rule;
+  if (isCovered(file, line.order, severity, finding) || !isKept(rule, severity)) return;
   std::optional<Repair> repair;
   if (finding.remedy.edit) {
     auto& [place, text, isSafe] = *finding.remedy.edit;
@@ -80,7 +80,7 @@ void Findings::add(const SourceLine& line, Finding finding) {
                     .after = std::move(text),
                     .isSafe = isSafe};
   }
-  keep({.rule = finding.rule,
+  keep({.rule = rule,
         .severity = severity,
         .line = line.number,
         .column = line.offset + finding.place.begin + 1,
@@ -96,8 +96,9 @@ void Findings::add(const SourceLine& line, Finding finding) {
 void Findings::add(const SourceFile& file, std::uint64_t lines, Finding finding) {
   const Severity severity = severityOf(finding.rule.text().weight, false);
   const std::uint64_t order = lines + 1;
-  if (isCovered(file, order, severity, finding) || !isKept(finding.rule, severity)) return;
-  keep({.rule = finding.rule, .severity = severity, .order = order}, file, std::move(finding));
+  const Rule rule = finding.rule;
+  if (isCovered(file, order, severity, finding) || !isKept(rule, severity)) return;
+  keep({.rule = rule, .severity = severity, .order = order}, file, std::move(finding));
 }
 
 std::vector<Omitted> Findings::omitted() const {

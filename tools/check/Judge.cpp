@@ -198,7 +198,7 @@ void Judge::takePair(const LineFacts& facts) {
     const std::string_view known = facts.section != nullptr ? facts.section->name : "";
     configuration_.noteLostTarget(known.empty() && file.section ? *file.section : known, here());
   }
-  if (!isKeyKnown(facts)) return;
+  if (facts.section == nullptr || !isKeyKnown(facts)) return;
   switch (facts.section->kind) {
     case SectionKind::Meters:
     case SectionKind::Engine:

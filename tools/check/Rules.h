@@ -4,7 +4,6 @@
 #pragma once
 
 #include <array>
-#include <compare>
 #include <cstdint>
 #include <optional>
 #include <stdexcept>
@@ -94,7 +93,8 @@ class Rule {
   // Nothing if no rule has this name.
   static std::optional<Rule> named(std::string_view name);
 
-  auto operator<=>(const Rule&) const = default;
+  bool operator==(const Rule&) const = default;
+  bool operator<(const Rule& other) const { return index_ < other.index_; }
 
  private:
   explicit Rule(std::size_t index) : index_(static_cast<std::uint8_t>(index)) {}
