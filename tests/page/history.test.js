@@ -2,9 +2,8 @@
 // axes, pointer, zoom and export. Parameters serve as slots whose values the tests choose.
 import assert from "node:assert/strict";
 import { readFileSync } from "node:fs";
-import { test } from "node:test";
 import {
-  openPage, patience, Rig, row, shareRig, shoot, violations, waitForChanges, waitForText,
+  row, shareRig, shoot, violations, waitForChanges, waitForText,
 } from "./tools.js";
 
 const simulator = ["--keys", "fast:float:out.l", "fast:uint:frames", "slow:string:state"];
@@ -28,23 +27,8 @@ Param=Key=delay CustomKey=delay
 `;
 
 const shared = shareRig({ simulator, configuration });
+const { ownRigTest } = shared;
 const pageTest = (name, use, options = {}) => shared.test(name, options, use);
-
-// A test with a rig and a page of its own.
-function ownRigTest(name, use) {
-  test(name, { timeout: 2 * patience }, async () => {
-    const own = await Rig.start({ simulator, configuration });
-    try {
-      const page = await openPage(shared.browser.context, own.url);
-      await use(page, own);
-      assert.deepEqual(page.problems, []);
-      await page.close();
-    } finally {
-      own.host.child.kill("SIGCONT");
-      await own.stop();
-    }
-  });
-}
 
 // Has the host set a parameter, and waits until it shows that.
 async function set(page, rig, name, value) {

@@ -30,22 +30,8 @@ Param=Key=preset CustomKey=preset
 `;
 
 const shared = shareRig({ simulator, configuration });
+const { ownRigTest } = shared;
 const pageTest = (name, use) => shared.test(name, {}, use);
-
-// A test with a rig and a page of its own.
-function ownRigTest(name, use) {
-  test(name, { timeout: 2 * patience }, async () => {
-    const own = await Rig.start({ simulator, configuration });
-    try {
-      const page = await openPage(shared.browser.context, own.url);
-      await use(page, own);
-      assert.deepEqual(page.problems, []);
-      await page.close();
-    } finally {
-      await own.stop();
-    }
-  });
-}
 
 // ---- Numbers and scales -------------------------------------------------------------------------
 

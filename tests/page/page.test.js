@@ -339,6 +339,17 @@ pageTest("RecoversWhenGatewayctlRestarts", {}, async (page) => {
   await page.locator("#log li", { hasText: "gatewayctl restarted at" }).waitFor();
 });
 
+shared.ownRigTest("ShowsTheSlotsOfAReloadedConfiguration", async (page, own) => {
+  await row(page, "mic_2").waitFor();
+  own.write((meters, engine) =>
+    configuration(meters, engine).replace("CustomKey=mic_2", "CustomKey=renamed"),
+  );
+  await row(page, "renamed").waitFor();
+  await row(page, "mic_2").waitFor({ state: "detached" });
+  await waitForChanges(row(page, "out_left").locator(".value"), 3);
+  await page.locator('#connection[data-state="live"]').waitFor();
+}, ["--reload"]);
+
 for (const [name, scheme, width, height] of [
   ["wide-dark", "dark", 1440, 900],
   ["wide-light", "light", 1440, 900],

@@ -154,7 +154,8 @@ export async function openPage(context, url, options = {}) {
 }
 
 // A browser and a rig for all tests of a file. `test` is a test with a page of its own, which must
-// report no problems.
+// report no problems; `ownRigTest` is one that also has a rig of its own, with further options of
+// its host.
 export function shareRig(rigOptions) {
   const shared = {};
   before(async () => {
@@ -164,14 +165,25 @@ export function shareRig(rigOptions) {
     await shared.browser.close();
     await shared.rig.stop();
   });
+  const withPage = async (rig, options, use) => {
+    const page = await openPage(shared.browser.context, rig.url, options);
+    try {
+      await use(page, rig);
+      assert.deepEqual(page.problems, []);
+    } finally {
+      await page.close();
+    }
+  };
   shared.test = (name, options, use) =>
+    test(name, { timeout: 2 * patience }, () => withPage(shared.rig, options, use));
+  shared.ownRigTest = (name, use, host = []) =>
     test(name, { timeout: 2 * patience }, async () => {
-      const page = await openPage(shared.browser.context, shared.rig.url, options);
+      const own = await Rig.start({ ...rigOptions, host });
       try {
-        await use(page);
-        assert.deepEqual(page.problems, []);
+        await withPage(own, {}, use);
       } finally {
-        await page.close();
+        own.host.child.kill("SIGCONT");
+        await own.stop();
       }
     });
   return shared;

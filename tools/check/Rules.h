@@ -36,10 +36,16 @@ inline constexpr std::array<std::string_view, 4> weightMarks = {
 
 inline constexpr std::string_view headingMark = "\n### ";
 
+// As text.find(what, from), which g++ 12 can't evaluate at compile time with -fsanitize=undefined.
+consteval std::size_t find(std::string_view text, std::string_view what, std::size_t from = 0) {
+  while (from < text.size() && !text.substr(from).starts_with(what)) ++from;
+  return from < text.size() ? from : text.npos;
+}
+
 consteval std::size_t countRules(std::string_view manual) {
   std::size_t count = 0;
-  for (std::size_t at = manual.find(headingMark); at != manual.npos;
-       at = manual.find(headingMark, at + 1)) {
+  for (std::size_t at = find(manual, headingMark); at != manual.npos;
+       at = find(manual, headingMark, at + 1)) {
     ++count;
   }
   return count;
@@ -47,12 +53,12 @@ consteval std::size_t countRules(std::string_view manual) {
 
 // The rule at the beginning of `text`. What the manual leaves out is an error of the compiler.
 consteval RuleText readRule(std::string_view text) {
-  const std::size_t line = text.find('\n');
+  const std::size_t line = find(text, "\n");
   std::string_view paragraph = text.substr(line + 2);
   for (std::size_t weight = 0; weight < weightMarks.size(); ++weight) {
     if (!paragraph.starts_with(weightMarks[weight])) continue;
     paragraph.remove_prefix(weightMarks[weight].size());
-    const std::size_t end = paragraph.find(".*");
+    const std::size_t end = find(paragraph, ".*");
     return {.name = text.substr(0, line),
             .weight = static_cast<Weight>(weight),
             .summary = paragraph.substr(0, end),
@@ -64,10 +70,10 @@ consteval RuleText readRule(std::string_view text) {
 consteval auto readRules() {
   constexpr std::string_view manual = rules::configuration_md;
   std::array<RuleText, countRules(manual)> rules;
-  std::size_t at = manual.find(headingMark);
+  std::size_t at = find(manual, headingMark);
   for (RuleText& rule : rules) {
     at += headingMark.size();
-    const std::size_t next = manual.find(headingMark, at);
+    const std::size_t next = find(manual, headingMark, at);
     rule = readRule(manual.substr(at, next - at));
     at = next;
   }
