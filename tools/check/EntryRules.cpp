@@ -98,7 +98,7 @@ bool isPlain(const EntryFacts& facts, std::size_t index) {
          facts.sameAs(text.substr(0, text.find(':'))).empty() && !(facts.isMeter() && isRate(text));
 }
 
-// How many words "Key = a" or "Key= a" takes; 0 if the words at `index` are no such thing.
+// How many words "Key = a" or "Key= a" takes; 0 if the words at `index` are nothing of the kind.
 std::size_t spacedWords(const EntryFacts& facts, std::size_t index) {
   const auto& words = facts.words();
   std::string_view name = words[index].text;
@@ -145,8 +145,8 @@ bool beginsIndentedComment(const EntryFacts& facts, std::size_t index) {
   return facts.line.kind == LineKind::Continuation && facts.words()[index].text.starts_with(';');
 }
 
-// The groups of the value. A comment covers the rest of the value, but the module reads the words
-// in it, so these are groups as well; ignored words in a comment are not.
+// The groups of the value. A comment covers the rest of the value, but the module still reads the
+// words in it, so these form groups as well. Words in a comment that it ignores form none.
 std::vector<Group> groupsOf(const EntryFacts& facts) {
   const std::size_t all = facts.words().size();
   std::vector<Group> groups;
@@ -181,7 +181,7 @@ std::string_view wordWithin(const EntryFacts& facts, std::string_view text) {
   return first;
 }
 
-// The closing quote is in what the reader cut as a comment, so no comment was meant.
+// Whether the closing quote is in what the reader cut off as a comment: no comment was meant.
 bool isCutInQuotes(const EntryFacts& facts) {
   const std::string_view rest = facts.line.rest.of(facts.line.text);
   return rest.starts_with(';') && rest.find(facts.value[*facts.split.openQuote]) != rest.npos;
@@ -475,7 +475,7 @@ MaybeFinding repeatedWord(const WordFacts& facts) {
       "remove the one that you do not want"};
 }
 
-// The known word at the end of the text, where it was probably meant to begin a word of its own.
+// The known word at the end of the text, probably meant as the beginning of the next word.
 std::string_view wordAtEnd(const EntryFacts& facts, std::string_view text) {
   std::string_view longest;
   for (const std::string& word : facts.known()) {
@@ -661,7 +661,7 @@ MaybeFinding trailingComma(const WordFacts& facts) {
   if (!facts.isName() || !(name.ends_with(',') || name.ends_with(';'))) return std::nullopt;
   const Span last{facts.place().end() - 1, 1};
   Remedy remedy = remove(last, fmt::format("the \"{}\"", name.back()));
-  // Within quotes, the last character of the word is another one.
+  // Of a quoted word, the last character in the line is the quote.
   if (last.of(facts.entry.line.text).front() != name.back()) remedy.edit.reset();
   return Finding{"trailing-comma", facts.place(),
                  fmt::format("{} {} ends in \"{}\", which is part of the name", facts.field.name,

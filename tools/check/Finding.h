@@ -1,8 +1,7 @@
 // What a rule finds in a line, and how to repair it.
 //
-// The rules are in four rooms: LineRules, SectionRules, EntryRules and WholeRules. Each rule is a
-// function from what it is given to a finding, or to nothing. It knows neither files nor output.
-// Any thread.
+// The rules form four groups: LineRules, SectionRules, EntryRules and WholeRules. Each rule is a
+// function that returns a finding or nothing. It neither opens files nor prints. Any thread.
 #pragma once
 
 #include <cstdint>
@@ -18,12 +17,12 @@
 
 namespace check {
 
-// A change of the line: the text at `place` becomes `text`. It has no newline.
+// A change of the line: the text at `place` becomes `text`, which has no newline.
 struct Edit {
   Span place;
   std::string text;
-  // It can't change what the module reads, or the module refuses the file and nothing else can be
-  // meant. Other edits are likely to be right.
+  // Whether the edit can't change what the module reads, or the module refuses the file and nothing
+  // else can be meant. Any other edit is only likely to be right.
   bool isSafe = false;
 };
 
@@ -39,8 +38,8 @@ struct Remedy {
       : words(std::move(advice)), edit(Edit{place, std::move(text)}) {}
 };
 
-// Remedies whose words follow from the edit: "write TEXT", "did you mean TEXT?", "remove WHAT".
-// `after` continues the words.
+// Remedies whose words are made from the edit: "write TEXT", "did you mean TEXT?", "remove WHAT".
+// `after` is appended to the words.
 Remedy write(Span place, std::string text, std::string_view after = "");
 Remedy ask(Span place, std::string text);
 Remedy remove(Span place, std::string_view what);
@@ -48,8 +47,8 @@ Remedy remove(Span place, std::string_view what);
 // The remedy with its edit marked as safe.
 Remedy safe(Remedy remedy);
 
-// What else is wrong because of the same mistake. Such findings become notes of the one that covers
-// them.
+// What else is wrong because of the same mistake. A finding covers those findings: they become its
+// notes.
 enum class Scope {
   Nothing,
   EmptyKey,  // the entry has no Key
@@ -63,7 +62,7 @@ struct Finding {
   std::string text;  // what is wrong, and what the module does
   Remedy remedy;
   Scope covers = Scope::Nothing;
-  // The line with the mistake that this one follows from, if that is another line.
+  // The line with the mistake that caused this finding, if that is another line.
   const struct SourceLine* cause = nullptr;
 };
 

@@ -32,7 +32,8 @@ bool Findings::isNoteOf(std::size_t diagnostic, Severity severity, const Finding
   return true;
 }
 
-// Whether the finding follows from a diagnostic, which is then told so.
+// Whether an earlier diagnostic covers the finding, which then becomes a note of that diagnostic,
+// or only raises its severity.
 bool Findings::isCovered(const SourceFile& file, std::uint64_t order, Severity severity,
                          const Finding& finding) {
   if (const auto found = files_.find(&file); found != files_.end()) {

@@ -1,6 +1,6 @@
 // The diagnostics of a check, in the order in which the module reads the lines.
 //
-// Memory: keeps the first diagnostics of each rule that are found, and only counts the others.
+// Memory: keeps the first `kept` diagnostics of each rule, and only counts the others.
 // Threads: one at a time.
 #pragma once
 
@@ -24,7 +24,7 @@ struct Note {
   std::string text;
 };
 
-// The edit of a finding: at this place of the file, `before` becomes `after`.
+// The edit of a finding: at this place in the file, `before` becomes `after`.
 struct Repair {
   std::size_t line = 0;
   std::size_t column = 0;
@@ -66,10 +66,10 @@ class Findings {
   // Ignores the warnings of the rules in `allowed`.
   explicit Findings(std::set<Rule> allowed) : allowed_(std::move(allowed)) {}
 
-  // Adds a finding about a line, or a note to the one that covers it. A note that is an error makes
-  // that one an error.
+  // Adds a finding about a line, or adds it as a note to the diagnostic that covers it. A note that
+  // is an error makes that diagnostic an error.
   void add(const SourceLine& line, Finding finding);
-  // Adds one about the main file as a whole, which has so many lines.
+  // Adds one about the main file as a whole. `lines` is the number of lines in all files.
   void add(const SourceFile& file, std::uint64_t lines, Finding finding);
 
   // How many of a severity were added, kept or not. Notes do not count.

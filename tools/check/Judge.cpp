@@ -21,7 +21,7 @@ struct FileState {
   std::optional<Header> header = {};
   std::shared_ptr<const std::string> section = {};  // the name in the header
   std::size_t pendingLine = 0;  // the number of the pair that an indented line would continue
-  // For each line rule, the last line that is reported, if not all are.
+  // For each line rule that is not always reported, the last line reported for it.
   std::vector<std::size_t> reported = std::vector<std::size_t>(lineRules().size());
   std::size_t badLines = 0;
   std::optional<SourceLine> namedAt = {};  // the File line of a dedicated file
@@ -134,7 +134,7 @@ void Judge::judgeLine(const LineFacts& facts) {
   }
 }
 
-// Whether to report a breach of this rule by the current line.
+// Whether to report that the current line breaks this rule.
 bool Judge::isNew(std::size_t rule, Repeats repeats) {
   switch (repeats) {
     case Repeats::Always:
@@ -177,7 +177,7 @@ void Judge::takeFileEnd() {
 
 // ---- Pairs ------------------------------------------------------------------------------------
 
-// Notes that the section has a pair with this key.
+// Records that the section has a pair with this key.
 void Judge::noteUse(std::string_view key) {
   if (!state().header || state().header->firstPair > 0) return;
   Header& header = *state().header;
@@ -185,8 +185,8 @@ void Judge::noteUse(std::string_view key) {
   for (const HeaderRule rule : firstPairRules()) add(header.at, rule(header));
 }
 
-// Whether the module reads the settings and entries of the section. What it skips counts as read in
-// the main file, where the unknown section is the only mistake.
+// Whether the module reads the settings and entries of the section. In the main file, those that it
+// skips count as read, because the unknown section is the only mistake there.
 bool Judge::isRead() {
   return !walk_.file().isDedicated() || state().header->section->kind != SectionKind::Unknown;
 }

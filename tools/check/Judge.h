@@ -1,4 +1,4 @@
-// Judges a configuration: hands each line to the rooms of rules, and collects what they find.
+// Judges a configuration: applies the rules to each line, and collects what they find.
 // Threads: one at a time. Memory: what Walk, Configuration and Findings keep.
 #pragma once
 

@@ -24,7 +24,7 @@ bool isKnown(const Section* section) {
   return section != nullptr && section->kind != SectionKind::Unknown;
 }
 
-// The keys that the line may have, as far as that is known.
+// The keys that the line may have; all keys if its section is unknown.
 const std::vector<std::string>& keysFor(const LineFacts& facts) {
   return isKnown(facts.section) ? facts.section->keys : allKeys();
 }
@@ -197,8 +197,8 @@ MaybeFinding pairOutsideSection(const LineFacts& facts) {
       looksLikeComment(facts.body()) ? remedyForComment : "put a header such as [Meters] above it"};
 }
 
-// Whether the line has a key that its section does not accept. Its continuation lines do not count:
-// the pair itself is reported.
+// Whether the line has a key that its section does not accept. A continuation line does not count,
+// since the pair that it continues is reported.
 bool hasUnknownKey(const LineFacts& facts) {
   return facts.line.kind == LineKind::Pair && isKnown(facts.section) && !isKeyKnown(facts);
 }
@@ -228,7 +228,7 @@ MaybeFinding earlySeparator(const LineFacts& facts) {
                             fmt::format("{}={}", meant, isLiteral ? unquoted(value) : value)))};
 }
 
-// For a key of another section.
+// What to write for a key that belongs in another section.
 std::string adviceForMove(const Section& section, std::string_view key, std::string_view value) {
   const bool isMeter = key == "Meter";
   const std::string_view kind = isMeter ? "Meters" : "Engine";

@@ -14,26 +14,27 @@ namespace check {
 // Which edits to apply.
 enum class Boldness { Safe, Likely };
 
-// The text after the edits of its findings. Of edits that overlap, only the first is made.
+// The text with the edits of its findings made. Of edits that overlap, only the first is made.
 std::string repaired(const std::string& text, const std::vector<Diagnostic>& diagnostics,
                      Boldness boldness);
 
 struct Repaired {
   std::string before = {};  // the text of the file
-  std::string after = {};   // the same text if the edits do not make it check better
+  std::string after = {};   // the same text unless its check is better after the edits
   Checked checked = {};     // the check of `after`
 };
 
-// Checks the file, makes the edits, and checks the result, until no edit is left. Writes nothing.
-// Never throws because of a file; one that can't be checked is unchanged.
+// Checks the file, makes the edits and checks the result, until no edit is left. Writes nothing.
+// Never throws because of a file; the text of one that can't be checked stays empty.
 Repaired repair(const Request& request, Boldness boldness);
 
-// The changed lines as a unified diff with three lines of context. Both texts have as many lines.
+// The changed lines as a unified diff with three lines of context. Both texts must have the same
+// number of lines.
 std::string unifiedDiff(const std::string& name, std::string_view before, std::string_view after);
 
-// Replaces the text of a file, or of the file that a link names. A reader sees either the old or
-// the new text, even after a crash. Keeps the mode and, as far as permitted, the owner. Throws
-// std::runtime_error, and then the file is as before.
+// Replaces the text of a file, or of the file that a symbolic link leads to. A reader sees either
+// the old or the new text, even after a crash. Keeps the mode and, as far as permitted, the owner.
+// Throws std::runtime_error, and then the file is unchanged.
 void replaceFile(const std::string& path, std::string_view text);
 
 }  // namespace check

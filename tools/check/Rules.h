@@ -51,7 +51,8 @@ consteval std::size_t countRules(std::string_view manual) {
   return count;
 }
 
-// The rule at the beginning of `text`. What the manual leaves out is an error of the compiler.
+// The rule at the beginning of `text`. If the manual leaves something out, the code does not
+// compile.
 consteval RuleText readRule(std::string_view text) {
   const std::size_t line = find(text, "\n");
   std::string_view paragraph = text.substr(line + 2);

@@ -158,7 +158,7 @@ Remedy remedyForSection(const Header& header) {
   return fmt::format("the sections are {}PATH", fmt::join(names, ", "));
 }
 
-// The entries below "[Meter]" need the name of a value type, too.
+// Whether entries are below a header such as "[Meter]", which lacks the value type.
 bool lacksType(const Header& header) {
   return header.meant != nullptr && isEntryKey(header.firstKey) &&
          !closestName(header.fullName(), {"Meters", "Engine"}).empty();
@@ -243,7 +243,7 @@ void noteFirstPair(Header& header, std::size_t number, std::string_view key) {
   const std::string name = meantName(trimmed(header.fullName()));
   if (name.empty()) return;
   header.meant = &sectionOf(name);
-  // "[Meter]" with entries lacks the type, and a text can have any default.
+  // "[Meter]" with entries lacks the type. Strings are assumed: they accept any default.
   if (!isEntryKey(key) || (name != "Meters" && name != "Engine")) return;
   header.meant = &sectionOf(sameName(key, "Meter") ? "MetersString" : "EngineString");
 }
@@ -301,7 +301,7 @@ MaybeFinding conditionDiffers(const FileFacts& facts) {
   const auto& [header, place, path] = facts;
   const std::string_view whole = header.fullCondition();
   if (path.empty() || whole.empty() || path == whole) return std::nullopt;
-  // If such marks make the file missing, missing-file says more.
+  // If quotes or "#" are why the file is missing, missing-file explains it better.
   const std::string marks = remedyForMarks(path);
   if (!marks.empty() && header.conditionHolds && !exists(path)) return std::nullopt;
   return Finding{

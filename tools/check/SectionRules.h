@@ -12,16 +12,16 @@
 
 namespace check {
 
-// A section header, and what is known of its section so far.
+// A section header, and what is known about its section so far.
 struct Header {
   SourceLine at;
   Span name;                 // within the line
   std::string cutName = {};  // as the reader cuts it
   Span rest = {};            // the text after the "]"
   const Section* section = nullptr;
-  std::string condition = {};  // the path that the module tests, of a ParseIfExist: section
+  std::string condition = {};  // the path that the module tests, in a ParseIfExist: section
   bool conditionHolds = false;
-  bool hasFile = false;       // likewise
+  bool hasFile = false;       // whether a ParseIfExist: section has a File line
   std::size_t firstPair = 0;  // the number of the line; 0 before it
   std::string firstKey = {};
   const Section* meant = nullptr;  // what was probably meant by an unknown name
@@ -37,7 +37,7 @@ struct Header {
 // Reads the header in the line, and whether its condition holds.
 Header headerIn(const Line& line, std::string_view cutName, SourceLine kept);
 
-// Takes the first pair of the section: the number and the key of its line.
+// Records the first pair of the section: the number and the key of its line.
 void noteFirstPair(Header& header, std::size_t number, std::string_view key);
 
 using HeaderRule = MaybeFinding (*)(const Header& header);
@@ -62,13 +62,13 @@ struct FileFacts {
 
 MaybeFinding conditionDiffers(const FileFacts& facts);
 
-// Is reported only once.
+// The caller reports it only once.
 MaybeFinding relativePath(const FileFacts& facts);
 
 // What keeps the module from reading the file to its end.
 MaybeFinding unreadFile(const FileFacts& facts, const Walk::Entered& entered);
 
-// For a dedicated file with so many bad lines. `place` is that of its File line.
+// For a dedicated file with `badLines` bad lines. `place` is in its File line.
 MaybeFinding dedicatedFileErrors(std::size_t badLines, std::string_view name, Span place);
 
 }  // namespace check

@@ -213,7 +213,7 @@ bool isScheme(std::string_view name) {
   return std::find(schemes.begin(), schemes.end(), name) != schemes.end();
 }
 
-// The schemes that gRPC knows, too, but that ask another service for the address.
+// Whether gRPC knows the scheme, but asks another service for the address.
 bool needsControlPlane(std::string_view name) {
   constexpr std::array<std::string_view, 3> schemes = {"xds", "google-c2p",
                                                        "google-c2p-experimental"};

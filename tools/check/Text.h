@@ -10,7 +10,7 @@ namespace check {
 // Whether the text is valid UTF-8, which gRPC messages require.
 bool isUtf8(std::string_view text);
 
-// How many bytes a text would not have: control characters other than white space, and bytes that
+// How many bytes do not belong in a text: control characters other than white space, and bytes that
 // are not UTF-8. An incomplete character at the end does not count.
 std::size_t badBytesIn(std::string_view text);
 

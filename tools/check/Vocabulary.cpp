@@ -69,7 +69,7 @@ std::string_view sameNameIn(std::string_view name, const std::vector<std::string
   return found == names.end() ? std::string_view() : *found;
 }
 
-// Spares most pairs of names the costly comparison.
+// Rules out most pairs of names without the costly comparison.
 static bool mayBeClose(std::string_view a, std::string_view b) {
   const std::size_t difference = a.size() > b.size() ? a.size() - b.size() : b.size() - a.size();
   return difference <= std::max<std::size_t>(1, a.size() / 3);

@@ -17,14 +17,14 @@ namespace check {
 struct Walk::Opened {
   std::unique_ptr<std::FILE, FileCloser> file;
   struct stat status {};
-  std::string problem;  // if it may be endless, without its subject
+  std::string problem;  // a sentence without its subject, if the file may be endless
   bool mayBeEndless = false;
 };
 
 namespace {
 
-// Files of /proc and the like say that they are empty. Some of them wait for more, and some never
-// end. Leaves the file at its beginning.
+// Whether a file that claims to be empty, as those of /proc do, may never end: some wait for more
+// text, and some deliver text without end. Leaves the file at its beginning.
 bool mayNeverEnd(int descriptor) {
   constexpr std::size_t most = 1 << 20;
   std::vector<char> room(1 << 16);

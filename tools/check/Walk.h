@@ -1,5 +1,5 @@
-// Opens the files of a configuration and hands out their lines in the module's order: the lines of
-// a dedicated file come at the File line that names it. It judges nothing.
+// Opens the files of a configuration and delivers their lines in the order in which the module
+// reads them: the lines of a dedicated file follow the File line that names it. It judges nothing.
 //
 // The module nests dedicated files without a limit. Here a list holds the open files, which shows
 // when a file includes itself.
@@ -58,7 +58,7 @@ class Walk {
   const Scanner& scanner() const { return *frames_.back().scanner; }
   const Line& line() const { return scanner().line(); }
   std::uint64_t order() const { return order_; }
-  // The current line, to be kept. The walk must outlive it.
+  // A copy of the current line. The walk must outlive it.
   SourceLine keptLine(std::shared_ptr<const std::string> section) const;
 
   // What became of a dedicated file. The module would never finish reading the last three.

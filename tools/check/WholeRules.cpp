@@ -178,7 +178,7 @@ struct List {
 using ListsOfTypes = std::array<List, gateway::valueTypes.size()>;
 using Lists = std::array<ListsOfTypes, 3>;
 
-// Without it, the tables of a large configuration would be rebuilt again and again.
+// Reserves the tables, which would otherwise be rebuilt again and again for a large configuration.
 void makeRoom(const Configuration& configuration, Lists& lists, std::array<Lines, 3>& names) {
   std::array<std::array<std::size_t, gateway::valueTypes.size()>, 3> sizes{};
   for (const EntryLine& line : configuration.entries) {

@@ -41,11 +41,11 @@ struct Configuration {
   std::optional<Setting> fast = {};
   std::optional<Setting> slow = {};
   std::deque<EntryLine> entries = {};
-  // The lines of misplaced or misspelt Targets, which the module ignores. A missing target follows
-  // from them.
+  // The lines of misplaced or misspelt Targets, which the module ignores. If a target is missing,
+  // they are the cause.
   std::optional<SourceLine> lostMetersTarget = {};
   std::optional<SourceLine> lostEngineTarget = {};
-  bool isPartial = false;  // lines or files are left out that may have more entries
+  bool isPartial = false;  // lines or files that may have more entries are left out
 
   // The setting with this key in the section of this kind.
   std::optional<Setting>& settingOf(SectionKind section, std::string_view key);
@@ -61,7 +61,7 @@ struct SettingFacts {
 using SettingRule = MaybeFinding (*)(const SettingFacts& facts);
 std::span<const SettingRule> settingRules();
 
-// Takes a finding about a line. A null line is the main file as a whole.
+// Receives a finding about a line, or about the main file as a whole if the line is null.
 using Report = std::function<void(const SourceLine* line, Finding finding)>;
 
 // Judges the whole configuration.

@@ -52,7 +52,7 @@ Boldness boldnessOf(const Options& options) {
   return options.fix == "unsafe" ? Boldness::Likely : Boldness::Safe;
 }
 
-// What the checker makes of the file as it is then. Prints or makes the repairs, if any are wanted.
+// Prints or makes the repairs, if any are requested. Returns the check of the file after them.
 Checked checkOrRepair(const Request& request, const Options& options) {
   if (options.fix.empty() && !options.diff) return check(request);
   const Repaired repaired = repair(request, boldnessOf(options));

@@ -52,7 +52,7 @@ std::size_t meaningColumn(const ManualBlock& block) {
   return entryIndentation;
 }
 
-// In a narrow terminal, meanings stand below their terms.
+// In a narrow terminal, meanings are below their terms.
 std::string rewrapped(const ManualBlock& block, std::size_t width) {
   constexpr std::size_t narrow = 6;
   constexpr std::size_t leastMeaning = 30;

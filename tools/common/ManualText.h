@@ -1,5 +1,5 @@
-// The manuals of the sub-commands: plain text that --help prints, wrapped anew, and that man pages
-// are made from.
+// The manuals of the sub-commands, as plain text. --help prints it rewrapped, and man pages are
+// made from it.
 //
 //   A paragraph starts at the left margin. What comes before the first section is the description.
 //
@@ -51,7 +51,7 @@ std::string wrapped(std::string_view text, std::size_t indent, std::size_t width
 
 // ---- Reading a manual -------------------------------------------------------------------------
 
-// Lines without an empty one between them.
+// Successive lines without an empty one between them.
 struct ManualBlock {
   enum class Kind { Section, Paragraph, Entries, Literal };
 
@@ -65,9 +65,9 @@ struct ManualEntry {
 };
 
 std::vector<ManualBlock> blocksOf(std::string_view manual);
-// The lines of a paragraph as one.
+// Joins the lines of a paragraph into one.
 std::string joined(const std::vector<std::string>& lines);
-// Of a block of this kind.
+// The entries of a block of kind Entries.
 std::vector<ManualEntry> entriesOf(const ManualBlock& block);
 
 // The manual with paragraphs and entries in lines of at most `width` columns. Lines are broken only

@@ -28,8 +28,8 @@ void say(std::string_view subcommand, std::string_view text);
 // is unset or empty.
 bool showsColours(int descriptor);
 
-// How many columns a line there may have: what COLUMNS says, or else the width of the terminal; 80
-// if it is none.
+// How many columns a line of output to `descriptor` may have: what COLUMNS says, or else the width
+// of the terminal, or 80 if it is not a terminal.
 std::size_t columnsOf(int descriptor);
 
 }  // namespace tools

@@ -17,7 +17,7 @@ namespace fs = std::filesystem;
 // How long the content has to stay the same.
 constexpr std::chrono::milliseconds settling{200};
 
-// The folder of a path; if there is none yet, the one in which it would be made.
+// The folder of a path; if that does not exist yet, the nearest folder above it that does.
 std::string folderOf(const fs::path& path) {
   fs::path folder = fs::absolute(path).parent_path();
   std::error_code error;
@@ -34,7 +34,7 @@ ConfigWatch::ConfigWatch(std::string config)
   if (descriptor_ < 0) throw std::runtime_error("can't watch files: the system allows no more");
   known_ = latest_ = tools::filesOf(config_);
   watchFolders();
-  // What has changed while the folders were not yet watched.
+  // Finds what changed while the folders were not yet watched.
   nextReading_ = Clock::now();
 }
 
@@ -42,7 +42,7 @@ ConfigWatch::~ConfigWatch() {
   close(descriptor_);
 }
 
-// Also those that symbolic links lead to. The system knows a folder that is watched twice.
+// Also watches the folders that symbolic links lead to. Watching a folder twice has no effect.
 void ConfigWatch::watchFolders() {
   constexpr unsigned events =
       IN_ATTRIB | IN_CLOSE_WRITE | IN_CREATE | IN_DELETE | IN_MODIFY | IN_MOVED_FROM | IN_MOVED_TO;

@@ -1,6 +1,6 @@
 // Notices when the files of a configuration have changed. Editors write in steps, replace a file by
-// renaming another, or only touch it. So what counts is the files' content, once it has stayed the
-// same for a moment.
+// renaming another, or only touch it. So only the content counts, once it has stayed the same for a
+// moment.
 //
 // Threads: one at a time.
 #pragma once
@@ -14,15 +14,15 @@ namespace host {
 
 class ConfigWatch {
  public:
-  // Takes the present content as the known one. Throws std::runtime_error if the system can't watch
-  // folders.
+  // Remembers the present content, for comparison. Throws std::runtime_error if the system can't
+  // watch folders.
   explicit ConfigWatch(std::string config);
   ~ConfigWatch();
   ConfigWatch(const ConfigWatch&) = delete;
   ConfigWatch& operator=(const ConfigWatch&) = delete;
 
-  // Whether the files have another content than at the previous true, or at the start. Never waits;
-  // reads the files only after something has happened in their folders.
+  // Whether the content differs from that at the start, or from that when this last returned true.
+  // Never waits, and reads the files only after something has happened in their folders.
   bool hasChanged(Clock::time_point now);
 
  private:

@@ -18,8 +18,8 @@ namespace host {
 
 class Connections {
  public:
-  // Make it before the module starts. Borrows `calls`; if it is null, all links are unknown. What
-  // calls of an earlier run did counts only in totals.
+  // Make it before the module starts. Borrows `calls`; if it is null, all links are unknown. Calls
+  // of an earlier run count only in the totals.
   Connections(const gateway::ConfigManager& config, const CallWatch* calls);
 
   // Reads the accounts, but not more often than four times a second.

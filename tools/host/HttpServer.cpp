@@ -156,7 +156,7 @@ class HttpServer::Connection : public std::enable_shared_from_this<Connection> {
   beast::flat_buffer input_{2 * server_.limits.head};
   http::request_parser<http::string_body> parser_;
   std::size_t bodyLimit_ = 0;
-  // For the request to arrive, then for the answer to be taken or for a quiet stream.
+  // Limits the time for the request, and then for the answer; or wakes a quiet stream.
   asio::steady_timer timer_;
   bool isLate_ = false;
   bool isEnding_ = false;
@@ -303,7 +303,8 @@ void HttpServer::Connection::send(HttpAnswer answer) {
   write();
 }
 
-// Resets the connection of a late client: the system would go on sending what it holds already.
+// Resets the connection of a client that is late. After a normal close, the system would go on
+// sending what it has already buffered.
 void HttpServer::Connection::limitAnswerTime() {
   timer_.expires_after(server_.limits.answerTime);
   timer_.async_wait([this, self = shared_from_this()](error_code error) {

@@ -2,8 +2,8 @@
 // sends the answers; it does not know what is served, nor to whom.
 //
 // A connection carries one request. HttpLimits bounds what a client may send and hold. A client
-// beyond a limit gets a plain refusal, and its connection is closed. A client that takes nothing of
-// its answer for five seconds, or too long for all of it, loses its connection.
+// beyond a limit gets a plain refusal, and its connection is closed. A client that reads nothing of
+// its answer for five seconds, or takes too long to read all of it, loses its connection.
 //
 // Threads: made and destroyed by one thread. One thread of the server's own serves all connections
 // and calls the handler and its streams, so these should be quick.
@@ -37,12 +37,12 @@ std::optional<std::string> parameterOf(const HttpHead& request, std::string_view
 // What clients may send and hold.
 struct HttpLimits {
   std::size_t head = 16384;              // bytes of request line and header together
-  std::chrono::seconds requestTime{10};  // for a request to arrive whole
-  std::chrono::seconds answerTime{60};   // for an answer to be taken whole; streams may last
+  std::chrono::seconds requestTime{10};  // for a whole request to arrive
+  std::chrono::seconds answerTime{60};   // for a client to read an answer; streams may last
   std::size_t connections = 256;         // at a time
   std::size_t connectionsPerAddress = 64;
-  // Open streams. A further one takes the place of another: of the address with the most streams,
-  // the one whose reader has been behind longest, or else the oldest. Readers that never finish
+  // Open streams. One more replaces another: of the address with the most streams, the one whose
+  // reader has been behind longest, or else the oldest. Readers that never finish
   // can't keep a new client out.
   std::size_t streams = 16;
 };

@@ -56,9 +56,9 @@ nlohmann::json slotsOf(const RunningModule& module);
 
 // {"time","span","gaps":[[from,to]...],
 // "slots":[{"index","set","name","period","times","last","low","high"}...]}: the histories of
-// slots, by their indices, as ValueHistory::trace gives them; the last four are arrays with an item
-// for each point. The period, and the span that histories have at most, are in seconds. All slots
-// together have about `historyPoints` points. Throws std::invalid_argument for a slot that has no
+// slots, by their indices, as ValueHistory::trace returns them. The last four are arrays, one item
+// per point. `period`, and `span`, which is the longest history, are in seconds. All slots together
+// have about `historyPoints` points. Throws std::invalid_argument for a slot that has no
 // history.
 inline constexpr std::size_t historyPoints = 12000;
 nlohmann::json historyOf(const std::vector<SlotLabel>& labels, const ValueHistory& history,

@@ -6,7 +6,7 @@
 namespace host {
 namespace {
 
-// Beside this program, where a build puts it, or else where modules are installed.
+// The module beside this program, where a build puts it, or else where modules are installed.
 std::string defaultModulePath() {
   constexpr const char* file = "grpc-gateway.so";
   const auto folder = std::filesystem::read_symlink("/proc/self/exe").parent_path();
@@ -14,7 +14,7 @@ std::string defaultModulePath() {
   return (std::filesystem::exists(folder / file) ? folder / file : installed).string();
 }
 
-// The loader would look for a name without a folder among the system's libraries.
+// Adds the folder, since the loader would look for a bare name among the system's libraries.
 std::string absolutePath(const std::string& path) {
   return std::filesystem::absolute(path);
 }
@@ -45,7 +45,7 @@ CLI::Option* addReloadOption(CLI::App& command, bool& reloads) {
   return command.add_flag(
       "--reload", reloads,
       "Restart the module when the configuration file, or a dedicated file that it names, has "
-      "changed. If the module would refuse the new one, it runs on as before.");
+      "changed. If the module would refuse the new one, it keeps running as before.");
 }
 
 }  // namespace host

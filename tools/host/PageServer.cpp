@@ -115,7 +115,7 @@ class PageServer::Routes final : public HttpHandler {
   const Route& routeOf(const HttpHead& request) const;
   void listen();
 
-  // What one run of the module did; a reload begins another.
+  // The past of one run of the module; a reload begins another.
   struct Past {
     explicit Past(std::shared_ptr<const SlotBoard> of)
         : board(std::move(of)), history(board->labels(), Clock::now()) {}
@@ -138,7 +138,7 @@ class PageServer::Routes final : public HttpHandler {
   RunningModule& module_;
   const LogBook& log_;
   PageSettings settings_;
-  mutable std::mutex mutex_;  // guards the pointer, not what it leads to
+  mutable std::mutex mutex_;  // guards the pointer, not what it points to
   std::shared_ptr<Past> past_;
   std::vector<Route> routes_;
   std::optional<PageAccess> access_;

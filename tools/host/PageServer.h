@@ -3,8 +3,8 @@
 //   GET  /             the page; the other files of tools/host/page lie beside it
 //   GET  /api/status   what runs here, as statusOf gives it
 //   GET  /api/slots    all slots, as slotsOf gives them
-//   GET  /api/history  what slots held lately, as historyOf gives it: ?slots=0,3 for up to 100
-//                      indices of slots (else of the first numbers), &seconds=60 for a shorter time
+//   GET  /api/history  recent values of slots, as historyOf returns them: ?slots=0,3 for up to
+//                      100 indices (else the first numbers), &seconds=60 for a shorter time
 //   GET  /api/events   server-sent events, as PageFeed gives them
 //   POST /api/set      changes engine slots in one notification: takes what changesIn reads, and
 //                      gives {"notification":NUMBER}
@@ -13,7 +13,7 @@
 //
 // PageAccess decides who may ask, before the body of a request is read. A refused request gets a
 // fitting status and {"error": reason}. HttpLimits bounds what clients may send and hold; only
-// /api/set takes a body. docs/api.md and docs/openapi.json describe all of it for users.
+// /api/set takes a body. docs/api.md and docs/openapi.json describe all this for users.
 //
 // The history begins when the server is made, and anew after a reload.
 //

@@ -175,7 +175,7 @@ RunningModule::LookWatch RunningModule::watchLooks(std::function<void()> sink) {
 Notification RunningModule::set(const std::vector<Change>& changes) {
   if (changes.empty()) throw std::invalid_argument("nothing to set");
   const std::lock_guard changing(changing_);
-  // The slots' memory has gone with a module that could not be started again.
+  // A module that could not be started again has taken the memory of its slots with it.
   if (!running_) throw std::invalid_argument("the module has stopped");
   std::vector<std::pair<Slot, SlotValue>> resolved;
   Notification notification;

@@ -29,7 +29,7 @@ nlohmann::json jsonOf(const std::optional<ConfiguredSlot>& slot) {
           {"key", slot->key}};
 }
 
-// Finds the earlier slots that are the later ones, from the surest sign to the weakest.
+// Finds the earlier slot that each later one was, by the surest sign first.
 class Matching {
  public:
   Matching(const Slots& before, const Slots& after)
@@ -59,7 +59,7 @@ class Matching {
   }
 
  private:
-  // `signOf` gives what both have in common. An empty name or key is no sign.
+  // `signOf` returns what both slots have in common. An empty name or key is no sign.
   template <class SignOf>
   void match(const SignOf& signOf) {
     std::map<decltype(signOf(before_.front())), std::size_t> open;

@@ -21,7 +21,7 @@ struct SlotChange {
   std::vector<std::string> kinds() const;
 };
 
-// In the order of the later configuration, then those that are gone.
+// In the order of the later configuration; those that are gone come last.
 std::vector<SlotChange> changesBetween(const std::vector<tools::ConfiguredSlot>& before,
                                        const std::vector<tools::ConfiguredSlot>& after);
 

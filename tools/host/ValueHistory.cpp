@@ -64,7 +64,7 @@ ValueHistory::ValueHistory(const std::vector<SlotLabel>& labels, Clock::time_poi
   const auto hasHistory = [](const SlotLabel& label) { return label.type != ValueType::String; };
   const auto kept =
       static_cast<std::size_t>(std::count_if(labels.begin(), labels.end(), hasHistory));
-  // Two entries are beyond the span: the value at its beginning, and the period that is running.
+  // Two entries more than the span has: the value at its beginning, and the current period.
   const std::size_t mostUseful = span / shortestPeriod + 2;
   const std::size_t affordable = budget / (sizeof(Entry) * std::max<std::size_t>(kept, 1));
   capacity_ = std::clamp(affordable, leastCapacity, mostUseful);
@@ -146,7 +146,7 @@ ValueHistory::Trace ValueHistory::trace(std::size_t slot, Clock::duration window
   for (std::size_t age = std::min(ring.written, capacity_); age > 0; --age) {
     Entry entry = entryOf(ring, age);
     if (entry.period < first) {
-      // Only its last value still held when the window began.
+      // Of an earlier period, only the last value still held when the window began.
       entry = {first, entry.last, entry.last, entry.last};
       found.clear();
     }

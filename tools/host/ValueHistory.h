@@ -2,14 +2,14 @@
 // have no history.
 //
 // Time is divided into periods. For each period in which a slot changed, the history keeps the
-// slot's last, lowest and highest value; a slot that rests takes nothing. All slots have the same
-// room, as much as the budget allows, and the period is the shortest for which ten minutes fit into
-// it: with the default budget of 64 MiB it is 50 ms for up to 349 slots, so that every sample is
-// kept, 287 ms for 2,000 slots, and 2.9 s for 20,000. The room is reserved at once and never grows;
-// the system provides the memory of a page when a change is first written there.
+// slot's last, lowest and highest value; a slot that does not change takes nothing. All slots have
+// the same space, as much as the budget allows, and the period is the shortest for which ten
+// minutes fit into it. With the default budget of 64 MiB it is 50 ms for up to 349 slots, so that
+// every sample is kept, 287 ms for 2,000 slots, and 2.9 s for 20,000. The space is reserved at once
+// and never grows; the system provides each page of memory when a change is first written there.
 //
 // A history begins with the slot's first change, because a default is no measurement. The values
-// of a gap, in which nobody sampled, are unknown.
+// of a gap, in which the host took no samples, are unknown.
 //
 // Any thread.
 #pragma once
@@ -33,11 +33,12 @@ class ValueHistory {
   static constexpr std::chrono::minutes span{10};
   static constexpr std::size_t defaultBudget = std::size_t{64} << 20;  // bytes
 
-  // Times before `start` count as `start`. A budget below 192 bytes for each slot is exceeded.
+  // Times before `start` count as `start`. At least 192 bytes are
+  // used for each slot, even if the budget is smaller.
   ValueHistory(const std::vector<SlotLabel>& labels, Clock::time_point start,
                std::size_t budget = defaultBudget);
 
-  // Takes what a look at the slots found. Looks come in order.
+  // Takes what a look at the slots found. Call it in the order of the looks.
   void take(const SlotBoard::Changes& changes);
   // Number of the latest look taken: the next `since` of SlotBoard::changesSince.
   std::uint64_t look() const;
@@ -47,8 +48,8 @@ class ValueHistory {
   // Bytes reserved for the values of all slots.
   std::size_t reserved() const { return reserved_ * sizeof(Entry); }
 
-  // From its time on, the slot held these values for the trace's period, and then the last one
-  // until the next point. A NaN is neither the lowest nor the highest value unless it is the only.
+  // The slot held these values during the trace's period, which begins at `time`, and then `last`
+  // until the next point. A NaN is the lowest or highest value only if there was no other.
   struct Point {
     Clock::time_point time;
     standin::SlotValue last;
@@ -59,12 +60,12 @@ class ValueHistory {
     Clock::duration period;
     std::vector<Point> points;  // oldest first
   };
-  // The history of a slot for as long as `window` before the latest look. The first point has the
-  // value that the slot held when the window began, if that is known. If the window has more than
-  // `maxPoints` periods, several are joined to a longer one. No points if there is no history.
+  // The history of a slot from `window` before the latest look. The first point has the value that
+  // the slot held when the window began, if that is known. If the window has more than `maxPoints`
+  // periods, several are joined into a longer one. No points if there is no history.
   Trace trace(std::size_t slot, Clock::duration window, std::size_t maxPoints) const;
 
-  // From when to when nobody sampled, oldest first.
+  // When each time without samples began and ended, oldest first.
   using Gaps = std::vector<std::pair<Clock::time_point, Clock::time_point>>;
   Gaps gaps() const;
 

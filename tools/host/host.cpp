@@ -122,7 +122,7 @@ void Run::explain(const Refused& refused) const {
 }
 
 int Run::attend() {
-  // First, so that no change after the start escapes it.
+  // Before the module starts, so that no later change is missed.
   if (options_.reloads) configWatch_.emplace(options_.setup.config);
   RunningModule module(options_.setup, [this](const auto& line) { log(line); });
   reporter_.started(module);
@@ -179,7 +179,7 @@ void Run::reload(RunningModule& module, Expectations& expectations) {
     const auto changes = module.reload();
     expectations.follow(module.board());
     reporter_.reloaded(module, changes);
-    // All slots and links are printed anew.
+    // Print all slots and links again.
     watched_.reset();
     linksPrinted_ = {};
   } catch (const Refused& refused) {

@@ -19,7 +19,7 @@ std::string bodyOf(const Command& command);
 
 std::string helpOf(const Command& command);
 
-// Has the parser print helpOf(), in the width of standard output.
+// Makes the parser print helpOf(), in the width of standard output.
 class HelpFormatter final : public CLI::FormatterBase {
  public:
   std::string make_help(const CLI::App* app, std::string name,

@@ -9,7 +9,7 @@
 namespace top {
 namespace {
 
-// The next of 1, 2, 5, 10, 20, 50 ... that is not smaller, but for the rounding of a float.
+// The next of 1, 2, 5, 10, 20, 50 ... that is not smaller, except for the rounding of a float.
 double roundedUp(double value) {
   const double power = std::pow(10, std::floor(std::log10(value)));
   for (const double step : {1, 2, 5}) {
@@ -18,7 +18,7 @@ double roundedUp(double value) {
   return 10 * power;
 }
 
-// A ratio ends at 1, unless it has been far below so far.
+// The upper end of a scale. It is at least 1, for ratios, unless all values so far are far below.
 double endAbove(double high) {
   if (high <= 0) return 1;
   return high < 1e-3 ? roundedUp(high) : std::max(1.0, roundedUp(high));
@@ -68,7 +68,7 @@ Text barOf(double value, const Range& scale, int width) {
     return bar;
   }
   Text bar(filled / parts, L'\u2588');
-  // From one eighth of a block to seven.
+  // A block of one to seven eighths.
   if (filled % parts > 0) bar += static_cast<wchar_t>(L'\u2590' - filled % parts);
   bar.resize(columns, L' ');
   return bar;

@@ -16,7 +16,7 @@ struct Range {
 // The values that a slot has had.
 class Seen {
  public:
-  // Ignores texts and what is not finite.
+  // Ignores texts and numbers that are not finite.
   void add(const standin::SlotValue& value);
 
   // A scale that holds all of them: decibels where they fit.
@@ -30,8 +30,8 @@ class Seen {
 // The number in a value; NaN for a text.
 double numberOf(const standin::SlotValue& value);
 
-// A bar in exactly `width` columns, as long as the value's place on the scale. A value that is not
-// a number has none.
+// A bar in exactly `width` columns, as long as the value's place on the scale. It is blank for a
+// value that is not a number.
 Text barOf(double value, const Range& scale, int width);
 
 }  // namespace top

@@ -128,7 +128,7 @@ std::vector<std::string> ErrorLines::take() {
     begin = end + 1;
   }
   unfinished_.erase(0, begin);
-  // A line without an end must not grow for ever.
+  // An unfinished line must not grow without a limit.
   if (unfinished_.size() > chunk.size()) lines.push_back(std::exchange(unfinished_, {}));
   return lines;
 }
@@ -178,7 +178,7 @@ std::vector<Screen::Press> Screen::keys() {
       keys.emplace_back(static_cast<wchar_t>(code));
     }
   }
-  // A terminal that has gone stays readable, but has nothing to read.
+  // A terminal that has gone stays readable, but delivers no keys.
   pollfd input{STDIN_FILENO, POLLIN, 0};
   hasEnded_ = poll(&input, 1, 0) > 0 && (input.revents & (POLLHUP | POLLERR | POLLNVAL)) != 0;
   return keys;
@@ -192,7 +192,7 @@ void Screen::obeySignals() {
   }
 }
 
-// Tells ncurses, which must not look by itself: the environment may name another size.
+// Tells ncurses the size, since it would believe the environment, which may name another one.
 void Screen::takeSize() {
   const Size now = size();
   resizeterm(now.rows, now.columns);

@@ -1,7 +1,7 @@
 // The terminal as a screen that is drawn as a whole: keys come in, pictures go out. Only what has
 // changed since the previous picture is written.
 //
-// Threads: one, the one that made it. Only one can exist at a time.
+// Threads: only the one that made it. Only one screen can exist at a time.
 // Ownership: takes standard input, output and error until it is destroyed, and then restores the
 // terminal.
 #pragma once
@@ -16,8 +16,8 @@
 namespace top {
 
 // Delivers the terminal's signals through a descriptor: it was resized, or the user wants to
-// suspend the program. Blocks them for good, also for threads started later, so make it before any
-// thread.
+// suspend the program. Blocks these signals permanently, also in threads started later, so make it
+// before any other thread.
 class TerminalSignals {
  public:
   // Throws std::runtime_error if the system runs out of descriptors.
@@ -32,9 +32,9 @@ class TerminalSignals {
   int descriptor_;
 };
 
-// Standard error of everything in this process, line by line, for as long as it lives: what a
-// library writes there would tear the screen. Lines that nobody takes in time are lost, since
-// nobody may wait for them.
+// Captures the standard error of the whole process, line by line, because what a library writes
+// there would garble the screen. Lines that nobody takes in time are lost, since a writer must not
+// wait.
 class ErrorLines {
  public:
   ErrorLines();
@@ -44,7 +44,7 @@ class ErrorLines {
   ErrorLines& operator=(const ErrorLines&) = delete;
 
   int descriptor() const { return read_; }
-  // Those that are complete by now. Never waits.
+  // The lines completed since the last call. Never waits.
   std::vector<std::string> take();
 
  private:
@@ -69,7 +69,7 @@ class Screen {
   // The keys pressed since the last call. Also resizes the screen and suspends the program when the
   // terminal's signals ask for that. Never waits for a key.
   std::vector<Press> keys();
-  // Whether nothing more can be typed, since the terminal has gone.
+  // Whether no more keys can come, because the terminal has gone.
   bool hasEnded() const { return hasEnded_; }
 
   Size size() const;

@@ -27,7 +27,7 @@ bool isNameBefore(const SlotRow& a, const SlotRow& b) {
   return strverscmp(a.label.name.c_str(), b.label.name.c_str()) < 0;
 }
 
-// Ages of changing values are alike, or their rows would never rest.
+// Changing values count as equally old, or their rows would keep moving.
 Clock::duration sortedAge(const SlotRow& row, Clock::time_point now) {
   const Clock::duration age = now - row.state.changed;
   return age <= staleAfter && row.state.hasMoved() ? Clock::duration::zero() : age;
@@ -56,7 +56,7 @@ Freshness SlotRow::freshness(Clock::time_point now) const {
 }
 
 SlotList::SlotList(std::shared_ptr<const host::SlotBoard> board) : board_(std::move(board)) {
-  // The look goes first: what changes meanwhile is taken twice rather than never.
+  // Get the look's number first: a change in between is then taken twice rather than never.
   look_ = board_->changesSince(UINT64_MAX).look;
   const auto states = board_->states();
   rows_.reserve(states.size());

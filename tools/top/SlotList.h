@@ -1,5 +1,5 @@
 // The slots of a running module, as a list that people filter and sort. It holds a copy of the
-// board's values, so that a list that is not updated stands still.
+// board's values, so a pause only means that nobody calls update().
 //
 // Threads: one at a time.
 #pragma once
@@ -21,7 +21,7 @@ using host::Clock;
 
 enum class Order { Configured, Name, Value, Age, Changes };
 
-// "name", as options and the screen call it. All are of Order, in its order.
+// The names of the orders in options and on the screen, indexed by Order.
 inline constexpr std::array<std::string_view, 5> orderNames{"configured", "name", "value", "age",
                                                             "changes"};
 std::string_view nameOf(Order order);
@@ -32,9 +32,9 @@ struct Sorting {
 
   bool operator==(const Sorting&) const = default;
 };
-// By an order as people look for it: the greatest values and counts first.
+// The sorting that people expect of an order: the greatest values and counts first.
 Sorting sortingBy(Order order);
-// The same, for a name of the above. Throws std::out_of_range for another.
+// The same for one of orderNames. Throws std::out_of_range for any other name.
 Sorting sortingBy(std::string_view name);
 
 // What a slot's age says about its value.
@@ -56,15 +56,15 @@ class SlotList {
 
   // Takes the board's latest values.
   void update();
-  // When they were looked at.
+  // When the board took them.
   Clock::time_point time() const { return time_; }
 
   // Shows only slots whose name or key contains each of these words, whatever their case.
   void filter(std::string_view words);
-  // Texts, and what is not a number, come last in the order of values, either way.
+  // In the order of values, texts and NaN come last, even if it is reversed.
   void sort(const Sorting& sorting);
   const Sorting& sorting() const { return sorting_; }
-  // Whether the order can change with the values, so that it has to be sorted again.
+  // Whether the order depends on the values, so that it has to be sorted again when they change.
   bool isMoving() const;
   // Sorts by the latest values. Equal slots keep the order of the configuration.
   void arrange();
@@ -73,7 +73,7 @@ class SlotList {
   // The indices of the rows to show, in order.
   const std::vector<std::size_t>& shown() const { return shown_; }
   const SlotRow& row(std::size_t index) const { return rows_[index]; }
-  // The columns of the longest name.
+  // The width of the longest name in columns.
   int nameWidth() const { return nameWidth_; }
 
  private:

@@ -1,4 +1,5 @@
-// A source of its own, since term.h defines hundreds of macros such as `lines` and `tone`.
+// This is a source file of its own, since term.h defines hundreds of macros such as `lines` and
+// `tone`.
 #include "tools/top/TerminalType.h"
 
 #include <unistd.h>

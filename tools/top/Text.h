@@ -1,4 +1,5 @@
-// Text for a terminal: characters of known width, and nothing that a terminal would obey.
+// Text for a terminal: characters of known width, and nothing that a terminal would take as a
+// command.
 //
 // What counts as a character follows the locale's LC_CTYPE. Any thread, but not while setlocale
 // runs.
@@ -11,19 +12,18 @@ namespace top {
 
 using Text = std::wstring;
 
-// Chooses LC_CTYPE after the environment if that is UTF-8, and otherwise "C", in which everything
+// Takes LC_CTYPE from the environment if that is UTF-8, and otherwise sets "C", in which everything
 // beyond ASCII is escaped. Call it before any other thread runs.
 void followLocale();
-// The same without the environment, for output that programs read.
+// Sets UTF-8 whatever the environment says, for output that programs read.
 void useUtf8();
 
 // Whether block characters can be shown.
 bool hasBlocks();
 
-// Each byte that does not belong to a character that can be shown becomes \x and two digits. That
-// concerns control characters, broken UTF-8, the backslash, and characters that only change how
-// others are drawn.
-// Terminals disagree about the width of those, and with some of them a text can pose as another.
+// Escapes, as \x and two digits, each byte of control characters, invalid UTF-8, the backslash, and
+// characters that only change how others are drawn. Terminals disagree about the width of the last
+// kind, and a text can use some of them to look like another text.
 Text textOf(std::string_view bytes);
 
 // In columns: a character takes none, one or two.

@@ -265,7 +265,7 @@ bool View::press(Key key) {
   return true;
 }
 
-// A whole character: the bytes that continue one, and the one that begins it.
+// Erases a whole character: the bytes that continue it, and the one that begins it.
 void View::eraseLast() {
   const auto isContinuation = [](char byte) { return (byte & 0xc0) == 0x80; };
   while (!filter_.empty() && isContinuation(filter_.back())) filter_.pop_back();
@@ -338,7 +338,7 @@ Line View::facts() const {
   return line;
 }
 
-// When there is room for only one, the worst.
+// All links; if `isShort`, only the worst.
 Picture View::links(bool isShort) const {
   const host::Links links = module_.links();
   if (!isShort) return {lineOf(links[0]), lineOf(links[1]), lineOf(links[2])};
@@ -351,7 +351,7 @@ Picture View::links(bool isShort) const {
   }))};
 }
 
-// The widths of the columns, 0 for one that has no room.
+// The widths of the columns, 0 for one that does not fit.
 struct View::Columns {
   int name = 0;
   int value = 0;
@@ -398,7 +398,7 @@ Line View::row(std::size_t index, const Columns& columns) const {
   Line line{{{fitted(textOf(slot.label.name), columns.name) + blanks, tones.text}}};
   const auto add = [&](const Text& text, Tone tone) { line.spans.push_back({text, tone}); };
   if (slot.label.type == gateway::ValueType::String) {
-    // A text takes the room of the bar, too.
+    // A text may use the column of the bar, too.
     const int width = columns.value + (columns.bar > 0 ? gap + columns.bar : 0);
     add(fitted(value, width), tones.text);
   } else {

@@ -27,14 +27,14 @@ class View {
   // The keys, as entries of the manual whose meanings start at `column`.
   static std::string manual(std::size_t column);
 
-  // Both are borrowed.
+  // Borrows both.
   View(const host::RunningModule& module, const host::LogBook& log);
 
   void filter(const std::string& words);
   void sort(const Sorting& sorting) { slots_.sort(sorting); }
 
-  // Takes the latest values, and the slots after a reload, unless the values are paused. Sorts
-  // again now and then.
+  // Takes the latest values, and the slots after a reload, unless the values are paused. Sorts them
+  // again from time to time.
   void update();
 
   // Carries out a key. False for the key that ends the program.
@@ -76,7 +76,7 @@ class View {
   Clock::time_point nextOrder_;  // when to sort again
   std::optional<std::chrono::system_clock::time_point> pausedAt_;
   std::string filter_;
-  bool isEditing_ = false;  // the filter
+  bool isEditing_ = false;  // whether the filter is being typed
   bool isHelp_ = false;
   std::size_t helpFirst_ = 0;
   std::size_t chosen_ = 0;  // place among the shown slots

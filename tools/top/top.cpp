@@ -70,20 +70,20 @@ class Run {
   const tools::SignalDescriptor signals_;
   host::LogBook logBook_;
   std::optional<host::ConfigWatch> configWatch_;
-  // Log lines go there, too, unless the screen is in the same place.
+  // Log lines also go to standard error, unless that is the terminal of the screen.
   const bool logsToStandardError_ = options_.isBatch || isatty(STDERR_FILENO) != 1;
 };
 
 int Run::operator()() {
-  // The next line fails when its reader has gone, and then the module is stopped.
+  // Without the signal, writing a line fails once its reader has gone, and the module is stopped.
   std::signal(SIGPIPE, SIG_IGN);
   if (!options_.isBatch) requireScreen();
   try {
-    // First, so that no change after the start escapes it.
+    // Before the module starts, so that no later change is missed.
     if (options_.reloads) configWatch_.emplace(options_.setup.config);
     RunningModule module(options_.setup, [this](const auto& line) { log(line); });
     const int code = options_.isBatch ? printScreens(module) : showScreen(module);
-    // It can take seconds.
+    // Stopping can take seconds.
     if (!logsToStandardError_) tools::say("top", "stopping the module");
     const int verdict = judge(module.stop());
     return verdict == ExitCode::Done ? code : verdict;
@@ -115,7 +115,7 @@ void Run::look(RunningModule& module, View& view) {
   view.update();
 }
 
-// While the screen is up, standard error ends in the log.
+// While the screen is up, the log takes what would go to standard error.
 void Run::reload(RunningModule& module) {
   try {
     const std::size_t changes = module.reload().size();
@@ -145,7 +145,7 @@ int Run::judge(const host::Leftovers& leftovers) {
 
 // Runs until a signal or the key that ends the program; returns the exit code.
 int Run::showScreen(RunningModule& module) {
-  // Whatever a library says, and only while the screen is on the same terminal.
+  // What libraries write to standard error, if that is the terminal of the screen.
   std::optional<ErrorLines> errors;
   Screen screen(terminalSignals_);
   if (!logsToStandardError_) errors.emplace();
@@ -168,7 +168,7 @@ int Run::showScreen(RunningModule& module) {
     if (arrival == Arrival::Signal) return ExitCode::Interrupted;
     if (arrival != Arrival::Input) continue;
     if (!obey(screen, view)) return ExitCode::Done;
-    nextDrawing = Clock::now();  // shows at once what the key did
+    nextDrawing = Clock::now();  // shows at once what the keys did
   }
 }
 
