@@ -218,7 +218,7 @@ def live_page_section(tables):
             "Longest task in use", "CPU of the browser", "CPU of the host",
             "Memory of the browser", "Memory of the host"]
     seconds = tables["page"]["pages"][0]["seconds"]
-    return [*measuring.table(head, rows), "", f"Each row is from {seconds:.0f} s.", ""]
+    return [*measuring.table(head, rows), "", f"Each row was measured for {seconds:.0f} s.", ""]
 
 
 SECTIONS = {

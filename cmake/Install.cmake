@@ -33,7 +33,7 @@ if(GATEWAY_TOOLS)
   install(FILES docs/api.md docs/openapi.json DESTINATION ${shared}/docs COMPONENT tools)
   install(FILES operations/alerts.yml operations/dashboard.json DESTINATION ${shared}/operations
           COMPONENT tools)
-  # The units share their hardening. They are found here below /usr and /usr/local.
+  # The units share their hardening. systemd finds units here, below /usr and below /usr/local.
   file(READ operations/hardening.conf hardening)
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS operations/hardening.conf)
   foreach(unit gatewayctl-host@.service gatewayctl-sim@.service)

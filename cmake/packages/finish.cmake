@@ -37,7 +37,7 @@ foreach(component ${CPACK_COMPONENTS_ALL})
   endforeach()
 
   configure_file(${CPACK_GATEWAY_FILES}/copyright.in ${doc}/copyright @ONLY)
-  # The terms of what others have written.
+  # The licences of what others have written.
   if(EXISTS ${CPACK_GATEWAY_FILES}/${component}/copyright)
     file(READ ${CPACK_GATEWAY_FILES}/${component}/copyright others)
     file(APPEND ${doc}/copyright "${others}")

@@ -36,7 +36,7 @@ CURL_TIMED_OUT = 28
 # ---- Schemas --------------------------------------------------------------------------------
 
 def closed(schema):
-    """Returns the schema without room for undocumented members."""
+    """Returns the schema in a form that rejects undocumented members."""
     if isinstance(schema, list):
         return [closed(each) for each in schema]
     if not isinstance(schema, dict):
@@ -109,7 +109,7 @@ def refusal_of(address, text):
 
 
 def refusal_beside(address, sources, source):
-    """Returns the answer to a connection while 64 from each of other addresses are open."""
+    """Returns the answer to a connection while each of the sources has 64 open."""
     others = [connect(address, each) for each in sources for _ in range(64)]
     with connect(address, source) as client:
         answer = refusal_on(client)
@@ -207,7 +207,7 @@ def check_events(address, opened, answered):
         if any(each["state"] == "answered" for each in data.get("deliveries", [])):
             answered.set()
     check_same("events", schemas, names)
-    # A module whose servers are well logs nothing between its start and its stop.
+    # A module with healthy servers logs nothing between its start and its stop.
     check_same("members of updates", set(COMPONENTS["schemas"]["Update"]["properties"]) - {"log"},
                members - {"log"})
     check_same("events of api.md", schemas,
@@ -262,7 +262,7 @@ def refused_requests(address, guarded):
     yield "GET", "/main.js", request(address, "GET", "/main.js", {"X": "x" * 16384})
     yield "GET", "/", late.result()
     yield "GET", "/", refusal_beside(address, ["127.0.0.2"], "127.0.0.2")
-    # The places of the connections above may not be free yet.
+    # The host may not have closed the connections above yet.
     yield "GET", "/", refusal_beside(address, [f"127.0.0.{each}" for each in range(3, 7)],
                                      "127.0.0.99")
 
@@ -277,7 +277,7 @@ def check_refusals(address, guarded):
         check(f"{where} has one row in api.md: {matching}", len(matching) == 1)
         provoked |= matching
         check_answer(where, method, path, answer)
-    # Nothing outside the host makes it fail.
+    # No request can provoke a failure of the host.
     check_same("documented refusals", {row for row in rows if row[0] != 500}, provoked)
 
 

@@ -21,7 +21,7 @@ GATEWAYCTL, NAME, PROGRAM = pathlib.Path(sys.argv[1]).resolve(), *sys.argv[2:4]
 FILE = "a-file-of-the-test"
 # Sub-commands whose arguments are files.
 TAKE_FILES = {"check", "host", "top"}
-# Some of the words that options with these values take.
+# Some of the words that options accept as these values.
 WORDS = {"RULE": {"bad-line", "rate-off"}, "ORDER": {"name", "age"}}
 ENVIRONMENT = dict(os.environ, PATH=f"{GATEWAYCTL.parent}:{os.environ['PATH']}", TERM="dumb")
 

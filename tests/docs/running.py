@@ -5,7 +5,7 @@ import queue
 import subprocess
 import threading
 
-# Generous: on a busy machine, a stop may wait for a stream that waits for its next attempt.
+# Seconds; generous, since on a busy machine a stop may wait for a stream that is between attempts.
 PATIENCE = 120
 
 
@@ -61,7 +61,6 @@ class Simulator(Tool):
         path.write_text(sample.read_text().replace("localhost:50005", self.meters)
                         .replace("localhost:50006", self.engine))
         return path
-
 
     def inflict(self, fault):
         """Returns once the fault has begun; needs --live-faults."""

@@ -63,7 +63,7 @@ def firing(moment, counts):
 
 
 def test_of(name, before, after, early, late, grow=False, queries=()):
-    """A promtool test of a fault that begins at CHANGE. With `grow`, ages then go on growing."""
+    """A promtool test of a fault that begins at CHANGE. With `grow`, ages then keep growing."""
     return {"name": name, "interval": "1m",
             "input_series": [{"series": each, "values": values_of(each, before, after, grow)}
                              for each in {**before, **after}],
@@ -121,7 +121,7 @@ def queries_of_dashboard():
 
 
 def check_names(series):
-    """Checks that what the files name is in the metrics of a run."""
+    """Checks that a running host has the metrics and labels that the files name."""
     known = {name.partition("{")[0] for name in series}
     for path in (ALERTS, SOURCE / "operations/dashboard.json"):
         named = set(re.findall(r"\bgateway_\w+", path.read_text()))

@@ -33,7 +33,7 @@ def check_exposure(unit):
 
 
 def check_syntax(unit, folder):
-    """Everything but the program, which need not be installed here."""
+    """Checks everything but the path of the program, which need not be installed here."""
     copy = folder / unit.name
     copy.write_text(unit.read_text().replace("ExecStart=gatewayctl", f"ExecStart={GATEWAYCTL}"))
     done = analyze("verify", "--man=no", copy)

@@ -1,4 +1,4 @@
-// What the live page shows of the past: the lines in rows, and the large view of a slot with its
+// How the live page shows the past: the lines in rows, and the large view of a slot with its
 // axes, pointer, zoom and export. Parameters serve as slots whose values the tests choose.
 import assert from "node:assert/strict";
 import { readFileSync } from "node:fs";
@@ -30,7 +30,7 @@ const shared = shareRig({ simulator, configuration });
 const { ownRigTest } = shared;
 const pageTest = (name, use, options = {}) => shared.test(name, options, use);
 
-// Has the host set a parameter, and waits until it shows that.
+// Makes the host set a parameter, and waits until the page shows it.
 async function set(page, rig, name, value) {
   rig.host.child.stdin.write(`set ${name} ${value}\n`);
   const text = `${name} ${String(value).replace("-", "−")}`;
@@ -49,7 +49,7 @@ async function openView(page, name) {
   await view(page).waitFor({ state: "visible" });
 }
 
-// The points shown, by way of the exported file: arrays of time, value, lowest and highest.
+// The points shown, read from the exported file: arrays of time, value, lowest and highest.
 async function exported(page) {
   const [saved] = await Promise.all([
     page.waitForEvent("download"),
@@ -91,7 +91,7 @@ pageTest("KeepsTheValuesOfAnIntegerThroughAReload", async (page) => {
   assert.deepEqual(valuesOf(await exported(page)).slice(-3), ["2147483646", "-2147483648", "5"]);
 });
 
-pageTest("TakesTheValuesOfAPauseAfterIt", async (page) => {
+pageTest("ShowsTheValuesOfAPauseWhenItEnds", async (page) => {
   await set(page, shared.rig, "out_gain", -1);
   await row(page, "out_left").focus();
   await page.keyboard.press("Space");
@@ -130,7 +130,7 @@ ownRigTest("ShowsWhatThePageHasSeenAfterTheEnd", async (page, own) => {
   const picture = () => page.locator("#plot canvas").evaluate((canvas) => canvas.toDataURL());
   const [before, points] = [await picture(), await exported(page)];
   assert.ok(valuesOf(points).length > 10);
-  // No event to wait for: this is long enough to show a history that still runs.
+  // There is no event to wait for: a history that kept running would change in this time.
   await page.evaluate(() => new Promise((resolve) => setTimeout(resolve, 1500)));
   assert.equal(await picture(), before);
   assert.deepEqual(await exported(page), points);
@@ -140,7 +140,7 @@ ownRigTest("ShowsWhatThePageHasSeenAfterTheEnd", async (page, own) => {
 
 // ---- The large view -----------------------------------------------------------------------------
 
-// Sets two values, each for a second or more, and shows them in a view that stands still.
+// Sets two values, each for a second or more, and shows them in a paused view.
 async function openStill(page, rig) {
   for (const value of [-6, -12]) {
     await set(page, rig, "out_gain", value);
@@ -151,7 +151,7 @@ async function openStill(page, rig) {
   await openView(page, "out_gain");
 }
 
-// Where on the screen the picture shows a time. At first it shows half a minute or more.
+// The place of a time on the screen. At first, the view shows half a minute or more.
 async function placeOf(page, time) {
   const points = await exported(page);
   const [begin, end] = [points[0], points.at(-1)].map((point) => Date.parse(point[0]));
@@ -238,7 +238,7 @@ pageTest("OpensTheViewByItsLineAndKeepsItInTheAddress", async (page) => {
   assert.ok(await view(page).isHidden());
 });
 
-pageTest("GoesOnWhileTheViewIsOpen", async (page) => {
+pageTest("KeepsUpdatingWhileTheViewIsOpen", async (page) => {
   await openView(page, "out_gain");
   for (const value of [-21, -22]) await set(page, shared.rig, "out_gain", value);
   assert.deepEqual(valuesOf(await exported(page)).slice(-2), ["-21", "-22"]);
@@ -303,7 +303,7 @@ pageTest("FillsInOnlyWhatThePageDoesNotKnow", async (page) => {
   assert.deepEqual(points, [null, 1, 1, null, 2, 5, 3, 3, 3, 6]);
 });
 
-pageTest("EndsExtremesWithTheirPeriodAndKnowsNothingOfGaps", async (page) => {
+pageTest("EndsExtremesWithTheirPeriodAndLeavesGapsUnknown", async (page) => {
   const points = await page.evaluate(async () => {
     const { Trace } = await import("/trace.js");
     const trace = Trace.fromPast({

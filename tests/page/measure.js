@@ -1,5 +1,5 @@
 // Measures the live page with many slots, as a line of JSON: node measure.js SLOTS MOVING SECONDS.
-// Run by scripts/bench. It first only watches, for that many seconds, and then uses the page.
+// scripts/bench runs it. It first only watches the page, for SECONDS, and then uses it.
 import { readdirSync, readFileSync } from "node:fs";
 import { openPage, Rig, row, startBrowser, waitForChanges, waitForNames } from "./tools.js";
 
@@ -14,7 +14,7 @@ const statOf = (pid) => {
   return text.slice(text.lastIndexOf(")") + 2).split(" ");
 };
 
-// The processes that a process has started, and those that they have started.
+// All descendants of a process.
 function descendants(ancestor) {
   const parents = new Map();
   for (const name of readdirSync("/proc")) {
@@ -35,7 +35,7 @@ const cpuOf = (pids) =>
     return sum + (user + system) / 100; // the kernel's clock ticks
   }, 0);
 
-// Bytes; what processes share counts once.
+// In bytes; memory that processes share counts once.
 const memoryOf = (pids) =>
   pids.reduce((sum, pid) => {
     const text = readFileSync(`/proc/${pid}/smaps_rollup`, "utf8");

@@ -201,7 +201,7 @@ export const waitForText = (locator, text) => locator.filter({ hasText: text }).
 
 const axe = readFileSync(new URL("node_modules/axe-core/axe.min.js", import.meta.url), "utf8");
 
-// What the accessibility checker finds wrong on the page as it is now.
+// The problems that the accessibility checker finds on the page in its present state.
 export async function violations(page) {
   await page.evaluate(axe);
   const { violations: found } = await page.evaluate(() => window.axe.run());

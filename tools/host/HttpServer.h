@@ -42,8 +42,8 @@ struct HttpLimits {
   std::size_t connections = 256;         // at a time
   std::size_t connectionsPerAddress = 64;
   // Open streams. One more replaces another: of the address with the most streams, the one whose
-  // reader has been behind longest, or else the oldest. Readers that never finish
-  // can't keep a new client out.
+  // reader has been behind longest, or else the oldest. Readers that never finish can't keep a new
+  // client out.
   std::size_t streams = 16;
 };
 

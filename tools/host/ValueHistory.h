@@ -33,8 +33,8 @@ class ValueHistory {
   static constexpr std::chrono::minutes span{10};
   static constexpr std::size_t defaultBudget = std::size_t{64} << 20;  // bytes
 
-  // Times before `start` count as `start`. At least 192 bytes are
-  // used for each slot, even if the budget is smaller.
+  // Times before `start` count as `start`. Each slot gets at least 192 bytes, even beyond the
+  // budget.
   ValueHistory(const std::vector<SlotLabel>& labels, Clock::time_point start,
                std::size_t budget = defaultBudget);
 

@@ -110,8 +110,8 @@ std::array<TagScan, 3> tagScans() {
 
 const TagScan scanTags = widest();
 
-// The products don't depend on each other, so the processor works on several at once. They do
-// depend on their place, so that it matters which of two pairs of words comes first.
+// The products don't depend on each other, so the processor works on several at once. Each depends
+// on its position, so the order of the words matters.
 std::uint64_t hashOfFirstBytes(const char* begin, const char* end) {
   const auto load = loadPiece<std::uint64_t>;
   std::uint64_t hash = 0;

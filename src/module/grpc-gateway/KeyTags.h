@@ -64,8 +64,8 @@ inline std::uint64_t wordOfShort(const char* key, std::size_t size) {
 constexpr std::array<std::uint64_t, 3> arbitraryWords{0x243f6a8885a308d3u, 0x13198a2e03707344u,
                                                       0xa4093822299f31d0u};
 
-// A hash of all bytes from `begin` on but the last one to sixteen before `end`. In a function of
-// its own, the compiler has enough registers for the loop.
+// A hash of the bytes from `begin` to `end`, without the last one to sixteen. In a function of its
+// own, the compiler has enough registers for the loop.
 std::uint64_t hashOfFirstBytes(const char* begin, const char* end);
 
 inline KeyTag tagOf(std::string_view key) {

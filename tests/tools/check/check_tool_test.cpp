@@ -95,7 +95,7 @@ TEST_F(CheckTool, DoesNotWaitForADedicatedPipe) {
   EXPECT_NE(outcome.output.find("[endless-file]"), std::string::npos) << outcome.output;
 }
 
-// Files of the kernel look like regular, empty files. This one has no end that a reader reaches.
+// Files of the kernel look like regular, empty files. This one never ends.
 TEST_F(CheckTool, DoesNotReadAFileThatNeverEnds) {
   const std::string endless = "/proc/self/pagemap";
   const Outcome named =
@@ -158,7 +158,7 @@ TEST_F(CheckTool, PrintsTheSlotsOfTheHost) {
             "engine  0         string  gateway_string_0  yes        -        preset\n");
 }
 
-// Wide and combined characters take other widths than their bytes.
+// The width of wide and combining characters differs from their number of bytes.
 TEST_F(CheckTool, AlignsTheSlotsOfAnyScript) {
   const Outcome outcome = run({"--slots", "-"}, std::string(sound) +
                                                     "[MetersInt]\n"
@@ -250,7 +250,7 @@ TEST_F(CheckTool, RepairsAFileAndReportsTheResult) {
                               "[MetersInt]\nMeter=Key=a\n[Meters]\n");
 }
 
-TEST_F(CheckTool, MakesLikelyRepairsOnlyIfTheyAreWanted) {
+TEST_F(CheckTool, MakesLikelyRepairsOnlyOnRequest) {
   const std::string text = "[MetersInt]\nMeter=Key=a\n[Meters]\nTarget=http://localhost:1\n";
   const std::string path = files.write("likely.conf", text);
   run({"--fix", path});

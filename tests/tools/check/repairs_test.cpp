@@ -1,4 +1,4 @@
-// Repairs, over thousands of generated files and for the forms of files that matter.
+// Repairs of thousands of generated files, and of a few special ones.
 #include "tools/check/Repairs.h"
 
 #include <gtest/gtest.h>
@@ -43,7 +43,7 @@ class Repairs : public ::testing::Test {
                        });
   }
 
-  // What an accepted file means to the module.
+  // Expects that the module accepts the repaired file and reads it as it read the original.
   void expectSameMeaning(const std::string& before, const std::string& after, std::uint32_t seed) {
     const gateway::ConfigManager old(file.write(before));
     const gateway::ConfigManager now(other.write(after));
@@ -61,7 +61,7 @@ class Repairs : public ::testing::Test {
   standin::Host host{{.keepRecords = false}};
 };
 
-TEST_F(Repairs, LeaveNoneToMakeAndTheMeaningAsItWas) {
+TEST_F(Repairs, AreCompleteAndKeepTheMeaning) {
   constexpr std::uint32_t files = 6000;
   std::size_t changed = 0;
   std::size_t accepted = 0;
@@ -90,7 +90,7 @@ TEST_F(Repairs, LeaveNoneToMakeAndTheMeaningAsItWas) {
   EXPECT_LT(notBetter, files / 20);
 }
 
-TEST_F(Repairs, ThatAreOnlyLikelyCheckBetterOrChangeNothing) {
+TEST_F(Repairs, ThatAreOnlyLikelyAddNoErrors) {
   std::size_t changed = 0;
   for (std::uint32_t seed = 0; seed < 3000; ++seed) {
     ConfigGenerator generator(seed);
@@ -118,14 +118,14 @@ TEST_F(Repairs, KeepCommentsLineEndsAndTheByteOrderMark) {
       "Meter=Key=a Type=slow DefaultValue=1 ; first\r\n\r\n# end");
 }
 
-TEST_F(Repairs, LeaveLikelyOnesUnlessTheyAreWanted) {
+TEST_F(Repairs, SkipLikelyOnesUnlessRequested) {
   const std::string text = "[Metres]\nTarget=http://localhost:50005\nEnableSlowMeters=yes\n";
   EXPECT_EQ(repairText(text).after, text);
   EXPECT_EQ(repairText(text, Boldness::Likely).after,
             "[Meters]\nTarget=localhost:50005\nEnableSlowMeters=true\n");
 }
 
-// The corrected entry would repeat a key, so the file would check no better.
+// The corrected entry would repeat a key, so the check of the file would be no better.
 TEST_F(Repairs, AreNotMadeIfTheResultIsNoBetter) {
   const std::string text =
       "[Meters]\nTarget=localhost:50005\n[MetersInt]\nMeter=Key=a\nMeter=key=a\n";
@@ -134,7 +134,7 @@ TEST_F(Repairs, AreNotMadeIfTheResultIsNoBetter) {
 
 TEST_F(Repairs, OfDedicatedFilesAreNotMade) {
   dedicated.write("[MetersInt]\nMeter=key=a\n");
-  // The same place of the main file has the same text.
+  // The main file has the same text at the same place.
   const std::string text =
       "[Meters]\n; The key\nTarget=localhost:50005\n[ParseIfExist:" + dedicated.path() +
       "]\nFile=" + dedicated.path() + "\n";

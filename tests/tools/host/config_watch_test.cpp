@@ -1,4 +1,4 @@
-// Which changes of files the watch reports, whatever way an editor writes them.
+// Which changes of files the watch reports, however an editor writes them.
 #include "tools/host/ConfigWatch.h"
 
 #include <gtest/gtest.h>
@@ -20,7 +20,7 @@ class ConfigWatch : public ::testing::Test {
     return watch.hasChanged(time);
   }
 
-  // Events, a first reading, and a second one with the same content.
+  // The looks find events, a first content, and then the same content again.
   bool settlesOnAChange() {
     EXPECT_FALSE(hasChanged());
     EXPECT_FALSE(hasChanged());

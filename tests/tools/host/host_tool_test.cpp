@@ -363,7 +363,7 @@ TEST_F(HostTool, ListsTheSlotsThatAReloadChanges) {
   EXPECT_EQ(host.waitLine("new"), "new: fast float 0 peak");
   EXPECT_EQ(host.waitLine("moved"), "moved: fast float 1 level, was fast float 0 level");
   EXPECT_EQ(host.waitLine("renamed"), "renamed: engine uint 0 scene, was engine uint 0 preset");
-  // All slots anew, with their defaults, and then the restarted streams.
+  // All slots again, with their defaults, and then the restarted streams.
   host.waitLine("fast peak 0");
   host.waitLine("fast level -60.5");
   host.waitLine("link fast: connected to " + servers.metersTarget() + ", no message yet");
@@ -377,7 +377,7 @@ TEST_F(HostTool, ListsTheSlotsThatAReloadChanges) {
   EXPECT_EQ(host.waitExit(), 0);
 }
 
-TEST_F(HostTool, RunsOnWhenTheNewConfigurationIsRefused) {
+TEST_F(HostTool, KeepsRunningWhenTheNewConfigurationIsRefused) {
   const std::string path = config();
   const std::string text = textOf(path);
   ToolProcess host({"host", path, "--no-page", "--watch", "--reload"});
@@ -410,7 +410,7 @@ TEST_F(HostTool, ReloadsADedicatedFileThatAppears) {
   EXPECT_EQ(reloaded["changes"][0]["kinds"], (nlohmann::json{"new"}));
 }
 
-TEST_F(HostTool, ExpectsAndIsReadyAnewAfterAReload) {
+TEST_F(HostTool, JudgesExpectationsAndReadinessByTheReloadedModule) {
   const std::string path = config();
   const std::string ready = files.path("ready");
   const auto exists = [&] { return std::filesystem::exists(ready); };
@@ -422,7 +422,7 @@ TEST_F(HostTool, ExpectsAndIsReadyAnewAfterAReload) {
   servers.command("send fast " + level(-12.5f));
   servers.command("send slow -");
   EXPECT_TRUE(waitUntil(exists));
-  // The slot that is expected moves behind another.
+  // The slot of the first expectation moves to another position, and that of the second goes.
   std::string text = textOf(path);
   text.replace(text.find("[MetersFloat]\n"), 14, "[MetersFloat]\nMeter=Key=peak CustomKey=peak\n");
   text.replace(text.find("CustomKey=state"), 15, "CustomKey=mode ");

@@ -198,8 +198,8 @@ TEST_F(Transport, RefusesATricklingRequest) {
   }
 }
 
-// The time limit is that of the whole answer: taking a little now and then does not extend it.
-TEST_F(Transport, ResetsAConnectionWhoseAnswerIsTakenTooSlowly) {
+// The time limit applies to the whole answer: reading a little now and then does not extend it.
+TEST_F(Transport, ResetsAConnectionWhoseAnswerIsReadTooSlowly) {
   RawConnection client(target());
   client.write("GET /large HTTP/1.1\r\n\r\n");
   bool isReset = false;

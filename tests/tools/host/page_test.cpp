@@ -236,7 +236,7 @@ TEST_F(Page, ReportsWhatRuns) {
   EXPECT_FALSE(status["version"].get<std::string>().empty());
 }
 
-// The same stream goes on, so that no tab has to connect again.
+// The stream stays open, so no tab has to connect again.
 TEST_F(Page, SendsASnapshotOfTheNewSlotsAfterAReload) {
   host->signal(SIGKILL);
   start({"--page", "127.0.0.1:0", "--reload"});

@@ -1,5 +1,5 @@
-// The history that the live page keeps: what it remembers of each family of signals, at which
-// resolution, and in how much memory.
+// The history that the host keeps for the live page: what it remembers of each family of signals,
+// at which resolution, and in how much memory.
 #include "tools/host/ValueHistory.h"
 
 #include <gtest/gtest.h>
@@ -126,7 +126,7 @@ TEST(ValueHistory, KeepsIntegersExactly) {
   EXPECT_EQ(uints.points[0].high, SlotValue(most));
 }
 
-TEST(ValueHistory, TakesNoNanForAnExtremeUnlessThereIsNothingElse) {
+TEST(ValueHistory, CountsNanAsAnExtremeOnlyIfThereIsNothingElse) {
   Recorder recorder(slotsOf(ValueType::Float, 20000));
   const auto period = wholeTrace(recorder).period;
   recorder.look(0ms, {{0, nan}});
@@ -150,7 +150,7 @@ TEST(ValueHistory, TakesNoNanForAnExtremeUnlessThereIsNothingElse) {
   EXPECT_TRUE(std::isnan(low[3]) && std::isnan(high[3]));
 }
 
-TEST(ValueHistory, KeepsNothingOfTexts) {
+TEST(ValueHistory, KeepsNoTexts) {
   Recorder recorder({{SlotSet::Slow, ValueType::String, "state", ""},
                      {SlotSet::Slow, ValueType::Float, "level", ""}});
   EXPECT_FALSE(recorder.history.isKept(0));
@@ -178,7 +178,7 @@ TEST(ValueHistory, BeginsAWindowWithTheValueHeldThen) {
   EXPECT_EQ(trace.points[1].time, recorder.begin + 500s);
 }
 
-TEST(ValueHistory, KnowsTheValueOfASlotThatRestedForHours) {
+TEST(ValueHistory, KnowsAValueThatHasNotChangedForHours) {
   Recorder recorder(slotsOf(ValueType::Float, 1));
   recorder.look(0ms, {{0, 1.f}});
   recorder.look(5h);
@@ -188,7 +188,7 @@ TEST(ValueHistory, KnowsTheValueOfASlotThatRestedForHours) {
   EXPECT_EQ(trace.points[0].time, recorder.begin + 5h - ValueHistory::span);
 }
 
-TEST(ValueHistory, JoinsPeriodsWhereFewPointsAreWanted) {
+TEST(ValueHistory, JoinsPeriodsToLimitThePoints) {
   Recorder recorder(slotsOf(ValueType::Float, 1));
   for (int i = 0; i < 12000; ++i) recorder.look(i * lookPeriod, {{0, static_cast<float>(i)}});
   const auto trace = recorder.history.trace(0, ValueHistory::span, 100);
@@ -200,7 +200,7 @@ TEST(ValueHistory, JoinsPeriodsWhereFewPointsAreWanted) {
   EXPECT_EQ(trace.points[1].last, SlotValue(239.f));
 }
 
-TEST(ValueHistory, ReportsWhenNobodySampled) {
+TEST(ValueHistory, ReportsGapsBetweenSamples) {
   Recorder recorder(slotsOf(ValueType::Float, 1));
   recorder.look(0ms);
   recorder.look(1s);
@@ -217,7 +217,7 @@ TEST(ValueHistory, ReportsWhenNobodySampled) {
 // ---- Every family of signals, compared with a history that forgets nothing ---------------------
 
 using Random = std::mt19937;
-// Returns the next value, or nothing if the slot rests.
+// Returns the next value, or nothing if it does not change.
 using Signal = std::function<std::optional<float>(int look, Random& random)>;
 
 float levelOf(Random& random) {
@@ -319,7 +319,7 @@ TEST(ValueHistory, NeverReservesMoreThanItsBudget) {
   }
 }
 
-TEST(ValueHistory, StaysInItsMemoryHoweverMuchChanges) {
+TEST(ValueHistory, StaysWithinItsMemoryHoweverMuchChanges) {
   constexpr std::size_t count = 20000;
   ValueHistory history(slotsOf(ValueType::Float, count), Clock::time_point());
   SlotBoard::Changes changes;
@@ -339,7 +339,7 @@ TEST(ValueHistory, StaysInItsMemoryHoweverMuchChanges) {
   EXPECT_EQ(trace.points.back().last, SlotValue(static_cast<float>(count - 1)));
 }
 
-TEST(ValueHistory, TakesNoMemoryForSlotsThatRest) {
+TEST(ValueHistory, TakesNoMemoryForSlotsThatDoNotChange) {
   const std::size_t before = residentBytes();
   Recorder recorder(slotsOf(ValueType::Float, 20000));
   recorder.look(0ms, {{0, 1.f}});

@@ -25,12 +25,12 @@ class Tmux {
     run({"new-session", "-d", "-x", std::to_string(columns), "-y", std::to_string(rows), "-e",
          "LC_ALL=C.UTF-8", command});
   }
-  // The server takes its terminal along, and that the program.
+  // Ending the server ends its terminal, which ends the program.
   ~Tmux() = default;
   Tmux(const Tmux&) = delete;
   Tmux& operator=(const Tmux&) = delete;
 
-  // Keys by tmux's names for them, such as "Down", "C-c" or "q".
+  // Presses a key, by tmux's name for it, such as "Down", "C-c" or "q".
   void press(const std::string& key) { run({"send-keys", key}); }
   void type(const std::string& text) { run({"send-keys", "-l", text}); }
   void resize(int columns, int rows) {
@@ -42,7 +42,7 @@ class Tmux {
   std::string screen() { return joined(lines()); }
   // The same with the escape sequences of colours and attributes.
   std::string colouredScreen() { return joined(run({"capture-pane", "-p", "-e"})); }
-  // What tmux knows, such as "pane_title".
+  // A variable of tmux, such as "pane_title".
   std::string fact(const std::string& name) {
     return joined(run({"display-message", "-p", "#{" + name + "}"}));
   }
@@ -75,7 +75,7 @@ class Tmux {
     return text;
   }
 
-  // Looks again and again, since a terminal changes without notice.
+  // Polls, because a terminal reports no changes.
   template <class Condition>
   void waitUntil(const Condition& condition, const std::string& wanted) {
     const auto end = std::chrono::steady_clock::now() + patience;

@@ -63,7 +63,7 @@ TEST_F(Bar, IsEmptyForWhatIsNotANumber) {
   EXPECT_EQ(top::barOf(-30, scale, 0), L"");
 }
 
-TEST_F(Bar, NeedsNoBlocks) {
+TEST_F(Bar, UsesAsciiWithoutBlockCharacters) {
   std::setlocale(LC_CTYPE, "C");
   EXPECT_EQ(top::barOf(-30, scale, 4), L"##--");
 }

@@ -32,7 +32,7 @@ class List : public ::testing::Test {
     return slotOf(SlotSet::Fast, name, SONALITH_SLOT_FLOAT, &floats[i]);
   }
 
-  // Looks, that many seconds after the first look.
+  // Looks `seconds` after the first look.
   void look(int seconds) {
     board->sample(begin + std::chrono::seconds(seconds));
     list.update();
@@ -93,7 +93,7 @@ TEST_F(List, SortsByChanges) {
   EXPECT_EQ(shown(), "aux state out_10 out_9 In gain ");
 }
 
-TEST_F(List, SortsByAgeButLetsChangingSlotsRest) {
+TEST_F(List, SortsByAgeWithoutMovingChangingSlots) {
   floats[0] = -10;
   look(1);
   floats[3] = -50;
@@ -118,7 +118,7 @@ TEST_F(List, ShowsSlotsWhoseNameOrKeyContainsEachWord) {
   EXPECT_EQ(list.shown().size(), 6u);
 }
 
-TEST_F(List, StandsStillUntilItIsUpdated) {
+TEST_F(List, DoesNotChangeUntilItIsUpdated) {
   floats[0] = -1;
   board->sample(begin + std::chrono::seconds(1));
   EXPECT_EQ(list.row(0).state.value, standin::SlotValue(-20.f));

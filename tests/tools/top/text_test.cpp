@@ -15,7 +15,7 @@ class TopText : public ::testing::Test {
   ~TopText() override { std::setlocale(LC_CTYPE, "C"); }
 };
 
-TEST_F(TopText, EscapesWhatATerminalWouldObey) {
+TEST_F(TopText, EscapesWhatATerminalTakesAsACommand) {
   EXPECT_EQ(top::textOf("a\x1b[2Jb"), L"a\\x1b[2Jb");
   EXPECT_EQ(top::textOf("\r\n\t\x7f"), L"\\x0d\\x0a\\x09\\x7f");
   EXPECT_EQ(top::textOf("\xc2\x9b"
@@ -24,7 +24,7 @@ TEST_F(TopText, EscapesWhatATerminalWouldObey) {
   EXPECT_EQ(top::textOf(std::string_view("\0", 1)), L"\\x00");
 }
 
-TEST_F(TopText, EscapesTheBackslashSoThatNoTextPosesAsAnEscape) {
+TEST_F(TopText, EscapesTheBackslashSoThatNoTextLooksEscaped) {
   EXPECT_EQ(top::textOf("\\x1b"), L"\\x5cx1b");
 }
 

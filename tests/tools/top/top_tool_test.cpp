@@ -108,7 +108,7 @@ TEST_F(TopTool, ChoosesSortsAndFiltersByKeys) {
 }
 
 // A first message changes the state of the link, which is never paused.
-TEST_F(TopTool, PausesValuesButNoLinks) {
+TEST_F(TopTool, PausesValuesButNotLinks) {
   Tmux terminal(top(config()), 90, 24);
   servers.waitEvent("open fast ");
   terminal.waitFor("no message yet");
@@ -174,7 +174,7 @@ TEST_F(TopTool, ShowsWhatIsNotANumberWithoutALevel) {
   terminal.waitFor("level             inf  \u2588\u2588");
 }
 
-// gRPC writes to standard error, too, where it would tear the screen.
+// gRPC writes to standard error, too, which would garble the screen.
 TEST_F(TopTool, CountsLogLinesInsteadOfPrintingThem) {
   Tmux terminal("GRPC_VERBOSITY=DEBUG GRPC_TRACE=http " + top(config()), 90, 24);
   servers.waitEvent("open fast ");
@@ -198,7 +198,7 @@ TEST_F(TopTool, ShowsTheSlotsOfAReloadedConfiguration) {
   EXPECT_NE(lineOf(terminal, "queue_length"), "");
 }
 
-TEST_F(TopTool, HasNoColoursIfNoneAreWanted) {
+TEST_F(TopTool, HasNoColoursWithNoColor) {
   Tmux coloured(top(config()), 90, 24);
   coloured.waitFor("fast: connected to");
   EXPECT_NE(coloured.colouredScreen().find("\x1b[32m"), std::string::npos);
@@ -223,7 +223,7 @@ TEST_F(TopTool, ShowsTwentyThousandSlots) {
 
 // ---- The end ----------------------------------------------------------------------------------
 
-// Runs top in a shell, ends it, and looks at the terminal that is left.
+// Expects that top has ended in its shell with this exit code and has restored the terminal.
 void expectRestored(Tmux& terminal, const std::string& exitCode) {
   terminal.waitFor("exit " + exitCode);
   EXPECT_EQ(terminal.fact("alternate_on"), "0");
