@@ -61,8 +61,8 @@ set(CPACK_DEBIAN_TOOLS_DESCRIPTION
 The program gatewayctl tells whether the module takes a configuration and
 what it will do, runs the module without the engine and with a live page,
 plays the services at the other end, and writes a configuration from what
-a meter server sends. Completions for bash, zsh and fish are included,
-and so are systemd units, which are disabled, and alert rules and a
+a meter server sends. It includes completions for bash, zsh and fish,
+systemd units, which are disabled by default, and alert rules and a
 dashboard for monitoring.")
 
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME sonalith-grpc-gateway-dev)

@@ -73,7 +73,7 @@ TEST(Gatewayctl, PrintsAManualOfEachSubcommand) {
 }
 
 // The longest line that could be broken: without literal blocks, lines of a single word, and terms
-// that stand on a line of their own.
+// on a line of their own.
 std::size_t widthOf(const std::vector<std::string>& lines) {
   constexpr std::size_t literalIndentation = 4;
   std::size_t width = 0;

@@ -53,7 +53,7 @@ SignalDescriptor::SignalDescriptor() {
   arrived_ = eventfd(0, EFD_CLOEXEC);
   end_ = eventfd(0, EFD_CLOEXEC);
   if (signals_ < 0 || arrived_ < 0 || end_ < 0) {
-    throw std::runtime_error("can't wait for signals: the system has no descriptor for it");
+    throw std::runtime_error("can't wait for signals: no file descriptor is left");
   }
   watcher_ = std::thread([this] { watch(); });
 }

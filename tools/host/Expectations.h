@@ -46,7 +46,7 @@ class Expectations {
   Expectations(std::vector<Expectation> expected, std::shared_ptr<const SlotBoard> board,
                Clock::time_point start);
 
-  // Looks at another board from now on. An expectation whose slot it lacks can't be met.
+  // Follows another board from now on. An expectation whose slot that board lacks can't be met.
   void follow(std::shared_ptr<const SlotBoard> board);
 
   // Compares with the latest look. True once each expectation is met, or its time is over.

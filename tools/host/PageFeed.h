@@ -1,9 +1,9 @@
-// What one event stream of the live page says, as server-sent events: "snapshot" at first and after
-// a reload, with everything there is, then "update" with what has changed since, and "stopped" when
-// the module is about to stop. An update comes at least once a second while the module's values are
-// sampled, so silence means that they are not.
+// One event stream of the live page, as server-sent events: "snapshot", with everything, first and
+// after a reload; then "update", with what has changed since; and "stopped" when the module is
+// about to stop. An update comes at least once a second while the host samples the module's values,
+// so silence means that it does not.
 //
-// A reader that is slow to take what it gets hears less often, and of the latest values only.
+// A slow reader gets fewer updates, with only the latest values.
 //
 // Threads: one at a time.
 // Ownership: module and log are borrowed.
@@ -43,7 +43,7 @@ class PageFeed : public HttpStream {
 
   const RunningModule& module_;
   const LogBook& log_;
-  std::shared_ptr<const SlotBoard> board_;  // that the reader knows; null for none
+  std::shared_ptr<const SlotBoard> board_;  // the one that the reader knows; null for none
   // How far the reader knows the board, the log and the notifications.
   std::uint64_t look_ = 0;
   std::uint64_t nextLine_ = 0;

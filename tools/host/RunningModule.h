@@ -83,11 +83,10 @@ class RunningModule {
   // afterwards.
   Leftovers stop();
 
-  // Stops the module and starts it again, with what the configuration file says now. Returns how
-  // the slots differ. Throws Refused if the module would refuse the file, or std::runtime_error if
-  // it can't be read; then the module runs on. Meanwhile `set` waits, and everything else shows the
-  // previous run. Throws std::logic_error if the module refuses the file after all, and then it no
-  // longer runs.
+  // Restarts the module with the present configuration file. Returns how the slots differ. Throws
+  // Refused if the module would refuse the file, or std::runtime_error if it can't be read; then
+  // the module keeps running. Meanwhile `set` waits, and everything else shows the previous run.
+  // Throws std::logic_error if the module refuses the file nevertheless; then it no longer runs.
   std::vector<SlotChange> reload();
 
   const Setup& setup() const { return setup_; }
@@ -96,7 +95,7 @@ class RunningModule {
   std::string engineTarget() const { return now()->engineTarget; }
   std::chrono::system_clock::time_point startTime() const { return now()->startTime; }
 
-  // Another one after each reload.
+  // A different one after each reload.
   std::shared_ptr<const SlotBoard> board() const { return now()->board; }
   Links links() const { return now()->connections->links(); }
   // Whether each meter stream in use has received a message within Setup::readyAge.
@@ -152,7 +151,7 @@ class RunningModule {
   std::optional<CallWatch> calls_;
   std::unique_ptr<standin::ModuleInstance> instance_;
   std::unique_ptr<standin::ModuleInstance, Stop> running_;
-  std::vector<std::string> spoiled_;  // what stopped instances did to their records
+  std::vector<std::string> spoiled_;  // the damage that stopped instances did to their records
   std::vector<std::weak_ptr<const std::function<void()>>> lookWatches_;
 
   std::mutex changing_;       // held while the module is notified or reloaded; comes before mutex_

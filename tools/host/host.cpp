@@ -358,7 +358,7 @@ std::array<CLI::Option*, 3> addPageOptions(CLI::App& host, Options& options) {
   token->type_name("TOKEN")->excludes(noPage);
   auto* tokenFile = host.add_option_function<std::string>(
       "--token-file", [&](const auto& path) { options.page.token = tokenIn(path); },
-      "Demand the token that this file holds, as --token does.");
+      "Demand the token in this file, as --token does.");
   tokenFile->type_name("FILE")->excludes(noPage)->excludes(token);
   return {page, token, tokenFile};
 }

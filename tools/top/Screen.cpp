@@ -88,7 +88,7 @@ TerminalSignals::TerminalSignals() {
   pthread_sigmask(SIG_BLOCK, &set, nullptr);
   descriptor_ = signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
   if (descriptor_ < 0) {
-    throw std::runtime_error("can't wait for signals: the system has no descriptor for it");
+    throw std::runtime_error("can't wait for signals: no file descriptor is left");
   }
 }
 
@@ -99,7 +99,7 @@ TerminalSignals::~TerminalSignals() {
 ErrorLines::ErrorLines() {
   std::array<int, 2> ends{};
   if (pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0) {
-    throw std::runtime_error("can't take standard error: the system has no descriptor for it");
+    throw std::runtime_error("can't take standard error: no file descriptor is left");
   }
   std::fflush(stderr);
   read_ = ends[0];
@@ -140,7 +140,7 @@ Screen::Screen(const TerminalSignals& signals)
   descriptor_ = epoll_create1(EPOLL_CLOEXEC);
   if (!watch(descriptor_, STDIN_FILENO) || !watch(descriptor_, signals_.descriptor())) {
     close(descriptor_);
-    throw std::runtime_error("can't wait for keys: the system has no descriptor for it");
+    throw std::runtime_error("can't wait for keys: no file descriptor is left");
   }
   openTerminal();
 }

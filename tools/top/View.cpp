@@ -140,7 +140,7 @@ std::string View::manual(std::size_t column) {
       {"o", "Show the slots in the order of the configuration."},
       {"r", "Reverse the order."},
       {"p, Space", "Pause the values, or resume. The states of connections are never paused."},
-      {"?, h", "Show the keys. Any other key leaves them."},
+      {"?, h", "Show the keys. The arrow keys scroll them, and Enter closes them."},
       {"q", "Stop the module and end."},
   }};
   std::string text;
@@ -423,7 +423,7 @@ Line View::row(std::size_t index, const Columns& columns) const {
 
 Line View::footer() const {
   if (isEditing_) return {{{L"filter: " + textOf(filter_) + L"_", Tone::Strong}}};
-  if (isHelp_) return {{{L"any key leaves the help", Tone::Dim}}};
+  if (isHelp_) return {{{L"Enter closes the help", Tone::Dim}}};
   return {{{L"? help  q quit  ", Tone::Dim}, {textOf(logText(log_))}}};
 }
 

@@ -1,4 +1,4 @@
-// Tests each rule with files that break it and files that nearly do: cases/RULE.conf must break the
+// Tests each rule with files that break it and files that almost do: cases/RULE.conf must break the
 // rule, cases/RULE.near.conf must not, and other files are called RULE.ANYTHING.conf. The whole
 // report on a file must match FILE.expected beside it.
 //
