@@ -31,8 +31,7 @@ std::string folderOf(const fs::path& path) {
 
 ConfigWatch::ConfigWatch(std::string config)
     : config_(std::move(config)), descriptor_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
-  if (descriptor_ < 0)
-    throw std::runtime_error("can't watch files: the system allows no further watches");
+  if (descriptor_ < 0) throw std::runtime_error("can't watch files: the system's limit is reached");
   known_ = latest_ = tools::filesOf(config_);
   watchFolders();
   // Finds what changed while the folders were not yet watched.
