@@ -61,7 +61,7 @@ TEST(Gatewayctl, FailsWhenItsOutputIsLost) {
   }
 }
 
-// Every part of a manual is in place, and nothing of it is written in the way of its source.
+// Each manual has all its parts, and no placeholder of its source is left.
 TEST(Gatewayctl, PrintsAManualOfEachSubcommand) {
   for (const char* name :
        {"check", "demo", "discover", "host", "sim", "top", "completion", "manual"}) {
