@@ -134,10 +134,10 @@ std::vector<SlotChange> RunningModule::reload() {
   tools::requireReadable(setup_.config);
   const gateway::ConfigManager config(setup_.config);
   if (!config.valid) {
-    throw Refused(fmt::format(
-        "the module would refuse {}, so it runs on as before; the messages above and the findings "
-        "below say why",
-        setup_.config));
+    throw Refused(
+        fmt::format("the module would refuse {}, so it keeps running as before; the messages above "
+                    "and the findings below say why",
+                    setup_.config));
   }
   const std::lock_guard changing(changing_);
   stopInstance();

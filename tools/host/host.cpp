@@ -185,7 +185,7 @@ void Run::reload(RunningModule& module, Expectations& expectations) {
   } catch (const Refused& refused) {
     explain(refused);
   } catch (const std::runtime_error& error) {
-    reporter_.complain(fmt::format("{}, so the module runs on as before", error.what()));
+    reporter_.complain(fmt::format("{}, so the module keeps running as before", error.what()));
   }
 }
 

@@ -130,8 +130,8 @@ void Run::reload(RunningModule& module) {
     tools::say("top", tools::printable(refused.what()));
     tools::explainRefusal(options_.setup.config);
   } catch (const std::runtime_error& error) {
-    tools::say("top",
-               fmt::format("{}, so the module runs on as before", tools::printable(error.what())));
+    tools::say("top", fmt::format("{}, so the module keeps running as before",
+                                  tools::printable(error.what())));
   }
 }
 

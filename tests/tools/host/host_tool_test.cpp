@@ -383,14 +383,15 @@ TEST_F(HostTool, KeepsRunningWhenTheNewConfigurationIsRefused) {
   ToolProcess host({"host", path, "--no-page", "--watch", "--reload"});
   servers.waitEvent("open fast 1 ");
   files.write("gateway.conf", text + "[Metters]\nTarget=x\n");
-  host.waitError("gatewayctl host: the module would refuse " + path + ", so it runs on as before");
+  host.waitError("gatewayctl host: the module would refuse " + path +
+                 ", so it keeps running as before");
   host.waitError("did you mean");  // a finding of the checker
   servers.command("send fast " + level(-12.5f));
   host.waitLine("fast level -12.5");
   EXPECT_FALSE(servers.hasEvent("closed fast"));
   std::filesystem::remove(path);
   host.waitError("gatewayctl host: can't read " + path +
-                 ": No such file or directory, so the module runs on as before");
+                 ": No such file or directory, so the module keeps running as before");
   files.write("gateway.conf", text + "[EngineInt]\nParam=Key=b CustomKey=b\n");
   EXPECT_EQ(host.waitLine("reloaded"), "reloaded " + path + ": 6 slots, 1 changed");
   servers.waitEvent("open fast 2 ");

@@ -12,8 +12,8 @@ const [width, height] = [110, 20]; // in CSS pixels, as in the style sheet
 export const historyPeriod = (slotCount) =>
   Math.max(shortestPeriod, (4 * historySpan * slotCount) / budget);
 
-// A ring of points, each numbered by its time divided by the period. Nobody knows the value of a
-// point that is NaN.
+// A ring of points, each numbered by its time divided by the period. A NaN marks a point
+// whose value is unknown.
 export class History {
   #points;
   #period;
@@ -27,7 +27,7 @@ export class History {
     this.latest = this.#numberOf(now); // number of the latest point
   }
 
-  // Different whenever the points are.
+  // Changes whenever the points change.
   get version() {
     return `${this.latest} ${this.#fillings}`;
   }
@@ -70,7 +70,7 @@ export class History {
   }
 
   // Fills in what gatewayctl knows of points that this page does not know. Each value held from its
-  // time until the next one, but for gaps.
+  // time until the next one, except during gaps.
   fill({ times, last, gaps }) {
     ++this.#fillings;
     times.forEach((time, i) => {

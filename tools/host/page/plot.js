@@ -1,6 +1,6 @@
 // The large view of a slot's history: ten minutes with a time axis, the value at the pointer, zoom,
-// and export. It shows what gatewayctl keeps, and goes on with what the page hears. Once
-// gatewayctl has gone, it shows what the page has seen.
+// and export. It shows the history that gatewayctl keeps, and adds each new value that the page
+// receives. Once gatewayctl has gone, it shows what the page has seen.
 import { address } from "./address.js";
 import { byId, download, setText } from "./browser.js";
 import { clock } from "./clock.js";

@@ -42,7 +42,7 @@ function deflection(level) {
   return start + (level - from) * slope;
 }
 
-// The next of 1, 2, 5, 10, 20, 50 ... that is not smaller, but for the rounding of a float.
+// The next of 1, 2, 5, 10, 20, 50 ... that is not smaller, apart from the rounding of a float.
 export function roundUp(value) {
   const exponent = Math.floor(Math.log10(value));
   const mantissa = value / 10 ** exponent;

@@ -7,7 +7,7 @@ export class Trace {
   low = [];
   high = [];
 
-  // Of a history as past.js gives it.
+  // Makes a trace from a history of past.js.
   static fromPast({ times, last, low, high, period, gaps }) {
     let points = [];
     times.forEach((time, i) => {
@@ -66,7 +66,7 @@ export class Trace {
     return first - 1;
   }
 
-  // Drops the points that say nothing of the time since `time`.
+  // Drops the points that ended before `time`.
   trim(time) {
     const count = this.indexAt(time);
     if (count <= 0) return;
