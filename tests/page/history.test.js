@@ -308,7 +308,7 @@ pageTest("EndsExtremesWithTheirPeriodAndLeavesGapsUnknown", async (page) => {
     const { Trace } = await import("/trace.js");
     const trace = Trace.fromPast({
       times: [0, 100, 1000], last: [1, 2, 3], low: [0, 2, 3], high: [9, 2, 3],
-      period: 50, gaps: [[500, 1200]],
+      period: 50, gaps: [[500, 1200]], askedAt: 2000,
     });
     return trace.part(25, 2000).times.map((time, i) => {
       const part = trace.part(25, 2000);
@@ -319,6 +319,21 @@ pageTest("EndsExtremesWithTheirPeriodAndLeavesGapsUnknown", async (page) => {
     [25, 1, 0, 9], [50, 1, 1, 1], [100, 2, 2, 2], [500, null, null, null], [1200, 3, 3, 3],
     [2000, 3, 3, 3],
   ]);
+});
+
+pageTest("KeepsPointsInOrderThatFollowAnUnfinishedPeriod", async (page) => {
+  const times = await page.evaluate(async () => {
+    const { Trace } = await import("/trace.js");
+    const live = new Trace();
+    live.add(1005, 1);
+    live.add(1020, 2);
+    const trace = Trace.fromPast({
+      times: [1000], last: [1], low: [0], high: [9], period: 50, gaps: [], askedAt: 1010,
+    });
+    trace.addAfter(1010, live);
+    return trace.times;
+  });
+  assert.deepEqual(times, [1000, 1010, 1020]);
 });
 
 pageTest("MarksRoundValuesOnTheAxis", async (page) => {

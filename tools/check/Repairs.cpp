@@ -35,7 +35,9 @@ std::vector<std::string_view> linesOf(std::string_view text) {
 
 std::string readText(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
+  std::string text(std::istreambuf_iterator<char>(file), {});
+  if (file.bad()) throw std::runtime_error("it can't be read to its end");
+  return text;
 }
 
 void writeAll(int descriptor, std::string_view text) {
@@ -98,9 +100,12 @@ class FileBeside {
   void write(std::string_view text, const struct stat& like) {
     writeAll(descriptor_, text);
     // The owner first, since a change of the owner can clear bits of the mode.
+    constexpr auto sameOwner = static_cast<uid_t>(-1);
     const bool isOwned = fchown(descriptor_, like.st_uid, like.st_gid) == 0;
-    constexpr mode_t plain = 0777;
-    require(fchmod(descriptor_, like.st_mode & (isOwned ? 07777 : plain)) == 0);
+    const bool isInGroup = isOwned || fchown(descriptor_, sameOwner, like.st_gid) == 0;
+    // What the group was allowed is not for another group.
+    const mode_t kept = isOwned ? 07777 : isInGroup ? 0777 : 0707;
+    require(fchmod(descriptor_, like.st_mode & kept) == 0);
     require(fsync(descriptor_) == 0);
   }
 
@@ -131,7 +136,8 @@ std::string repaired(const std::string& text, const std::vector<Diagnostic>& dia
     const auto begin = static_cast<std::size_t>(lines[repair.line - 1].data() - text.data());
     const std::size_t at = begin + repair.column - 1;
     const bool isFree = at >= done && (at > done || at == 0 || !repair.before.empty());
-    if (!isFree || text.compare(at, repair.before.size(), repair.before) != 0) continue;
+    if (!isFree || at > text.size() || text.compare(at, repair.before.size(), repair.before) != 0)
+      continue;
     result.append(text, done, at - done);
     result += repair.after;
     done = at + repair.before.size();
@@ -193,12 +199,16 @@ std::string unifiedDiff(const std::string& name, std::string_view before, std::s
   return diff.empty() ? diff : fmt::format("--- {0}\n+++ {0}\n{1}", name, diff);
 }
 
-void replaceFile(const std::string& path, std::string_view text) {
+void replaceFile(const std::string& path, std::string_view before, std::string_view after) {
   const std::string target = std::filesystem::canonical(path);
   struct stat status {};
   if (stat(target.c_str(), &status) != 0) throw std::runtime_error(std::strerror(errno));
+  if (status.st_nlink > 1) {
+    throw std::runtime_error("it has another name (a hard link), which would keep the old text");
+  }
   FileBeside file(target);
-  file.write(text, status);
+  file.write(after, status);
+  if (readText(target) != before) throw std::runtime_error("somebody has changed it meanwhile");
   file.replace(target);
 }
 

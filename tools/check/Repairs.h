@@ -25,7 +25,8 @@ struct Repaired {
 };
 
 // Checks the file, makes the edits and checks the result, until no edit is left. Writes nothing.
-// Never throws because of a file; the text of one that can't be checked stays empty.
+// The texts of a file that can't be checked stay empty. Throws std::runtime_error if a file can be
+// checked but then not be read to its end.
 Repaired repair(const Request& request, Boldness boldness);
 
 // The changed lines as a unified diff with three lines of context. Both texts must have the same
@@ -33,8 +34,9 @@ Repaired repair(const Request& request, Boldness boldness);
 std::string unifiedDiff(const std::string& name, std::string_view before, std::string_view after);
 
 // Replaces the text of a file, or of the file that a symbolic link leads to. A reader sees either
-// the old or the new text, even after a crash. Keeps the mode and, as far as permitted, the owner.
-// Throws std::runtime_error, and then the file is unchanged.
-void replaceFile(const std::string& path, std::string_view text);
+// the old or the new text, even after a crash. Keeps the mode and, as far as permitted, owner and
+// group; another group gets no rights. Throws std::runtime_error, and then the file is unchanged:
+// also if it no longer holds the text `before`, or has a second name.
+void replaceFile(const std::string& path, std::string_view before, std::string_view after);
 
 }  // namespace check

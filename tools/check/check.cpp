@@ -59,7 +59,7 @@ Checked checkOrRepair(const Request& request, const Options& options) {
   if (options.diff) {
     tools::writeOut(unifiedDiff(request.name, repaired.before, repaired.after));
   } else if (repaired.after != repaired.before) {
-    replaceFile(request.path, repaired.after);
+    replaceFile(request.path, repaired.before, repaired.after);
   }
   return repaired.checked;
 }

@@ -146,7 +146,8 @@ Screen::Screen(const TerminalSignals& signals)
 }
 
 void Screen::openTerminal() {
-  if (newterm(nullptr, stdout, stdin) == nullptr) {
+  screen_ = newterm(nullptr, stdout, stdin);
+  if (screen_ == nullptr) {
     throw std::runtime_error("the terminal can't be used as a screen");
   }
   if (hasColours_ && has_colors()) prepareColours();
@@ -163,6 +164,7 @@ void Screen::openTerminal() {
 
 Screen::~Screen() {
   endwin();
+  delscreen(screen_);
   close(descriptor_);
 }
 

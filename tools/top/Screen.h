@@ -13,6 +13,8 @@
 #include "tools/top/Picture.h"
 #include "tools/top/View.h"
 
+struct screen;  // of ncurses, whose header has macros that would reach too far
+
 namespace top {
 
 // Delivers the terminal's signals through a descriptor: it was resized, or the user wants to
@@ -85,6 +87,7 @@ class Screen {
   const TerminalSignals& signals_;
   const bool hasColours_;
   int descriptor_ = -1;
+  screen* screen_ = nullptr;
   bool hasEnded_ = false;
 };
 

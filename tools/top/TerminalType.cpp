@@ -32,7 +32,9 @@ void requireScreen() {
     fail("the terminal type TERM=\"" + name + "\" is unknown here");
   }
   char placeCursor[] = "cup";
-  if (tigetstr(placeCursor) == nullptr) {
+  const bool placesCursor = tigetstr(placeCursor) != nullptr;
+  del_curterm(cur_term);
+  if (!placesCursor) {
     fail("a terminal of type \"" + name + "\" can't place its cursor");
   }
 }

@@ -160,7 +160,7 @@ TEST(ReplaceFile, KeepsTheModeAndTheLink) {
   const std::string link = folder.path("link");
   std::filesystem::create_symlink(path, link);
   ASSERT_EQ(chmod(path.c_str(), 0640), 0);
-  check::replaceFile(link, "after");
+  check::replaceFile(link, "before", "after");
   struct stat status {};
   ASSERT_EQ(stat(path.c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 07777u, 0640u);
@@ -169,9 +169,26 @@ TEST(ReplaceFile, KeepsTheModeAndTheLink) {
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path("")), {}), 2);
 }
 
+TEST(ReplaceFile, LeavesAFileAloneThatSomebodyHasChanged) {
+  const TemporaryFolder folder;
+  const std::string path = folder.write("file", "edited");
+  EXPECT_THROW(check::replaceFile(path, "before", "after"), std::runtime_error);
+  EXPECT_EQ(textOf(path), "edited");
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path("")), {}), 1);
+}
+
+TEST(ReplaceFile, LeavesAFileAloneThatHasASecondName) {
+  const TemporaryFolder folder;
+  const std::string path = folder.write("file", "before");
+  std::filesystem::create_hard_link(path, folder.path("second"));
+  EXPECT_THROW(check::replaceFile(path, "before", "after"), std::runtime_error);
+  EXPECT_EQ(textOf(folder.path("second")), "before");
+}
+
 TEST(ReplaceFile, ThrowsIfItCannotReplace) {
-  EXPECT_THROW(check::replaceFile("/no/such/file", ""), std::runtime_error);
-  EXPECT_THROW(check::replaceFile("/proc/version", ""), std::runtime_error);
+  EXPECT_THROW(check::replaceFile("/no/such/file", "", ""), std::runtime_error);
+  EXPECT_THROW(check::replaceFile("/proc/version", textOf("/proc/version"), ""),
+               std::runtime_error);
 }
 
 }  // namespace

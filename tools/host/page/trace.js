@@ -8,12 +8,12 @@ export class Trace {
   high = [];
 
   // Makes a trace from a history of past.js.
-  static fromPast({ times, last, low, high, period, gaps }) {
+  static fromPast({ times, last, low, high, period, gaps, askedAt }) {
     let points = [];
     times.forEach((time, i) => {
       points.push([time, last[i], low[i], high[i]]);
-      // The extremes belong to the period only.
-      const end = time + period;
+      // The extremes belong to the period only, which may still run.
+      const end = Math.max(time, Math.min(time + period, askedAt));
       if (low[i] !== high[i] && !(end >= times[i + 1])) points.push([end, last[i]]);
     });
     for (const [from, to] of gaps) {
