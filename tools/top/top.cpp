@@ -49,7 +49,10 @@ struct Options {
 
 class Run {
  public:
-  explicit Run(const Options& options) : options_(options) {}
+  explicit Run(const Options& options) : options_(options) {
+    if (!options.isBatch) terminalSignals_.emplace();
+    signals_.emplace();
+  }
 
   // Returns the exit code.
   int operator()();
@@ -66,8 +69,10 @@ class Run {
   static int judge(const host::Leftovers& leftovers);
 
   const Options& options_;
-  const TerminalSignals terminalSignals_;
-  const tools::SignalDescriptor signals_;
+  // Made in this order, because the second starts a thread. Without a screen, a terminal's Ctrl-Z
+  // suspends the program as usual.
+  std::optional<TerminalSignals> terminalSignals_;
+  std::optional<tools::SignalDescriptor> signals_;
   host::LogBook logBook_;
   std::optional<host::ConfigWatch> configWatch_;
   // Log lines also go to standard error, unless that is the terminal of the screen.
@@ -147,7 +152,7 @@ int Run::judge(const host::Leftovers& leftovers) {
 int Run::showScreen(RunningModule& module) {
   // What libraries write to standard error, if that is the terminal of the screen.
   std::optional<ErrorLines> errors;
-  Screen screen(terminalSignals_);
+  Screen screen(*terminalSignals_);
   if (!logsToStandardError_) errors.emplace();
   View view = viewOf(module);
   auto nextLook = Clock::now();
@@ -164,7 +169,7 @@ int Run::showScreen(RunningModule& module) {
       nextDrawing = now + drawPeriod;
     }
     const auto arrival =
-        tools::waitFor(signals_, screen.descriptor(), std::min(nextLook, nextDrawing));
+        tools::waitFor(*signals_, screen.descriptor(), std::min(nextLook, nextDrawing));
     if (arrival == Arrival::Signal) return ExitCode::Interrupted;
     if (arrival != Arrival::Input) continue;
     if (!obey(screen, view)) return ExitCode::Done;
@@ -201,7 +206,7 @@ int Run::printScreens(RunningModule& module) {
     const auto nextScreen = tools::momentIn(options_.delay);
     do {
       const auto nextLook = std::min(nextScreen, Clock::now() + lookPeriod);
-      if (tools::waitFor(signals_, nullptr, nextLook) == Arrival::Signal) {
+      if (tools::waitFor(*signals_, nullptr, nextLook) == Arrival::Signal) {
         return ExitCode::Interrupted;
       }
       look(module, view);
