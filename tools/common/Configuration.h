@@ -1,4 +1,5 @@
-// What sub-commands say about a configuration that they can't use. Any thread.
+// What sub-commands say about a configuration that they can't use, and whether the module accepts
+// it. Any thread.
 #pragma once
 
 #include <string>
@@ -9,8 +10,13 @@ namespace tools {
 // this is a file that the process may read.
 void requireReadable(const std::string& config);
 
-// Has `gatewayctl check` write to standard error why the module refuses this configuration. Throws
-// std::system_error if it can't be started.
-void explainRefusal(const std::string& config);
+// Whether `gatewayctl check` accepts this configuration. A child process reads it, so no content
+// can block or crash this one. Throws std::runtime_error if there is no verdict: the child can't be
+// started, crashes or takes too long.
+bool isAccepted(const std::string& config);
+
+// Has `gatewayctl check` write to standard error why the module refuses this configuration. If that
+// fails, says so there.
+void explainRefusal(const std::string& config) noexcept;
 
 }  // namespace tools
