@@ -1,13 +1,19 @@
 #include "tools/host/ConfigWatch.h"
 
+#include <fmt/format.h>
 #include <sys/inotify.h>
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <filesystem>
 #include <set>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
+
+#include "tools/common/Output.h"
+#include "tools/common/Words.h"
 
 namespace host {
 namespace {
@@ -32,8 +38,14 @@ std::string folderOf(const fs::path& path) {
 ConfigWatch::ConfigWatch(std::string config)
     : config_(std::move(config)), descriptor_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
   if (descriptor_ < 0) throw std::runtime_error("can't watch files: the system's limit is reached");
-  known_ = latest_ = tools::filesOf(config_);
-  watchFolders();
+  latest_ = tools::filesOf(config_);
+  inUse_ = reported_ = latest_;
+  try {
+    watchFolders();
+  } catch (...) {
+    close(descriptor_);
+    throw;
+  }
   // Finds what changed while the folders were not yet watched.
   nextReading_ = Clock::now();
 }
@@ -52,7 +64,12 @@ void ConfigWatch::watchFolders() {
     folders.insert(folderOf(path));
     folders.insert(folderOf(fs::weakly_canonical(path, error)));
   }
-  for (const std::string& folder : folders) inotify_add_watch(descriptor_, folder.c_str(), events);
+  for (const std::string& folder : folders) {
+    // A folder that has just gone has an event in the folder above it.
+    if (inotify_add_watch(descriptor_, folder.c_str(), events) >= 0 || errno == ENOENT) continue;
+    const std::error_code error(errno, std::generic_category());
+    throw std::runtime_error(fmt::format("can't watch {}: {}", folder, error.message()));
+  }
 }
 
 bool ConfigWatch::hasEvents() const {
@@ -69,14 +86,25 @@ bool ConfigWatch::hasChanged(Clock::time_point now) {
   tools::ConfigFiles files = tools::filesOf(config_);
   const bool isSettled = files == latest_;
   latest_ = std::move(files);
-  watchFolders();
-  if (latest_ == known_) return false;
+  try {
+    watchFolders();
+  } catch (const std::runtime_error& error) {
+    tools::say({}, tools::printable(error.what()));
+  }
+  // After a refused edit is undone, the same edit counts as a change again.
+  if (latest_ == inUse_) reported_ = inUse_;
+  if (latest_ == reported_) return false;
   if (!isSettled) {
     nextReading_ = now + settling;
     return false;
   }
-  known_ = latest_;
+  reported_ = latest_;
   return true;
+}
+
+void ConfigWatch::forget() {
+  inUse_.reset();
+  reported_.reset();
 }
 
 }  // namespace host

@@ -5,6 +5,7 @@
 // Threads: one at a time.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "tools/common/ConfigFiles.h"
@@ -15,15 +16,21 @@ namespace host {
 class ConfigWatch {
  public:
   // Remembers the present content, for comparison. Throws std::runtime_error if the system can't
-  // watch folders.
+  // watch their folders.
   explicit ConfigWatch(std::string config);
   ~ConfigWatch();
   ConfigWatch(const ConfigWatch&) = delete;
   ConfigWatch& operator=(const ConfigWatch&) = delete;
 
-  // Whether the content differs from that at the start, or from that when this last returned true.
-  // Never waits, and reads the files only after something has happened in their folders.
+  // Whether the content differs from that in use and from that when this last returned true. At
+  // first, the content at the start is in use. Never waits, and reads the files only after something
+  // has happened in their folders.
   bool hasChanged(Clock::time_point now);
+
+  // From now on, the content for which hasChanged last returned true is in use.
+  void accept() { inUse_ = latest_; }
+  // From now on, no content is in use, and hasChanged returns true for whatever content settles.
+  void forget();
 
  private:
   void watchFolders();
@@ -31,7 +38,8 @@ class ConfigWatch {
 
   const std::string config_;
   int descriptor_;
-  tools::ConfigFiles known_;
+  std::optional<tools::ConfigFiles> inUse_;
+  std::optional<tools::ConfigFiles> reported_;
   tools::ConfigFiles latest_;
   Clock::time_point nextReading_ = Clock::time_point::max();
 };

@@ -66,6 +66,8 @@ bool Console::obey(const std::string& line) {
     (this->*command.carryOut)(words);
   } catch (const std::invalid_argument& error) {
     reporter_.complain(error.what());
+  } catch (const NotRunning& error) {
+    reporter_.complain(error.what());
   }
   return !quit_;
 }

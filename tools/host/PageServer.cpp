@@ -294,6 +294,8 @@ HttpAnswer PageServer::Routes::events() const {
 HttpResponse PageServer::Routes::set(const HttpRequest& request) try {
   const Notification notification = module_.set(changesIn(request.body()));
   return responseOf({{"notification", notification.number}});
+} catch (const NotRunning& error) {
+  throw HttpRefusal(status::service_unavailable, error.what());
 } catch (const std::invalid_argument& error) {
   throw HttpRefusal(status::bad_request, error.what());
 }

@@ -67,6 +67,21 @@ std::string unknownSlot(const std::string& name, const std::vector<Slot>& engine
                      meant.empty() ? fmt::format(": there are {}", fmt::join(names, ", ")) : meant);
 }
 
+// Asks a child, since a file that includes itself would crash the reader. The messages say what the
+// module does then.
+void requireUsable(const std::string& config, const char* consequence) {
+  bool isAccepted = false;
+  try {
+    tools::requireReadable(config);
+    isAccepted = tools::isAccepted(config);
+  } catch (const std::runtime_error& error) {
+    throw std::runtime_error(fmt::format("{}, so the module {}", error.what(), consequence));
+  }
+  if (isAccepted) return;
+  throw Refused(fmt::format("the module would refuse {}, so it {}; the findings below say why",
+                            config, consequence));
+}
+
 }  // namespace
 
 std::vector<std::string> Leftovers::problems() const {
@@ -118,6 +133,7 @@ std::shared_ptr<const RunningModule::RunState> RunningModule::now() const {
 }
 
 void RunningModule::stopInstance() {
+  if (!running_) return;
   running_.reset();
   if (instance_->hostBytesIntact()) return;
   spoiled_.emplace_back("bytes of the module's record that are the host's were changed");
@@ -130,23 +146,31 @@ Leftovers RunningModule::stop() {
   return leftovers;
 }
 
-std::vector<SlotChange> RunningModule::reload() {
-  tools::requireReadable(setup_.config);
-  const gateway::ConfigManager config(setup_.config);
-  if (!config.valid) {
-    throw Refused(
-        fmt::format("the module would refuse {}, so it keeps running as before; the messages above "
-                    "and the findings below say why",
-                    setup_.config));
+class RunningModule::Restart {
+ public:
+  explicit Restart(RunningModule& module) : module_(module) { mark(true); }
+  ~Restart() { mark(false); }
+  Restart(const Restart&) = delete;
+  Restart& operator=(const Restart&) = delete;
+
+ private:
+  void mark(bool isRestarting) {
+    const std::lock_guard changing(module_.changing_);
+    module_.isRestarting_ = isRestarting;
   }
-  const std::lock_guard changing(changing_);
+
+  RunningModule& module_;
+};
+
+std::vector<SlotChange> RunningModule::reload(ConfigWatch& watch) {
+  if (running_) requireUsable(setup_.config, "keeps running as before");
+  const Restart restart(*this);
+  watch.forget();
   stopInstance();
+  requireUsable(setup_.config, "stays stopped until the next change");
   const auto before = now();
-  try {
-    start(config);
-  } catch (const std::exception& error) {
-    throw std::logic_error(fmt::format("the module could not be started again: {}", error.what()));
-  }
+  start(gateway::ConfigManager(setup_.config));
+  watch.accept();
   return changesBetween(before->configured, now()->configured);
 }
 
@@ -157,7 +181,8 @@ bool RunningModule::isReady() const {
 
 void RunningModule::sample() {
   const auto run = now();
-  {
+  // A stopped module has taken the memory of its slots with it.
+  if (running_) {
     const std::lock_guard lock(mutex_);
     run->board->sample(Clock::now());
   }
@@ -175,8 +200,8 @@ RunningModule::LookWatch RunningModule::watchLooks(std::function<void()> sink) {
 Notification RunningModule::set(const std::vector<Change>& changes) {
   if (changes.empty()) throw std::invalid_argument("nothing to set");
   const std::lock_guard changing(changing_);
-  // A module that could not be started again has taken the memory of its slots with it.
-  if (!running_) throw std::invalid_argument("the module has stopped");
+  if (isRestarting_) throw NotRunning("the module is being restarted");
+  if (!running_) throw NotRunning("the module is stopped until its configuration is repaired");
   std::vector<std::pair<Slot, SlotValue>> resolved;
   Notification notification;
   for (const Change& change : changes) {

@@ -20,6 +20,7 @@
 #include "standin/Engine.h"
 #include "standin/Host.h"
 #include "standin/LoadedModule.h"
+#include "tools/host/ConfigWatch.h"
 #include "tools/host/Connections.h"
 #include "tools/host/SlotBoard.h"
 #include "tools/host/SlotChanges.h"
@@ -28,6 +29,11 @@ namespace host {
 
 // The module refuses the configuration; its own log lines say why.
 struct Refused : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// No change can be set: the module is stopped, for a moment or until its configuration is repaired.
+struct NotRunning : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
@@ -83,11 +89,13 @@ class RunningModule {
   // afterwards.
   Leftovers stop();
 
-  // Restarts the module with the present configuration file. Returns how the slots differ. Throws
-  // Refused if the module would refuse the file, or std::runtime_error if it can't be read; then
-  // the module keeps running. Meanwhile `set` waits, and everything else shows the previous run.
-  // Throws std::logic_error if the module refuses the file nevertheless; then it no longer runs.
-  std::vector<SlotChange> reload();
+  // Restarts the module with the present configuration file, or starts it if an earlier reload had
+  // to leave it stopped. Returns how the slots differ, and lets `watch` accept the file. Throws
+  // Refused if the module would refuse the file, or std::runtime_error if it can't be read or
+  // checked: then the module keeps running. Stopping can take so long that the file changes once
+  // more: if it is unusable after the stop, the module stays stopped. Meanwhile, and while it is
+  // stopped, `set` throws, and everything else shows the previous run.
+  std::vector<SlotChange> reload(ConfigWatch& watch);
 
   const Setup& setup() const { return setup_; }
   // gRPC targets of the configuration; empty for a side that is switched off.
@@ -111,7 +119,7 @@ class RunningModule {
 
   // Stores the values in the engine slots of these names and notifies the module of all of them at
   // once, on this thread. A name that several slots share means the first. Throws
-  // std::invalid_argument, which says what would be right, and then changes nothing.
+  // std::invalid_argument, which says what would be right, or NotRunning, and then changes nothing.
   Notification set(const std::vector<Change>& changes);
 
   // The notifications after number `number` that are still kept, oldest first.
@@ -138,6 +146,9 @@ class RunningModule {
     std::shared_ptr<Connections> connections;
   };
 
+  // The time in which a reload stops and starts the module.
+  class Restart;
+
   void start(const gateway::ConfigManager& config);
   void stopInstance();
   std::shared_ptr<const RunState> now() const;
@@ -154,8 +165,9 @@ class RunningModule {
   std::vector<std::string> spoiled_;  // the damage that stopped instances did to their records
   std::vector<std::weak_ptr<const std::function<void()>>> lookWatches_;
 
-  std::mutex changing_;       // held while the module is notified or reloaded; comes before mutex_
-  mutable std::mutex mutex_;  // guards everything below, and the memory of engine texts
+  std::mutex changing_;        // held while the module is notified; comes before mutex_
+  bool isRestarting_ = false;  // guarded by changing_; while true, running_ is the reload's own
+  mutable std::mutex mutex_;   // guards everything below, and the memory of engine texts
   std::shared_ptr<const RunState> now_;
   unsigned notificationCount_ = 0;
   std::deque<Notification> notifications_;

@@ -176,7 +176,7 @@ int Run::attend(RunningModule& module) {
 
 void Run::reload(RunningModule& module, Expectations& expectations) {
   try {
-    const auto changes = module.reload();
+    const auto changes = module.reload(*configWatch_);
     expectations.follow(module.board());
     reporter_.reloaded(module, changes);
     // Print all slots and links again.
@@ -185,7 +185,7 @@ void Run::reload(RunningModule& module, Expectations& expectations) {
   } catch (const Refused& refused) {
     explain(refused);
   } catch (const std::runtime_error& error) {
-    reporter_.complain(fmt::format("{}, so the module keeps running as before", error.what()));
+    reporter_.complain(error.what());
   }
 }
 

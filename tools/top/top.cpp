@@ -123,7 +123,7 @@ void Run::look(RunningModule& module, View& view) {
 // While the screen is up, the log takes what would go to standard error.
 void Run::reload(RunningModule& module) {
   try {
-    const std::size_t changes = module.reload().size();
+    const std::size_t changes = module.reload(*configWatch_).size();
     log({.time = std::chrono::system_clock::now(),
          .level = SONALITH_LOG_TRACE,
          .file = "gatewayctl",
@@ -135,8 +135,7 @@ void Run::reload(RunningModule& module) {
     tools::say("top", tools::printable(refused.what()));
     tools::explainRefusal(options_.setup.config);
   } catch (const std::runtime_error& error) {
-    tools::say("top", fmt::format("{}, so the module keeps running as before",
-                                  tools::printable(error.what())));
+    tools::say("top", tools::printable(error.what()));
   }
 }
 

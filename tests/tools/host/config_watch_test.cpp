@@ -73,12 +73,38 @@ TEST_F(ConfigWatch, IgnoresATouchAndAChangeThatIsUndone) {
   EXPECT_FALSE(settlesOnAChange());
 }
 
+TEST_F(ConfigWatch, ComparesWithTheContentInUse) {
+  EXPECT_FALSE(hasChanged());
+  for (int i = 0; i < 2; ++i) {
+    files.write("gateway.conf", "[Metters]\n");
+    EXPECT_TRUE(settlesOnAChange());
+    files.write("gateway.conf", text);
+    EXPECT_FALSE(settlesOnAChange()) << "a refused edit was undone";
+  }
+  files.write("gateway.conf", "[Meters]\n");
+  EXPECT_TRUE(settlesOnAChange());
+  watch.accept();
+  files.write("gateway.conf", text);
+  EXPECT_TRUE(settlesOnAChange());
+}
+
+TEST_F(ConfigWatch, ReportsAnyContentWhileNoneIsInUse) {
+  EXPECT_FALSE(hasChanged());
+  files.write("gateway.conf", "[Metters]\n");
+  EXPECT_TRUE(settlesOnAChange());
+  watch.forget();
+  files.write("gateway.conf", text);
+  EXPECT_TRUE(settlesOnAChange());
+}
+
 TEST_F(ConfigWatch, ReportsADedicatedFileThatAppearsChangesAndGoes) {
   EXPECT_FALSE(hasChanged());
   files.write("extra.conf", "[EngineInt]\n");
   EXPECT_TRUE(settlesOnAChange());
+  watch.accept();
   files.write("extra.conf", "[EngineFloat]\n");
   EXPECT_TRUE(settlesOnAChange());
+  watch.accept();
   fs::remove(extra);
   EXPECT_TRUE(settlesOnAChange());
 }

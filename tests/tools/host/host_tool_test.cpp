@@ -1,5 +1,6 @@
 // gatewayctl host, as a person or a script uses it.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <algorithm>
@@ -7,6 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <thread>
@@ -395,6 +397,54 @@ TEST_F(HostTool, KeepsRunningWhenTheNewConfigurationIsRefused) {
   files.write("gateway.conf", text + "[EngineInt]\nParam=Key=b CustomKey=b\n");
   EXPECT_EQ(host.waitLine("reloaded"), "reloaded " + path + ": 6 slots, 1 changed");
   servers.waitEvent("open fast 2 ");
+}
+
+// The module's reader would crash, or block forever.
+TEST_F(HostTool, KeepsRunningWhenTheNewConfigurationCannotBeReadToItsEnd) {
+  const std::string path = config();
+  const std::string text = textOf(path);
+  const std::string pipe = files.path("pipe");
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  const auto including = [](const std::string& file) {
+    return "[ParseIfExist:" + file + "]\nFile=" + file + "\n";
+  };
+  const std::string loop = files.write("loop", including(files.path("loop")));
+  ToolProcess host({"host", path, "--no-page", "--watch", "--reload"});
+  servers.waitEvent("open fast 1 ");
+  for (const auto& [file, finding] :
+       std::map<std::string, std::string>{{loop, "include-cycle"}, {pipe, "endless-file"}}) {
+    files.write("gateway.conf", text + including(file));
+    host.waitError(finding);
+  }
+  files.write("gateway.conf", text + "[EngineInt]\nParam=Key=b CustomKey=b\n");
+  EXPECT_EQ(host.waitLine("reloaded"), "reloaded " + path + ": 6 slots, 1 changed");
+}
+
+// An unanswered call holds up the stop, and meanwhile the file changes once more.
+TEST_F(HostTool, StaysStoppedWhileTheConfigurationToStartWithIsRefused) {
+  const std::string path = config();
+  const std::string text = textOf(path);
+  ToolProcess host({"host", path, "--no-page", "--watch", "--reload"});
+  servers.waitEvent("open fast 1 ");
+  host.writeLine("set gain 1");
+  host.waitLine("notification 1 answered");
+  servers.freeze();
+  host.writeLine("set gain 2");
+  host.waitLine("notification 2");
+  files.write("gateway.conf", text + "[EngineInt]\nParam=Key=b CustomKey=b\n");
+  host.waitError("Starting completion queue flush");
+  files.write("gateway.conf", text + "[Metters]\nTarget=x\n");
+  servers.thaw();
+  host.waitError("gatewayctl host: the module would refuse " + path +
+                 ", so it stays stopped until the next change");
+  host.waitError("did you mean");  // a finding of the checker
+  host.writeLine("set gain 3");
+  host.waitError("the module is stopped until its configuration is repaired");
+  files.write("gateway.conf", text);
+  EXPECT_EQ(host.waitLine("reloaded"), "reloaded " + path + ": 5 slots, 0 changed");
+  servers.waitEvent("open fast 2 ");
+  host.writeLine("quit");
+  EXPECT_EQ(host.waitExit(), 0);
 }
 
 TEST_F(HostTool, ReloadsADedicatedFileThatAppears) {

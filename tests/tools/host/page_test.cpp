@@ -236,6 +236,24 @@ TEST_F(Page, ReportsWhatRuns) {
   EXPECT_FALSE(status["version"].get<std::string>().empty());
 }
 
+// The only thread that serves the page must not wait for a stop, which an unanswered call holds up.
+TEST_F(Page, RefusesChangesDuringAReload) {
+  host->signal(SIGKILL);
+  start({"--page", "127.0.0.1:0", "--reload"});
+  const std::string change = R"({"changes":[{"name":"delay","value":3}]})";
+  EventStream events(origin);
+  client().Post("/api/set", own(), change, "application/json");
+  events.nextWith("deliveries");
+  servers.freeze();
+  client().Post("/api/set", own(), change, "application/json");
+  files.write("gateway.conf", "[Meters]\nTarget=" + servers.metersTarget() + "\n");
+  host->waitError("Starting completion queue flush");
+  expectRefusal(client().Post("/api/set", own(), change, "application/json"), 503,
+                "the module is being restarted");
+  servers.thaw();
+  host->waitLine("reloaded");
+}
+
 // The stream stays open, so no tab has to connect again.
 TEST_F(Page, SendsASnapshotOfTheNewSlotsAfterAReload) {
   host->signal(SIGKILL);
