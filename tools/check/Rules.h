@@ -38,8 +38,11 @@ inline constexpr std::string_view headingMark = "\n### ";
 
 // As text.find(what, from), which g++ 12 can't evaluate at compile time with -fsanitize=undefined.
 consteval std::size_t find(std::string_view text, std::string_view what, std::size_t from = 0) {
-  while (from < text.size() && !text.substr(from).starts_with(what)) ++from;
-  return from < text.size() ? from : text.npos;
+  for (; from < text.size(); ++from) {
+    // The first comparison spares the compiler most of the steps, which clang++ bounds.
+    if (text[from] == what.front() && text.substr(from).starts_with(what)) return from;
+  }
+  return text.npos;
 }
 
 consteval std::size_t countRules(std::string_view manual) {
