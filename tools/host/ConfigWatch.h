@@ -23,8 +23,8 @@ class ConfigWatch {
   ConfigWatch& operator=(const ConfigWatch&) = delete;
 
   // Whether the content differs from that in use and from that when this last returned true. At
-  // first, the content at the start is in use. Never waits, and reads the files only after something
-  // has happened in their folders.
+  // first, the content at the start is in use. Never waits, and reads the files only after
+  // something has happened in their folders.
   bool hasChanged(Clock::time_point now);
 
   // From now on, the content for which hasChanged last returned true is in use.

@@ -242,8 +242,10 @@ TEST_F(Page, RefusesChangesDuringAReload) {
   start({"--page", "127.0.0.1:0", "--reload"});
   const std::string change = R"({"changes":[{"name":"delay","value":3}]})";
   EventStream events(origin);
+  events.next("snapshot");
   client().Post("/api/set", own(), change, "application/json");
-  events.nextWith("deliveries");
+  while (events.nextWith("deliveries")["deliveries"].back()["state"] != "answered") {
+  }
   servers.freeze();
   client().Post("/api/set", own(), change, "application/json");
   files.write("gateway.conf", "[Meters]\nTarget=" + servers.metersTarget() + "\n");
