@@ -71,21 +71,22 @@ void Findings::add(const SourceLine& line, Finding finding) {
   const SourceFile& file = *line.file;
   const Severity severity = severityOf(finding.rule.text().weight, file.isDedicated());
   const Rule rule = finding.rule;
+  const Span place = finding.place;
   if (isCovered(file, line.order, severity, finding) || !isKept(rule, severity)) return;
   std::optional<Repair> repair;
   if (finding.remedy.edit) {
-    auto& [place, text, isSafe] = *finding.remedy.edit;
+    auto& [edited, text, isSafe] = *finding.remedy.edit;
     repair = Repair{.line = line.number,
-                    .column = line.offset + place.begin + 1,
-                    .before = std::string(place.of(line.text)),
+                    .column = line.offset + edited.begin + 1,
+                    .before = std::string(edited.of(line.text)),
                     .after = std::move(text),
                     .isSafe = isSafe};
   }
   keep({.rule = rule,
         .severity = severity,
         .line = line.number,
-        .column = line.offset + finding.place.begin + 1,
-        .size = finding.place.size,
+        .column = line.offset + place.begin + 1,
+        .size = place.size,
         .repair = std::move(repair),
         .section = line.section ? *line.section : "",
         .source = line.text,

@@ -11,6 +11,7 @@ std::optional<Rule> Rule::named(std::string_view name) {
 
 std::vector<std::string> ruleNames() {
   std::vector<std::string> names;
+  names.reserve(allRules.size());
   for (const RuleText& rule : allRules) names.emplace_back(rule.name);
   return names;
 }

@@ -61,7 +61,8 @@ Text barOf(double value, const Range& scale, int width) {
   if (std::isnan(value)) return Text(columns, L' ');
   const double place = std::clamp((value - scale.low) / (scale.high - scale.low), 0.0, 1.0);
   constexpr std::size_t parts = 8;
-  const auto filled = static_cast<std::size_t>(std::lround(place * parts * columns));
+  const auto filled =
+      static_cast<std::size_t>(std::lround(place * static_cast<double>(parts * columns)));
   if (!hasBlocks()) {
     Text bar((filled + parts / 2) / parts, L'#');
     bar.resize(columns, L'-');

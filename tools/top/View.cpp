@@ -113,6 +113,21 @@ void append(Picture& to, Picture lines) {
   for (Line& line : lines) to.push_back(std::move(line));
 }
 
+// The letters that move as the keys of pagers do.
+std::optional<Key> movementOf(wchar_t character) {
+  switch (character) {
+    case L'j':
+      return Key::Down;
+    case L'k':
+      return Key::Up;
+    case L'g':
+      return Key::Home;
+    case L'G':
+      return Key::End;
+  }
+  return std::nullopt;
+}
+
 }  // namespace
 
 Text Line::text() const {
@@ -166,21 +181,13 @@ bool View::press(wchar_t character) {
 }
 
 bool View::obey(wchar_t character) {
+  if (const auto key = movementOf(character)) {
+    press(*key);
+    return true;
+  }
   switch (character) {
     case L'q':
       return false;
-    case L'j':
-      press(Key::Down);
-      break;
-    case L'k':
-      press(Key::Up);
-      break;
-    case L'g':
-      press(Key::Home);
-      break;
-    case L'G':
-      press(Key::End);
-      break;
     case L'/':
       isEditing_ = true;
       break;
@@ -204,11 +211,7 @@ bool View::obey(wchar_t character) {
       break;
     case L'p':
     case L' ':
-      if (pausedAt_) {
-        pausedAt_.reset();
-      } else {
-        pausedAt_ = std::chrono::system_clock::now();
-      }
+      pausedAt_ = pausedAt_ ? std::nullopt : std::optional(std::chrono::system_clock::now());
       break;
     case L'?':
     case L'h':
