@@ -30,11 +30,27 @@ const shared = shareRig({ simulator, configuration });
 const { ownRigTest } = shared;
 const pageTest = (name, use, options = {}) => shared.test(name, options, use);
 
-// Makes the host set a parameter, and waits until the page shows it.
+// The host reads the slots 20 times a second, and keeps one point for each 50 ms.
+const nextPoint = 0.1; // seconds
+
+// Waits until a slot holds a value, and a change would be a later point of its history.
+async function waitForPoint(rig, name, value) {
+  const slot = async () => {
+    const { slots } = await (await fetch(`${rig.url}api/slots`)).json();
+    return slots.find((each) => each.name === name);
+  };
+  let seen;
+  do seen = await slot(); while (seen.value !== value);
+  const { age } = seen;
+  do seen = await slot(); while (seen.age < age + nextPoint);
+}
+
+// Makes the host set a parameter, and waits until the page shows it and the history has it.
 async function set(page, rig, name, value) {
   rig.host.child.stdin.write(`set ${name} ${value}\n`);
   const text = `${name} ${String(value).replace("-", "−")}`;
   await page.locator("#sent .what").getByText(text, { exact: true }).first().waitFor();
+  await waitForPoint(rig, name, value);
 }
 
 const reading = (page) => page.locator("#history-reading");
@@ -43,10 +59,8 @@ const showAll = (page) => page.getByRole("button", { name: "Show all" });
 
 async function openView(page, name) {
   await row(page, name).focus();
-  const answered = page.waitForResponse(/api\/history.*seconds=600/);
   await page.keyboard.press("h");
-  await (await answered).finished();
-  await view(page).waitFor({ state: "visible" });
+  await view(page).locator('#plot[aria-busy="false"]').waitFor();
 }
 
 // The points shown, read from the exported file: arrays of time, value, lowest and highest.
@@ -95,6 +109,7 @@ pageTest("ShowsTheValuesOfAPauseWhenItEnds", async (page) => {
   await set(page, shared.rig, "out_gain", -1);
   await row(page, "out_left").focus();
   await page.keyboard.press("Space");
+  await waitForPoint(shared.rig, "out_gain", -1);
   for (const value of [-2, -3]) await set(page, shared.rig, "out_gain", value);
   await openView(page, "out_gain");
   assert.equal(valuesOf(await exported(page)).at(-1), "-1");
@@ -160,14 +175,23 @@ async function placeOf(page, time) {
   return { x: box.x + (box.width * (time - first)) / (end - first), y: box.y + 40 };
 }
 
+// The middle of the longest time for which a value was held.
+function middleOf(points, wanted) {
+  const times = points.map(([time]) => Date.parse(time));
+  const held = points.slice(1).map((_, i) => [times[i], times[i + 1]])
+    .filter((_, i) => points[i][1] === wanted);
+  const [from, to] = held.reduce((one, other) =>
+    other[1] - other[0] > one[1] - one[0] ? other : one);
+  return (from + to) / 2;
+}
+
 ownRigTest("ReadsTheValueAtThePointer", async (page, own) => {
   await openStill(page, own);
   const points = await exported(page);
   const times = points.map(([time]) => Date.parse(time));
-  const change = times[points.findIndex(([, value]) => value === "-12")];
   for (const [time, text] of [
-    [(times[0] + change) / 2, /: −6\.0$/],
-    [(change + times.at(-1)) / 2, /: −12\.0$/],
+    [middleOf(points, "-6"), /: −6\.0$/],
+    [middleOf(points, "-12"), /: −12\.0$/],
     [times[0] - 1000, /: not known$/],
   ]) {
     const { x, y } = await placeOf(page, time);
@@ -241,6 +265,8 @@ pageTest("OpensTheViewByItsLineAndKeepsItInTheAddress", async (page) => {
 pageTest("KeepsUpdatingWhileTheViewIsOpen", async (page) => {
   await openView(page, "out_gain");
   for (const value of [-21, -22]) await set(page, shared.rig, "out_gain", value);
+  await page.waitForFunction(
+    () => document.querySelector('.row[data-name="out_gain"] .value input').value === "-22");
   assert.deepEqual(valuesOf(await exported(page)).slice(-2), ["-21", "-22"]);
 });
 

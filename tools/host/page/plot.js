@@ -68,17 +68,20 @@ export class Plot {
   async refresh() {
     const slot = this.#slot;
     if (!slot) return;
-    let past = null;
-    try {
-      [past] = await fetchHistories([slot], historySpan / 1000);
-    } catch {
-      this.#say("gatewayctl does not answer: this is what the page has seen.");
-    }
-    if (!past || slot !== this.#slot) return;
+    this.#element.ariaBusy = "true";
+    const past = await fetchHistories([slot], historySpan / 1000).then(([one]) => one, () => null);
+    if (slot !== this.#slot) return;
+    if (past) this.#take(past);
+    else this.#say("gatewayctl does not answer: this is what the page has seen.");
+    this.#element.ariaBusy = "false";
+  }
+
+  #take(past) {
     const live = this.#trace;
     this.#trace = Trace.fromPast(past);
     this.#trace.addAfter(past.askedAt, live);
-    this.#say(slot.hasChanged ? "" : "There is no history: it has not changed since the start.");
+    const isKnown = this.#slot.hasChanged;
+    this.#say(isKnown ? "" : "There is no history: it has not changed since the start.");
     this.#show(clock.now());
   }
 
