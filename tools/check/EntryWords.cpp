@@ -1,5 +1,7 @@
 #include "tools/check/EntryWords.h"
 
+#include <algorithm>
+#include <array>
 #include <cctype>
 
 #include "shquote/shquote.h"
@@ -67,6 +69,13 @@ std::optional<std::size_t> lostBackslashIn(std::string_view value, std::size_t e
     ++i;
   }
   return std::nullopt;
+}
+
+bool beginsCurly(std::string_view text) {
+  constexpr std::array<std::string_view, 5> curly = {"\u201C", "\u201D", "\u201E", "\u2018",
+                                                     "\u2019"};
+  return std::any_of(curly.begin(), curly.end(),
+                     [&](std::string_view each) { return text.starts_with(each); });
 }
 
 Field fieldOf(std::string_view word) {

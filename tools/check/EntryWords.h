@@ -28,6 +28,9 @@ EntryWords entryWordsOf(std::string_view value);
 // a letter, a digit or the end of the text follows.
 std::optional<std::size_t> lostBackslashIn(std::string_view value, std::size_t end);
 
+// Whether a typographic quote begins the text. Such a quote does not quote in an entry.
+bool beginsCurly(std::string_view text);
+
 // A word, split as the module splits it. Its parts refer to the text of the word.
 struct Field {
   enum class Shape {
