@@ -1,5 +1,8 @@
 #include "tools/check/Checker.h"
 
+#include <optional>
+#include <utility>
+
 #include "standin/Host.h"
 #include "tools/check/Judge.h"
 
@@ -8,17 +11,25 @@ namespace {
 
 constexpr std::size_t keptLogLines = 50;
 
+// What the module reads in place of the file, if there is an overlay.
+std::optional<OverlaidCopy> copyOf(const Request& request) {
+  if (request.overlay.empty()) return std::nullopt;
+  return std::make_optional<OverlaidCopy>(request.path, request.limits, request.overlay);
+}
+
 // Lets the module read the file, and keeps its verdict and its log.
 void askModule(const Request& request, Checked& checked) {
+  const std::optional<OverlaidCopy> copy = copyOf(request);
   standin::Host& host = standin::Host::current();
   host.setLogSink([&](const standin::LogLine& line) {
     if (checked.log.size() < keptLogLines) checked.log.push_back({line.level, line.text});
   });
-  const gateway::ConfigManager config(request.path);
+  const gateway::ConfigManager config(copy ? copy->path() : request.path);
   host.setLogSink({});
   checked.moduleWasAsked = true;
   checked.verdict = config.valid ? Verdict::Accepted : Verdict::Refused;
-  if (config.valid && request.withSlots) checked.slots = tools::slotsOf(config);
+  const bool hasSlots = config.valid ? request.withSlots : request.withRefusedSlots;
+  if (hasSlots) checked.slots = tools::slotsOf(config);
 }
 
 }  // namespace
@@ -39,9 +50,11 @@ Checked check(const Request& request) {
   Checked checked{.file = request.name};
   Findings findings(request.allowed);
   try {
-    const Reading reading = judge(request.path, request.name, request.limits, findings);
+    Judged judged = judge(request.path, request.name, request.limits, request.overlay, findings);
     checked.verdict = Verdict::Refused;
-    if (reading == Reading::Finite) askModule(request, checked);
+    checked.files = std::move(judged.files);
+    checked.entries = std::move(judged.entries);
+    if (judged.reading == Reading::Finite) askModule(request, checked);
   } catch (const UncheckableFile& error) {
     checked.reason = error.what();
   }

@@ -14,6 +14,8 @@
 #include <vector>
 
 #include "tools/check/Findings.h"
+#include "tools/check/Judge.h"
+#include "tools/check/Overlay.h"
 #include "tools/check/Walk.h"
 #include "tools/common/ConfiguredSlots.h"
 
@@ -41,6 +43,8 @@ struct Checked {
   std::array<std::size_t, 3> counts{};            // by Severity, including the omitted ones
   std::vector<Omitted> omitted = {};              // diagnostics that are only counted
   std::vector<tools::ConfiguredSlot> slots = {};  // of an accepted configuration, if requested
+  std::vector<std::string> files = {};            // all that were read, the main file first
+  std::vector<EntryPlace> entries = {};           // the lines that the slots come from
   std::vector<ModuleLine> log = {};               // the first lines
   bool moduleWasAsked = false;
 
@@ -52,6 +56,8 @@ struct Request {
   std::string name = {};        // for messages
   std::set<Rule> allowed = {};  // rules whose warnings are ignored
   bool withSlots = false;
+  bool withRefusedSlots = false;  // also those that a refused configuration would have
+  Overlay overlay = {};           // texts to check in place of those of files
   WalkLimits limits = {};
 };
 

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <array>
+#include <map>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -31,10 +32,10 @@ struct FileState {
 class Judge {
  public:
   Judge(const std::string& path, const std::string& name, const WalkLimits& limits,
-        Findings& findings)
-      : walk_(path, name, limits), limits_(limits), findings_(findings) {}
+        const Overlay& overlay, Findings& findings)
+      : walk_(path, name, limits, overlay), limits_(limits), findings_(findings) {}
 
-  Reading operator()();
+  Judged operator()();
 
  private:
   FileState& state() { return files_.back(); }
@@ -51,6 +52,7 @@ class Judge {
   void takeEntry(const LineFacts& facts);
   void takeFileLine(const LineFacts& facts);
   void enter(const FileFacts& facts);
+  std::vector<EntryPlace> entryPlaces() const;
 
   const SourceLine& here();
   void add(const SourceLine& line, MaybeFinding finding);
@@ -67,7 +69,7 @@ class Judge {
   bool relativeReported_ = false;
 };
 
-Reading Judge::operator()() {
+Judged Judge::operator()() {
   for (Walk::Step step = walk_.next(); step != Walk::Step::End; step = walk_.next()) {
     here_.reset();
     if (step == Walk::Step::Line)
@@ -81,7 +83,10 @@ Reading Judge::operator()() {
     else
       findings_.add(walk_.mainFile(), walk_.order(), std::move(finding));
   });
-  return isEndless_ ? Reading::Endless : Reading::Finite;
+  Judged judged{.reading = isEndless_ ? Reading::Endless : Reading::Finite,
+                .entries = entryPlaces()};
+  for (const SourceFile& file : walk_.files()) judged.files.push_back(file.name);
+  return judged;
 }
 
 // ---- Findings ---------------------------------------------------------------------------------
@@ -239,6 +244,27 @@ void Judge::takeEntry(const LineFacts& facts) {
       fmt::format("it has more than the {} entries that can be checked", limits_.entries));
 }
 
+std::vector<EntryPlace> Judge::entryPlaces() const {
+  std::map<const SourceFile*, std::size_t> indices;
+  for (const SourceFile& file : walk_.files()) indices.emplace(&file, indices.size());
+  std::array<std::array<std::size_t, 4>, 3> sizes{};  // of the lists
+  std::vector<EntryPlace> places;
+  places.reserve(configuration_.entries.size());
+  for (const auto& [at, section, entry] : configuration_.entries) {
+    const bool isMeter = section->kind == SectionKind::MeterEntries;
+    const standin::SlotSet set = !isMeter       ? standin::SlotSet::Engine
+                                 : entry.isSlow ? standin::SlotSet::Slow
+                                                : standin::SlotSet::Fast;
+    std::size_t& size = sizes.at(static_cast<std::size_t>(set)).at(gateway::indexOf(section->type));
+    places.push_back({.file = indices.at(at.file),
+                      .line = at.number,
+                      .set = set,
+                      .type = section->type,
+                      .position = size++});
+  }
+  return places;
+}
+
 // ---- Dedicated files --------------------------------------------------------------------------
 
 void Judge::takeFileLine(const LineFacts& facts) {
@@ -279,9 +305,9 @@ void Judge::enter(const FileFacts& facts) {
 
 }  // namespace
 
-Reading judge(const std::string& path, const std::string& name, const WalkLimits& limits,
-              Findings& findings) {
-  return Judge(path, name, limits, findings)();
+Judged judge(const std::string& path, const std::string& name, const WalkLimits& limits,
+             const Overlay& overlay, Findings& findings) {
+  return Judge(path, name, limits, overlay, findings)();
 }
 
 }  // namespace check

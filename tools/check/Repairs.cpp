@@ -15,8 +15,6 @@
 #include <stdexcept>
 #include <tuple>
 
-#include "standin/MemoryFile.h"
-
 namespace check {
 namespace {
 
@@ -75,9 +73,7 @@ bool isBetter(const Checked& after, const Checked& before) {
 
 // Checks the text as if it were the requested file.
 Checked checkText(const std::string& text, Request request) {
-  const standin::MemoryFile file;
-  writeAll(file.descriptor(), text);
-  request.path = file.path();
+  request.overlay.set(request.path, text);
   return check(request);
 }
 
@@ -149,7 +145,7 @@ Repaired repair(const Request& request, Boldness boldness) {
   constexpr int mostRounds = 1000;
   const Checked original = check(request);
   if (original.verdict == Verdict::Unreadable) return {.checked = original};
-  Repaired result{.before = readText(request.path), .checked = original};
+  Repaired result{.before = readText(request.overlay.placeOf(request.path)), .checked = original};
   result.after = result.before;
   Checked checked = original;
   std::string text = result.before;

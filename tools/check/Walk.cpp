@@ -44,8 +44,9 @@ bool isNullDevice(const struct stat& status) {
 }  // namespace
 
 // Never blocks: opens neither pipes nor devices, except the null device, and waits for no text.
-Walk::Opened Walk::openFile(const std::string& path) {
+Walk::Opened Walk::openFile(const std::string& name) const {
   Opened opened;
+  const std::string path = overlay_.placeOf(name);
   if (stat(path.c_str(), &opened.status) != 0) {
     opened.problem = std::strerror(errno);
     return opened;
@@ -71,8 +72,9 @@ Walk::Opened Walk::openFile(const std::string& path) {
   return opened;
 }
 
-Walk::Walk(const std::string& path, const std::string& name, const WalkLimits& limits)
-    : limits_(limits) {
+Walk::Walk(const std::string& path, const std::string& name, const WalkLimits& limits,
+           Overlay overlay)
+    : limits_(limits), overlay_(std::move(overlay)) {
   Opened opened = openFile(path);
   if (opened.mayBeEndless) {
     throw UncheckableFile("it " + opened.problem +

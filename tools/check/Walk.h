@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "tools/check/Finding.h"
+#include "tools/check/Overlay.h"
 #include "tools/check/Scanner.h"
 
 namespace check {
@@ -42,8 +43,9 @@ struct FileCloser {
 
 class Walk {
  public:
-  // Opens the main file, which messages call `name`. Throws UncheckableFile.
-  Walk(const std::string& path, const std::string& name, const WalkLimits& limits);
+  // Opens the main file, which messages call `name`. Reads the texts of the overlay in place of
+  // their files. Throws UncheckableFile.
+  Walk(const std::string& path, const std::string& name, const WalkLimits& limits, Overlay overlay);
 
   enum class Step {
     Line,
@@ -52,6 +54,8 @@ class Walk {
   };
   Step next();
 
+  // All files so far, the main file first.
+  const std::deque<SourceFile>& files() const { return files_; }
   const SourceFile& mainFile() const { return files_.front(); }
   // The innermost open file and its current line.
   const SourceFile& file() const { return *frames_.back().source; }
@@ -80,11 +84,12 @@ class Walk {
     const SourceFile* source;
   };
 
-  static Opened openFile(const std::string& path);
+  Opened openFile(const std::string& name) const;
   void push(Opened opened, SourceFile source);
   bool isOpen(const Opened& opened) const;
 
   const WalkLimits limits_;
+  const Overlay overlay_;
   std::deque<SourceFile> files_;
   std::vector<Frame> frames_;  // the main file first
   bool hasEnded_ = false;      // the innermost file
