@@ -175,6 +175,10 @@ std::vector<SlotChange> RunningModule::reload(ConfigWatch& watch) {
 }
 
 bool RunningModule::isReady() const {
+  {
+    const std::lock_guard changing(changing_);
+    if (isRestarting_ || !running_) return false;
+  }
   const std::chrono::duration<double> age(setup_.readyAge);
   return host::isReady(links(), std::chrono::duration_cast<Clock::duration>(age), Clock::now());
 }

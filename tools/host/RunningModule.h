@@ -94,7 +94,7 @@ class RunningModule {
   // Refused if the module would refuse the file, or std::runtime_error if it can't be read or
   // checked: then the module keeps running. Stopping can take so long that the file changes once
   // more: if it is unusable after the stop, the module stays stopped. Meanwhile, and while it is
-  // stopped, `set` throws, and everything else shows the previous run.
+  // stopped, it is not ready, `set` throws, and everything else shows the previous run.
   std::vector<SlotChange> reload(ConfigWatch& watch);
 
   const Setup& setup() const { return setup_; }
@@ -106,7 +106,8 @@ class RunningModule {
   // A different one after each reload.
   std::shared_ptr<const SlotBoard> board() const { return now()->board; }
   Links links() const { return now()->connections->links(); }
-  // Whether each meter stream in use has received a message within Setup::readyAge.
+  // Whether the module runs and each meter stream in use has received a message within
+  // Setup::readyAge.
   bool isReady() const;
   // Looks at all slots and links, and then calls the sinks of watchLooks. By the thread that made
   // this.
@@ -165,9 +166,9 @@ class RunningModule {
   std::vector<std::string> spoiled_;  // the damage that stopped instances did to their records
   std::vector<std::weak_ptr<const std::function<void()>>> lookWatches_;
 
-  std::mutex changing_;        // held while the module is notified; comes before mutex_
-  bool isRestarting_ = false;  // guarded by changing_; while true, running_ is the reload's own
-  mutable std::mutex mutex_;   // guards everything below, and the memory of engine texts
+  mutable std::mutex changing_;  // held while the module is notified; comes before mutex_
+  bool isRestarting_ = false;    // guarded by changing_; while true, running_ is the reload's own
+  mutable std::mutex mutex_;     // guards everything below, and the memory of engine texts
   std::shared_ptr<const RunState> now_;
   unsigned notificationCount_ = 0;
   std::deque<Notification> notifications_;

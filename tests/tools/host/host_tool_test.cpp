@@ -424,8 +424,15 @@ TEST_F(HostTool, KeepsRunningWhenTheNewConfigurationCannotBeReadToItsEnd) {
 TEST_F(HostTool, StaysStoppedWhileTheConfigurationToStartWithIsRefused) {
   const std::string path = config();
   const std::string text = textOf(path);
-  ToolProcess host({"host", path, "--no-page", "--watch", "--reload"});
+  const std::string ready = files.path("ready");
+  const auto isReady = [&] { return std::filesystem::exists(ready); };
+  ToolProcess host({"host", path, "--no-page", "--watch", "--reload", "--ready-file", ready,
+                    "--ready-age", "3600"});
   servers.waitEvent("open fast 1 ");
+  servers.waitEvent("open slow 1 ");
+  servers.command("send fast -");
+  servers.command("send slow -");
+  EXPECT_TRUE(waitUntil(isReady));
   host.writeLine("set gain 1");
   host.waitLine("notification 1 answered");
   servers.freeze();
@@ -440,6 +447,7 @@ TEST_F(HostTool, StaysStoppedWhileTheConfigurationToStartWithIsRefused) {
   host.waitError("did you mean");  // a finding of the checker
   host.writeLine("set gain 3");
   host.waitError("the module is stopped until its configuration is repaired");
+  EXPECT_FALSE(isReady());
   files.write("gateway.conf", text);
   EXPECT_EQ(host.waitLine("reloaded"), "reloaded " + path + ": 5 slots, 0 changed");
   servers.waitEvent("open fast 2 ");

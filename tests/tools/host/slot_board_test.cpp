@@ -7,6 +7,8 @@
 #include <cstring>
 #include <limits>
 
+#include "tests/support/SlotOf.h"
+
 namespace {
 
 using host::Clock;
@@ -20,14 +22,6 @@ using namespace std::chrono_literals;
 // A board of two slots, whose memory is the test's.
 class Board : public ::testing::Test {
  protected:
-  static Slot slotOf(SlotSet set, const char* name, std::uint32_t type, void* memory) {
-    sonalith_moduleOffset description{};
-    description.name = name;
-    description.value = memory;
-    description.valueType = type;
-    return {set, description};
-  }
-
   void write(const char* text) { std::strncpy(state, text, sizeof state); }
 
   // Looks, that many seconds after the first look.

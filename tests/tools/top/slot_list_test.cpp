@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/SlotOf.h"
+
 namespace {
 
 using standin::Slot;
@@ -20,14 +22,6 @@ using top::Order;
 // A list of five floats and a text, whose memory is the test's.
 class List : public ::testing::Test {
  protected:
-  static Slot slotOf(SlotSet set, const char* name, std::uint32_t type, void* memory) {
-    sonalith_moduleOffset description{};
-    description.name = name;
-    description.value = memory;
-    description.valueType = type;
-    return {set, description};
-  }
-
   Slot floatSlot(std::size_t i, const char* name) {
     return slotOf(SlotSet::Fast, name, SONALITH_SLOT_FLOAT, &floats[i]);
   }
