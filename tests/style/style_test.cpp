@@ -89,8 +89,8 @@ const std::vector<Room> rooms = {
     {"src/standin/", {"src/host/"}},
     // Sub-commands do not know each other, except for `top`; what they share is below them.
     {"tools/common/",
-     {"src/host/", "src/shquote/", "src/ini/", "src/standin/", module + "ConfigManager",
-      module + "GatewaySlots"}},
+     {"src/host/", "src/shquote/", "src/ini/", "src/sanitizers/", "src/standin/", "proto/",
+      module + "ValueType", module + "ConfigManager", module + "GatewaySlots"}},
     {"tools/sim/",
      {"proto/", "src/sanitizers/", "src/standin/", module + "ConfigManager", module + "ValueType",
       "tools/common/"}},
@@ -100,9 +100,7 @@ const std::vector<Room> rooms = {
     {"tools/check/",
      {"src/host/", "src/shquote/", "src/standin/", module + "ConfigManager", module + "ValueType",
       "tools/common/"}},
-    {"tools/discover/",
-     {"src/host/", "proto/", "src/sanitizers/", "src/standin/", module + "ValueType",
-      "tools/common/"}},
+    {"tools/discover/", {"src/host/", "src/standin/", module + "ValueType", "tools/common/"}},
     // Runs the module as `host` does, with another view of it.
     {"tools/top/",
      {"src/host/", "src/standin/", module + "ValueType", "tools/common/", "tools/host/"}},

@@ -11,13 +11,19 @@
 
 #include "standin/MemoryFile.h"
 #include "tools/common/ConfiguredSlots.h"
+#include "tools/common/Shown.h"
 #include "tools/discover/CustomKeys.h"
-#include "tools/discover/Shown.h"
 
 namespace discover {
 namespace {
 
 using standin::SlotSet;
+using tools::namesOf;
+using tools::shown;
+using tools::typeOf;
+using tools::ValueCase;
+using tools::WireType;
+using tools::wireTypes;
 using namespace std::string_view_literals;
 
 // The longest line that the reader takes, without its newline.

@@ -11,9 +11,11 @@
 #include <string_view>
 #include <vector>
 
-#include "tools/discover/Sightings.h"
+#include "tools/common/Sightings.h"
 
 namespace discover {
+
+using tools::SeenKey;
 
 struct Finding {
   SeenKey seen;

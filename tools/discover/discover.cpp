@@ -9,20 +9,21 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "manual.h"
 #include "standin/Host.h"
 #include "tools/common/ExitCode.h"
 #include "tools/common/Json.h"
+#include "tools/common/Listener.h"
 #include "tools/common/ManualText.h"
 #include "tools/common/Numbers.h"
 #include "tools/common/Output.h"
+#include "tools/common/Shown.h"
+#include "tools/common/StreamProblems.h"
 #include "tools/common/Terminal.h"
 #include "tools/discover/Draft.h"
-#include "tools/discover/Listener.h"
-#include "tools/discover/Problems.h"
-#include "tools/discover/Shown.h"
 
 namespace discover {
 namespace {
@@ -32,6 +33,10 @@ using standin::SlotSet;
 using tools::Arrival;
 using tools::Clock;
 using tools::ExitCode;
+using tools::Heard;
+using tools::Listener;
+using tools::namesOf;
+using tools::shown;
 
 struct Options {
   std::string target;
@@ -126,7 +131,10 @@ int failWithoutEntries(const Draft& draft) {
 }
 
 int report(const Options& options, const Heard& heard) {
-  const auto problems = problemsOf(options.target, options.seconds, heard);
+  std::vector<std::string> problems;
+  for (auto& problem : tools::problemsOf(options.target, options.seconds, heard)) {
+    problems.push_back(std::move(problem.text));
+  }
   const auto keys = heard.sightings.keys();
   if (keys.empty()) return failWithoutKeys(options, heard, problems);
   for (const auto& problem : problems) tools::say("discover", "warning: " + problem);

@@ -13,9 +13,9 @@
 namespace {
 
 using discover::Draft;
-using discover::SeenKey;
-using discover::ValueCase;
 using standin::SlotSet;
+using tools::SeenKey;
+using tools::ValueCase;
 
 constexpr char target[] = "127.0.0.1:50005";
 

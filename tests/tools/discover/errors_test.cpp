@@ -167,6 +167,18 @@ TEST_F(DiscoverErrors, ReportsEmptyMessages) {
                                remarkOfEnd("slow", 0) + "\n");
 }
 
+TEST_F(DiscoverErrors, ReportsKeysThatItDoesNotKeep) {
+  Batch batch;
+  for (int i = 0; i < 200002; ++i) batch.addFloat(std::to_string(i), 1);
+  const auto result = hear({"send fast " + batch.hex(), "end fast OK", "end slow OK"}, {"--json"});
+  EXPECT_EQ(result.exitCode, 0);
+  EXPECT_NE(result.errors.find("warning: the fast stream has more keys than are kept, which are "
+                               "200000, or 33554432 bytes of keys. 2 values under further keys "
+                               "were ignored. Does the server make up keys?\n"),
+            result.errors.npos)
+      << result.errors;
+}
+
 TEST_F(DiscoverErrors, ReportsThatNoKeyCanBeCarried) {
   const auto commands =
       sending({Batch().add("d", [](auto& any) { any.set_sdouble(1); })}, {Batch().addInt("=", 1)});

@@ -1,4 +1,4 @@
-#include "tools/discover/Problems.h"
+#include "tools/common/StreamProblems.h"
 
 #include <fmt/format.h>
 
@@ -7,10 +7,10 @@
 #include <iterator>
 #include <string_view>
 
+#include "tools/common/Shown.h"
 #include "tools/common/StatusName.h"
-#include "tools/discover/Shown.h"
 
-namespace discover {
+namespace tools {
 namespace {
 
 using grpc::StatusCode;
@@ -20,7 +20,7 @@ constexpr std::size_t problemLimit = 1000;
 constexpr std::size_t statusTextLimit = 300;
 
 std::string describe(const grpc::Status& status) {
-  const auto name = tools::nameOf(status.error_code());
+  const auto name = nameOf(status.error_code());
   std::string text =
       name ? std::string(*name) : fmt::format("status {}", static_cast<int>(status.error_code()));
   if (!status.error_message().empty()) text += " " + shown(status.error_message(), statusTextLimit);
@@ -43,6 +43,27 @@ std::string remedyFor(StatusCode code, SlotSet rate) {
     default:
       return "The server's log should say why.";
   }
+}
+
+// gRPC has one status for several reasons, and tells them apart only in its text.
+std::string problemOfSize(std::string_view ended, const grpc::Status& status) {
+  const std::string text = status.error_message();
+  if (text.starts_with("Received message larger than max")) {
+    return fmt::format(
+        "a message that was too long ended the {}: {}. gRPC clients accept {} bytes at most, and "
+        "this tool "
+        "receives no more than {}. Make the server send shorter messages.",
+        ended, describe(status), Sightings::messageLimit, receivedMessageLimit);
+  }
+  if (text.starts_with("Buffers full")) {
+    return fmt::format(
+        "the server sent more than the {} bytes that this tool receives at once, which ended the "
+        "{}: {}. gRPC clients accept messages of {} bytes at most. Make the server send shorter "
+        "messages.",
+        receiveLimit, ended, describe(status), Sightings::messageLimit);
+  }
+  return fmt::format("the server ended the {}: {}. {}", ended, describe(status),
+                     "The server's log should say why.");
 }
 
 struct Situation {
@@ -74,6 +95,8 @@ std::string problemOfEnd(const Situation& now, SlotSet rate, const StreamEnd& en
           "the server or the connection failed, which ended the {}: {}. Listen again when it is "
           "back.",
           ended, status);
+    case StatusCode::RESOURCE_EXHAUSTED:
+      return problemOfSize(ended, end.status);
     default:
       return fmt::format("the server ended the {}: {}. {}", ended, status,
                          remedyFor(end.status.error_code(), rate));
@@ -109,27 +132,47 @@ std::string problemOfMessages(const Situation& now, SlotSet rate) {
       countOf(seen.messages), nameOf(rate));
 }
 
+std::string problemOfLimits(const Situation& now, SlotSet rate) {
+  const auto& sightings = now.heard.sightings;
+  const auto ignored = sightings.messagesOf(rate).ignoredValues;
+  if (ignored == 0) return "";
+  return fmt::format(
+      "the {} stream has more keys than are kept, which are {}, or {} bytes of keys. {} under "
+      "further keys {} ignored. Does the server make up keys?",
+      nameOf(rate), sightings.limits().keys, sightings.limits().keyBytes,
+      ignored == 1 ? "1 value" : fmt::format("{} values", ignored), ignored == 1 ? "was" : "were");
+}
+
 }  // namespace
 
-std::vector<std::string> problemsOf(const std::string& target, double seconds, const Heard& heard) {
+std::vector<StreamProblem> problemsOf(const std::string& target, double seconds,
+                                      const Heard& heard) {
   const Situation now{target, seconds, heard};
-  std::vector<std::string> problems;
-  const auto add = [&](const std::string& problem) {
+  std::vector<StreamProblem> problems;
+  const auto add = [&](SlotSet rate, const std::string& text) {
+    if (text.empty()) return;
+    const std::string kept(cutTo(text, problemLimit));
     // A missing connection concerns both streams and is reported once.
-    const bool known = std::find(problems.begin(), problems.end(), problem) != problems.end();
-    if (!problem.empty() && !known) problems.emplace_back(cutTo(problem, problemLimit));
+    const auto known = std::find_if(problems.begin(), problems.end(),
+                                    [&](const auto& each) { return each.text == kept; });
+    if (known != problems.end()) {
+      known->rates.push_back(rate);
+    } else {
+      problems.push_back({{rate}, kept});
+    }
   };
   for (const SlotSet rate : {SlotSet::Fast, SlotSet::Slow}) {
     const auto& end = heard.endOf(rate);
     const bool silent = heard.sightings.messagesOf(rate).messages == 0;
     if (end) {
-      add(problemOfEnd(now, rate, *end));
+      add(rate, problemOfEnd(now, rate, *end));
     } else if (silent) {
-      add(problemOfSilence(now, rate));
+      add(rate, problemOfSilence(now, rate));
     }
-    add(problemOfMessages(now, rate));
+    add(rate, problemOfMessages(now, rate));
+    add(rate, problemOfLimits(now, rate));
   }
   return problems;
 }
 
-}  // namespace discover
+}  // namespace tools

@@ -1,4 +1,4 @@
-#include "tools/discover/Sightings.h"
+#include "tools/common/Sightings.h"
 
 #include <fmt/format.h>
 #include <google/protobuf/io/coded_stream.h>
@@ -7,9 +7,9 @@
 #include <algorithm>
 #include <optional>
 
-#include "tools/discover/Shown.h"
+#include "tools/common/Shown.h"
 
-namespace discover {
+namespace tools {
 namespace {
 
 using google::protobuf::internal::WireFormatLite;
@@ -99,36 +99,67 @@ std::vector<std::string_view> namesOf(const std::vector<ValueCase>& types) {
   return names;
 }
 
+bool SeenKey::has(gateway::ValueType type) const {
+  return std::any_of(types.begin(), types.end(),
+                     [&](ValueCase each) { return typeOf(each).slotType == type; });
+}
+
+void Sightings::expect(standin::SlotSet rate, const std::string& key, gateway::ValueType type) {
+  for (Stream* const stream : {&fast_, &slow_}) stream->expected.try_emplace(key);
+  streamOf(rate).expected[key].push_back(type);
+  hasExpectations_ = true;
+  ++missing_;
+}
+
 void Sightings::take(standin::SlotSet rate, std::string_view message) {
-  Stream& stream = rate == standin::SlotSet::Fast ? fast_ : slow_;
+  Stream& stream = streamOf(rate);
   SeenMessages& seen = stream.messages;
   ++seen.messages;
-  std::string reason;
+  const bool isTooLong = message.size() > messageLimit;
   sonalith::grpc::Meter meter;
-  if (message.size() > messageLimit) {
-    reason = fmt::format("has {} bytes, and gRPC clients accept {} at most", message.size(),
-                         messageLimit);
-  } else if (!meter.ParseFromArray(message.data(), static_cast<int>(message.size()))) {
-    reason = reasonAgainst(std::string(message));
-  } else {
+  if (!isTooLong && meter.ParseFromArray(message.data(), static_cast<int>(message.size()))) {
     for (const auto& item : meter.values()) note(stream, rate, item);
     return;
   }
-  if (++seen.unreadable == 1) {
-    seen.firstUnreadable = fmt::format("message {} {}", seen.messages, reason);
-  }
+  if (++seen.unreadable > 1) return;
+  const std::string reason = isTooLong
+                                 ? fmt::format("has {} bytes, and gRPC clients accept {} at most",
+                                               message.size(), messageLimit)
+                                 : reasonAgainst(std::string(message));
+  seen.firstUnreadable = fmt::format("message {} {}", seen.messages, reason);
+}
+
+bool Sightings::hasRoom(const Stream& stream, const std::string& key) const {
+  return (stream.keys.size() < limits_.keys && stream.keyBytes + key.size() <= limits_.keyBytes) ||
+         stream.expected.contains(key);
 }
 
 void Sightings::note(Stream& stream, standin::SlotSet rate, const sonalith::grpc::KeyValue& item) {
-  const auto [place, isNew] = stream.places.try_emplace(item.key(), stream.keys.size());
-  if (isNew) stream.keys.push_back({.rate = rate, .key = item.key(), .types = {}});
+  auto place = stream.places.find(item.key());
+  if (place == stream.places.end()) {
+    if (!hasRoom(stream, item.key())) {
+      ++stream.messages.ignoredValues;
+      return;
+    }
+    place = stream.places.emplace(item.key(), stream.keys.size()).first;
+    stream.keys.push_back({.rate = rate, .key = item.key(), .types = {}});
+    stream.keyBytes += item.key().size();
+  }
   SeenKey& seen = stream.keys[place->second];
   const auto type = item.value().value_case();
   if (std::find(seen.types.begin(), seen.types.end(), type) == seen.types.end()) {
-    seen.types.push_back(type);
+    noteType(stream, seen, type);
   }
   if (seen.lastMessage != stream.messages.messages) ++seen.messages;
   seen.lastMessage = stream.messages.messages;
+}
+
+// For a type that is new for its key.
+void Sightings::noteType(Stream& stream, SeenKey& seen, ValueCase type) {
+  seen.types.push_back(type);
+  const auto expected = stream.expected.find(seen.key);
+  if (expected == stream.expected.end()) return;
+  missing_ -= std::erase(expected->second, typeOf(type).slotType);
 }
 
 std::vector<SeenKey> Sightings::keys() const {
@@ -137,4 +168,10 @@ std::vector<SeenKey> Sightings::keys() const {
   return keys;
 }
 
-}  // namespace discover
+const SeenKey* Sightings::find(standin::SlotSet rate, const std::string& key) const {
+  const Stream& stream = streamOf(rate);
+  const auto place = stream.places.find(key);
+  return place == stream.places.end() ? nullptr : &stream.keys[place->second];
+}
+
+}  // namespace tools

@@ -1,7 +1,8 @@
-#include "tools/discover/Listener.h"
+#include "tools/common/Listener.h"
 
 #include <grpcpp/create_channel.h>
 #include <grpcpp/generic/generic_stub.h>
+#include <grpcpp/resource_quota.h>
 #include <grpcpp/security/credentials.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -10,13 +11,13 @@
 #include <condition_variable>
 #include <mutex>
 #include <system_error>
-#include <vector>
+#include <utility>
 
 #include "common.pb.h"
 #include "sanitizers/ReactionOrder.h"
 #include "tools/common/ByteBuffer.h"
 
-namespace discover {
+namespace tools {
 namespace {
 
 using standin::SlotSet;
@@ -24,11 +25,12 @@ using standin::SlotSet;
 constexpr char fastMethod[] = "/sonalith.grpc.Meters/GetMetersFast";
 constexpr char slowMethod[] = "/sonalith.grpc.Meters/GetMetersSlow";
 
-// Accepts messages of any size: one that is too long for the module should be reported, and not end
-// the stream.
 std::shared_ptr<grpc::Channel> connect(const std::string& target) {
   grpc::ChannelArguments arguments;
-  arguments.SetMaxReceiveMessageSize(-1);
+  arguments.SetMaxReceiveMessageSize(receivedMessageLimit);
+  grpc::ResourceQuota quota;
+  quota.Resize(receiveLimit);
+  arguments.SetResourceQuota(quota);
   return grpc::CreateCustomChannel(target, grpc::InsecureChannelCredentials(), arguments);
 }
 
@@ -61,7 +63,7 @@ class Stream final : public grpc::ClientBidiReactor<grpc::ByteBuffer, grpc::Byte
   void OnReadDone(bool ok) override {
     const ReactionOrder order(this);
     if (!ok) return;
-    listener_.took(rate_, tools::bytesOf(message_));
+    listener_.took(rate_, bytesOf(message_));
     message_.Clear();
     StartRead(&message_);
   }
@@ -88,7 +90,8 @@ int makeEventDescriptor() {
 }  // namespace
 
 struct Listener::State final : StreamListener {
-  explicit State(const std::string& target) : channel(connect(target)), stub(channel) {
+  State(const std::string& target, Sightings sightings)
+      : channel(connect(target)), stub(channel), heard{.sightings = std::move(sightings)} {
     fast.begin(stub);
     slow.begin(stub);
   }
@@ -99,7 +102,9 @@ struct Listener::State final : StreamListener {
 
   void took(SlotSet rate, const std::string& message) override {
     const std::lock_guard lock(mutex);
-    if (!finishing) heard.sightings.take(rate, message);
+    if (finishing) return;
+    heard.sightings.take(rate, message);
+    if (heard.sightings.hasSeenExpected()) eventfd_write(overEvent, 1);
   }
 
   void ended(SlotSet rate, const grpc::Status& status) override {
@@ -137,7 +142,8 @@ struct Listener::State final : StreamListener {
   Stream slow{SlotSet::Slow, *this};
 };
 
-Listener::Listener(const std::string& target) : state_(std::make_unique<State>(target)) {}
+Listener::Listener(const std::string& target, Sightings sightings)
+    : state_(std::make_unique<State>(target, std::move(sightings))) {}
 
 Listener::~Listener() {
   state_->finish();
@@ -152,4 +158,4 @@ Heard Listener::finish() {
   return std::move(state_->heard);
 }
 
-}  // namespace discover
+}  // namespace tools

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-namespace discover {
+namespace tools {
 
 // The text in quotes, on one line. Escapes control characters, replaces broken UTF-8, and cuts what
 // is longer than `limit` bytes off with "...".
@@ -14,4 +14,4 @@ std::string shown(std::string_view text, std::size_t limit = 100);
 // The first `limit` bytes of a text, or a few less so that no character is split.
 std::string_view cutTo(std::string_view text, std::size_t limit);
 
-}  // namespace discover
+}  // namespace tools

@@ -1,10 +1,10 @@
-#include "tools/discover/Shown.h"
+#include "tools/common/Shown.h"
 
 #include <nlohmann/json.hpp>
 
 #include "tools/common/Json.h"
 
-namespace discover {
+namespace tools {
 
 std::string_view cutTo(std::string_view text, std::size_t limit) {
   if (text.size() <= limit) return text;
@@ -16,7 +16,7 @@ std::string_view cutTo(std::string_view text, std::size_t limit) {
 
 std::string shown(std::string_view text, std::size_t limit) {
   const std::string_view kept = cutTo(text, limit);
-  std::string quoted = tools::jsonText(nlohmann::json(kept));
+  std::string quoted = jsonText(nlohmann::json(kept));
   // JSON escapes every control character but this one.
   for (auto at = quoted.find('\x7f'); at != quoted.npos; at = quoted.find('\x7f')) {
     quoted.replace(at, 1, "\\u007f");
@@ -24,4 +24,4 @@ std::string shown(std::string_view text, std::size_t limit) {
   return kept.size() < text.size() ? quoted + "..." : quoted;
 }
 
-}  // namespace discover
+}  // namespace tools

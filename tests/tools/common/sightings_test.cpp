@@ -1,16 +1,16 @@
 // What is recorded about messages, readable or not.
-#include "tools/discover/Sightings.h"
+#include "tools/common/Sightings.h"
 
 #include <google/protobuf/stubs/logging.h>
 #include <gtest/gtest.h>
 
-#include "tools/discover/Shown.h"
+#include "tools/common/Shown.h"
 
 namespace {
 
-using discover::Sightings;
-using discover::ValueCase;
 using standin::SlotSet;
+using tools::Sightings;
+using tools::ValueCase;
 
 std::string meter(const std::string& key, ValueCase type = ValueCase::kSint) {
   sonalith::grpc::Meter meter;
@@ -68,20 +68,70 @@ TEST(Sightings, CountUnreadableMessages) {
   EXPECT_TRUE(sightings.keys().empty());
 }
 
+// The second stream has limits of its own.
+TEST(Sightings, KeepNoMoreThanTheirLimits) {
+  Sightings few({.keys = 2});
+  for (const char* const key : {"a", "b", "c", "d", "a", "c"}) {
+    few.take(SlotSet::Fast, meter(key));
+    few.take(SlotSet::Slow, meter("a"));
+  }
+  EXPECT_EQ(few.keysOf(SlotSet::Fast).size(), 2u);
+  EXPECT_EQ(few.find(SlotSet::Fast, "a")->messages, 2u);
+  EXPECT_EQ(few.find(SlotSet::Fast, "c"), nullptr);
+  EXPECT_EQ(few.messagesOf(SlotSet::Fast).ignoredValues, 3u);
+  EXPECT_EQ(few.messagesOf(SlotSet::Slow).ignoredValues, 0u);
+
+  Sightings brief({.keyBytes = 5});
+  for (const char* const key : {"abc", "def", "gh"}) brief.take(SlotSet::Fast, meter(key));
+  EXPECT_EQ(brief.keysOf(SlotSet::Fast).size(), 2u);
+  EXPECT_EQ(brief.find(SlotSet::Fast, "def"), nullptr);
+}
+
+TEST(Sightings, KeepExpectedKeysBeyondTheLimits) {
+  Sightings sightings({.keys = 1});
+  sightings.expect(SlotSet::Slow, "wanted", gateway::ValueType::Int);
+  for (const SlotSet rate : {SlotSet::Fast, SlotSet::Slow}) {
+    sightings.take(rate, meter("first"));
+    sightings.take(rate, meter("second"));
+    sightings.take(rate, meter("wanted"));
+    EXPECT_NE(sightings.find(rate, "wanted"), nullptr);
+    EXPECT_EQ(sightings.find(rate, "second"), nullptr);
+  }
+}
+
+TEST(Sightings, HaveSeenAllOnceEachExpectedKeyCameAtItsRateWithItsType) {
+  EXPECT_FALSE(Sightings().hasSeenExpected());
+  Sightings sightings;
+  sightings.expect(SlotSet::Fast, "a", gateway::ValueType::Int);
+  sightings.expect(SlotSet::Fast, "a", gateway::ValueType::Float);
+  sightings.expect(SlotSet::Slow, "b", gateway::ValueType::Int);
+  const auto takes = [&](SlotSet rate, const std::string& message) {
+    sightings.take(rate, message);
+    return sightings.hasSeenExpected();
+  };
+  EXPECT_FALSE(takes(SlotSet::Fast, meter("a")));
+  EXPECT_FALSE(takes(SlotSet::Fast, meter("a")));
+  EXPECT_FALSE(takes(SlotSet::Slow, meter("a", ValueCase::kSfloat)));
+  EXPECT_FALSE(takes(SlotSet::Fast, meter("a", ValueCase::kSfloat)));
+  EXPECT_FALSE(takes(SlotSet::Fast, meter("b")));
+  EXPECT_FALSE(takes(SlotSet::Slow, meter("b", ValueCase::VALUE_NOT_SET)));
+  EXPECT_TRUE(takes(SlotSet::Slow, meter("b")));
+}
+
 TEST(TypeOf, EveryAnyValueMemberHasARow) {
   for (int number = 0; number <= ValueCase::kSdouble; ++number) {
     const auto value = static_cast<ValueCase>(number);
-    EXPECT_EQ(discover::typeOf(value).value, value);
+    EXPECT_EQ(tools::typeOf(value).value, value);
   }
 }
 
 TEST(Shown, IsShortAndOnOneLine) {
-  EXPECT_EQ(discover::shown("a\"b\n\t\x1b\x7f\\"), R"("a\"b\n\t\u001b\u007f\\")");
-  EXPECT_EQ(discover::shown("\xff"), "\"\xef\xbf\xbd\"");
-  EXPECT_EQ(discover::shown(std::string(100, 'x')), "\"" + std::string(100, 'x') + "\"");
-  EXPECT_EQ(discover::shown(std::string(101, 'x')), "\"" + std::string(100, 'x') + "\"...");
+  EXPECT_EQ(tools::shown("a\"b\n\t\x1b\x7f\\"), R"("a\"b\n\t\u001b\u007f\\")");
+  EXPECT_EQ(tools::shown("\xff"), "\"\xef\xbf\xbd\"");
+  EXPECT_EQ(tools::shown(std::string(100, 'x')), "\"" + std::string(100, 'x') + "\"");
+  EXPECT_EQ(tools::shown(std::string(101, 'x')), "\"" + std::string(100, 'x') + "\"...");
   // A character of three bytes at the limit is dropped whole.
-  EXPECT_EQ(discover::shown(std::string(98, 'x') + "\xe2\x82\xac"),
+  EXPECT_EQ(tools::shown(std::string(98, 'x') + "\xe2\x82\xac"),
             "\"" + std::string(98, 'x') + "\"...");
 }
 

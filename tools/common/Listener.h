@@ -2,21 +2,29 @@
 // comes. Unlike the module, it continues after a message that can't be read, and does not reopen a
 // stream that has ended.
 //
+// Memory: what Sightings keeps, and receiveLimit. gRPC ends the streams when a message is longer
+// than receivedMessageLimit, or when it has received more than receiveLimit that is not yet read.
 // Threads: the streams run on gRPC's threads; members are for one thread.
 // Ownership: a Listener owns its connection and its calls, and ends them when it is destroyed.
 #pragma once
 
 #include <grpcpp/support/status.h>
 
-#include <array>
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <string>
 
 #include "standin/LoadedModule.h"
-#include "tools/discover/Sightings.h"
+#include "tools/common/Sightings.h"
 
-namespace discover {
+namespace tools {
+
+// Longer than the module accepts, so that a message of up to this size can be reported without
+// ending the stream.
+inline constexpr int receivedMessageLimit = 8 << 20;
+// gRPC checks the length of a message only once it has arrived, so the length alone bounds nothing.
+inline constexpr std::size_t receiveLimit = std::size_t{64} << 20;
 
 // How a stream ended while the Listener listened.
 struct StreamEnd {
@@ -25,9 +33,9 @@ struct StreamEnd {
 };
 
 struct Heard {
-  Sightings sightings;
-  std::optional<StreamEnd> fastEnd;  // nothing: it stayed open
-  std::optional<StreamEnd> slowEnd;
+  Sightings sightings = Sightings();
+  std::optional<StreamEnd> fastEnd = {};  // nothing: it stayed open
+  std::optional<StreamEnd> slowEnd = {};
   bool connected = false;  // at the end
 
   const std::optional<StreamEnd>& endOf(standin::SlotSet rate) const {
@@ -37,14 +45,15 @@ struct Heard {
 
 class Listener {
  public:
-  // Starts connecting and opens both streams. Throws std::system_error if the system has no
-  // descriptor for the event.
-  explicit Listener(const std::string& target);
+  // Starts connecting and opens both streams. Adds what comes to `sightings`. Throws
+  // std::system_error if the system has no descriptor for the event.
+  explicit Listener(const std::string& target, Sightings sightings = Sightings());
   ~Listener();
   Listener(const Listener&) = delete;
   Listener& operator=(const Listener&) = delete;
 
-  // Becomes readable when both streams have ended; only for waiting.
+  // Becomes readable when both streams have ended, or all that was expected has come; only for
+  // waiting.
   int overDescriptor() const;
 
   // Stops listening and returns what has come. Call this once.
@@ -55,4 +64,4 @@ class Listener {
   std::unique_ptr<State> state_;
 };
 
-}  // namespace discover
+}  // namespace tools

@@ -1,7 +1,9 @@
 // What a meter server sends, as far as a configuration depends on it: which keys come on which
-// stream with which types, and which messages the module could not read.
+// stream with which types, and which messages the module could not read. It doesn't matter whether
+// the messages come from a server or from a file.
 //
 // Threads: one at a time.
+// Memory: SightingLimits for each stream, and the expected keys.
 #pragma once
 
 #include <cstddef>
@@ -17,7 +19,7 @@
 #include "module/grpc-gateway/ValueType.h"
 #include "standin/LoadedModule.h"
 
-namespace discover {
+namespace tools {
 
 using ValueCase = sonalith::grpc::AnyValue::ValueCase;
 
@@ -41,19 +43,36 @@ struct SeenKey {
   std::vector<ValueCase> types;   // each once, first seen first
   std::uint64_t messages = 0;     // how many contained it
   std::uint64_t lastMessage = 0;  // the number of the last one, from 1
+
+  bool has(gateway::ValueType type) const;
 };
 
 // One stream as a whole.
 struct SeenMessages {
   std::uint64_t messages = 0;  // including unreadable ones
   std::uint64_t unreadable = 0;
-  std::string firstUnreadable;  // "message 3 ...", without a full stop
+  std::string firstUnreadable;      // "message 3 ...", without a full stop
+  std::uint64_t ignoredValues = 0;  // of keys beyond the limits
+};
+
+// How much of one stream is kept.
+struct SightingLimits {
+  std::size_t keys = 200000;
+  std::size_t keyBytes = std::size_t{32} << 20;  // of all keys together
 };
 
 class Sightings {
  public:
   // The largest message that a gRPC client accepts by default. The module keeps that default.
   static constexpr std::size_t messageLimit = std::size_t{4} * 1024 * 1024;
+
+  explicit Sightings(const SightingLimits& limits = {}) : limits_(limits) {}
+
+  // Keeps this key in spite of the limits, and waits for it to come at this rate with this type.
+  void expect(standin::SlotSet rate, const std::string& key, gateway::ValueType type);
+
+  // Whether something was expected, and all of it has come.
+  bool hasSeenExpected() const { return hasExpectations_ && missing_ == 0; }
 
   // Records one message of a stream, Fast or Slow.
   void take(standin::SlotSet rate, std::string_view message);
@@ -64,22 +83,36 @@ class Sightings {
   // The keys of the fast stream, then those of the slow one: across streams, their order is random.
   std::vector<SeenKey> keys() const;
 
+  // Null if this key has not come on the stream.
+  const SeenKey* find(standin::SlotSet rate, const std::string& key) const;
+
   const SeenMessages& messagesOf(standin::SlotSet rate) const { return streamOf(rate).messages; }
+  const SightingLimits& limits() const { return limits_; }
 
  private:
   struct Stream {
     SeenMessages messages;
     std::vector<SeenKey> keys;
+    std::size_t keyBytes = 0;
     std::unordered_map<std::string, std::size_t> places;  // in `keys`, by key
+    // By expected key, the types that have not come yet. None are left for an expectation of the
+    // other stream.
+    std::unordered_map<std::string, std::vector<gateway::ValueType>> expected;
   };
 
   const Stream& streamOf(standin::SlotSet rate) const {
     return rate == standin::SlotSet::Fast ? fast_ : slow_;
   }
-  static void note(Stream& stream, standin::SlotSet rate, const sonalith::grpc::KeyValue& item);
+  Stream& streamOf(standin::SlotSet rate) { return rate == standin::SlotSet::Fast ? fast_ : slow_; }
+  void note(Stream& stream, standin::SlotSet rate, const sonalith::grpc::KeyValue& item);
+  void noteType(Stream& stream, SeenKey& seen, ValueCase type);
+  bool hasRoom(const Stream& stream, const std::string& key) const;
 
+  const SightingLimits limits_;
   Stream fast_;
   Stream slow_;
+  bool hasExpectations_ = false;
+  std::size_t missing_ = 0;  // expected types that have not come
 };
 
-}  // namespace discover
+}  // namespace tools
