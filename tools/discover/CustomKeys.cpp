@@ -31,6 +31,10 @@ std::string joinedWordsOf(std::string_view key) {
 
 }  // namespace
 
+void CustomKeys::reserve(standin::SlotSet set, const std::string& name) {
+  taken_.at(static_cast<std::size_t>(set)).insert(name);
+}
+
 std::string CustomKeys::nameFor(standin::SlotSet set, const std::string& key) {
   auto& taken = taken_.at(static_cast<std::size_t>(set));
   std::string base = joinedWordsOf(key);

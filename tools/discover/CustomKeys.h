@@ -15,6 +15,9 @@ namespace discover {
 // begins with "gateway_", because the module generates such names itself ("gateway_float_3").
 class CustomKeys {
  public:
+  // Gives this name to no key.
+  void reserve(standin::SlotSet set, const std::string& name);
+
   // "out.level" gets the name "out_level", and "out level" after it "out_level_2".
   std::string nameFor(standin::SlotSet set, const std::string& key);
 

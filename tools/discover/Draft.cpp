@@ -12,7 +12,6 @@
 #include "standin/MemoryFile.h"
 #include "tools/common/ConfiguredSlots.h"
 #include "tools/common/Shown.h"
-#include "tools/discover/CustomKeys.h"
 
 namespace discover {
 namespace {
@@ -102,9 +101,29 @@ std::string complaintAbout(const Finding& finding) {
   return "";
 }
 
+bool isKnown(const SeenKey& seen, const Known& known) {
+  return std::any_of(seen.types.begin(), seen.types.end(), [&](ValueCase value) {
+    const auto& type = typeOf(value).slotType;
+    return type && known.entries.contains({seen.rate, *type, seen.key});
+  });
+}
+
+std::string complaintAbout(const Finding& finding, const Known& known) {
+  const bool isOn = finding.seen.rate == SlotSet::Fast ? known.hasFast : known.hasSlow;
+  if (isOn) return complaintAbout(finding);
+  return fmt::format("the configuration switches the {} meters off", nameOf(finding.seen.rate));
+}
+
 std::optional<gateway::ValueType> slotTypeOf(const Finding& finding) {
-  if (!finding.hasEntry()) return std::nullopt;
+  if (!finding.hasNewEntry()) return std::nullopt;
   return typeOf(finding.seen.types.front()).slotType;
+}
+
+std::string customKeyOf(Finding finding, const Naming& naming, CustomKeys& names) {
+  const auto name = naming(finding.seen.key);
+  if (!name) return "";
+  finding.customKey = names.nameFor(finding.seen.rate, *name);
+  return complaintAboutLine(lineOf(finding)).empty() ? finding.customKey : "";
 }
 
 // ---- Reading back ---------------------------------------------------------------------------
@@ -115,7 +134,7 @@ using Meaning = std::tuple<SlotSet, gateway::ValueType, std::string, std::string
 std::vector<Meaning> meaningOf(const Draft& draft) {
   std::vector<Meaning> meaning;
   for (const Finding& finding : draft.findings) {
-    if (!finding.hasEntry()) continue;
+    if (!finding.hasNewEntry()) continue;
     meaning.emplace_back(finding.seen.rate, *slotTypeOf(finding), finding.seen.key,
                          finding.customKey);
   }
@@ -123,20 +142,14 @@ std::vector<Meaning> meaningOf(const Draft& draft) {
   return meaning;
 }
 
-std::vector<Meaning> meaningOf(const gateway::ConfigManager& config) {
+std::vector<Meaning> meaningOf(const std::vector<tools::ConfiguredSlot>& slots) {
   std::vector<Meaning> meaning;
-  for (const auto& slot : tools::slotsOf(config)) {
+  meaning.reserve(slots.size());
+  for (const auto& slot : slots) {
     meaning.emplace_back(slot.set, slot.type, slot.key, slot.nameIsGenerated ? "" : slot.name);
   }
   std::sort(meaning.begin(), meaning.end());
   return meaning;
-}
-
-[[noreturn]] void failReadBack(std::string_view difference) {
-  throw std::logic_error(fmt::format(
-      "the module would read the configuration differently ({}), so it is not written. This is a "
-      "bug of gatewayctl discover: please report it with the output of --json",
-      difference));
 }
 
 }  // namespace
@@ -151,16 +164,14 @@ bool Draft::hasEntries(SlotSet rate) const {
   });
 }
 
-Draft draftOf(const std::string& target, const std::vector<SeenKey>& keys, bool customKeys) {
+Draft draftOf(const std::string& target, const std::vector<SeenKey>& keys, const Naming& naming,
+              Known known) {
   Draft draft{.target = target, .findings = {}, .remarks = {}};
-  CustomKeys names;
   for (const SeenKey& seen : keys) {
     Finding finding{.seen = seen, .omitted = "", .customKey = ""};
-    finding.omitted = complaintAbout(finding);
-    if (customKeys && finding.hasEntry()) {
-      finding.customKey = names.nameFor(seen.rate, seen.key);
-      if (!complaintAboutLine(lineOf(finding)).empty()) finding.customKey.clear();
-    }
+    finding.isConfigured = isKnown(seen, known);
+    if (!finding.isConfigured) finding.omitted = complaintAbout(finding, known);
+    if (finding.hasNewEntry()) finding.customKey = customKeyOf(finding, naming, known.names);
     draft.findings.push_back(std::move(finding));
   }
   return draft;
@@ -180,12 +191,9 @@ std::string complaintAboutTarget(std::string_view target) {
   return complaintAboutSize("Target="sv.size() + target.size());
 }
 
-std::string textOf(const Draft& draft) {
+std::string sectionsOf(const Draft& draft) {
   fmt::memory_buffer buffer;
   const auto text = std::back_inserter(buffer);
-  for (const auto& remark : draft.remarks) fmt::format_to(text, "; {}\n", remark);
-  fmt::format_to(text, "\n[Meters]\nTarget={}\nEnableFastMeters={}\nEnableSlowMeters={}\n",
-                 draft.target, draft.hasEntries(SlotSet::Fast), draft.hasEntries(SlotSet::Slow));
   for (const WireType& type : wireTypes()) {
     bool first = true;
     for (const Finding& finding : draft.findings) {
@@ -196,6 +204,16 @@ std::string textOf(const Draft& draft) {
       fmt::format_to(text, "{}\n", lineOf(finding));
     }
   }
+  return fmt::to_string(buffer);
+}
+
+std::string textOf(const Draft& draft) {
+  fmt::memory_buffer buffer;
+  const auto text = std::back_inserter(buffer);
+  for (const auto& remark : draft.remarks) fmt::format_to(text, "; {}\n", remark);
+  fmt::format_to(text, "\n[Meters]\nTarget={}\nEnableFastMeters={}\nEnableSlowMeters={}\n",
+                 draft.target, draft.hasEntries(SlotSet::Fast), draft.hasEntries(SlotSet::Slow));
+  fmt::format_to(text, "{}", sectionsOf(draft));
   bool first = true;
   for (const Finding& finding : draft.findings) {
     if (finding.hasEntry()) continue;
@@ -204,6 +222,13 @@ std::string textOf(const Draft& draft) {
                    finding.omitted);
   }
   return fmt::to_string(buffer);
+}
+
+void failReadBack(std::string_view difference) {
+  throw std::logic_error(fmt::format(
+      "the module would read the configuration differently ({}), so it is not written. This is a "
+      "bug of gatewayctl discover: please report it with the output of --json",
+      difference));
 }
 
 void checkReadsBack(const Draft& draft, const std::string& text) {
@@ -215,8 +240,12 @@ void checkReadsBack(const Draft& draft, const std::string& text) {
       config.enableSlowMeters != draft.hasEntries(SlotSet::Slow)) {
     failReadBack("the enabled streams differ");
   }
+  checkEntries(draft, tools::slotsOf(config));
+}
+
+void checkEntries(const Draft& draft, const std::vector<tools::ConfiguredSlot>& slots) {
   const auto meant = meaningOf(draft);
-  const auto read = meaningOf(config);
+  const auto read = meaningOf(slots);
   std::vector<Meaning> different;
   const auto add = std::back_inserter(different);
   std::set_difference(meant.begin(), meant.end(), read.begin(), read.end(), add);

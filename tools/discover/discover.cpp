@@ -4,8 +4,10 @@
 #include <google/protobuf/stubs/logging.h>
 #include <grpc/grpc.h>
 
+#include <algorithm>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -24,6 +26,8 @@
 #include "tools/common/StreamProblems.h"
 #include "tools/common/Terminal.h"
 #include "tools/discover/Draft.h"
+#include "tools/discover/Merge.h"
+#include "tools/discover/Selection.h"
 
 namespace discover {
 namespace {
@@ -41,8 +45,18 @@ using tools::shown;
 struct Options {
   std::string target;
   double seconds = 5;
-  bool customKeys = false;
+  Selection selection;
+  Naming naming;
+  std::string merge;
   bool json = false;
+};
+
+// What is known once the time is over.
+struct Outcome {
+  Draft draft;
+  std::vector<std::string> problems{};
+  std::size_t excluded = 0;  // keys that the selection does not take
+  std::vector<tools::ConfiguredSlot> silent{};
 };
 
 // ---- Listening ------------------------------------------------------------------------------
@@ -65,6 +79,13 @@ ExitCode waitForEnd(const tools::SignalDescriptor& signals, const Listener& list
 
 // ---- Writing --------------------------------------------------------------------------------
 
+std::string_view typeNameOf(const tools::ConfiguredSlot& slot) {
+  const auto types = tools::wireTypes();
+  return std::find_if(types.begin(), types.end(),
+                      [&](const tools::WireType& type) { return type.slotType == slot.type; })
+      ->name;
+}
+
 ordered_json jsonOf(const Finding& finding) {
   const auto types = namesOf(finding.seen.types);
   ordered_json key{{"rate", nameOf(finding.seen.rate)},
@@ -73,37 +94,45 @@ ordered_json jsonOf(const Finding& finding) {
                    {"types", types},
                    {"messages", finding.seen.messages},
                    {"carried", finding.hasEntry()}};
+  if (finding.isConfigured) key["configured"] = true;
   if (!finding.hasEntry()) key["reason"] = finding.omitted;
   if (!finding.customKey.empty()) key["customKey"] = finding.customKey;
   return key;
 }
 
-std::string documentOf(const Options& options, const Draft& draft, const Heard& heard,
-                       const std::vector<std::string>& problems) {
-  ordered_json document{{"target", options.target},
-                        {"seconds", options.seconds},
-                        {"streams", ordered_json::array()},
-                        {"problems", problems},
-                        {"keys", ordered_json::array()}};
+ordered_json jsonOf(const tools::ConfiguredSlot& slot) {
+  return {{"rate", nameOf(slot.set)},
+          {"key", slot.key},
+          {"type", typeNameOf(slot)},
+          {"name", slot.name}};
+}
+
+std::string documentOf(const Options& options, const Outcome& outcome, const Heard& heard) {
+  ordered_json document{{"target", options.target},         {"seconds", options.seconds},
+                        {"streams", ordered_json::array()}, {"problems", outcome.problems},
+                        {"excluded", outcome.excluded},     {"keys", ordered_json::array()}};
   for (const auto rate : {SlotSet::Fast, SlotSet::Slow}) {
     const auto& seen = heard.sightings.messagesOf(rate);
     document["streams"].push_back(
         {{"rate", nameOf(rate)}, {"messages", seen.messages}, {"unreadable", seen.unreadable}});
   }
-  for (const Finding& finding : draft.findings) document["keys"].push_back(jsonOf(finding));
+  for (const Finding& finding : outcome.draft.findings) {
+    document["keys"].push_back(jsonOf(finding));
+  }
+  if (options.merge.empty()) return tools::jsonText(document, 2) + "\n";
+  document["silent"] = ordered_json::array();
+  for (const auto& slot : outcome.silent) document["silent"].push_back(jsonOf(slot));
   return tools::jsonText(document, 2) + "\n";
 }
 
-std::string configurationOf(const Options& options, Draft draft,
-                            const std::vector<std::string>& problems) {
+std::string configurationOf(const Options& options, Outcome outcome) {
+  Draft& draft = outcome.draft;
   draft.remarks = {
       fmt::format("What a meter server sent within {} seconds, written by gatewayctl "
                   "discover.",
                   options.seconds)};
-  draft.remarks.insert(draft.remarks.end(), problems.begin(), problems.end());
+  draft.remarks.insert(draft.remarks.end(), outcome.problems.begin(), outcome.problems.end());
   std::string text = textOf(draft);
-  standin::Host host{{.keepRecords = false}};
-  host.setLogSink([](const standin::LogLine& line) { tools::say("discover", line.text); });
   checkReadsBack(draft, text);
   return text;
 }
@@ -113,35 +142,75 @@ void write(const std::string& text) {
   if (tools::outputFailed()) throw std::runtime_error("can't write to standard output");
 }
 
-int failWithoutKeys(const Options& options, const Heard& heard,
-                    const std::vector<std::string>& problems) {
-  for (const auto& problem : problems) tools::say("discover", problem);
-  if (options.json) write(documentOf(options, {}, heard, problems));
+// ---- Messages -------------------------------------------------------------------------------
+
+int failWithoutKeys(const Options& options, const Outcome& outcome, const Heard& heard) {
+  for (const auto& problem : outcome.problems) tools::say("discover", problem);
+  if (options.json) write(documentOf(options, outcome, heard));
   return ExitCode::Failed;
 }
 
-int failWithoutEntries(const Draft& draft) {
-  tools::say("discover",
-             "nothing is written, because the module can carry none of the keys that came:");
+void sayOmitted(const Draft& draft) {
   for (const Finding& finding : draft.findings) {
+    if (finding.hasEntry()) continue;
     tools::say("discover", fmt::format("{} {}: {}.", nameOf(finding.seen.rate),
                                        shown(finding.seen.key), finding.omitted));
   }
+}
+
+int failWithoutEntries(const Outcome& outcome) {
+  const bool isEmpty = outcome.draft.findings.empty();
+  tools::say("discover",
+             isEmpty
+                 ? "nothing is written, because --include and --exclude leave out all keys"
+                 : "nothing is written, because the module can carry none of the keys that came:");
+  sayOmitted(outcome.draft);
   return ExitCode::Failed;
 }
 
-int report(const Options& options, const Heard& heard) {
-  std::vector<std::string> problems;
-  for (auto& problem : tools::problemsOf(options.target, options.seconds, heard)) {
-    problems.push_back(std::move(problem.text));
+void saySilent(const Options& options, const Outcome& outcome) {
+  constexpr std::size_t shownAtMost = 20;
+  const auto& silent = outcome.silent;
+  for (std::size_t i = 0; i < std::min(silent.size(), shownAtMost); ++i) {
+    tools::say("discover", fmt::format("warning: {} has the {} key {} as {}, which did not come.",
+                                       options.merge, nameOf(silent[i].set), shown(silent[i].key),
+                                       typeNameOf(silent[i])));
   }
-  const auto keys = heard.sightings.keys();
-  if (keys.empty()) return failWithoutKeys(options, heard, problems);
-  for (const auto& problem : problems) tools::say("discover", "warning: " + problem);
-  const Draft draft = draftOf(options.target, keys, options.customKeys);
-  if (!options.json && !draft.hasEntries()) return failWithoutEntries(draft);
-  write(options.json ? documentOf(options, draft, heard, problems)
-                     : configurationOf(options, draft, problems));
+  if (silent.size() <= shownAtMost) return;
+  tools::say("discover", fmt::format("warning: {} more of its meters did not come; --json has all.",
+                                     silent.size() - shownAtMost));
+}
+
+// ---- A run ----------------------------------------------------------------------------------
+
+Outcome outcomeOf(const Options& options, const std::optional<Existing>& existing,
+                  const Heard& heard) {
+  Outcome outcome;
+  for (auto& problem : tools::problemsOf(options.target, options.seconds, heard)) {
+    outcome.problems.push_back(std::move(problem.text));
+  }
+  auto keys = heard.sightings.keys();
+  outcome.excluded =
+      std::erase_if(keys, [&](const SeenKey& seen) { return !options.selection.takes(seen.key); });
+  outcome.draft = existing ? draftOf(existing->target(), keys, options.naming, existing->known())
+                           : draftOf(options.target, keys, options.naming);
+  if (existing) outcome.silent = existing->silent(heard.sightings);
+  return outcome;
+}
+
+int report(const Options& options, const std::optional<Existing>& existing, const Heard& heard) {
+  const Outcome outcome = outcomeOf(options, existing, heard);
+  if (heard.sightings.keys().empty()) return failWithoutKeys(options, outcome, heard);
+  for (const auto& problem : outcome.problems) tools::say("discover", "warning: " + problem);
+  if (!options.json && !outcome.draft.hasEntries()) return failWithoutEntries(outcome);
+  if (existing && !options.json) {
+    saySilent(options, outcome);
+    sayOmitted(outcome.draft);
+  }
+  if (options.json)
+    write(documentOf(options, outcome, heard));
+  else
+    write(existing ? existing->with(outcome.draft) : configurationOf(options, outcome));
   return ExitCode::Done;
 }
 
@@ -153,13 +222,17 @@ int run(const Options& options) {
   grpc_init();
   // Keeps protobuf from logging texts that are not UTF-8: Sightings explains them better.
   google::protobuf::SetLogHandler(nullptr);
+  standin::Host host{{.keepRecords = false}};
+  host.setLogSink([](const standin::LogLine& line) { tools::say("discover", line.text); });
+  const auto existing =
+      options.merge.empty() ? std::nullopt : std::optional(Existing::read(options.merge));
   const auto deadline = tools::momentIn(options.seconds);
   Listener listener(options.target);
   if (waitForEnd(signals, listener, deadline) == ExitCode::Interrupted) {
     tools::say("discover", "interrupted; nothing is written");
     return ExitCode::Interrupted;
   }
-  return report(options, listener.finish());
+  return report(options, existing, listener.finish());
 }
 
 // ---- Command line ---------------------------------------------------------------------------
@@ -171,6 +244,15 @@ std::string checkTarget(const std::string& text) {
   return fmt::format(
       "a configuration can't hold the target {}: {}. Use one such as 127.0.0.1:50005", shown(text),
       complaint);
+}
+
+std::string checkRenaming(const std::string& text) {
+  try {
+    const Renaming renaming(text);
+    return {};
+  } catch (const std::invalid_argument& error) {
+    return fmt::format("{}. Use one such as 's/^mixer\\.//'", error.what());
+  }
 }
 
 }  // namespace
@@ -188,8 +270,32 @@ void addDiscover(CLI::App& app, int& exitCode) {
       ->type_name("SECONDS")
       ->check(tools::numbersFrom(0.001, 86400.0), "")
       ->capture_default_str();
-  command->add_flag("--custom-keys", options->customKeys,
+  command->add_flag("--custom-keys", options->naming.namesAll,
                     "Name each slot after its key, with CustomKey=.");
+  command
+      ->add_option_function<std::vector<std::string>>(
+          "--rename",
+          [options](const auto& expressions) {
+            for (const auto& each : expressions) options->naming.renamings.emplace_back(each);
+          },
+          "Name the slots of matching keys after the changed key. May be repeated.")
+      ->type_name("s/PATTERN/NAME/")
+      ->allow_extra_args(false)
+      ->check(discover::checkRenaming, "");
+  command
+      ->add_option("--include", options->selection.include,
+                   "Take only keys that match, such as 'out.*'. May be repeated.")
+      ->type_name("PATTERN")
+      ->allow_extra_args(false);
+  command
+      ->add_option("--exclude", options->selection.exclude,
+                   "Leave out keys that match. May be repeated.")
+      ->type_name("PATTERN")
+      ->allow_extra_args(false);
+  command
+      ->add_option("--merge", options->merge,
+                   "Write this configuration with the keys added that it does not have.")
+      ->type_name("FILE");
   command->add_flag("--json", options->json, "Write what arrived as a JSON document instead.");
   command->callback([options, &exitCode] { exitCode = discover::run(*options); });
 }

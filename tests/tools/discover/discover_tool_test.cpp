@@ -1,5 +1,6 @@
 // What gatewayctl discover writes for a server that works, compared whole.
 #include <csignal>
+#include <nlohmann/json.hpp>
 
 #include "tests/tools/discover/DiscoverTest.h"
 
@@ -161,6 +162,7 @@ TEST_F(DiscoverTool, WritesAJsonDocument) {
     ")" + remarkOfEnd("slow", 1) +
                                R"("
   ],
+  "excluded": 0,
   "keys": [
     {
       "rate": "fast",
@@ -214,6 +216,89 @@ TEST_F(DiscoverTool, WritesNothingWhenInterrupted) {
     EXPECT_EQ(result.errors, "gatewayctl discover: interrupted; nothing is written\n");
     servers.waitEvent("closed fast ");
   }
+}
+
+// ---- Choosing and merging -----------------------------------------------------------------------
+
+TEST_F(DiscoverTool, TakesAndNamesOnlyTheKeysThatAreChosen) {
+  const auto commands = sending({Batch()
+                                     .addFloat("out.left", 1)
+                                     .addFloat("out.right", 1)
+                                     .addFloat("out.peak", 1)
+                                     .addFloat("in.left", 1)},
+                                {});
+  const auto result = hear(commands, {"--include", "out.*", "--exclude", "*.peak", "--rename",
+                                      "s/^out\\.l/L/", "--rename", "s/^Left$/&most/"});
+  EXPECT_EQ(result.exitCode, 0);
+  EXPECT_TRUE(result.output.ends_with(settings("true", "false") +
+                                      "\n[MetersFloat]\n"
+                                      "Meter=Key=out.left Type=fast CustomKey=Leftmost\n"
+                                      "Meter=Key=out.right Type=fast\n"))
+      << result.output;
+}
+
+TEST_F(DiscoverTool, WritesNothingIfNoKeyIsChosen) {
+  const auto result = hear(sending({Batch().addFloat("a", 1)}, {}), {"--include", "b"});
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_EQ(result.output, "");
+  EXPECT_TRUE(result.errors.ends_with(
+      "gatewayctl discover: nothing is written, because --include and --exclude leave out all "
+      "keys\n"))
+      << result.errors;
+}
+
+TEST_F(DiscoverTool, RefusesAnExpressionThatIsNoSubstitution) {
+  const auto result = run({"--rename", "a/b", servers.metersTarget()});
+  EXPECT_EQ(result.exitCode, 2);
+  EXPECT_NE(result.errors.find("--rename: \"a/b\" is not of the form s/PATTERN/REPLACEMENT/. Use "
+                               "one such as 's/^mixer\\.//'"),
+            result.errors.npos)
+      << result.errors;
+}
+
+TEST_F(DiscoverTool, AddsNewKeysToAFileAndSaysWhichDidNotCome) {
+  const std::string text = "; of the studio\n" + settings() +
+                           "[MetersFloat]\nMeter=Key=out.level ; left\nMeter=Key=gone\n";
+  const std::string file = files.write("old.conf", text);
+  const auto commands =
+      sending({Batch().addFloat("out.level", 1).addFloat("new", 1).addFloat("a=b", 1)}, {});
+  const auto result = hear(commands, {"--merge", file});
+  EXPECT_EQ(result.exitCode, 0);
+  EXPECT_EQ(result.output, text +
+                               "\n; Added by gatewayctl discover:\n[MetersFloat]\n"
+                               "Meter=Key=new Type=fast\n");
+  EXPECT_TRUE(result.errors.ends_with(
+      "gatewayctl discover: warning: " + file +
+      " has the fast key \"gone\" as float, which did not come.\n"
+      "gatewayctl discover: fast \"a=b\": a configuration can't hold a key that contains \"=\".\n"))
+      << result.errors;
+}
+
+TEST_F(DiscoverTool, TellsProgramsWhatAFileHas) {
+  const std::string file = files.write(
+      "old.conf", settings() + "[MetersFloat]\nMeter=Key=a CustomKey=mine\nMeter=Key=gone\n");
+  const auto result = hear(sending({Batch().addFloat("a", 1).addFloat("b", 1).addInt("c", 1)}, {}),
+                           {"--merge", file, "--exclude", "c", "--json"});
+  const auto document = nlohmann::json::parse(result.output);
+  EXPECT_EQ(document["excluded"], 1);
+  ASSERT_EQ(document["keys"].size(), 2u);
+  EXPECT_EQ(document["keys"][0]["configured"], true);
+  EXPECT_FALSE(document["keys"][1].contains("configured"));
+  EXPECT_EQ(document["silent"], nlohmann::json::parse(R"([
+    {"rate": "fast", "key": "gone", "type": "float", "name": "gateway_float_1"}])"));
+}
+
+TEST_F(DiscoverTool, MergesIntoNoFileThatTheModuleRefuses) {
+  const std::string file = files.write("old.conf", "[Metters]\nTarget=x\n");
+  const auto result = run({"--merge", file, servers.metersTarget()});
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_EQ(result.output, "");
+  EXPECT_NE(result.errors.find("did you mean"), result.errors.npos);
+  EXPECT_TRUE(
+      result.errors.ends_with("gatewayctl discover: nothing is written, because the module "
+                              "would refuse " +
+                              file + ", as explained above\n"))
+      << result.errors;
 }
 
 }  // namespace

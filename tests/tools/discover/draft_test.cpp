@@ -45,7 +45,7 @@ TEST_F(DraftTest, ReadsBackAsMeantWithAnyKeys) {
     while (keys.size() < 20) keys.insert(randomKey(random));
     std::vector<SeenKey> seen{seenFloat("fine")};
     for (const auto& key : keys) seen.push_back(seenFloat(key));
-    const Draft draft = discover::draftOf(target, seen, round % 2 == 0);
+    const Draft draft = discover::draftOf(target, seen, {.namesAll = round % 2 == 0});
     for (const auto& finding : draft.findings) {
       const bool canBeWritten =
           !finding.seen.key.empty() && finding.seen.key.find_first_of("=\n") == std::string::npos;
@@ -57,7 +57,7 @@ TEST_F(DraftTest, ReadsBackAsMeantWithAnyKeys) {
 
 TEST_F(DraftTest, LeavesOutAKeyThatDoesNotFitItsLine) {
   const auto hasEntry = [&](const std::string& key) {
-    const Draft draft = discover::draftOf(target, {seenFloat("a"), seenFloat(key)}, false);
+    const Draft draft = discover::draftOf(target, {seenFloat("a"), seenFloat(key)});
     discover::checkReadsBack(draft, discover::textOf(draft));
     return draft.findings.back().hasEntry();
   };
@@ -69,14 +69,15 @@ TEST_F(DraftTest, LeavesOutAKeyThatDoesNotFitItsLine) {
 
 TEST_F(DraftTest, LeavesOutANameThatMakesTheLineTooLong) {
   const Draft draft = discover::draftOf(
-      target, {seenFloat(std::string(893, 'x')), seenFloat(std::string(894, 'y'))}, true);
+      target, {seenFloat(std::string(893, 'x')), seenFloat(std::string(894, 'y'))},
+      {.namesAll = true});
   EXPECT_EQ(draft.findings[0].customKey, std::string(99, 'x'));
   EXPECT_EQ(draft.findings[1].customKey, "");
   discover::checkReadsBack(draft, discover::textOf(draft));
 }
 
 TEST_F(DraftTest, KeepsRemarksAsComments) {
-  Draft draft = discover::draftOf(target, {seenFloat("a")}, false);
+  Draft draft = discover::draftOf(target, {seenFloat("a")});
   draft.remarks = {"[Engine]", std::string(1000, 'x')};
   EXPECT_NO_THROW(discover::checkReadsBack(draft, discover::textOf(draft)));
 }
@@ -86,8 +87,8 @@ TEST_F(DraftTest, NamesTheDifferenceIfTheTextReadsBackDifferently) {
     seen.rate = SlotSet::Slow;
     return seen;
   };
-  const Draft draft =
-      discover::draftOf(target, {seenFloat("a"), seenFloat("b"), slow(seenFloat("c"))}, true);
+  const Draft draft = discover::draftOf(
+      target, {seenFloat("a"), seenFloat("b"), slow(seenFloat("c"))}, {.namesAll = true});
   const std::string text = discover::textOf(draft);
   discover::checkReadsBack(draft, text);
   const auto differenceWith = [&](const std::string& from, const std::string& to) -> std::string {
