@@ -30,7 +30,8 @@ file(INSTALL DESTINATION \"\${folder}\" TYPE FILE RENAME grpc-gateway.conf.examp
 
 if(GATEWAY_TOOLS)
   install(TARGETS gatewayctl RUNTIME COMPONENT tools)
-  install(FILES docs/api.md docs/openapi.json DESTINATION ${shared}/docs COMPONENT tools)
+  install(FILES docs/api.md docs/check.schema.json docs/openapi.json DESTINATION ${shared}/docs
+          COMPONENT tools)
   install(FILES operations/alerts.yml operations/dashboard.json DESTINATION ${shared}/operations
           COMPONENT tools)
   # The units share their hardening. systemd finds units here, below /usr and below /usr/local.

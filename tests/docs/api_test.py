@@ -24,6 +24,7 @@ from jsonschema import Draft202012Validator
 
 from checklist import check, check_same, end
 from running import PATIENCE, Host, Simulator
+from schemas import closed
 
 GATEWAYCTL, SOURCE, VALIDATOR = (pathlib.Path(path).resolve() for path in sys.argv[1:4])
 DOCUMENT = (SOURCE / "docs/api.md").read_text()
@@ -34,18 +35,6 @@ CURL_TIMED_OUT = 28
 
 
 # ---- Schemas --------------------------------------------------------------------------------
-
-def closed(schema):
-    """Returns the schema in a form that rejects undocumented members."""
-    if isinstance(schema, list):
-        return [closed(each) for each in schema]
-    if not isinstance(schema, dict):
-        return schema
-    made = {name: closed(each) for name, each in schema.items()}
-    if made.get("type") == "object" and "properties" in made:
-        made["additionalProperties"] = False
-    return made
-
 
 COMPONENTS = closed(OPENAPI["components"])
 ERROR = {"application/json": {"schema": {"$ref": "#/components/schemas/Error"}}}

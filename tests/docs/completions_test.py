@@ -22,7 +22,8 @@ FILE = "a-file-of-the-test"
 # Sub-commands whose arguments are files.
 TAKE_FILES = {"check", "host", "top"}
 # Some of the words that options accept as these values.
-WORDS = {"RULE": {"bad-line", "rate-off"}, "ORDER": {"name", "age"}}
+WORDS = {"RULE": {"bad-line", "rate-off"}, "FORMAT": {"json", "sarif"},
+         "ORDER": {"name", "age"}}
 ENVIRONMENT = dict(os.environ, PATH=f"{GATEWAYCTL.parent}:{os.environ['PATH']}", TERM="dumb")
 
 BASH = """

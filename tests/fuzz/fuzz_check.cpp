@@ -1,5 +1,6 @@
 // Any bytes as a configuration of up to three files for the checker. It must end, report errors
 // exactly if the module refuses the configuration, and be able to write every report.
+#include <algorithm>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -9,6 +10,7 @@
 #include "tests/fuzz/ConfigurationFiles.h"
 #include "tests/fuzz/Target.h"
 #include "tools/check/Checker.h"
+#include "tools/check/Formats.h"
 #include "tools/check/Report.h"
 
 namespace {
@@ -48,8 +50,15 @@ bool isForTexts(std::string_view input) {
 void requireTexts(const Checked& checked) {
   require(!check::textOf(checked, true).empty(), "there is a report");
   require(!check::tableOf(checked.slots).empty(), "there is a table");
-  const auto replace = nlohmann::json::error_handler_t::replace;
-  require(!check::jsonOf(checked).dump(-1, ' ', false, replace).empty(), "there is JSON");
+  for (const std::string& name : check::formatNames()) {
+    const check::Format format = check::formatNamed(name);
+    if (format == check::Format::Text || format == check::Format::Github) continue;
+    require(!check::documentOf(format, {checked}, 0).empty(), "there is a document");
+  }
+  const std::string commands = check::documentOf(check::Format::Github, {checked}, 0);
+  const auto lines = static_cast<std::size_t>(std::count(commands.begin(), commands.end(), '\n'));
+  require(lines == checked.diagnostics.size() + (checked.omitted.empty() ? 0 : 1),
+          "each diagnostic is one command");
 }
 
 }  // namespace

@@ -23,6 +23,7 @@ TOOLS = {
     "share/man/man1/gatewayctl.1",
     "share/zsh/vendor-completions/_gatewayctl",
     SHARED + "docs/api.md",
+    SHARED + "docs/check.schema.json",
     SHARED + "docs/openapi.json",
     SHARED + "operations/alerts.yml",
     SHARED + "operations/dashboard.json",

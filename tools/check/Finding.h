@@ -86,6 +86,7 @@ struct SourceLine {
   std::uint64_t order = 0;                          // among the lines of all files
   std::size_t number = 0;                           // as in Line
   std::size_t offset = 0;                           // likewise
+  Utf16Counter before = {};                         // likewise
   std::string text = {};                            // likewise
   std::shared_ptr<const std::string> section = {};  // that the line is in; null if none
 };

@@ -22,28 +22,28 @@ void Findings::escalate(std::size_t diagnostic, Severity severity) {
 }
 
 // Makes the finding a note of the diagnostic. A warning adds nothing, since the same remedy helps.
-bool Findings::isNoteOf(std::size_t diagnostic, Severity severity, const Finding& finding) {
+bool Findings::isNoteOf(std::size_t diagnostic, const Placed& placed) {
   constexpr std::size_t most = 10;
   auto& notes = diagnostics_[diagnostic].notes;
-  if (severity == Severity::Error && notes.size() < most) {
-    notes.push_back({finding.rule, finding.text});
+  if (placed.severity == Severity::Error && notes.size() < most) {
+    notes.push_back({placed.finding.rule, placed.finding.text, placed.file.name, placed.line});
   }
-  escalate(diagnostic, severity);
+  escalate(diagnostic, placed.severity);
   return true;
 }
 
 // Whether an earlier diagnostic covers the finding, which then becomes a note of that diagnostic,
 // or only raises its severity.
-bool Findings::isCovered(const SourceFile& file, std::uint64_t order, Severity severity,
-                         const Finding& finding) {
-  if (const auto found = files_.find(&file); found != files_.end()) {
-    escalate(found->second, severity);
+bool Findings::isCovered(const Placed& placed) {
+  const Finding& finding = placed.finding;
+  if (const auto found = files_.find(&placed.file); found != files_.end()) {
+    escalate(found->second, placed.severity);
     return true;
   }
-  if (const auto found = lines_.find(order); found != lines_.end()) {
+  if (const auto found = lines_.find(placed.order); found != lines_.end()) {
     const bool isEmptyKey = finding.rule == Rule("empty-key");
     if (found->second.scope == Scope::Line || isEmptyKey) {
-      return isNoteOf(found->second.diagnostic, severity, finding);
+      return isNoteOf(found->second.diagnostic, placed);
     }
   }
   if (finding.cause == nullptr) return false;
@@ -51,7 +51,7 @@ bool Findings::isCovered(const SourceFile& file, std::uint64_t order, Severity s
       std::find_if(diagnostics_.begin(), diagnostics_.end(),
                    [&](const Diagnostic& each) { return each.order == finding.cause->order; });
   return cause != diagnostics_.end() &&
-         isNoteOf(static_cast<std::size_t>(cause - diagnostics_.begin()), severity, finding);
+         isNoteOf(static_cast<std::size_t>(cause - diagnostics_.begin()), placed);
 }
 
 void Findings::keep(Diagnostic diagnostic, const SourceFile& file, Finding finding) {
@@ -72,7 +72,9 @@ void Findings::add(const SourceLine& line, Finding finding) {
   const Severity severity = severityOf(finding.rule.text().weight, file.isDedicated());
   const Rule rule = finding.rule;
   const Span place = finding.place;
-  if (isCovered(file, line.order, severity, finding) || !isKept(rule, severity)) return;
+  if (isCovered({finding, file, line.number, line.order, severity}) || !isKept(rule, severity)) {
+    return;
+  }
   std::optional<Repair> repair;
   if (finding.remedy.edit) {
     auto& [edited, text, isSafe] = *finding.remedy.edit;
@@ -91,6 +93,7 @@ void Findings::add(const SourceLine& line, Finding finding) {
         .section = line.section ? *line.section : "",
         .source = line.text,
         .sourceColumn = line.offset + 1,
+        .before = line.before,
         .order = line.order},
        file, std::move(finding));
 }
@@ -99,7 +102,7 @@ void Findings::add(const SourceFile& file, std::uint64_t lines, Finding finding)
   const Severity severity = severityOf(finding.rule.text().weight, false);
   const std::uint64_t order = lines + 1;
   const Rule rule = finding.rule;
-  if (isCovered(file, order, severity, finding) || !isKept(rule, severity)) return;
+  if (isCovered({finding, file, 0, order, severity}) || !isKept(rule, severity)) return;
   keep({.rule = rule, .severity = severity, .order = order}, file, std::move(finding));
 }
 

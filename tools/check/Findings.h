@@ -22,6 +22,8 @@ namespace check {
 struct Note {
   Rule rule;
   std::string text;
+  std::string file;
+  std::size_t line = 0;  // from 1; 0 for the file as a whole
 };
 
 // The edit of a finding: at this place in the file, `before` becomes `after`.
@@ -49,6 +51,7 @@ struct Diagnostic {
   std::string readAt = {};       // the File line that named a dedicated file, as FILE:LINE
   std::string source = {};       // the line, or the chunk of a long one
   std::size_t sourceColumn = 1;  // of the first byte of `source`
+  Utf16Counter before = {};      // has counted what precedes `source` in its line
   std::uint64_t order = 0;       // of the line among the lines of all files
 };
 
@@ -88,9 +91,17 @@ class Findings {
 
   static std::size_t index(Severity severity) { return static_cast<std::size_t>(severity); }
   bool isKept(Rule rule, Severity severity);
-  bool isCovered(const SourceFile& file, std::uint64_t order, Severity severity,
-                 const Finding& finding);
-  bool isNoteOf(std::size_t diagnostic, Severity severity, const Finding& finding);
+  // A finding and its place, before they become a diagnostic or a note.
+  struct Placed {
+    const Finding& finding;
+    const SourceFile& file;
+    std::size_t line;  // as in Note
+    std::uint64_t order;
+    Severity severity;
+  };
+
+  bool isCovered(const Placed& placed);
+  bool isNoteOf(std::size_t diagnostic, const Placed& placed);
   void escalate(std::size_t diagnostic, Severity severity);
   void keep(Diagnostic diagnostic, const SourceFile& file, Finding finding);
 

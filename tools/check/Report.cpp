@@ -29,27 +29,17 @@ Colours coloursOf(Severity severity, bool coloured) {
 }
 
 std::string placeOf(const Diagnostic& diagnostic) {
-  if (diagnostic.line == 0) return diagnostic.file;
-  return fmt::format("{}:{}:{}", diagnostic.file, diagnostic.line, diagnostic.column);
+  if (diagnostic.line == 0) return visible(diagnostic.file);
+  return fmt::format("{}:{}:{}", visible(diagnostic.file), diagnostic.line, diagnostic.column);
 }
 
 std::string whereabouts(const Diagnostic& diagnostic) {
   std::string text;
   if (!diagnostic.section.empty()) text = "in " + tools::printable("[" + diagnostic.section + "]");
   if (!diagnostic.readAt.empty()) {
-    text += fmt::format("{}included from {}", text.empty() ? "" : ", ", diagnostic.readAt);
+    text += fmt::format("{}included from {}", text.empty() ? "" : ", ", visible(diagnostic.readAt));
   }
   return text.empty() ? "" : fmt::format("      = {}\n", text);
-}
-
-// "x.conf: not shown: 400 more of unknown-type, 7 more of unknown-word".
-std::string omittedText(const Checked& checked) {
-  std::vector<std::string> rules;
-  for (const Omitted& each : checked.omitted) {
-    rules.push_back(fmt::format("{} more of {}", each.count, each.rule.text().name));
-  }
-  if (rules.empty()) return {};
-  return fmt::format("{}: not shown: {}\n", checked.file, fmt::join(rules, ", "));
 }
 
 // ---- Table ------------------------------------------------------------------------------------
@@ -105,7 +95,10 @@ Json jsonOf(const std::optional<Repair>& repair) {
 Json jsonOf(const Diagnostic& diagnostic) {
   Json notes = Json::array();
   for (const Note& note : diagnostic.notes) {
-    notes.push_back({{"rule", note.rule.text().name}, {"text", note.text}});
+    notes.push_back({{"rule", note.rule.text().name},
+                     {"text", note.text},
+                     {"file", note.file},
+                     {"line", orNull(note.line)}});
   }
   return {{"rule", diagnostic.rule.text().name},
           {"severity", nameOf(diagnostic.severity)},
@@ -124,11 +117,28 @@ Json jsonOf(const Diagnostic& diagnostic) {
 
 }  // namespace
 
+std::string omittedText(const Checked& checked) {
+  std::vector<std::string> rules;
+  for (const Omitted& each : checked.omitted) {
+    rules.push_back(fmt::format("{} more of {}", each.count, each.rule.text().name));
+  }
+  return rules.empty() ? "" : fmt::format("not shown: {}", fmt::join(rules, ", "));
+}
+
+std::string textOf(const Note& note, const Diagnostic& diagnostic) {
+  const bool sameFile = note.file == diagnostic.file;
+  const std::string place = note.line == 0 || (sameFile && note.line == diagnostic.line) ? ""
+                            : sameFile ? fmt::format(" in line {}:", note.line)
+                                       : fmt::format(" in {}:{}:", note.file, note.line);
+  return fmt::format("so{} {} [{}]", place, note.text, note.rule.text().name);
+}
+
 std::string textOf(const Diagnostic& diagnostic, bool coloured) {
   const Colours colours = coloursOf(diagnostic.severity, coloured);
-  std::string text = fmt::format("{}{}: {}{}: {}{}; {} [{}]\n", colours.bold, placeOf(diagnostic),
-                                 colours.severity, nameOf(diagnostic.severity), colours.off,
-                                 diagnostic.text, diagnostic.remedy, diagnostic.rule.text().name);
+  std::string text =
+      fmt::format("{}{}: {}{}: {}{}; {} [{}]\n", colours.bold, placeOf(diagnostic),
+                  colours.severity, nameOf(diagnostic.severity), colours.off, diagnostic.text,
+                  visible(diagnostic.remedy), diagnostic.rule.text().name);
   if (diagnostic.line > 0) {
     const Excerpt excerpt =
         excerptOf(diagnostic.source, diagnostic.column - diagnostic.sourceColumn, diagnostic.size);
@@ -136,7 +146,7 @@ std::string textOf(const Diagnostic& diagnostic, bool coloured) {
                         excerpt.marker, colours.off);
   }
   for (const Note& note : diagnostic.notes) {
-    text += fmt::format("      = so {} [{}]\n", note.text, note.rule.text().name);
+    text += "      = " + textOf(note, diagnostic) + "\n";
   }
   return text + whereabouts(diagnostic);
 }
@@ -144,7 +154,9 @@ std::string textOf(const Diagnostic& diagnostic, bool coloured) {
 std::string textOf(const Checked& checked, bool coloured) {
   std::string text;
   for (const Diagnostic& each : checked.diagnostics) text += textOf(each, coloured);
-  text += omittedText(checked);
+  if (const std::string omitted = omittedText(checked); !omitted.empty()) {
+    text += fmt::format("{}: {}\n", checked.file, omitted);
+  }
   if (checked.verdict == Verdict::Unreadable) return text;
   std::string counts;
   for (const Severity severity : {Severity::Error, Severity::Warning, Severity::Note}) {
@@ -199,6 +211,12 @@ Json jsonOf(const Checked& checked) {
           {"module_log", std::move(log)}};
 }
 
+std::string onOneLine(std::string_view paragraph) {
+  std::string line(trimmed(paragraph));
+  std::replace(line.begin(), line.end(), '\n', ' ');
+  return line;
+}
+
 std::string ruleList() {
   std::size_t width = 0;
   for (const RuleText& rule : allRules) width = std::max(width, rule.name.size());
@@ -206,18 +224,18 @@ std::string ruleList() {
   for (const RuleText& rule : allRules) {
     const std::string_view weight =
         describe(rule.weight).substr(0, describe(rule.weight).find(','));
-    list += fmt::format("{:{}}  {:7}  {}\n", rule.name, width, weight,
-                        fmt::join(tools::wordsOf(rule.summary), " "));
+    list += fmt::format("{:{}}  {:7}  {}\n", rule.name, width, weight, onOneLine(rule.summary));
   }
   return list;
 }
 
 std::string explanationOf(const RuleText& rule) {
   constexpr std::size_t width = 92;
-  std::string text = fmt::format("{} ({}): {}\n\n", rule.name, describe(rule.weight),
-                                 fmt::join(tools::wordsOf(rule.summary), " "));
+  std::string text =
+      fmt::format("{} ({}): {}\n\n", rule.name, describe(rule.weight), onOneLine(rule.summary));
+  const std::string explanation = onOneLine(rule.explanation);
   std::size_t column = 0;
-  for (const std::string_view word : tools::wordsOf(rule.explanation)) {
+  for (const std::string_view word : tools::wordsOf(explanation)) {
     if (column > 0 && column + 1 + word.size() > width) {
       text += '\n';
       column = 0;

@@ -41,25 +41,32 @@ bool Scanner::readChunk() {
   return size_ > 0;
 }
 
+void Scanner::beginLine() {
+  lineBytes_ = 0;
+  lineUnits_ = {};
+}
+
 bool Scanner::next() {
   const bool isTail = lineIsOpen_;
-  if (!isTail) lineBytes_ = 0;
+  if (!isTail) beginLine();
   if (!readChunk()) return false;
   line_ = {.number = line_.number + (isTail ? 0 : 1),
            .chunk = line_.chunk + 1,
            .offset = lineBytes_,
+           .before = lineUnits_,
            .isTail = isTail};
   std::string_view text(chunk_.data(), size_);
   lineBytes_ += size_;
   lineIsOpen_ = !text.ends_with('\n');
   if (!lineIsOpen_) text.remove_suffix(1);
-  const std::size_t nul = text.find('\0');
-  line_.hasNul = nul != text.npos;
-  text = text.substr(0, nul);
   if (line_.chunk == 1 && text.starts_with(byteOrderMark)) {
     text.remove_prefix(byteOrderMark.size());
     line_.offset += byteOrderMark.size();
   }
+  if (lineIsOpen_) lineUnits_.add(text);
+  const std::size_t nul = text.find('\0');
+  line_.hasNul = nul != text.npos;
+  text = text.substr(0, nul);
   line_.text = text;
   classify();
   return true;

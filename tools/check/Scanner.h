@@ -13,6 +13,8 @@
 #include <string>
 #include <string_view>
 
+#include "tools/check/Utf16Counter.h"
+
 namespace check {
 
 // A part of a line's text.
@@ -41,6 +43,7 @@ struct Line {
   std::size_t number = 0;      // as an editor counts, from 1
   std::size_t chunk = 0;       // as the reader counts, from 1: each piece of a long line is one
   std::size_t offset = 0;      // of the text within the line that an editor shows, in bytes
+  Utf16Counter before = {};    // has counted the same bytes, without a byte order mark
   bool isTail = false;         // the line began in an earlier chunk
   bool hasNul = false;         // the text was cut at a NUL byte
   Span body = {};              // the text without the white space around it
@@ -70,6 +73,7 @@ class Scanner {
 
  private:
   bool readChunk();
+  void beginLine();
   void classify();
   void takeHeader();
   void takePair();
@@ -79,6 +83,7 @@ class Scanner {
   std::size_t size_ = 0;
   bool lineIsOpen_ = false;  // the chunk did not end its line
   std::size_t lineBytes_ = 0;
+  Utf16Counter lineUnits_;
   Line line_;
   std::string section_;
   std::string pendingName_;

@@ -13,36 +13,6 @@
 namespace check {
 namespace {
 
-// The size of the first UTF-8 character of `text` in bytes, or 0 if it is invalid. A receiver of
-// messages accepts only shortest forms, no surrogates, and nothing above U+10FFFF.
-std::size_t characterSize(std::string_view text) {
-  struct Lead {
-    unsigned char first, last;  // of the first byte
-    std::size_t size;
-    unsigned char secondFirst, secondLast;
-  };
-  constexpr std::array<Lead, 9> leads = {{{0x00, 0x7F, 1, 0, 0},
-                                          {0xC2, 0xDF, 2, 0x80, 0xBF},
-                                          {0xE0, 0xE0, 3, 0xA0, 0xBF},
-                                          {0xE1, 0xEC, 3, 0x80, 0xBF},
-                                          {0xED, 0xED, 3, 0x80, 0x9F},
-                                          {0xEE, 0xEF, 3, 0x80, 0xBF},
-                                          {0xF0, 0xF0, 4, 0x90, 0xBF},
-                                          {0xF1, 0xF3, 4, 0x80, 0xBF},
-                                          {0xF4, 0xF4, 4, 0x80, 0x8F}}};
-  const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-  for (const Lead& lead : leads) {
-    if (byte(0) < lead.first || byte(0) > lead.last) continue;
-    if (text.size() < lead.size) return 0;
-    if (lead.size > 1 && (byte(1) < lead.secondFirst || byte(1) > lead.secondLast)) return 0;
-    for (std::size_t i = 2; i < lead.size; ++i) {
-      if ((byte(i) & 0xC0) != 0x80) return 0;
-    }
-    return lead.size;
-  }
-  return 0;
-}
-
 // The code point of a valid character.
 std::uint32_t codeOf(std::string_view character) {
   constexpr std::array<unsigned char, 5> leadBits = {0, 0x7F, 0x1F, 0x0F, 0x07};
@@ -73,30 +43,6 @@ bool isUnseen(std::string_view character) {
                      [&](const Range& range) { return code >= range.first && code <= range.last; });
 }
 
-// Calls `use` with each valid character and each invalid byte, and with whether it is valid.
-template <class Use>
-void eachCharacter(std::string_view text, Use use) {
-  while (!text.empty()) {
-    const std::size_t size = characterSize(text);
-    use(text.substr(0, std::max<std::size_t>(size, 1)), size > 0);
-    text.remove_prefix(std::max<std::size_t>(size, 1));
-  }
-}
-
-std::string escaped(std::string_view text) {
-  std::string shown;
-  eachCharacter(text, [&](std::string_view character, bool isWhole) {
-    if (isWhole && !isUnseen(character)) {
-      shown += character;
-      return;
-    }
-    for (const char byte : character) {
-      fmt::format_to(std::back_inserter(shown), "\\x{:02x}", static_cast<unsigned char>(byte));
-    }
-  });
-  return shown;
-}
-
 // The first byte of the character at `position`.
 std::size_t characterBegin(std::string_view text, std::size_t position) {
   while (position > 0 && position < text.size() && (text[position] & 0xC0) == 0x80) --position;
@@ -110,6 +56,34 @@ bool isPlain(std::string_view text) {
 }
 
 }  // namespace
+
+std::size_t characterSize(std::string_view text) {
+  struct Lead {
+    unsigned char first, last;  // of the first byte
+    std::size_t size;
+    unsigned char secondFirst, secondLast;
+  };
+  constexpr std::array<Lead, 9> leads = {{{0x00, 0x7F, 1, 0, 0},
+                                          {0xC2, 0xDF, 2, 0x80, 0xBF},
+                                          {0xE0, 0xE0, 3, 0xA0, 0xBF},
+                                          {0xE1, 0xEC, 3, 0x80, 0xBF},
+                                          {0xED, 0xED, 3, 0x80, 0x9F},
+                                          {0xEE, 0xEF, 3, 0x80, 0xBF},
+                                          {0xF0, 0xF0, 4, 0x90, 0xBF},
+                                          {0xF1, 0xF3, 4, 0x80, 0xBF},
+                                          {0xF4, 0xF4, 4, 0x80, 0x8F}}};
+  const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+  for (const Lead& lead : leads) {
+    if (byte(0) < lead.first || byte(0) > lead.last) continue;
+    if (text.size() < lead.size) return 0;
+    if (lead.size > 1 && (byte(1) < lead.secondFirst || byte(1) > lead.secondLast)) return 0;
+    for (std::size_t i = 2; i < lead.size; ++i) {
+      if ((byte(i) & 0xC0) != 0x80) return 0;
+    }
+    return lead.size;
+  }
+  return 0;
+}
 
 bool isUtf8(std::string_view text) {
   if (isPlain(text)) return true;
@@ -145,13 +119,27 @@ bool beginsUnseen(std::string_view text) {
   return size > 0 && isUnseen(text.substr(0, size));
 }
 
+std::string visible(std::string_view text) {
+  std::string shown;
+  eachCharacter(text, [&](std::string_view character, bool isWhole) {
+    if (isWhole && !isUnseen(character)) {
+      shown += character;
+      return;
+    }
+    for (const char byte : character) {
+      fmt::format_to(std::back_inserter(shown), "\\x{:02x}", static_cast<unsigned char>(byte));
+    }
+  });
+  return shown;
+}
+
 std::string inQuotes(std::string_view text) {
   constexpr std::size_t longest = 72;
   constexpr std::size_t kept = 32;
-  if (text.size() <= longest) return "\"" + escaped(text) + "\"";
+  if (text.size() <= longest) return "\"" + visible(text) + "\"";
   const std::size_t tail = characterBegin(text, text.size() - kept);
-  return "\"" + escaped(text.substr(0, characterBegin(text, kept))) + "..." +
-         escaped(text.substr(tail)) + "\"";
+  return "\"" + visible(text.substr(0, characterBegin(text, kept))) + "..." +
+         visible(text.substr(tail)) + "\"";
 }
 
 std::size_t columnsOf(std::string_view text) {

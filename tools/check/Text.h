@@ -1,6 +1,7 @@
 // Shows the bytes of a file so that people can read them. Any thread.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -22,6 +23,24 @@ bool beginsUnseen(std::string_view text);
 // The text in double quotes, for a message. Bytes that can't be shown become \xNN. A long text is
 // shortened in the middle.
 std::string inQuotes(std::string_view text);
+
+// The size of the first UTF-8 character of `text` in bytes, or 0 if it is invalid. A receiver of
+// messages accepts only shortest forms, no surrogates, and nothing above U+10FFFF.
+std::size_t characterSize(std::string_view text);
+
+// The text with \xNN for each byte of an invisible character and each invalid byte. It can't
+// control a terminal.
+std::string visible(std::string_view text);
+
+// Calls `use` with each valid character and each invalid byte, and with whether it is valid.
+template <class Use>
+void eachCharacter(std::string_view text, Use use) {
+  while (!text.empty()) {
+    const std::size_t size = characterSize(text);
+    use(text.substr(0, std::max<std::size_t>(size, 1)), size > 0);
+    text.remove_prefix(std::max<std::size_t>(size, 1));
+  }
+}
 
 // How many columns of a terminal the text takes: wide characters take two, combining ones none.
 std::size_t columnsOf(std::string_view text);

@@ -115,6 +115,7 @@ SourceLine Walk::keptLine(std::shared_ptr<const std::string> section) const {
           .order = order_,
           .number = line().number,
           .offset = line().offset,
+          .before = line().before,
           .text = std::string(line().text),
           .section = std::move(section)};
 }

@@ -21,10 +21,10 @@
 #include "standin/Host.h"
 #include "standin/MemoryFile.h"
 #include "tools/check/Checker.h"
+#include "tools/check/Formats.h"
 #include "tools/check/Repairs.h"
 #include "tools/check/Report.h"
 #include "tools/common/ExitCode.h"
-#include "tools/common/Json.h"
 #include "tools/common/ManualText.h"
 #include "tools/common/Output.h"
 #include "tools/common/Suggestion.h"
@@ -38,7 +38,7 @@ struct Options {
   std::vector<std::string> files;
   std::set<Rule> allowed;
   bool strict = false;
-  bool json = false;
+  Format format = Format::Text;
   bool slots = false;
   bool listRules = false;
   std::string fix;  // how bold; empty if nothing is to be repaired
@@ -84,7 +84,7 @@ Checked checkFile(const std::string& file, const Options& options) {
   Request request{.path = file,
                   .name = file,
                   .allowed = options.allowed,
-                  .withSlots = options.slots || options.json};
+                  .withSlots = options.slots || options.format == Format::Json};
   if (file != "-") {
     try {
       return checkOrRepair(request, options);
@@ -134,7 +134,7 @@ void print(const Checked& checked, const Options& options) {
   if (checked.verdict == Verdict::Unreadable) {
     tools::say("check", fmt::format("can't check {}: {}", checked.file, checked.reason));
   }
-  if (options.json || options.diff) return;
+  if (options.format != Format::Text || options.diff) return;
   tools::writeOut(textOf(checked, tools::showsColours(STDOUT_FILENO)));
   if (options.slots && checked.verdict == Verdict::Accepted) {
     tools::writeOut(tableOf(checked.slots));
@@ -144,18 +144,15 @@ void print(const Checked& checked, const Options& options) {
 int run(const Options& options) {
   const standin::Host host({.keepRecords = false});
   int code = ExitCode::Done;
-  nlohmann::json files = nlohmann::json::array();
+  std::vector<Checked> files;
   for (const std::string& file : options.files) {
-    const Checked checked = checkFile(file, options);
+    Checked checked = checkFile(file, options);
     print(checked, options);
     reportContradiction(checked);
     code = worse(code, exitCodeOf(checked, options.strict));
-    if (options.json) files.push_back(jsonOf(checked));
+    if (options.format != Format::Text) files.push_back(std::move(checked));
   }
-  if (options.json) {
-    const nlohmann::json document = {{"version", 1}, {"exit_code", code}, {"files", files}};
-    tools::writeOut(tools::jsonText(document, 2) + "\n");
-  }
+  tools::writeOut(documentOf(options.format, files, code));
   if (!tools::outputFailed()) return code;
   tools::say("check", "can't write to standard output");
   return ExitCode::WrongUse;
@@ -199,6 +196,8 @@ int obey(const Options& options) {
         "FILE is missing: name a configuration file, or - for standard input");
   } else if (!options.fix.empty() && !options.diff && namesInput(options)) {
     throw CLI::ValidationError("--fix can't write to standard input: add --diff, or name a file");
+  } else if (options.slots && options.format > Format::Json) {
+    throw CLI::ValidationError("--slots needs --format text or json");
   } else {
     return run(options);
   }
@@ -209,8 +208,20 @@ void addOptions(CLI::App& command, Options& options) {
   command.add_option("FILE", options.files, "The configuration files. \"-\" is standard input.")
       ->type_name("FILE");
   command.add_flag("--strict", options.strict, "End with exit code 3 if there are warnings.");
-  command.add_flag("--json", options.json, "Print one JSON document.");
-  command.add_flag("--slots", options.slots, "Print the slots that the host will see.");
+  CLI::Option* const format =
+      command
+          .add_option_function<std::string>(
+              "--format", [&](const auto& name) { options.format = formatNamed(name); },
+              "Print the report in this format: text for people, or one document for programs.")
+          ->type_name("FORMAT")
+          ->check(CLI::IsMember(formatNames()));
+  CLI::Option* const json =
+      command
+          .add_flag_callback(
+              "--json", [&] { options.format = Format::Json; }, "The same as --format json.")
+          ->excludes(format);
+  command.add_flag("--slots", options.slots,
+                   "Print the slots that the host will see. The format has to be text or json.");
   command
       .add_option_function<std::vector<std::string>>(
           "--allow",
@@ -228,7 +239,7 @@ void addOptions(CLI::App& command, Options& options) {
       ->check(CLI::IsMember({"safe", "unsafe"}));
   CLI::Option* const diff = command.add_flag(
       "--diff", options.diff, "Print the repairs as a unified diff, and change no file.");
-  diff->excludes(command.get_option("--json"))->excludes(command.get_option("--slots"));
+  diff->excludes(format)->excludes(json)->excludes(command.get_option("--slots"));
   command.add_flag("--list-rules", options.listRules, "Print all rules, and nothing else.");
   command
       .add_option("--explain", options.explained,

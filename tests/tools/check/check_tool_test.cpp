@@ -197,7 +197,8 @@ TEST_F(CheckTool, ReportsWhatFollowsFromAMistakeAsItsNotes) {
   ASSERT_EQ(file["diagnostics"].size(), 1u);
   EXPECT_EQ(file["diagnostics"][0]["rule"], "word-ends-in-equals");
   EXPECT_EQ(file["diagnostics"][0]["notes"], json::parse(R"([{"rule": "empty-key", "text":
-                "this entry has no Key, so the module refuses the configuration"}])"));
+                "this entry has no Key, so the module refuses the configuration",
+                "file": "<stdin>", "line": 6}])"));
 }
 
 TEST_F(CheckTool, WritesOneJsonDocument) {
@@ -240,6 +241,34 @@ TEST_F(CheckTool, WritesOneJsonDocument) {
   EXPECT_EQ(document["files"][2]["verdict"], "unreadable");
 }
 
+TEST_F(CheckTool, WritesCommandsForGitHub) {
+  const std::string odd = files.write("50%:1,\n.conf", std::string(sound) + "Target=50%:1\n");
+  const std::string name = files.path("50%25%3A1%2C%0A.conf");
+  EXPECT_EQ(run({"--format", "github", odd, doubtful, files.path("missing")}).output,
+            "::warning file=" + name +
+                ",line=5,endLine=5,col=8,endColumn=13,title=repeated-setting::Target is already "
+                "set in line 4, and this line overrides it; remove the line that you do not want\n"
+                "::warning file=" +
+                name +
+                ",line=5,endLine=5,col=8,endColumn=13,title=bad-target::bad target \"50%25:1\": "
+                "\"50%25\" can't be a host name; write HOST:PORT, such as localhost:50005\n"
+                "::warning file=" +
+                doubtful +
+                ",line=5,endLine=5,col=1,endColumn=9,title=unused-section::there is no section "
+                "\"Levels\", but the module ignores a header without pairs; remove the header, or "
+                "put \";\" in front of it\n"
+                "::error file=" +
+                files.path("missing") + "::can't be checked: No such file or directory\n");
+}
+
+TEST_F(CheckTool, RefusesFormatsThatContradictOtherOptions) {
+  EXPECT_EQ(run({"--format", "sarif", good}).code, 0);
+  EXPECT_EQ(run({"--format", "xml", good}).code, 2);
+  EXPECT_EQ(run({"--format", "sarif", "--json", good}).code, 2);
+  EXPECT_EQ(run({"--format", "sarif", "--slots", good}).code, 2);
+  EXPECT_EQ(run({"--format", "json", "--diff", good}).code, 2);
+}
+
 TEST_F(CheckTool, RepairsAFileAndReportsTheResult) {
   const std::string path = files.write("typo.conf", std::string(sound) + "EnableFastMeters=off\n" +
                                                         "[MetersInt]\nMeter=key=a\n[Meters]]\n");
@@ -276,7 +305,7 @@ TEST_F(CheckTool, RefusesToRepairStandardInput) {
 }
 
 TEST_F(CheckTool, FailsIfItCannotWriteItsReport) {
-  for (const char* option : {"", "--json "}) {
+  for (const char* option : {"", "--json ", "--format sarif "}) {
     const std::string command = std::string(GATEWAYCTL_PATH) + " check " + option + good +
                                 " > /dev/full 2> " + files.path("errors");
     EXPECT_EQ(WEXITSTATUS(std::system(command.c_str())), 2) << option;

@@ -164,4 +164,37 @@ TEST(Scanner, NumbersLinesAsEditorsDo) {
                         {1, 1, 3, false}, {2, 2, 0, false}, {2, 3, 1023, true}, {3, 4, 0, false}}));
 }
 
+// The reader cuts a long line in the middle of a character.
+TEST(Scanner, CountsTheUtf16UnitsBeforeAPieceOfALongLine) {
+  const TemporaryFolder folder;
+  std::string text;
+  while (text.size() < 3000) text += "\u00E4\u97F3\U0001F50A";  // 9 bytes, 4 units
+  const File file = openFile(folder.write("file", text + "\na=1\n"));
+  Scanner scanner(file.get());
+  std::vector<std::size_t> ends;
+  while (scanner.next()) {
+    check::Utf16Counter counter = scanner.line().before;
+    counter.add(scanner.line().text);
+    ends.push_back(counter.count());
+  }
+  // 1023 bytes are 113 times the text and 6 bytes: two characters and one byte of the third.
+  EXPECT_EQ(ends, (std::vector<std::size_t>{113 * 4 + 2, 227 * 4 + 1, 334 * 4, 3}));
+}
+
+TEST(Utf16Counter, CountsASequenceThatIsNotUtf8AsOneUnit) {
+  const auto unitsIn = [](std::string_view text) {
+    check::Utf16Counter counter;
+    counter.add(text);
+    return counter.countToEnd();
+  };
+  EXPECT_EQ(unitsIn("a\xFC"
+                    "b"),
+            3u);
+  EXPECT_EQ(unitsIn("\xF0\x9F\x98"
+                    "b"),
+            2u);
+  EXPECT_EQ(unitsIn("\xF0\x9F\x98"), 1u);
+  EXPECT_EQ(unitsIn("\xC0\x80\xED\xA0\x80"), 5u);  // neither overlong forms nor surrogates
+}
+
 }  // namespace
