@@ -67,7 +67,8 @@ def prepare():
     # The sample of an installation, and the configuration that a user makes from it.
     for name in ("grpc-gateway.conf.example", "grpc-gateway.conf"):
         os.symlink(SOURCE / "examples/grpc-gateway.conf", f"etc/{name}")
-    os.symlink(SOURCE / "examples/grpc-gateway.conf", "gateway.conf")
+    for name in ("gateway.conf", "old.conf", "new.conf"):
+        os.symlink(SOURCE / "examples/grpc-gateway.conf", name)
     os.environ["PATH"] = f"{GATEWAYCTL.parent}:{os.environ['PATH']}"
 
 

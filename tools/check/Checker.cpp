@@ -29,7 +29,9 @@ void askModule(const Request& request, Checked& checked) {
   checked.moduleWasAsked = true;
   checked.verdict = config.valid ? Verdict::Accepted : Verdict::Refused;
   const bool hasSlots = config.valid ? request.withSlots : request.withRefusedSlots;
-  if (hasSlots) checked.slots = tools::slotsOf(config);
+  if (!hasSlots) return;
+  checked.slots = tools::slotsOf(config);
+  checked.settings = tools::settingsOf(config);
 }
 
 }  // namespace

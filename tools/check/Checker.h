@@ -43,6 +43,7 @@ struct Checked {
   std::array<std::size_t, 3> counts{};            // by Severity, including the omitted ones
   std::vector<Omitted> omitted = {};              // diagnostics that are only counted
   std::vector<tools::ConfiguredSlot> slots = {};  // of an accepted configuration, if requested
+  tools::ConfiguredSettings settings = {};        // likewise
   std::vector<std::string> files = {};            // all that were read, the main file first
   std::vector<EntryPlace> entries = {};           // the lines that the slots come from
   std::vector<ModuleLine> log = {};               // the first lines

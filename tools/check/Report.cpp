@@ -67,17 +67,6 @@ Row rowOf(const tools::ConfiguredSlot& slot) {
 
 // ---- JSON -------------------------------------------------------------------------------------
 
-Json jsonOf(const tools::ConfiguredSlot& slot) {
-  const bool isEngine = slot.set == standin::SlotSet::Engine;
-  return {{"set", standin::nameOf(slot.set)},
-          {"position", slot.position},
-          {"type", nameOf(slot.type)},
-          {"name", slot.name},
-          {"generated", slot.nameIsGenerated},
-          {"key", slot.key},
-          {"default", isEngine ? Json() : tools::jsonOf(slot.defaultValue)}};
-}
-
 template <class T>
 Json orNull(const T& value) {
   return value == T{} ? Json() : Json(value);
@@ -181,6 +170,17 @@ std::string tableOf(const std::vector<tools::ConfiguredSlot>& slots) {
     table += row.back() + "\n";
   }
   return table;
+}
+
+Json jsonOf(const tools::ConfiguredSlot& slot) {
+  const bool isEngine = slot.set == standin::SlotSet::Engine;
+  return {{"set", standin::nameOf(slot.set)},
+          {"position", slot.position},
+          {"type", nameOf(slot.type)},
+          {"name", slot.name},
+          {"generated", slot.nameIsGenerated},
+          {"key", slot.key},
+          {"default", isEngine ? Json() : tools::jsonOf(slot.defaultValue)}};
 }
 
 Json jsonOf(const Checked& checked) {

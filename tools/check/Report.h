@@ -25,6 +25,9 @@ std::string textOf(const Checked& checked, bool coloured);
 // The slots as a table.
 std::string tableOf(const std::vector<tools::ConfiguredSlot>& slots);
 
+// One slot, as in that table.
+nlohmann::json jsonOf(const tools::ConfiguredSlot& slot);
+
 // The JSON report on one file, as `gatewayctl check --help` describes it.
 nlohmann::json jsonOf(const Checked& checked);
 

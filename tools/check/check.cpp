@@ -21,6 +21,8 @@
 #include "standin/Host.h"
 #include "standin/MemoryFile.h"
 #include "tools/check/Checker.h"
+#include "tools/check/Comparison.h"
+#include "tools/check/ComparisonReport.h"
 #include "tools/check/Formats.h"
 #include "tools/check/Repairs.h"
 #include "tools/check/Report.h"
@@ -41,7 +43,8 @@ struct Options {
   Format format = Format::Text;
   bool slots = false;
   bool listRules = false;
-  std::string fix;  // how bold; empty if nothing is to be repaired
+  std::optional<std::string> compared;  // an older configuration
+  std::string fix;                      // how bold; empty if nothing is to be repaired
   bool diff = false;
   std::string explained;
 };
@@ -84,7 +87,7 @@ Checked checkFile(const std::string& file, const Options& options) {
   Request request{.path = file,
                   .name = file,
                   .allowed = options.allowed,
-                  .withSlots = options.slots || options.format == Format::Json};
+                  .withSlots = options.slots || options.format == Format::Json || options.compared};
   if (file != "-") {
     try {
       return checkOrRepair(request, options);
@@ -158,6 +161,44 @@ int run(const Options& options) {
   return ExitCode::WrongUse;
 }
 
+// ---- Comparing --------------------------------------------------------------------------------
+
+// Says why the file can't be compared, if so.
+bool isComparable(const std::string& file, const Checked& checked) {
+  if (checked.verdict == Verdict::Accepted) return true;
+  if (checked.verdict == Verdict::Unreadable) {
+    tools::say("check", fmt::format("can't check {}: {}", checked.file, checked.reason));
+    return false;
+  }
+  tools::say("check", fmt::format("can't compare {}, because the module refuses it; see why with: "
+                                  "gatewayctl check {}",
+                                  checked.file, file));
+  return false;
+}
+
+int runComparison(const Options& options) {
+  const standin::Host host({.keepRecords = false});
+  const std::string& file = options.files.front();
+  const Checked before = checkFile(*options.compared, options);
+  const Checked after = checkFile(file, options);
+  const bool isOldGood = isComparable(*options.compared, before);
+  if (!isComparable(file, after) || !isOldGood) return ExitCode::WrongUse;
+  const Comparison comparison =
+      compare({before.settings, before.slots}, {after.settings, after.slots});
+  const int code = comparison.affectsHost() ? ExitCode::Failed : ExitCode::Done;
+  if (options.format == Format::Json) {
+    nlohmann::json document = jsonOf(comparison);
+    document.update(
+        {{"version", 1}, {"exit_code", code}, {"old", before.file}, {"new", after.file}});
+    tools::writeOut(tools::jsonText(document, 2) + "\n");
+  } else {
+    tools::writeOut(textOf(comparison, before.file, after.file));
+  }
+  if (!tools::outputFailed()) return code;
+  tools::say("check", "can't write to standard output");
+  return ExitCode::WrongUse;
+}
+
 // ---- Command line -----------------------------------------------------------------------------
 
 std::string checkRule(const std::string& name) {
@@ -196,8 +237,14 @@ int obey(const Options& options) {
         "FILE is missing: name a configuration file, or - for standard input");
   } else if (!options.fix.empty() && !options.diff && namesInput(options)) {
     throw CLI::ValidationError("--fix can't write to standard input: add --diff, or name a file");
-  } else if (options.slots && options.format > Format::Json) {
-    throw CLI::ValidationError("--slots needs --format text or json");
+  } else if ((options.slots || options.compared) && options.format > Format::Json) {
+    throw CLI::ValidationError(
+        fmt::format("{} needs --format text or json", options.slots ? "--slots" : "--compare"));
+  } else if (options.compared) {
+    if (options.files.size() > 1 || (options.compared == "-" && namesInput(options))) {
+      throw CLI::ValidationError("--compare needs two files, the old one and the new one");
+    }
+    return runComparison(options);
   } else {
     return run(options);
   }
@@ -240,6 +287,15 @@ void addOptions(CLI::App& command, Options& options) {
   CLI::Option* const diff = command.add_flag(
       "--diff", options.diff, "Print the repairs as a unified diff, and change no file.");
   diff->excludes(format)->excludes(json)->excludes(command.get_option("--slots"));
+  command
+      .add_option("--compare", options.compared,
+                  "Say what changes for the host if FILE replaces this older configuration.")
+      ->type_name("FILE")
+      ->excludes(diff)
+      ->excludes(command.get_option("--fix"))
+      ->excludes(command.get_option("--slots"))
+      ->excludes(command.get_option("--strict"))
+      ->excludes(command.get_option("--allow"));
   command.add_flag("--list-rules", options.listRules, "Print all rules, and nothing else.");
   command
       .add_option("--explain", options.explained,

@@ -41,6 +41,13 @@ void append(std::vector<ConfiguredSlot>& slots, SlotSet set, const std::vector<E
 
 }  // namespace
 
+ConfiguredSettings settingsOf(const gateway::ConfigManager& config) {
+  return {.metersTarget = config.metersTarget,
+          .fastMeters = config.enableFastMeters,
+          .slowMeters = config.enableSlowMeters,
+          .engineTarget = config.engineTarget};
+}
+
 std::vector<ConfiguredSlot> slotsOf(const gateway::ConfigManager& config) {
   std::vector<ConfiguredSlot> slots;
   gateway::visitMeters(config, MeterEntryType::Fast, [&]<class T>(const MeterList<T>& list) {

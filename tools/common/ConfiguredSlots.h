@@ -1,5 +1,5 @@
-// The slots that a configuration produces, with what the host never learns: their keys, and whether
-// their names were generated.
+// The settings of a configuration and the slots that it produces, with what the host never learns:
+// their keys, and whether their names were generated.
 //
 // The module's own ConfigManager reads the configuration, so that a tool sees exactly what the
 // module sees. ConfigManager logs through the host's operations: a standin::Host must exist while
@@ -32,6 +32,17 @@ struct ConfiguredSlot {
 
   bool operator==(const ConfiguredSlot&) const = default;
 };
+
+struct ConfiguredSettings {
+  std::string metersTarget;
+  bool fastMeters = true;
+  bool slowMeters = true;
+  std::string engineTarget;
+
+  bool operator==(const ConfiguredSettings&) const = default;
+};
+
+ConfiguredSettings settingsOf(const gateway::ConfigManager& config);
 
 // All slots in the host's order: fast, slow, engine, and within each set string, int, uint, float.
 std::vector<ConfiguredSlot> slotsOf(const gateway::ConfigManager& config);

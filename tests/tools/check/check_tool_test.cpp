@@ -8,6 +8,7 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/support/FileText.h"
@@ -302,6 +303,75 @@ TEST_F(CheckTool, ShowsRepairsAsADiffAndChangesNothing) {
 TEST_F(CheckTool, RefusesToRepairStandardInput) {
   EXPECT_EQ(run({"--fix", "-"}, sound).code, 2);
   EXPECT_EQ(run({"--fix=all", good}).code, 2);
+}
+
+// ---- Comparing --------------------------------------------------------------------------------
+
+TEST_F(CheckTool, ComparesTwoFilesAsTheHostSeesThem) {
+  const std::string more =
+      files.write("more.conf", "[MetersFloat]\nMeter=Key=first\n" + std::string(sound).substr(14));
+  const Outcome inserted = run({"--compare", good, more});
+  EXPECT_EQ(inserted.code, 1) << inserted.errors;
+  EXPECT_EQ(inserted.output,
+            "renamed (1)\n"
+            "  fast float \"in\": name gateway_float_0 -> gateway_float_1, position 0 -> 1\n"
+            "new (1)\n"
+            "  fast float \"first\": name gateway_float_0, position 0\n" +
+                good + " -> " + more +
+                ": 1 renamed, 1 new, a host that uses the old slots has to be adapted\n");
+  const std::string appended =
+      files.write("appended.conf", std::string(sound) + "[MetersInt]\nMeter=Key=last\n");
+  EXPECT_EQ(run({"--compare", good, appended}).code, 0);
+  EXPECT_EQ(run({"--compare", "-", good}, sound).output,
+            "<stdin> -> " + good + ": no difference\n");
+}
+
+TEST_F(CheckTool, ComparesAsAJsonDocument) {
+  const Outcome outcome = run({"--json", "--compare", good, "-"},
+                              "[MetersFloat]\nMeter=Key=in\n[Meters]\nTarget=other:1\n");
+  EXPECT_EQ(outcome.code, 0);
+  const json slot = {
+      {"set", "fast"},     {"position", 0}, {"type", "float"}, {"name", "gateway_float_0"},
+      {"generated", true}, {"key", "in"},   {"default", -1.5}};
+  json changed = slot;
+  changed["default"] = 0.0;
+  EXPECT_EQ(
+      json::parse(outcome.output),
+      (json{
+          {"version", 1},
+          {"exit_code", 0},
+          {"old", good},
+          {"new", "<stdin>"},
+          {"affects_host", false},
+          {"settings",
+           {{{"setting", "[Meters] Target"}, {"before", "localhost:50005"}, {"after", "other:1"}}}},
+          {"slots", {{{"changes", {"other default"}}, {"before", slot}, {"after", changed}}}}}))
+      << outcome.output;
+}
+
+TEST_F(CheckTool, ComparesOnlyAcceptedFiles) {
+  for (const auto& [old, now] : {std::pair(bad, good), std::pair(good, bad)}) {
+    const Outcome refused = run({"--compare", old, now});
+    EXPECT_EQ(refused.code, 2);
+    EXPECT_EQ(refused.output, "");
+    EXPECT_EQ(refused.errors,
+              "gatewayctl check: can't compare " + bad +
+                  ", because the module refuses it; see why with: gatewayctl check " + bad + "\n");
+  }
+  const Outcome missing = run({"--compare", files.path("missing"), good});
+  EXPECT_EQ(missing.code, 2);
+  EXPECT_EQ(missing.errors, "gatewayctl check: can't check " + files.path("missing") +
+                                ": No such file or directory\n");
+}
+
+TEST_F(CheckTool, ExplainsWrongUseOfComparing) {
+  for (const auto& arguments :
+       std::vector<std::vector<std::string>>{{"--compare", good},
+                                             {"--compare", good, good, good},
+                                             {"--compare", "-", "-"},
+                                             {"--compare", good, good, "--fix"}}) {
+    EXPECT_EQ(run(arguments).code, 2);
+  }
 }
 
 TEST_F(CheckTool, FailsIfItCannotWriteItsReport) {
