@@ -1,8 +1,8 @@
 // Compares the slots and settings of two configurations, as the host sees them.
 //
-// A slot is the same in both if its entry is. What identifies an entry best is its list and its key;
-// then its key, and last its CustomKey. So a line that shifts the generated names below it renames
-// those slots. It doesn't remove any.
+// A slot is the same in both if its entry is. What identifies an entry best is its list and its
+// key; then its key, and last its CustomKey. So a line that shifts the generated names below it
+// renames those slots. It doesn't remove any.
 //
 // Any thread.
 #pragma once
