@@ -15,6 +15,7 @@
 #include "tools/demo/demo.h"
 #include "tools/discover/discover.h"
 #include "tools/host/host.h"
+#include "tools/lsp/lsp.h"
 #include "tools/manual/manual.h"
 #include "tools/sim/sim.h"
 #include "tools/top/top.h"
@@ -41,6 +42,7 @@ int main(int argc, char** argv) {
   addDemo(app, exitCode);
   addDiscover(app, exitCode);
   addHost(app, exitCode);
+  addLsp(app, exitCode);
   addSim(app, exitCode);
   addTop(app, exitCode);
   manual::addManual(app, exitCode);

@@ -87,7 +87,8 @@ const std::vector<Room> rooms = {
       module + "GatewaySlots", module + "gRPCGatewayClient"}},
     // The stand-in knows the module only as a file to load, through the boundary.
     {"src/standin/", {"src/host/"}},
-    // Sub-commands do not know each other, except for `top`; what they share is below them.
+    // Sub-commands do not know each other, except for `top` and `lsp`; what they share is below
+    // them.
     {"tools/common/",
      {"src/host/", "src/shquote/", "src/ini/", "src/sanitizers/", "src/standin/", "proto/",
       module + "ValueType", module + "ConfigManager", module + "GatewaySlots"}},
@@ -104,10 +105,12 @@ const std::vector<Room> rooms = {
     // Runs the module as `host` does, with another view of it.
     {"tools/top/",
      {"src/host/", "src/standin/", module + "ValueType", "tools/common/", "tools/host/"}},
+    // Judges as `check` does, with another view of it.
+    {"tools/lsp/", {"src/standin/", "tools/common/", "tools/check/"}},
     {"tools/demo/", {"src/standin/", "tools/common/"}},
     {"tools/manual/", {"tools/common/"}},
     {"tools/gatewayctl",
-     {"tools/sim/", "tools/host/", "tools/check/", "tools/discover/", "tools/demo/",
+     {"tools/sim/", "tools/host/", "tools/check/", "tools/discover/", "tools/demo/", "tools/lsp/",
       "tools/manual/", "tools/top/", "tools/common/"}},
     // Benchmarks must not depend on tools or tests.
     {"bench/",

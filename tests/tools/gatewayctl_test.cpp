@@ -22,7 +22,8 @@ TEST(Gatewayctl, PrintsItsVersion) {
 TEST(Gatewayctl, ListsItsSubcommandsInTheHelp) {
   ToolProcess tool({"--help"});
   EXPECT_EQ(tool.waitExit(), 0);
-  for (const char* name : {"check", "demo", "discover", "host", "sim", "top", "completion"}) {
+  for (const char* name :
+       {"check", "demo", "discover", "host", "lsp", "sim", "top", "completion"}) {
     EXPECT_TRUE(tool.hasLine(std::string("  ") + name + " ")) << name;
   }
   EXPECT_FALSE(tool.hasLine("  manual ")) << "which is for the build alone";
@@ -31,7 +32,8 @@ TEST(Gatewayctl, ListsItsSubcommandsInTheHelp) {
 TEST(Gatewayctl, ReportsWrongUseWithASuggestion) {
   const std::string help = "Run \"gatewayctl --help\" for its manual.\n";
   for (const auto& [arguments, error] : std::vector<std::pair<Arguments, std::string>>{
-           {{}, "a sub-command is missing: check, demo, discover, host, sim, top, completion\n"},
+           {{},
+            "a sub-command is missing: check, demo, discover, host, lsp, sim, top, completion\n"},
            {{"--bad"}, "unknown option \"--bad\"\n"},
            {{"dance"}, "unknown sub-command \"dance\"\n"},
            {{"hots", "gateway.conf"}, "unknown sub-command \"hots\", did you mean \"host\"?\n"}}) {
@@ -64,7 +66,7 @@ TEST(Gatewayctl, FailsWhenItsOutputIsLost) {
 // Each manual has all its parts, and no placeholder of its source is left.
 TEST(Gatewayctl, PrintsAManualOfEachSubcommand) {
   for (const char* name :
-       {"check", "demo", "discover", "host", "sim", "top", "completion", "manual"}) {
+       {"check", "demo", "discover", "host", "lsp", "sim", "top", "completion", "manual"}) {
     ToolProcess tool({name, "--help"});
     EXPECT_EQ(tool.waitExit(), 0) << tool.errors();
     EXPECT_TRUE(tool.hasLine("  -h, --help ")) << name;
@@ -91,7 +93,8 @@ std::size_t widthOf(const std::vector<std::string>& lines) {
 }
 
 TEST(Gatewayctl, WrapsItsHelpToTheTerminal) {
-  for (const char* name : {"check", "demo", "discover", "host", "sim", "top", "completion"}) {
+  for (const char* name :
+       {"check", "demo", "discover", "host", "lsp", "sim", "top", "completion"}) {
     ToolProcess usual({"-c", std::string("unset COLUMNS; ") + GATEWAYCTL_PATH + " --help"},
                       "/bin/sh");
     EXPECT_EQ(usual.waitExit(), 0);

@@ -13,11 +13,6 @@
 namespace check {
 namespace {
 
-bool isSameFile(const std::string& a, const std::string& b) {
-  std::error_code error;
-  return a == b || std::filesystem::equivalent(a, b, error);
-}
-
 // The dedicated file that the module would read at the current line of the walk, or an empty text.
 std::string namedFile(const Walk& walk) {
   const Line& line = walk.line();
@@ -47,6 +42,11 @@ struct Copied {
 };
 
 }  // namespace
+
+bool isSameFile(const std::string& a, const std::string& b) {
+  std::error_code error;
+  return a == b || std::filesystem::equivalent(a, b, error);
+}
 
 void Overlay::set(const std::string& path, const std::string& text) {
   auto file = std::make_shared<const standin::MemoryFile>(text);

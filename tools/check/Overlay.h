@@ -1,5 +1,5 @@
-// Texts that stand in for those of files, such as what an editor has not saved yet. Whatever reads a
-// configuration with an overlay reads these texts in place of the files.
+// Texts that stand in for those of files, such as what an editor has not saved yet. Whatever reads
+// a configuration with an overlay reads these texts in place of the files.
 //
 // Threads: any; an overlay that is being changed, one at a time. Ownership: copies share the texts.
 #pragma once
@@ -14,6 +14,9 @@
 
 namespace check {
 
+// Whether both are names of one file, such as a link and its target.
+bool isSameFile(const std::string& a, const std::string& b);
+
 class Overlay {
  public:
   // From now on the file has this text, whether or not it exists. Throws std::system_error if
@@ -22,8 +25,8 @@ class Overlay {
 
   bool empty() const { return texts_.empty(); }
 
-  // The path of the text that stands in for a file, or the same path. Another name of the file, such
-  // as a link, leads to the same text.
+  // The path of the text that stands in for a file, or the same path. Another name of the file,
+  // such as a link, leads to the same text.
   std::string placeOf(const std::string& path) const;
 
  private:
@@ -36,9 +39,9 @@ class Overlay {
 
 struct WalkLimits;
 
-// A configuration for a reader that opens files itself, as the module does: a copy in which the File
-// lines name the texts of the overlay. The reader makes the same of it as it would of files with
-// these texts.
+// A configuration for a reader that opens files itself, as the module does: a copy in which the
+// File lines name the texts of the overlay. The reader makes the same of it as it would of files
+// with these texts.
 class OverlaidCopy {
  public:
   // The configuration must be finite (Judge.h). Throws std::system_error as Overlay::set, and
