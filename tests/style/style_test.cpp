@@ -92,6 +92,7 @@ const std::vector<Room> rooms = {
     {"tools/common/",
      {"src/host/", "src/shquote/", "src/ini/", "src/sanitizers/", "src/standin/", "proto/",
       module + "ValueType", module + "ConfigManager", module + "GatewaySlots"}},
+    {"tools/recording/", {"tools/common/"}},
     {"tools/sim/",
      {"proto/", "src/sanitizers/", "src/standin/", module + "ConfigManager", module + "ValueType",
       "tools/common/"}},
