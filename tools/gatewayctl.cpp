@@ -17,6 +17,7 @@
 #include "tools/host/host.h"
 #include "tools/lsp/lsp.h"
 #include "tools/manual/manual.h"
+#include "tools/record/record.h"
 #include "tools/sim/sim.h"
 #include "tools/top/top.h"
 
@@ -43,6 +44,7 @@ int main(int argc, char** argv) {
   addDiscover(app, exitCode);
   addHost(app, exitCode);
   addLsp(app, exitCode);
+  addRecord(app, exitCode);
   addSim(app, exitCode);
   addTop(app, exitCode);
   manual::addManual(app, exitCode);

@@ -20,7 +20,7 @@ from checklist import check, end
 from help_text import help_of, subcommands
 
 GATEWAYCTL, SOURCE = (pathlib.Path(path).resolve() for path in sys.argv[1:3])
-COMMAND = re.compile(r"(?:build/)?gatewayctl (?:check|demo|discover|host|sim|top)\b.*")
+COMMAND = re.compile(r"(?:build/)?gatewayctl (?:check|demo|discover|host|record|sim|top)\b.*")
 # Generous: on a busy machine, a stop may wait for a stream that waits for its next attempt.
 LONGEST_RUN = 120
 
@@ -41,6 +41,7 @@ def shortened(command, meters):
     command = re.sub(r"--cycles \d+", "--cycles 2", command)
     command = command.replace("/etc/sonalith/", "etc/").replace("127.0.0.1:50005", meters)
     options = {"host": ["--no-page"], "demo": ["--no-page"], "discover": [], "check": [],
+               "record": [],
                "sim": ["--meters 127.0.0.1:0", "--engine 127.0.0.1:0"],
                # There is no terminal here.
                "top": [] if "--batch" in command else ["--batch", "-n 1"]}[subcommand]

@@ -92,7 +92,7 @@ const std::vector<Room> rooms = {
     {"tools/common/",
      {"src/host/", "src/shquote/", "src/ini/", "src/sanitizers/", "src/standin/", "proto/",
       module + "ValueType", module + "ConfigManager", module + "GatewaySlots"}},
-    {"tools/recording/", {"tools/common/"}},
+    {"tools/recording/", {"src/standin/", "tools/common/"}},
     {"tools/sim/",
      {"proto/", "src/sanitizers/", "src/standin/", module + "ConfigManager", module + "ValueType",
       "tools/common/"}},
@@ -103,6 +103,7 @@ const std::vector<Room> rooms = {
      {"src/host/", "src/shquote/", "src/standin/", module + "ConfigManager", module + "ValueType",
       "tools/common/"}},
     {"tools/discover/", {"src/host/", "src/standin/", module + "ValueType", "tools/common/"}},
+    {"tools/record/", {"tools/common/", "tools/recording/"}},
     // Runs the module as `host` does, with another view of it.
     {"tools/top/",
      {"src/host/", "src/standin/", module + "ValueType", "tools/common/", "tools/host/"}},
@@ -112,7 +113,7 @@ const std::vector<Room> rooms = {
     {"tools/manual/", {"tools/common/"}},
     {"tools/gatewayctl",
      {"tools/sim/", "tools/host/", "tools/check/", "tools/discover/", "tools/demo/", "tools/lsp/",
-      "tools/manual/", "tools/top/", "tools/common/"}},
+      "tools/manual/", "tools/record/", "tools/top/", "tools/common/"}},
     // Benchmarks must not depend on tools or tests.
     {"bench/",
      {"src/host/", "proto/", "src/standin/", module + "ConfigManager", module + "GatewaySlots",

@@ -13,6 +13,7 @@ inline std::string bytesOf(const grpc::ByteBuffer& buffer) {
   std::vector<grpc::Slice> slices;
   std::string bytes;
   if (!buffer.Dump(&slices).ok()) return bytes;
+  bytes.reserve(buffer.Length());
   for (const auto& slice : slices) {
     bytes.append(reinterpret_cast<const char*>(slice.begin()), slice.size());
   }

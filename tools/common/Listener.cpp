@@ -1,9 +1,6 @@
 #include "tools/common/Listener.h"
 
-#include <grpcpp/create_channel.h>
 #include <grpcpp/generic/generic_stub.h>
-#include <grpcpp/resource_quota.h>
-#include <grpcpp/security/credentials.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -13,73 +10,13 @@
 #include <system_error>
 #include <utility>
 
-#include "common.pb.h"
-#include "sanitizers/ReactionOrder.h"
 #include "tools/common/ByteBuffer.h"
+#include "tools/common/MeterStream.h"
 
 namespace tools {
 namespace {
 
 using standin::SlotSet;
-
-constexpr char fastMethod[] = "/sonalith.grpc.Meters/GetMetersFast";
-constexpr char slowMethod[] = "/sonalith.grpc.Meters/GetMetersSlow";
-
-std::shared_ptr<grpc::Channel> connect(const std::string& target) {
-  grpc::ChannelArguments arguments;
-  arguments.SetMaxReceiveMessageSize(receivedMessageLimit);
-  grpc::ResourceQuota quota;
-  quota.Resize(receiveLimit);
-  arguments.SetResourceQuota(quota);
-  return grpc::CreateCustomChannel(target, grpc::InsecureChannelCredentials(), arguments);
-}
-
-// Receives the events of both streams.
-class StreamListener {
- public:
-  virtual ~StreamListener() = default;
-  virtual void took(SlotSet rate, const std::string& message) = 0;
-  // The stream's last event.
-  virtual void ended(SlotSet rate, const grpc::Status& status) = 0;
-};
-
-class Stream final : public grpc::ClientBidiReactor<grpc::ByteBuffer, grpc::ByteBuffer> {
- public:
-  Stream(SlotSet rate, StreamListener& listener) : rate_(rate), listener_(listener) {}
-
-  void begin(grpc::GenericStub& stub) {
-    const ReactionOrder order(this);
-    stub.PrepareBidiStreamingCall(&context_, rate_ == SlotSet::Fast ? fastMethod : slowMethod, {},
-                                  this);
-    const grpc::Slice request(sonalith::common::Empty().SerializeAsString());
-    request_ = grpc::ByteBuffer(&request, 1);
-    StartWriteLast(&request_, {});
-    StartRead(&message_);
-    StartCall();
-  }
-
-  void cancel() { context_.TryCancel(); }
-
-  void OnReadDone(bool ok) override {
-    const ReactionOrder order(this);
-    if (!ok) return;
-    listener_.took(rate_, bytesOf(message_));
-    message_.Clear();
-    StartRead(&message_);
-  }
-
-  void OnDone(const grpc::Status& status) override {
-    const ReactionOrder order(this);
-    listener_.ended(rate_, status);
-  }
-
- private:
-  const SlotSet rate_;
-  StreamListener& listener_;
-  grpc::ClientContext context_;
-  grpc::ByteBuffer request_;
-  grpc::ByteBuffer message_;
-};
 
 int makeEventDescriptor() {
   const int descriptor = eventfd(0, EFD_CLOEXEC);
@@ -89,9 +26,11 @@ int makeEventDescriptor() {
 
 }  // namespace
 
-struct Listener::State final : StreamListener {
+struct Listener::State final : MeterStreamListener {
   State(const std::string& target, Sightings sightings)
-      : channel(connect(target)), stub(channel), heard{.sightings = std::move(sightings)} {
+      : channel(connectToMeters(target, receivedMessageLimit)),
+        stub(channel),
+        heard{.sightings = std::move(sightings)} {
     fast.begin(stub);
     slow.begin(stub);
   }
@@ -100,10 +39,12 @@ struct Listener::State final : StreamListener {
 
   bool isConnected() const { return channel->GetState(false) == GRPC_CHANNEL_READY; }
 
-  void took(SlotSet rate, const std::string& message) override {
+  void opened(SlotSet) override {}
+
+  void took(SlotSet rate, const grpc::ByteBuffer& message) override {
     const std::lock_guard lock(mutex);
     if (finishing) return;
-    heard.sightings.take(rate, message);
+    heard.sightings.take(rate, bytesOf(message));
     if (heard.sightings.hasSeenExpected()) eventfd_write(overEvent, 1);
   }
 
@@ -138,8 +79,8 @@ struct Listener::State final : StreamListener {
   int open = 2;
   bool finishing = false;
 
-  Stream fast{SlotSet::Fast, *this};
-  Stream slow{SlotSet::Slow, *this};
+  MeterStream fast{SlotSet::Fast, *this};
+  MeterStream slow{SlotSet::Slow, *this};
 };
 
 Listener::Listener(const std::string& target, Sightings sightings)

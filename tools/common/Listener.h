@@ -16,6 +16,7 @@
 #include <string>
 
 #include "standin/LoadedModule.h"
+#include "tools/common/MeterStream.h"
 #include "tools/common/Sightings.h"
 
 namespace tools {
@@ -23,8 +24,6 @@ namespace tools {
 // Longer than the module accepts, so that a message of up to this size can be reported without
 // ending the stream.
 inline constexpr int receivedMessageLimit = 8 << 20;
-// gRPC checks the length of a message only once it has arrived, so the length alone bounds nothing.
-inline constexpr std::size_t receiveLimit = std::size_t{64} << 20;
 
 // How a stream ended while the Listener listened.
 struct StreamEnd {
