@@ -27,6 +27,7 @@
 #include "tools/check/Repairs.h"
 #include "tools/check/Report.h"
 #include "tools/common/ExitCode.h"
+#include "tools/common/Json.h"
 #include "tools/common/ManualText.h"
 #include "tools/common/Output.h"
 #include "tools/common/Suggestion.h"
