@@ -74,8 +74,9 @@ using MaybeFinding = std::optional<Finding>;
 // A file that is being read.
 struct SourceFile {
   std::string name;
-  std::string readAt = {};  // FILE:LINE of its File line; empty for the main file
-  std::string head = {};    // the first bytes
+  std::string readAt = {};   // FILE:LINE of its File line; empty for the main file
+  std::string head = {};     // the first bytes
+  bool isReadAgain = false;  // an earlier File line named it, too
 
   bool isDedicated() const { return !readAt.empty(); }
 };

@@ -1,10 +1,25 @@
 #include "tools/check/Findings.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
+#include <functional>
 #include <tuple>
 #include <utility>
 
 namespace check {
+
+// Whether an earlier reading of the same file gave this finding. A file that is included twice has
+// each of its mistakes only once.
+bool Findings::isRepeated(const SourceLine& line, const Finding& finding) {
+  constexpr std::size_t most = 1000000;
+  if (!line.file->isDedicated() || found_.size() >= most) return false;
+  const std::string identity =
+      fmt::format("{} {} {} {} {}", finding.rule.index(), line.number,
+                  line.offset + finding.place.begin, line.file->name, finding.text);
+  const bool isNew = found_.insert(std::hash<std::string>()(identity)).second;
+  return !isNew && line.file->isReadAgain;
+}
 
 // Counts a finding. Returns whether it is to be kept.
 bool Findings::isKept(Rule rule, Severity severity) {
@@ -72,6 +87,7 @@ void Findings::add(const SourceLine& line, Finding finding) {
   const Severity severity = severityOf(finding.rule.text().weight, file.isDedicated());
   const Rule rule = finding.rule;
   const Span place = finding.place;
+  if (isRepeated(line, finding)) return;
   if (isCovered({finding, file, line.number, line.order, severity}) || !isKept(rule, severity)) {
     return;
   }

@@ -1,6 +1,7 @@
 // The diagnostics of a check, in the order in which the module reads the lines.
 //
-// Memory: keeps the first `kept` diagnostics of each rule, and only counts the others.
+// Memory: keeps the first `kept` diagnostics of each rule, and only counts the others. Of dedicated
+// files it also keeps a hash of each of the first million findings.
 // Threads: one at a time.
 #pragma once
 
@@ -11,6 +12,7 @@
 #include <set>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -90,6 +92,7 @@ class Findings {
   };
 
   static std::size_t index(Severity severity) { return static_cast<std::size_t>(severity); }
+  bool isRepeated(const SourceLine& line, const Finding& finding);
   bool isKept(Rule rule, Severity severity);
   // A finding and its place, before they become a diagnostic or a note.
   struct Placed {
@@ -109,7 +112,8 @@ class Findings {
   std::array<std::size_t, 3> counts_{};
   std::array<std::size_t, allRules.size()> ruleCounts_{};
   std::vector<Diagnostic> diagnostics_;
-  std::unordered_map<std::uint64_t, Cover> lines_;            // by the order of the line
+  std::unordered_set<std::size_t> found_;           // hashes of the findings in dedicated files
+  std::unordered_map<std::uint64_t, Cover> lines_;  // by the order of the line
   std::unordered_map<const SourceFile*, std::size_t> files_;  // the diagnostics that cover a file
 };
 

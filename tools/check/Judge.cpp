@@ -44,6 +44,8 @@ class Judge {
   void judgeLine(const LineFacts& facts);
   bool isNew(std::size_t rule, Repeats repeats);
   void takeHeader();
+  void takeOpenHeader();
+  void begin(Header header);
   void closeHeader();
   void noteUse(std::string_view key);
   bool isRead();
@@ -127,6 +129,7 @@ void Judge::takeLine() {
   if (isPair) noteUse(facts.key());
   if (state().header) facts.section = &state().header->judgedAs();
   judgeLine(facts);
+  if (line.kind == LineKind::BadHeader) takeOpenHeader();
   if (line.kind == LineKind::Pair) state().pendingLine = line.number;
   if (isPair) takePair(facts);
 }
@@ -162,6 +165,21 @@ void Judge::takeHeader() {
   judgeLine({.line = walk_.line(), .file = walk_.file()});
   Header header = headerIn(walk_.line(), walk_.scanner().section(), here());
   for (const HeaderRule rule : openingRules()) addHere(rule(header));
+  begin(std::move(header));
+}
+
+// A header without its "]" begins no section. The module refuses the main file for it, so the lines
+// below are judged as they were meant, and one round finds all mistakes. Of a dedicated file, the
+// module reads them as lines of the section above.
+void Judge::takeOpenHeader() {
+  if (walk_.file().isDedicated()) return;
+  std::optional<Header> header = openHeaderIn(walk_.line(), here());
+  if (!header) return;
+  closeHeader();
+  begin(*std::move(header));
+}
+
+void Judge::begin(Header header) {
   state().section = std::make_shared<const std::string>(header.fullName());
   state().header = std::move(header);
 }

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -79,6 +80,20 @@ Checked checkText(const std::string& text, Request request) {
 
 // ---- Files ------------------------------------------------------------------------------------
 
+constexpr std::size_t largestAttribute = 65536;  // a limit of the kernel, as for the list of names
+
+// The names of the extended attributes, including an access control list.
+std::vector<std::string> attributesOf(const std::string& path) {
+  std::string names(largestAttribute, '\0');
+  const ssize_t size = listxattr(path.c_str(), names.data(), names.size());
+  std::vector<std::string> found;
+  for (std::size_t at = 0; size > 0 && at < static_cast<std::size_t>(size);) {
+    found.emplace_back(names.c_str() + at);
+    at += found.back().size() + 1;
+  }
+  return found;
+}
+
 // A new file beside another, which is removed unless it takes the other's place.
 class FileBeside {
  public:
@@ -93,17 +108,29 @@ class FileBeside {
   FileBeside(const FileBeside&) = delete;
   FileBeside& operator=(const FileBeside&) = delete;
 
-  void write(std::string_view text, const struct stat& like) {
-    writeAll(descriptor_, text);
+  void write(std::string_view text) { writeAll(descriptor_, text); }
+
+  // Takes over the rights and attributes of a file, as far as permitted.
+  void imitate(const std::string& path, const struct stat& like) {
     // The owner first, since a change of the owner can clear bits of the mode.
     constexpr auto sameOwner = static_cast<uid_t>(-1);
     const bool isOwned = fchown(descriptor_, like.st_uid, like.st_gid) == 0;
     const bool isInGroup = isOwned || fchown(descriptor_, sameOwner, like.st_gid) == 0;
     // What the group was allowed is not for another group.
-    const mode_t kept = isOwned ? 07777 : isInGroup ? 0777 : 0707;
+    mode_t kept = isOwned ? 07777 : isInGroup ? 0777 : 0707;
+    // The folder may have given the new file an access list, with rights that the old one lacks.
+    fremovexattr(descriptor_, accessList);
+    for (const std::string& name : attributesOf(path)) {
+      if (name != accessList) copyAttribute(path, name.c_str());
+    }
+    // The mode's bits for the group say what the whole list allows, not only the group.
+    const bool hasList = getxattr(path.c_str(), accessList, nullptr, 0) > 0;
+    if (hasList && !(isInGroup && copyAttribute(path, accessList)))
+      kept &= ~static_cast<mode_t>(070);
     require(fchmod(descriptor_, like.st_mode & kept) == 0);
-    require(fsync(descriptor_) == 0);
   }
+
+  void sync() { require(fsync(descriptor_) == 0); }
 
   void replace(const std::string& path) {
     require(rename(path_.c_str(), path.c_str()) == 0);
@@ -111,8 +138,17 @@ class FileBeside {
   }
 
  private:
+  static constexpr const char* accessList = "system.posix_acl_access";
+
   static void require(bool good) {
     if (!good) throw std::runtime_error(std::strerror(errno));
+  }
+
+  bool copyAttribute(const std::string& path, const char* name) {
+    std::string value(largestAttribute, '\0');
+    const ssize_t size = getxattr(path.c_str(), name, value.data(), value.size());
+    return size >= 0 &&
+           fsetxattr(descriptor_, name, value.data(), static_cast<std::size_t>(size), 0) == 0;
   }
 
   std::string path_;
@@ -203,7 +239,9 @@ void replaceFile(const std::string& path, std::string_view before, std::string_v
     throw std::runtime_error("it has another name (a hard link), which would keep the old text");
   }
   FileBeside file(target);
-  file.write(after, status);
+  file.write(after);
+  file.imitate(target, status);
+  file.sync();
   if (readText(target) != before) throw std::runtime_error("somebody has changed it meanwhile");
   file.replace(target);
 }

@@ -93,7 +93,10 @@ void Scanner::takeHeader() {
   const Span searched = beforeComment(line_.text, line_.body);
   const std::size_t close = searched.of(line_.text).find(']');
   line_.kind = close == std::string_view::npos ? LineKind::BadHeader : LineKind::Header;
-  if (line_.kind == LineKind::BadHeader) return;
+  if (line_.kind == LineKind::BadHeader) {
+    line_.name = trim(line_.text, {searched.begin + 1, searched.size - 1});
+    return;
+  }
   line_.name = {line_.body.begin + 1, close - 1};
   const std::size_t after = line_.body.begin + close + 1;
   line_.rest = trim(line_.text, {after, line_.body.end() - after});

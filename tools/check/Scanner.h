@@ -33,7 +33,7 @@ enum class LineKind {
   Continuation,  // the value is the whole trimmed text
   Header,        // the name is the text in the brackets, not yet cut
   Pair,
-  BadHeader,  // no "]" before an inline comment
+  BadHeader,  // no "]" before an inline comment; the name is the text up to there
   BadPair,    // no separator
 };
 

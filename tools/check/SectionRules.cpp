@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 #include <vector>
 
 #include "tools/check/Text.h"
@@ -258,6 +259,12 @@ Header headerIn(const Line& line, std::string_view cutName, SourceLine kept) {
   header.condition = header.cutName.substr(conditionPrefix.size());
   header.conditionHolds = !header.condition.empty() && exists(header.condition);
   return header;
+}
+
+std::optional<Header> openHeaderIn(const Line& line, SourceLine kept) {
+  const std::string_view cutName = line.name.of(line.text).substr(0, Scanner::keptName);
+  if (sectionOf(cutName).kind == SectionKind::Unknown && meantName(cutName).empty()) return {};
+  return headerIn(line, cutName, std::move(kept));
 }
 
 std::span<const HeaderRule> openingRules() {

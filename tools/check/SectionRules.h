@@ -2,6 +2,7 @@
 // thread.
 #pragma once
 
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -36,6 +37,9 @@ struct Header {
 
 // Reads the header in the line, and whether its condition holds.
 Header headerIn(const Line& line, std::string_view cutName, SourceLine kept);
+
+// The header that was probably meant by a line without its "]"; nothing if that can't be known.
+std::optional<Header> openHeaderIn(const Line& line, SourceLine kept);
 
 // Records the first pair of the section: the number and the key of its line.
 void noteFirstPair(Header& header, std::size_t number, std::string_view key);

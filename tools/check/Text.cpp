@@ -133,6 +133,19 @@ std::string visible(std::string_view text) {
   return shown;
 }
 
+std::string visibleLines(std::string_view text) {
+  std::string shown;
+  while (!text.empty()) {
+    const std::size_t size = std::min(text.find_first_of("\t\n"), text.size());
+    const bool isCrlf = size > 0 && text.substr(size - 1, 2) == "\r\n";
+    const std::size_t end = isCrlf ? size - 1 : size;
+    shown += visible(text.substr(0, end));
+    shown += text.substr(end, size + 1 - end);
+    text.remove_prefix(std::min(size + 1, text.size()));
+  }
+  return shown;
+}
+
 std::string inQuotes(std::string_view text) {
   constexpr std::size_t longest = 72;
   constexpr std::size_t kept = 32;

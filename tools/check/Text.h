@@ -32,6 +32,9 @@ std::size_t characterSize(std::string_view text);
 // control a terminal.
 std::string visible(std::string_view text);
 
+// The same for a text of several lines: keeps their ends, also CRLF, and tabs.
+std::string visibleLines(std::string_view text);
+
 // Calls `use` with each valid character and each invalid byte, and with whether it is valid.
 template <class Use>
 void eachCharacter(std::string_view text, Use use) {

@@ -138,8 +138,11 @@ Walk::Entered Walk::enter(const std::string& path) {
     return {Entering::TooMany,
             fmt::format("{} so far, {} deep, {} bytes", included_, frames_.size(), includedBytes_)};
   }
-  push(std::move(opened),
-       {.name = path, .readAt = fmt::format("{}:{}", file().name, line().number)});
+  const bool isReadAgain = std::any_of(files_.begin(), files_.end(),
+                                       [&](const SourceFile& each) { return each.name == path; });
+  push(std::move(opened), {.name = path,
+                           .readAt = fmt::format("{}:{}", file().name, line().number),
+                           .isReadAgain = isReadAgain});
   return {Entering::Entered};
 }
 

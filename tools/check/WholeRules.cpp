@@ -243,7 +243,9 @@ void judgeEntries(const Configuration& configuration, const Report& report) {
           fmt::format("gateway_{}_{}", gateway::nameOf(line.section->type), listed.position));
     }
     const auto [first, isNew] = names[set].emplace(name, &line);
-    if (!isNew) repeatedSlotName(listed, first->first, *first->second, report);
+    // Of a line that is read again, duplicate-key is the finding.
+    if (isNew || isReadAgain(line.at, first->second->at)) continue;
+    repeatedSlotName(listed, first->first, *first->second, report);
   }
 }
 

@@ -26,6 +26,7 @@
 #include "tools/check/Formats.h"
 #include "tools/check/Repairs.h"
 #include "tools/check/Report.h"
+#include "tools/check/Text.h"
 #include "tools/common/ExitCode.h"
 #include "tools/common/Json.h"
 #include "tools/common/ManualText.h"
@@ -61,7 +62,8 @@ Checked checkOrRepair(const Request& request, const Options& options) {
   if (options.fix.empty() && !options.diff) return check(request);
   const Repaired repaired = repair(request, boldnessOf(options));
   if (options.diff) {
-    tools::writeOut(unifiedDiff(request.name, repaired.before, repaired.after));
+    const std::string diff = unifiedDiff(request.name, repaired.before, repaired.after);
+    tools::writeOut(isatty(STDOUT_FILENO) == 1 ? visibleLines(diff) : diff);
   } else if (repaired.after != repaired.before) {
     replaceFile(request.path, repaired.before, repaired.after);
   }

@@ -37,6 +37,8 @@ Option optionOf(const CLI::App& app, const CLI::Option& option) {
     made.takesFile = made.value == "FILE";
     made.defaultValue = option.get_default_str();
   }
+  // A flag with choices accepts one of them after "=".
+  if (option.get_items_expected_max() == 0) made.choices = valueOf(option.get_type_name()).second;
   if (made.isPositional()) made.value = option.get_name(true);
   made.description = option.get_description();
   made.excluded = excludedBy(app, option);

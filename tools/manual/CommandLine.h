@@ -15,7 +15,8 @@ struct Option {
   std::string value;                  // the name of its value, such as "N"; empty for a flag
   std::string description;            // sentences, the first of which is a summary
   std::string defaultValue;           // or empty
-  std::vector<std::string> choices;   // the only words it accepts; empty if there is no such list
+  // The only words that it accepts; empty if there is no such list. Those of a flag follow "=".
+  std::vector<std::string> choices;
   std::vector<std::string> excluded;  // names of the options that can't be given with it
   bool takesFile = false;
   bool hasOptionalValue = false;

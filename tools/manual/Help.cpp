@@ -15,7 +15,10 @@ namespace {
 
 std::string termOf(const Option& option) {
   std::string term = fmt::to_string(fmt::join(option.names, ", "));
-  if (!option.takesValue()) return term;
+  if (!option.takesValue()) {
+    return option.choices.empty() ? term
+                                  : fmt::format("{}[={}]", term, fmt::join(option.choices, "|"));
+  }
   if (!option.isPositional()) term += ' ';
   term += option.hasOptionalValue ? fmt::format("[{}]", option.value) : option.value;
   return option.takesSeveral ? term + "..." : term;

@@ -300,6 +300,37 @@ TEST_F(CheckTool, ShowsRepairsAsADiffAndChangesNothing) {
   EXPECT_EQ(textOf(path), text);
 }
 
+// What a pseudo-terminal shows of a command.
+std::string onTerminal(const std::string& command, const std::string& record) {
+  EXPECT_EQ(std::system(("script -qec '" + command + "' " + record + " > /dev/null").c_str()), 0);
+  return textOf(record);
+}
+
+TEST_F(CheckTool, ShowsADiffThatCannotControlTheTerminal) {
+  const std::string text =
+      std::string(sound) + "[MetersInt]\nMeter=key=a\x1b]0;title\x07\xC2\x9B\t\xFC\u00FC\r\n";
+  const std::string path = files.write("escape.conf", text);
+  const std::string command = std::string(GATEWAYCTL_PATH) + " check --diff " + path;
+  const std::string shown = onTerminal(command, files.path("record"));
+  EXPECT_NE(shown.find("-Meter=key=a\\x1b]0;title\\x07\\xc2\\x9b\t\\xfc\u00FC\r"),
+            std::string::npos)
+      << shown;
+  EXPECT_EQ(shown.find_first_of("\x1b\x07\xFC"), std::string::npos) << shown;
+  // In a pipe it is an exact patch.
+  const std::string patch = run({"--diff", path}).output;
+  EXPECT_NE(patch.find("-Meter=key=a\x1b]0;title\x07\xC2\x9B\t\xFC\u00FC\r\n"), std::string::npos);
+}
+
+TEST_F(CheckTool, ShowsNoControlCharactersOfAFile) {
+  const Outcome outcome = run({"-"}, "[MetersInt]\nMeter: Key=\x1b]0;title\x07\n");
+  EXPECT_NE(outcome.output.find("write Meter=Key=\\x1b]0;title\\x07 [early"), std::string::npos);
+  EXPECT_EQ(outcome.output.find_first_of("\x1b\x07"), std::string::npos) << outcome.output;
+}
+
+TEST_F(CheckTool, SaysInItsHelpWhichRepairsItMakes) {
+  EXPECT_NE(run({"--help"}).output.find("\n  --fix[=safe|unsafe] "), std::string::npos);
+}
+
 TEST_F(CheckTool, RefusesToRepairStandardInput) {
   EXPECT_EQ(run({"--fix", "-"}, sound).code, 2);
   EXPECT_EQ(run({"--fix=all", good}).code, 2);

@@ -2,11 +2,16 @@
 #include "tools/check/Repairs.h"
 
 #include <gtest/gtest.h>
+#include <linux/posix_acl.h>
+#include <linux/posix_acl_xattr.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
+#include <cstring>
 #include <filesystem>
 #include <string>
 
@@ -167,6 +172,79 @@ TEST(ReplaceFile, KeepsTheModeAndTheLink) {
   EXPECT_TRUE(std::filesystem::is_symlink(link));
   EXPECT_EQ(textOf(path), "after");
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path("")), {}), 2);
+}
+
+// An access control list that also gives a user rights, as the kernel stores it.
+std::string listWithUser(std::uint32_t user) {
+  constexpr std::uint32_t none = ACL_UNDEFINED_ID;
+  constexpr std::uint16_t readOnly = 4;
+  constexpr std::uint16_t readWrite = 6;
+  const posix_acl_xattr_header header{POSIX_ACL_XATTR_VERSION};
+  const std::array<posix_acl_xattr_entry, 5> entries = {{{ACL_USER_OBJ, readWrite, none},
+                                                         {ACL_USER, readWrite, user},
+                                                         {ACL_GROUP_OBJ, readOnly, none},
+                                                         {ACL_MASK, readWrite, none},
+                                                         {ACL_OTHER, 0, none}}};
+  std::string list(sizeof header + sizeof entries, '\0');
+  std::memcpy(list.data(), &header, sizeof header);
+  std::memcpy(list.data() + sizeof header, entries.data(), sizeof entries);
+  return list;
+}
+
+// Whether the filesystem could set the attribute.
+bool setAttribute(const std::string& path, const char* name, const std::string& value) {
+  return setxattr(path.c_str(), name, value.data(), value.size(), 0) == 0;
+}
+
+std::string attributeOf(const std::string& path, const char* name) {
+  std::string value(1000, '\0');
+  const ssize_t size = getxattr(path.c_str(), name, value.data(), value.size());
+  value.resize(static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+  return value;
+}
+
+mode_t modeOf(const std::string& path) {
+  struct stat status {};
+  stat(path.c_str(), &status);
+  return status.st_mode & 07777;
+}
+
+constexpr const char* accessList = "system.posix_acl_access";
+
+TEST(ReplaceFile, KeepsExtendedAttributes) {
+  const TemporaryFolder folder;
+  const std::string path = folder.write("file", "before");
+  if (!setAttribute(path, "user.origin", "studio 3")) GTEST_SKIP() << "not on this filesystem";
+  ASSERT_TRUE(setAttribute(path, "user.empty", ""));
+  check::replaceFile(path, "before", "after");
+  EXPECT_EQ(textOf(path), "after");
+  EXPECT_EQ(attributeOf(path, "user.origin"), "studio 3");
+  EXPECT_EQ(getxattr(path.c_str(), "user.empty", nullptr, 0), 0);
+}
+
+TEST(ReplaceFile, KeepsTheAccessControlList) {
+  const TemporaryFolder folder;
+  const std::string path = folder.write("file", "before");
+  if (!setAttribute(path, accessList, listWithUser(12345))) {
+    GTEST_SKIP() << "not on this filesystem";
+  }
+  check::replaceFile(path, "before", "after");
+  EXPECT_EQ(textOf(path), "after");
+  EXPECT_EQ(attributeOf(path, accessList), listWithUser(12345));
+  EXPECT_EQ(modeOf(path), 0660u);
+}
+
+// The folder's list would give a user rights to the new file.
+TEST(ReplaceFile, AddsNoRightsOfTheFolder) {
+  const TemporaryFolder folder;
+  const std::string path = folder.write("file", "before");
+  ASSERT_EQ(chmod(path.c_str(), 0640), 0);
+  if (!setAttribute(folder.path(""), "system.posix_acl_default", listWithUser(12345))) {
+    GTEST_SKIP() << "not on this filesystem";
+  }
+  check::replaceFile(path, "before", "after");
+  EXPECT_EQ(attributeOf(path, accessList), "");
+  EXPECT_EQ(modeOf(path), 0640u);
 }
 
 TEST(ReplaceFile, LeavesAFileAloneThatSomebodyHasChanged) {
