@@ -31,6 +31,8 @@ def options_of(gatewayctl, *subcommand):
     options = []
     for term in terms_of(help_of(gatewayctl, *subcommand), "OPTIONS"):
         names = tuple(re.findall(r"(?:^|, )(--?[\w-]+)", term))
-        value = term[len(", ".join(names)):].strip().removesuffix("...")
+        # A flag such as --fix[=safe|unsafe] takes no word after it.
+        flag = re.sub(r"\[=.*\]", "", term)
+        value = flag[len(", ".join(names)):].strip().removesuffix("...")
         options.append(Option(names, value))
     return options

@@ -34,9 +34,10 @@ Repaired repair(const Request& request, Boldness boldness);
 std::string unifiedDiff(const std::string& name, std::string_view before, std::string_view after);
 
 // Replaces the text of a file, or of the file that a symbolic link leads to. A reader sees either
-// the old or the new text, even after a crash. Keeps the mode and, as far as permitted, owner, group, access
-// control list and extended attributes; nobody gets rights that the old file did not give. Throws std::runtime_error, and then the file is unchanged:
-// also if it no longer holds the text `before`, or has a second name.
+// the old or the new text, even after a crash. Keeps the mode and, as far as permitted, owner,
+// group, access control list and extended attributes; nobody gets rights that the old file did not
+// give. Throws std::runtime_error, and then the file is unchanged: also if it no longer holds the
+// text `before`, or has a second name.
 void replaceFile(const std::string& path, std::string_view before, std::string_view after);
 
 }  // namespace check

@@ -11,10 +11,10 @@ namespace manual {
 
 // An option, or an argument without a name in front ("positional").
 struct Option {
-  std::vector<std::string> names;     // such as "-h" and "--help"; none for a positional
-  std::string value;                  // the name of its value, such as "N"; empty for a flag
-  std::string description;            // sentences, the first of which is a summary
-  std::string defaultValue;           // or empty
+  std::vector<std::string> names;  // such as "-h" and "--help"; none for a positional
+  std::string value;               // the name of its value, such as "N"; empty for a flag
+  std::string description;         // sentences, the first of which is a summary
+  std::string defaultValue;        // or empty
   // The only words that it accepts; empty if there is no such list. Those of a flag follow "=".
   std::vector<std::string> choices;
   std::vector<std::string> excluded;  // names of the options that can't be given with it
