@@ -2,7 +2,7 @@
 #
 #   module  the module, its manual pages (docs/man), a sample configuration
 #   tools   gatewayctl, its manual pages (docs/man) and its completions; the description of its HTTP
-#           interface; what its operators need (operations/)
+#           interface; what its operators need (operations/); what editors need
 #   dev     for authors: the boundary to the host with a CMake package and a pkg-config file, the
 #           schema files, examples
 #
@@ -34,6 +34,15 @@ if(GATEWAY_TOOLS)
           COMPONENT tools)
   install(FILES operations/alerts.yml operations/dashboard.json DESTINATION ${shared}/operations
           COMPONENT tools)
+  set(editors examples/editors)
+  install(FILES ${editors}/README.md ${editors}/emacs.el ${editors}/neovim.lua
+          DESTINATION ${shared}/${editors} COMPONENT tools)
+  foreach(file vim/ftdetect/grpc-gateway.vim vim/syntax/grpc-gateway.vim vscode/.vscodeignore
+               vscode/extension.js vscode/language-configuration.json vscode/package.json
+               vscode/syntaxes/grpc-gateway.tmLanguage.json)
+    cmake_path(GET file PARENT_PATH folder)
+    install(FILES ${editors}/${file} DESTINATION ${shared}/${editors}/${folder} COMPONENT tools)
+  endforeach()
   # The units share their hardening. systemd finds units here, below /usr and below /usr/local.
   file(READ operations/hardening.conf hardening)
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS operations/hardening.conf)

@@ -21,7 +21,6 @@ struct Client {
   bool takesLiteralActions = false;
   bool takesVersionedEdits = false;
   bool takesNestedSymbols = false;
-  bool takesSnippets = false;
   bool watchesFiles = false;
 };
 
@@ -43,7 +42,7 @@ std::map<std::string, Json> allDiagnostics(const Documents& documents, Checks& c
 // ---- Answers ----------------------------------------------------------------------------------
 
 Json hover(const Document& document, Checks& checks, const Client& client, const Json& params);
-Json completion(const Document& document, const Client& client, const Json& params);
+Json completion(const Document& document, const Json& params);
 Json codeActions(const Document& document, Checks& checks, const Client& client,
                  const Json& params);
 Json symbols(const Document& document, const Client& client);

@@ -30,7 +30,6 @@ Client clientIn(const Json& capabilities) {
           memberAt(capabilities, "/textDocument/codeAction/codeActionLiteralSupport").is_object(),
       .takesVersionedEdits = has("/workspace/workspaceEdit/documentChanges"),
       .takesNestedSymbols = has("/textDocument/documentSymbol/hierarchicalDocumentSymbolSupport"),
-      .takesSnippets = has("/textDocument/completion/completionItem/snippetSupport"),
       .watchesFiles = has("/workspace/didChangeWatchedFiles/dynamicRegistration"),
   };
 }
@@ -109,8 +108,20 @@ Json Server::resultFor(const Message& request) {
     wasShutDown_ = true;
     return nullptr;
   }
+  return featureOf(method, params);
+}
+
+Json Server::featureOf(const std::string& method, const Json& params) {
   if (method == "textDocument/codeAction") {
     return codeActions(documents_.of(params), checks_, client_, params);
+  }
+  if (method == "textDocument/hover") {
+    return hover(documents_.of(params), checks_, client_, params);
+  }
+  if (method == "textDocument/completion") return completion(documents_.of(params), params);
+  if (method == "textDocument/documentSymbol") return symbols(documents_.of(params), client_);
+  if (method == "textDocument/definition") {
+    return definition(documents_.of(params), documents_, params);
   }
   throw RpcError(ErrorCode::MethodNotFound, fmt::format("no method \"{}\"", method));
 }

@@ -51,6 +51,7 @@ class Server {
 
   void answer(const Message& request);
   Json resultFor(const Message& request);
+  Json featureOf(const std::string& method, const Json& params);
   void obey(const Message& notification);
   Json initialize(const Json& params);
   void registerWatch();

@@ -1,0 +1,9 @@
+;; For the init file of Emacs 29 or later, or of an older one with the package eglot.
+(define-derived-mode grpc-gateway-mode conf-mode "Gateway"
+  "Configurations of the grpc-gateway module."
+  (conf-mode-initialize ";"))
+(add-to-list 'auto-mode-alist
+             '("/\\(?:sonalith/.*\\|\\(?:grpc-\\)?gateway[^/]*\\)\\.conf\\'" . grpc-gateway-mode))
+(with-eval-after-load 'eglot
+  (add-to-list 'eglot-server-programs '(grpc-gateway-mode . ("gatewayctl" "lsp"))))
+(add-hook 'grpc-gateway-mode-hook #'eglot-ensure)
