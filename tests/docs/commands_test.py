@@ -10,6 +10,7 @@ instead of files in /etc, and serve no page.
 import os
 import pathlib
 import re
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -65,11 +66,12 @@ def run(shown, meters):
 def prepare():
     os.symlink(SOURCE / "examples", "examples")
     os.mkdir("etc")
-    # The sample of an installation, and the configuration that a user makes from it.
+    # The sample of an installation, and the configurations that a user makes from it: copies, since
+    # some commands write to them.
     for name in ("grpc-gateway.conf.example", "grpc-gateway.conf"):
-        os.symlink(SOURCE / "examples/grpc-gateway.conf", f"etc/{name}")
+        shutil.copy(SOURCE / "examples/grpc-gateway.conf", f"etc/{name}")
     for name in ("gateway.conf", "old.conf", "new.conf"):
-        os.symlink(SOURCE / "examples/grpc-gateway.conf", name)
+        shutil.copy(SOURCE / "examples/grpc-gateway.conf", name)
     os.environ["PATH"] = f"{GATEWAYCTL.parent}:{os.environ['PATH']}"
 
 
