@@ -40,13 +40,15 @@ def shortened(command, meters):
     """Returns a variant of the command that ends soon and disturbs nothing."""
     subcommand = command.split()[1]
     command = re.sub(r"--cycles \d+", "--cycles 2", command)
+    # The recording made at the beginning stays, since other commands read it.
+    command = command.replace("--output session.gwrec", "--output other.gwrec")
     command = command.replace("/etc/sonalith/", "etc/").replace("127.0.0.1:50005", meters)
     options = {"host": ["--no-page"], "demo": ["--no-page"], "discover": [], "check": [],
                "record": [],
                "sim": ["--meters 127.0.0.1:0", "--engine 127.0.0.1:0"],
                # There is no terminal here.
                "top": [] if "--batch" in command else ["--batch", "-n 1"]}[subcommand]
-    if subcommand not in ("check", "top"):
+    if subcommand not in ("check", "top") and "--show" not in command:
         command = re.sub(r"--for \d+", "", command)
         options = [*options, "--for 1"]
     # Before redirections and options that take several values.
@@ -97,6 +99,8 @@ with tempfile.TemporaryDirectory() as folder:
     prepare()
     server, address = simulator()
     try:
+        subprocess.run([GATEWAYCTL, "record", address, "--output", "session.gwrec", "--for", "1"],
+                       stderr=subprocess.DEVNULL, check=True)
         with ThreadPoolExecutor(4) as pool:
             for shown, good, outcome in pool.map(lambda each: run(each, address), found):
                 check(f"{found[shown]}: {outcome}", good)

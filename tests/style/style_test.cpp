@@ -103,7 +103,7 @@ const std::vector<Room> rooms = {
      {"src/host/", "src/shquote/", "src/standin/", module + "ConfigManager", module + "ValueType",
       "tools/common/"}},
     {"tools/discover/", {"src/host/", "src/standin/", module + "ValueType", "tools/common/"}},
-    {"tools/record/", {"tools/common/", "tools/recording/"}},
+    {"tools/record/", {"proto/", "src/standin/", "tools/common/", "tools/recording/"}},
     // Runs the module as `host` does, with another view of it.
     {"tools/top/",
      {"src/host/", "src/standin/", module + "ValueType", "tools/common/", "tools/host/"}},

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 #include <grpc/grpc.h>
 
-#include <algorithm>
 #include <csignal>
 #include <memory>
 #include <optional>
@@ -14,6 +13,7 @@
 #include "tools/common/ManualText.h"
 #include "tools/common/Output.h"
 #include "tools/common/Terminal.h"
+#include "tools/record/Show.h"
 #include "tools/recording/MeterRecorder.h"
 #include "tools/recording/Recorder.h"
 
@@ -28,6 +28,8 @@ struct Options {
   std::string target;
   std::string output;
   std::optional<double> seconds;
+  std::string shown;  // the file to show; empty to record
+  bool json = false;
 };
 
 void say(const std::string& text) {
@@ -90,26 +92,37 @@ int recordStreams(const Options& options) {
   return code == ExitCode::Done && !isGood ? ExitCode::Failed : code;
 }
 
+int run(const Options& options) {
+  if (!options.shown.empty()) return show(options.shown, options.json);
+  if (options.target.empty()) {
+    throw CLI::ValidationError("TARGET is missing: name a meter server, or use --show");
+  }
+  if (options.output.empty()) {
+    throw CLI::ValidationError("--output is missing: name the file to write");
+  }
+  return recordStreams(options);
+}
+
 }  // namespace
 }  // namespace record
 
 void addRecord(CLI::App& app, int& exitCode) {
-  auto* command = app.add_subcommand("record", "Record what a meter server sends");
+  auto* command =
+      app.add_subcommand("record", "Record what a meter server sends, and show recordings");
   const auto options = std::make_shared<record::Options>();
   command->footer(tools::manualOf(record::manual_txt));
-  command->add_option("TARGET", options->target, "The meter server, such as 127.0.0.1:50005.");
-  command
-      ->add_option("-o,--output", options->output,
-                   "The file to write; - is standard output. An existing file is replaced.")
-      ->type_name("FILE");
-  command->add_option("--for", options->seconds, "Stop after this time. The default is Ctrl-C.")
-      ->type_name("SECONDS")
-      ->check(tools::checkSeconds, "");
-  command->callback([options, &exitCode] {
-    if (options->target.empty()) throw CLI::ValidationError("TARGET is missing");
-    if (options->output.empty()) {
-      throw CLI::ValidationError("--output is missing: name the file to write");
-    }
-    exitCode = record::recordStreams(*options);
-  });
+  auto* target =
+      command->add_option("TARGET", options->target, "The meter server, such as 127.0.0.1:50005.");
+  auto* output = command->add_option("-o,--output", options->output,
+                                     "The file to write; - is standard output. An existing file "
+                                     "is replaced.");
+  output->type_name("FILE");
+  auto* seconds = command->add_option("--for", options->seconds,
+                                      "Stop after this time. The default is Ctrl-C.");
+  seconds->type_name("SECONDS")->check(tools::checkSeconds, "");
+  auto* show = command->add_option("--show", options->shown,
+                                   "Show a recording instead of making one; - is standard input.");
+  show->type_name("FILE")->excludes(target)->excludes(output)->excludes(seconds);
+  command->add_flag("--json", options->json, "With --show, print JSON lines.")->needs(show);
+  command->callback([options, &exitCode] { exitCode = record::run(*options); });
 }

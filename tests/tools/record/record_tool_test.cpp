@@ -166,7 +166,7 @@ TEST_F(Record, ReportsAClosedPipe) {
 
 TEST_F(Record, ExplainsWrongUse) {
   const std::vector<std::pair<std::vector<std::string>, std::string>> cases{
-      {{"record"}, "TARGET is missing"},
+      {{"record"}, "TARGET is missing: name a meter server, or use --show"},
       {{"record", "a:1"}, "--output is missing: name the file to write"},
   };
   for (const auto& [arguments, error] : cases) {
