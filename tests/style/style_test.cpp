@@ -95,7 +95,7 @@ const std::vector<Room> rooms = {
     {"tools/recording/", {"src/standin/", "tools/common/"}},
     {"tools/sim/",
      {"proto/", "src/sanitizers/", "src/standin/", module + "ConfigManager", module + "ValueType",
-      "tools/common/"}},
+      "tools/common/", "tools/recording/"}},
     {"tools/host/",
      {"src/host/", "src/standin/", module + "ConfigManager", module + "ValueType",
       "tools/common/"}},

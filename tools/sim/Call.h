@@ -8,6 +8,7 @@
 
 #include <grpcpp/support/status.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <memory>
@@ -62,10 +63,18 @@ class Call {
   // open.
   virtual bool stop() = 0;
 
-  // Ends the call with `code` after the queue has been written. A message that would be sent
+  // The bytes of the messages that are still to be written, not counting repetitions.
+  virtual std::size_t waitingBytes() const = 0;
+
+  // Ends the call with `status` after the queue has been written. A message that would be sent
   // forever is stopped. A unary call needs one message before it can end with OK. False if the call
   // is not open.
-  virtual bool end(grpc::StatusCode code) = 0;
+  virtual bool end(const grpc::Status& status) = 0;
+
+  // The same, with a text that says who ended it, unless the code is OK.
+  bool end(grpc::StatusCode code) {
+    return end(grpc::Status(code, code == grpc::StatusCode::OK ? "" : "ended by the simulator"));
+  }
 };
 
 // Receives the events of calls, on gRPC's threads. Several calls report at the same time, but the

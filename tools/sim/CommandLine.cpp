@@ -71,7 +71,13 @@ void addServing(CLI::App& sim, Settings& settings) {
       ->check(tools::checkSeconds, "");
 }
 
-std::vector<CLI::Option*> addSignals(CLI::App& sim, Settings& settings) {
+// The options that say what plays.
+struct PlayingOptions {
+  std::vector<CLI::Option*> all;
+  std::vector<CLI::Option*> ofSignals;  // without a meaning for a replay
+};
+
+PlayingOptions addSignals(CLI::App& sim, Settings& settings) {
   const auto rates = tools::numbersFrom(0.0, 10000.0);
   auto& playing = settings.playing;
   auto* keys = sim.add_option_function<std::vector<std::string>>(
@@ -97,7 +103,25 @@ std::vector<CLI::Option*> addSignals(CLI::App& sim, Settings& settings) {
   auto* heartbeat = sim.add_option("--heartbeat", settings.heartbeat,
                                    "Send an empty message on a stream that was quiet this long.");
   heartbeat->type_name("SECONDS")->check(tools::numbersFrom(0.001, 1e6), "");
-  return {keys, config, most, fast, slow, seed, heartbeat};
+  return {{keys, config, most, fast, slow, seed, heartbeat}, {most, fast, slow, heartbeat}};
+}
+
+CLI::Option* addReplay(CLI::App& sim, ReplaySettings& replay) {
+  auto* file = sim.add_option("--replay", replay.file,
+                              "Replay a recording of gatewayctl record instead of playing signals. "
+                              "See REPLAY.");
+  file->type_name("FILE");
+  auto* speed = sim.add_option("--speed", replay.speed,
+                               "Replay N times as fast as it was recorded, 0.001 to 1000.");
+  speed->type_name("N")->capture_default_str()->check(tools::numbersFrom(0.001, 1000.0), "");
+  auto* from = sim.add_option("--from", replay.from, "Skip this much of the recording.");
+  from->type_name("SECONDS")->capture_default_str()->check(tools::checkSeconds, "");
+  auto* to = sim.add_option("--to", replay.to,
+                            "End the replay at this time of the recording, not at its end.");
+  to->type_name("SECONDS")->check(tools::checkSeconds, "");
+  auto* loop = sim.add_flag("--loop", replay.loop, "Replay the recording again and again.");
+  for (auto* option : {speed, from, to, loop}) option->needs(file);
+  return file;
 }
 
 std::vector<CLI::Option*> addTrouble(CLI::App& sim, Settings& settings) {
@@ -119,7 +143,10 @@ std::vector<CLI::Option*> addTrouble(CLI::App& sim, Settings& settings) {
 
 void addOptions(CLI::App& sim, Settings& settings) {
   addServing(sim, settings);
-  auto playing = addSignals(sim, settings);
+  auto [playing, ofSignals] = addSignals(sim, settings);
+  auto* replay = addReplay(sim, settings.replay);
+  for (auto* option : ofSignals) replay->excludes(option);
+  playing.push_back(replay);
   for (auto* option : addTrouble(sim, settings)) playing.push_back(option);
   auto* commands = sim.add_flag("--commands", settings.commands,
                                 "Obey commands on standard input instead of playing, and "

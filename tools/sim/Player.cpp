@@ -40,6 +40,11 @@ void Player::setFeed(const Simulator& simulator, Method method, Feed feed) {
   }
 }
 
+bool Player::isFeeding(Method method) const {
+  const std::lock_guard lock(mutex_);
+  return feedOf(method) == Feed::Signals;
+}
+
 void Player::play(Call& call) const {
   const std::lock_guard lock(mutex_);
   if (feedOf(call.opening().method) == Feed::Signals && call.isIdle()) sendNow(call);

@@ -52,6 +52,9 @@ class Player final : public CallListener {
   // Changes what the streams of a method get from here on, open ones and later ones.
   void setFeed(const Simulator& simulator, Method method, Feed feed);
 
+  // Whether streams of the method get what they should: no fault that lasts replaces it.
+  bool isFeeding(Method method) const;
+
   // Sends the current signals to a stream that gets signals. Skips a stream that has not taken its
   // last messages yet: it would only get values that are out of date.
   void play(Call& call) const;

@@ -138,6 +138,12 @@ void Report::closed(const Opening& opening, bool cancelled) const {
                           {"end", end}}));
 }
 
+void Report::replay(ReplayEvent event) const {
+  const bool over = event == ReplayEvent::Over;
+  tools::writeOut(json_ ? lineOf({{"event", over ? "replay_over" : "replay_begun"}})
+                        : fmt::format("replay {}\n", over ? "over" : "begun"));
+}
+
 void Report::fault(FaultEvent event, double seconds, const Fault& fault, Subject subject) const {
   const bool over = event == FaultEvent::Over;
   const auto name = rowOf(fault.kind).name;

@@ -16,6 +16,9 @@ namespace sim {
 // What happens to a fault.
 enum class FaultEvent { Begun, Over };
 
+// What happens to a replay. With --loop, it begins again and again.
+enum class ReplayEvent { Begun, Over };
+
 class Report {
  public:
   explicit Report(bool json) : json_(json) {}
@@ -28,6 +31,9 @@ class Report {
   // A stream has opened or closed.
   void opened(const Opening& opening) const;
   void closed(const Opening& opening, bool cancelled) const;
+
+  // A replay begins, or it has reached its end.
+  void replay(ReplayEvent event) const;
 
   // `seconds`: the planned moment, since the start.
   void fault(FaultEvent event, double seconds, const Fault& fault, Subject subject) const;

@@ -97,6 +97,7 @@ bool ServedCall::send(std::string message, std::uint64_t times) {
   const std::lock_guard lock(mutex_);
   if (status_) return false;
   jobs_.push_back({grpc::ByteBuffer(&slice, 1), times});
+  waitingBytes_ += slice.size();
   advance();
   return true;
 }
@@ -108,10 +109,15 @@ bool ServedCall::stop() {
   return true;
 }
 
-bool ServedCall::end(grpc::StatusCode code) {
+std::size_t ServedCall::waitingBytes() const {
+  const std::lock_guard lock(mutex_);
+  return waitingBytes_;
+}
+
+bool ServedCall::end(const grpc::Status& status) {
   const std::lock_guard lock(mutex_);
   if (status_) return false;
-  status_ = grpc::Status(code, code == grpc::StatusCode::OK ? "" : "ended by the simulator");
+  status_ = status;
   for (auto& job : jobs_) {
     if (job.times == forever) job.times = job.written;
   }
@@ -188,6 +194,7 @@ std::vector<std::uint64_t> ServedCall::takeFinishedJobs() {
   std::vector<std::uint64_t> counts;
   while (!jobs_.empty() && jobs_.front().isDone()) {
     counts.push_back(jobs_.front().written);
+    waitingBytes_ -= jobs_.front().message.Length();
     jobs_.pop_front();
   }
   return counts;

@@ -85,7 +85,9 @@ class ServedCall final : public Call,
   bool isIdle() const override;
   bool send(std::string message, std::uint64_t times) override;
   bool stop() override;
-  bool end(grpc::StatusCode code) override;
+  std::size_t waitingBytes() const override;
+  using Call::end;
+  bool end(const grpc::Status& status) override;
 
   void OnReadDone(bool ok) override;
   void OnWriteDone(bool ok) override;
@@ -120,8 +122,9 @@ class ServedCall final : public Call,
   bool announced_ = false;
   std::shared_ptr<ServedCall> self_;
 
-  mutable std::mutex mutex_;  // protects all below
-  std::deque<Job> jobs_;      // the first is the one being written
+  mutable std::mutex mutex_;      // protects all below
+  std::deque<Job> jobs_;          // the first is the one being written
+  std::size_t waitingBytes_ = 0;  // of all jobs
   std::optional<grpc::Status> status_;
   bool busy_ = true;
   bool cancelled_ = false;

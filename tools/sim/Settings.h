@@ -6,6 +6,7 @@
 
 #include "tools/sim/FaultPlan.h"
 #include "tools/sim/Player.h"
+#include "tools/sim/Replay.h"
 #include "tools/sim/Simulator.h"
 
 namespace sim {
@@ -14,6 +15,7 @@ struct Settings {
   Addresses addresses{.meters = "127.0.0.1:50005", .engine = "127.0.0.1:50006"};
   PingPolicy pings;
   PlayerSettings playing;
+  ReplaySettings replay;    // instead of signals
   std::string config;       // a file whose meter keys play, too
   double heartbeat = 0;     // in seconds; 0 for none
   FaultPlan faults;         // from the command line

@@ -27,6 +27,7 @@
 #include "tools/sim/EngineAnswers.h"
 #include "tools/sim/FaultPlan.h"
 #include "tools/sim/Player.h"
+#include "tools/sim/Replay.h"
 #include "tools/sim/Report.h"
 #include "tools/sim/Saboteur.h"
 #include "tools/sim/Services.h"
@@ -106,18 +107,38 @@ void strike(boost::asio::io_context& loop, Saboteur& saboteur, std::string_view 
   }
 }
 
-ExitCode play(const Settings& settings, const SignalDescriptor& signals,
-              Clock::time_point deadline) {
+// Says what is going to play. Returns the plan of a replay.
+std::optional<ReplayPlan> announce(const Settings& settings) {
+  const auto& [file, speed, from, to, loop] = settings.replay;
   const auto& playing = settings.playing;
+  if (!file.empty()) {
+    const auto plan = planOf(settings.replay);
+    tools::say("sim",
+               fmt::format("replaying {}: {} messages in {:.3f} seconds", file, plan.messages,
+                           static_cast<double>(plan.to - plan.from) / 1e6 / speed));
+    return plan;
+  }
   tools::say("sim", fmt::format("playing {} keys with seed {}", playing.keys.size(), playing.seed));
   if (playing.keys.empty() && !settings.addresses.meters.empty()) {
-    tools::say("sim", "nothing plays: give --config or --keys");
+    tools::say("sim", "nothing plays: give --config, --keys or --replay");
   }
+  return std::nullopt;
+}
+
+ExitCode play(const Settings& settings, const SignalDescriptor& signals,
+              Clock::time_point deadline) {
+  const auto plan = announce(settings);
+  auto playing = settings.playing;
+  // The keys of a replay serve its faults alone.
+  if (plan) playing.rateFast = playing.rateSlow = 0;
   const Report report(settings.json);
   boost::asio::io_context loop;
   EngineAnswers answers(loop);
   Player player(playing, report, answers);
-  Services services(loop, settings, player);
+  std::optional<Replayer> replayer;
+  if (plan) replayer.emplace(settings.replay, *plan, player, report);
+  CallListener& listener = replayer ? static_cast<CallListener&>(*replayer) : player;
+  Services services(loop, settings, listener);
   auto& simulator = services.simulator();
   report.listening(services.addresses());
   simulator.start();
