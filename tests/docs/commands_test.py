@@ -48,7 +48,7 @@ def shortened(command, meters):
                "sim": ["--meters 127.0.0.1:0", "--engine 127.0.0.1:0"],
                # There is no terminal here.
                "top": [] if "--batch" in command else ["--batch", "-n 1"]}[subcommand]
-    if subcommand not in ("check", "top") and "--show" not in command:
+    if subcommand not in ("check", "top") and not re.search("--show|--from", command):
         command = re.sub(r"--for \d+", "", command)
         options = [*options, "--for 1"]
     # Before redirections and options that take several values.

@@ -102,7 +102,8 @@ const std::vector<Room> rooms = {
     {"tools/check/",
      {"src/host/", "src/shquote/", "src/standin/", module + "ConfigManager", module + "ValueType",
       "tools/common/"}},
-    {"tools/discover/", {"src/host/", "src/standin/", module + "ValueType", "tools/common/"}},
+    {"tools/discover/",
+     {"src/host/", "src/standin/", module + "ValueType", "tools/common/", "tools/recording/"}},
     {"tools/record/", {"proto/", "src/standin/", "tools/common/", "tools/recording/"}},
     // Runs the module as `host` does, with another view of it.
     {"tools/top/",

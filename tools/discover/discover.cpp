@@ -28,6 +28,7 @@
 #include "tools/discover/Draft.h"
 #include "tools/discover/Merge.h"
 #include "tools/discover/Selection.h"
+#include "tools/recording/HeardRecording.h"
 
 namespace discover {
 namespace {
@@ -44,6 +45,7 @@ using tools::shown;
 
 struct Options {
   std::string target;
+  std::string recording;  // to read instead of listening; empty for none
   double seconds = 5;
   Selection selection;
   Naming naming;
@@ -214,7 +216,32 @@ int report(const Options& options, const std::optional<Existing>& existing, cons
   return ExitCode::Done;
 }
 
+// A check for CLI11: it returns an error message, or nothing.
+std::string checkTarget(const std::string& text) {
+  const std::string complaint = complaintAboutTarget(text);
+  if (complaint.empty()) return {};
+  return fmt::format(
+      "a configuration can't hold the target {}: {}. Use one such as 127.0.0.1:50005", shown(text),
+      complaint);
+}
+
+// The target is that of the recording, unless the command line names another.
+int reportRecording(Options options, const std::optional<Existing>& existing) {
+  const auto recorded = recording::heardIn(options.recording);
+  if (!recorded.warning.empty()) tools::say("discover", "warning: " + recorded.warning);
+  if (options.target.empty()) options.target = recorded.target;
+  const std::string complaint = checkTarget(options.target);
+  if (!complaint.empty()) {
+    throw std::runtime_error(fmt::format("in {}, {}", options.recording, complaint));
+  }
+  options.seconds = recorded.seconds;
+  return report(options, existing, recorded.heard);
+}
+
 int run(const Options& options) {
+  if (options.target.empty() && options.recording.empty()) {
+    throw CLI::ValidationError("TARGET is missing: name a meter server, or use --from");
+  }
   // Before any thread starts, because threads inherit which signals are blocked.
   const tools::SignalDescriptor signals;
   // Without grpc_shutdown: that can wait ten seconds for one of gRPC's threads, which the end of
@@ -226,6 +253,7 @@ int run(const Options& options) {
   host.setLogSink([](const standin::LogLine& line) { tools::say("discover", line.text); });
   const auto existing =
       options.merge.empty() ? std::nullopt : std::optional(Existing::read(options.merge));
+  if (!options.recording.empty()) return reportRecording(options, existing);
   const auto deadline = tools::momentIn(options.seconds);
   Listener listener(options.target);
   if (waitForEnd(signals, listener, deadline) == ExitCode::Interrupted) {
@@ -236,15 +264,6 @@ int run(const Options& options) {
 }
 
 // ---- Command line ---------------------------------------------------------------------------
-
-// A check for CLI11: it returns an error message, or nothing.
-std::string checkTarget(const std::string& text) {
-  const std::string complaint = complaintAboutTarget(text);
-  if (complaint.empty()) return {};
-  return fmt::format(
-      "a configuration can't hold the target {}: {}. Use one such as 127.0.0.1:50005", shown(text),
-      complaint);
-}
 
 std::string checkRenaming(const std::string& text) {
   try {
@@ -264,12 +283,17 @@ void addDiscover(CLI::App& app, int& exitCode) {
   const auto options = std::make_shared<discover::Options>();
   command->footer(tools::manualOf(discover::manual_txt));
   command->add_option("TARGET", options->target, "The meter server, such as 127.0.0.1:50005.")
-      ->required()
       ->check(discover::checkTarget, "");
-  command->add_option("--for", options->seconds, "How long to listen.")
-      ->type_name("SECONDS")
+  auto* seconds = command->add_option("--for", options->seconds, "How long to listen.");
+  seconds->type_name("SECONDS")
       ->check(tools::numbersFrom(0.001, 86400.0), "")
       ->capture_default_str();
+  command
+      ->add_option("--from", options->recording,
+                   "Read a recording of gatewayctl record instead of listening. The configuration "
+                   "gets its target, unless there is a TARGET.")
+      ->type_name("FILE")
+      ->excludes(seconds);
   command->add_flag("--custom-keys", options->naming.namesAll,
                     "Name each slot after its key, with CustomKey=.");
   command

@@ -218,7 +218,7 @@ TEST_F(DiscoverErrors, ExplainsWrongUse) {
            ". Use one such as 127.0.0.1:50005\n";
   };
   const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
-      {{}, "TARGET is missing\n"},
+      {{}, "TARGET is missing: name a meter server, or use --from\n"},
       {{""}, complaint("\"\"", "it is empty")},
       {{"unix:a ;b"}, complaint("\"unix:a ;b\"", "a \";\" after white space begins a comment")},
       {{"unix:a\nb"}, complaint("\"unix:a\\nb\"", "it contains a newline")},
