@@ -23,7 +23,8 @@ std::vector<std::string> excludedBy(const CLI::App& app, const CLI::Option& opti
   std::vector<std::string> names;
   // In the order of their declaration: CLI11 keeps them sorted by address.
   for (const CLI::Option* other : app.get_options(nullptr)) {
-    if (excluded.contains(const_cast<CLI::Option*>(other))) names.push_back(other->get_name());
+    if (other->get_positional() || !excluded.contains(const_cast<CLI::Option*>(other))) continue;
+    names.push_back(other->get_name());
   }
   return names;
 }

@@ -83,7 +83,7 @@ std::string bashExclusions(const Command& program) {
   std::map<std::string, Words> patterns;
   forEachCommand(program, [&](const Command& command) {
     for (const Option& option : command.options) {
-      if (option.excluded.empty()) continue;
+      if (option.isPositional() || option.excluded.empty()) continue;
       const std::string excluded = fmt::format("excluded={}", quoted(spaced(option.excluded)));
       patterns[excluded].push_back(quoted(nameOf(command) + " " + option.names.back()));
     }
