@@ -17,6 +17,7 @@
 #include "tools/host/host.h"
 #include "tools/lsp/lsp.h"
 #include "tools/manual/manual.h"
+#include "tools/probe/probe.h"
 #include "tools/record/record.h"
 #include "tools/sim/sim.h"
 #include "tools/top/top.h"
@@ -44,6 +45,7 @@ int main(int argc, char** argv) {
   addDiscover(app, exitCode);
   addHost(app, exitCode);
   addLsp(app, exitCode);
+  addProbe(app, exitCode);
   addRecord(app, exitCode);
   addSim(app, exitCode);
   addTop(app, exitCode);

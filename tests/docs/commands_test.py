@@ -21,7 +21,7 @@ from checklist import check, end
 from help_text import help_of, subcommands
 
 GATEWAYCTL, SOURCE = (pathlib.Path(path).resolve() for path in sys.argv[1:3])
-COMMAND = re.compile(r"(?:build/)?gatewayctl (?:check|demo|discover|host|record|sim|top)\b.*")
+COMMAND = re.compile(r"(?:build/)?gatewayctl (?:check|demo|discover|host|probe|record|sim|top)\b.*")
 # Generous: on a busy machine, a stop may wait for a stream that waits for its next attempt.
 LONGEST_RUN = 120
 
@@ -36,15 +36,16 @@ def commands_of(text):
             yield line.strip().removeprefix("build/")
 
 
-def shortened(command, meters):
+def shortened(command, meters, engine):
     """Returns a variant of the command that ends soon and disturbs nothing."""
     subcommand = command.split()[1]
     command = re.sub(r"--cycles \d+", "--cycles 2", command)
     # The recording made at the beginning stays, since other commands read it.
     command = command.replace("--output session.gwrec", "--output other.gwrec")
     command = command.replace("/etc/sonalith/", "etc/").replace("127.0.0.1:50005", meters)
+    command = re.sub(r"(probe .*)127\.0\.0\.1:50006", rf"\g<1>{engine}", command)
     options = {"host": ["--no-page"], "demo": ["--no-page"], "discover": [], "check": [],
-               "record": [],
+               "record": [], "probe": [],
                "sim": ["--meters 127.0.0.1:0", "--engine 127.0.0.1:0"],
                # There is no terminal here.
                "top": [] if "--batch" in command else ["--batch", "-n 1"]}[subcommand]
@@ -55,8 +56,8 @@ def shortened(command, meters):
     return command.replace(subcommand, " ".join([subcommand, *options]), 1)
 
 
-def run(shown, meters):
-    command = shortened(shown, meters)
+def run(shown, meters, engine):
+    command = shortened(shown, meters, engine)
     done = subprocess.run(["bash", "-c", command], stdin=subprocess.DEVNULL, text=True,
                           stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False,
                           timeout=LONGEST_RUN)
@@ -78,11 +79,11 @@ def prepare():
 
 
 def simulator():
-    """Starts a meter server for the commands that need one; returns process and address."""
+    """Starts both servers for the commands that need them; returns process and addresses."""
     process = subprocess.Popen(
-        [GATEWAYCTL, "sim", "--meters", "127.0.0.1:0", "--engine", "", "--config",
+        [GATEWAYCTL, "sim", "--meters", "127.0.0.1:0", "--engine", "127.0.0.1:0", "--config",
          SOURCE / "examples/grpc-gateway.conf"], stdout=subprocess.PIPE, text=True)
-    return process, process.stdout.readline().split()[1]
+    return process, *(process.stdout.readline().split()[1] for _ in range(2))
 
 
 found = {}
@@ -97,12 +98,12 @@ check(f"the documents show enough commands: {len(found)}", len(found) >= 15)
 with tempfile.TemporaryDirectory() as folder:
     os.chdir(folder)
     prepare()
-    server, address = simulator()
+    server, *addresses = simulator()
     try:
         subprocess.run([GATEWAYCTL, "record", address, "--output", "session.gwrec", "--for", "1"],
                        stderr=subprocess.DEVNULL, check=True)
         with ThreadPoolExecutor(4) as pool:
-            for shown, good, outcome in pool.map(lambda each: run(each, address), found):
+            for shown, good, outcome in pool.map(lambda each: run(each, *addresses), found):
                 check(f"{found[shown]}: {outcome}", good)
     finally:
         server.terminate()

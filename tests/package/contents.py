@@ -19,6 +19,7 @@ TOOLS = {
     "share/man/man1/gatewayctl-discover.1",
     "share/man/man1/gatewayctl-host.1",
     "share/man/man1/gatewayctl-lsp.1",
+    "share/man/man1/gatewayctl-probe.1",
     "share/man/man1/gatewayctl-record.1",
     "share/man/man1/gatewayctl-sim.1",
     "share/man/man1/gatewayctl-top.1",

@@ -105,6 +105,8 @@ const std::vector<Room> rooms = {
     {"tools/discover/",
      {"src/host/", "src/standin/", module + "ValueType", "tools/common/", "tools/recording/"}},
     {"tools/record/", {"proto/", "src/standin/", "tools/common/", "tools/recording/"}},
+    {"tools/probe/",
+     {"proto/", "src/sanitizers/", "src/standin/", module + "ValueType", "tools/common/"}},
     // Runs the module as `host` does, with another view of it.
     {"tools/top/",
      {"src/host/", "src/standin/", module + "ValueType", "tools/common/", "tools/host/"}},
@@ -114,7 +116,7 @@ const std::vector<Room> rooms = {
     {"tools/manual/", {"tools/common/"}},
     {"tools/gatewayctl",
      {"tools/sim/", "tools/host/", "tools/check/", "tools/discover/", "tools/demo/", "tools/lsp/",
-      "tools/manual/", "tools/record/", "tools/top/", "tools/common/"}},
+      "tools/manual/", "tools/probe/", "tools/record/", "tools/top/", "tools/common/"}},
     // Benchmarks must not depend on tools or tests.
     {"bench/",
      {"src/host/", "proto/", "src/standin/", module + "ConfigManager", module + "GatewaySlots",

@@ -22,8 +22,8 @@ TEST(Gatewayctl, PrintsItsVersion) {
 TEST(Gatewayctl, ListsItsSubcommandsInTheHelp) {
   ToolProcess tool({"--help"});
   EXPECT_EQ(tool.waitExit(), 0);
-  for (const char* name :
-       {"check", "demo", "discover", "host", "lsp", "record", "sim", "top", "completion"}) {
+  for (const char* name : {"check", "demo", "discover", "host", "lsp", "probe", "record", "sim",
+                           "top", "completion"}) {
     EXPECT_TRUE(tool.hasLine(std::string("  ") + name + " ")) << name;
   }
   EXPECT_FALSE(tool.hasLine("  manual ")) << "which is for the build alone";
@@ -33,7 +33,7 @@ TEST(Gatewayctl, ReportsWrongUseWithASuggestion) {
   const std::string help = "Run \"gatewayctl --help\" for its manual.\n";
   for (const auto& [arguments, error] : std::vector<std::pair<Arguments, std::string>>{
            {{},
-            "a sub-command is missing: check, demo, discover, host, lsp, record, sim, top, "
+            "a sub-command is missing: check, demo, discover, host, lsp, probe, record, sim, top, "
             "completion\n"},
            {{"--bad"}, "unknown option \"--bad\"\n"},
            {{"dance"}, "unknown sub-command \"dance\"\n"},
@@ -66,8 +66,8 @@ TEST(Gatewayctl, FailsWhenItsOutputIsLost) {
 
 // Each manual has all its parts, and no placeholder of its source is left.
 TEST(Gatewayctl, PrintsAManualOfEachSubcommand) {
-  for (const char* name : {"check", "demo", "discover", "host", "lsp", "record", "sim", "top",
-                           "completion", "manual"}) {
+  for (const char* name : {"check", "demo", "discover", "host", "lsp", "probe", "record", "sim",
+                           "top", "completion", "manual"}) {
     ToolProcess tool({name, "--help"});
     EXPECT_EQ(tool.waitExit(), 0) << tool.errors();
     EXPECT_TRUE(tool.hasLine("  -h, --help ")) << name;
@@ -94,8 +94,8 @@ std::size_t widthOf(const std::vector<std::string>& lines) {
 }
 
 TEST(Gatewayctl, WrapsItsHelpToTheTerminal) {
-  for (const char* name :
-       {"check", "demo", "discover", "host", "lsp", "record", "sim", "top", "completion"}) {
+  for (const char* name : {"check", "demo", "discover", "host", "lsp", "probe", "record", "sim",
+                           "top", "completion"}) {
     ToolProcess usual({"-c", std::string("unset COLUMNS; ") + GATEWAYCTL_PATH + " --help"},
                       "/bin/sh");
     EXPECT_EQ(usual.waitExit(), 0);

@@ -27,8 +27,9 @@ int makeEventDescriptor() {
 }  // namespace
 
 struct Listener::State final : MeterStreamListener {
-  State(const std::string& target, Sightings sightings)
-      : channel(connectToMeters(target, receivedMessageLimit)),
+  State(const std::string& target, Sightings sightings, ListenerObserver* watching)
+      : observer(watching),
+        channel(connectToMeters(target, receivedMessageLimit)),
         stub(channel),
         heard{.sightings = std::move(sightings)} {
     fast.begin(stub);
@@ -45,6 +46,7 @@ struct Listener::State final : MeterStreamListener {
     const std::lock_guard lock(mutex);
     if (finishing) return;
     heard.sightings.take(rate, bytesOf(message));
+    if (observer != nullptr) observer->took(rate, message.Length(), heard.sightings);
     if (heard.sightings.hasSeenExpected()) eventfd_write(overEvent, 1);
   }
 
@@ -53,6 +55,7 @@ struct Listener::State final : MeterStreamListener {
     const std::lock_guard lock(mutex);
     if (!finishing) {
       (rate == SlotSet::Fast ? heard.fastEnd : heard.slowEnd) = StreamEnd{status, wasConnected};
+      if (observer != nullptr) observer->ended(rate, status);
     }
     if (--open == 0) eventfd_write(overEvent, 1);
     over.notify_all();
@@ -70,6 +73,7 @@ struct Listener::State final : MeterStreamListener {
   }
 
   const int overEvent = makeEventDescriptor();
+  ListenerObserver* const observer;  // or null
   std::shared_ptr<grpc::Channel> channel;
   grpc::GenericStub stub;
 
@@ -83,8 +87,8 @@ struct Listener::State final : MeterStreamListener {
   MeterStream slow{SlotSet::Slow, *this};
 };
 
-Listener::Listener(const std::string& target, Sightings sightings)
-    : state_(std::make_unique<State>(target, std::move(sightings))) {}
+Listener::Listener(const std::string& target, Sightings sightings, ListenerObserver* observer)
+    : state_(std::make_unique<State>(target, std::move(sightings), observer)) {}
 
 Listener::~Listener() {
   state_->finish();
@@ -92,6 +96,10 @@ Listener::~Listener() {
 
 int Listener::overDescriptor() const {
   return state_->overEvent;
+}
+
+void Listener::cancel(SlotSet rate) {
+  (rate == SlotSet::Fast ? state_->fast : state_->slow).cancel();
 }
 
 Heard Listener::finish() {

@@ -42,11 +42,24 @@ struct Heard {
   }
 };
 
+// Follows the streams of a Listener while they run. gRPC's threads call it, one at a time. It must
+// not throw, and must not call the Listener.
+class ListenerObserver {
+ public:
+  virtual ~ListenerObserver() = default;
+  // `sightings` already include the new message, and are valid during this call.
+  virtual void took(standin::SlotSet rate, std::size_t bytes, const Sightings& sightings) = 0;
+  // The stream's last event. Not called once the Listener itself ends the streams.
+  virtual void ended(standin::SlotSet rate, const grpc::Status& status) = 0;
+};
+
 class Listener {
  public:
   // Starts connecting and opens both streams. Adds what comes to `sightings`. Throws
-  // std::system_error if the system has no descriptor for the event.
-  explicit Listener(const std::string& target, Sightings sightings = Sightings());
+  // std::system_error if the system has no descriptor for the event. An observer has to outlive the
+  // Listener.
+  explicit Listener(const std::string& target, Sightings sightings = Sightings(),
+                    ListenerObserver* observer = nullptr);
   ~Listener();
   Listener(const Listener&) = delete;
   Listener& operator=(const Listener&) = delete;
@@ -54,6 +67,9 @@ class Listener {
   // Becomes readable when both streams have ended, or all that was expected has come; only for
   // waiting.
   int overDescriptor() const;
+
+  // Cancels one stream. The other continues.
+  void cancel(standin::SlotSet rate);
 
   // Stops listening and returns what has come. Call this once.
   Heard finish();

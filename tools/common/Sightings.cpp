@@ -1,11 +1,13 @@
 #include "tools/common/Sightings.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <google/protobuf/io/coded_stream.h>
 #include <google/protobuf/wire_format_lite.h>
 
 #include <algorithm>
 #include <optional>
+#include <utility>
 
 #include "tools/common/Shown.h"
 
@@ -65,20 +67,25 @@ std::optional<std::string> findBadText(const std::string& message, const std::ve
   return std::nullopt;
 }
 
+struct Refusal {
+  UnreadableKind kind;
+  std::string reason;
+};
+
 // Why the generated class refuses a message.
-std::string reasonAgainst(const std::string& message) {
+Refusal refusalOf(const std::string& message) {
   constexpr int values = sonalith::grpc::Meter::kValuesFieldNumber;
   constexpr int key = sonalith::grpc::KeyValue::kKeyFieldNumber;
   constexpr int value = sonalith::grpc::KeyValue::kValueFieldNumber;
   constexpr int sstring = AnyValue::kSstringFieldNumber;
   constexpr int data = sonalith::grpc::String::kDataFieldNumber;
   if (const auto bad = findBadText(message, {values, key})) {
-    return fmt::format("has a key that is not UTF-8, {}", shown(*bad));
+    return {UnreadableKind::NotUtf8, fmt::format("has a key that is not UTF-8, {}", shown(*bad))};
   }
   if (const auto bad = findBadText(message, {values, value, sstring, data})) {
-    return fmt::format("has a text that is not UTF-8, {}", shown(*bad));
+    return {UnreadableKind::NotUtf8, fmt::format("has a text that is not UTF-8, {}", shown(*bad))};
   }
-  return "can't be parsed as a Meter of proto/meters.proto";
+  return {UnreadableKind::NotAMeter, "can't be parsed as a Meter of proto/meters.proto"};
 }
 
 }  // namespace
@@ -97,6 +104,28 @@ std::vector<std::string_view> namesOf(const std::vector<ValueCase>& types) {
   names.reserve(types.size());
   for (const auto type : types) names.push_back(typeOf(type).name);
   return names;
+}
+
+std::string complaintAboutTypes(const std::vector<ValueCase>& types) {
+  if (types.size() > 1) {
+    return fmt::format("it came with several types ({}), but an entry has one. Write it by hand",
+                       fmt::join(namesOf(types), ", "));
+  }
+  const WireType& type = typeOf(types.front());
+  if (type.value == ValueCase::VALUE_NOT_SET) return "it came without a value";
+  if (!type.slotType) return fmt::format("the module does not carry values of type {}", type.name);
+  return "";
+}
+
+std::string complaintAboutKey(const std::string& key) {
+  if (key.empty()) return "an entry can't have an empty key";
+  for (const auto& [byte, name] :
+       {std::pair('=', "\"=\""), {'\n', "a newline"}, {'\0', "a NUL byte"}}) {
+    if (key.find(byte) != key.npos) {
+      return fmt::format("a configuration can't hold a key that contains {}", name);
+    }
+  }
+  return "";
 }
 
 bool SeenKey::has(gateway::ValueType type) const {
@@ -121,12 +150,20 @@ void Sightings::take(standin::SlotSet rate, std::string_view message) {
     for (const auto& item : meter.values()) note(stream, rate, item);
     return;
   }
-  if (++seen.unreadable > 1) return;
-  const std::string reason = isTooLong
-                                 ? fmt::format("has {} bytes, and gRPC clients accept {} at most",
-                                               message.size(), messageLimit)
-                                 : reasonAgainst(std::string(message));
-  seen.firstUnreadable = fmt::format("message {} {}", seen.messages, reason);
+  noteUnreadable(seen, message);
+}
+
+void Sightings::noteUnreadable(SeenMessages& seen, std::string_view message) {
+  const Refusal refusal =
+      message.size() > messageLimit
+          ? Refusal{UnreadableKind::TooLong,
+                    fmt::format("has {} bytes, and gRPC clients accept {} at most", message.size(),
+                                messageLimit)}
+          : refusalOf(std::string(message));
+  const auto described = fmt::format("message {} {}", seen.messages, refusal.reason);
+  if (++seen.unreadable == 1) seen.firstUnreadable = described;
+  auto& first = seen.firstOfKind.at(static_cast<std::size_t>(refusal.kind));
+  if (first.empty()) first = described;
 }
 
 bool Sightings::hasRoom(const Stream& stream, const std::string& key) const {

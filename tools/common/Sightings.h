@@ -6,6 +6,7 @@
 // Memory: SightingLimits for each stream, and the expected keys.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -47,11 +48,21 @@ struct SeenKey {
   bool has(gateway::ValueType type) const;
 };
 
+// Why a configuration can't have an entry for such a key, or for values of these types, without a
+// full stop; empty if it can.
+std::string complaintAboutKey(const std::string& key);
+std::string complaintAboutTypes(const std::vector<ValueCase>& types);
+
+// Why the module can't read a message.
+enum class UnreadableKind { TooLong, NotUtf8, NotAMeter };
+
 // One stream as a whole.
 struct SeenMessages {
   std::uint64_t messages = 0;  // including unreadable ones
   std::uint64_t unreadable = 0;
-  std::string firstUnreadable;      // "message 3 ...", without a full stop
+  std::string firstUnreadable;  // "message 3 ...", without a full stop
+  // The same for the first message of each kind; empty if there is none.
+  std::array<std::string, 3> firstOfKind;
   std::uint64_t ignoredValues = 0;  // of keys beyond the limits
 };
 
@@ -105,10 +116,11 @@ class Sightings {
   }
   Stream& streamOf(standin::SlotSet rate) { return rate == standin::SlotSet::Fast ? fast_ : slow_; }
   void note(Stream& stream, standin::SlotSet rate, const sonalith::grpc::KeyValue& item);
+  static void noteUnreadable(SeenMessages& seen, std::string_view message);
   void noteType(Stream& stream, SeenKey& seen, ValueCase type);
   bool hasRoom(const Stream& stream, const std::string& key) const;
 
-  const SightingLimits limits_;
+  SightingLimits limits_;
   Stream fast_;
   Stream slow_;
   bool hasExpectations_ = false;

@@ -19,14 +19,6 @@ using standin::SlotSet;
 constexpr std::size_t problemLimit = 1000;
 constexpr std::size_t statusTextLimit = 300;
 
-std::string describe(const grpc::Status& status) {
-  const auto name = nameOf(status.error_code());
-  std::string text =
-      name ? std::string(*name) : fmt::format("status {}", static_cast<int>(status.error_code()));
-  if (!status.error_message().empty()) text += " " + shown(status.error_message(), statusTextLimit);
-  return text;
-}
-
 std::string_view methodOf(SlotSet rate) {
   return rate == SlotSet::Fast ? "GetMetersFast" : "GetMetersSlow";
 }
@@ -144,6 +136,14 @@ std::string problemOfLimits(const Situation& now, SlotSet rate) {
 }
 
 }  // namespace
+
+std::string describe(const grpc::Status& status) {
+  const auto name = nameOf(status.error_code());
+  std::string text =
+      name ? std::string(*name) : fmt::format("status {}", static_cast<int>(status.error_code()));
+  if (!status.error_message().empty()) text += " " + shown(status.error_message(), statusTextLimit);
+  return text;
+}
 
 std::vector<StreamProblem> problemsOf(const std::string& target, double seconds,
                                       const Heard& heard) {

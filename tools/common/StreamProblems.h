@@ -8,6 +8,9 @@
 
 namespace tools {
 
+// A status in one line, such as: UNAVAILABLE "Connection refused".
+std::string describe(const grpc::Status& status);
+
 struct StreamProblem {
   std::vector<standin::SlotSet> rates;  // the streams that have it: one or both
   std::string text;                     // whole sentences on one line, 1000 bytes at most

@@ -17,6 +17,8 @@ namespace discover {
 namespace {
 
 using standin::SlotSet;
+using tools::complaintAboutKey;
+using tools::complaintAboutTypes;
 using tools::namesOf;
 using tools::shown;
 using tools::typeOf;
@@ -58,28 +60,6 @@ std::string lineOf(const Finding& finding) {
       fmt::format("Meter=Key={} Type={}", quoted(finding.seen.key), nameOf(finding.seen.rate));
   if (!finding.customKey.empty()) line += " CustomKey=" + finding.customKey;
   return line;
-}
-
-std::string complaintAboutTypes(const std::vector<ValueCase>& types) {
-  if (types.size() > 1) {
-    return fmt::format("it came with several types ({}), but an entry has one. Write it by hand",
-                       fmt::join(namesOf(types), ", "));
-  }
-  const WireType& type = typeOf(types.front());
-  if (type.value == ValueCase::VALUE_NOT_SET) return "it came without a value";
-  if (!type.slotType) return fmt::format("the module does not carry values of type {}", type.name);
-  return "";
-}
-
-std::string complaintAboutKey(const std::string& key) {
-  if (key.empty()) return "an entry can't have an empty key";
-  for (const auto& [byte, name] :
-       {std::pair('=', "\"=\""), {'\n', "a newline"}, {'\0', "a NUL byte"}}) {
-    if (key.find(byte) != key.npos) {
-      return fmt::format("a configuration can't hold a key that contains {}", name);
-    }
-  }
-  return "";
 }
 
 std::string complaintAboutSize(std::size_t lineSize) {

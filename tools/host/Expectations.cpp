@@ -9,6 +9,7 @@
 #include <utility>
 #include <variant>
 
+#include "tools/common/Junit.h"
 #include "tools/common/Numbers.h"
 #include "tools/common/Suggestion.h"
 #include "tools/common/Words.h"
@@ -50,22 +51,6 @@ std::optional<double> numberOf(const standin::SlotValue& value) {
         }
       },
       value);
-}
-
-std::string xmlText(std::string_view text) {
-  std::string escaped;
-  for (const char c : tools::printable(text)) {
-    if (c == '&') {
-      escaped += "&amp;";
-    } else if (c == '<') {
-      escaped += "&lt;";
-    } else if (c == '"') {
-      escaped += "&quot;";
-    } else {
-      escaped += c;
-    }
-  }
-  return escaped;
 }
 
 }  // namespace
@@ -145,24 +130,12 @@ bool Expectations::areMet() const {
 }
 
 std::string junitOf(const std::vector<Expectations::Outcome>& outcomes) {
-  std::string cases;
-  std::size_t failures = 0;
+  std::vector<tools::JunitCase> cases;
   for (const auto& [text, isMet, seconds, value] : outcomes) {
-    cases += fmt::format("  <testcase classname=\"gatewayctl.host\" name=\"{}\" time=\"{:.3f}\"",
-                         xmlText(text), seconds);
-    if (isMet) {
-      cases += "/>\n";
-      continue;
-    }
-    ++failures;
-    cases += fmt::format(">\n    <failure message=\"the last value was {}\"/>\n  </testcase>\n",
-                         xmlText(value));
+    cases.push_back({.name = text, .seconds = seconds});
+    if (!isMet) cases.back().failure = fmt::format("the last value was {}", value);
   }
-  return fmt::format(
-      "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuite name=\"gatewayctl host\" "
-      "tests=\"{}\" "
-      "failures=\"{}\">\n{}</testsuite>\n",
-      outcomes.size(), failures, cases);
+  return tools::junitOf("gatewayctl host", cases);
 }
 
 }  // namespace host

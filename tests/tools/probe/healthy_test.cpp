@@ -1,0 +1,53 @@
+// A healthy server passes every check of every level.
+#include <grpcpp/generic/async_generic_service.h>
+#include <grpcpp/security/server_credentials.h>
+#include <grpcpp/server.h>
+#include <grpcpp/server_builder.h>
+
+#include "tests/support/TemporaryFolder.h"
+#include "tests/tools/probe/ProbeTest.h"
+
+namespace probe {
+namespace {
+
+class Level : public testing::TestWithParam<int> {};
+
+TEST_P(Level, RunsEachOfItsChecksOnce) {
+  const PlayingServer server;
+  const Results results = probed(server.meters, server.engine, GetParam());
+  Names wanted;
+  std::size_t count = 0;
+  for (const Check& check : allChecks()) {
+    if (check.level > GetParam()) continue;
+    wanted.emplace(check.name);
+    ++count;
+  }
+  EXPECT_EQ(namesOf(results, Verdict::Held), wanted) << textOf(results);
+  EXPECT_EQ(results.all().size(), count);
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, Level, testing::Range(1, highestLevel + 1));
+
+TEST(Probe, PingsAtAUnixSocket) {
+  const TemporaryFolder folder;
+  const std::string address = "unix:" + folder.path("socket");
+  grpc::ServerBuilder builder;
+  builder.AddListeningPort(address, grpc::InsecureServerCredentials());
+  grpc::AsyncGenericService service;
+  builder.RegisterAsyncGenericService(&service);
+  const auto queue = builder.AddCompletionQueue();
+  const auto server = builder.BuildAndStart();
+  const tools::SignalDescriptor signals;
+  const Waiter waiter(signals);
+  Results results(3, [](const Result&) {});
+  probePings({waiter, Limits(), results}, address,
+             {.pings = CheckId::Pings, .steadyPings = CheckId::SteadyPings});
+  EXPECT_TRUE(results.hasHeld(CheckId::Pings)) << textOf(results);
+  server->Shutdown();
+  queue->Shutdown();
+  void* tag = nullptr;
+  for (bool ok = false; queue->Next(&tag, &ok);) continue;
+}
+
+}  // namespace
+}  // namespace probe

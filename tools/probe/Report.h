@@ -1,0 +1,38 @@
+// The outcome of a probe for people, programs and continuous integration. Any thread.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "tools/common/ExitCode.h"
+#include "tools/probe/Results.h"
+
+namespace probe {
+
+struct Outcome {
+  std::string target;
+  std::string engine;  // or empty
+  int level;
+  bool wasInterrupted;
+  std::vector<Result> results;
+
+  // The highest level whose required checks and those below have not failed, 0 if there is none.
+  int reached() const;
+  tools::ExitCode exitCode() const;
+};
+
+// A result in lines of at most `width` columns: its verdict, what was seen, and why it matters.
+std::string textOf(const Result& result, std::size_t width);
+
+// How many checks held, and which level was reached; one line.
+std::string summaryOf(const Outcome& outcome);
+
+// As `gatewayctl probe --help` describes it.
+std::string jsonOf(const Outcome& outcome);
+
+// A test case for each check. A recommended check that did not hold is not a failure; its test case
+// says so in its output.
+std::string junitOf(const Outcome& outcome);
+
+}  // namespace probe
