@@ -4,8 +4,8 @@
 // its purpose is fulfilled. A check whose precondition does not hold is skipped, so that one fault
 // fails only the checks that it concerns.
 //
-// Threads: one at a time. Members throw Interrupted when the user ends the program; the results have
-// what was seen until then.
+// Threads: one at a time. The functions throw Interrupted when the user ends the program; the
+// results have what was seen until then.
 #pragma once
 
 #include <string>

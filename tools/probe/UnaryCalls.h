@@ -1,8 +1,8 @@
 // Calls to a server that have one answer each, any number at once, over one connection with the
 // gateway's settings. Answers stay bytes, so that a damaged one does not look like a failed call.
 //
-// Memory: a call holds its request and answer until `take`. gRPC ends calls if answers exceed 64 MiB
-// at once, or one exceeds 4 MiB.
+// Memory: a call holds its request and answer until `take`. gRPC ends calls whose answers have more
+// than 4 MiB each, or 64 MiB together.
 // Threads: members are for one thread; the calls run on gRPC's threads.
 // Ownership: owns the connection and the calls, and cancels those that remain at the end.
 #pragma once
@@ -24,7 +24,7 @@ struct Answer {
   std::string peer;  // the server's address as gRPC names it; the target if there was none
   std::chrono::duration<double> seconds;
 
-  // Whether the server answered, well or badly. Otherwise the time was up, or the connection failed.
+  // Whether the server answered, well or badly. Otherwise time was up, or the connection failed.
   bool hasCome() const {
     return status.error_code() != grpc::StatusCode::DEADLINE_EXCEEDED &&
            status.error_code() != grpc::StatusCode::UNAVAILABLE &&

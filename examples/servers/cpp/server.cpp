@@ -132,6 +132,9 @@ int main(int argc, char** argv) {
   grpc::ServerBuilder builder;
   // Without this, a second server could silently share the port with a first one.
   builder.AddChannelArgument(GRPC_ARG_ALLOW_REUSEPORT, 0);
+  // By default, gRPC disconnects clients that ping a quiet connection again and again.
+  builder.AddChannelArgument(GRPC_ARG_KEEPALIVE_PERMIT_WITHOUT_CALLS, 1);
+  builder.AddChannelArgument(GRPC_ARG_HTTP2_MIN_RECV_PING_INTERVAL_WITHOUT_DATA_MS, 0);
   builder.AddListeningPort(addresses.meters, grpc::InsecureServerCredentials(), &metersPort);
   builder.AddListeningPort(addresses.engine, grpc::InsecureServerCredentials(), &enginePort);
   builder.RegisterService(&meters);

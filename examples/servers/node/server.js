@@ -78,7 +78,8 @@ const play = (period, valuesAt) => (call) => {
 
 function setParams({ request }, answer) {
   answer(null, {});
-  for (const { key, value = {} } of request.params) {
+  // A call without parameters has no array.
+  for (const { key, value = {} } of request.params ?? []) {
     console.log("SetParams", key, value.value, value[value.value]);
   }
 }

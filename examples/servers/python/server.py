@@ -21,8 +21,14 @@ def serve(addresses, meters, engine, options=()):
     """Serves both services at both addresses, and prints them. Port 0 takes any free port."""
     # An open stream occupies one of the threads.
     threads = concurrent.futures.ThreadPoolExecutor(max_workers=64)
-    # Without the option, a second server could silently share the port with a first one.
-    server = grpc.server(threads, options=[("grpc.so_reuseport", 0), *options])
+    shared = [
+        # Otherwise a second server could silently share the port with a first one.
+        ("grpc.so_reuseport", 0),
+        # By default, gRPC disconnects clients that ping a quiet connection again and again.
+        ("grpc.keepalive_permit_without_calls", 1),
+        ("grpc.http2.min_ping_interval_without_data_ms", 0),
+    ]
+    server = grpc.server(threads, options=[*shared, *options])
     meters_pb2_grpc.add_MetersServicer_to_server(meters, server)
     engine_pb2_grpc.add_EngineServicer_to_server(engine, server)
     bound = {}

@@ -75,4 +75,19 @@ TEST_P(ExampleServer, MovesAllSlotsAndPrintsTheParameters) {
                  "all slots move, and both parameters are printed"});
 }
 
+// Recommended checks, too: authors of servers begin with a copy.
+TEST_P(ExampleServer, PassesEveryCheckOfTheProbe) {
+  ToolProcess server({"--meters", SimProcess::anyPort, "--engine", SimProcess::anyPort},
+                     GetParam().program);
+  const std::string metersTarget = server.waitLine("meters ").substr(7);
+  const std::string engineTarget = server.waitLine("engine ").substr(7);
+  ToolProcess probe({"probe", metersTarget, "--engine", engineTarget});
+  EXPECT_EQ(probe.waitExit(), 0);
+  for (const std::string& line : probe.lines()) {
+    EXPECT_FALSE(line.starts_with("failed ") || line.starts_with("skipped ")) << line;
+  }
+  EXPECT_TRUE(probe.lines().back().find("Level 5 of 5 is reached") != std::string::npos)
+      << probe.lines().back();
+}
+
 }  // namespace
