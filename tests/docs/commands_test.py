@@ -14,6 +14,7 @@ import shutil
 import subprocess
 import sys
 import tempfile
+import threading
 from concurrent.futures import ThreadPoolExecutor
 
 import markdown
@@ -83,7 +84,10 @@ def simulator():
     process = subprocess.Popen(
         [GATEWAYCTL, "sim", "--meters", "127.0.0.1:0", "--engine", "127.0.0.1:0", "--config",
          SOURCE / "examples/grpc-gateway.conf"], stdout=subprocess.PIPE, text=True)
-    return process, *(process.stdout.readline().split()[1] for _ in range(2))
+    addresses = [process.stdout.readline().split()[1] for _ in range(2)]
+    # The parameters that it prints would fill the pipe.
+    threading.Thread(target=process.stdout.read, daemon=True).start()
+    return process, *addresses
 
 
 found = {}
