@@ -104,8 +104,8 @@ with tempfile.TemporaryDirectory() as folder:
     prepare()
     server, *addresses = simulator()
     try:
-        subprocess.run([GATEWAYCTL, "record", address, "--output", "session.gwrec", "--for", "1"],
-                       stderr=subprocess.DEVNULL, check=True)
+        subprocess.run([GATEWAYCTL, "record", addresses[0], "--output", "session.gwrec",
+                        "--for", "1"], stderr=subprocess.DEVNULL, check=True)
         with ThreadPoolExecutor(4) as pool:
             for shown, good, outcome in pool.map(lambda each: run(each, *addresses), found):
                 check(f"{found[shown]}: {outcome}", good)

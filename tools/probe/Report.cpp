@@ -58,6 +58,7 @@ std::string textOf(const Result& result, std::size_t width) {
   const Check& check = rowOf(result.check);
   const auto head = fmt::format("{:<9}{} ({}): {}\n", nameOf(result.verdict), check.name,
                                 nameOf(check.kind), tools::printable(result.seen));
+  if (result.verdict == Verdict::Skipped) return head;
   return head + tools::wrapped(fmt::format("{}. {}", check.claim, check.why), indent, width);
 }
 
