@@ -32,7 +32,8 @@ def check_manual(*subcommand):
     for line in text.splitlines():
         check(f"{where} fits {WIDTH} columns: {line}", len(line) < WIDTH and line == line.rstrip())
     if subcommand:
-        for option in re.findall(r"(?<![\w-])--[a-z][\w-]*", text):
+        own = re.sub(rf"gatewayctl (?!{subcommand[0]}\b)[^\n`]*", "", text)
+        for option in re.findall(r"(?<![\w-])--[a-z][\w-]*", own):
             check(f"{where}: {option} is an option of it", option in KNOWN[subcommand[0]])
 
 

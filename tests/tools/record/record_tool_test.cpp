@@ -97,13 +97,13 @@ TEST_F(Record, KeepsTheEventsOfAStreamInOrder) {
   EXPECT_EQ(tool.waitExit(), 130);
   std::vector<Kept> slow;
   for (auto& record : recorded()) {
-    if (record.stream == Stream::Slow) slow.push_back(record);
+    // By now, a busy machine may have begun the next attempt.
+    if (record.stream == Stream::Slow && record.number == 1) slow.push_back(record);
   }
   ASSERT_EQ(slow.size(), 4u);
   const std::vector<Kind> kinds{Kind::Started, Kind::Opened, Kind::Message, Kind::Ended};
   for (std::size_t i = 0; i < kinds.size(); ++i) {
     EXPECT_EQ(slow[i].kind, kinds[i]);
-    EXPECT_EQ(slow[i].number, 1u);
   }
   EXPECT_EQ(slow[0].content, servers.metersTarget());
   EXPECT_EQ(recording::endIn(slow[3].content).code, 5);

@@ -39,8 +39,8 @@ INSTANTIATE_TEST_SUITE_P(
     , EachWrongUse,
     testing::ValuesIn(std::vector<WrongUse>{
         {"UnknownOption",
-         {"sim", "--speed", "3"},
-         "unknown option \"--speed\", did you mean \"--seed\"?\n"},
+         {"sim", "--sed", "3"},
+         "unknown option \"--sed\", did you mean \"--seed\"?\n"},
         {"KeyWithoutParts",
          {"sim", "--keys", "fast:float"},
          "--keys: \"fast:float\" is not RATE:TYPE:KEY, such as fast:float:out.level\n"},

@@ -242,7 +242,7 @@ TEST(PlayingSim, SkipsConfiguredKeysThatClientsWouldRefuse) {
 }
 
 TEST(PlayingSim, SaysThatNothingPlays) {
-  const std::string said = "gatewayctl sim: nothing plays: give --config or --keys\n";
+  const std::string said = "gatewayctl sim: nothing plays: give --config, --keys or --replay\n";
   PlayingSim without({});
   without.process().waitError(said);
   PlayingSim with({"--keys", "fast:int:a"});
