@@ -29,8 +29,8 @@ std::string namedFile(const Walk& walk) {
 
 // The reader makes the same of a piece of a long line as of a line of its own.
 void append(std::string& text, const Line& line) {
-  constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
-  if (line.chunk == 1 && line.offset > 0) text += byteOrderMark;
+  constexpr std::string_view mark = "\xEF\xBB\xBF";
+  if (line.chunk == 1 && line.offset > 0) text += mark;
   text.append(line.text) += '\n';
 }
 

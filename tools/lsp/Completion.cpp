@@ -17,7 +17,7 @@ using check::Section;
 using check::SectionKind;
 
 // As the protocol numbers what an item is.
-enum class Kind { Word = 5, Section = 9, Key = 10, Value = 20 };
+enum class ItemKind { Word = 5, Section = 9, Key = 10, Value = 20 };
 
 // The place where something is to be completed, and what fits there.
 class Completer {
@@ -61,7 +61,7 @@ class Completer {
   }
 
   // An item that replaces what has been written of it.
-  void add(Kind kind, std::string_view written, std::string_view label, std::string_view text,
+  void add(ItemKind kind, std::string_view written, std::string_view label, std::string_view text,
            const std::string& description) {
     Json item = {
         {"label", label},
@@ -77,16 +77,16 @@ class Completer {
     const std::string_view end = after_.starts_with(']') ? "" : "]";
     for (const Section& section : check::namedSections()) {
       const std::string text = std::string(section.name).append(end);
-      add(Kind::Section, written, section.name, text, describeSection(section.name));
+      add(ItemKind::Section, written, section.name, text, describeSection(section.name));
     }
-    add(Kind::Section, written, check::conditionPrefix, check::conditionPrefix,
+    add(ItemKind::Section, written, check::conditionPrefix, check::conditionPrefix,
         describeSection(check::conditionPrefix));
   }
 
   void completeKey() {
     const std::string_view written = check::trimmed(before_);
     for (const std::string& key : section_->keys) {
-      add(Kind::Key, written, key, key + "=", describeKey(section_->name, key));
+      add(ItemKind::Key, written, key, key + "=", describeKey(section_->name, key));
     }
   }
 
@@ -100,7 +100,7 @@ class Completer {
   }
 
   void addValues(std::string_view written, std::array<std::string_view, 2> values) {
-    for (const std::string_view value : values) add(Kind::Value, written, value, value, {});
+    for (const std::string_view value : values) add(ItemKind::Value, written, value, value, {});
   }
 
   void completeEntry(std::string_view value) {
@@ -121,7 +121,7 @@ class Completer {
       const bool isUsed =
           std::any_of(entry.words.begin(), entry.words.end(),
                       [&](const check::Word& each) { return each.text.starts_with(word + "="); });
-      if (!isUsed) add(Kind::Word, written, word + "=", word + "=", describeWord(word));
+      if (!isUsed) add(ItemKind::Word, written, word + "=", word + "=", describeWord(word));
     }
   }
 

@@ -164,7 +164,7 @@ Document& Documents::change(const Json& params) {
 }
 
 std::string Documents::close(const Json& params) {
-  const std::string uri = of(params).uri();
+  std::string uri = of(params).uri();
   documents_.erase(find(uri));
   return uri;
 }

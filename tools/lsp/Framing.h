@@ -30,8 +30,8 @@ class FrameReader {
 
   void add(std::string_view bytes) { buffer_ += bytes; }
 
-  // The next complete frame, if there is one. A reader of bytes that are no frame at all looks for
-  // the next "Content-Length:".
+  // The next complete frame, if there is one. Where the bytes are no frame, it goes on at the next
+  // "Content-Length:".
   std::optional<Frame> next();
 
  private:

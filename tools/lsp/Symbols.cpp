@@ -12,9 +12,9 @@ using check::LineKind;
 using check::SectionKind;
 
 // As the protocol numbers what a symbol is.
-enum class Kind { Section = 3, Setting = 7, Entry = 13 };
+enum class SymbolKind { Section = 3, Setting = 7, Entry = 13 };
 
-Json symbolOf(std::string_view name, Kind kind, Json range) {
+Json symbolOf(std::string_view name, SymbolKind kind, Json range) {
   return {{"name", name.empty() ? std::string_view("?") : name},
           {"kind", static_cast<int>(kind)},
           {"range", range},
@@ -26,9 +26,9 @@ Json entryOf(const Lines& lines, const Document& document, Json range) {
   const check::SourceFile file{.name = document.path()};
   const auto judged = check::judgeEntry(lines.section(), lines.line(), file);
   const std::string_view value = lines.textOf(lines.line().value);
-  if (!judged.entry) return symbolOf(value, Kind::Entry, std::move(range));
+  if (!judged.entry) return symbolOf(value, SymbolKind::Entry, std::move(range));
   const auto& [key, customKey, isSlow, place, keyPlace, customKeyPlace] = *judged.entry;
-  Json symbol = symbolOf(customKey.empty() ? key : customKey, Kind::Entry, std::move(range));
+  Json symbol = symbolOf(customKey.empty() ? key : customKey, SymbolKind::Entry, std::move(range));
   if (!customKey.empty()) symbol["detail"] = key;
   return symbol;
 }
@@ -40,7 +40,7 @@ Json pairOf(const Lines& lines, const Document& document) {
   if (kind == SectionKind::MeterEntries || kind == SectionKind::EngineEntries) {
     return entryOf(lines, document, std::move(range));
   }
-  Json symbol = symbolOf(lines.key(), Kind::Setting, std::move(range));
+  Json symbol = symbolOf(lines.key(), SymbolKind::Setting, std::move(range));
   symbol["detail"] = lines.textOf(lines.line().value);
   return symbol;
 }
@@ -54,7 +54,7 @@ Json sectionsOf(const Document& document) {
     if (line.kind == LineKind::Header) {
       const Json range = document.rangeOf(lines.offsetOf(line.name.begin - 1),
                                           lines.offsetOf(line.name.end() + 1));
-      sections.push_back(symbolOf(lines.textOf(line.name), Kind::Section, range));
+      sections.push_back(symbolOf(lines.textOf(line.name), SymbolKind::Section, range));
       sections.back()["children"] = Json::array();
     } else if (!lines.key().empty() && !sections.empty()) {
       Json pair = pairOf(lines, document);

@@ -62,6 +62,14 @@ class Editor {
     return lastId_;
   }
 
+  // Waits until the server has begun to write, and reads nothing of it.
+  void waitForOutput() {
+    pollfd output{from_.read(), POLLIN, 0};
+    if (poll(&output, 1, static_cast<int>(patience.count())) <= 0) {
+      throw std::runtime_error("the server writes nothing");
+    }
+  }
+
   // Waits for a message that fits, and keeps the others.
   Json wait(const std::function<bool(const Json&)>& fits) {
     for (std::size_t i = 0;; ++i) {

@@ -49,7 +49,7 @@ class Features : public ::testing::Test {
   Editor editor;
 };
 
-const std::string text =
+const std::string sample =
     "[Meters]\n"
     "Target=localhost:50005\n"
     "[MetersFloat]\n"
@@ -64,7 +64,7 @@ const std::string text =
 // ---- Hover ------------------------------------------------------------------------------------
 
 TEST_F(Features, HoverShowsTheSlotOfALine) {
-  open(text);
+  open(sample);
   EXPECT_TRUE(
       hover(3, 0).starts_with("`gateway_float_0`: the fast float slot at position 0 of its "
                               "list, with the default 0.0; its key is `a`"))
@@ -82,13 +82,13 @@ TEST_F(Features, HoverShowsTheSlotOfALine) {
 }
 
 TEST_F(Features, HoverSaysThatTheModuleRefusesTheConfiguration) {
-  open(text + "nonsense\n");
+  open(sample + "nonsense\n");
   EXPECT_NE(hover(4, 0).find("once the module accepts the configuration"), std::string::npos)
       << hover(4, 0);
 }
 
 TEST_F(Features, HoverExplainsTheWordUnderThePointer) {
-  open(text);
+  open(sample);
   EXPECT_EQ(hover(1, 2), "`Target`: " + lsp::describeKey("Meters", "Target"));
   EXPECT_NE(hover(4, 14).find("`CustomKey=`: " + lsp::describeWord("CustomKey")),
             std::string::npos);
@@ -107,7 +107,7 @@ TEST_F(Features, HoverExplainsTheRuleThatIsBroken) {
 
 TEST_F(Features, HoverShowsTheSlotsOfADedicatedFileInItsMainFile) {
   const std::string part = folder.write("part.conf", "[MetersFloat]\nMeter=Key=z\n");
-  open(text + "[ParseIfExist:" + part + "]\nFile=" + part + "\n");
+  open(sample + "[ParseIfExist:" + part + "]\nFile=" + part + "\n");
   editor.open("file://" + part, "[MetersFloat]\nMeter=Key=z\n");
   const Json answer = editor.result(
       "textDocument/hover",
@@ -176,7 +176,7 @@ TEST_F(Features, CompletionKnowsValues) {
 // ---- Symbols ----------------------------------------------------------------------------------
 
 TEST_F(Features, SymbolsAreFlatUnlessTheEditorKnowsNestedOnes) {
-  open(text);
+  open(sample);
   const Json list =
       editor.result("textDocument/documentSymbol", {{"textDocument", {{"uri", uri}}}});
   ASSERT_EQ(list.size(), 10u) << list;
@@ -194,7 +194,7 @@ class NestedSymbols : public Features {
 };
 
 TEST_F(NestedSymbols, AreTheSectionsWithTheirEntries) {
-  open(text + "Param=\n");
+  open(sample + "Param=\n");
   const Json list =
       editor.result("textDocument/documentSymbol", {{"textDocument", {{"uri", uri}}}});
   ASSERT_EQ(list.size(), 4u) << list;
@@ -219,7 +219,7 @@ TEST_F(Features, DefinitionIsTheDedicatedFile) {
     EXPECT_EQ(place["range"], rangeOf(0, 0, 0));
   }
   EXPECT_TRUE(ask("definition", 2, 8).is_null()) << "there is no such file";
-  open(text);
+  open(sample);
   EXPECT_TRUE(ask("definition", 1, 0).is_null());
 }
 

@@ -1,4 +1,5 @@
-// A real editor: Neovim, with the files that examples/editors gives its users.
+// The program as editors run it. One of them is Neovim, with the files that examples/editors gives
+// its users.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -34,6 +35,28 @@ std::vector<std::string> commandOf(const std::string& script, const std::string&
           "-c",
           "luafile " + script,
           file};
+}
+
+TEST(LspTool, EndsWithTheExitCodeOfTheProtocol) {
+  ToolProcess silent({"lsp"});
+  silent.closeInput();
+  EXPECT_EQ(silent.waitExit(), 1);
+  EXPECT_EQ(silent.errors(), "");
+
+  ToolProcess tool({"lsp", "--stdio"});
+  for (const std::string message :
+       {R"({"jsonrpc":"2.0","id":1,"method":"initialize","params":{"capabilities":{}}})",
+        R"({"jsonrpc":"2.0","id":2,"method":"shutdown"})",
+        R"({"jsonrpc":"2.0","method":"exit"})"}) {
+    tool.write("Content-Length: " + std::to_string(message.size()) + "\r\n\r\n" + message);
+  }
+  EXPECT_EQ(tool.waitExit(), 0);
+  EXPECT_EQ(tool.errors(), "");
+}
+
+TEST(LspTool, ReportsWrongUse) {
+  ToolProcess tool({"lsp", "gateway.conf"});
+  EXPECT_EQ(tool.waitExit(), 2);
 }
 
 TEST(Neovim, ShowsDiagnosticsAndMakesRepairs) {
