@@ -175,6 +175,19 @@ TEST_F(Protocol, ReportsMistakesInADedicatedFileThatIsNotOpen) {
   EXPECT_TRUE(editor.diagnostics("file://" + part, nullptr).empty());
 }
 
+TEST_F(Protocol, AsksToHearOfFilesThatOtherProgramsWrite) {
+  const std::string part = folder.write("part.conf", "[MetersFloat]\nMeter=Key=a Type=x\n");
+  editor.initialize({{"workspace", {{"didChangeWatchedFiles", {{"dynamicRegistration", true}}}}}});
+  const Json request = editor.notification("client/registerCapability");
+  EXPECT_EQ(request["params"]["registrations"][0]["method"], "workspace/didChangeWatchedFiles");
+  editor.send({{"jsonrpc", "2.0"}, {"id", request["id"]}, {"result", nullptr}});
+  editor.open(uri, soundText + "[ParseIfExist:" + part + "]\nFile=" + part + "\n");
+  EXPECT_FALSE(editor.diagnostics("file://" + part, nullptr).empty());
+  folder.write("part.conf", "[MetersFloat]\nMeter=Key=a\n");
+  editor.notify("workspace/didChangeWatchedFiles", {{"changes", Json::array()}});
+  EXPECT_TRUE(editor.diagnostics("file://" + part, nullptr).empty());
+}
+
 // ---- Fixes ------------------------------------------------------------------------------------
 
 TEST_F(Protocol, OffersTheRepairsOfTheChecker) {
@@ -342,8 +355,8 @@ TEST_F(Protocol, IgnoresResponses) {
   expectSound();
 }
 
-// The pipes hold far less than the questions and the answers. If the server waited for its client to
-// read, neither would ever come back.
+// The pipes hold far less than the questions and the answers. If the server waited for its client
+// to read, neither would ever come back.
 TEST_F(Protocol, ReadsOnWhileNobodyReadsItsAnswers) {
   editor.initialize();
   const std::string method = "no/such/" + std::string(1 << 20, 'x');
