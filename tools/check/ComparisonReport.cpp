@@ -56,16 +56,16 @@ std::string lineOf(const SlotChange& change) {
 
 // ---- Groups -----------------------------------------------------------------------------------
 
-struct Group {
+struct ChangeGroup {
   std::size_t size = 0;
   std::string lines = {};  // the first few
 };
 
 // By the worst change of each slot.
-std::map<Change, Group> groupsOf(const Comparison& comparison) {
-  std::map<Change, Group> groups;
+std::map<Change, ChangeGroup> groupsOf(const Comparison& comparison) {
+  std::map<Change, ChangeGroup> groups;
   for (const SlotChange& change : comparison.slots) {
-    Group& group = groups[change.changes().front()];
+    ChangeGroup& group = groups[change.changes().front()];
     if (group.size++ < shownOfEachGroup) group.lines += fmt::format("  {}\n", lineOf(change));
   }
   return groups;
