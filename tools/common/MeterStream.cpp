@@ -7,6 +7,11 @@
 #include "sanitizers/ReactionOrder.h"
 
 namespace tools {
+namespace {
+
+thread_local bool isBeginningHere = false;
+
+}  // namespace
 
 std::shared_ptr<grpc::Channel> connectToMeters(const std::string& target, int messageLimit) {
   grpc::ChannelArguments arguments;
@@ -21,8 +26,13 @@ std::shared_ptr<grpc::Channel> connectToMeters(const std::string& target, int me
   return grpc::CreateCustomChannel(target, grpc::InsecureChannelCredentials(), arguments);
 }
 
+bool MeterStream::isBeginning() {
+  return isBeginningHere;
+}
+
 void MeterStream::begin(grpc::GenericStub& stub) {
   const ReactionOrder order(this);
+  isBeginningHere = true;
   const bool isFast = rate_ == standin::SlotSet::Fast;
   stub.PrepareBidiStreamingCall(
       &context_,
@@ -34,6 +44,7 @@ void MeterStream::begin(grpc::GenericStub& stub) {
   StartWriteLast(&request_, {});
   StartRead(&message_);
   StartCall();
+  isBeginningHere = false;
 }
 
 void MeterStream::OnReadInitialMetadataDone(bool ok) {

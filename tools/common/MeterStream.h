@@ -47,6 +47,9 @@ class MeterStream final : public grpc::ClientBidiReactor<grpc::ByteBuffer, grpc:
 
   // Opens the stream. Call this once; an end follows.
   void begin(grpc::GenericStub& stub);
+  // Whether this thread is within `begin`: who watches the calls of the process can tell these from
+  // the module's.
+  static bool isBeginning();
 
   // Ends the stream soon.
   void cancel() { context_.TryCancel(); }

@@ -3,11 +3,13 @@
 #include <fmt/format.h>
 #include <grpcpp/support/client_interceptor.h>
 
+#include <atomic>
 #include <map>
 #include <mutex>
 #include <set>
 #include <utility>
 
+#include "tools/common/MeterStream.h"
 #include "tools/common/StatusName.h"
 
 namespace host {
@@ -61,6 +63,14 @@ std::string_view nameOf(Delivery::State state) {
 
 class CallWatch::Record {
  public:
+  explicit Record(TappedMethod tapped) : tapped_(std::move(tapped)) {}
+
+  // The tap for a call of this method, or null.
+  CallTap* tapOf(std::string_view method) const {
+    return method == tapped_.method ? tapped_.tap.get() : nullptr;
+  }
+  std::uint32_t nextTapped() { return ++tappedCalls_; }
+
   std::optional<CallAccount> account(std::string_view method) const {
     const std::lock_guard lock(mutex_);
     const auto found = methods_.find(method);
@@ -136,6 +146,9 @@ class CallWatch::Record {
     if (deliveries_.size() > deliveriesKept) deliveries_.erase(deliveries_.begin());
   }
 
+  const TappedMethod tapped_;
+  std::atomic<std::uint32_t> tappedCalls_ = 0;
+
   mutable std::mutex mutex_;  // guards everything below
   std::map<std::string, Method, std::less<>> methods_;
   std::map<unsigned, Tracked> deliveries_;
@@ -154,7 +167,12 @@ class CallWatch::Observer final : public grpc::experimental::Interceptor {
         method_(call.method()),
         isUnary_(call.type() == ClientRpcInfo::Type::UNARY),
         notification_(attributedTo) {
-    if (record_) record_->begin(method_, notification_, begun_);
+    if (!record_) return;
+    record_->begin(method_, notification_, begun_);
+    tap_ = record_->tapOf(method_);
+    if (tap_ == nullptr) return;
+    number_ = record_->nextTapped();
+    tap_->started(number_);
   }
 
   // A call that is dropped before its status was asked for ends here.
@@ -171,6 +189,7 @@ class CallWatch::Observer final : public grpc::experimental::Interceptor {
     if (batch.QueryInterceptionHookPoint(Hook::PRE_SEND_CANCEL)) return;
     if (batch.QueryInterceptionHookPoint(Hook::PRE_SEND_MESSAGE)) {
       isSending_ = true;
+      if (tap_ != nullptr) tap_->sent(number_, *batch.GetSerializedSendMessage());
       return;
     }
     // The next event is that of the sending, although this gRPC does not mark it POST_SEND_MESSAGE.
@@ -205,6 +224,10 @@ class CallWatch::Observer final : public grpc::experimental::Interceptor {
     end_.time = std::chrono::steady_clock::now();
     end_.wasUnreadable = isUnary_ && lacksMessage_ && end_.status.ok();
     record_->end(method_, notification_, begun_, end_);
+    if (tap_ == nullptr) return;
+    tap_->ended(number_, end_.wasSent || !end_.status.ok()
+                             ? end_.status
+                             : grpc::Status(grpc::StatusCode::UNKNOWN, "not sent"));
   }
 
   const std::shared_ptr<Record> record_;
@@ -212,13 +235,16 @@ class CallWatch::Observer final : public grpc::experimental::Interceptor {
   const bool isUnary_;
   const unsigned notification_;
   const Time begun_ = std::chrono::steady_clock::now();
+  CallTap* tap_ = nullptr;    // the record's; null: nobody listens
+  std::uint32_t number_ = 0;  // for the tap
   CallEnd end_;
   bool isSending_ = false;
   bool lacksMessage_ = false;
   bool hasEnded_ = false;
 };
 
-// gRPC takes one factory per process and keeps it for good.
+// gRPC takes one factory per process and keeps it for good. The streams that this program receives
+// for itself are nobody's business.
 class CallWatch::Factory final : public grpc::experimental::ClientInterceptorFactoryInterface {
  public:
   static Factory& ofProcess() {
@@ -233,7 +259,7 @@ class CallWatch::Factory final : public grpc::experimental::ClientInterceptorFac
   // gRPC does not accept a null pointer.
   grpc::experimental::Interceptor* CreateClientInterceptor(ClientRpcInfo* call) override {
     const std::lock_guard lock(mutex_);
-    return new Observer(record_, *call);
+    return new Observer(tools::MeterStream::isBeginning() ? nullptr : record_, *call);
   }
 
   void watch(std::shared_ptr<Record> record) {
@@ -248,7 +274,7 @@ class CallWatch::Factory final : public grpc::experimental::ClientInterceptorFac
 
 // ---- The watch --------------------------------------------------------------------------------
 
-CallWatch::CallWatch() : record_(std::make_shared<Record>()) {
+CallWatch::CallWatch(TappedMethod tapped) : record_(std::make_shared<Record>(std::move(tapped))) {
   Factory::ofProcess().watch(record_);
 }
 

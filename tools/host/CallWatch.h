@@ -11,6 +11,7 @@
 // Ownership: only one can exist at a time. Calls may outlive it.
 #pragma once
 
+#include <grpcpp/support/byte_buffer.h>
 #include <grpcpp/support/status.h>
 
 #include <chrono>
@@ -60,9 +61,28 @@ struct Delivery {
 // "answered", as programs read it.
 std::string_view nameOf(Delivery::State state);
 
+// Receives the calls of one method as they are made, on the threads of the calls. The events of one
+// call come in order. Members should return quickly: the module's thread waits.
+class CallTap {
+ public:
+  virtual ~CallTap() = default;
+  // `number` rises from 1.
+  virtual void started(std::uint32_t number) = 0;
+  // The bytes of the request.
+  virtual void sent(std::uint32_t number, const grpc::ByteBuffer& request) = 0;
+  virtual void ended(std::uint32_t number, const grpc::Status& status) = 0;
+};
+
+// A tap, and the method whose calls it receives, such as "/package.Service/Method".
+struct TappedMethod {
+  std::string method;
+  std::shared_ptr<CallTap> tap;  // null: nobody listens
+};
+
 class CallWatch {
  public:
-  CallWatch();
+  // Calls that outlive the watch share ownership of the tap.
+  explicit CallWatch(TappedMethod tapped = {});
   ~CallWatch();
   CallWatch(const CallWatch&) = delete;
   CallWatch& operator=(const CallWatch&) = delete;

@@ -100,7 +100,7 @@ RunningModule::RunningModule(const Setup& setup,
       module_(setup.module) {
   // Read a second time, for what the module does not publish. The module reports what is wrong.
   const gateway::ConfigManager config(setup.config);
-  if (setup.watchesCalls) calls_.emplace();
+  if (setup.watchesCalls) calls_.emplace(setup.tapped);
   host_.setLogSink(std::move(logSink));
   start(config);
 }

@@ -43,6 +43,7 @@ struct Setup {
   std::string module;        // path of the module's file
   std::string name;          // of the instance, at most 31 bytes
   bool watchesCalls = true;  // otherwise the module's links are unknown
+  TappedMethod tapped{};     // calls to pass on, if calls are watched
   double readyAge = 10;      // seconds that a stream's latest message may be old
 };
 

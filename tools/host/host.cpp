@@ -32,6 +32,7 @@
 #include "tools/host/ReadyFile.h"
 #include "tools/host/Reporter.h"
 #include "tools/host/RunningModule.h"
+#include "tools/host/SessionRecorder.h"
 
 namespace host {
 namespace {
@@ -53,6 +54,7 @@ struct Options {
   PageSettings page;
   std::string readyFile;
   bool reloads = false;
+  std::string record;  // path of the recording; empty for none
 };
 
 // ---- Running --------------------------------------------------------------------------------
@@ -91,6 +93,7 @@ class Run {
   int attend(RunningModule& module);
   int judge(const Expectations& expectations) const;
   std::unique_ptr<PageServer> openPage(RunningModule& module) const;
+  void follow(const RunningModule& module);
   void reload(RunningModule& module, Expectations& expectations);
   void watch(const RunningModule& module);
   void printLinks(const RunningModule& module);
@@ -105,6 +108,7 @@ class Run {
   const Reporter reporter_;
   LogBook logBook_;
   std::optional<ConfigWatch> configWatch_;
+  std::optional<SessionRecorder> session_;
   std::optional<std::uint64_t> watched_;  // the last look whose changes have been printed
   unsigned notificationsPrinted_ = 0;
   std::uint64_t deliveriesPrinted_ = 0;
@@ -124,12 +128,22 @@ void Run::explain(const Refused& refused) const {
 int Run::attend() {
   // Before the module starts, so that no later change is missed.
   if (options_.reloads) configWatch_.emplace(options_.setup.config);
-  RunningModule module(options_.setup, [this](const auto& line) { log(line); });
+  Setup setup = options_.setup;
+  if (!options_.record.empty()) setup.tapped = session_.emplace(options_.record).tap();
+  RunningModule module(setup, [this](const auto& line) { log(line); });
+  follow(module);
   reporter_.started(module);
   if (!options_.settings.empty()) module.set(options_.settings);
   const int code = attend(module);
   const int verdict = judge(module.stop());
-  return verdict == ExitCode::Done ? code : verdict;
+  const std::string lost = session_ ? session_->close() : "";
+  if (!lost.empty()) reporter_.complain(lost);
+  if (verdict != ExitCode::Done) return verdict;
+  return lost.empty() ? code : ExitCode::Failed;
+}
+
+void Run::follow(const RunningModule& module) {
+  if (session_) session_->follow(module.metersTarget(), module.engineTarget());
 }
 
 // Runs until a signal, `quit` or the end of the time; returns the exit code.
@@ -161,7 +175,7 @@ int Run::attend(RunningModule& module) {
       watch(module);
       nextWatch = now + watchPeriod;
     }
-    if (reporter_.hasFailed()) return ExitCode::Failed;
+    if (reporter_.hasFailed() || (session_ && session_->hasFailed())) return ExitCode::Failed;
     if (now >= end) return judge(expectations);
     const Arrival arrival = tools::waitFor(signals_, &input_, std::min({end, nextLook, nextWatch}));
     if (arrival == Arrival::Signal) return ExitCode::Interrupted;
@@ -177,6 +191,7 @@ int Run::attend(RunningModule& module) {
 void Run::reload(RunningModule& module, Expectations& expectations) {
   try {
     const auto changes = module.reload(*configWatch_);
+    follow(module);
     expectations.follow(module.board());
     reporter_.reloaded(module, changes);
     // Print all slots and links again.
@@ -363,6 +378,12 @@ std::array<CLI::Option*, 3> addPageOptions(CLI::App& host, Options& options) {
   return {page, token, tokenFile};
 }
 
+// A check for CLI11: it returns an error message, or nothing.
+std::string checkRecording(const std::string& path) {
+  if (path != "-") return {};
+  return "standard output has the lines of the host, so a recording needs a file";
+}
+
 void addOptions(CLI::App& host, Options& options) {
   addModuleOptions(host, options.setup);
   host.add_flag("--json", options.json, "Print JSON lines.");
@@ -386,11 +407,16 @@ void addOptions(CLI::App& host, Options& options) {
   const auto page = addPageOptions(host, options);
   auto* ready = addReadyOptions(host, options);
   auto* reload = addReloadOption(host, options.reloads);
+  auto* record = host.add_option("--record", options.record,
+                                 "Record both meter streams and the calls to the engine service. "
+                                 "See RECORDING.");
+  record->type_name("FILE")->check(checkRecording, "");
   auto* cycles = host.add_option("--cycles", options.cycles,
                                  "Start and stop the module N times, then report what it left "
                                  "behind.");
   cycles->type_name("N")->check(tools::numbersFrom(1u, 1000000u), "");
   cycles->excludes(watch)->excludes(set)->excludes(expect)->excludes(ready)->excludes(reload);
+  cycles->excludes(record);
   for (CLI::Option* option : page) cycles->excludes(option);
 }
 

@@ -135,6 +135,11 @@ void Recorder::pushLoss(Stream stream, std::uint64_t time) {
   push({Kind::Lost, stream, number, time, contentOf(lost)});
 }
 
+bool Recorder::hasFailed() const {
+  const std::lock_guard lock(mutex_);
+  return !error_.empty();
+}
+
 void Recorder::close() {
   {
     const std::lock_guard lock(mutex_);

@@ -69,6 +69,9 @@ class Recorder {
   // Becomes readable if the recording can't be written any more; only for waiting.
   int failureDescriptor() const { return failure_; }
 
+  // Whether that is so.
+  bool hasFailed() const;
+
   // Writes everything that has been added, and ends the recording. Throws std::runtime_error, with
   // name and reason, if not everything could be written.
   void close();
