@@ -146,8 +146,8 @@ MaybeFinding longDefault(const DefaultFacts& facts) {
                  "shorten it"};
 }
 
-constexpr std::array rules = {badDefault, unsignedRange, trailingText, defaultNotFinite,
-                              longDefault};
+constexpr std::array defaultRuleTable = {badDefault, unsignedRange, trailingText, defaultNotFinite,
+                                         longDefault};
 
 }  // namespace
 
@@ -155,7 +155,7 @@ void judgeDefault(const WordFacts& word, std::vector<Finding>& findings) {
   const ValueType type = word.entry.section.type;
   DefaultFacts facts{word, word.field.value, {}};
   if (type != ValueType::String) facts.number = numberIn(std::string(facts.text), type);
-  for (const auto rule : rules) {
+  for (const auto rule : defaultRuleTable) {
     if (MaybeFinding finding = rule(facts)) findings.push_back(*std::move(finding));
   }
 }

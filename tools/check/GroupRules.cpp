@@ -255,8 +255,8 @@ MaybeFinding unknownWord(const EntryFacts& facts, const Group& group) {
       remedyForUnknownWord(facts, group)};
 }
 
-constexpr std::array<GroupRule, 6> rules = {meantAsComment, spacedEquals, wordEndsInEquals,
-                                            emptyQuotes,    bareWords,    unknownWord};
+constexpr std::array<GroupRule, 6> groupRuleTable = {meantAsComment, spacedEquals, wordEndsInEquals,
+                                                     emptyQuotes,    bareWords,    unknownWord};
 
 }  // namespace
 
@@ -280,7 +280,7 @@ std::vector<Group> groupsOf(const EntryFacts& facts) {
 }
 
 std::span<const GroupRule> groupRules() {
-  return rules;
+  return groupRuleTable;
 }
 
 }  // namespace check
