@@ -30,13 +30,14 @@ std::size_t openQuoteIn(std::string_view text) {
 EntryWords entryWordsOf(std::string_view value) {
   EntryWords found;
   found.words.reserve(wordsOf(SectionKind::MeterEntries).size());
-  std::string room(value.size(), '\0');
+  found.room.resize(value.size());
   const char* in = value.data();
   std::size_t left = value.size();
+  char* out = found.room.data();
+  std::size_t roomLeft = found.room.size();
   for (;;) {
     const std::size_t begin = value.size() - left;
-    char* out = room.data();
-    std::size_t roomLeft = room.size();
+    const char* const text = out;
     const int result = c_shquote_parse_next(&out, &roomLeft, &in, &left);
     // The comment reaches to the end, since a value has no newline.
     if (left > 0 && *in == '#' && result != 0) found.comment = begin;
@@ -46,7 +47,7 @@ EntryWords entryWordsOf(std::string_view value) {
     const std::string_view taken = value.substr(begin, size);
     const std::size_t lastByte = taken.find_last_not_of(" \t");
     if (lastByte != taken.npos) size = lastByte + 1;
-    found.words.push_back({{begin, size}, {room.data(), room.size() - roomLeft}});
+    found.words.push_back({{begin, size}, {text, static_cast<std::size_t>(out - text)}});
   }
 }
 
@@ -96,7 +97,8 @@ Field fieldOf(std::string_view word) {
 Span placeOfValue(std::string_view value, const Word& word) {
   const std::string_view text = word.place.of(value);
   const std::size_t equals = text.find('=');
-  if (equals == text.npos || text.find_first_of("\"'\\") < equals) return word.place;
+  const std::string_view name = text.substr(0, equals);
+  if (equals == text.npos || name.find_first_of("\"'\\") != name.npos) return word.place;
   return {word.place.begin + equals + 1, word.place.size - equals - 1};
 }
 

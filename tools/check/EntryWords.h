@@ -3,7 +3,6 @@
 
 #include <cstddef>
 #include <optional>
-#include <string>
 #include <string_view>
 #include <vector>
 
@@ -12,11 +11,12 @@
 namespace check {
 
 struct Word {
-  Span place;        // within the value, quotes included
-  std::string text;  // without quotes
+  Span place;             // within the value, quotes included
+  std::string_view text;  // without quotes; lives as long as its EntryWords
 };
 
 struct EntryWords {
+  std::vector<char> room;                // for the texts of the words
   std::vector<Word> words;               // those before an open quote, if there is one
   std::optional<std::size_t> openQuote;  // its position in the value
   std::optional<std::size_t> comment;    // the position of a "#" that ends the words

@@ -65,7 +65,7 @@ std::size_t ignoredWords(const EntryFacts& facts, std::size_t index) {
 
 Group groupAt(const EntryFacts& facts, std::size_t index, bool inComment) {
   using enum Group::Kind;
-  const std::string& text = facts.words()[index].text;
+  const std::string_view text = facts.words()[index].text;
   const Field& field = facts.fields[index];
   if (field.isRead()) return {facts.knows(field.name) ? Known : Refused, index};
   if (const std::size_t size = spacedWords(facts, index); size > 0) return {Spaced, index, size};
@@ -162,7 +162,7 @@ Remedy remedyForTail(const EntryFacts& facts, const Group& group) {
 }
 
 Remedy remedyForBareWords(const EntryFacts& facts, const Group& group) {
-  const std::string& text = facts.words()[group.first].text;
+  const std::string_view text = facts.words()[group.first].text;
   const std::size_t colon = text.find(':');
   const Span place = facts.inLine(placeOf(facts, group));
   if (const auto name = facts.sameAs(text.substr(0, colon)); !name.empty()) {

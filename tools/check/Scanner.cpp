@@ -1,5 +1,6 @@
 #include "tools/check/Scanner.h"
 
+#include <algorithm>
 #include <cctype>
 
 namespace check {
@@ -30,15 +31,24 @@ bool isBlank(char character) {
   return std::isspace(static_cast<unsigned char>(character)) != 0;
 }
 
+// Ensures that a whole chunk is in the buffer, unless the file ends before.
+void Scanner::fillBuffer() {
+  constexpr std::size_t room = 16 * chunkSize;
+  if (unread_.size() >= chunkSize) return;
+  buffer_.resize(room);
+  std::copy(unread_.begin(), unread_.end(), buffer_.begin());
+  const std::size_t kept = unread_.size();
+  const std::size_t got = std::fread(buffer_.data() + kept, 1, room - kept, file_);
+  unread_ = {buffer_.data(), kept + got};
+}
+
 bool Scanner::readChunk() {
-  size_ = 0;
-  while (size_ < chunkSize) {
-    const int byte = getc_unlocked(file_);
-    if (byte == EOF) break;
-    chunk_[size_++] = static_cast<char>(byte);
-    if (byte == '\n') break;
-  }
-  return size_ > 0;
+  fillBuffer();
+  chunk_ = unread_.substr(0, chunkSize);
+  if (chunk_.empty()) return false;
+  chunk_ = chunk_.substr(0, std::min(chunk_.find('\n'), chunk_.size() - 1) + 1);
+  unread_.remove_prefix(chunk_.size());
+  return true;
 }
 
 void Scanner::beginLine() {
@@ -55,8 +65,8 @@ bool Scanner::next() {
            .offset = lineBytes_,
            .before = lineUnits_,
            .isTail = isTail};
-  std::string_view text(chunk_.data(), size_);
-  lineBytes_ += size_;
+  std::string_view text = chunk_;
+  lineBytes_ += text.size();
   lineIsOpen_ = !text.ends_with('\n');
   if (!lineIsOpen_) text.remove_suffix(1);
   if (line_.chunk == 1 && text.starts_with(byteOrderMark)) {

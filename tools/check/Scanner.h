@@ -3,15 +3,15 @@
 // The reader reports neither positions nor what it ignores, so this file repeats its rules
 // (src/ini/ini.h). A test compares the two over many files.
 //
-// Memory: one chunk of the file, however long the file and its lines are.
+// Memory: one buffer, however long the file and its lines are.
 // Threads: one at a time. Ownership: the caller closes the file.
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdio>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "tools/check/Utf16Counter.h"
 
@@ -72,6 +72,7 @@ class Scanner {
   const std::string& pendingName() const { return pendingName_; }
 
  private:
+  void fillBuffer();
   bool readChunk();
   void beginLine();
   void classify();
@@ -79,8 +80,9 @@ class Scanner {
   void takePair();
 
   std::FILE* file_;
-  std::array<char, chunkSize> chunk_;
-  std::size_t size_ = 0;
+  std::vector<char> buffer_;
+  std::string_view unread_;  // of the buffer
+  std::string_view chunk_;   // likewise
   bool lineIsOpen_ = false;  // the chunk did not end its line
   std::size_t lineBytes_ = 0;
   Utf16Counter lineUnits_;

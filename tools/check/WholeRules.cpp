@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <memory_resource>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -168,29 +169,31 @@ void repeatedSlotName(const Listed& listed, std::string_view name, const EntryLi
           isGenerated ? "give this entry a CustomKey" : "choose another CustomKey"});
 }
 
-// The first line with each key or name.
-using Lines = std::unordered_map<std::string_view, const EntryLine*>;
+// The first line with each key or name. A large configuration has so many that they get their memory
+// in large pieces.
+using Lines = std::pmr::unordered_map<std::string_view, const EntryLine*>;
 
 struct List {
-  std::size_t size = 0;
   Lines keys;
+  std::size_t size = 0;
 };
-using ListsOfTypes = std::array<List, gateway::valueTypes.size()>;
+using ListsOfTypes = std::vector<List>;
 using Lists = std::array<ListsOfTypes, 3>;
 
-// Reserves the tables, which would otherwise be rebuilt again and again for a large configuration.
-void makeRoom(const Configuration& configuration, Lists& lists, std::array<Lines, 3>& names) {
+// Makes the tables with enough room, so that they are not rebuilt again and again.
+void makeRoom(const Configuration& configuration, std::pmr::memory_resource* memory, Lists& lists,
+              std::vector<Lines>& names) {
   std::array<std::array<std::size_t, gateway::valueTypes.size()>, 3> sizes{};
   for (const EntryLine& line : configuration.entries) {
     ++sizes[setOf(line)][gateway::indexOf(line.section->type)];
   }
   for (const Set set : {Fast, Slow, Engine}) {
     std::size_t all = 0;
-    for (std::size_t type = 0; type < lists[set].size(); ++type) {
-      lists[set][type].keys.reserve(sizes[set][type]);
-      all += sizes[set][type];
+    for (const std::size_t size : sizes[set]) {
+      lists[set].push_back({Lines(size, memory)});
+      all += size;
     }
-    names[set].reserve(all);
+    names.emplace_back(all, memory);
   }
 }
 
@@ -218,10 +221,11 @@ void keyInTwoTypes(const Listed& listed, const ListsOfTypes& lists, const Report
 }
 
 void judgeEntries(const Configuration& configuration, const Report& report) {
+  std::pmr::monotonic_buffer_resource memory;
   Lists lists;
-  std::array<Lines, 3> names;
+  std::vector<Lines> names;
   std::deque<std::string> generated;
-  makeRoom(configuration, lists, names);
+  makeRoom(configuration, &memory, lists, names);
   for (const EntryLine& line : configuration.entries) {
     const Set set = setOf(line);
     List& list = lists[set][gateway::indexOf(line.section->type)];
