@@ -197,6 +197,13 @@ def start_section(tables):
     return [*measuring.table(head, rows), ""]
 
 
+def check_section(tables):
+    rows = [[f"{run['meters']:,}", run["kind"], amount(run["bytes"], "B"),
+             amount(run["seconds"], "s"), f"{run['bytes'] / run['seconds'] / 1e6:.3g} MB/s"]
+            for run in tables["check"]["checks"]]
+    return [*measuring.table(["Meters", "Lines", "File", "CPU", "Speed"], rows), ""]
+
+
 def live_page_section(tables):
     rows = [
         [
@@ -225,6 +232,7 @@ SECTIONS = {
     "saturation": saturation_section,
     "parts": part_section,
     "starts": start_section,
+    "check": check_section,
     "page": live_page_section,
 }
 

@@ -5,6 +5,7 @@ clients of both subjects, which are the bare client and the module.
 import contextlib
 import json
 import os
+import resource
 import subprocess
 import typing
 
@@ -124,6 +125,22 @@ class Bench:
                                text=True, timeout=seconds + 5 * PATIENCE,
                                env={**os.environ, "GATEWAYCTL": str(self.gatewayctl.resolve())})
         return json.loads(result.stdout)
+
+    def check_seconds(self, text):
+        """The CPU of one check of a configuration by gatewayctl."""
+        command = [self.gatewayctl, "check", self.write("checked.conf", text)]
+
+        def used():
+            usage = resource.getrusage(resource.RUSAGE_CHILDREN)
+            return usage.ru_utime + usage.ru_stime
+
+        before = used()
+        done = subprocess.run(command, check=False, stdout=subprocess.DEVNULL,
+                              stderr=subprocess.DEVNULL, preexec_fn=pinned(CLIENT_CORE),
+                              timeout=PATIENCE)
+        if done.returncode not in (0, 1):
+            raise RuntimeError(f"gatewayctl check ended with {done.returncode}")
+        return used() - before
 
     def google_benchmark(self, program, *arguments):
         """The runs of each benchmark, by its name without options. Each run has "seconds", which

@@ -293,6 +293,27 @@ def measure_latency(bench):
     return {"rows": rows}
 
 
+# ---- The checker --------------------------------------------------------------------------------
+
+CHECKED_WORDS = {
+    "sound": "CustomKey=channel_{}_level DefaultValue=-60.5",
+    "a mistake in each": "CustomKey=channel_{}_level DefaultValue=none",
+}
+
+
+def measure_checks(bench):
+    """The CPU of gatewayctl check by the number of meters; of a single one, that of its start."""
+    checks = []
+    for count in bench.scale.checked_meters:
+        for kind, words in CHECKED_WORDS.items():
+            lines = (f"Meter=Key=console.channel.{i}.level {words.format(i)}\n" for i in range(count))
+            text = "[Meters]\nTarget=localhost:50005\n[MetersFloat]\n" + "".join(lines)
+            runs = [bench.check_seconds(text) for _ in range(bench.scale.check_repetitions)]
+            checks.append({"meters": count, "kind": kind, "bytes": len(text),
+                           "seconds": rounded(statistics.median(runs))})
+    return {"rows": [], "checks": checks}
+
+
 # ---- The live page ------------------------------------------------------------------------------
 
 
@@ -313,5 +334,6 @@ TABLES = {
     "starts": ("A start with many entries", measure_starts),
     "rest": ("A started module with quiet streams", measure_rest),
     "latency": ("Latency", measure_latency),
+    "check": ("A check by gatewayctl", measure_checks),
     "page": ("The live page of gatewayctl", measure_page),
 }
