@@ -198,8 +198,12 @@ def start_section(tables):
 
 
 def check_section(tables):
+    def speed(run):
+        # A single line says nothing about the speed.
+        return f"{run['bytes'] / run['seconds'] / 1e6:.0f} MB/s" if run["meters"] > 1 else ""
+
     rows = [[f"{run['meters']:,}", run["kind"], amount(run["bytes"], "B"),
-             amount(run["seconds"], "s"), f"{run['bytes'] / run['seconds'] / 1e6:.3g} MB/s"]
+             amount(run["seconds"], "s"), speed(run)]
             for run in tables["check"]["checks"]]
     return [*measuring.table(["Meters", "Lines", "File", "CPU", "Speed"], rows), ""]
 
