@@ -306,8 +306,9 @@ def measure_checks(bench):
     checks = []
     for count in bench.scale.checked_meters:
         for kind, words in CHECKED_WORDS.items():
-            lines = (f"Meter=Key=console.channel.{i}.level {words.format(i)}\n" for i in range(count))
-            text = "[Meters]\nTarget=localhost:50005\n[MetersFloat]\n" + "".join(lines)
+            text = "[Meters]\nTarget=localhost:50005\n[MetersFloat]\n"
+            text += "".join(f"Meter=Key=console.channel.{i}.level {words.format(i)}\n"
+                            for i in range(count))
             runs = [bench.check_seconds(text) for _ in range(bench.scale.check_repetitions)]
             checks.append({"meters": count, "kind": kind, "bytes": len(text),
                            "seconds": rounded(statistics.median(runs))})
