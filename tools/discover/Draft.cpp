@@ -19,7 +19,6 @@ namespace {
 using standin::SlotSet;
 using tools::complaintAboutKey;
 using tools::complaintAboutTypes;
-using tools::namesOf;
 using tools::shown;
 using tools::typeOf;
 using tools::ValueCase;

@@ -46,7 +46,7 @@ class Pinger {
     for (int i = 0; i < count; ++i) {
       if (sent_ > 0) pause(interval);
       const auto answer = connection_.ping(momentIn(site_.limits.patience));
-      const auto complaint = complaintAbout(answer, ++sent_, connection_);
+      auto complaint = complaintAbout(answer, ++sent_, connection_);
       if (!complaint.empty()) return complaint;
     }
     return "";

@@ -197,7 +197,7 @@ class MeterProbe {
                          counted(sightings_.keysOf(rate).size(), "key"));
     }
     return firstComplaint([](const SeenKey& key) {
-      const auto complaint = tools::complaintAboutKey(key.key);
+      auto complaint = tools::complaintAboutKey(key.key);
       // Several types are the subject of another check.
       if (!complaint.empty() || key.types.size() > 1) return complaint;
       return tools::complaintAboutTypes(key.types);

@@ -56,8 +56,8 @@ ExitCode Outcome::exitCode() const {
 std::string textOf(const Result& result, std::size_t width) {
   constexpr std::size_t indent = 9;
   const Check& check = rowOf(result.check);
-  const auto head = fmt::format("{:<9}{} ({}): {}\n", nameOf(result.verdict), check.name,
-                                nameOf(check.kind), tools::printable(result.seen));
+  auto head = fmt::format("{:<9}{} ({}): {}\n", nameOf(result.verdict), check.name,
+                          nameOf(check.kind), tools::printable(result.seen));
   if (result.verdict == Verdict::Skipped) return head;
   return head + tools::wrapped(fmt::format("{}. {}", check.claim, check.why), indent, width);
 }
