@@ -14,14 +14,11 @@ namespace {
 
 constexpr std::size_t sizeSize = 4;  // of a record's size, which does not count itself
 
-std::string errorText() {
-  return std::generic_category().message(errno);
-}
-
 std::size_t readFrom(std::FILE* file, const std::string& path, char* bytes, std::size_t size) {
   const std::size_t count = std::fread(bytes, 1, size, file);
   if (count < size && std::ferror(file) != 0) {
-    throw std::runtime_error(fmt::format("can't read {}: {}", path, errorText()));
+    throw std::runtime_error(
+        fmt::format("can't read {}: {}", path, std::generic_category().message(errno)));
   }
   return count;
 }
@@ -37,7 +34,9 @@ Source fileSource(const std::string& path) {
   const std::shared_ptr<std::FILE> file(std::fopen(path.c_str(), "rbe"), [](std::FILE* opened) {
     if (opened != nullptr) std::fclose(opened);
   });
-  if (!file) throw std::runtime_error(fmt::format("can't read {}: {}", path, errorText()));
+  if (!file)
+    throw std::runtime_error(
+        fmt::format("can't read {}: {}", path, std::generic_category().message(errno)));
   return [file, path](char* bytes, std::size_t size) {
     return readFrom(file.get(), path, bytes, size);
   };
