@@ -22,8 +22,8 @@ struct Outcome {
   tools::ExitCode exitCode() const;
 };
 
-// A result: a line with its verdict and what was seen. Unless the check was skipped, lines of at most
-// `width` columns follow, with what should hold and why it matters.
+// A result: a line with its verdict and what was seen. Unless the check was skipped, lines of at
+// most `width` columns follow, with what should hold and why it matters.
 std::string textOf(const Result& result, std::size_t width);
 
 // How many checks held, and which level was reached; one line.
