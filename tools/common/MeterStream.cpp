@@ -42,14 +42,16 @@ void MeterStream::begin(grpc::GenericStub& stub) {
   const grpc::Slice request("");
   request_ = grpc::ByteBuffer(&request, 1);
   StartWriteLast(&request_, {});
-  StartRead(&message_);
   StartCall();
   isBeginningHere = false;
 }
 
 void MeterStream::OnReadInitialMetadataDone(bool ok) {
   const ReactionOrder order(this);
-  if (ok) listener_.opened(rate_);
+  if (!ok) return;
+  listener_.opened(rate_);
+  // Not earlier: gRPC could report the first message on another thread before the headers.
+  StartRead(&message_);
 }
 
 void MeterStream::OnReadDone(bool ok) {

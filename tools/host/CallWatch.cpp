@@ -223,11 +223,13 @@ class CallWatch::Observer final : public grpc::experimental::Interceptor {
     if (!record_ || std::exchange(hasEnded_, true)) return;
     end_.time = std::chrono::steady_clock::now();
     end_.wasUnreadable = isUnary_ && lacksMessage_ && end_.status.ok();
+    // First: whoever learns of the end may make the next call.
+    if (tap_ != nullptr) {
+      const bool isKnown = end_.wasSent || !end_.status.ok();
+      tap_->ended(number_,
+                  isKnown ? end_.status : grpc::Status(grpc::StatusCode::UNKNOWN, "not sent"));
+    }
     record_->end(method_, notification_, begun_, end_);
-    if (tap_ == nullptr) return;
-    tap_->ended(number_, end_.wasSent || !end_.status.ok()
-                             ? end_.status
-                             : grpc::Status(grpc::StatusCode::UNKNOWN, "not sent"));
   }
 
   const std::shared_ptr<Record> record_;

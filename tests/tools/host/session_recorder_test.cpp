@@ -54,10 +54,10 @@ TEST_F(HostRecord, KeepsStreamsAndEngineCalls) {
   servers.command("end fast OK");
   host.waitError("recording: the fast stream ended: OK;");
   host.writeLine("set gain -6.5");
-  servers.waitEvent("closed SetParams 1 ");
+  host.waitLine("notification 1 answered");
   servers.command("engine fail ABORTED");
   host.writeLine("set gain 3");
-  servers.waitEvent("closed SetParams 2 ");
+  host.waitLine("notification 2 failed");
   host.writeLine("quit");
   EXPECT_EQ(host.waitExit(), 0);
   const auto result = recording::readBack(textOf(file()));
