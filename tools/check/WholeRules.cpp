@@ -169,8 +169,8 @@ void repeatedSlotName(const Listed& listed, std::string_view name, const EntryLi
           isGenerated ? "give this entry a CustomKey" : "choose another CustomKey"});
 }
 
-// The first line with each key or name. A large configuration has so many that they get their memory
-// in large pieces.
+// The first line with each key or name. Their memory comes in large pieces, because a large
+// configuration has many of them.
 using Lines = std::pmr::unordered_map<std::string_view, const EntryLine*>;
 
 struct List {
