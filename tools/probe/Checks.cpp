@@ -14,7 +14,7 @@ namespace {
 using C = CheckId;
 constexpr Kind required = Kind::Required;
 constexpr Kind recommended = Kind::Recommended;
-constexpr bool ofEngine = true;
+constexpr bool forEngine = true;
 
 constexpr std::string_view whyPings =
     "The gateway pings a quiet connection twice. A server that takes this for abuse disconnects "
@@ -24,7 +24,7 @@ constexpr std::string_view whySteadyPings =
     "long "
     "as they run. gRPC's default disconnects them with too_many_pings.";
 
-constexpr auto checks = std::to_array<Check>({
+constexpr auto checkTable = std::to_array<Check>({
     {C::Connects, "connects", 1, required, "The server answers within ten seconds",
      "Without a connection, nothing arrives."},
     {C::Methods, "methods", 1, required, "GetMetersFast and GetMetersSlow exist",
@@ -65,34 +65,34 @@ constexpr auto checks = std::to_array<Check>({
     {C::EngineConnects, "engine-connects", 1, required,
      "The engine service answers within ten "
      "seconds",
-     "Without a connection, every change is lost.", ofEngine},
+     "Without a connection, every change is lost.", forEngine},
     {C::EngineMethod, "engine-method", 1, required, "SetParams exists",
-     "It is the only method that the gateway calls.", ofEngine},
+     "It is the only method that the gateway calls.", forEngine},
     {C::EngineAnswers, "engine-answers", 2, required, "SetParams is answered within a second",
      "A call has no deadline. One that is never answered keeps the gateway from stopping.",
-     ofEngine},
+     forEngine},
     {C::EngineTypes, "engine-types", 3, required,
      "Calls with a string, a float, an int and a uint are answered",
-     "The gateway sends these four types.", ofEngine},
+     "The gateway sends these four types.", forEngine},
     {C::EngineUnknownKeys, "engine-unknown-keys", 3, required,
      "The service survives unknown keys, empty keys and keys without values",
-     "A mistake in a configuration must not stop the service for others.", ofEngine},
+     "A mistake in a configuration must not stop the service for others.", forEngine},
     {C::EngineStatus, "engine-status", 3, recommended, "The answers have the status OK",
      "The gateway ignores the status and does not repeat a failed call, so the change is lost.",
-     ofEngine},
+     forEngine},
     {C::EngineReply, "engine-reply", 3, recommended,
      "The answers are a ResponseSetParams of proto/engine.proto",
-     "The gateway ignores them, but other clients read them.", ofEngine},
+     "The gateway ignores them, but other clients read them.", forEngine},
     {C::EnginePings, "engine-pings", 3, required, "Two pings in a row are answered", whyPings,
-     ofEngine},
+     forEngine},
     {C::EngineLoad, "engine-load", 5, required, "1000 calls at once are answered",
      "Each notification of the engine is a call, and nothing limits how many are in flight.",
-     ofEngine},
+     forEngine},
     {C::EngineSteadyPings, "engine-steady-pings", 5, recommended,
-     "Pings every ten seconds are permitted", whySteadyPings, ofEngine},
+     "Pings every ten seconds are permitted", whySteadyPings, forEngine},
 });
-static_assert(tools::isIndexedBy(checks, &Check::id), "a row per check, in their order");
-static_assert(checks.back().id == C::EngineSteadyPings, "every check has a row");
+static_assert(tools::isIndexedBy(checkTable, &Check::id), "a row per check, in their order");
+static_assert(checkTable.back().id == C::EngineSteadyPings, "every check has a row");
 
 constexpr std::array<std::string_view, highestLevel> levelNames = {
     "Reachable: server and methods are there.",
@@ -105,11 +105,11 @@ constexpr std::array<std::string_view, highestLevel> levelNames = {
 }  // namespace
 
 std::span<const Check> allChecks() {
-  return checks;
+  return checkTable;
 }
 
 const Check& rowOf(CheckId id) {
-  return checks[static_cast<std::size_t>(id)];
+  return checkTable[static_cast<std::size_t>(id)];
 }
 
 std::string_view nameOf(Kind kind) {
@@ -131,7 +131,7 @@ std::string manualOfLevels() {
 std::string manualOfChecks() {
   constexpr std::size_t column = 23;
   std::string text;
-  for (const Check& check : checks) {
+  for (const Check& check : checkTable) {
     text += tools::manualEntry(check.name,
                                fmt::format("Level {}, {}. {}. {}", check.level, nameOf(check.kind),
                                            check.claim, check.why),
@@ -142,7 +142,7 @@ std::string manualOfChecks() {
 
 std::string markdownOfChecks() {
   std::string text = "| Check | Level | | What holds | Why it matters |\n|---|---|---|---|---|\n";
-  for (const Check& check : checks) {
+  for (const Check& check : checkTable) {
     text += fmt::format("| `{}` | {} | {} | {} | {} |\n", check.name, check.level,
                         nameOf(check.kind), check.claim, check.why);
   }

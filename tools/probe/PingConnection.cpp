@@ -93,7 +93,7 @@ PingConnection::PingConnection(const Waiter& waiter, const std::string& peer,
   socket_ = socket(address.bytes.ss_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
   const auto* const bare = reinterpret_cast<const sockaddr*>(&address.bytes);
   const bool isConnected =
-      socket_ >= 0 && (connect(socket_, bare, address.size) == 0 ||
+      socket_ >= 0 && (::connect(socket_, bare, address.size) == 0 ||
                        (errno == EINPROGRESS && waitWritable(waiter, socket_, until)));
   if (isConnected && send("PRI * HTTP/2.0\r\n\r\nSM\r\n\r\n") && sendFrame(settingsType, 0, "")) {
     return;

@@ -67,10 +67,10 @@ std::string summaryOf(const Outcome& outcome) {
     return std::count_if(outcome.results.begin(), outcome.results.end(),
                          [&](const Result& each) { return each.verdict == verdict; });
   };
-  const auto required = std::count_if(outcome.results.begin(), outcome.results.end(), isFailure);
+  const auto failures = std::count_if(outcome.results.begin(), outcome.results.end(), isFailure);
   const auto counts =
       fmt::format("{} held, {} failed ({} of them required), {} skipped", count(Verdict::Held),
-                  count(Verdict::Failed), required, count(Verdict::Skipped));
+                  count(Verdict::Failed), failures, count(Verdict::Skipped));
   if (outcome.wasInterrupted) return counts + ". Interrupted before the end.\n";
   const int reached = outcome.reached();
   if (reached == 0) return fmt::format("{}. Level 1 is not reached.\n", counts);

@@ -29,16 +29,16 @@ std::shared_ptr<grpc::Channel> connect(const std::string& target) {
   return grpc::CreateCustomChannel(target, grpc::InsecureChannelCredentials(), arguments);
 }
 
-struct Call {
-  grpc::ClientContext context;
-  grpc::ByteBuffer request;
-  grpc::ByteBuffer response;
-  Clock::time_point start = Clock::now();
-};
-
 }  // namespace
 
 struct UnaryCalls::State {
+  struct Call {
+    grpc::ClientContext context;
+    grpc::ByteBuffer request;
+    grpc::ByteBuffer response;
+    Clock::time_point start = Clock::now();
+  };
+
   State(const std::string& target, std::chrono::duration<double> most)
       : channel(connect(target)), stub(channel), limit(most) {}
 
@@ -71,7 +71,7 @@ UnaryCalls::UnaryCalls(const std::string& target, std::chrono::duration<double> 
     : state_(std::make_unique<State>(target, limit)) {}
 
 UnaryCalls::~UnaryCalls() {
-  for (Call& call : state_->calls) call.context.TryCancel();
+  for (auto& call : state_->calls) call.context.TryCancel();
   std::unique_lock lock(state_->mutex);
   state_->over.wait(lock, [&] { return state_->open == 0; });
 }
