@@ -101,7 +101,7 @@ const std::vector<Room> rooms = {
       "tools/recording/"}},
     {"tools/check/",
      {"src/host/", "src/shquote/", "src/standin/", module + "ConfigManager", module + "ValueType",
-      "tools/common/"}},
+      "tools/common/", "tools/recording/"}},
     {"tools/discover/",
      {"src/host/", "src/standin/", module + "ValueType", "tools/common/", "tools/recording/"}},
     {"tools/record/", {"proto/", "src/standin/", "tools/common/", "tools/recording/"}},

@@ -52,7 +52,8 @@ Checked check(const Request& request) {
   Checked checked{.file = request.name};
   Findings findings(request.allowed);
   try {
-    Judged judged = judge(request.path, request.name, request.limits, request.overlay, findings);
+    Judged judged = judge(request.path, request.name, request.limits, request.overlay,
+                          request.server, findings);
     checked.verdict = Verdict::Refused;
     checked.files = std::move(judged.files);
     checked.entries = std::move(judged.entries);

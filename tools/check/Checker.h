@@ -48,6 +48,8 @@ struct Checked {
   std::vector<EntryPlace> entries = {};           // the lines that the slots come from
   std::vector<ModuleLine> log = {};               // the first lines
   bool moduleWasAsked = false;
+  bool lacksServer = false;        // the server to compare with was not reached
+  std::string serverSummary = {};  // how many meters it sends; empty without such a server
 
   std::size_t count(Severity severity) const { return counts[static_cast<std::size_t>(severity)]; }
 };
@@ -57,8 +59,9 @@ struct Request {
   std::string name = {};        // for messages
   std::set<Rule> allowed = {};  // rules whose warnings are ignored
   bool withSlots = false;
-  bool withRefusedSlots = false;  // also those that a refused configuration would have
-  Overlay overlay = {};           // texts to check in place of those of files
+  bool withRefusedSlots = false;        // also those that a refused configuration would have
+  Overlay overlay = {};                 // texts to check in place of those of files
+  const HeardServer* server = nullptr;  // to compare the meters with; null for none
   WalkLimits limits = {};
 };
 

@@ -1,8 +1,8 @@
 // What a rule finds in a line, and how to repair it.
 //
 // The rules form groups: LineRules, SectionRules, EntryRules with its GroupRules and DefaultRules,
-// and WholeRules. Each rule is a function that returns a finding or nothing. It neither opens files
-// nor prints. Any thread.
+// WholeRules and ServerRules. Each rule is a function that returns a finding or nothing. It neither
+// opens files nor prints. Any thread.
 #pragma once
 
 #include <cstdint>

@@ -32,8 +32,8 @@ struct FileState {
 class Judge {
  public:
   Judge(const std::string& path, const std::string& name, const WalkLimits& limits,
-        const Overlay& overlay, Findings& findings)
-      : walk_(path, name, limits, overlay), limits_(limits), findings_(findings) {}
+        const Overlay& overlay, const HeardServer* server, Findings& findings)
+      : walk_(path, name, limits, overlay), limits_(limits), server_(server), findings_(findings) {}
 
   Judged operator()();
 
@@ -62,6 +62,7 @@ class Judge {
 
   Walk walk_;
   const WalkLimits limits_;
+  const HeardServer* const server_;
   Findings& findings_;
   Configuration configuration_;
   std::vector<FileState> files_ = std::vector<FileState>(1);  // the open ones
@@ -79,12 +80,14 @@ Judged Judge::operator()() {
     else
       takeFileEnd();
   }
-  judgeWhole(configuration_, [&](const SourceLine* line, Finding finding) {
+  const Report report = [&](const SourceLine* line, Finding finding) {
     if (line != nullptr)
       findings_.add(*line, std::move(finding));
     else
       findings_.add(walk_.mainFile(), walk_.order(), std::move(finding));
-  });
+  };
+  judgeWhole(configuration_, report);
+  if (server_ != nullptr) judgeServer(configuration_, *server_, report);
   Judged judged{.reading = isEndless_ ? Reading::Endless : Reading::Finite,
                 .entries = entryPlaces()};
   for (const SourceFile& file : walk_.files()) judged.files.push_back(file.name);
@@ -324,8 +327,8 @@ void Judge::enter(const FileFacts& facts) {
 }  // namespace
 
 Judged judge(const std::string& path, const std::string& name, const WalkLimits& limits,
-             const Overlay& overlay, Findings& findings) {
-  return Judge(path, name, limits, overlay, findings)();
+             const Overlay& overlay, const HeardServer* server, Findings& findings) {
+  return Judge(path, name, limits, overlay, server, findings)();
 }
 
 }  // namespace check

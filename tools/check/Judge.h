@@ -10,6 +10,7 @@
 #include "standin/LoadedModule.h"
 #include "tools/check/Findings.h"
 #include "tools/check/Overlay.h"
+#include "tools/check/ServerRules.h"
 #include "tools/check/Walk.h"
 
 namespace check {
@@ -33,8 +34,9 @@ struct Judged {
 };
 
 // Judges the file at `path` and adds what is wrong to `findings`. Messages call the file `name`.
-// Reads the texts of the overlay in place of their files. Throws UncheckableFile.
+// Reads the texts of the overlay in place of their files. Compares the meters with what `server`
+// sends, unless it is null. Throws UncheckableFile.
 Judged judge(const std::string& path, const std::string& name, const WalkLimits& limits,
-             const Overlay& overlay, Findings& findings);
+             const Overlay& overlay, const HeardServer* server, Findings& findings);
 
 }  // namespace check

@@ -255,31 +255,14 @@ void judgeEntries(const Configuration& configuration, const Report& report) {
 
 // ---- Targets ----------------------------------------------------------------------------------
 
-// The entries of a set: how many there are, and the first few.
-struct Users {
-  static constexpr std::size_t named = 4;
-  std::size_t count = 0;
-  std::vector<const EntryLine*> first = {};
-};
-
 using AllUsers = std::array<Users, 3>;
 
 AllUsers usersOf(const Configuration& configuration) {
   AllUsers users;
   for (const EntryLine& line : configuration.entries) {
-    Users& set = users[setOf(line)];
-    if (set.count++ < Users::named) set.first.push_back(&line);
+    users[setOf(line)].add(line);
   }
   return users;
-}
-
-// "line 4, line 6 and 2 more".
-std::string linesOf(const Users& users) {
-  std::vector<std::string> lines;
-  for (const EntryLine* line : users.first) lines.push_back(nameOf(line->at));
-  const std::size_t more = users.count - lines.size();
-  return fmt::format("{}{}", fmt::join(lines, ", "),
-                     more > 0 ? fmt::format(" and {} more", more) : "");
 }
 
 // Both rates are on by default.
@@ -439,6 +422,14 @@ void Configuration::noteLostTarget(std::string_view section, const SourceLine& l
   // If the name of the section suggests neither, the Target may belong to either.
   if (!has("eng") && !lostMetersTarget) lostMetersTarget = line;
   if (!has("met") && !lostEngineTarget) lostEngineTarget = line;
+}
+
+std::string linesOf(const Users& users) {
+  std::vector<std::string> lines;
+  for (const EntryLine* line : users.first) lines.push_back(nameOf(line->at));
+  const std::size_t more = users.count - lines.size();
+  return fmt::format("{}{}", fmt::join(lines, ", "),
+                     more > 0 ? fmt::format(" and {} more", more) : "");
 }
 
 std::span<const SettingRule> settingRules() {

@@ -9,6 +9,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "tools/check/EntryRules.h"
 #include "tools/check/Finding.h"
@@ -52,6 +53,20 @@ struct Configuration {
   // Remembers the lost Target of a line in this section; its name may be misspelt.
   void noteLostTarget(std::string_view section, const SourceLine& line);
 };
+
+// Entries that a finding is about: how many there are, and the first few.
+struct Users {
+  static constexpr std::size_t named = 4;
+  std::size_t count = 0;
+  std::vector<const EntryLine*> first = {};
+
+  void add(const EntryLine& line) {
+    if (count++ < named) first.push_back(&line);
+  }
+};
+
+// "line 4, line 6 and 2 more".
+std::string linesOf(const Users& users);
 
 // Rules about one setting. `before` is the line that it overrides, or null.
 struct SettingFacts {

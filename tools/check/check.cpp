@@ -9,12 +9,15 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <new>
 #include <optional>
 #include <set>
 #include <stdexcept>
 #include <string>
+#include <system_error>
+#include <utility>
 #include <vector>
 
 #include "manual.h"
@@ -26,12 +29,17 @@
 #include "tools/check/Formats.h"
 #include "tools/check/Repairs.h"
 #include "tools/check/Report.h"
+#include "tools/check/Target.h"
 #include "tools/check/Text.h"
 #include "tools/common/ExitCode.h"
 #include "tools/common/Json.h"
+#include "tools/common/Listener.h"
 #include "tools/common/ManualText.h"
+#include "tools/common/Numbers.h"
 #include "tools/common/Output.h"
+#include "tools/common/StreamProblems.h"
 #include "tools/common/Suggestion.h"
+#include "tools/recording/HeardRecording.h"
 
 namespace check {
 namespace {
@@ -46,12 +54,14 @@ struct Options {
   bool slots = false;
   bool listRules = false;
   std::optional<std::string> compared;  // an older configuration
+  std::string server;                   // to compare the meters with; empty for none
+  double seconds = 30;                  // how long to listen to it
   std::string fix;                      // how bold; empty if nothing is to be repaired
   bool diff = false;
   std::string explained;
 };
 
-// ---- Running ----------------------------------------------------------------------------------
+// ---- Repairing --------------------------------------------------------------------------------
 
 Boldness boldnessOf(const Options& options) {
   return options.fix == "unsafe" ? Boldness::Likely : Boldness::Safe;
@@ -86,6 +96,90 @@ void copyInput(const standin::MemoryFile& file) {
   }
 }
 
+// ---- Listening --------------------------------------------------------------------------------
+
+// The meters that a server should send.
+tools::Sightings expectationsOf(const Checked& checked) {
+  tools::Sightings sightings;
+  for (const tools::ConfiguredSlot& slot : checked.slots) {
+    const bool isFast = slot.set == standin::SlotSet::Fast && checked.settings.fastMeters;
+    const bool isSlow = slot.set == standin::SlotSet::Slow && checked.settings.slowMeters;
+    if (isFast || isSlow) sightings.expect(slot.set, slot.key, slot.type);
+  }
+  return sightings;
+}
+
+HeardServer heardNow(const Options& options, tools::Sightings expected) {
+  tools::Listening listening = tools::listen(options.server, options.seconds, std::move(expected));
+  const double seconds = listening.wasInterrupted ? listening.seconds : options.seconds;
+  auto problems = tools::problemsOf(options.server, seconds, listening.heard);
+  return {.name = options.server,
+          .seconds = seconds,
+          .wasReached = listening.heard.wasReached(),
+          .sightings = std::move(listening.heard.sightings),
+          .problems = std::move(problems)};
+}
+
+HeardServer heardBefore(const std::string& path, tools::Sightings expected) {
+  auto recorded = recording::heardIn(path, std::move(expected));
+  if (!recorded.warning.empty()) tools::say("check", "warning: " + recorded.warning);
+  auto problems = tools::problemsOf(recorded.target, recorded.seconds, recorded.heard);
+  return {.name = path,
+          .seconds = recorded.seconds,
+          .wasReached = recorded.heard.wasReached(),
+          .sightings = std::move(recorded.heard.sightings),
+          .problems = std::move(problems)};
+}
+
+bool isFile(const std::string& path) {
+  std::error_code error;
+  return std::filesystem::is_regular_file(path, error);
+}
+
+// What the server sends for the meters of the file. Returns nothing if there are none, or if the
+// module refuses the file. Throws std::runtime_error for a recording that can't be read.
+std::optional<HeardServer> hear(Request request, const Options& options) {
+  request.withSlots = true;
+  const Checked checked = check(request);
+  if (checked.verdict != Verdict::Accepted) return std::nullopt;
+  tools::Sightings expected = expectationsOf(checked);
+  if (expected.countExpected() == 0) {
+    tools::say("check", fmt::format("{} has no meters to compare with the server", request.name));
+    return std::nullopt;
+  }
+  return isFile(options.server) ? heardBefore(options.server, std::move(expected))
+                                : heardNow(options, std::move(expected));
+}
+
+// "127.0.0.1:50005 sends 11 of the 12 meters".
+std::string summaryOf(const HeardServer& server) {
+  const std::size_t all = server.sightings.countExpected();
+  return fmt::format("{} sends {} of the {}", server.name, all - server.sightings.countMissing(),
+                     counted(all, "meter"));
+}
+
+Checked compareWithServer(Request request, const Options& options) {
+  std::optional<HeardServer> server;
+  try {
+    server = hear(request, options);
+  } catch (const std::runtime_error& error) {
+    return {.file = request.name, .reason = error.what()};
+  }
+  if (!server) return checkOrRepair(request, options);
+  request.server = &*server;
+  Checked checked = checkOrRepair(request, options);
+  checked.lacksServer = !server->wasReached;
+  checked.serverSummary = summaryOf(*server);
+  return checked;
+}
+
+Checked checkRequest(const Request& request, const Options& options) {
+  return options.server.empty() ? checkOrRepair(request, options)
+                                : compareWithServer(request, options);
+}
+
+// ---- Running ----------------------------------------------------------------------------------
+
 Checked checkFile(const std::string& file, const Options& options) {
   Request request{.path = file,
                   .name = file,
@@ -93,7 +187,7 @@ Checked checkFile(const std::string& file, const Options& options) {
                   .withSlots = options.slots || options.format == Format::Json || options.compared};
   if (file != "-") {
     try {
-      return checkOrRepair(request, options);
+      return checkRequest(request, options);
     } catch (const std::runtime_error& error) {
       return {.file = file, .reason = fmt::format("its repair failed: {}", error.what())};
     }
@@ -106,12 +200,13 @@ Checked checkFile(const std::string& file, const Options& options) {
     return {.file = request.name, .reason = error.what()};
   }
   request.path = input.path();
-  return checkOrRepair(request, options);
+  return checkRequest(request, options);
 }
 
 int exitCodeOf(const Checked& checked, bool strict) {
   if (checked.verdict == Verdict::Unreadable) return ExitCode::WrongUse;
   if (checked.verdict == Verdict::Refused) return ExitCode::Failed;
+  if (checked.lacksServer) return ExitCode::WrongUse;
   return strict && checked.count(Severity::Warning) > 0 ? ExitCode::AcceptedWithWarnings
                                                         : ExitCode::Done;
 }
@@ -142,6 +237,9 @@ void print(const Checked& checked, const Options& options) {
   }
   if (options.format != Format::Text || options.diff) return;
   tools::writeOut(textOf(checked, tools::showsColours(STDOUT_FILENO)));
+  if (!checked.serverSummary.empty()) {
+    tools::writeOut(fmt::format("{}: {}\n", checked.file, checked.serverSummary));
+  }
   if (options.slots && checked.verdict == Verdict::Accepted) {
     tools::writeOut(tableOf(checked.slots));
   }
@@ -217,6 +315,14 @@ std::string checkAllowed(const std::string& name) {
   return fmt::format("{} is not a warning and can't be switched off", name);
 }
 
+std::string checkTarget(const std::string& target) {
+  if (isFile(target)) return {};
+  if (target.empty()) return "the target is empty: write HOST:PORT";
+  const auto fault = faultOf(target);
+  if (!fault) return {};
+  return fmt::format("bad target {}: {}; {}", inQuotes(target), fault->text, fault->remedy);
+}
+
 // The names of rules as CLI11 describes the choices of an option.
 std::string rulesThat(bool (*fit)(Weight)) {
   std::vector<std::string_view> names;
@@ -243,6 +349,8 @@ int obey(const Options& options) {
   } else if ((options.slots || options.compared) && options.format > Format::Json) {
     throw CLI::ValidationError(
         fmt::format("{} needs --format text or json", options.slots ? "--slots" : "--compare"));
+  } else if (!options.server.empty() && options.files.size() > 1) {
+    throw CLI::ValidationError("--against takes one FILE");
   } else if (options.compared) {
     if (options.files.size() > 1 || (options.compared == "-" && namesInput(options))) {
       throw CLI::ValidationError("--compare needs two files, the old one and the new one");
@@ -299,6 +407,21 @@ void addOptions(CLI::App& command, Options& options) {
       ->excludes(command.get_option("--slots"))
       ->excludes(command.get_option("--strict"))
       ->excludes(command.get_option("--allow"));
+  CLI::Option* const against =
+      command
+          .add_option("--against", options.server,
+                      "Compare the meters with what this meter server sends, such as "
+                      "127.0.0.1:50005, or with a recording.")
+          ->type_name("TARGET")
+          ->check(checkTarget, "")
+          ->excludes(command.get_option("--compare"));
+  command
+      .add_option("--for", options.seconds,
+                  "How long to listen to the server. Ends earlier once all meters have come.")
+      ->type_name("SECONDS")
+      ->check(tools::numbersFrom(0.001, 86400.0), "")
+      ->needs(against)
+      ->capture_default_str();
   command.add_flag("--list-rules", options.listRules, "Print all rules, and nothing else.");
   command
       .add_option("--explain", options.explained,

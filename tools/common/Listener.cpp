@@ -1,10 +1,13 @@
 #include "tools/common/Listener.h"
 
+#include <google/protobuf/stubs/logging.h>
+#include <grpc/grpc.h>
 #include <grpcpp/generic/generic_stub.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <system_error>
@@ -12,6 +15,7 @@
 
 #include "tools/common/ByteBuffer.h"
 #include "tools/common/MeterStream.h"
+#include "tools/common/Terminal.h"
 
 namespace tools {
 namespace {
@@ -105,6 +109,26 @@ void Listener::cancel(SlotSet rate) {
 Heard Listener::finish() {
   state_->finish();
   return std::move(state_->heard);
+}
+
+Listening listen(const std::string& target, double seconds, Sightings sightings) {
+  const SignalDescriptor signals;
+  // Without grpc_shutdown: that can wait ten seconds for one of gRPC's threads, which the end of
+  // the process ends anyway.
+  grpc_init();
+  // Keeps protobuf from logging texts that are not UTF-8: Sightings explains them better.
+  google::protobuf::SetLogHandler(nullptr);
+  const auto begin = Clock::now();
+  const auto deadline = momentIn(seconds);
+  Listener listener(target, std::move(sightings));
+  Arrival arrival = Arrival::Nothing;
+  while (arrival == Arrival::Nothing && Clock::now() < deadline) {
+    arrival = waitFor(signals, listener.overDescriptor(), deadline);
+  }
+  const std::chrono::duration<double> elapsed = Clock::now() - begin;
+  return {.heard = listener.finish(),
+          .seconds = elapsed.count(),
+          .wasInterrupted = arrival == Arrival::Signal};
 }
 
 }  // namespace tools

@@ -37,6 +37,12 @@ struct Heard {
   std::optional<StreamEnd> slowEnd = {};
   bool connected = false;  // at the end
 
+  // Whether there was a connection at any time.
+  bool wasReached() const {
+    return connected || (fastEnd && fastEnd->wasConnected) || (slowEnd && slowEnd->wasConnected) ||
+           sightings.messagesOf(standin::SlotSet::Fast).messages > 0 ||
+           sightings.messagesOf(standin::SlotSet::Slow).messages > 0;
+  }
   const std::optional<StreamEnd>& endOf(standin::SlotSet rate) const {
     return rate == standin::SlotSet::Fast ? fastEnd : slowEnd;
   }
@@ -78,5 +84,17 @@ class Listener {
   struct State;
   std::unique_ptr<State> state_;
 };
+
+// A whole run of a sub-command that listens.
+struct Listening {
+  Heard heard;
+  double seconds = 0;  // how long it lasted
+  bool wasInterrupted = false;
+};
+
+// Listens until both streams have ended, all that was expected has come, the time is over, or
+// SIGINT or SIGTERM arrives. Blocks these signals as SignalDescriptor does, so call it before any
+// thread starts. Throws as SignalDescriptor and Listener do.
+Listening listen(const std::string& target, double seconds, Sightings sightings = Sightings());
 
 }  // namespace tools

@@ -136,7 +136,7 @@ bool SeenKey::has(gateway::ValueType type) const {
 void Sightings::expect(standin::SlotSet rate, const std::string& key, gateway::ValueType type) {
   for (Stream* const stream : {&fast_, &slow_}) stream->expected.try_emplace(key);
   streamOf(rate).expected[key].push_back(type);
-  hasExpectations_ = true;
+  ++expected_;
   ++missing_;
 }
 

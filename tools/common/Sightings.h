@@ -66,6 +66,13 @@ struct SeenMessages {
   std::uint64_t ignoredValues = 0;  // of keys beyond the limits
 };
 
+// What is wrong with one stream or both.
+struct StreamProblem {
+  std::vector<standin::SlotSet> rates;
+  std::string text;    // what is wrong: a sentence on one line, without its full stop
+  std::string advice;  // what to do about it: whole sentences on the same line
+};
+
 // How much of one stream is kept.
 struct SightingLimits {
   std::size_t keys = 200000;
@@ -83,7 +90,9 @@ class Sightings {
   void expect(standin::SlotSet rate, const std::string& key, gateway::ValueType type);
 
   // Whether something was expected, and all of it has come.
-  bool hasSeenExpected() const { return hasExpectations_ && missing_ == 0; }
+  bool hasSeenExpected() const { return expected_ > 0 && missing_ == 0; }
+  std::size_t countExpected() const { return expected_; }
+  std::size_t countMissing() const { return missing_; }
 
   // Records one message of a stream, Fast or Slow.
   void take(standin::SlotSet rate, std::string_view message);
@@ -123,8 +132,8 @@ class Sightings {
   SightingLimits limits_;
   Stream fast_;
   Stream slow_;
-  bool hasExpectations_ = false;
-  std::size_t missing_ = 0;  // expected types that have not come
+  std::size_t expected_ = 0;
+  std::size_t missing_ = 0;  // how many of the expected have not come
 };
 
 }  // namespace tools

@@ -1,4 +1,4 @@
-// What went wrong while listening, and what to do about it, for people to read. Any thread.
+// What went wrong while listening to a meter server. Any thread.
 #pragma once
 
 #include <string>
@@ -11,14 +11,12 @@ namespace tools {
 // A status in one line, such as: UNAVAILABLE "Connection refused".
 std::string describe(const grpc::Status& status);
 
-struct StreamProblem {
-  std::vector<standin::SlotSet> rates;  // the streams that have it: one or both
-  std::string text;                     // whole sentences on one line, 1000 bytes at most
-};
-
 // Empty if both streams stayed open and brought values, every message could be read, and all keys
 // could be kept.
 std::vector<StreamProblem> problemsOf(const std::string& target, double seconds,
                                       const Heard& heard);
+
+// The text and the advice on one line, 1000 bytes at most.
+std::string sentencesOf(const StreamProblem& problem);
 
 }  // namespace tools

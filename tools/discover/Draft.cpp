@@ -11,6 +11,7 @@
 
 #include "standin/MemoryFile.h"
 #include "tools/common/ConfiguredSlots.h"
+#include "tools/common/EntryText.h"
 #include "tools/common/Shown.h"
 
 namespace discover {
@@ -33,30 +34,9 @@ constexpr std::size_t lineLimit = 1023;
 // quotes.
 constexpr std::string_view blanks = " \t\v\f\r";
 
-// Some of these bytes don't need quotes, but with quotes nobody has to wonder.
-bool needsQuotes(std::string_view text) {
-  return std::any_of(text.begin(), text.end(), [](char byte) {
-    return (byte >= 0 && byte <= ' ') || "\"'\\`$#;\x7f"sv.find(byte) != std::string_view::npos;
-  });
-}
-
-std::string quoted(std::string_view text) {
-  if (!needsQuotes(text)) return std::string(text);
-  std::string result = "\"";
-  char last = '"';
-  for (const char byte : text) {
-    if (byte == '"' || byte == '\\') result += '\\';
-    // A pair of quotes in between keeps the ";" from beginning a comment.
-    if (byte == ';' && blanks.find(last) != blanks.npos) result += "\"\"";
-    result += byte;
-    last = byte;
-  }
-  return result + '"';
-}
-
 std::string lineOf(const Finding& finding) {
-  std::string line =
-      fmt::format("Meter=Key={} Type={}", quoted(finding.seen.key), nameOf(finding.seen.rate));
+  std::string line = fmt::format("Meter=Key={} Type={}", tools::entryTextOf(finding.seen.key),
+                                 nameOf(finding.seen.rate));
   if (!finding.customKey.empty()) line += " CustomKey=" + finding.customKey;
   return line;
 }
@@ -73,7 +53,7 @@ std::string complaintAboutLine(const std::string& line) {
 
 std::string complaintAbout(const Finding& finding) {
   for (const auto& complaint :
-       {complaintAboutTypes(finding.seen.types), complaintAboutKey(finding.seen.key),
+       {complaintAboutTypes(finding.seen.types), tools::complaintAboutKey(finding.seen.key),
         complaintAboutLine(lineOf(finding))}) {
     if (!complaint.empty()) return complaint;
   }

@@ -1,8 +1,6 @@
 #include "tools/discover/discover.h"
 
 #include <fmt/format.h>
-#include <google/protobuf/stubs/logging.h>
-#include <grpc/grpc.h>
 
 #include <algorithm>
 #include <memory>
@@ -11,7 +9,6 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "manual.h"
@@ -24,7 +21,6 @@
 #include "tools/common/Output.h"
 #include "tools/common/Shown.h"
 #include "tools/common/StreamProblems.h"
-#include "tools/common/Terminal.h"
 #include "tools/discover/Draft.h"
 #include "tools/discover/Merge.h"
 #include "tools/discover/Selection.h"
@@ -35,11 +31,8 @@ namespace {
 
 using nlohmann::ordered_json;
 using standin::SlotSet;
-using tools::Arrival;
-using tools::Clock;
 using tools::ExitCode;
 using tools::Heard;
-using tools::Listener;
 using tools::namesOf;
 using tools::shown;
 
@@ -60,24 +53,6 @@ struct Outcome {
   std::size_t excluded = 0;  // keys that the selection does not take
   std::vector<tools::ConfiguredSlot> silent{};
 };
-
-// ---- Listening ------------------------------------------------------------------------------
-
-// Done when both streams have ended, or at the deadline.
-ExitCode waitForEnd(const tools::SignalDescriptor& signals, const Listener& listener,
-                    Clock::time_point deadline) {
-  while (Clock::now() < deadline) {
-    switch (tools::waitFor(signals, listener.overDescriptor(), deadline)) {
-      case Arrival::Nothing:
-        break;
-      case Arrival::Signal:
-        return ExitCode::Interrupted;
-      case Arrival::Input:
-        return ExitCode::Done;
-    }
-  }
-  return ExitCode::Done;
-}
 
 // ---- Writing --------------------------------------------------------------------------------
 
@@ -188,8 +163,8 @@ void saySilent(const Options& options, const Outcome& outcome) {
 Outcome outcomeOf(const Options& options, const std::optional<Existing>& existing,
                   const Heard& heard) {
   Outcome outcome;
-  for (auto& problem : tools::problemsOf(options.target, options.seconds, heard)) {
-    outcome.problems.push_back(std::move(problem.text));
+  for (const auto& problem : tools::problemsOf(options.target, options.seconds, heard)) {
+    outcome.problems.push_back(tools::sentencesOf(problem));
   }
   auto keys = heard.sightings.keys();
   outcome.excluded =
@@ -242,25 +217,17 @@ int run(const Options& options) {
   if (options.target.empty() && options.recording.empty()) {
     throw CLI::ValidationError("TARGET is missing: name a meter server, or use --from");
   }
-  // Before any thread starts, because threads inherit which signals are blocked.
-  const tools::SignalDescriptor signals;
-  // Without grpc_shutdown: that can wait ten seconds for one of gRPC's threads, which the end of
-  // the process ends anyway.
-  grpc_init();
-  // Keeps protobuf from logging texts that are not UTF-8: Sightings explains them better.
-  google::protobuf::SetLogHandler(nullptr);
   standin::Host host{{.keepRecords = false}};
   host.setLogSink([](const standin::LogLine& line) { tools::say("discover", line.text); });
   const auto existing =
       options.merge.empty() ? std::nullopt : std::optional(Existing::read(options.merge));
   if (!options.recording.empty()) return reportRecording(options, existing);
-  const auto deadline = tools::momentIn(options.seconds);
-  Listener listener(options.target);
-  if (waitForEnd(signals, listener, deadline) == ExitCode::Interrupted) {
+  const tools::Listening listening = tools::listen(options.target, options.seconds);
+  if (listening.wasInterrupted) {
     tools::say("discover", "interrupted; nothing is written");
     return ExitCode::Interrupted;
   }
-  return report(options, existing, listener.finish());
+  return report(options, existing, listening.heard);
 }
 
 // ---- Command line ---------------------------------------------------------------------------

@@ -1,6 +1,7 @@
 #include "tools/recording/HeardRecording.h"
 
 #include <fmt/format.h>
+#include <google/protobuf/stubs/logging.h>
 
 #include <array>
 #include <stdexcept>
@@ -63,6 +64,8 @@ class Hearing {
 
 HeardRecording heardIn(const std::string& path, tools::Sightings sightings) {
   HeardRecording result{.target = {}, .warning = {}, .heard = {.sightings = std::move(sightings)}};
+  // Keeps protobuf from logging texts that are not UTF-8: Sightings explains them better.
+  google::protobuf::SetLogHandler(nullptr);
   Hearing hearing(result);
   try {
     Reader reader(fileSource(path));

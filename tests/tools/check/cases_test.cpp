@@ -2,6 +2,9 @@
 // rule, cases/RULE.near.conf must not, and other files are called RULE.ANYTHING.conf. The whole
 // report on a file must match FILE.expected beside it.
 //
+// A rule about a meter server has FILE.heard beside FILE.conf: what the server has sent, a line
+// "RATE TYPE KEY" for each key. "problem RATE TEXT; ADVICE" is a problem of a stream.
+//
 // cases/repairs/ has whole configurations as beginners write them, in the states of their repair.
 // State 1 is the original. Each further state follows the remedies reported for the one before, and
 // nothing else. The last state is sound.
@@ -14,9 +17,13 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <optional>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "meters.pb.h"
 #include "standin/Host.h"
 #include "tests/support/FileText.h"
 #include "tools/check/Checker.h"
@@ -37,14 +44,51 @@ std::vector<std::string> caseFiles() {
   return files;
 }
 
+std::string messageWith(const std::string& key, const std::string& type) {
+  sonalith::grpc::Meter meter;
+  auto& item = *meter.add_values();
+  item.set_key(key);
+  sonalith::grpc::AnyValue& value = *item.mutable_value();
+  if (type == "float") value.set_sfloat(1);
+  if (type == "int") value.set_sint(1);
+  if (type == "uint") value.set_suint(1);
+  if (type == "string") value.mutable_sstring();
+  if (type == "double") value.set_sdouble(1);
+  return meter.SerializeAsString();
+}
+
+// What the server of a case has sent; nothing if the case has none.
+std::optional<check::HeardServer> heardFor(const std::string& file) {
+  std::ifstream text(file.substr(0, file.size() - 5) + ".heard");
+  if (!text) return std::nullopt;
+  check::HeardServer server{.name = "localhost:50005", .seconds = 30};
+  for (std::string first, second, rest;
+       text >> first >> second && std::getline(text >> std::ws, rest);) {
+    const auto rate = [](const std::string& word) {
+      return word == "fast" ? standin::SlotSet::Fast : standin::SlotSet::Slow;
+    };
+    if (first == "problem") {
+      const std::size_t end = rest.find("; ");
+      server.problems.push_back({{rate(second)}, rest.substr(0, end), rest.substr(end + 2)});
+    } else {
+      server.sightings.take(rate(first), messageWith(rest, second));
+    }
+  }
+  return server;
+}
+
 // Runs in the folder of the cases, where they find their dedicated files.
 class Cases : public ::testing::Test {
  protected:
   Cases() { fs::current_path(CASES_FOLDER); }
   ~Cases() override { fs::current_path(before_); }
 
-  static Checked checkCase(const std::string& file) {
-    return check::check({.path = file, .name = file});
+  static Checked checkCase(const std::string& file, std::set<check::Rule> allowed = {}) {
+    const auto server = heardFor(file);
+    return check::check({.path = file,
+                         .name = file,
+                         .allowed = std::move(allowed),
+                         .server = server ? &*server : nullptr});
   }
 
  private:
@@ -100,8 +144,7 @@ TEST_F(Cases, LoseTheWarningsOfAnAllowedRule) {
   for (const auto& rule : check::allRules) {
     if (!check::canBeAllowed(rule.weight)) continue;
     const std::string file = std::string(rule.name) + ".conf";
-    const Checked checked =
-        check::check({.path = file, .name = file, .allowed = {*check::Rule::named(rule.name)}});
+    const Checked checked = checkCase(file, {*check::Rule::named(rule.name)});
     for (const auto& each : checked.diagnostics) {
       EXPECT_FALSE(&each.rule.text() == &rule && each.severity == check::Severity::Warning) << file;
     }
