@@ -59,7 +59,7 @@ bool areNumbered(std::string a, std::string b) {
 class SimilarKeys {
  public:
   void add(const std::string& key) {
-    if (key.size() > longest || ++count_ > most) return;
+    if (key.size() > longest || (count_ += key.size() + 1) > most) return;
     forEachVariant(key, [&](std::size_t variant) { keys_.emplace(variant, &key); });
   }
 
@@ -84,9 +84,9 @@ class SimilarKeys {
   }
 
  private:
-  // Bounds for the table of variants, since a server may send any keys.
+  // Bounds for a key and for the table of variants, since a server may send any keys.
   static constexpr std::size_t longest = 128;
-  static constexpr std::size_t most = 20000;
+  static constexpr std::size_t most = 400000;
 
   template <class Use>
   static void forEachVariant(const std::string& word, const Use& use) {
@@ -100,7 +100,7 @@ class SimilarKeys {
   }
 
   std::unordered_multimap<std::size_t, const std::string*> keys_;  // by hash of the variant
-  std::size_t count_ = 0;
+  std::size_t count_ = 0;                                          // of variants
 };
 
 // ---- Remedies ---------------------------------------------------------------------------------
@@ -173,7 +173,11 @@ class ServerJudge {
   void operator()() {
     for (const tools::StreamProblem& problem : server_.problems) judgeStream(problem);
     for (const EntryLine& line : configuration_.entries) {
-      if (isReceived(line) && isHeard(rateOf(line))) judgeKey(line);
+      if (!isReceived(line)) continue;
+      if (isHeard(rateOf(line)))
+        judgeKey(line);
+      else
+        judgeRate(line);
     }
     judgeOtherKeys();
   }
@@ -186,7 +190,7 @@ class ServerJudge {
   }
   bool isOn(SlotSet rate) const { return !switchOf(rate) || switchOf(rate)->isOn(); }
   bool isReceived(const EntryLine& line) const { return isMeter(line) && isOn(rateOf(line)); }
-  // Otherwise a problem of the stream is the reason for whatever is missing.
+  // Otherwise a problem of the stream is why its keys are missing.
   bool isHeard(SlotSet rate) const { return !server_.sightings.keysOf(rate).empty(); }
 
   // The line that takes this key already; null if there is none.
@@ -319,7 +323,7 @@ void ServerJudge::judgeKey(const EntryLine& line) {
            fmt::format("the server did not send the key {} within {:.3g} seconds, so this slot "
                        "keeps its default",
                        inQuotes(key), server_.seconds),
-           "correct the key, make the server send it, or listen longer with --for"});
+           "correct the key, make the server send it, or listen longer"});
 }
 
 void ServerJudge::judgeOtherKeys() {
@@ -337,12 +341,12 @@ void ServerJudge::judgeOtherKeys() {
     }
   }
   if (count == 0) return;
-  const Setting& target = *configuration_.metersTarget;
-  report_(&target.at, {"unused-keys", target.place,
-                       fmt::format("the server also sends {} that no meter takes: {}{}",
-                                   counted(count, "key"), fmt::join(first, ", "),
-                                   count > named ? fmt::format(" and {} more", count - named) : ""),
-                       "add a Meter for each key that you need; gatewayctl discover writes them"});
+  reportAt(target(), {"unused-keys",
+                      {},
+                      fmt::format("the server also sends {} that no meter takes: {}{}",
+                                  counted(count, "key"), fmt::join(first, ", "),
+                                  count > named ? fmt::format(" and {} more", count - named) : ""),
+                      "add a Meter for each key that you need; gatewayctl discover writes them"});
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <csignal>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -13,6 +14,7 @@
 #include "tests/support/SilentPeer.h"
 #include "tests/support/SimProcess.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tools/recording/Writer.h"
 
 namespace {
 
@@ -178,6 +180,45 @@ TEST_F(CheckAgainst, RepairsTheFileAfterTheServer) {
   EXPECT_EQ(outcomeOf(tool).code, 0);
   EXPECT_EQ(textOf(path), whole("[MetersFloat]\nMeter=Key=a Type=slow ; level\n"
                                 "Meter=Type=slow Key=\"b  b\"\n"));
+}
+
+std::string meterWith(const std::string& key) {
+  sonalith::grpc::Meter meter;
+  auto& item = *meter.add_values();
+  item.set_key(key);
+  item.mutable_value()->set_sfloat(1);
+  return meter.SerializeAsString();
+}
+
+TEST_F(CheckAgainst, ReadsARecordingInsteadOfListening) {
+  std::string bytes;
+  recording::Writer writer([&](std::string_view more) { bytes += more; }, 0);
+  using recording::Kind;
+  using recording::Stream;
+  for (const Stream stream : {Stream::Fast, Stream::Slow}) {
+    writer.add({Kind::Started, stream, 1, 0, "elsewhere:1"});
+    writer.add({Kind::Opened, stream, 1, 0, ""});
+  }
+  const std::string message = meterWith("a");
+  writer.add({Kind::Message, Stream::Fast, 1, 1000000, message});
+  writer.close(2000000);
+  const std::string path = files.write("session.gwrec", bytes);
+  const Outcome outcome = run({file, "--against", path, "--strict"});
+  EXPECT_EQ(outcome.code, 3) << outcome.errors;
+  EXPECT_TRUE(outcome.output.starts_with(
+      file +
+      ": warning: nothing came on the slow stream within 2 seconds, so this slot keeps its "
+      "default (line 6); "))
+      << outcome.output;
+  EXPECT_TRUE(outcome.output.ends_with(file + ": accepted: 1 warning\n" + file + ": " + path +
+                                       " sends 1 of the 2 meters\n"))
+      << outcome.output;
+
+  const std::string damaged = files.write("damaged.gwrec", "no recording");
+  const Outcome failed = run({file, "--against", damaged});
+  EXPECT_EQ(failed.code, 2);
+  EXPECT_TRUE(failed.errors.starts_with("gatewayctl check: can't check " + file + ": " + damaged))
+      << failed.errors;
 }
 
 // Nothing listens there, so the run would fail otherwise.
