@@ -1,7 +1,6 @@
 #include "tools/discover/Draft.h"
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <iterator>
@@ -53,7 +52,7 @@ std::string complaintAboutLine(const std::string& line) {
 
 std::string complaintAbout(const Finding& finding) {
   for (const auto& complaint :
-       {complaintAboutTypes(finding.seen.types), tools::complaintAboutKey(finding.seen.key),
+       {complaintAboutTypes(finding.seen.types), complaintAboutKey(finding.seen.key),
         complaintAboutLine(lineOf(finding))}) {
     if (!complaint.empty()) return complaint;
   }
