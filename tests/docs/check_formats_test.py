@@ -281,7 +281,9 @@ def check_that_all_members_occur(documents, diagnostics):
     for member in ("line", "edit", "notes", "section", "read_at", "source"):
         check(f"{member} occurs, and is left out",
               {bool(each[member]) for each in diagnostics} == {True, False})
-    check_same("all rules occur", {each["rule"] for each in diagnostics}, listed_rules())
+    # The others compare a file with what a server sends, which no case does here.
+    of_files = {name for name in listed_rules() if not (CASES / f"{name}.heard").exists()}
+    check_same("all rules of files occur", {each["rule"] for each in diagnostics}, of_files)
 
 
 def main():
