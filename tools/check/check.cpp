@@ -417,7 +417,7 @@ void addOptions(CLI::App& command, Options& options) {
           ->excludes(command.get_option("--compare"));
   command
       .add_option("--for", options.seconds,
-                  "How long to listen to the server. Ends earlier once all meters have come.")
+                  "How long to listen to the server. It stops earlier once all meters have come.")
       ->type_name("SECONDS")
       ->check(tools::numbersFrom(0.001, 86400.0), "")
       ->needs(against)

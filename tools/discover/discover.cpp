@@ -258,7 +258,7 @@ void addDiscover(CLI::App& app, int& exitCode) {
   command
       ->add_option("--from", options->recording,
                    "Read a recording of gatewayctl record instead of listening. The configuration "
-                   "gets its target, unless there is a TARGET.")
+                   "gets its target, unless TARGET is given.")
       ->type_name("FILE")
       ->excludes(seconds);
   command->add_flag("--custom-keys", options->naming.namesAll,
@@ -285,7 +285,7 @@ void addDiscover(CLI::App& app, int& exitCode) {
       ->allow_extra_args(false);
   command
       ->add_option("--merge", options->merge,
-                   "Write this configuration with the keys added that it does not have.")
+                   "Write this configuration, and add the keys that it does not have.")
       ->type_name("FILE");
   command->add_flag("--json", options->json, "Write what arrived as a JSON document instead.");
   command->callback([options, &exitCode] { exitCode = discover::run(*options); });

@@ -21,14 +21,13 @@ constexpr std::string_view whyPings =
     "it.";
 constexpr std::string_view whySteadyPings =
     "Other clients, and gateways with data of their own to send, ping every ten seconds for as "
-    "long "
-    "as they run. gRPC's default disconnects them with too_many_pings.";
+    "long as they run. gRPC's default disconnects them with too_many_pings.";
 
 constexpr auto checkTable = std::to_array<Check>({
     {C::Connects, "connects", 1, required, "The server answers within ten seconds",
      "Without a connection, nothing arrives."},
     {C::Methods, "methods", 1, required, "GetMetersFast and GetMetersSlow exist",
-     "The gateway calls each for as long as it runs, and a missing one every five seconds."},
+     "The gateway keeps a call to each open, and calls a missing one again every five seconds."},
     {C::Values, "values", 2, required, "Values come within ten seconds",
      "Until a value comes, a slot keeps its default."},
     {C::Snapshot, "snapshot", 2, recommended, "Each stream begins with values, within ten seconds",
@@ -36,12 +35,12 @@ constexpr auto checkTable = std::to_array<Check>({
     {C::StaysOpen, "stays-open", 2, required, "The server ends neither stream",
      "After each end the gateway waits five seconds, and the slots keep old values."},
     {C::Readable, "readable", 3, required, "Every message is a Meter of proto/meters.proto",
-     "A message that can't be parsed is lost, and its stream is away for five seconds."},
+     "A message that can't be parsed is lost, and its stream is closed for five seconds."},
     {C::Utf8, "utf8", 3, required, "Every key and text is UTF-8",
-     "A single other byte makes the whole message unreadable, and its stream is away for five "
+     "A single invalid byte makes the whole message unreadable, and its stream is closed for five "
      "seconds."},
     {C::Size, "size", 3, required, "No message is longer than 4 MiB",
-     "That is gRPC's limit. A longer message is lost, and its stream is away for five seconds."},
+     "That is gRPC's limit. A longer message is lost, and its stream is closed for five seconds."},
     {C::OneType, "one-type", 3, required, "Each key has one type",
      "An entry of a configuration has one type, and values of another are dropped silently."},
     {C::Carried, "carried", 3, recommended, "The gateway can carry every key",
@@ -56,16 +55,15 @@ constexpr auto checkTable = std::to_array<Check>({
      "Gateways restart, and networks fail: a server must not run out of anything."},
     {C::ThreeGateways, "three-gateways", 4, required, "Three gateways get values at once",
      "A second engine or a technician's tool must not take the values away from the first."},
-    {C::Return, "return", 4, recommended, "After its return, a gateway gets all keys again",
-     "Values that change rarely stay old in a gateway that was away."},
-    {C::Rate, "rate", 5, recommended, "A stream has 500 messages a second at most",
+    {C::Return, "return", 4, recommended, "A gateway that returns gets all keys again",
+     "Otherwise, values that change rarely stay old in a gateway that was away."},
+    {C::Rate, "rate", 5, recommended, "A stream has at most 500 messages a second",
      "Slots show only the newest value, and each message costs the gateway a pass over its lists."},
     {C::SteadyPings, "steady-pings", 5, recommended, "Pings every ten seconds are permitted",
      whySteadyPings},
     {C::EngineConnects, "engine-connects", 1, required,
-     "The engine service answers within ten "
-     "seconds",
-     "Without a connection, every change is lost.", forEngine},
+     "The engine service answers within ten seconds", "Without a connection, every change is lost.",
+     forEngine},
     {C::EngineMethod, "engine-method", 1, required, "SetParams exists",
      "It is the only method that the gateway calls.", forEngine},
     {C::EngineAnswers, "engine-answers", 2, required, "SetParams is answered within a second",

@@ -114,7 +114,7 @@ void addProbe(CLI::App& app, int& exitCode) {
       ->capture_default_str();
   command
       ->add_option("--for", options->seconds,
-                   "How long to listen to the streams at least, from level 3.")
+                   "From level 3, listen to the streams for at least this long.")
       ->type_name("SECONDS")
       ->check(tools::numbersFrom(0.001, 86400.0), "")
       ->capture_default_str();

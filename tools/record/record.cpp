@@ -118,7 +118,7 @@ void addRecord(CLI::App& app, int& exitCode) {
                                      "is replaced.");
   output->type_name("FILE");
   auto* seconds = command->add_option("--for", options->seconds,
-                                      "Stop after this time. The default is Ctrl-C.");
+                                      "Stop after this time. Without it, record until Ctrl-C.");
   seconds->type_name("SECONDS")->check(tools::checkSeconds, "");
   auto* show = command->add_option("--show", options->shown,
                                    "Show a recording instead of making one; - is standard input.");

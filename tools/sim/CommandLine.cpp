@@ -114,7 +114,7 @@ CLI::Option* addReplay(CLI::App& sim, ReplaySettings& replay) {
   auto* speed = sim.add_option("--speed", replay.speed,
                                "Replay N times as fast as it was recorded, 0.001 to 1000.");
   speed->type_name("N")->capture_default_str()->check(tools::numbersFrom(0.001, 1000.0), "");
-  auto* from = sim.add_option("--from", replay.from, "Skip this much of the recording.");
+  auto* from = sim.add_option("--from", replay.from, "Skip the first seconds of the recording.");
   from->type_name("SECONDS")->capture_default_str()->check(tools::checkSeconds, "");
   auto* to = sim.add_option("--to", replay.to,
                             "End the replay at this time of the recording, not at its end.");
