@@ -125,7 +125,7 @@ std::optional<Words> wordsOnLimits(const Situation& now, SlotSet rate) {
   const auto ignored = sightings.messagesOf(rate).ignoredValues;
   if (ignored == 0) return std::nullopt;
   return Words{
-      fmt::format("the {} stream has more keys than are kept, which are {}, or {} bytes of keys",
+      fmt::format("the {} stream has more keys than this tool keeps: {}, or {} bytes of keys",
                   nameOf(rate), sightings.limits().keys, sightings.limits().keyBytes),
       fmt::format("{} under further keys {} ignored. Does the server make up keys?",
                   ignored == 1 ? "1 value" : fmt::format("{} values", ignored),

@@ -54,7 +54,7 @@ Renaming::Renaming(const std::string& expression) {
     pattern_.assign(parts[0], hasFlag('i') ? extended | icase : extended);
   } catch (const std::regex_error& error) {
     throw std::invalid_argument(
-        fmt::format("\"{}\" is no regular expression: {}", parts[0], error.what()));
+        fmt::format("\"{}\" is not a regular expression: {}", parts[0], error.what()));
   }
 }
 

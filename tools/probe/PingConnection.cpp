@@ -70,7 +70,7 @@ Address addressOf(const std::string& peer) {
   const auto scheme = peer.substr(0, colon);
   if (scheme == "unix") return addressOfPath(std::string_view(peer).substr(colon + 1));
   if (scheme == "ipv4" || scheme == "ipv6") return addressOfHost(peer.substr(colon + 1));
-  throw std::runtime_error(fmt::format("{} is no address that can be connected to", peer));
+  throw std::runtime_error(fmt::format("can't connect to the address {}", peer));
 }
 
 bool waitWritable(const Waiter& waiter, int socket, Clock::time_point until) {

@@ -55,7 +55,7 @@ struct Reader::Decompressor {
   std::string readWhole(std::string_view frame, std::string& block) {
     if (ZSTD_findFrameCompressedSize(frame.data(), frame.size()) != frame.size() ||
         ZSTD_getFrameContentSize(frame.data(), frame.size()) != block.size()) {
-      return "the compressed block does not have the size that its head names";
+      return "the compressed block does not have the size that its head states";
     }
     const std::size_t size =
         ZSTD_decompressDCtx(context.get(), block.data(), block.size(), frame.data(), frame.size());
@@ -93,7 +93,7 @@ Reader::Reader(Source source)
   if (head.size() < fileHeadSize) throwCut();
   const auto found = numberIn(head.substr(magic.size(), 4));
   if (checksumOf(head.substr(0, fileHeadSize - 4)) != numberIn(head.substr(fileHeadSize - 4))) {
-    throwDamaged("the head of the file does not fit its checksum");
+    throwDamaged("the head of the file does not match its checksum");
   }
   if (found != version) {
     throw Damaged(
@@ -169,7 +169,7 @@ void Reader::readBlock() {
   const auto compressed = numberIn(head.substr(0, 4));
   const auto size = numberIn(head.substr(4, 4));
   if (checksumOf(head.substr(0, 8)) != numberIn(head.substr(8))) {
-    throwDamaged("the head of the block does not fit its checksum");
+    throwDamaged("the head of the block does not match its checksum");
   }
   if (size == 0 || size > blockLimit || compressed > ZSTD_compressBound(blockLimit)) {
     throwDamaged(

@@ -172,7 +172,7 @@ TEST_F(DiscoverErrors, ReportsKeysThatItDoesNotKeep) {
   for (int i = 0; i < 200002; ++i) batch.addFloat(std::to_string(i), 1);
   const auto result = hear({"send fast " + batch.hex(), "end fast OK", "end slow OK"}, {"--json"});
   EXPECT_EQ(result.exitCode, 0);
-  EXPECT_NE(result.errors.find("warning: the fast stream has more keys than are kept, which are "
+  EXPECT_NE(result.errors.find("warning: the fast stream has more keys than this tool keeps: "
                                "200000, or 33554432 bytes of keys. 2 values under further keys "
                                "were ignored. Does the server make up keys?\n"),
             result.errors.npos)

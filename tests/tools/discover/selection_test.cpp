@@ -55,7 +55,7 @@ TEST(Renaming, RefusesWhatIsNoSubstitution) {
               "\"" + std::string(text) + "\" is not of the form s/PATTERN/REPLACEMENT/");
   }
   EXPECT_EQ(complaintAbout("s/a/b/gx"), "\"s/a/b/gx\" ends with \"gx\", but the flags are g and i");
-  EXPECT_TRUE(complaintAbout("s/(a/b/").starts_with("\"(a\" is no regular expression: "));
+  EXPECT_TRUE(complaintAbout("s/(a/b/").starts_with("\"(a\" is not a regular expression: "));
 }
 
 TEST(Naming, AppliesRenamingsInTurnAndLeavesOtherKeysUnnamed) {

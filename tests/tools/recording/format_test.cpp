@@ -186,7 +186,7 @@ TEST(Reader, RefusesADamagedHead) {
   std::string file = fileOf({});
   file[15] ^= 1;
   EXPECT_EQ(readBack(file).error,
-            "at byte 0: the head of the file does not fit its checksum. " + brokenHint);
+            "at byte 0: the head of the file does not match its checksum. " + brokenHint);
 }
 
 // Neither sizes that a head claims nor zeros that hardly take space cost more than a block.
@@ -206,7 +206,7 @@ TEST(Reader, RefusesBlocksThatAreTooLarge) {
   const std::string frame = bomb.substr(blockHeadSize);
   EXPECT_EQ(
       readBack(fileHead() + blockHead(frame.size(), 100) + frame).error,
-      "at byte 24: the compressed block does not have the size that its head names. " + brokenHint);
+      "at byte 24: the compressed block does not have the size that its head states. " + brokenHint);
   EXPECT_EQ(readBack(fileHead() + blockOf(std::string(1000000, '\0'))).error,
             "at byte 24: in the block that begins here, at its byte 0, a record has 0 bytes. " +
                 brokenHint);
