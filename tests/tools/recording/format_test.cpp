@@ -204,9 +204,9 @@ TEST(Reader, RefusesBlocksThatAreTooLarge) {
   EXPECT_NE(readBack(fileHead() + bomb).error.find("is out of bounds"), std::string::npos);
   // The head names fewer bytes than the frame holds.
   const std::string frame = bomb.substr(blockHeadSize);
-  EXPECT_EQ(
-      readBack(fileHead() + blockHead(frame.size(), 100) + frame).error,
-      "at byte 24: the compressed block does not have the size that its head states. " + brokenHint);
+  EXPECT_EQ(readBack(fileHead() + blockHead(frame.size(), 100) + frame).error,
+            "at byte 24: the compressed block does not have the size that its head states. " +
+                brokenHint);
   EXPECT_EQ(readBack(fileHead() + blockOf(std::string(1000000, '\0'))).error,
             "at byte 24: in the block that begins here, at its byte 0, a record has 0 bytes. " +
                 brokenHint);
