@@ -36,7 +36,8 @@ std::string decoded(std::string_view text) {
 std::size_t countIn(const Json& json, const char* member) {
   const Json& count = json.at(member);
   if (!count.is_number_integer() || (count.is_number_integer() && count < 0)) {
-    throw RpcError(ErrorCode::InvalidParams, fmt::format("\"{}\" is a count", member));
+    throw RpcError(ErrorCode::InvalidParams,
+                   fmt::format("\"{}\" must be an integer that is not negative", member));
   }
   return count.get<std::size_t>();
 }

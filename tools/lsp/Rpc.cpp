@@ -75,24 +75,24 @@ Json envelope() {
 
 Message messageIn(std::string_view content) {
   Json json = parsed(content);
-  if (!json.is_object()) refuse("a message is an object");
+  if (!json.is_object()) refuse("a message must be an object");
   if (json.value("jsonrpc", Json()) != "2.0")
-    refuse("a message has the member \"jsonrpc\": \"2.0\"");
+    refuse("a message must have the member \"jsonrpc\": \"2.0\"");
   Message message{.id = json.value("id", Json())};
   const bool hasGoodId =
       message.id.is_null() || message.id.is_number_integer() || message.id.is_string();
-  if (!hasGoodId) refuse("the id of a message is an integer or a text");
+  if (!hasGoodId) refuse("the id of a message must be an integer or a string");
   if (!json.contains("method")) {
     if (json.contains("result") || json.contains("error")) return message;
-    refuse("a message has a method, a result or an error");
+    refuse("a message must have a method, a result or an error");
   }
   if (!json["method"].is_string() || json["method"].get_ref<const std::string&>().empty()) {
-    refuse("the method of a message is a text");
+    refuse("the method of a message must be a string that is not empty");
   }
   message.method = json["method"].get<std::string>();
   message.params = std::move(json["params"]);
   if (message.params.is_primitive() && !message.params.is_null()) {
-    refuse("the params of a message are an object or an array");
+    refuse("the params of a message must be an object or an array");
   }
   return message;
 }

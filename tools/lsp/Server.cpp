@@ -49,7 +49,7 @@ std::optional<pid_t> processIn(const Json& params) {
   const Json id = params.value("processId", Json());
   if (id.is_null()) return std::nullopt;
   if (!id.is_number_integer() || id <= 0 || id > std::numeric_limits<pid_t>::max()) {
-    throw RpcError(ErrorCode::InvalidParams, "\"processId\" is the number of a process, or null");
+    throw RpcError(ErrorCode::InvalidParams, "\"processId\" must be the id of a process, or null");
   }
   return id.get<pid_t>();
 }
