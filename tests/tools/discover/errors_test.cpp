@@ -121,6 +121,10 @@ TEST_F(DiscoverErrors, ReportsALostConnectionAndUsesWhatCame) {
   servers.waitEvent("open fast ");
   servers.waitEvent("open slow ");
   servers.command("send fast " + Batch().addInt("a", 1).hex());
+  // Far more than gRPC sends before the receiver asks for more, which it does once it has read the
+  // message before. What has only been sent may be lost with the server.
+  servers.command("send fast " + Batch().addString("b", std::string(1 << 20, 'x')).hex());
+  servers.waitEvent("sent fast ");
   servers.waitEvent("sent fast ");
   servers.kill();
   const auto result = resultOf(tool);
@@ -128,9 +132,9 @@ TEST_F(DiscoverErrors, ReportsALostConnectionAndUsesWhatCame) {
   EXPECT_NE(result.output.find("\"key\": \"a\""), result.output.npos);
   const std::string said =
       "gatewayctl discover: warning: the server or the connection failed, which ended the fast "
-      "stream "
-      "after 1 message: UNAVAILABLE \"";
+      "stream after ";
   EXPECT_NE(result.errors.find(said), result.errors.npos) << result.errors;
+  EXPECT_NE(result.errors.find(": UNAVAILABLE \""), result.errors.npos) << result.errors;
 }
 
 TEST_F(DiscoverErrors, ReportsAKeyThatIsNotUtf8) {
