@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "engine.pb.h"
+#include "meters.pb.h"
 #include "tests/support/FileText.h"
 #include "tests/support/SimProcess.h"
 #include "tests/support/TemporaryFolder.h"
@@ -47,11 +48,16 @@ TEST_F(HostRecord, KeepsStreamsAndEngineCalls) {
   for (const char* stream : {"fast 1 ", "fast 2 ", "slow 1 ", "slow 2 "}) {
     servers.waitEvent("open " + std::string(stream));
   }
-  // Commands act on the newest stream. Either is the recording's, so both get it.
-  servers.command("send fast ff");
-  servers.command("end fast OK");
-  servers.command("send fast ff");
-  servers.command("end fast OK");
+  // Commands act on the newest stream. Either is the recording's, so both get it. The module can
+  // read the message, or it would end its stream itself.
+  sonalith::grpc::Meter meter;
+  auto& level = *meter.add_values();
+  level.set_key("out.level");
+  level.mutable_value()->set_sfloat(1);
+  for (int i = 0; i < 2; ++i) {
+    servers.command("send fast " + toHex(meter));
+    servers.command("end fast OK");
+  }
   host.waitError("recording: the fast stream ended: OK;");
   host.writeLine("set gain -6.5");
   host.waitLine("notification 1 answered");
@@ -65,7 +71,7 @@ TEST_F(HostRecord, KeepsStreamsAndEngineCalls) {
   const auto fast = recordsOf(result.records, Stream::Fast);
   ASSERT_GE(fast.size(), 4u);  // the stream may have been opened again
   EXPECT_EQ(fast[0].content, servers.metersTarget());
-  EXPECT_EQ(fast[2].content, "\xff");
+  EXPECT_EQ(fast[2].content, meter.SerializeAsString());
   const auto engine = recordsOf(result.records, Stream::Engine);
   ASSERT_EQ(engine.size(), 6u);
   const Kind kinds[] = {Kind::Started, Kind::Message, Kind::Ended};
