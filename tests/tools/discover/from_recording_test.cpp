@@ -33,9 +33,10 @@ class DiscoverFromRecording : public DiscoverTest {
   TemporaryFolder folder;
 };
 
-// The recorder and discover listen to the same server.
+// The recorder and discover listen to servers that send the same. These are two servers, because the
+// recorder opens its streams again, and commands act on the newest stream.
 TEST_F(DiscoverFromRecording, GivesTheSameConfigurationAsTheServer) {
-  const std::string file = folder.path("session");
+  const std::string file = folder.path("recording");
   ToolProcess recorder({"record", servers.metersTarget(), "-o", file});
   servers.waitEvent("open fast 1 ");
   servers.waitEvent("open slow 1 ");
@@ -46,18 +47,26 @@ TEST_F(DiscoverFromRecording, GivesTheSameConfigurationAsTheServer) {
   recorder.waitError("the slow stream ended");
   recorder.signal(SIGINT);
   recorder.waitExit();
-  ToolProcess live({"discover", servers.metersTarget(), "--for", longTime, "--custom-keys"});
-  servers.waitEvent("open fast 2 ");
-  servers.waitEvent("open slow 2 ");
-  for (const auto& command : commands) servers.command(command);
+  // Without a stream that the recorder may have opened again by then.
+  auto records = recording::readBack(textOf(file)).records;
+  std::erase_if(records, [](const Kept& record) { return record.number > 1; });
+  const auto session = write(records);
+  SimProcess others;
+  ToolProcess live({"discover", others.metersTarget(), "--for", longTime, "--custom-keys"});
+  others.waitEvent("open fast 1 ");
+  others.waitEvent("open slow 1 ");
+  for (const auto& command : commands) others.command(command);
   const auto heard = resultOf(live);
-  const auto read = run({"--from", file, "--custom-keys"});
+  const auto read = run({"--from", session, "--custom-keys"});
   EXPECT_EQ(read.exitCode, 0);
   EXPECT_EQ(read.errors, heard.errors);
   // The first line says how long it took.
   const auto rest = [](const std::string& text) { return text.substr(text.find('\n')); };
-  EXPECT_EQ(rest(read.output), rest(heard.output));
-  EXPECT_NE(read.output.find("Target=" + servers.metersTarget()), std::string::npos);
+  std::string expected = rest(heard.output);
+  const auto place = expected.find(others.metersTarget());
+  ASSERT_NE(place, std::string::npos) << expected;
+  expected.replace(place, others.metersTarget().size(), servers.metersTarget());
+  EXPECT_EQ(rest(read.output), expected);
 }
 
 TEST_F(DiscoverFromRecording, TakesTheTargetOfTheCommandLine) {
