@@ -71,7 +71,7 @@ ordered_json lineOf(const Record& record, const ordered_json& values) {
 
 void showRecords(recording::Reader& reader, Summary& summary, bool json) {
   while (const auto record = reader.next()) {
-    const auto values = summary.take(*record);
+    const auto values = summary.take(*record, json);
     if (json) tools::writeOut(tools::jsonText(lineOf(*record, values)) + "\n");
     if (tools::outputFailed()) throw std::runtime_error("can't write to standard output");
   }

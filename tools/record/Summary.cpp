@@ -3,6 +3,7 @@
 #include <fmt/chrono.h>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
+#include <google/protobuf/message_lite.h>
 
 #include <algorithm>
 #include <chrono>
@@ -75,6 +76,23 @@ ordered_json valueJson(const Value& value) {
       break;
   }
   return nullptr;
+}
+
+template <class Items>
+ordered_json valuesJson(const Items& items) {
+  auto values = ordered_json::array();
+  for (const auto& item : items) {
+    values.push_back({{"key", item.key()},
+                      {"type", tools::typeOf(caseOf(item.value())).name},
+                      {"value", valueJson(item.value())}});
+  }
+  return values;
+}
+
+// Receivers refuse longer messages. A parsed one could take a hundred times the memory.
+bool parse(std::string_view content, google::protobuf::MessageLite& message) {
+  return content.size() <= tools::Sightings::messageLimit &&
+         message.ParseFromArray(content.data(), static_cast<int>(content.size()));
 }
 
 std::string statusText(std::int32_t code) {
@@ -166,7 +184,7 @@ double Gaps::jitter() const {
   return events_ > 1 ? std::sqrt(squares_ / static_cast<double>(events_ - 1)) : 0;
 }
 
-ordered_json Summary::take(const Record& record) {
+ordered_json Summary::take(const Record& record, bool withValues) {
   latestTime_ = record.time;
   const auto index = static_cast<std::size_t>(record.stream);
   Collected& stream = streams_[index];
@@ -176,7 +194,7 @@ ordered_json Summary::take(const Record& record) {
       if (targets_[index].empty()) targets_[index] = tools::cutTo(record.content, 300);
       break;
     case Kind::Message:
-      return takeMessage(stream, record);
+      return takeMessage(stream, record, withValues);
     case Kind::Ended: {
       constexpr std::size_t codesKept = 100;
       auto& ends = stream.summary.ends;
@@ -200,23 +218,24 @@ ordered_json Summary::take(const Record& record) {
   return nullptr;
 }
 
-ordered_json Summary::takeMessage(Collected& stream, const Record& record) {
+ordered_json Summary::takeMessage(Collected& stream, const Record& record, bool withValues) {
   auto& of = stream.summary;
   const std::uint64_t size = record.content.size();
   of.shortest = of.gaps.events() == 0 ? size : std::min(of.shortest, size);
   of.longest = std::max(of.longest, size);
   of.bytes += size;
   of.gaps.add(record.time);
-  const auto length = static_cast<int>(size);
   if (record.stream == Stream::Engine) {
     sonalith::grpcengine::RequestSetParams request;
-    if (request.ParseFromArray(record.content.data(), length)) {
-      return takeValues(stream, request.params(), record.time);
+    if (parse(record.content, request)) {
+      takeValues(stream, request.params(), record.time);
+      return withValues ? valuesJson(request.params()) : nullptr;
     }
   } else {
     sonalith::grpc::Meter meter;
-    if (meter.ParseFromArray(record.content.data(), length)) {
-      return takeValues(stream, meter.values(), record.time);
+    if (parse(record.content, meter)) {
+      takeValues(stream, meter.values(), record.time);
+      return withValues ? valuesJson(meter.values()) : nullptr;
     }
   }
   ++of.unreadable;
@@ -224,14 +243,10 @@ ordered_json Summary::takeMessage(Collected& stream, const Record& record) {
 }
 
 template <class Items>
-ordered_json Summary::takeValues(Collected& stream, const Items& items, std::uint64_t time) {
-  auto values = ordered_json::array();
+void Summary::takeValues(Collected& stream, const Items& items, std::uint64_t time) {
   const std::uint64_t message = stream.summary.gaps.events();
   for (const auto& item : items) {
     const ValueCase type = caseOf(item.value());
-    values.push_back({{"key", item.key()},
-                      {"type", tools::typeOf(type).name},
-                      {"value", valueJson(item.value())}});
     ++stream.summary.values;
     KeySummary* const key = find(stream, item.key());
     if (key == nullptr) {
@@ -243,7 +258,6 @@ ordered_json Summary::takeValues(Collected& stream, const Items& items, std::uin
     }
     if (std::exchange(key->latestMessage, message) != message) key->gaps.add(time);
   }
-  return values;
 }
 
 // Adds the key unless that exceeds the limits.

@@ -65,9 +65,9 @@ class Summary {
   Summary(std::string file, std::uint64_t startTime)
       : file_(std::move(file)), startTime_(startTime) {}
 
-  // Takes the next record. Returns the values of a message as JSON, or nothing if it has none that
-  // can be read.
-  nlohmann::ordered_json take(const recording::Record& record);
+  // Takes the next record. With `withValues`, returns the values of a message as JSON. Returns null
+  // for a message that can't be read, and for other records.
+  nlohmann::ordered_json take(const recording::Record& record, bool withValues);
 
   // For people: a table of streams and one of keys.
   std::string text() const;
@@ -80,9 +80,10 @@ class Summary {
     std::unordered_map<std::string, std::size_t> places;  // in summary.keys, by key
   };
 
-  nlohmann::ordered_json takeMessage(Collected& stream, const recording::Record& record);
+  nlohmann::ordered_json takeMessage(Collected& stream, const recording::Record& record,
+                                     bool withValues);
   template <class Items>
-  nlohmann::ordered_json takeValues(Collected& stream, const Items& items, std::uint64_t time);
+  void takeValues(Collected& stream, const Items& items, std::uint64_t time);
   static KeySummary* find(Collected& stream, const std::string& key);
 
   std::string heading() const;

@@ -1,6 +1,7 @@
 // gatewayctl record --show: what it prints of recordings that the test writes.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -102,6 +103,23 @@ TEST_F(Show, PrintsASummary) {
       "engine         1   0.12     0.000      0.000       0.000  int \"gain\"",
   };
   EXPECT_EQ(result.lines, expected);
+}
+
+// Each value without content takes two bytes of the message, but a hundred when it is parsed.
+TEST_F(Show, CountsMessagesThatReceiversRefuseAsUnreadable) {
+  constexpr std::size_t limit = std::size_t{4} << 20;
+  std::string longest;
+  while (longest.size() < limit) longest.append("\x0a\x00", 2);
+  const std::string longer = longest + std::string("\x0a\x00", 2);
+  const std::vector<Kept> records{{Kind::Message, Stream::Fast, 1, 1, longest},
+                                  {Kind::Message, Stream::Slow, 1, 1, longer}};
+  const auto result = show(fileOf(records));
+  EXPECT_EQ(result.exitCode, 0);
+  const auto hasLine = [&](const std::string& line) {
+    return std::find(result.lines.begin(), result.lines.end(), line) != result.lines.end();
+  };
+  EXPECT_TRUE(hasLine("fast         0  2097152  4194304   4194304  4194304           0     0"));
+  EXPECT_TRUE(hasLine("slow         0        0  4194306   4194306  4194306           1     0"));
 }
 
 TEST_F(Show, PrintsJsonLines) {
