@@ -1,5 +1,6 @@
 #include "tools/probe/UnaryCalls.h"
 
+#include <fmt/format.h>
 #include <grpcpp/create_channel.h>
 #include <grpcpp/generic/generic_stub.h>
 #include <grpcpp/resource_quota.h>
@@ -12,7 +13,6 @@
 
 #include "sanitizers/ReactionOrder.h"
 #include "tools/common/ByteBuffer.h"
-#include "tools/common/Listener.h"
 
 namespace probe {
 namespace {
@@ -39,14 +39,21 @@ struct UnaryCalls::State {
     Clock::time_point start = Clock::now();
   };
 
-  State(const std::string& target, std::chrono::duration<double> most)
-      : channel(connect(target)), stub(channel), limit(most) {}
+  State(const std::string& target, std::chrono::duration<double> longest, std::size_t most)
+      : channel(connect(target)), stub(channel), limit(longest), bytesLimit(most) {}
 
   void ended(std::list<Call>::iterator call, grpc::Status status) {
     const ReactionOrder order(&*call);
     const std::lock_guard lock(mutex);
+    // gRPC's own limit does not count what this class keeps.
+    const bool fits = call->response.Length() <= bytesLimit - kept;
+    if (fits) {
+      kept += call->response.Length();
+    } else {
+      status = tooLong();
+    }
     answers.push_back({.status = std::move(status),
-                       .bytes = tools::bytesOf(call->response),
+                       .bytes = fits ? tools::bytesOf(call->response) : "",
                        .peer = call->context.peer(),
                        .seconds = Clock::now() - call->start});
     call->response.Clear();
@@ -55,20 +62,28 @@ struct UnaryCalls::State {
     event.signal();
   }
 
+  grpc::Status tooLong() const {
+    return {grpc::StatusCode::RESOURCE_EXHAUSTED,
+            fmt::format("the answers have more than {} MiB together", bytesLimit >> 20)};
+  }
+
   std::shared_ptr<grpc::Channel> channel;
   grpc::GenericStub stub;
   const std::chrono::duration<double> limit;
+  const std::size_t bytesLimit;  // of all answers that `take` has not returned
   const Event event;
   std::list<Call> calls;  // for the thread of the members alone
 
   std::mutex mutex;  // protects all below
   std::condition_variable over;
   std::vector<Answer> answers;
+  std::size_t kept = 0;  // the bytes of `answers`
   std::size_t open = 0;
 };
 
-UnaryCalls::UnaryCalls(const std::string& target, std::chrono::duration<double> limit)
-    : state_(std::make_unique<State>(target, limit)) {}
+UnaryCalls::UnaryCalls(const std::string& target, std::chrono::duration<double> limit,
+                       std::size_t bytes)
+    : state_(std::make_unique<State>(target, limit, bytes)) {}
 
 UnaryCalls::~UnaryCalls() {
   for (auto& call : state_->calls) call.context.TryCancel();
@@ -99,6 +114,7 @@ std::vector<Answer> UnaryCalls::take(const Waiter& waiter) {
   });
   state_->calls.clear();
   const std::lock_guard lock(state_->mutex);
+  state_->kept = 0;
   return std::exchange(state_->answers, {});
 }
 

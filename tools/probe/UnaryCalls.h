@@ -2,7 +2,8 @@
 // gateway's settings. Answers stay bytes, so that a damaged one does not look like a failed call.
 //
 // Memory: a call holds its request and answer until `take`. gRPC ends calls whose answers have more
-// than 4 MiB each, or 64 MiB together.
+// than 4 MiB each. Answers beyond `bytes` together become RESOURCE_EXHAUSTED, without their bytes;
+// gRPC adds at most tools::receiveLimit for those that are still arriving.
 // Threads: members are for one thread; the calls run on gRPC's threads.
 // Ownership: owns the connection and the calls, and cancels those that remain at the end.
 #pragma once
@@ -10,10 +11,12 @@
 #include <grpcpp/support/status.h>
 
 #include <chrono>
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "tools/common/MeterStream.h"
 #include "tools/probe/Waiter.h"
 
 namespace probe {
@@ -34,8 +37,9 @@ struct Answer {
 
 class UnaryCalls {
  public:
-  // A call without an answer ends after `limit`.
-  UnaryCalls(const std::string& target, std::chrono::duration<double> limit);
+  // A call without an answer ends after `limit`. `bytes`: of all answers that wait for `take`.
+  UnaryCalls(const std::string& target, std::chrono::duration<double> limit,
+             std::size_t bytes = tools::receiveLimit);
   ~UnaryCalls();
   UnaryCalls(const UnaryCalls&) = delete;
   UnaryCalls& operator=(const UnaryCalls&) = delete;
