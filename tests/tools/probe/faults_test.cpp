@@ -1,6 +1,8 @@
 // Each fault of the simulator fails the checks that it concerns, and no other.
+#include <future>
+
+#include "meters.pb.h"
 #include "tests/tools/probe/ProbeTest.h"
-#include "tools/probe/UnaryCalls.h"
 
 namespace probe {
 namespace {
@@ -101,6 +103,44 @@ TEST(Probe, FindsAMissingMethod) {
   EXPECT_EQ(namesOf(results, Verdict::Failed), (Names{"methods", "engine-method"}))
       << textOf(results);
   EXPECT_EQ(namesOf(results, Verdict::Held), (Names{"connects", "engine-connects"}));
+}
+
+// A message with one key, whose value is a text or a number.
+std::string meterOf(bool isText) {
+  sonalith::grpc::Meter meter;
+  auto& item = *meter.add_values();
+  item.set_key("a");
+  if (isText) {
+    item.mutable_value()->mutable_sstring()->set_data("1");
+  } else {
+    item.mutable_value()->set_sfloat(1);
+  }
+  return toHex(meter);
+}
+
+TEST(Probe, CountsAKeyThatReturnsWithAnotherTypeAsMissing) {
+  SimProcess server;
+  auto served = std::async(std::launch::async, [&] {
+    const auto serve = [&](const std::string& call, bool isText) {
+      server.waitEvent("open fast " + call);
+      server.waitEvent("open slow " + call);
+      server.command("send fast " + meterOf(isText) + " 2");
+      server.command("send slow " + meterOf(false) + " 2");
+    };
+    serve("1 ", false);
+    server.waitEvent("closed slow 1 cancelled");
+    server.command("send fast -");
+    serve("2 ", true);
+  });
+  Limits limits;
+  limits.reopenings = 0;
+  limits.gateways = 0;
+  const Results results = probed(server.metersTarget(), "", 4, limits);
+  served.get();
+  const Result* const back = results.find(CheckId::Return);
+  ASSERT_NE(back, nullptr);
+  EXPECT_EQ(back->verdict, Verdict::Failed);
+  EXPECT_TRUE(back->seen.starts_with("1 of 2 keys did not come again within ")) << textOf(results);
 }
 
 }  // namespace
