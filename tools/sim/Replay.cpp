@@ -110,6 +110,8 @@ void Replayer::opened(const std::shared_ptr<Call>& call) {
   auto& track = trackOf(method);
   auto& client = track.clients.emplace_back(Client{call});
   changed_.notify_all();
+  // Even if no record has come since.
+  if (begin_ && Clock::now() > momentOf(*begin_, track.begin + joinPeriod)) track.stopKeeping();
   if (!player_.isFeeding(method)) return;
   for (const auto& message : track.missed) sendTo(client, message);
 }
@@ -146,6 +148,7 @@ bool Replayer::replayOnce(Clock::time_point begin, const std::stop_token& stop) 
   Reader reader(recording::fileSource(settings_.file));
   {
     const std::lock_guard lock(mutex_);
+    begin_ = begin;
     for (auto& track : tracks_) track.startKeeping(plan_.from);
   }
   try {

@@ -112,6 +112,7 @@ class Replayer final : public CallListener {
   std::mutex mutex_;  // protects all below
   std::condition_variable_any changed_;
   std::optional<Clock::time_point> firstOpened_;
+  std::optional<Clock::time_point> begin_;  // of the current round
   Track tracks_[2];
 
   std::jthread thread_;

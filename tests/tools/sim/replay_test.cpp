@@ -166,6 +166,20 @@ TEST_F(Replay, GivesAStreamThatJoinsLateOnlyWhatFollows) {
   EXPECT_EQ(late.read(), "c");
 }
 
+// Even if the recorded stream was silent in between.
+TEST_F(Replay, GivesAStreamThatJoinsAfterTheEndNothing) {
+  PlayingSim sim(replaying(write({started(Stream::Fast), message(0, "a"),
+                                  message(1001 * milliseconds, "b", Stream::Slow)}),
+                           {"--live-faults"}));
+  RawCall first(sim.metersTarget(), fastPath);
+  EXPECT_EQ(first.read(), "a");
+  sim.process().waitLine("replay over");
+  RawCall late(sim.metersTarget(), fastPath);
+  sim.process().waitError("fast 2 open from ");
+  sim.process().writeLine("end fast ABORTED");
+  EXPECT_TRUE(late.readAll().empty());
+}
+
 // A gateway opens a stream again five seconds after its end, and so did the recorder.
 TEST_F(Replay, BeginsAgainWithTheStreamThatWasOpenedAgain) {
   PlayingSim sim(
