@@ -4,8 +4,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
 #include <limits>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 #include "tools/common/Output.h"
@@ -44,9 +46,29 @@ grpc::Status statusOf(const Record& record) {
   return {tools::nameOf(code) ? code : grpc::StatusCode::UNKNOWN, std::string(text)};
 }
 
+void requireRegular(const std::string& file) {
+  std::error_code error;
+  const auto status = std::filesystem::status(file, error);
+  const bool isOther = std::filesystem::exists(status) && !is_regular_file(status);
+  if (file != "-" && !isOther) return;
+  throw std::runtime_error(
+      fmt::format("can't replay {}: it is not a regular file, and a replay reads it twice", file));
+}
+
+// The clock can't hold ten times as much.
+void requireShort(const ReplaySettings& settings, const ReplayPlan& plan) {
+  constexpr double mostSeconds = 1e9;
+  if (static_cast<double>(plan.to - plan.from) / 1e6 / settings.speed <= mostSeconds) return;
+  throw std::runtime_error(
+      fmt::format("{} would take more than {:.0f} seconds to replay. Choose another --from, --to "
+                  "or --speed, or another recording",
+                  settings.file, mostSeconds));
+}
+
 }  // namespace
 
 ReplayPlan planOf(const ReplaySettings& settings) try {
+  requireRegular(settings.file);
   Reader reader(recording::fileSource(settings.file));
   ReplayPlan plan{.from = microseconds(settings.from)};
   const std::uint64_t to =
@@ -69,6 +91,7 @@ ReplayPlan planOf(const ReplaySettings& settings) try {
                     settings.file, settings.from, static_cast<double>(plan.to) / 1e6,
                     static_cast<double>(length) / 1e6));
   }
+  requireShort(settings, plan);
   return plan;
 } catch (const recording::Damaged& damaged) {
   throw std::runtime_error(fmt::format("{}: {}", settings.file, damaged.what()));

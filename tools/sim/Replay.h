@@ -48,7 +48,8 @@ struct ReplayPlan {
 
 // Reads the recording once, to learn its length and to find damage before anyone listens. Warns on
 // standard error about one that is cut off. Throws std::runtime_error, with file and place, for any
-// other damage, and if there is nothing to replay.
+// other damage, and if there is nothing to replay, or if it would take too long. The file has to be
+// a regular one, since the Replayer reads it again.
 ReplayPlan planOf(const ReplaySettings& settings);
 
 class Replayer final : public CallListener {

@@ -256,6 +256,18 @@ TEST_F(Replay, RefusesDamagedFilesAndEmptyRangesBeforeItListens) {
             "gatewayctl sim: " + file +
                 " has no messages from 3 to 2.5 seconds: it is 2.500 seconds long. Choose another "
                 "--from and --to, or another recording\n");
+  const std::string endless = write({message(0, "a"), message(~std::uint64_t{0}, "b")});
+  EXPECT_EQ(errorOf(replaying(endless)),
+            "gatewayctl sim: " + endless +
+                " would take more than 1000000000 seconds to replay. Choose another --from, --to "
+                "or --speed, or another recording\n");
+  EXPECT_EQ(errorOf(replaying("/nowhere/file")),
+            "gatewayctl sim: can't read /nowhere/file: No such file or directory\n");
+  for (const std::string other : {"-", "/dev/null"}) {
+    EXPECT_EQ(errorOf(replaying(other)),
+              "gatewayctl sim: can't replay " + other +
+                  ": it is not a regular file, and a replay reads it twice\n");
+  }
 }
 
 }  // namespace
