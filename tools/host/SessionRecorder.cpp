@@ -1,7 +1,5 @@
 #include "tools/host/SessionRecorder.h"
 
-#include <fmt/format.h>
-
 #include <mutex>
 #include <optional>
 
@@ -79,13 +77,9 @@ std::string SessionRecorder::close() {
   state_->recorder.close();
   std::string sentences;
   for (const auto stream : {Stream::Fast, Stream::Slow, Stream::Engine}) {
-    const auto lost = state_->recorder.totalsOf(stream).lost;
-    if (lost.messages == 0) continue;
-    sentences += fmt::format(
-        "{}{}: {} messages of {} bytes were lost, because {} takes them too slowly. Write to a "
-        "faster disk",
-        sentences.empty() ? "" : ". ", nameOf(stream), lost.messages, lost.bytes,
-        state_->file.name());
+    const auto loss = state_->recorder.lossOf(stream);
+    if (!sentences.empty() && !loss.empty()) sentences += ". ";
+    sentences += loss;
   }
   return sentences;
 }

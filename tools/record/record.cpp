@@ -55,12 +55,10 @@ bool reportTotals(const Options& options, const recording::Recorder& recorder) {
     const auto totals = recorder.totalsOf(stream);
     messages += totals.messages;
     say(fmt::format("{}: {} messages, {} bytes", nameOf(stream), totals.messages, totals.bytes));
-    if (totals.lost.messages == 0) continue;
+    const auto loss = recorder.lossOf(stream);
+    if (loss.empty()) continue;
     isWhole = false;
-    say(
-        fmt::format("{}: {} messages of {} bytes were lost, because the output takes them too "
-                    "slowly. Write to a faster disk",
-                    nameOf(stream), totals.lost.messages, totals.lost.bytes));
+    say(loss);
   }
   if (messages == 0) {
     say(

@@ -112,7 +112,9 @@ void Recorder::add(Kind kind, Stream stream, std::uint32_t number, std::string c
 bool Recorder::isDropped(const Queued& record) {
   constexpr std::size_t overhead = sizeof(Queued);
   const std::size_t reserve = isPayload(record.kind) ? 0 : limit_ / 16;
-  if (held_ + record.content.size() + overhead <= limit_ + reserve) return false;
+  const bool isTooLong = !fits(record.kind, record.content.size());
+  if (!isTooLong && held_ + record.content.size() + overhead <= limit_ + reserve) return false;
+  if (isTooLong) ++totals_[record.stream].tooLong;
   auto& dropped = dropped_[record.stream];
   dropped.number = record.number;
   for (LostContent* const lost : {&dropped.lost, &totals_[record.stream].lost}) {
@@ -158,6 +160,22 @@ StreamTotals Recorder::totalsOf(Stream stream) const {
   const std::lock_guard lock(mutex_);
   const auto found = totals_.find(stream);
   return found == totals_.end() ? StreamTotals{} : found->second;
+}
+
+std::string Recorder::lossOf(Stream stream) const {
+  const auto totals = totalsOf(stream);
+  const auto [messages, bytes] = totals.lost;
+  if (messages == 0) return {};
+  std::string text =
+      fmt::format("{}: {} messages of {} bytes were lost", nameOf(stream), messages, bytes);
+  if (totals.tooLong > 0) {
+    text += fmt::format(". {} of them exceeded the {} MiB that a record can hold", totals.tooLong,
+                        contentLimit >> 20);
+  }
+  if (totals.tooLong < messages) {
+    text += fmt::format(". {} is too slow for them. Write to a faster disk", file_.name());
+  }
+  return text;
 }
 
 void Recorder::run() {

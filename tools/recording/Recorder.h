@@ -2,7 +2,8 @@
 // their records over, and a thread of its own compresses and writes them.
 //
 // If the disk is too slow, the Recorder holds records up to a bound. It drops what comes beyond
-// that, and puts a record of the loss where the dropped ones would be.
+// that, and what no recording can hold, and puts a record of the loss where the dropped ones would
+// be.
 //
 // Threads: `add` is for any thread; the rest is for the thread that made the Recorder.
 // Ownership: it borrows its descriptor.
@@ -48,7 +49,8 @@ class OutputFile {
 struct StreamTotals {
   std::uint64_t messages = 0;
   std::uint64_t bytes = 0;
-  LostContent lost;  // not recorded
+  LostContent lost;           // not recorded
+  std::uint64_t tooLong = 0;  // how many of these exceed contentLimit
 };
 
 class Recorder {
@@ -63,7 +65,7 @@ class Recorder {
   Recorder(const Recorder&) = delete;
   Recorder& operator=(const Recorder&) = delete;
 
-  // Records an event that happens now.
+  // Records an event that happens now. A content beyond contentLimit is lost.
   void add(Kind kind, Stream stream, std::uint32_t number, std::string content);
 
   // Becomes readable if the recording can't be written any more; only for waiting.
@@ -77,6 +79,9 @@ class Recorder {
   void close();
 
   StreamTotals totalsOf(Stream stream) const;
+
+  // How much of a stream was lost and why, in sentences; empty if nothing was.
+  std::string lossOf(Stream stream) const;
 
  private:
   struct Queued {

@@ -83,6 +83,7 @@ TEST(Recorder, SaysWhatASlowFileMadeItLose) {
   const auto totals = recorder.totalsOf(Stream::Fast);
   EXPECT_GT(totals.lost.messages, 0u);
   EXPECT_EQ(totals.messages + totals.lost.messages, sent);
+  EXPECT_NE(recorder.lossOf(Stream::Fast).find(" bytes were lost. /dev/fd/"), std::string::npos);
   std::string bytes;
   std::thread reader([&] {
     std::string piece(65536, '\0');
@@ -113,6 +114,24 @@ TEST(Recorder, SaysWhatASlowFileMadeItLose) {
   EXPECT_EQ(lost.messages, totals.lost.messages);
   EXPECT_EQ(lost.bytes, totals.lost.bytes);
   EXPECT_EQ(result.records.back().kind, Kind::Ended);
+}
+
+TEST(Recorder, LosesWhatNoRecordCanHold) {
+  const TemporaryFolder folder;
+  const std::string path = folder.path("file");
+  const OutputFile file(path);
+  Recorder recorder(file);
+  recorder.add(Kind::Message, Stream::Engine, 1, std::string(contentLimit + 1, 'x'));
+  recorder.add(Kind::Message, Stream::Engine, 2, std::string(contentLimit, 'x'));
+  recorder.close();
+  EXPECT_EQ(recorder.lossOf(Stream::Engine),
+            "engine: 1 messages of 16777217 bytes were lost. 1 of them exceeded the 16 MiB that a "
+            "record can hold");
+  const auto result = readBack(textOf(path));
+  EXPECT_EQ(result.error, "");
+  ASSERT_EQ(result.records.size(), 2u);
+  EXPECT_EQ(lostIn(result.records[0].content).bytes, contentLimit + 1);
+  EXPECT_EQ(result.records[1].number, 2u);
 }
 
 void expectFailure(const std::string& path, const std::string& error) {
