@@ -4,6 +4,7 @@
 #include <google/protobuf/stubs/logging.h>
 
 #include <array>
+#include <cstdint>
 #include <stdexcept>
 #include <utility>
 
@@ -27,14 +28,24 @@ class Hearing {
               isFast ? result_.heard.fastEnd : result_.heard.slowEnd);
   }
 
-  bool isConnected() const { return isOpen_[0] || isOpen_[1]; }
+  // Also while an attempt waits for its server, which may be silent: no recording tells these apart.
+  bool isConnected() const {
+    return isOpen_[0] || isOpen_[1] || isWaiting(SlotSet::Fast) || isWaiting(SlotSet::Slow);
+  }
+
+  std::uint64_t lost() const { return lost_; }
 
  private:
+  bool isWaiting(SlotSet rate) const {
+    return isStarted_[rate == SlotSet::Fast ? 0 : 1] && !result_.heard.endOf(rate);
+  }
+
   void takeEvent(const Record& record, SlotSet rate, bool& isOpen,
                  std::optional<tools::StreamEnd>& end) {
     switch (record.kind) {
       case Kind::Started:
         if (result_.target.empty()) result_.target = record.content;
+        isStarted_[rate == SlotSet::Fast ? 0 : 1] = true;
         break;
       case Kind::Message:
         result_.heard.sightings.take(rate, record.content);
@@ -49,8 +60,10 @@ class Hearing {
         isOpen = false;
         break;
       }
-      case Kind::Reply:
       case Kind::Lost:
+        lost_ += lostIn(record.content).messages;
+        break;
+      case Kind::Reply:
       case Kind::Closed:
         break;
     }
@@ -58,6 +71,8 @@ class Hearing {
 
   HeardRecording& result_;
   std::array<bool, 2> isOpen_{false, false};
+  std::array<bool, 2> isStarted_{false, false};  // once or more
+  std::uint64_t lost_ = 0;                       // messages
 };
 
 }  // namespace
@@ -74,6 +89,10 @@ HeardRecording heardIn(const std::string& path, tools::Sightings sightings) {
     result.warning = fmt::format("{}: {}", path, cut.what());
   } catch (const Damaged& damaged) {
     throw std::runtime_error(fmt::format("{}: {}", path, damaged.what()));
+  }
+  if (hearing.lost() > 0) {
+    result.warning += fmt::format("{}{}: {} messages are missing, which the recorder lost",
+                                  result.warning.empty() ? "" : ". ", path, hearing.lost());
   }
   result.heard.connected = hearing.isConnected();
   return result;

@@ -14,7 +14,7 @@ namespace recording {
 struct HeardRecording {
   std::string target;   // that was recorded; empty if no stream was
   double seconds = 0;   // the length of the recording
-  std::string warning;  // one that is cut off: with file and place; empty if it is complete
+  std::string warning;  // with file and place, if it is cut off or misses messages; or empty
   tools::Heard heard;
 };
 

@@ -96,6 +96,34 @@ TEST_F(DiscoverFromRecording, ReportsOnlyEndsThatLasted) {
   EXPECT_EQ(result.errors, "gatewayctl discover: warning: " + remarkOfEnd("slow", 1) + "\n");
 }
 
+TEST_F(DiscoverFromRecording, WarnsOfMessagesThatTheRecorderLost) {
+  const auto lost = [](Stream stream, std::uint64_t messages) {
+    return Kept{Kind::Lost, stream, 1, 2, contentOf(recording::LostContent{messages, 1})};
+  };
+  const auto file = write({{Kind::Message, Stream::Fast, 1, 1, meter("a")},
+                           {Kind::Message, Stream::Slow, 1, 1, meter("b")},
+                           lost(Stream::Fast, 2),
+                           lost(Stream::Slow, 3),
+                           lost(Stream::Engine, 4)});
+  const auto result = run({"there:1", "--from", file});
+  EXPECT_EQ(result.exitCode, 0);
+  EXPECT_EQ(result.errors, "gatewayctl discover: warning: " + file +
+                               ": 5 messages are missing, which the recorder lost\n");
+}
+
+// The recording does not say whether there was a connection.
+TEST_F(DiscoverFromRecording, SaysThatNothingCameOnSilentStreams) {
+  const auto file = write({{Kind::Started, Stream::Fast, 1, 0, "there:1"},
+                           {Kind::Started, Stream::Slow, 1, 0, "there:1"}});
+  const auto result = run({"--from", file});
+  EXPECT_EQ(result.exitCode, 1);
+  for (const std::string rate : {"fast", "slow"}) {
+    EXPECT_NE(result.errors.find("nothing came on the " + rate + " stream within 0 seconds"),
+              std::string::npos)
+        << result.errors;
+  }
+}
+
 TEST_F(DiscoverFromRecording, ReportsDamage) {
   const std::string whole = fileOf({{Kind::Started, Stream::Fast, 1, 0, "there:1"},
                                     {Kind::Message, Stream::Fast, 1, 1, meter("a")},
