@@ -19,6 +19,12 @@ using check::SectionKind;
 // As the protocol numbers what an item is.
 enum class ItemKind { Word = 5, Section = 9, Key = 10, Value = 20 };
 
+// What is written ends at the cursor, so the blanks at its end belong to it.
+std::string_view withoutIndent(std::string_view text) {
+  while (!text.empty() && check::isBlank(text.front())) text.remove_prefix(1);
+  return text;
+}
+
 // The place where something is to be completed, and what fits there.
 class Completer {
  public:
@@ -84,7 +90,7 @@ class Completer {
   }
 
   void completeKey() {
-    const std::string_view written = check::trimmed(before_);
+    const std::string_view written = withoutIndent(before_);
     for (const std::string& key : section_->keys) {
       add(ItemKind::Key, written, key, key + "=", describeKey(section_->name, key));
     }
@@ -96,7 +102,7 @@ class Completer {
         section_->kind == SectionKind::MeterEntries || section_->kind == SectionKind::EngineEntries;
     if (isEntry) return completeEntry(value);
     if (section_->kind != SectionKind::Meters || check::sameName(key, "Target")) return;
-    addValues(check::trimmed(value), {"true", "false"});
+    addValues(withoutIndent(value), {"true", "false"});
   }
 
   void addValues(std::string_view written, std::array<std::string_view, 2> values) {

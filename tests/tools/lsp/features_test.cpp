@@ -173,6 +173,18 @@ TEST_F(Features, CompletionKnowsValues) {
   EXPECT_EQ(labelsAtTheEndOf("[EngineInt]\nParam=Key=a Type="), Labels{});
 }
 
+TEST_F(Features, CompletionReplacesTheBlanksBeforeTheCursor) {
+  ASSERT_EQ(labelsAtTheEndOf("[Meters]\nTarget \t").front(), "Target");
+  EXPECT_EQ(ask("completion", 1, 8)[0]["textEdit"],
+            Json({{"range", rangeOf(1, 0, 8)}, {"newText", "Target="}}));
+  EXPECT_EQ(labelsAtTheEndOf("[Meters]\nEnableFastMeters= true "), (Labels{"true", "false"}));
+  EXPECT_EQ(ask("completion", 1, 23)[1]["textEdit"],
+            Json({{"range", rangeOf(1, 18, 23)}, {"newText", "false"}}));
+  EXPECT_EQ(ask("completion", 1, 18)[1]["textEdit"],
+            Json({{"range", rangeOf(1, 18, 18)}, {"newText", "false"}}))
+      << "blanks alone stay";
+}
+
 // ---- Symbols ----------------------------------------------------------------------------------
 
 TEST_F(Features, SymbolsAreFlatUnlessTheEditorKnowsNestedOnes) {
