@@ -109,11 +109,12 @@ void Document::change(const Json& change) {
     const auto [begin, end] = offsetsOf(*range);
     requireSize(text_.size() - (end - begin) + text.size());
     text_.replace(begin, end - begin, text);
+    places_.replace(begin, end, text_, text.size());
   } else {
     requireSize(text.size());
     text_ = std::move(text);
+    places_ = Places(text_, encoding_);
   }
-  places_ = Places(text_, encoding_);
 }
 
 // ---- All documents ----------------------------------------------------------------------------

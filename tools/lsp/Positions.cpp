@@ -38,9 +38,21 @@ std::size_t bytesOf(std::string_view line, std::size_t units, Encoding encoding)
 
 Places::Places(std::string_view text, Encoding encoding)
     : text_(text), encoding_(encoding), starts_{0} {
-  for (std::size_t end = text.find('\n'); end != text.npos; end = text.find('\n', end + 1)) {
-    starts_.push_back(end + 1);
+  replace(0, 0, text, text.size());
+}
+
+void Places::replace(std::size_t begin, std::size_t end, std::string_view text, std::size_t size) {
+  const std::string_view added = text.substr(begin, size);
+  const auto first = std::upper_bound(starts_.begin(), starts_.end(), begin);
+  const auto last = std::upper_bound(first, starts_.end(), end);
+  std::for_each(last, starts_.end(),
+                [&](std::size_t& start) { start = start - end + begin + size; });
+  const auto count = std::count(added.begin(), added.end(), '\n');
+  auto start = starts_.insert(starts_.erase(first, last), static_cast<std::size_t>(count), 0);
+  for (std::size_t at = added.find('\n'); at != added.npos; at = added.find('\n', at + 1)) {
+    *start++ = begin + at + 1;
   }
+  text_ = text;
 }
 
 std::size_t Places::startOf(std::size_t number) const {

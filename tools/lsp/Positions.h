@@ -24,10 +24,14 @@ struct Position {
   bool operator==(const Position&) const = default;
 };
 
-// Finds places in a text. The text must outlive it and not change.
+// Finds places in a text. The text must outlive it. Each change of the text needs a replace().
 class Places {
  public:
   Places(std::string_view text, Encoding encoding);
+
+  // Follows a change of the text without reading all of it again. In the new text, `size` bytes at
+  // `begin` stand in place of those from `begin` to `end` in the old one.
+  void replace(std::size_t begin, std::size_t end, std::string_view text, std::size_t size);
 
   // The byte at a position. A position beyond its line, or beyond the text, is at the end; one
   // within a character is at the beginning of the character.

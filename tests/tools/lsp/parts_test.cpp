@@ -91,6 +91,30 @@ TEST(Positions, KeepALoneCarriageReturnInItsLine) {
   EXPECT_EQ(places.positionOf(2), (Position{0, 2}));
 }
 
+std::vector<std::size_t> startsIn(const Places& places) {
+  std::vector<std::size_t> starts;
+  for (std::size_t line = 0; line < places.lineCount(); ++line) {
+    starts.push_back(places.startOf(line));
+  }
+  return starts;
+}
+
+TEST(Positions, FollowEachReplacement) {
+  const std::string text = "a\n\nbc\r\nd\n";
+  for (std::size_t begin = 0; begin <= text.size(); ++begin) {
+    for (std::size_t end = begin; end <= text.size(); ++end) {
+      for (const std::string added : {"", "x", "\n", "x\n\ny", "\nlonger than the text\n"}) {
+        const std::string changed = text.substr(0, begin) + added + text.substr(end);
+        Places places(text, Encoding::Utf16);
+        places.replace(begin, end, changed, added.size());
+        EXPECT_EQ(startsIn(places), startsIn(Places(changed, Encoding::Utf16)))
+            << begin << ".." << end << " " << added;
+        EXPECT_EQ(places.line(0), changed.substr(0, changed.find_first_of("\r\n")));
+      }
+    }
+  }
+}
+
 TEST(Uris, LeadToPathsAndBack) {
   for (const std::string path : {"/etc/a b.conf", "/tmp/\xC3\xA4%41.conf", "/a:b#c?d", "/"}) {
     EXPECT_EQ(lsp::pathOf(lsp::uriOf(path)), path);

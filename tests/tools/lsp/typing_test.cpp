@@ -163,4 +163,23 @@ TEST_F(Typing, HasOnlyTheNewestTextJudged) {
   EXPECT_EQ(newest["params"]["diagnostics"][0]["range"], rangeOf(0, 0, last - 1));
 }
 
+// As many as an editor sends that has a cursor in each line.
+TEST_F(Typing, TakesManyChangesInOneMessage) {
+  Editor editor;
+  editor.initialize();
+  std::string text = "[Meters]\nTarget=localhost:50005\n[MetersFloat]\n";
+  constexpr int firstLine = 3;
+  constexpr int lines = 50000;
+  Json changes = Json::array();
+  for (int i = 0; i < lines; ++i) {
+    text += "eter=Key=key" + std::to_string(i) + "\n";
+    changes.push_back({{"range", rangeOf(firstLine + i, 0, 0)}, {"text", "M"}});
+  }
+  const std::string uri = "file:///nowhere/gateway.conf";
+  editor.open(uri, text);
+  EXPECT_FALSE(editor.diagnostics(uri, 1).empty());
+  editor.change(uri, 2, changes);
+  EXPECT_TRUE(editor.diagnostics(uri, 2).empty());
+}
+
 }  // namespace
