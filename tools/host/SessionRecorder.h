@@ -31,7 +31,8 @@ class SessionRecorder {
   // Whether nothing more can be written.
   bool hasFailed() const;
 
-  // Ends the recording. Returns what was lost and why, in sentences, or nothing. Throws std::runtime_error, with path and reason, if not everything could be written.
+  // Ends the recording. Returns what was lost and why, in sentences, or nothing. Throws
+  // std::runtime_error, with path and reason, if not everything could be written.
   std::string close();
 
  private:

@@ -28,7 +28,7 @@ class Hearing {
               isFast ? result_.heard.fastEnd : result_.heard.slowEnd);
   }
 
-  // Also while an attempt waits for its server, which may be silent: no recording tells these apart.
+  // Also while an attempt waits for its server: no recording tells whether it is only silent.
   bool isConnected() const {
     return isOpen_[0] || isOpen_[1] || isWaiting(SlotSet::Fast) || isWaiting(SlotSet::Slow);
   }

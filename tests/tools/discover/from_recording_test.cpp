@@ -33,8 +33,8 @@ class DiscoverFromRecording : public DiscoverTest {
   TemporaryFolder folder;
 };
 
-// The recorder and discover listen to servers that send the same. These are two servers, because the
-// recorder opens its streams again, and commands act on the newest stream.
+// The recorder and discover listen to servers that send the same. These are two servers, because
+// the recorder opens its streams again, and commands act on the newest stream.
 TEST_F(DiscoverFromRecording, GivesTheSameConfigurationAsTheServer) {
   const std::string file = folder.path("recording");
   ToolProcess recorder({"record", servers.metersTarget(), "-o", file});
