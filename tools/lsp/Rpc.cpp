@@ -79,7 +79,7 @@ Json parsed(std::string_view content) {
   try {
     return Json::parse(content.find("\\u") == content.npos ? std::string(content)
                                                            : withoutHalves(content));
-  } catch (const Json::parse_error& error) {
+  } catch (const Json::exception& error) {  // also for a number that is too large
     throw RpcError(ErrorCode::ParseError, error.what());
   }
 }

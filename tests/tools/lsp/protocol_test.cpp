@@ -232,6 +232,7 @@ TEST_F(Protocol, AnswersWhatIsNoJson) {
   EXPECT_EQ(codeOfBadMessage("{"), ParseError);
   EXPECT_EQ(codeOfBadMessage(""), ParseError);
   EXPECT_EQ(codeOfBadMessage("{\"jsonrpc\": \"\xFF\"}"), ParseError);
+  EXPECT_EQ(codeOfBadMessage("1e999"), ParseError);
   editor.initialize();
   expectSound();
 }
