@@ -114,10 +114,12 @@ void probePings(const Site& site, const std::string& peer, const PingChecks& che
     site.results.judge(checks.pings, Pinger(site, peer).ping(few, atOnce), "both were answered");
     if (!site.results.wants(checks.steadyPings)) return;
     probeSteadyPings(site, peer, checks.steadyPings);
+  } catch (const NoAddress& error) {
+    site.results.add(checks.pings, Verdict::Skipped, error.what());
+    site.results.add(checks.steadyPings, Verdict::Skipped, error.what());
   } catch (const std::runtime_error& error) {
-    for (const CheckId check : {checks.pings, checks.steadyPings}) {
-      site.results.add(check, Verdict::Skipped, error.what());
-    }
+    site.results.add(checks.pings, Verdict::Failed, error.what());
+    site.results.add(checks.steadyPings, Verdict::Skipped, error.what());
   }
 }
 

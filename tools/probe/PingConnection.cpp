@@ -34,7 +34,7 @@ struct Address {
 Address addressOfPath(std::string_view path) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
-  if (path.size() >= sizeof address.sun_path) throw std::runtime_error("its path is too long");
+  if (path.size() >= sizeof address.sun_path) throw NoAddress("its path is too long");
   path.copy(address.sun_path, path.size());
   Address result;
   std::memcpy(&result.bytes, &address, sizeof address);
@@ -48,7 +48,7 @@ Address addressOfHost(std::string text) {
     if (const auto at = text.find(code); at != text.npos) text.replace(at, 3, character);
   }
   const auto colon = text.rfind(':');
-  if (colon == text.npos) throw std::runtime_error(fmt::format("{} has no port", text));
+  if (colon == text.npos) throw NoAddress(fmt::format("{} has no port", text));
   std::string host = text.substr(0, colon);
   if (host.starts_with('[') && host.ends_with(']')) host = host.substr(1, host.size() - 2);
   addrinfo hints{};
@@ -56,7 +56,7 @@ Address addressOfHost(std::string text) {
   hints.ai_socktype = SOCK_STREAM;
   addrinfo* found = nullptr;
   if (getaddrinfo(host.c_str(), text.substr(colon + 1).c_str(), &hints, &found) != 0) {
-    throw std::runtime_error(fmt::format("{} is not an address", text));
+    throw NoAddress(fmt::format("{} is not an address", text));
   }
   const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> owner(found, freeaddrinfo);
   Address result;
@@ -70,7 +70,7 @@ Address addressOf(const std::string& peer) {
   const auto scheme = peer.substr(0, colon);
   if (scheme == "unix") return addressOfPath(std::string_view(peer).substr(colon + 1));
   if (scheme == "ipv4" || scheme == "ipv6") return addressOfHost(peer.substr(colon + 1));
-  throw std::runtime_error(fmt::format("can't connect to the address {}", peer));
+  throw NoAddress(fmt::format("can't connect to the address {}", peer));
 }
 
 bool waitWritable(const Waiter& waiter, int socket, Clock::time_point until) {

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <optional>
+#include <stdexcept>
 #include <string>
 
 #include "tools/probe/Waiter.h"
@@ -19,11 +20,17 @@ enum class PingAnswer {
   Nothing,
 };
 
+// The peer has no address for a socket, as with another transport than TCP and unix sockets.
+class NoAddress : public std::runtime_error {
+ public:
+  using runtime_error::runtime_error;
+};
+
 class PingConnection {
  public:
   // `peer`: as gRPC names an address, such as "ipv4:127.0.0.1:50005", "ipv6:%5B::1%5D:50005" or
-  // "unix:/run/meters". Waits until `until` for the connection. Throws std::runtime_error if it
-  // fails, and Interrupted.
+  // "unix:/run/meters". Waits until `until` for the connection. Throws NoAddress, another
+  // std::runtime_error if the connection fails, and Interrupted.
   PingConnection(const Waiter& waiter, const std::string& peer, Clock::time_point until);
   ~PingConnection();
   PingConnection(const PingConnection&) = delete;

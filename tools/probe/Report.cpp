@@ -37,7 +37,11 @@ ordered_json jsonOfResult(const Result& result) {
 int Outcome::reached() const {
   int reached = level;
   for (const Result& result : results) {
-    if (isFailure(result)) reached = std::min(reached, rowOf(result.check).level - 1);
+    const Check& check = rowOf(result.check);
+    const bool isProbed = !check.ofEngine || !engine.empty();
+    if (isProbed && check.kind == Kind::Required && result.verdict != Verdict::Held) {
+      reached = std::min(reached, check.level - 1);
+    }
   }
   return reached;
 }

@@ -17,7 +17,8 @@ struct Outcome {
   bool wasInterrupted;
   std::vector<Result> results;
 
-  // The highest level whose required checks and those below have not failed, 0 if there is none.
+  // The highest level whose required checks and those below held, 0 if there is none: a check that
+  // was skipped shows nothing. Without an engine, its checks do not count.
   int reached() const;
   tools::ExitCode exitCode() const;
 };

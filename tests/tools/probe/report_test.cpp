@@ -25,9 +25,20 @@ TEST(ProbeOutcome, DependsOnRequiredChecksAlone) {
   EXPECT_EQ(required.reached(), 2);
 }
 
+TEST(ProbeOutcome, DoesNotReachALevelOfWhichARequiredCheckWasSkipped) {
+  auto outcome = outcomeOf({{CheckId::EnginePings, Verdict::Skipped, "", 0}});
+  EXPECT_EQ(outcome.reached(), 5) << "no engine was to be probed";
+  outcome.engine = "server";
+  EXPECT_EQ(outcome.reached(), 2);
+  EXPECT_EQ(outcome.exitCode(), 0);
+  EXPECT_EQ(outcomeOf({{CheckId::Pings, Verdict::Skipped, "", 0}}).reached(), 2);
+  EXPECT_EQ(outcomeOf({{CheckId::SteadyPings, Verdict::Skipped, "", 0}}).reached(), 5);
+}
+
 TEST(ProbeOutcome, TellsUnreachableServersFromUnfitOnes) {
   for (const CheckId check : {CheckId::Connects, CheckId::EngineConnects}) {
-    const auto outcome = outcomeOf({{check, Verdict::Failed, "", 0}});
+    auto outcome = outcomeOf({{check, Verdict::Failed, "", 0}});
+    outcome.engine = "server";
     EXPECT_EQ(outcome.exitCode(), 2);
     EXPECT_EQ(outcome.reached(), 0);
   }
