@@ -66,6 +66,8 @@ std::string_view nameOf(Delivery::State state);
 class CallTap {
  public:
   virtual ~CallTap() = default;
+  // Later calls go to this server. Called before a module starts, on the thread that starts it.
+  virtual void directed(const std::string& target) = 0;
   // `number` rises from 1.
   virtual void started(std::uint32_t number) = 0;
   // The bytes of the request.

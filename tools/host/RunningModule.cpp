@@ -114,6 +114,7 @@ void RunningModule::start(const gateway::ConfigManager& config) {
   next->engineTarget = config.engineTarget;
   next->connections = std::make_shared<Connections>(config, calls_ ? &*calls_ : nullptr);
   next->startTime = std::chrono::system_clock::now();
+  if (setup_.tapped.tap) setup_.tapped.tap->directed(config.engineTarget);
   if (instance_->start(setup_.config) != 0) {
     tools::requireReadable(setup_.config);
     throw Refused(fmt::format(

@@ -16,6 +16,11 @@ using recording::Stream;
 struct SessionRecorder::State final : CallTap {
   explicit State(const std::string& path) : file(path), recorder(file) {}
 
+  void directed(const std::string& target) override {
+    const std::lock_guard lock(mutex);
+    engineTarget = target;
+  }
+
   void started(std::uint32_t number) override {
     std::string target;
     {
@@ -54,11 +59,7 @@ TappedMethod SessionRecorder::tap() const {
   return {"/sonalith.grpcengine.Engine/SetParams", state_};
 }
 
-void SessionRecorder::follow(const std::string& metersTarget, const std::string& engineTarget) {
-  {
-    const std::lock_guard lock(state_->mutex);
-    state_->engineTarget = engineTarget;
-  }
+void SessionRecorder::follow(const std::string& metersTarget) {
   if (metersTarget == state_->metersTarget) return;
   state_->metersTarget = metersTarget;
   state_->streams.reset();

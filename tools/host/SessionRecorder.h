@@ -24,9 +24,9 @@ class SessionRecorder {
   // For the calls to the engine service.
   TappedMethod tap() const;
 
-  // Records the streams of this server from here on, instead of those of another one. Calls go to
-  // `engineTarget`. A target may be empty.
-  void follow(const std::string& metersTarget, const std::string& engineTarget);
+  // Records the streams of this server from here on, instead of those of another one. An empty
+  // target stands for no server.
+  void follow(const std::string& metersTarget);
 
   // Whether nothing more can be written.
   bool hasFailed() const;

@@ -143,7 +143,7 @@ int Run::attend() {
 }
 
 void Run::follow(const RunningModule& module) {
-  if (session_) session_->follow(module.metersTarget(), module.engineTarget());
+  if (session_) session_->follow(module.metersTarget());
 }
 
 // Runs until a signal, `quit` or the end of the time; returns the exit code.
