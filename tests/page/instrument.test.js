@@ -205,6 +205,26 @@ pageTest("KeepsMeterSettingsForAPatternInTheAddressAndInAFile", async (page) => 
   await page.evaluate(() => localStorage.clear());
 });
 
+pageTest("PrefersAnEditedAddressToItsOwnLateChanges", async (page) => {
+  await page.evaluate(async () => {
+    const { address } = await import("/address.js");
+    const { setTimeout } = window;
+    const due = [];
+    // An earlier change of the page's own may still wait: then this one is written with it.
+    while (due.length === 0) {
+      await new Promise(requestAnimationFrame);
+      window.setTimeout = (use) => due.push(use);
+      address.set("q", "own");
+      window.setTimeout = setTimeout;
+    }
+    location.hash = "#q=edited";
+    // The page's own change is due before the browser reports the edit.
+    due.forEach((use) => use());
+  });
+  await page.waitForFunction(() => document.getElementById("filter").value === "edited");
+  assert.match(page.url(), /#q=edited$/);
+});
+
 pageTest("KeepsTheMaximumAndTheClipUntilReset", async (page) => {
   await page.evaluate(() => (location.hash = "#meter=-60..0 linear clip:-59 for out_left"));
   const maximum = row(page, "out_left").locator(".max button");

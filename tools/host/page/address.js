@@ -6,9 +6,11 @@ const writeAfter = 200; // milliseconds; browsers limit how often an address may
 class Address {
   #parameters = new URLSearchParams(location.hash.slice(1));
   #isWriting = false;
+  #known = location.hash; // as last written or read
 
   constructor() {
     window.addEventListener("hashchange", () => {
+      this.#known = location.hash;
       this.#parameters = new URLSearchParams(location.hash.slice(1));
     });
   }
@@ -37,8 +39,11 @@ class Address {
 
   #write() {
     this.#isWriting = false;
+    // Somebody has edited the address, and the event that says so is on its way.
+    if (location.hash !== this.#known) return;
     const text = this.#parameters.toString().replaceAll("%2F", "/").replaceAll("%3A", ":");
     history.replaceState(null, "", text ? `#${text}` : location.pathname);
+    this.#known = location.hash;
   }
 }
 
