@@ -13,7 +13,6 @@
 namespace check {
 namespace {
 
-using standin::SlotSet;
 using tools::ConfiguredSlot;
 
 constexpr std::size_t shownOfEachGroup = 20;

@@ -362,7 +362,7 @@ int obey(const Options& options) {
   return ExitCode::Done;
 }
 
-void addOptions(CLI::App& command, Options& options) {
+void addReportOptions(CLI::App& command, Options& options) {
   command.add_option("FILE", options.files, "The configuration files. \"-\" is standard input.")
       ->type_name("FILE");
   command.add_flag("--strict", options.strict, "End with exit code 3 if there are warnings.");
@@ -373,11 +373,10 @@ void addOptions(CLI::App& command, Options& options) {
               "Print the report in this format: text for people, or one document for programs.")
           ->type_name("FORMAT")
           ->check(CLI::IsMember(formatNames()));
-  CLI::Option* const json =
-      command
-          .add_flag_callback(
-              "--json", [&] { options.format = Format::Json; }, "The same as --format json.")
-          ->excludes(format);
+  command
+      .add_flag_callback(
+          "--json", [&] { options.format = Format::Json; }, "The same as --format json.")
+      ->excludes(format);
   command.add_flag("--slots", options.slots,
                    "Print the slots that the host will see. The format has to be text or json.");
   command
@@ -390,19 +389,28 @@ void addOptions(CLI::App& command, Options& options) {
       ->type_name("RULE")
       ->allow_extra_args(false)
       ->check(checkAllowed, rulesThat(canBeAllowed));
+}
+
+void addRepairs(CLI::App& command, Options& options) {
   command
       .add_flag("--fix{safe}", options.fix,
                 "Repair the files where only one repair is possible. --fix=unsafe also makes those "
                 "that are only likely to be right.")
       ->check(CLI::IsMember({"safe", "unsafe"}));
-  CLI::Option* const diff = command.add_flag(
-      "--diff", options.diff, "Print the repairs as a unified diff, and change no file.");
-  diff->excludes(format)->excludes(json)->excludes(command.get_option("--slots"));
+  command
+      .add_flag("--diff", options.diff, "Print the repairs as a unified diff, and change no file.")
+      ->excludes(command.get_option("--format"))
+      ->excludes(command.get_option("--json"))
+      ->excludes(command.get_option("--slots"));
+}
+
+// What the file can be compared with.
+void addComparisons(CLI::App& command, Options& options) {
   command
       .add_option("--compare", options.compared,
                   "Say what changes for the host if FILE replaces this older configuration.")
       ->type_name("FILE")
-      ->excludes(diff)
+      ->excludes(command.get_option("--diff"))
       ->excludes(command.get_option("--fix"))
       ->excludes(command.get_option("--slots"))
       ->excludes(command.get_option("--strict"))
@@ -422,6 +430,12 @@ void addOptions(CLI::App& command, Options& options) {
       ->check(tools::numbersFrom(0.001, 86400.0), "")
       ->needs(against)
       ->capture_default_str();
+}
+
+void addOptions(CLI::App& command, Options& options) {
+  addReportOptions(command, options);
+  addRepairs(command, options);
+  addComparisons(command, options);
   command.add_flag("--list-rules", options.listRules, "Print all rules, and nothing else.");
   command
       .add_option("--explain", options.explained,
