@@ -110,7 +110,8 @@ Remedy rateRemedy(const EntryLine& line, SlotSet rate) {
   const std::string text = fmt::format("Type={}", nameOf(rate));
   const Span whole = line.entry.place;
   const std::string_view value = whole.of(line.at.text);
-  const auto words = entryWordsOf(value).words;
+  const EntryWords entry = entryWordsOf(value);
+  const auto& words = entry.words;
   const auto inLine = [&](Span place) { return Span{whole.begin + place.begin, place.size}; };
   for (auto word = words.rbegin(); word != words.rend(); ++word) {
     if (fieldOf(word->text).name == "Type") return write(inLine(word->place), text);
