@@ -25,13 +25,13 @@
 
 namespace {
 
-constexpr std::size_t mebibyte = 1 << 20;
+constexpr std::size_t sliceSize = 1 << 20;
 
 // Answers each call with one message of zeros. However long it is, it takes only 1 MiB of memory.
 class LongMessageServer final : public grpc::CallbackGenericService {
  public:
   explicit LongMessageServer(std::size_t mebibytes)
-      : slices_(mebibytes, grpc::Slice(std::string(mebibyte, '\0'))),
+      : slices_(mebibytes, grpc::Slice(std::string(sliceSize, '\0'))),
         message_(slices_.data(), slices_.size()) {
     // Without grpc_shutdown, which can wait ten seconds for one of gRPC's threads.
     grpc_init();

@@ -169,7 +169,7 @@ TEST_F(Typing, TakesManyChangesInOneMessage) {
   editor.initialize();
   std::string text = "[Meters]\nTarget=localhost:50005\n[MetersFloat]\n";
   constexpr int firstLine = 3;
-  constexpr int lines = 50000;
+  constexpr int lines = 10000;
   Json changes = Json::array();
   for (int i = 0; i < lines; ++i) {
     text += "eter=Key=key" + std::to_string(i) + "\n";
