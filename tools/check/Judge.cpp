@@ -173,9 +173,11 @@ void Judge::takeHeader() {
 
 // A header without its "]" begins no section. The module refuses the main file for it, so the lines
 // below are judged as they were meant, and one round finds all mistakes. Of a dedicated file, the
-// module reads them as lines of the section above.
+// module reads them as lines of the section above. Below a condition it does so in the main file,
+// too, and the files that it opens there may lead back.
 void Judge::takeOpenHeader() {
   if (walk_.file().isDedicated()) return;
+  if (sectionOf(walk_.scanner().section()).kind == SectionKind::Condition) return;
   std::optional<Header> header = openHeaderIn(walk_.line(), here());
   if (!header) return;
   closeHeader();
