@@ -1,4 +1,5 @@
 ;; For the init file of Emacs 29 or later, or of an older one with the package eglot.
+;; To complete the keys that a meter server sends, append "--target" "127.0.0.1:50005" to "lsp".
 (define-derived-mode grpc-gateway-mode conf-mode "Gateway"
   "Configurations of the grpc-gateway module."
   (conf-mode-initialize ";"))

@@ -2,7 +2,12 @@
 vim.api.nvim_create_autocmd("FileType", {
   pattern = "grpc-gateway",
   callback = function()
-    local config = { name = "gatewayctl", cmd = { "gatewayctl", "lsp" } }
+    local config = {
+      name = "gatewayctl",
+      cmd = { "gatewayctl", "lsp" },
+      -- Completes the keys that this meter server sends.
+      -- init_options = { target = "127.0.0.1:50005" },
+    }
     if vim.lsp.start then -- Neovim 0.8
       vim.lsp.start(config)
     else

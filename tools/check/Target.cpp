@@ -282,4 +282,10 @@ std::optional<TargetFault> faultOf(std::string_view target) {
   return pathFault(scheme, rest);
 }
 
+std::string complaintAboutTarget(std::string_view target) {
+  const auto fault = faultOf(target);
+  if (!fault) return {};
+  return fmt::format("bad target {}: {}; {}", inQuotes(target), fault->text, fault->remedy);
+}
+
 }  // namespace check

@@ -19,4 +19,8 @@ struct TargetFault {
 // parameters off.
 std::optional<TargetFault> faultOf(std::string_view target);
 
+// The same as a message without a full stop, such as: bad target "localhost": it has no port, so
+// gRPC uses 443; write localhost:PORT. Empty if the target is good.
+std::string complaintAboutTarget(std::string_view target);
+
 }  // namespace check

@@ -317,10 +317,7 @@ std::string checkAllowed(const std::string& name) {
 
 std::string checkTarget(const std::string& target) {
   if (isFile(target)) return {};
-  if (target.empty()) return "the target is empty: write HOST:PORT";
-  const auto fault = faultOf(target);
-  if (!fault) return {};
-  return fmt::format("bad target {}: {}; {}", inQuotes(target), fault->text, fault->remedy);
+  return target.empty() ? "the target is empty: write HOST:PORT" : complaintAboutTarget(target);
 }
 
 // The names of rules as CLI11 describes the choices of an option.

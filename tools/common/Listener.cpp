@@ -102,6 +102,11 @@ int Listener::overDescriptor() const {
   return state_->overEvent;
 }
 
+void Listener::look(const std::function<void(const Heard&)>& use) const {
+  const std::lock_guard lock(state_->mutex);
+  use(state_->heard);
+}
+
 void Listener::cancel(SlotSet rate) {
   (rate == SlotSet::Fast ? state_->fast : state_->slow).cancel();
 }
@@ -111,13 +116,17 @@ Heard Listener::finish() {
   return std::move(state_->heard);
 }
 
-Listening listen(const std::string& target, double seconds, Sightings sightings) {
-  const SignalDescriptor signals;
+void prepareToListen() {
   // Without grpc_shutdown: that can wait ten seconds for one of gRPC's threads, which the end of
   // the process ends anyway.
   grpc_init();
   // Keeps protobuf from logging texts that are not UTF-8: Sightings explains them better.
   google::protobuf::SetLogHandler(nullptr);
+}
+
+Listening listen(const std::string& target, double seconds, Sightings sightings) {
+  const SignalDescriptor signals;
+  prepareToListen();
   const auto begin = Clock::now();
   const auto deadline = momentIn(seconds);
   Listener listener(target, std::move(sightings));

@@ -11,6 +11,7 @@
 #include <grpcpp/support/status.h>
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -74,6 +75,10 @@ class Listener {
   // waiting.
   int overDescriptor() const;
 
+  // Calls `use` with what has come so far; `connected` is not set. The streams wait meanwhile, so
+  // it should return quickly. It must not call the Listener.
+  void look(const std::function<void(const Heard&)>& use) const;
+
   // Cancels one stream. The other continues.
   void cancel(standin::SlotSet rate);
 
@@ -84,6 +89,9 @@ class Listener {
   struct State;
   std::unique_ptr<State> state_;
 };
+
+// Prepares the process for Listeners. Call it before the first one.
+void prepareToListen();
 
 // A whole run of a sub-command that listens.
 struct Listening {

@@ -1,10 +1,18 @@
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
+#include <cctype>
+#include <optional>
+#include <set>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "tools/check/EntryWords.h"
 #include "tools/check/Text.h"
+#include "tools/common/EntryText.h"
 #include "tools/lsp/Descriptions.h"
 #include "tools/lsp/Features.h"
 #include "tools/lsp/Lines.h"
@@ -17,7 +25,45 @@ using check::Section;
 using check::SectionKind;
 
 // As the protocol numbers what an item is.
-enum class ItemKind { Word = 5, Section = 9, Key = 10, Value = 20 };
+enum class ItemKind { Word = 5, Meter = 6, Section = 9, Key = 10, Value = 20 };
+
+// Editors wait for a list of all keys of a large server, and nobody reads it.
+constexpr std::size_t mostKeys = 1000;
+
+constexpr std::string_view keyWord = "Key=";
+
+bool containsIgnoringCase(std::string_view text, std::string_view part) {
+  const auto lower = [](char c) { return std::tolower(static_cast<unsigned char>(c)); };
+  return std::search(text.begin(), text.end(), part.begin(), part.end(),
+                     [&](char a, char b) { return lower(a) == lower(b); }) != text.end() ||
+         part.empty();
+}
+
+std::optional<standin::SlotSet> rateIn(const check::EntryWords& entry) {
+  for (const check::Word& word : entry.words) {
+    if (word.text.starts_with("Type=")) {
+      return word.text == "Type=slow" ? standin::SlotSet::Slow : standin::SlotSet::Fast;
+    }
+  }
+  return std::nullopt;
+}
+
+// The keys of the list, without the one on this line of the document.
+void addKeys(EntryList& list, const check::Checked& checked, const Document& document,
+             std::size_t line) {
+  std::set<std::size_t> ours;
+  for (const check::EntryPlace& entry : checked.entries) {
+    if (entry.line == line && entry.set == list.rate && entry.type == list.type &&
+        Checks::names(checked.files[entry.file], document)) {
+      ours.insert(entry.position);
+    }
+  }
+  for (const tools::ConfiguredSlot& slot : checked.slots) {
+    if (slot.set == list.rate && slot.type == list.type && !ours.contains(slot.position)) {
+      list.keys.insert(slot.key);
+    }
+  }
+}
 
 // What is written ends at the cursor, so the blanks at its end belong to it.
 std::string_view withoutIndent(std::string_view text) {
@@ -28,8 +74,12 @@ std::string_view withoutIndent(std::string_view text) {
 // The place where something is to be completed, and what fits there.
 class Completer {
  public:
-  Completer(const Document& document, std::size_t offset)
-      : document_(document), offset_(offset), section_(&check::sectionOf("")) {
+  Completer(const Document& document, Checks& checks, const MeterServer* server, std::size_t offset)
+      : document_(document),
+        checks_(checks),
+        server_(server),
+        offset_(offset),
+        section_(&check::sectionOf("")) {
     const Places& places = document.places();
     number_ = places.positionOf(offset).line;
     const std::size_t begin = places.startOf(number_);
@@ -40,7 +90,7 @@ class Completer {
 
   Json operator()() {
     const std::string_view text = check::trimmed(before_);
-    if (text.starts_with(';') || text.starts_with('#')) return items_;
+    if (text.starts_with(';') || text.starts_with('#') || isInComment_) return items_;
     if (isContinuation_) {
       completeValue(key_, before_);
     } else if (text.starts_with('[')) {
@@ -50,20 +100,30 @@ class Completer {
     } else {
       completeKey();
     }
-    return items_;
+    if (!isIncomplete_) return items_;
+    return {{"isIncomplete", true}, {"items", items_}};
   }
 
  private:
-  // The section above the line, and the key that the line would continue.
+  // The section above the line, the key that the line would continue, and its comment.
   void readContext() {
     Lines lines(document_);
-    while (lines.next() && lines.line().number <= number_) {
+    bool isHere = false;
+    while ((isHere = lines.next()) && lines.line().number <= number_) {
       section_ = &lines.section();
       if (!lines.key().empty()) key_ = lines.key();
       if (lines.line().kind == LineKind::Header) key_.clear();
     }
+    if (isHere && lines.line().number == number_ + 1) cutComment(lines.line());
     const bool isIndented = !before_.empty() && check::isBlank(before_.front());
     isContinuation_ = isIndented && !key_.empty();
+  }
+
+  // The end of a pair that the module does not read.
+  void cutComment(const check::Line& line) {
+    if (line.kind != LineKind::Pair || line.rest.size == 0 || line.offset > 0) return;
+    isInComment_ = line.rest.begin < before_.size();
+    if (!isInComment_) after_ = after_.substr(0, line.rest.begin - before_.size());
   }
 
   // An item that replaces what has been written of it.
@@ -111,14 +171,70 @@ class Completer {
 
   void completeEntry(std::string_view value) {
     const check::EntryWords entry = check::entryWordsOf(value);
-    if (entry.openQuote) return;
+    if (entry.comment) return;
+    if (entry.openQuote) return completeQuoted(value, *entry.openQuote);
     const bool isBetween = value.empty() || check::isBlank(value.back());
     const check::Word none;
     const auto& [place, last] = isBetween || entry.words.empty() ? none : entry.words.back();
     if (place.size != last.size()) return;  // it is quoted
     if (last.find('=') == last.npos) return completeWord(entry, last);
-    const bool isType = last.starts_with("Type=") && section_->kind == SectionKind::MeterEntries;
-    if (isType) addValues(std::string_view(last).substr(last.find('=') + 1), {"fast", "slow"});
+    if (section_->kind != SectionKind::MeterEntries) return;
+    const std::string_view written = std::string_view(last).substr(last.find('=') + 1);
+    if (last.starts_with("Type=")) addValues(written, {"fast", "slow"});
+    if (last.starts_with(keyWord)) completeMeter(entry, written, after_);
+  }
+
+  // A key whose quotes begin after "Key=", and end after the place if the editor has closed them.
+  void completeQuoted(std::string_view value, std::size_t quote) {
+    const std::string_view before = value.substr(0, quote);
+    const std::size_t word = before.size() - std::min(before.size(), keyWord.size());
+    const bool isKey = before.substr(word) == keyWord &&
+                       (word == 0 || check::isBlank(before[word - 1])) &&
+                       section_->kind == SectionKind::MeterEntries;
+    if (!isKey) return;
+    const bool isClosed = after_.starts_with(value[quote]);
+    completeMeter(check::entryWordsOf(before), value.substr(quote),
+                  after_.substr(isClosed ? 1 : 0));
+  }
+
+  // `after` is what follows the text that an item replaces.
+  void completeMeter(const check::EntryWords& before, std::string_view written,
+                     std::string_view after) {
+    if (server_ == nullptr) return;
+    const auto rate = rateIn(before);
+    EntryList list{
+        .rate = rate ? *rate : rateIn(check::entryWordsOf(after)).value_or(standin::SlotSet::Fast),
+        .type = section_->type};
+    for (const Document* root : checks_.rootsOf(document_)) {
+      addKeys(list, checks_.of(*root), document_, number_ + 1);
+    }
+    const std::size_t end = offset_ + (after_.size() - after.size());
+    for (const KeyChoice& choice : choicesFor(list, written)) addMeter(choice, written, end);
+  }
+
+  // Those that contain what is written, if there are too many.
+  std::vector<KeyChoice> choicesFor(const EntryList& list, std::string_view written) {
+    std::vector<KeyChoice> choices = server_->choicesFor(list);
+    isIncomplete_ = choices.size() > mostKeys;
+    if (!isIncomplete_) return choices;
+    const std::string_view part =
+        written.substr(std::min(written.find_first_not_of("\"'"), written.size()));
+    std::erase_if(choices,
+                  [&](const KeyChoice& choice) { return !containsIgnoringCase(choice.key, part); });
+    if (choices.size() > mostKeys) choices.resize(mostKeys);
+    return choices;
+  }
+
+  void addMeter(const KeyChoice& choice, std::string_view written, std::size_t end) {
+    add(ItemKind::Meter, written, choice.key, tools::entryTextOf(choice.key), {});
+    Json& item = items_.back();
+    item["textEdit"]["range"] = document_.rangeOf(offset_ - written.size(), end);
+    item["detail"] =
+        choice.description + (choice.fit == Fit::Configured ? ", already in this list" : "");
+    item["sortText"] = fmt::format("{}{}", static_cast<int>(choice.fit), choice.key);
+    // Editors compare it with what is written, quotes included.
+    const bool isQuoted = written.starts_with('"') || written.starts_with('\'');
+    if (isQuoted) item["filterText"] = fmt::format("{}{}", written.front(), choice.key);
   }
 
   // Each word makes sense only once.
@@ -132,6 +248,8 @@ class Completer {
   }
 
   const Document& document_;
+  Checks& checks_;
+  const MeterServer* const server_;  // or null
   const std::size_t offset_;
   std::size_t number_ = 0;   // of the line, from 0
   std::string_view before_;  // of the line, before the place
@@ -139,13 +257,16 @@ class Completer {
   const Section* section_;
   std::string key_;
   bool isContinuation_ = false;
+  bool isInComment_ = false;
+  bool isIncomplete_ = false;  // there are more items
   Json items_ = Json::array();
 };
 
 }  // namespace
 
-Json completion(const Document& document, const Json& params) {
-  return Completer(document, document.offsetOf(params.at("position")))();
+Json completion(const Document& document, Checks& checks, const MeterServer* server,
+                const Json& params) {
+  return Completer(document, checks, server, document.offsetOf(params.at("position")))();
 }
 
 }  // namespace lsp

@@ -10,6 +10,7 @@
 
 #include "tools/lsp/Checks.h"
 #include "tools/lsp/Documents.h"
+#include "tools/lsp/MeterServer.h"
 #include "tools/lsp/Rpc.h"
 
 namespace lsp {
@@ -42,7 +43,9 @@ std::map<std::string, Json> allDiagnostics(const Documents& documents, Checks& c
 // ---- Answers ----------------------------------------------------------------------------------
 
 Json hover(const Document& document, Checks& checks, const Client& client, const Json& params);
-Json completion(const Document& document, const Json& params);
+// `server` is null if there is none to take keys from.
+Json completion(const Document& document, Checks& checks, const MeterServer* server,
+                const Json& params);
 Json codeActions(const Document& document, Checks& checks, const Client& client,
                  const Json& params);
 Json symbols(const Document& document, const Client& client);

@@ -7,6 +7,8 @@
 #include <limits>
 #include <utility>
 
+#include "tools/check/Target.h"
+
 namespace lsp {
 namespace {
 
@@ -54,9 +56,15 @@ std::optional<pid_t> processIn(const Json& params) {
   return id.get<pid_t>();
 }
 
+std::string complaintAboutTarget(const Json& target) {
+  if (!target.is_string())
+    return "bad target: the initialization option \"target\" must be a string";
+  return check::complaintAboutTarget(target.get_ref<const std::string&>());
+}
+
 }  // namespace
 
-Server::Server(Send send) : send_(std::move(send)) {}
+Server::Server(Send send, const std::string& target) : send_(std::move(send)), target_(target) {}
 
 // ---- Messages ---------------------------------------------------------------------------------
 
@@ -89,6 +97,11 @@ void Server::complain(const std::string& text) {
   send_(notification("window/logMessage", {{"type", error}, {"message", text}}));
 }
 
+void Server::warn(const std::string& text) {
+  constexpr int warning = 2;
+  send_(notification("window/showMessage", {{"type", warning}, {"message", text}}));
+}
+
 Json Server::resultFor(const Message& request) {
   const std::string& method = request.method;
   const Json& params = request.params;
@@ -118,12 +131,22 @@ Json Server::featureOf(const std::string& method, const Json& params) {
   if (method == "textDocument/hover") {
     return hover(documents_.of(params), checks_, client_, params);
   }
-  if (method == "textDocument/completion") return completion(documents_.of(params), params);
+  if (method == "textDocument/completion") return complete(params);
   if (method == "textDocument/documentSymbol") return symbols(documents_.of(params), client_);
   if (method == "textDocument/definition") {
     return definition(documents_.of(params), documents_, params);
   }
   throw RpcError(ErrorCode::MethodNotFound, fmt::format("no method \"{}\"", method));
+}
+
+// A completion also notices that the streams have ended. The keys of a server that has come back
+// are there for a later one: an answer never waits for the network.
+Json Server::complete(const Json& params) {
+  if (meters_) {
+    const std::string complaint = meters_->keepListening();
+    if (!complaint.empty()) warn(fmt::format("no keys to complete: {}", complaint));
+  }
+  return completion(documents_.of(params), checks_, meters_ ? &*meters_ : nullptr, params);
 }
 
 void Server::obey(const Message& message) {
@@ -133,7 +156,10 @@ void Server::obey(const Message& message) {
     return;
   }
   if (state_ != State::Running) return;
-  if (method == "initialized") return registerWatch();
+  if (method == "initialized") {
+    registerWatch();
+    return listen();
+  }
   if (method == "textDocument/didChange") {
     // Even if the change fails, the document is no longer what it was.
     isStale_ = true;
@@ -161,6 +187,8 @@ void Server::obey(const Message& message) {
 Json Server::initialize(const Json& params) {
   const Json capabilities = params.value("capabilities", Json::object());
   parent_ = processIn(params);
+  const Json target = memberAt(params, "/initializationOptions/target");
+  if (!target.is_null()) target_ = target;
   client_ = clientIn(capabilities);
   if (contains(memberAt(capabilities, "/general/positionEncodings"), "utf-8")) {
     documents_.encoding = Encoding::Utf8;
@@ -179,6 +207,18 @@ void Server::registerWatch() {
                              {"registerOptions", {{"watchers", watchers}}}};
   send_(request("files", "client/registerCapability",
                 {{"registrations", Json::array({registration})}}));
+}
+
+// A wrong target costs the user the keys and nothing else.
+void Server::listen() {
+  const Json target = std::exchange(target_, "");
+  if (target == "") return;
+  const std::string complaint = complaintAboutTarget(target);
+  if (complaint.empty()) {
+    meters_.emplace(target.get<std::string>());
+  } else {
+    warn(fmt::format("no keys to complete: {}", complaint));
+  }
 }
 
 // ---- Diagnostics ------------------------------------------------------------------------------

@@ -16,6 +16,7 @@
 #include "tools/lsp/Checks.h"
 #include "tools/lsp/Documents.h"
 #include "tools/lsp/Features.h"
+#include "tools/lsp/MeterServer.h"
 #include "tools/lsp/Rpc.h"
 
 namespace lsp {
@@ -24,7 +25,9 @@ class Server {
  public:
   using Send = std::function<void(const Json& message)>;
 
-  explicit Server(Send send);
+  // Completes keys that a meter server sends, if a target is given. That of "initialize" has
+  // precedence.
+  explicit Server(Send send, const std::string& target = {});
 
   // Obeys a message, and answers it if it is a request. Throws nothing because of a message.
   void take(const Message& message);
@@ -55,13 +58,18 @@ class Server {
   void obey(const Message& notification);
   Json initialize(const Json& params);
   void registerWatch();
+  void listen();
+  Json complete(const Json& params);
   void publish();
   void complain(const std::string& text);
+  void warn(const std::string& text);
 
   Send send_;
   State state_ = State::Created;
   bool wasShutDown_ = false;
   std::optional<pid_t> parent_;
+  Json target_;  // as given, until "initialized"
+  std::optional<MeterServer> meters_;
   Client client_;
   Documents documents_;
   Checks checks_{documents_};

@@ -16,8 +16,8 @@
 
 namespace lsp {
 
-Session::Session(int in, int out)
-    : in_(in), out_(out), server_([this](const Json& message) { send(message); }) {}
+Session::Session(int in, int out, const std::string& target)
+    : in_(in), out_(out), server_([this](const Json& message) { send(message); }, target) {}
 
 Session::~Session() {
   if (parent_ >= 0) close(parent_);

@@ -22,7 +22,8 @@ class Session {
   static constexpr std::size_t messageLimit = std::size_t{64} << 20;
 
   // Borrows the descriptors. Ignore SIGPIPE, so that an editor that is gone is an error of writing.
-  Session(int in, int out);
+  // The target is the Server's.
+  Session(int in, int out, const std::string& target = {});
   ~Session();
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;

@@ -3,6 +3,8 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <memory>
+#include <string>
 
 #include "manual.h"
 #include "standin/Host.h"
@@ -15,10 +17,15 @@ void addLsp(CLI::App& app, int& exitCode) {
   // Editors add the flag; there is no other transport.
   command->add_flag_callback(
       "--stdio", [] {}, "Use standard input and output, which the server always does.");
+  const auto target = std::make_shared<std::string>();
+  command
+      ->add_option("--target", *target,
+                   "Complete the keys that this meter server sends, such as 127.0.0.1:50005.")
+      ->type_name("TARGET");
   command->footer(tools::manualOf(lsp::manual_txt));
-  command->callback([&exitCode] {
+  command->callback([target, &exitCode] {
     std::signal(SIGPIPE, SIG_IGN);
     const standin::Host host({.keepRecords = false});
-    exitCode = lsp::Session(STDIN_FILENO, STDOUT_FILENO).run();
+    exitCode = lsp::Session(STDIN_FILENO, STDOUT_FILENO, *target).run();
   });
 }

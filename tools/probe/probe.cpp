@@ -1,8 +1,6 @@
 #include "tools/probe/probe.h"
 
 #include <fmt/format.h>
-#include <google/protobuf/stubs/logging.h>
-#include <grpc/grpc.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,6 +12,7 @@
 #include <utility>
 
 #include "manual.h"
+#include "tools/common/Listener.h"
 #include "tools/common/ManualText.h"
 #include "tools/common/Numbers.h"
 #include "tools/common/Output.h"
@@ -61,11 +60,7 @@ int run(const Options& options) {
   std::ofstream file = reportFile(options);
   // Before any thread starts, because threads inherit which signals are blocked.
   const tools::SignalDescriptor signals;
-  // Without grpc_shutdown: that can wait ten seconds for one of gRPC's threads, which the end of
-  // the process ends anyway.
-  grpc_init();
-  // Keeps protobuf from logging texts that are not UTF-8: Sightings explains them better.
-  google::protobuf::SetLogHandler(nullptr);
+  tools::prepareToListen();
   const std::size_t width = std::min(tools::columnsOf(STDOUT_FILENO), std::size_t{100});
   Results results(options.level, [&](const Result& result) {
     if (!options.json) tools::writeOut(textOf(result, width));

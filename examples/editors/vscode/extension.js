@@ -7,12 +7,15 @@ const { LanguageClient } = require("vscode-languageclient/node");
 let client;
 
 exports.activate = () => {
-  const command = workspace.getConfiguration("grpc-gateway").get("gatewayctl");
+  const settings = workspace.getConfiguration("grpc-gateway");
   client = new LanguageClient(
     "grpc-gateway",
     "grpc-gateway",
-    { command, args: ["lsp"] },
-    { documentSelector: [{ language: "grpc-gateway" }] },
+    { command: settings.get("gatewayctl"), args: ["lsp"] },
+    {
+      documentSelector: [{ language: "grpc-gateway" }],
+      initializationOptions: { target: settings.get("target") },
+    },
   );
   return client.start();
 };

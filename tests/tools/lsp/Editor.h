@@ -9,6 +9,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <csignal>
@@ -34,7 +35,11 @@ inline Json rangeOf(int line, int begin, int end) {
 
 class Editor {
  public:
-  Editor() : server_([this] { exitCode_ = lsp::Session(to_.read(), from_.write()).run(); }) {}
+  // The target is that of --target.
+  explicit Editor(const std::string& target = {})
+      : server_([this, target] {
+          exitCode_ = lsp::Session(to_.read(), from_.write(), target).run();
+        }) {}
   ~Editor() {
     to_.closeWrite();
     if (server_.joinable()) server_.join();
@@ -99,6 +104,12 @@ class Editor {
 
   Json notification(const std::string& method) {
     return wait([&](const Json& message) { return message.value("method", "") == method; });
+  }
+
+  // Whether such a notification has come before the messages that were waited for.
+  bool has(const std::string& method) const {
+    return std::any_of(received_.begin(), received_.end(),
+                       [&](const Json& message) { return message.value("method", "") == method; });
   }
 
   // The diagnostics of a document, once those of this version have come.

@@ -185,6 +185,12 @@ TEST_F(Features, CompletionReplacesTheBlanksBeforeTheCursor) {
       << "blanks alone stay";
 }
 
+TEST_F(Features, CompletionEndsWhereACommentBegins) {
+  EXPECT_EQ(labelsAtTheEndOf("[MetersInt]\nMeter=Key=a ;Ty"), Labels{});
+  EXPECT_EQ(labelsAtTheEndOf("[MetersInt]\nMeter=Key=a # Ty"), Labels{});
+  EXPECT_EQ(labelsAtTheEndOf("[Meters]\nEnableSlowMeters=true ; t"), Labels{});
+}
+
 // ---- Symbols ----------------------------------------------------------------------------------
 
 TEST_F(Features, SymbolsAreFlatUnlessTheEditorKnowsNestedOnes) {

@@ -37,6 +37,17 @@ std::vector<std::string> commandOf(const std::string& script, const std::string&
           file};
 }
 
+const std::string initialize =
+    R"({"jsonrpc":"2.0","id":1,"method":"initialize","params":{"capabilities":{}}})";
+const std::string shutdown = R"({"jsonrpc":"2.0","id":2,"method":"shutdown"})";
+const std::string exit = R"({"jsonrpc":"2.0","method":"exit"})";
+
+void writeMessages(ToolProcess& tool, const std::vector<std::string>& messages) {
+  for (const std::string& message : messages) {
+    tool.write("Content-Length: " + std::to_string(message.size()) + "\r\n\r\n" + message);
+  }
+}
+
 TEST(LspTool, EndsWithTheExitCodeOfTheProtocol) {
   ToolProcess silent({"lsp"});
   silent.closeInput();
@@ -44,12 +55,18 @@ TEST(LspTool, EndsWithTheExitCodeOfTheProtocol) {
   EXPECT_EQ(silent.errors(), "");
 
   ToolProcess tool({"lsp", "--stdio"});
-  for (const std::string message :
-       {R"({"jsonrpc":"2.0","id":1,"method":"initialize","params":{"capabilities":{}}})",
-        R"({"jsonrpc":"2.0","id":2,"method":"shutdown"})",
-        R"({"jsonrpc":"2.0","method":"exit"})"}) {
-    tool.write("Content-Length: " + std::to_string(message.size()) + "\r\n\r\n" + message);
-  }
+  writeMessages(tool, {initialize, shutdown, exit});
+  EXPECT_EQ(tool.waitExit(), 0);
+  EXPECT_EQ(tool.errors(), "");
+}
+
+TEST(LspTool, ListensToTheTargetOfTheCommandLineOnceTheEditorIsReady) {
+  SimProcess server;
+  ToolProcess tool({"lsp", "--target", server.metersTarget()});
+  writeMessages(tool, {initialize, R"({"jsonrpc":"2.0","method":"initialized","params":{}})"});
+  server.waitEvent("open fast 1 ");
+  server.waitEvent("open slow 1 ");
+  writeMessages(tool, {shutdown, exit});
   EXPECT_EQ(tool.waitExit(), 0);
   EXPECT_EQ(tool.errors(), "");
 }
