@@ -7,14 +7,13 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
-#include <functional>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <sstream>
-#include <thread>
 
 #include "meters.pb.h"
 #include "tests/support/FileText.h"
+#include "tests/support/FolderChanges.h"
 #include "tests/support/SimProcess.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -139,16 +138,6 @@ TEST_F(HostTool, WritesJsonLines) {
   EXPECT_EQ(host.waitExit(), 0);
 }
 
-// Looks again and again, since other processes make and remove files without notice.
-bool waitUntil(const std::function<bool()>& condition) {
-  const auto end = std::chrono::steady_clock::now() + patience;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > end) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  return true;
-}
-
 // ---- Connections ------------------------------------------------------------------------------
 
 TEST_F(HostTool, PrintsALinkWhenItsStateChanges) {
@@ -216,10 +205,11 @@ TEST_F(HostTool, KeepsAReadyFileWhileEachStreamReceives) {
   host.waitLine("link fast: receiving");
   EXPECT_FALSE(exists());
   sendOnBoth();
-  EXPECT_TRUE(waitUntil(exists));
-  EXPECT_TRUE(waitUntil([&] { return !exists(); }));  // once the messages are old
+  EXPECT_TRUE(waitForFiles(files.path(""), exists));
+  EXPECT_TRUE(
+      waitForFiles(files.path(""), [&] { return !exists(); }));  // once the messages are old
   sendOnBoth();
-  EXPECT_TRUE(waitUntil(exists));
+  EXPECT_TRUE(waitForFiles(files.path(""), exists));
   host.writeLine("quit");
   EXPECT_EQ(host.waitExit(), 0);
   EXPECT_FALSE(exists());
@@ -432,7 +422,7 @@ TEST_F(HostTool, StaysStoppedWhileTheConfigurationToStartWithIsRefused) {
   servers.waitEvent("open slow 1 ");
   servers.command("send fast -");
   servers.command("send slow -");
-  EXPECT_TRUE(waitUntil(isReady));
+  EXPECT_TRUE(waitForFiles(files.path(""), isReady));
   host.writeLine("set gain 1");
   host.waitLine("notification 1 answered");
   servers.freeze();
@@ -480,14 +470,15 @@ TEST_F(HostTool, JudgesExpectationsAndReadinessByTheReloadedModule) {
   servers.waitEvent("open slow 1 ");
   servers.command("send fast " + level(-12.5f));
   servers.command("send slow -");
-  EXPECT_TRUE(waitUntil(exists));
+  EXPECT_TRUE(waitForFiles(files.path(""), exists));
   // The slot of the first expectation moves to another position, and that of the second goes.
   std::string text = textOf(path);
   text.replace(text.find("[MetersFloat]\n"), 14, "[MetersFloat]\nMeter=Key=peak CustomKey=peak\n");
   text.replace(text.find("CustomKey=state"), 15, "CustomKey=mode ");
   files.write("gateway.conf", text);
   host.waitLine("reloaded");
-  EXPECT_TRUE(waitUntil([&] { return !exists(); })) << "messages of the earlier run do not count";
+  EXPECT_TRUE(waitForFiles(files.path(""), [&] { return !exists(); }))
+      << "messages of the earlier run do not count";
   servers.waitEvent("open fast 2 ");
   servers.command("send fast " + level(-3));
   host.waitLine("fast level -3");

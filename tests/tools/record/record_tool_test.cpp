@@ -1,11 +1,13 @@
 // gatewayctl record: the built program records a simulator, and the test says what is sent.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <csignal>
 #include <string>
 #include <vector>
 
 #include "tests/support/FileText.h"
+#include "tests/support/FolderChanges.h"
 #include "tests/support/SimProcess.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/tools/recording/Recordings.h"
@@ -38,13 +40,13 @@ class Record : public testing::Test {
 
   // Waits until the file holds a record of this kind. A block is written after a second at most.
   void waitForRecord(Kind kind, std::uint32_t number) const {
-    for (const auto end = std::chrono::steady_clock::now() + patience;
-         std::chrono::steady_clock::now() < end; usleep(10000)) {
-      for (const auto& record : recorded()) {
-        if (record.kind == kind && record.number == number) return;
-      }
-    }
-    FAIL() << "the record does not come";
+    const auto hasCome = [&] {
+      const std::vector<Kept> records = recorded();
+      return std::any_of(records.begin(), records.end(), [&](const Kept& record) {
+        return record.kind == kind && record.number == number;
+      });
+    };
+    ASSERT_TRUE(waitForFiles(folder_.path(""), hasCome)) << "the record does not come";
   }
 
   std::vector<Kept> recorded() const { return readBack(textOf(file())).records; }
