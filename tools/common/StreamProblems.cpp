@@ -103,7 +103,7 @@ Words wordsOnSilence(const Situation& now, SlotSet rate) {
             "Check that a meter server runs there and that no firewall is in the way."};
   }
   return {fmt::format("nothing came on the {} stream within {} seconds", nameOf(rate), now.seconds),
-          "Listen longer with --for, or make the server send on this stream."};
+          "Listen or record for longer, or make the server send on this stream."};
 }
 
 std::optional<Words> wordsOnMessages(const Situation& now, SlotSet rate) {
@@ -117,7 +117,7 @@ std::optional<Words> wordsOnMessages(const Situation& now, SlotSet rate) {
   if (seen.messages == 0 || !now.heard.sightings.keysOf(rate).empty()) return std::nullopt;
   return Words{
       fmt::format("{} came on the {} stream, but no values", countOf(seen.messages), nameOf(rate)),
-      "Listen longer with --for, or make the server send values."};
+      "Listen or record for longer, or make the server send values."};
 }
 
 std::optional<Words> wordsOnLimits(const Situation& now, SlotSet rate) {

@@ -166,7 +166,7 @@ TEST_F(DiscoverErrors, ReportsEmptyMessages) {
   EXPECT_EQ(result.output, "");
   EXPECT_EQ(result.errors, "gatewayctl discover: " + remarkOfEnd("fast", 3) +
                                "\ngatewayctl discover: 3 messages came on the fast stream, but no "
-                               "values. Listen longer with --for, or make the server send "
+                               "values. Listen or record for longer, or make the server send "
                                "values.\ngatewayctl discover: " +
                                remarkOfEnd("slow", 0) + "\n");
 }
