@@ -15,13 +15,13 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "tools/host/HttpServer.h"
+#include "tools/common/HttpServer.h"
 #include "tools/host/LogBook.h"
 #include "tools/host/RunningModule.h"
 
 namespace host {
 
-class PageFeed : public HttpStream {
+class PageFeed : public tools::HttpStream {
  public:
   PageFeed(const RunningModule& module, const LogBook& log) : module_(module), log_(log) {}
 

@@ -14,41 +14,27 @@
 #include <vector>
 
 #include "page.h"
-#include "tools/common/Json.h"
+#include "tools/common/HttpInterface.h"
 #include "tools/common/Numbers.h"
-#include "tools/common/Suggestion.h"
-#include "tools/host/HttpServer.h"
 #include "tools/host/Json.h"
 #include "tools/host/Metrics.h"
-#include "tools/host/PageAccess.h"
 #include "tools/host/PageFeed.h"
 #include "tools/host/ValueHistory.h"
 
 namespace host {
 namespace {
 
-using http::field;
-using http::status;
-using http::verb;
+using tools::HttpAnswer;
+using tools::HttpRefusal;
+using tools::HttpRequest;
+using tools::HttpResponse;
+using tools::parameterOf;
+using tools::responseOf;
+using tools::http::field;
+using tools::http::status;
+using tools::http::verb;
 
 constexpr std::string_view indexFile = "index.html";
-
-// No page of another site may show this one, and this one needs nothing from another site.
-HttpResponse responseOf(const char* type, std::string body) {
-  HttpResponse response;
-  response.set(field::content_type, type);
-  response.set("Content-Security-Policy",
-               "default-src 'self'; frame-ancestors 'none'; base-uri 'none'; form-action 'none'");
-  response.set("X-Content-Type-Options", "nosniff");
-  response.set("Referrer-Policy", "no-referrer");
-  response.set(field::cache_control, "no-store");
-  response.body() = std::move(body);
-  return response;
-}
-
-HttpResponse responseOf(const nlohmann::json& json) {
-  return responseOf("application/json", tools::jsonText(json));
-}
 
 const char* typeOf(std::string_view file) {
   if (file.ends_with(".html")) return "text/html; charset=utf-8";
@@ -90,29 +76,14 @@ Clock::duration windowIn(std::string_view text) {
 
 // ---- Routes ---------------------------------------------------------------------------------
 
-class PageServer::Routes final : public HttpHandler {
+class PageServer::Routes {
  public:
   Routes(RunningModule& module, const LogBook& log, PageSettings settings);
 
-  // With the actual port.
-  const PageSettings& settings() const { return settings_; }
-
-  std::vector<std::string> names() const;
+  const tools::HttpInterface& served() const { return *interface_; }
 
  private:
-  struct Route {
-    verb method;
-    std::string path;
-    std::function<HttpAnswer(const HttpRequest&)> answer;
-    std::size_t bodyLimit = 0;  // bytes
-  };
-
-  std::size_t admit(const HttpHead& head) override;
-  HttpAnswer answer(const HttpRequest& request) override;
-  HttpResponse refuse(const HttpRefusal& refusal) override;
-
-  void addRoutes();
-  const Route& routeOf(const HttpHead& request) const;
+  std::vector<tools::HttpRoute> routes();
   void listen();
 
   // The past of one run of the module; a reload begins another.
@@ -140,9 +111,7 @@ class PageServer::Routes final : public HttpHandler {
   PageSettings settings_;
   mutable std::mutex mutex_;  // guards the pointer, not what it points to
   std::shared_ptr<Past> past_;
-  std::vector<Route> routes_;
-  std::optional<PageAccess> access_;
-  std::optional<HttpServer> server_;
+  std::optional<tools::HttpInterface> interface_;
   RunningModule::LookWatch looks_;
 };
 
@@ -151,13 +120,11 @@ PageServer::Routes::Routes(RunningModule& module, const LogBook& log, PageSettin
       log_(log),
       settings_(std::move(settings)),
       past_(std::make_shared<Past>(module.board())) {
-  addRoutes();
   listen();
-  access_.emplace(settings_);
-  server_->start();
+  interface_->start();
   looks_ = module.watchLooks([this] {
     takeLook();
-    server_->wakeStreams();
+    interface_->wake();
   });
 }
 
@@ -177,8 +144,8 @@ void PageServer::Routes::takeLook() {
   current->history.take(board->changesSince(current->history.look()));
 }
 
-void PageServer::Routes::addRoutes() {
-  routes_ = {
+std::vector<tools::HttpRoute> PageServer::Routes::routes() {
+  std::vector<tools::HttpRoute> routes{
       {verb::get, "/", [this](auto& request) { return index(request); }},
       {verb::get, "/api/status", [this](auto&) { return responseOf(statusOf(module_, log_)); }},
       {verb::get, "/api/slots", [this](auto&) { return responseOf(slotsOf(module_)); }},
@@ -191,68 +158,22 @@ void PageServer::Routes::addRoutes() {
   };
   for (const page::EmbeddedFile& file : page::files) {
     if (file.name == indexFile) continue;
-    routes_.push_back({verb::get, fmt::format("/{}", file.name), [file](auto&) {
-                         return responseOf(typeOf(file.name), std::string(file.text));
-                       }});
+    routes.push_back({verb::get, fmt::format("/{}", file.name), [file](auto&) {
+                        return responseOf(typeOf(file.name), std::string(file.text));
+                      }});
   }
-}
-
-std::vector<std::string> PageServer::Routes::names() const {
-  std::vector<std::string> names;
-  for (const Route& route : routes_) {
-    names.push_back(fmt::format("{} {}", std::string(to_string(route.method)), route.path));
-  }
-  return names;
+  return routes;
 }
 
 void PageServer::Routes::listen() try {
-  server_.emplace(*this, settings_.address, settings_.port);
-  settings_.port = server_->port();
+  interface_.emplace(routes(), settings_.address, tools::HttpRules{.token = settings_.token});
 } catch (const boost::system::system_error& error) {
   const bool isTaken = error.code() == boost::system::errc::address_in_use;
-  if (!isTaken || !settings_.anyPortIfTaken || settings_.port == 0) {
+  if (!isTaken || !settings_.anyPortIfTaken || settings_.address.port == 0) {
     throw std::runtime_error(listenProblem(settings_, error.code()));
   }
-  settings_.port = 0;
+  settings_.address.port = 0;
   listen();
-}
-
-std::size_t PageServer::Routes::admit(const HttpHead& head) {
-  access_->check(head);
-  const Route& route = routeOf(head);
-  if (route.method != verb::get) access_->checkChange(head);
-  return route.bodyLimit;
-}
-
-HttpAnswer PageServer::Routes::answer(const HttpRequest& request) {
-  return routeOf(request).answer(request);
-}
-
-HttpResponse PageServer::Routes::refuse(const HttpRefusal& refusal) {
-  HttpResponse response = responseOf({{"error", refusal.what()}});
-  response.result(refusal.status);
-  if (refusal.status == status::unauthorized) response.set(field::www_authenticate, "Bearer");
-  if (!refusal.allow.empty()) response.set(field::allow, refusal.allow);
-  return response;
-}
-
-const PageServer::Routes::Route& PageServer::Routes::routeOf(const HttpHead& request) const {
-  const std::string path = pathOf(request);
-  const auto found = std::find_if(routes_.begin(), routes_.end(),
-                                  [&](const Route& route) { return route.path == path; });
-  if (found == routes_.end()) {
-    std::vector<std::string> paths;
-    for (const Route& route : routes_) paths.push_back(route.path);
-    throw HttpRefusal(status::not_found,
-                      fmt::format("there is no {}{}", path, tools::didYouMean(path, paths)));
-  }
-  const verb method = request.method() == verb::head ? verb::get : request.method();
-  if (method == found->method) return *found;
-  const std::string allowed(to_string(found->method));
-  throw HttpRefusal(
-      status::method_not_allowed,
-      fmt::format("{} takes {}, not {}", path, allowed, std::string(request.method_string())),
-      found->method == verb::get ? "GET, HEAD" : allowed);
 }
 
 // ---- Answers --------------------------------------------------------------------------------
@@ -260,7 +181,8 @@ const PageServer::Routes::Route& PageServer::Routes::routeOf(const HttpHead& req
 HttpResponse PageServer::Routes::index(const HttpRequest& request) const {
   HttpResponse response = responseOf(typeOf(indexFile), std::string(page::index_html));
   // The page's own requests show the token, too.
-  if (parameterOf(request, "token")) response.set(field::set_cookie, access_->setCookie());
+  if (parameterOf(request, "token"))
+    response.set(field::set_cookie, interface_->access().setCookie());
   return response;
 }
 
@@ -273,15 +195,13 @@ std::vector<std::size_t> PageServer::Routes::Past::firstNumbers() const {
   return indices;
 }
 
-HttpResponse PageServer::Routes::history(const HttpRequest& request) const try {
+HttpResponse PageServer::Routes::history(const HttpRequest& request) const {
   const auto slots = parameterOf(request, "slots");
   const auto seconds = parameterOf(request, "seconds");
   const auto run = past();
   return responseOf(historyOf(run->board->labels(), run->history,
                               slots ? indicesIn(*slots) : run->firstNumbers(),
                               seconds ? windowIn(*seconds) : ValueHistory::span));
-} catch (const std::invalid_argument& error) {
-  throw HttpRefusal(status::bad_request, error.what());
 }
 
 HttpAnswer PageServer::Routes::events() const {
@@ -296,8 +216,6 @@ HttpResponse PageServer::Routes::set(const HttpRequest& request) try {
   return responseOf({{"notification", notification.number}});
 } catch (const NotRunning& error) {
   throw HttpRefusal(status::service_unavailable, error.what());
-} catch (const std::invalid_argument& error) {
-  throw HttpRefusal(status::bad_request, error.what());
 }
 
 HttpResponse PageServer::Routes::ready() const {
@@ -311,15 +229,15 @@ HttpResponse PageServer::Routes::ready() const {
 
 PageServer::PageServer(RunningModule& module, const LogBook& log, const PageSettings& settings)
     : routes_(std::make_unique<Routes>(module, log, settings)) {
-  const PageSettings& actual = routes_->settings();
-  url_ = fmt::format("http://{}/", addressText(actual));
-  hasMoved_ = settings.port != 0 && settings.port != actual.port;
+  const tools::HttpAddress& actual = routes_->served().address();
+  url_ = fmt::format("http://{}/", textOf(actual));
+  hasMoved_ = settings.address.port != 0 && settings.address.port != actual.port;
 }
 
 PageServer::~PageServer() = default;
 
 std::vector<std::string> PageServer::routes() const {
-  return routes_->names();
+  return routes_->served().routes();
 }
 
 }  // namespace host

@@ -220,7 +220,7 @@ std::unique_ptr<PageServer> Run::openPage(RunningModule& module) const {
   auto page = std::make_unique<PageServer>(module, logBook_, options_.page);
   if (page->hasMoved()) {
     tools::say("host", fmt::format("{} is taken, so the live page is at {}",
-                                   addressText(options_.page), page->url()));
+                                   textOf(options_.page.address), page->url()));
   }
   reporter_.page(page->url());
   return page;
@@ -362,7 +362,7 @@ std::array<CLI::Option*, 3> addPageOptions(CLI::App& host, Options& options) {
   auto* page = host.add_option_function<std::string>(
       "--page", [&](const auto& text) { setPageAddress(options.page, text); },
       "Where to serve the live page. If the default port is taken, the page gets a free one.");
-  page->type_name("ADDRESS:PORT")->default_str(addressText(options.page));
+  page->type_name("ADDRESS:PORT")->default_str(textOf(options.page.address));
   auto* noPage = host.add_flag("--no-page", options.noPage, "Serve no live page.")->excludes(page);
   auto* token = host.add_option(
       "--token", options.page.token,

@@ -24,7 +24,7 @@
 #include "tests/support/RawConnection.h"
 #include "tests/support/SimProcess.h"
 #include "tests/support/TemporaryFolder.h"
-#include "tools/host/HttpServer.h"
+#include "tools/common/HttpServer.h"
 #include "tools/host/PageServer.h"
 #include "tools/host/PageSettings.h"
 
@@ -614,8 +614,9 @@ TEST_F(Page, AnswersOnlyAsAnAddressOrLocalhost) {
         std::string("localhost.evil.example:80"), std::string("[::1].evil"),
         std::string("127.0.0.1:x"), std::string("")}) {
     expectRefusal(client().Get("/api/status", {{"Host", name}}), 403,
-                  "the page was requested as \"" + name +
-                      "\": without a token, it answers only under an IP address or as localhost");
+                  "this was requested as \"" + name +
+                      "\": without a token, there is an answer only under an IP address or as "
+                      "localhost");
   }
 }
 
@@ -994,7 +995,7 @@ std::string restOf(RawConnection& connection) {
 
 TEST_F(Page, TurnsExcessConnectionsAwayAndRecovers) {
   std::deque<RawConnection> idle;
-  for (std::size_t i = 0; i < host::HttpLimits{}.connectionsPerAddress; ++i) {
+  for (std::size_t i = 0; i < tools::HttpLimits{}.connectionsPerAddress; ++i) {
     idle.emplace_back(target());
   }
   RawConnection excess(target());
@@ -1099,7 +1100,7 @@ TEST_F(ServedModule, MovesToAnotherPortOnlyIfAllowed) {
   const auto taken = host::parsePageAddress(originOf(first).substr(7));
   EXPECT_THROW(host::PageServer(module, log, taken), std::runtime_error);
   host::PageSettings usual;
-  usual.port = taken.port;
+  usual.address.port = taken.address.port;
   const host::PageServer second(module, log, usual);
   EXPECT_TRUE(second.hasMoved());
   EXPECT_NE(second.url(), first.url());

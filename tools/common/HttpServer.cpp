@@ -1,4 +1,4 @@
-#include "tools/host/HttpServer.h"
+#include "tools/common/HttpServer.h"
 
 #include <fmt/format.h>
 
@@ -21,7 +21,7 @@
 #include <utility>
 #include <vector>
 
-namespace host {
+namespace tools {
 namespace {
 
 namespace asio = boost::asio;
@@ -99,6 +99,7 @@ struct HttpServer::State {
   // Oldest first. What a connection waits for keeps it alive, so that the loop owns all of them.
   std::vector<Connection*> connections;
   std::vector<Connection*> streams;  // connections with an open stream
+  std::vector<Connection*> waiting;  // connections whose answer comes later
 
   asio::io_context loop{1};
   tcp::acceptor acceptor{loop};
@@ -106,8 +107,8 @@ struct HttpServer::State {
   std::thread thread;
 };
 
-// Reads the request, writes the answer, and waits for the client to close; with a stream, it writes
-// until then.
+// Reads the request, writes the answer once there is one, and waits for the client to close; with a
+// stream, it writes until then.
 class HttpServer::Connection : public std::enable_shared_from_this<Connection> {
  public:
   Connection(State& server, tcp::socket socket, const asio::ip::address& address);
@@ -127,6 +128,8 @@ class HttpServer::Connection : public std::enable_shared_from_this<Connection> {
   void refuse(const HttpRefusal& refusal);
   // Sends the stream's next piece, if there is one.
   void wake();
+  // Answers a client that waits, if there is an answer now.
+  void look();
   // Sends the stream's last piece if the client can take it at once.
   void finish();
   void close();
@@ -141,6 +144,8 @@ class HttpServer::Connection : public std::enable_shared_from_this<Connection> {
   template <class Action>
   auto guarded(Action action) -> std::optional<decltype(action())>;
   void answer();
+  void await(HttpWait wait);
+  void stopWaiting();
   void send(HttpAnswer answer);
   void write();
   void wrote();
@@ -156,12 +161,15 @@ class HttpServer::Connection : public std::enable_shared_from_this<Connection> {
   beast::flat_buffer input_{2 * server_.limits.head};
   http::request_parser<http::string_body> parser_;
   std::size_t bodyLimit_ = 0;
-  // Limits the time for the request, and then for the answer; or wakes a quiet stream.
+  // Limits the time for the request, for a wait, for the answer, and for the end; or wakes a quiet
+  // stream.
   asio::steady_timer timer_;
   bool isLate_ = false;
   bool isEnding_ = false;
+  bool isDiscarding_ = false;
   std::string output_;  // what is being written; empty if nothing is
   std::size_t written_ = 0;
+  std::optional<HttpWait> wait_;
   std::unique_ptr<HttpStream> stream_;
   bool isWoken_ = false;  // since the stream's last piece
   Clock::time_point behindSince_ = Clock::time_point::max();
@@ -180,6 +188,7 @@ HttpServer::Connection::Connection(State& server, tcp::socket socket,
 HttpServer::Connection::~Connection() {
   std::erase(server_.connections, this);
   std::erase(server_.streams, this);
+  std::erase(server_.waiting, this);
 }
 
 // ---- Reading --------------------------------------------------------------------------------
@@ -282,10 +291,38 @@ void HttpServer::Connection::refuse(const HttpRefusal& refusal) {
 
 void HttpServer::Connection::answer() {
   auto made = guarded([&] { return server_.handler.answer(parser_.get()); });
-  if (made) send(std::move(*made));
+  if (!made) return;
+  made->wait ? await(std::move(*made->wait)) : send(std::move(*made));
+}
+
+// The answer to HEAD has no body to wait for.
+void HttpServer::Connection::await(HttpWait wait) {
+  const bool isHead = parser_.get().method() == http::verb::head;
+  timer_.expires_after(isHead ? std::chrono::milliseconds(0) : wait.time);
+  timer_.async_wait([this, self = shared_from_this()](error_code error) {
+    if (error || !wait_) return;
+    auto response = guarded(wait_->giveUp);
+    if (response) send({std::move(*response)});
+  });
+  wait_ = std::move(wait);
+  server_.waiting.push_back(this);
+  socket_.expires_never();  // for reading, as with a stream
+  discard();
+  look();
+}
+
+void HttpServer::Connection::look() {
+  auto response = guarded(wait_->look);
+  if (response && *response) send({std::move(**response)});
+}
+
+void HttpServer::Connection::stopWaiting() {
+  std::erase(server_.waiting, this);
+  wait_.reset();
 }
 
 void HttpServer::Connection::send(HttpAnswer answer) {
+  stopWaiting();
   limitAnswerTime();
   if (!answer.stream) answer.response.prepare_payload();
   output_ = headText(answer.response);
@@ -337,12 +374,16 @@ void HttpServer::Connection::wrote() {
     awaitQuiet();
     return sendNext();
   }
-  timer_.cancel();
   error_code ignored;
   socket_.socket().shutdown(tcp::socket::shutdown_send, ignored);
-  socket_.expires_after(endLimit);
+  timer_.expires_after(endLimit);
+  timer_.async_wait([this, self = shared_from_this()](error_code error) {
+    if (!error) close();
+  });
   isEnding_ = true;
   server_.limitEnding();
+  if (isDiscarding_) return;
+  socket_.expires_never();
   discard();
 }
 
@@ -374,6 +415,7 @@ void HttpServer::Connection::awaitQuiet() {
 }
 
 void HttpServer::Connection::discard() {
+  isDiscarding_ = true;
   input_.clear();
   socket_.async_read_some(input_.prepare(server_.limits.head),
                           [this, self = shared_from_this()](error_code error, std::size_t) {
@@ -384,6 +426,7 @@ void HttpServer::Connection::discard() {
 
 void HttpServer::Connection::close() {
   std::erase(server_.streams, this);
+  stopWaiting();
   timer_.cancel();
   socket_.close();
 }
@@ -499,10 +542,12 @@ void HttpServer::start() {
   state_->thread = std::thread([this] { state_->loop.run(); });
 }
 
-void HttpServer::wakeStreams() {
+void HttpServer::wake() {
   asio::post(state_->loop, [this] {
     for (Connection* const each : state_->streams) each->wake();
+    // A copy, since a connection that gets its answer waits no longer.
+    for (Connection* const each : std::vector(state_->waiting)) each->look();
   });
 }
 
-}  // namespace host
+}  // namespace tools

@@ -1,21 +1,23 @@
-// The transport of the live page, with a handler of its own and clients that write raw bytes.
-#include "tools/host/HttpServer.h"
+// The transport of an HTTP interface, with a handler of its own and clients that write raw bytes.
+#include "tools/common/HttpServer.h"
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <deque>
 #include <semaphore>
+#include <thread>
 
 #include "tests/support/RawConnection.h"
 
 namespace {
 
-using host::HttpRequest;
-using host::parameterOf;
-using host::pathOf;
+using tools::HttpRequest;
+using tools::parameterOf;
+using tools::pathOf;
 
 // Always has the same to say, and reports its end.
-class Chatter : public host::HttpStream {
+class Chatter : public tools::HttpStream {
  public:
   Chatter(std::string text, std::counting_semaphore<>& ends)
       : text_(std::move(text)), ends_(ends) {}
@@ -30,19 +32,19 @@ class Chatter : public host::HttpStream {
   std::counting_semaphore<>& ends_;
 };
 
-class Transport : public ::testing::Test, public host::HttpHandler {
+class Transport : public ::testing::Test, public tools::HttpHandler {
  protected:
   Transport() { server.start(); }
 
-  std::size_t admit(const host::HttpHead& head) override {
+  std::size_t admit(const tools::HttpHead& head) override {
     if (pathOf(head) == "/secret") {
-      throw host::HttpRefusal(host::http::status::forbidden, "not for you");
+      throw tools::HttpRefusal(tools::http::status::forbidden, "not for you");
     }
-    return head.method() == host::http::verb::post ? 100 : 0;
+    return head.method() == tools::http::verb::post ? 100 : 0;
   }
 
-  host::HttpAnswer answer(const HttpRequest& request) override {
-    host::HttpResponse response;
+  tools::HttpAnswer answer(const HttpRequest& request) override {
+    tools::HttpResponse response;
     const std::string path = pathOf(request);
     if (path == "/broken") throw std::logic_error("out of order");
     if (path == "/stream") {
@@ -52,13 +54,14 @@ class Transport : public ::testing::Test, public host::HttpHandler {
       return {std::move(response),
               std::make_unique<Chatter>(std::string(20'000'000, 'x'), streamEnds)};
     }
+    if (path == "/later") return {wait()};
     const bool isLarge = path == "/large";  // more than the system's buffers hold
     response.body() = isLarge ? std::string(20'000'000, 'x') : path + " " + request.body();
     return {std::move(response)};
   }
 
-  host::HttpResponse refuse(const host::HttpRefusal& refusal) override {
-    host::HttpResponse response(refusal.status, 11);
+  tools::HttpResponse refuse(const tools::HttpRefusal& refusal) override {
+    tools::HttpResponse response(refusal.status, 11);
     response.body() = refusal.what();
     return response;
   }
@@ -79,22 +82,52 @@ class Transport : public ::testing::Test, public host::HttpHandler {
     EXPECT_TRUE(answer.ends_with("\r\n\r\n" + body)) << answer;
   }
 
+  static constexpr const char* broken = "broken";
+
+  // Answers once `word` is set and the server has been woken.
+  tools::HttpWait wait() {
+    const auto response = [](const std::string& text) {
+      tools::HttpResponse made;
+      made.body() = text;
+      return made;
+    };
+    return {.time = std::chrono::milliseconds(waitTime),
+            .look = [this, response]() -> std::optional<tools::HttpResponse> {
+              ++looks;
+              if (word.load() == broken) throw std::logic_error("out of order");
+              if (word.load() == nullptr) return std::nullopt;
+              return response(word.load());
+            },
+            .giveUp = [response] { return response("nothing came"); }};
+  }
+
+  // Sets the word after the client has begun to wait.
+  void say(const char* text) {
+    while (looks == 0) std::this_thread::yield();
+    word = text;
+    server.wake();
+  }
+
+  std::atomic<int> waitTime = 60000;  // milliseconds
+  std::atomic<int> looks = 0;
+  std::atomic<const char*> word = nullptr;
+
   static constexpr const char* streamHead = "HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n";
 
   std::counting_semaphore<> streamEnds{0};  // released by each stream that ends
-  host::HttpServer server{*this,
-                          "127.0.0.1",
-                          0,
-                          {.head = 1000,
-                           .requestTime = std::chrono::seconds(1),
-                           .answerTime = std::chrono::seconds(1),
-                           .connections = 12,
-                           .connectionsPerAddress = 4,
-                           .streams = 2}};
+  tools::HttpServer server{*this,
+                           "127.0.0.1",
+                           0,
+                           {.head = 1000,
+                            .requestTime = std::chrono::seconds(1),
+                            .answerTime = std::chrono::seconds(1),
+                            .connections = 12,
+                            .connectionsPerAddress = 4,
+                            .streams = 2}};
 };
 
 HttpRequest requestFor(const char* target) {
-  return {host::http::verb::get, target, 11};
+  return {tools::http::verb::get, target, 11};
 }
 
 TEST(Target, HasADecodedPathAndParameters) {
@@ -230,7 +263,7 @@ TEST_F(Transport, SendsAPieceForEachWakeAndQuietAfterwards) {
   client.write("GET /stream HTTP/1.1\r\n\r\n");
   const std::string first = std::string(streamHead) + "piece";
   EXPECT_EQ(client.read(first.size()), first);
-  server.wakeStreams();
+  server.wake();
   EXPECT_EQ(client.read(10), "piecequiet");
 }
 
@@ -247,6 +280,54 @@ TEST_F(Transport, EndsAStreamWhoseReaderTakesNothing) {
   RawConnection deaf(target());
   deaf.write("GET /flood HTTP/1.1\r\n\r\n");
   EXPECT_TRUE(streamEnds.try_acquire_for(patience));
+}
+
+// ---- Waiting --------------------------------------------------------------------------------
+
+TEST_F(Transport, AnswersAWaitingClientWhenTheAnswerComes) {
+  RawConnection client(target());
+  client.write("GET /later HTTP/1.1\r\n\r\n");
+  say("hello");
+  expectBody(client.readToTheEnd(), "200", "hello");
+}
+
+TEST_F(Transport, AnswersAtOnceIfThereIsNothingToWaitFor) {
+  word = "hello";
+  RawConnection client(target());
+  client.write("GET /later HTTP/1.1\r\n\r\n");
+  expectBody(client.readToTheEnd(), "200", "hello");
+  EXPECT_EQ(looks, 1);
+}
+
+TEST_F(Transport, GivesUpWhenTheTimeIsUp) {
+  waitTime = 1;
+  RawConnection client(target());
+  client.write("GET /later HTTP/1.1\r\n\r\n");
+  expectBody(client.readToTheEnd(), "200", "nothing came");
+}
+
+TEST_F(Transport, DoesNotWaitForTheAnswerToHead) {
+  RawConnection client(target());
+  client.write("HEAD /later HTTP/1.1\r\n\r\n");
+  expectBody(client.readToTheEnd(), "200", "");
+}
+
+TEST_F(Transport, ReportsAFailureWhileWaiting) {
+  RawConnection client(target());
+  client.write("GET /later HTTP/1.1\r\n\r\n");
+  say(broken);
+  expectBody(client.readToTheEnd(), "500", "out of order");
+}
+
+// Otherwise clients that have gone would fill the places of others.
+TEST_F(Transport, ForgetsAWaitingClientThatHasGone) {
+  for (int i = 0; i < 30; ++i) {
+    RawConnection client(target());
+    client.write("GET /later HTTP/1.1\r\n\r\n");
+    client.endWriting();
+    EXPECT_EQ(client.readToTheEnd(), "");
+  }
+  expectBody(answerTo("GET /a HTTP/1.1\r\n\r\n"), "200", "/a ");
 }
 
 // ---- Many clients ---------------------------------------------------------------------------

@@ -1,4 +1,4 @@
-#include "tools/host/PageAccess.h"
+#include "tools/common/HttpAccess.h"
 
 #include <fmt/format.h>
 #include <strings.h>
@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <utility>
 
-namespace host {
+#include "tools/common/HttpAddress.h"
+
+namespace tools {
 namespace {
 
 using http::field;
@@ -39,10 +41,10 @@ std::string_view bearerIn(const std::string& header) {
 }  // namespace
 
 // Cookies know hosts, not ports: the pages of two tools on one machine must not share theirs.
-PageAccess::PageAccess(PageSettings settings)
-    : settings_(std::move(settings)), cookieName_(fmt::format("gateway_page_{}", settings_.port)) {}
+HttpAccess::HttpAccess(HttpRules rules, int port)
+    : rules_(std::move(rules)), cookieName_(fmt::format("gateway_page_{}", port)) {}
 
-void PageAccess::check(const HttpHead& request) const {
+void HttpAccess::check(const HttpHead& request) const {
   checkClient(request);
   const std::string origin(request[field::origin]);
   if (origin.empty() || origin == ownOrigin(request)) return;
@@ -52,13 +54,13 @@ void PageAccess::check(const HttpHead& request) const {
                   ownOrigin(request)));
 }
 
-void PageAccess::checkClient(const HttpHead& request) const {
-  if (settings_.token.empty()) {
+void HttpAccess::checkClient(const HttpHead& request) const {
+  if (rules_.token.empty()) {
     const std::string host(request[field::host]);
     if (isDirectHost(host)) return;
     throw HttpRefusal(status::forbidden,
-                      fmt::format("the page was requested as \"{}\": without a token, it answers "
-                                  "only under an IP address or as localhost",
+                      fmt::format("this was requested as \"{}\": without a token, there is an "
+                                  "answer only under an IP address or as localhost",
                                   host));
   }
   if (showsToken(request)) return;
@@ -67,15 +69,15 @@ void PageAccess::checkClient(const HttpHead& request) const {
                     "\"Authorization: Bearer TOKEN\"");
 }
 
-bool PageAccess::showsToken(const HttpHead& request) const {
+bool HttpAccess::showsToken(const HttpHead& request) const {
   const std::string header(request[field::authorization]);
   const std::string cookies(request[field::cookie]);
   return isToken(bearerIn(header)) || isToken(parameterOf(request, "token").value_or("")) ||
          isToken(cookieIn(cookies, cookieName_));
 }
 
-bool PageAccess::isToken(std::string_view given) const {
-  const std::string& token = settings_.token;
+bool HttpAccess::isToken(std::string_view given) const {
+  const std::string& token = rules_.token;
   unsigned difference = given.size() == token.size() ? 0 : 1;
   for (std::size_t i = 0; i < given.size(); ++i) {
     difference |= static_cast<unsigned char>(given[i] ^ token[i % token.size()]);
@@ -83,8 +85,8 @@ bool PageAccess::isToken(std::string_view given) const {
   return difference == 0;
 }
 
-void PageAccess::checkChange(const HttpHead& request) const {
-  if (request[field::origin].empty()) {
+void HttpAccess::checkChange(const HttpHead& request) const {
+  if (rules_.changesNeedOrigin && request[field::origin].empty()) {
     throw HttpRefusal(status::forbidden,
                       fmt::format("only the page itself makes changes: a request needs the header "
                                   "\"Origin: {}\"",
@@ -100,8 +102,8 @@ void PageAccess::checkChange(const HttpHead& request) const {
   }
 }
 
-std::string PageAccess::setCookie() const {
-  return fmt::format("{}={}; Path=/; HttpOnly; SameSite=Strict", cookieName_, settings_.token);
+std::string HttpAccess::setCookie() const {
+  return fmt::format("{}={}; Path=/; HttpOnly; SameSite=Strict", cookieName_, rules_.token);
 }
 
-}  // namespace host
+}  // namespace tools

@@ -1,5 +1,5 @@
-// Who may use the live page: with a token, everyone who shows it; without one, everyone on this
-// machine, except for foreign web sites that the same browser has open.
+// Who may use an HTTP interface: with a token, everyone who shows it; without one, everyone on this
+// machine, except for foreign web sites that a browser has open here.
 //
 // Any thread.
 #pragma once
@@ -7,15 +7,20 @@
 #include <string>
 #include <string_view>
 
-#include "tools/host/HttpServer.h"
-#include "tools/host/PageSettings.h"
+#include "tools/common/HttpServer.h"
 
-namespace host {
+namespace tools {
 
-class PageAccess {
+struct HttpRules {
+  std::string token;  // what every request must show; empty: nothing
+  // Only the page that the interface itself serves may make changes. Otherwise programs may, too.
+  bool changesNeedOrigin = true;
+};
+
+class HttpAccess {
  public:
-  // Settings with the actual port.
-  explicit PageAccess(PageSettings settings);
+  // `port` is the actual one.
+  HttpAccess(HttpRules rules, int port);
 
   // Throws HttpRefusal unless the request may ask for anything at all. If there is a token, the
   // request must show it: as "Authorization: Bearer TOKEN", as "?token=TOKEN", or as the cookie
@@ -24,8 +29,8 @@ class PageAccess {
   // sent to: other sites could not read the answer, but they could use up the places of readers.
   void check(const HttpHead& request) const;
 
-  // After `check`: throws HttpRefusal unless a change comes from the page itself. It has an Origin,
-  // and its body is JSON, which a form of another site can't send.
+  // After `check`: throws HttpRefusal unless the change is allowed. Its body is JSON, which a form of
+  // another site can't send. If only the page itself makes changes, it has an Origin, too.
   void checkChange(const HttpHead& request) const;
 
   // The Set-Cookie header with which the page's own requests show the token.
@@ -37,8 +42,8 @@ class PageAccess {
   // Takes the same time no matter how much of the token is right.
   bool isToken(std::string_view given) const;
 
-  const PageSettings settings_;
+  const HttpRules rules_;
   const std::string cookieName_;
 };
 
-}  // namespace host
+}  // namespace tools

@@ -1,4 +1,4 @@
-// The transport of the live page: HTTP/1.1 on one address. It passes requests to a handler and
+// The transport of an HTTP interface: HTTP/1.1 on one address. It passes requests to a handler and
 // sends the answers; it does not know what is served, nor to whom.
 //
 // A connection carries one request. HttpLimits bounds what a client may send and hold. A client
@@ -6,14 +6,16 @@
 // its answer for five seconds, or takes too long to read all of it, loses its connection.
 //
 // Threads: made and destroyed by one thread. One thread of the server's own serves all connections
-// and calls the handler and its streams, so these should be quick.
-// Ownership: the handler is borrowed, and must outlive the server. The server owns the streams.
+// and calls the handler, its streams and its waits, so these should be quick.
+// Ownership: the handler is borrowed, and must outlive the server. The server owns streams and
+// waits.
 #pragma once
 
 #include <boost/beast/http/message.hpp>
 #include <boost/beast/http/string_body.hpp>
 #include <chrono>
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -21,7 +23,7 @@
 #include <string_view>
 #include <utility>
 
-namespace host {
+namespace tools {
 
 namespace http = boost::beast::http;
 
@@ -55,12 +57,21 @@ struct HttpRefusal : std::runtime_error {
   std::string allow;  // the methods that are accepted, if this one is not
 };
 
+// An answer that comes later. Its connection counts as any other meanwhile.
+struct HttpWait {
+  std::chrono::milliseconds time;  // how long the client waits at most
+  // The response, if there is one by now. Called at the beginning, and after each `wake`.
+  std::function<std::optional<HttpResponse>()> look;
+  // The response when the time is up.
+  std::function<HttpResponse()> giveUp;
+};
+
 // An endless body, sent piece by piece until the connection ends.
 class HttpStream {
  public:
   virtual ~HttpStream() = default;
-  // The next piece; empty if there is nothing new. Called at the beginning, and after `wakeStreams`
-  // once the client has taken the previous piece.
+  // The next piece; empty if there is nothing new. Called at the beginning, and after `wake` once
+  // the client has taken the previous piece.
   virtual std::string next() = 0;
   // A piece to send after two seconds without any, so that each side notices when the other one
   // has gone.
@@ -73,9 +84,11 @@ class HttpStream {
 struct HttpAnswer {
   HttpAnswer(HttpResponse response_, std::unique_ptr<HttpStream> stream_ = nullptr)
       : response(std::move(response_)), stream(std::move(stream_)) {}
+  HttpAnswer(HttpWait wait_) : wait(std::move(wait_)) {}
 
   HttpResponse response;
   std::unique_ptr<HttpStream> stream;  // instead of the response's body; null for none
+  std::optional<HttpWait> wait;        // instead of both
 };
 
 // May throw HttpRefusal; any other exception becomes an internal server error.
@@ -111,8 +124,9 @@ class HttpServer {
   // Begins to serve. Call it once.
   void start();
 
-  // Has every open stream send its next piece. Any thread; does not wait.
-  void wakeStreams();
+  // Has every open stream send its next piece, and every wait look again. Any thread; does not
+  // wait.
+  void wake();
 
  private:
   class Connection;
@@ -121,4 +135,4 @@ class HttpServer {
   std::unique_ptr<State> state_;
 };
 
-}  // namespace host
+}  // namespace tools
