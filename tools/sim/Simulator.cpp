@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 #include <grpcpp/generic/async_generic_service.h>
+#include <grpcpp/health_check_service_interface.h>
 #include <grpcpp/security/server_credentials.h>
 #include <grpcpp/server.h>
 #include <grpcpp/server_builder.h>
@@ -13,6 +14,7 @@
 
 #include "sanitizers/ReactionOrder.h"
 #include "tools/common/Output.h"
+#include "tools/sim/Reflection.h"
 #include "tools/sim/ServedCall.h"
 
 namespace sim {
@@ -22,10 +24,19 @@ namespace {
 class Service final : public grpc::CallbackGenericService {
  public:
   Service(CallRegistry& registry, bool meters, bool engine)
-      : registry_(registry), meters_(meters), engine_(engine) {}
+      : registry_(registry), meters_(meters), engine_(engine), reflection_(names()) {}
+
+  // The services by which clients know them.
+  std::vector<std::string> names() const {
+    std::vector<std::string> names;
+    if (meters_) names.emplace_back("sonalith.grpc.Meters");
+    if (engine_) names.emplace_back("sonalith.grpcengine.Engine");
+    return names;
+  }
 
   grpc::ServerGenericBidiReactor* CreateReactor(
       grpc::GenericCallbackServerContext* context) override {
+    if (Reflection::serves(context->method())) return reflection_.begin();
     const auto method = methodAt(context->method());
     if (!method || !serves(*method)) {
       tools::say("sim", fmt::format("this address does not serve {}", context->method()));
@@ -40,6 +51,7 @@ class Service final : public grpc::CallbackGenericService {
   CallRegistry& registry_;
   const bool meters_;
   const bool engine_;
+  const Reflection reflection_;
 };
 
 void setPings(grpc::ServerBuilder& builder, const PingPolicy& pings) {
@@ -69,6 +81,9 @@ std::unique_ptr<grpc::Server> listen(std::string& address, std::string_view opti
     throw std::runtime_error(cantListen(address, option));
   }
   address = fmt::format("{}:{}", address.substr(0, address.rfind(':')), port);
+  for (const auto& name : service.names()) {
+    server->GetHealthCheckService()->SetServingStatus(name, true);
+  }
   return server;
 }
 
@@ -84,6 +99,8 @@ std::string cantListen(std::string_view address, std::string_view option) {
 struct Simulator::State {
   State(const Addresses& wanted, CallListener& listener, const PingPolicy& wantedPings)
       : addresses(wanted), pings(wantedPings), registry(listener) {
+    // Applies to all servers that the process makes from here on; only the simulator makes any.
+    grpc::EnableDefaultHealthCheckService(true);
     try {
       listenOnAll();
     } catch (...) {

@@ -2,8 +2,9 @@
 // a Call to send; it decides nothing itself.
 //
 // It serves the server-streaming methods "/sonalith.grpc.Meters/GetMetersFast" and
-// "/sonalith.grpc.Meters/GetMetersSlow" and the unary "/sonalith.grpcengine.Engine/SetParams". It
-// answers UNIMPLEMENTED to everything else, and to calls that arrive at the other service's
+// "/sonalith.grpc.Meters/GetMetersSlow" and the unary "/sonalith.grpcengine.Engine/SetParams". Each
+// address also has gRPC's standard health and reflection services, whose calls are not announced.
+// It answers UNIMPLEMENTED to everything else, and to calls that arrive at the other service's
 // address.
 //
 // Threads: any thread may call `addresses` and `openCalls`, a listener included. The rest is for
