@@ -1,8 +1,8 @@
 # What `cmake --install` puts where, in three components:
 #
 #   module  the module, its manual pages (docs/man), a sample configuration
-#   tools   gatewayctl, its manual pages (docs/man) and its completions; the description of its HTTP
-#           interface; what its operators need (operations/); what editors need
+#   tools   gatewayctl, its manual pages (docs/man) and its completions; the descriptions of its
+#           HTTP interfaces; example tests; what its operators need (operations/); what editors need
 #   dev     for authors: the boundary to the host with a CMake package and a pkg-config file, the
 #           schema files, examples
 #
@@ -30,8 +30,8 @@ file(INSTALL DESTINATION \"\${folder}\" TYPE FILE RENAME grpc-gateway.conf.examp
 
 if(GATEWAY_TOOLS)
   install(TARGETS gatewayctl RUNTIME COMPONENT tools)
-  install(FILES docs/api.md docs/check.schema.json docs/openapi.json DESTINATION ${shared}/docs
-          COMPONENT tools)
+  install(FILES docs/api.md docs/check.schema.json docs/openapi.json docs/sim-control.md
+                docs/sim-control.openapi.json DESTINATION ${shared}/docs COMPONENT tools)
   install(FILES operations/alerts.yml operations/dashboard.json DESTINATION ${shared}/operations
           COMPONENT tools)
   set(editors examples/editors)
@@ -43,6 +43,14 @@ if(GATEWAY_TOOLS)
     cmake_path(GET file PARENT_PATH folder)
     install(FILES ${editors}/${file} DESTINATION ${shared}/${editors}/${folder} COMPONENT tools)
   endforeach()
+  set(example_tests examples/tests)
+  install(FILES ${example_tests}/README.md DESTINATION ${shared}/${example_tests} COMPONENT tools)
+  install(FILES ${example_tests}/cpp/CMakeLists.txt ${example_tests}/cpp/gain_test.cpp
+          DESTINATION ${shared}/${example_tests}/cpp COMPONENT tools)
+  install(FILES ${example_tests}/node/gain.test.js DESTINATION ${shared}/${example_tests}/node
+          COMPONENT tools)
+  install(PROGRAMS ${example_tests}/python/gain_test.py
+          DESTINATION ${shared}/${example_tests}/python COMPONENT tools)
   # The units share their hardening. systemd finds units here, below /usr and below /usr/local.
   file(READ operations/hardening.conf hardening)
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS operations/hardening.conf)

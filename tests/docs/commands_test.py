@@ -45,6 +45,7 @@ def shortened(command, meters, engine):
     command = command.replace("--output session.gwrec", "--output other.gwrec")
     command = command.replace("/etc/sonalith/", "etc/").replace("127.0.0.1:50005", meters)
     command = re.sub(r"(probe .*)127\.0\.0\.1:50006", rf"\g<1>{engine}", command)
+    command = command.replace("127.0.0.1:8081", "127.0.0.1:0")
     options = {"host": ["--no-page"], "demo": ["--no-page"], "discover": [], "check": [],
                "record": [], "probe": [],
                "sim": ["--meters 127.0.0.1:0", "--engine 127.0.0.1:0"],

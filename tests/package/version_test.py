@@ -35,7 +35,8 @@ printed = output_of(BUILD / "gatewayctl", "--version")
 check(f"gatewayctl --version prints it: {printed}", printed == f"gatewayctl {VERSION}")
 check_file(BUILD / "dev/sonalith-host.pc", r"^Version: (.*)$")
 check_file(BUILD / "dev/sonalith-host-config-version.cmake", r'PACKAGE_VERSION "([\d.]+)"')
-check_file(SOURCE / "docs/openapi.json", r'^ +"version": "(.*)",$')
+for each in ("openapi", "sim-control.openapi"):
+    check_file(SOURCE / f"docs/{each}.json", r'^ +"version": "(.*)",$')
 for page in sorted((BUILD / "docs/man").glob("*.[0-9]")):
     check_file(page, r'^\.TH .* "grpc-gateway (\S+)"')
 

@@ -29,8 +29,8 @@ class HttpAccess {
   // sent to: other sites could not read the answer, but they could use up the places of readers.
   void check(const HttpHead& request) const;
 
-  // After `check`: throws HttpRefusal unless the change is allowed. Its body is JSON, which a form of
-  // another site can't send. If only the page itself makes changes, it has an Origin, too.
+  // After `check`: throws HttpRefusal unless the change is allowed. Its body is JSON, which a form
+  // of another site can't send. If only the page itself makes changes, it has an Origin, too.
   void checkChange(const HttpHead& request) const;
 
   // The Set-Cookie header with which the page's own requests show the token.

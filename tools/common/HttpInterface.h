@@ -1,5 +1,5 @@
-// An HTTP interface: its routes, and the rules that hold for all of them. HttpAccess decides who may
-// ask, before the body of a request is read. A refused request gets a fitting status and
+// An HTTP interface: its routes, and the rules that hold for all of them. HttpAccess decides who
+// may ask, before the body of a request is read. A refused request gets a fitting status and
 // {"error": reason}.
 //
 // Threads: made and destroyed by one thread. Routes answer on the server's thread.

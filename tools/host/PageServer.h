@@ -11,9 +11,9 @@
 //   GET  /metrics      for monitoring systems, as metricsOf gives them
 //   GET  /ready        200 while the module is ready, otherwise 503; as readinessOf gives it
 //
-// HttpInterface has the rules that hold for all requests, and HttpLimits bounds what clients may send
-// and hold; only /api/set takes a body. docs/api.md and docs/openapi.json describe all this for
-// users.
+// HttpInterface has the rules that hold for all requests, and HttpLimits bounds what clients may
+// send and hold; only /api/set takes a body. docs/api.md and docs/openapi.json describe all this
+// for users.
 //
 // The history begins when the server is made, and anew after a reload.
 //

@@ -18,8 +18,8 @@ struct PageSettings {
   std::string token;           // what every request must show; empty: nothing
 };
 
-// Settings with an address that a user wrote, as tools::parseHttpAddress reads it. Somebody who asks
-// for a port wants that one: `anyPortIfTaken` is false.
+// Settings with an address that a user wrote, as tools::parseHttpAddress reads it. Somebody who
+// asks for a port wants that one: `anyPortIfTaken` is false.
 PageSettings parsePageAddress(std::string_view text);
 
 // What is wrong with the settings, with the remedy; empty if nothing is. An address that others can

@@ -14,6 +14,7 @@
 #include "tools/common/Numbers.h"
 #include "tools/common/Terminal.h"
 #include "tools/sim/Commander.h"
+#include "tools/sim/Control.h"
 
 namespace sim {
 namespace {
@@ -45,6 +46,14 @@ void addFaults(Settings& settings, const std::vector<std::string>& texts) {
     } catch (const std::invalid_argument& error) {
       throw CLI::ValidationError("--fault", fmt::format("in \"{}\": {}", text, error.what()));
     }
+  }
+}
+
+void setControl(Settings& settings, const std::string& text) {
+  try {
+    settings.control = parseControlAddress(text);
+  } catch (const std::invalid_argument& error) {
+    throw CLI::ValidationError("--control", error.what());
   }
 }
 
@@ -135,8 +144,13 @@ std::vector<CLI::Option*> addTrouble(CLI::App& sim, Settings& settings) {
   auto* live = sim.add_flag("--live-faults", settings.liveFaults,
                             "Inject faults from standard input, too. Each line is a fault without "
                             "WHEN, which happens at once. The end of the input ends the program.");
+  auto* control = sim.add_option_function<std::string>(
+      "--control", [&](const auto& text) { setControl(settings, text); },
+      "Serve an HTTP interface for tests, which sends messages, ends streams, injects faults and "
+      "waits for parameters. See CONTROL.");
+  control->type_name("ADDRESS:PORT");
   auto* json = sim.add_flag("--json", settings.json, "Print JSON lines. See OUTPUT.");
-  return {fault, plan, live, json};
+  return {fault, plan, live, control, json};
 }
 
 }  // namespace

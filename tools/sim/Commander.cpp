@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <stdexcept>
 #include <utility>
 
@@ -32,15 +31,7 @@ grpc::StatusCode statusOf(std::string_view word) {
 }
 
 std::string bytesCalled(std::string_view word) {
-  if (word == "-") return {};
-  std::string bytes(word.size() / 2, '\0');
-  for (std::size_t i = 0; i < bytes.size(); ++i) {
-    unsigned value = 0;
-    const char* const digits = word.data() + 2 * i;
-    if (std::from_chars(digits, digits + 2, value, 16).ptr != digits + 2) break;
-    bytes[i] = static_cast<char>(value);
-    if (i + 1 == bytes.size() && word.size() % 2 == 0) return bytes;
-  }
+  if (auto bytes = bytesOfHex(word)) return *std::move(bytes);
   throw CommandError(fmt::format(
       "\"{}\" is not hexadecimal. Use pairs of the digits 0-9 and a-f, or - for no bytes", word));
 }

@@ -10,6 +10,7 @@
 #include "tools/common/Output.h"
 #include "tools/common/Words.h"
 #include "tools/sim/EventText.h"
+#include "tools/sim/Journal.h"
 
 namespace sim {
 namespace {
@@ -80,19 +81,19 @@ std::string lineOf(const ordered_json& object) {
   return tools::jsonText(object) + "\n";
 }
 
-std::string jsonLine(const Opening& opening, const sonalith::grpcengine::KeyValue& param) {
+ordered_json eventOf(const Opening& opening, const sonalith::grpcengine::KeyValue& param) {
   const auto value = shown(param.value());
-  return lineOf({{"event", "set_params"},
-                 {"call", opening.number},
-                 {"key", param.key()},
-                 {"type", value.type},
-                 {"value", value.value}});
+  return {{"event", "set_params"},
+          {"call", opening.number},
+          {"key", param.key()},
+          {"type", value.type},
+          {"value", value.value}};
 }
 
-std::string unreadable(const Opening& opening, bool json) {
-  const auto bytes = hexOf(opening.request);
-  if (!json) return fmt::format("SetParams {} unreadable {}\n", opening.number, bytes);
-  return lineOf({{"event", "set_params_unreadable"}, {"call", opening.number}, {"bytes", bytes}});
+ordered_json unreadable(const Opening& opening) {
+  return {{"event", "set_params_unreadable"},
+          {"call", opening.number},
+          {"bytes", hexOf(opening.request)}};
 }
 
 void log(const Opening& opening, std::string_view what) {
@@ -101,63 +102,84 @@ void log(const Opening& opening, std::string_view what) {
 
 }  // namespace
 
+std::vector<std::string> Report::eventNames() {
+  return {"opened", "closed",     "set_params",   "set_params_unreadable",
+          "fault",  "fault_over", "replay_begun", "replay_over"};
+}
+
+void Report::tell(const ordered_json& event) const {
+  if (journal_ != nullptr) journal_->add(event);
+  if (json_) tools::writeOut(lineOf(event));
+}
+
 void Report::listening(const Addresses& addresses) const {
   for (const auto& [service, address] :
        {std::pair("meters", addresses.meters), std::pair("engine", addresses.engine)}) {
-    if (address.empty()) continue;
-    tools::writeOut(
-        json_ ? lineOf({{"event", "listening"}, {"service", service}, {"address", address}})
-              : fmt::format("{} {}\n", service, address));
+    if (!address.empty()) listening(service, address);
   }
+}
+
+void Report::listening(std::string_view service, const std::string& address) const {
+  tools::writeOut(json_
+                      ? lineOf({{"event", "listening"}, {"service", service}, {"address", address}})
+                      : fmt::format("{} {}\n", service, address));
 }
 
 void Report::params(const Opening& opening) const {
   sonalith::grpcengine::RequestSetParams request;
+  if (!request.ParseFromString(opening.request)) {
+    if (!json_) {
+      tools::writeOut(
+          fmt::format("SetParams {} unreadable {}\n", opening.number, hexOf(opening.request)));
+    }
+    tell(unreadable(opening));
+  }
   std::string lines;
-  if (!request.ParseFromString(opening.request)) lines = unreadable(opening, json_);
   for (const auto& param : request.params()) {
-    lines += json_ ? jsonLine(opening, param) : textLine(opening, param);
+    if (!json_) lines += textLine(opening, param);
+    if (!json_ && journal_ == nullptr) continue;
+    const auto event = eventOf(opening, param);
+    if (json_) lines += lineOf(event);
+    if (journal_ != nullptr) journal_->add(event);
   }
   tools::writeOut(lines);
 }
 
 void Report::opened(const Opening& opening) const {
-  if (!json_) return log(opening, "open from " + opening.peer);
-  tools::writeOut(lineOf({{"event", "opened"},
-                          {"stream", nameOf(opening.method)},
-                          {"call", opening.number},
-                          {"peer", opening.peer}}));
+  tell({{"event", "opened"},
+        {"stream", nameOf(opening.method)},
+        {"call", opening.number},
+        {"peer", opening.peer}});
+  if (!json_) log(opening, "open from " + opening.peer);
 }
 
 void Report::closed(const Opening& opening, bool cancelled) const {
   const auto* const end = cancelled ? "cancelled" : "ended";
-  if (!json_) return log(opening, end);
-  tools::writeOut(lineOf({{"event", "closed"},
-                          {"stream", nameOf(opening.method)},
-                          {"call", opening.number},
-                          {"end", end}}));
+  tell({{"event", "closed"},
+        {"stream", nameOf(opening.method)},
+        {"call", opening.number},
+        {"end", end}});
+  if (!json_) log(opening, end);
 }
 
 void Report::replay(ReplayEvent event) const {
   const bool over = event == ReplayEvent::Over;
-  tools::writeOut(json_ ? lineOf({{"event", over ? "replay_over" : "replay_begun"}})
-                        : fmt::format("replay {}\n", over ? "over" : "begun"));
+  tell({{"event", over ? "replay_over" : "replay_begun"}});
+  if (!json_) tools::writeOut(fmt::format("replay {}\n", over ? "over" : "begun"));
 }
 
 void Report::fault(FaultEvent event, double seconds, const Fault& fault, Subject subject) const {
   const bool over = event == FaultEvent::Over;
   const auto name = rowOf(fault.kind).name;
-  if (!json_) {
-    tools::writeOut(fmt::format("fault {:.3f} {} {}{}{}{}\n", seconds, name, nameOf(subject),
-                                fault.argument.empty() ? "" : " ", fault.argument,
-                                over ? " over" : ""));
-    return;
-  }
-  tools::writeOut(lineOf({{"event", over ? "fault_over" : "fault"},
-                          {"at", std::round(seconds * 1000) / 1000},
-                          {"fault", name},
-                          {"subject", nameOf(subject)},
-                          {"argument", fault.argument}}));
+  tell({{"event", over ? "fault_over" : "fault"},
+        {"at", std::round(seconds * 1000) / 1000},
+        {"fault", name},
+        {"subject", nameOf(subject)},
+        {"argument", fault.argument}});
+  if (json_) return;
+  tools::writeOut(fmt::format("fault {:.3f} {} {}{}{}{}\n", seconds, name, nameOf(subject),
+                              fault.argument.empty() ? "" : " ", fault.argument,
+                              over ? " over" : ""));
 }
 
 }  // namespace sim

@@ -1,17 +1,22 @@
 // What a playing simulator reports: events as lines of text on standard output and a log on
 // standard error, or everything as JSON on standard output, one object per line. The manual
-// shows every line.
+// shows every line. A control interface gets the same events, through the journal.
 //
 // Any thread; each line is written whole and at once.
+// Ownership: the journal is borrowed.
 #pragma once
 
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "tools/sim/FaultPlan.h"
 #include "tools/sim/Simulator.h"
 
 namespace sim {
+
+class Journal;
 
 // What happens to a fault.
 enum class FaultEvent { Begun, Over };
@@ -21,9 +26,15 @@ enum class ReplayEvent { Begun, Over };
 
 class Report {
  public:
-  explicit Report(bool json) : json_(json) {}
+  // Without a journal, nothing is kept.
+  explicit Report(bool json, Journal* journal = nullptr) : json_(json), journal_(journal) {}
+
+  // The names of all events that the journal gets.
+  static std::vector<std::string> eventNames();
 
   void listening(const Addresses& addresses) const;
+  // Where a service, or the control interface, listens. The journal does not get this.
+  void listening(std::string_view service, const std::string& address) const;
 
   // The parameters of a SetParams call, one line each.
   void params(const Opening& opening) const;
@@ -39,7 +50,11 @@ class Report {
   void fault(FaultEvent event, double seconds, const Fault& fault, Subject subject) const;
 
  private:
+  // Keeps an event, and prints it if all output is JSON. Otherwise the caller prints its text.
+  void tell(const nlohmann::ordered_json& event) const;
+
   const bool json_;
+  Journal* const journal_;
 };
 
 }  // namespace sim

@@ -10,7 +10,7 @@ bool needsRelay(const Settings& settings, Subject subject) {
   const auto& wanted = settings.addresses;
   const bool one = wanted.areOne();
   if ((subject == Subject::Meters ? wanted.meters : wanted.engine).empty()) return false;
-  if (settings.liveFaults) return true;
+  if (settings.liveFaults || settings.control) return true;
   return std::any_of(settings.faults.begin(), settings.faults.end(), [&](const Fault& fault) {
     return fault.needsRelay(subject) || (one && fault.needsRelay(Subject::Engine));
   });

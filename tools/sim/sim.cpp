@@ -24,8 +24,10 @@
 #include "tools/sim/CommandLine.h"
 #include "tools/sim/Commander.h"
 #include "tools/sim/ConfiguredKeys.h"
+#include "tools/sim/Control.h"
 #include "tools/sim/EngineAnswers.h"
 #include "tools/sim/FaultPlan.h"
+#include "tools/sim/Journal.h"
 #include "tools/sim/Player.h"
 #include "tools/sim/Replay.h"
 #include "tools/sim/Report.h"
@@ -119,8 +121,8 @@ std::optional<ReplayPlan> announce(const Settings& settings) {
     return plan;
   }
   tools::say("sim", fmt::format("playing {} keys with seed {}", playing.keys.size(), playing.seed));
-  if (playing.keys.empty() && !settings.addresses.meters.empty()) {
-    tools::say("sim", "nothing plays: give --config, --keys or --replay");
+  if (playing.keys.empty() && !settings.addresses.meters.empty() && !settings.control) {
+    tools::say("sim", "nothing plays: give --config, --keys, --replay or --control");
   }
   return std::nullopt;
 }
@@ -131,7 +133,8 @@ ExitCode play(const Settings& settings, const SignalDescriptor& signals,
   auto playing = settings.playing;
   // The keys of a replay serve its faults alone.
   if (plan) playing.rateFast = playing.rateSlow = 0;
-  const Report report(settings.json);
+  Journal journal;
+  const Report report(settings.json, settings.control ? &journal : nullptr);
   boost::asio::io_context loop;
   EngineAnswers answers(loop);
   Player player(playing, report, answers);
@@ -150,6 +153,12 @@ ExitCode play(const Settings& settings, const SignalDescriptor& signals,
                     {playing, player, answers, simulator, services.meters(), services.engine()},
                     report);
   const LoopThread running(loop);
+  std::optional<Control> control;
+  if (settings.control) {
+    control.emplace(*settings.control,
+                    Controlled{loop, simulator, services.addresses(), saboteur, journal});
+    report.listening("control", control->address());
+  }
   if (!settings.liveFaults) return waitForEnd(signals, deadline, nullptr);
   return waitForEnd(signals, deadline, [&](std::string_view line) {
     strike(loop, saboteur, line);

@@ -242,7 +242,8 @@ TEST(PlayingSim, SkipsConfiguredKeysThatClientsWouldRefuse) {
 }
 
 TEST(PlayingSim, SaysThatNothingPlays) {
-  const std::string said = "gatewayctl sim: nothing plays: give --config, --keys or --replay\n";
+  const std::string said =
+      "gatewayctl sim: nothing plays: give --config, --keys, --replay or --control\n";
   PlayingSim without({});
   without.process().waitError(said);
   PlayingSim with({"--keys", "fast:int:a"});
