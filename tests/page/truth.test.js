@@ -79,6 +79,7 @@ const streamFaults = [
   ["not-utf8 fast", "waiting", over],
   ["oversize fast", "waiting", /^stream failed with RESOURCE_EXHAUSTED: Received message larger/],
   ["stall fast", "silent", silent],
+  ["loss fast", "silent", silent],
   ["half fast", "silent", silent],
   ["flood fast", "receiving", /^receiving \d{3,} messages\/s/],
 ];
@@ -90,10 +91,14 @@ const meterConnectionFaults = [
   ["silent meters", "connecting", /^reconnecting to /],
   ["freeze meters", "silent", silent],
   ["drip meters 1", "silent", silent],
+  ["limit meters 1", "silent", silent],
 ];
 
-// Messages that the module takes without harm.
-const harmless = ["unknown fast", "types fast", "arrays fast", "empty fast", "normal"];
+// Faults that the module takes without harm.
+const harmless = [
+  "unknown fast", "types fast", "arrays fast", "empty fast", "normal", "slice meters 10",
+  "delay meters 50ms+-20ms", "loss fast 1..3 with 20%",
+];
 
 describe("The page tells of each fault of the meter server", { concurrency: 3 }, () => {
   for (const [fault, state, words] of streamFaults) {

@@ -8,27 +8,34 @@
 #include <grpcpp/support/status.h>
 
 #include <boost/asio/io_context.hpp>
+#include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <vector>
 
+#include "tools/sim/Chance.h"
 #include "tools/sim/Simulator.h"
 
 namespace sim {
 
 struct AnswerManner {
   bool replies = true;  // false: calls wait until the manner changes
-  double delay = 0;     // in seconds
   grpc::StatusCode status = grpc::StatusCode::OK;
   bool readable = true;  // false: the reply can't be parsed
+  double chance = 1;     // of each call to be answered so; others get the usual answer
 };
 
 class EngineAnswers {
  public:
-  explicit EngineAnswers(boost::asio::io_context& loop) : loop_(loop) {}
+  // `seed` decides what is left to chance.
+  EngineAnswers(boost::asio::io_context& loop, std::uint64_t seed) : loop_(loop), seed_(seed) {}
 
   // Changes the manner from here on. If the new one replies, it also answers the waiting calls.
   void change(const AnswerManner& manner);
+
+  // Delays answers from here on, or does so no longer.
+  void setDelay(const std::optional<Delay>& delay);
 
   // Answers a call that has arrived, in the current manner.
   void take(const std::shared_ptr<Call>& call);
@@ -37,12 +44,15 @@ class EngineAnswers {
   void closed(const Call& call);
 
  private:
-  // Call this with the mutex locked.
-  void answer(const std::shared_ptr<Call>& call);
+  // Call these with the mutex locked.
+  void settle(const std::shared_ptr<Call>& call);
+  void answer(const std::shared_ptr<Call>& call, const AnswerManner& manner);
 
   boost::asio::io_context& loop_;
+  const std::uint64_t seed_;
   std::mutex mutex_;  // protects all below
   AnswerManner manner_;
+  std::optional<Delay> delay_;
   std::vector<std::shared_ptr<Call>> unanswered_;
 };
 

@@ -9,6 +9,7 @@
 
 #include "meters.pb.h"
 #include "tools/common/EnumTable.h"
+#include "tools/sim/Chance.h"
 #include "tools/sim/FaultPlan.h"
 #include "tools/sim/FaultSite.h"
 #include "tools/sim/HalfMessage.h"
@@ -112,8 +113,13 @@ using K = FaultKind;
 using G = FaultGroup;
 using A = FaultArgument;
 constexpr std::optional<double> none;
+constexpr bool strikesEach = true;  // chance decides about each message or call
 
 constexpr FaultKindRow::Act playOn = [](Site& site, const Fault&) { site.setFeed(Feed::Signals); };
+constexpr FaultKindRow::Act setLimit = [](Site& site, const Fault& fault) {
+  site.relay().limit(fault.number);
+};
+constexpr FaultKindRow::Act liftLimit = [](Site& site, const Fault&) { site.relay().limit(0); };
 constexpr FaultKindRow::Act answerAgain = [](Site& site, const Fault&) {
   site.answers().change({});
 };
@@ -179,23 +185,45 @@ constexpr auto kinds = std::to_array<FaultKindRow>({
      "Keep connections open, but let nothing through in either direction.",
      [](Site& site, const Fault&) { site.relay().freeze(true); },
      [](Site& site, const Fault&) { site.relay().freeze(false); }},
-    {K::Drip, "drip", G::Connection, A::Number, "BYTES", none,
-     "Let only BYTES per second through to the client.",
-     [](Site& site, const Fault& fault) { site.relay().drip(fault.number); },
-     [](Site& site, const Fault&) { site.relay().drip(0); }},
-    {K::Delay, "delay", G::Answer, A::Number, "SECONDS", none,
-     "Answer SetParams calls SECONDS late.",
-     [](Site& site, const Fault& fault) { site.answers().change({.delay = fault.number}); },
-     answerAgain},
+    {K::Drip, "drip", G::Bandwidth, A::Bytes, "BYTES", none, "Another name for limit.", setLimit,
+     liftLimit},
+    {K::Slice, "slice", G::Slicing, A::Bytes, "BYTES", none,
+     "Cut what the server sends into packets of this size.",
+     [](Site& site, const Fault& fault) {
+       site.relay().slice(static_cast<std::size_t>(std::max(1.0, fault.number)));
+     },
+     [](Site& site, const Fault&) { site.relay().slice(0); }},
+    {K::Limit, "limit", G::Bandwidth, A::Bytes, "BYTES", none,
+     "Let only BYTES per second through to the client.", setLimit, liftLimit},
+    {K::Loss, "loss", G::Loss, A::Count, "[MESSAGES]", 1,
+     "Lose messages, in bursts of MESSAGES. \"with\" says how often a burst begins.",
+     [](Site& site, const Fault& fault) {
+       site.setLoss(Loss{.burst = fault.range, .chance = fault.chance()});
+     },
+     [](Site& site, const Fault&) { site.setLoss({}); }, strikesEach},
+    {K::Delay, "delay", G::Latency, A::Time, "TIME", none,
+     "Send messages, or answers to SetParams calls, this late. Messages keep their order.",
+     [](Site& site, const Fault& fault) {
+       site.setDelay(Delay{.seconds = fault.range, .chance = fault.chance()});
+     },
+     [](Site& site, const Fault&) { site.setDelay({}); }, strikesEach},
     {K::NoReply, "no-reply", G::Answer, A::None, "", none,
      "Leave SetParams calls unanswered until this is over.",
-     [](Site& site, const Fault&) { site.answers().change({.replies = false}); }, answerAgain},
+     [](Site& site,
+        const Fault&
+            fault) { site.answers().change({.replies = false, .chance = fault.chance()}); },
+     answerAgain, strikesEach},
     {K::Fail, "fail", G::Answer, A::Status, "STATUS", none, "Answer SetParams calls with STATUS.",
-     [](Site& site, const Fault& fault) { site.answers().change({.status = fault.status}); },
-     answerAgain},
+     [](Site& site, const Fault& fault) {
+       site.answers().change({.status = fault.status, .chance = fault.chance()});
+     },
+     answerAgain, strikesEach},
     {K::BadReply, "bad-reply", G::Answer, A::None, "", none,
      "Answer SetParams calls with a message that can't be parsed.",
-     [](Site& site, const Fault&) { site.answers().change({.readable = false}); }, answerAgain},
+     [](Site& site, const Fault& fault) {
+       site.answers().change({.readable = false, .chance = fault.chance()});
+     },
+     answerAgain, strikesEach},
     {K::Normal, "normal", G::All, A::None, "", none, "End the faults that last.",
      [](Site&, const Fault&) {}},  // the Saboteur ends what lasts
 });
@@ -247,8 +275,12 @@ std::vector<Subject> FaultKindRow::subjects() const {
   switch (group) {
     case FaultGroup::Message:
     case FaultGroup::Stream:
+    case FaultGroup::Loss:
       return {Subject::Fast, Subject::Slow};
     case FaultGroup::Connection:
+    case FaultGroup::Bandwidth:
+    case FaultGroup::Slicing:
+    case FaultGroup::Latency:
       return {Subject::Meters, Subject::Engine};
     case FaultGroup::Answer:
       return {Subject::Engine};
@@ -256,6 +288,11 @@ std::vector<Subject> FaultKindRow::subjects() const {
       break;
   }
   return {Subject::Fast, Subject::Slow, Subject::Meters, Subject::Engine};
+}
+
+bool FaultKindRow::isOfConnections() const {
+  return group == FaultGroup::Connection || group == FaultGroup::Bandwidth ||
+         group == FaultGroup::Slicing;
 }
 
 std::string FaultKindRow::usage() const {

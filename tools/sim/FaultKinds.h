@@ -40,6 +40,9 @@ enum class FaultKind {
   Silent,
   Freeze,
   Drip,
+  Slice,
+  Limit,
+  Loss,
   Delay,
   NoReply,
   Fail,
@@ -52,11 +55,22 @@ enum class FaultGroup {
   Message,     // a message of a stream
   Stream,      // how a stream continues
   Connection,  // the connections of an address
+  Bandwidth,   // how fast they are
+  Slicing,     // in what pieces they bring data
+  Loss,        // which messages of a stream are lost
+  Latency,     // how late messages and answers come
   Answer,      // how SetParams is answered
   All,
 };
 
-enum class FaultArgument { None, Status, Number };
+enum class FaultArgument {
+  None,
+  Status,
+  Number,
+  Bytes,  // a number that may have a unit: 64kB
+  Count,  // a whole number, or a range: 5..20
+  Time,   // seconds or a time with a unit, and how much it varies: 20ms±5ms
+};
 
 struct FaultKindRow {
   // What a fault does at one site.
@@ -71,8 +85,13 @@ struct FaultKindRow {
   std::string_view meaning;
   Act begin;
   Act end = nullptr;  // null: the fault is over at once
+  // Whether "with 10%" strikes each message or call with this chance. The other faults happen with
+  // this chance whenever their moment comes.
+  bool strikesEach = false;
 
   bool lasts() const { return end != nullptr; }
+  // Whether it acts on connections, and so needs a relay.
+  bool isOfConnections() const;
   std::vector<Subject> subjects() const;
   std::string usage() const;
 };

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <fstream>
 #include <span>
 #include <stdexcept>
@@ -133,18 +134,121 @@ std::string_view takeArgument(const FaultKindRow& row, Words& words) {
       words, fmt::format("{} needs {}. Usage: {}", shown(row.name), row.argumentName, row.usage()));
 }
 
+// The number of a text, if it is above 0 and not too large.
+std::optional<double> amountIn(std::string_view text) {
+  const auto number = tools::numberIn<double>(text);
+  return number && *number > 0 && *number <= longest ? number : std::nullopt;
+}
+
 void readNumber(const FaultKindRow& row, Words& words, Fault& fault) {
   if (words.empty() && row.defaultNumber) {
     fault.number = *row.defaultNumber;
     return;
   }
   fault.argument = takeArgument(row, words);
-  const auto number = tools::numberIn<double>(fault.argument);
-  if (!number || !(*number > 0 && *number <= longest)) {
+  const auto number = amountIn(fault.argument);
+  if (!number) {
     throw Error(fmt::format("{} is not a number above 0 and up to {:.0f}. Usage: {}",
                             shown(fault.argument), longest, row.usage()));
   }
   fault.number = *number;
+}
+
+struct Unit {
+  std::string_view name;
+  double factor;
+};
+
+// A unit comes before those that its name ends with.
+constexpr auto byteUnits = std::to_array<Unit>({
+    {"kB", 1e3},
+    {"KB", 1e3},
+    {"MB", 1e6},
+    {"GB", 1e9},
+    {"KiB", 1 << 10},
+    {"MiB", 1 << 20},
+    {"GiB", 1 << 30},
+    {"B", 1},
+});
+constexpr auto timeUnits = std::to_array<Unit>({{"ms", 1e-3}, {"us", 1e-6}, {"s", 1}});
+
+// A number and its unit, which may be missing: then `unit` is null.
+struct Measure {
+  double number;
+  const Unit* unit;
+
+  double value() const { return unit == nullptr ? number : number * unit->factor; }
+};
+
+std::optional<Measure> measureIn(std::string_view text, std::span<const Unit> units) {
+  const auto found = std::find_if(units.begin(), units.end(),
+                                  [&](const Unit& unit) { return text.ends_with(unit.name); });
+  const Unit* const unit = found == units.end() ? nullptr : &*found;
+  if (unit != nullptr) text.remove_suffix(unit->name.size());
+  const auto number = amountIn(text);
+  if (!number) return std::nullopt;
+  return Measure{*number, unit};
+}
+
+void readBytes(const FaultKindRow& row, Words& words, Fault& fault) {
+  fault.argument = takeArgument(row, words);
+  const auto bytes = measureIn(fault.argument, byteUnits);
+  if (!bytes || bytes->value() < 1 || bytes->value() > longest * longest) {
+    throw Error(
+        fmt::format("{} is not a number of bytes from 1, such as 100, 64kB or 1MB. Usage: {}",
+                    shown(fault.argument), row.usage()));
+  }
+  fault.number = bytes->value();
+}
+
+// "5" or "5..20".
+void readCount(const FaultKindRow& row, Words& words, Fault& fault) {
+  fault.argument = words.empty() ? "" : takeArgument(row, words);
+  const std::string_view text = fault.argument;
+  if (text.empty()) {
+    fault.range = {*row.defaultNumber, *row.defaultNumber};
+    return;
+  }
+  const auto dots = text.find("..");
+  const auto least = tools::numberIn<std::uint32_t>(text.substr(0, dots));
+  const auto most =
+      dots == text.npos ? least : tools::numberIn<std::uint32_t>(text.substr(dots + 2));
+  if (!least || !most || *least == 0 || *most < *least) {
+    throw Error(fmt::format("{} is not a number from 1, or a range such as 5..20. Usage: {}",
+                            shown(text), row.usage()));
+  }
+  fault.range = {static_cast<double>(*least), static_cast<double>(*most)};
+}
+
+Measure timeIn(std::string_view text, const FaultKindRow& row) {
+  const auto time = measureIn(text, timeUnits);
+  if (time && time->value() <= longest) return *time;
+  throw Error(fmt::format("{} is not a time above 0, such as 0.3, 300ms or 20ms+-5ms. Usage: {}",
+                          shown(text), row.usage()));
+}
+
+// "20ms", "20ms±5ms", or the same in ASCII, "20ms+-5ms".
+void readTime(const FaultKindRow& row, Words& words, Fault& fault) {
+  fault.argument = takeArgument(row, words);
+  const std::string_view text = fault.argument;
+  constexpr std::string_view signs[] = {"±", "+-"};
+  for (const auto sign : signs) {
+    const auto at = text.find(sign);
+    if (at == text.npos) continue;
+    const auto middle = timeIn(text.substr(0, at), row);
+    const auto spread = timeIn(text.substr(at + sign.size()), row);
+    if ((middle.unit == nullptr) != (spread.unit == nullptr)) {
+      throw Error(fmt::format("{} has only one unit. Write both, such as 20ms+-5ms", shown(text)));
+    }
+    if (spread.value() > middle.value()) {
+      throw Error(fmt::format("{} could be less than 0. Write at most {} after {}", shown(text),
+                              text.substr(0, at), sign));
+    }
+    fault.range = {middle.value() - spread.value(), middle.value() + spread.value()};
+    return;
+  }
+  const double seconds = timeIn(text, row).value();
+  fault.range = {seconds, seconds};
 }
 
 void readStatus(const FaultKindRow& row, Words& words, Fault& fault) {
@@ -160,6 +264,15 @@ void readArgument(const FaultKindRow& row, Words& words, Fault& fault) {
     case FaultArgument::Number:
       readNumber(row, words, fault);
       break;
+    case FaultArgument::Bytes:
+      readBytes(row, words, fault);
+      break;
+    case FaultArgument::Count:
+      readCount(row, words, fault);
+      break;
+    case FaultArgument::Time:
+      readTime(row, words, fault);
+      break;
     case FaultArgument::Status:
       readStatus(row, words, fault);
       break;
@@ -167,6 +280,26 @@ void readArgument(const FaultKindRow& row, Words& words, Fault& fault) {
   if (!words.empty()) {
     throw Error(fmt::format("{} is out of place. Usage: {}", shown(words.front()), row.usage()));
   }
+}
+
+// Takes "with 10%" off the end of the line.
+std::optional<double> takeChance(Words& words) {
+  const auto with = std::find(words.begin(), words.end(), "with");
+  if (with == words.end()) return std::nullopt;
+  const Words after = words.subspan(static_cast<std::size_t>(with - words.begin()) + 1);
+  words = words.first(words.size() - after.size() - 1);
+  if (after.empty()) throw Error("\"with\" needs a chance after it, such as 10%");
+  const auto word = after.front();
+  const auto percent =
+      word.ends_with('%') ? amountIn(word.substr(0, word.size() - 1)) : std::nullopt;
+  // A smaller chance would take long to draw the next moment.
+  if (!percent || *percent < 0.001 || *percent > 100) {
+    throw Error(fmt::format("{} is not a chance from 0.001% to 100%, such as 10%", shown(word)));
+  }
+  if (after.size() > 1) {
+    throw Error(fmt::format("{} is out of place. The line ends after the chance", shown(after[1])));
+  }
+  return percent;
 }
 
 void checkDuration(const FaultKindRow& row, const FaultTimes& times) {
@@ -184,7 +317,7 @@ void checkDuration(const FaultKindRow& row, const FaultTimes& times) {
 
 bool Fault::needsRelay(Subject address) const {
   if (kind == FaultKind::Half) return address == Subject::Meters;
-  return rowOf(kind).group == FaultGroup::Connection &&
+  return rowOf(kind).isOfConnections() &&
          std::find(subjects.begin(), subjects.end(), address) != subjects.end();
 }
 
@@ -208,6 +341,7 @@ Fault parseImmediateFault(std::string_view line) {
   const auto& row =
       rowCalled(take(words, "there is no fault after \":\". Write one, such as at 2: end fast"));
   fault.kind = row.kind;
+  fault.percent = takeChance(words);
   fault.subjects = readSubjects(row, words);
   readArgument(row, words, fault);
   return fault;
@@ -245,19 +379,24 @@ std::string faultManual() {
   constexpr std::size_t column = 36;
   std::string text;
   for (const auto& row : faultKinds()) {
-    text += tools::manualEntry(row.usage() + (row.lasts() ? " *" : ""), row.meaning, column);
+    const auto* const marks = row.strikesEach ? " *%" : row.lasts() ? " *" : "";
+    text += tools::manualEntry(row.usage() + marks, row.meaning, column);
   }
   return text;
 }
 
-FaultMoments::FaultMoments(const FaultTimes& times, std::uint64_t seed, std::size_t place)
-    : times_(times), random_(hashOf(std::to_string(place), seed)) {}
+FaultMoments::FaultMoments(const Fault& fault, std::uint64_t seed, std::size_t place)
+    : times_(fault.times),
+      chance_(rowOf(fault.kind).strikesEach ? 1 : fault.chance()),
+      random_(hashOf(std::to_string(place), seed)) {}
 
 std::optional<double> FaultMoments::next() {
-  if (over_) return std::nullopt;
-  over_ = !times_.repeats;
-  now_ += times_.first + (times_.last - times_.first) * drawFrom(random_);
-  return now_;
+  while (!over_) {
+    over_ = !times_.repeats;
+    now_ += times_.first + (times_.last - times_.first) * drawFrom(random_);
+    if (chance_ >= 1 || drawFrom(random_) < chance_) return now_;
+  }
+  return std::nullopt;
 }
 
 }  // namespace sim

@@ -18,6 +18,7 @@
 #include <string_view>
 #include <vector>
 
+#include "tools/sim/Chance.h"
 #include "tools/sim/FaultKinds.h"
 
 namespace sim {
@@ -36,9 +37,14 @@ struct Fault {
   FaultTimes times;
   FaultKind kind = FaultKind::Normal;
   std::vector<Subject> subjects;  // in the order of Subject
-  double number = 0;              // the argument, if it is a number
+  double number = 0;              // the argument, if it is one number
+  Range range;                    // the argument, if it may be several: seconds, or a count
   grpc::StatusCode status = grpc::StatusCode::OK;
-  std::string argument;  // as reports show it; empty if there is none
+  std::string argument;           // as reports show it; empty if there is none
+  std::optional<double> percent;  // the chance that "with" gives
+
+  // From 0 to 1.
+  double chance() const { return percent.value_or(100) / 100; }
 
   // Whether this fault needs a relay in front of `address`.
   bool needsRelay(Subject address) const;
@@ -46,8 +52,8 @@ struct Fault {
 
 using FaultPlan = std::vector<Fault>;
 
-// Reads one line, "WHEN: FAULT [SUBJECT] [ARGUMENT]". Without a subject the fault acts on every
-// subject that it can act on.
+// Reads one line, "WHEN: FAULT [SUBJECT] [ARGUMENT] [with CHANCE]". Without a subject the fault
+// acts on every subject that it can act on.
 Fault parseFault(std::string_view line);
 
 // The same without WHEN, for a fault that happens at once.
@@ -57,20 +63,22 @@ Fault parseImmediateFault(std::string_view line);
 // has a line for each wrong line, which begins with "FILE:LINE: ".
 FaultPlan readFaultPlan(const std::string& path);
 
-// The table of kinds, as entries of the manual; "*" marks those that last.
+// The table of kinds, as entries of the manual. "*" marks those that last, "%" those that strike
+// each message or call with their chance.
 std::string faultManual();
 
 // The moments at which a fault of a plan begins, one after the other. They depend only on the seed,
-// the fault's place in the plan and its times.
+// the fault's place in the plan, its times and its chance.
 class FaultMoments {
  public:
-  FaultMoments(const FaultTimes& times, std::uint64_t seed, std::size_t place);
+  FaultMoments(const Fault& fault, std::uint64_t seed, std::size_t place);
 
   // In seconds since the start; nothing if the fault does not come again.
   std::optional<double> next();
 
  private:
   FaultTimes times_;
+  double chance_;  // of each moment
   std::mt19937_64 random_;
   double now_ = 0;
   bool over_ = false;

@@ -36,6 +36,18 @@ void FaultSite::endHalves() {
   });
 }
 
+void FaultSite::setLoss(const std::optional<Loss>& loss) const {
+  targets_.player.delivery().setLoss(method(), loss);
+}
+
+void FaultSite::setDelay(const std::optional<Delay>& delay) const {
+  if (subject_ == Subject::Meters) {
+    targets_.player.delivery().setDelay(delay);
+  } else {
+    targets_.answers.setDelay(delay);
+  }
+}
+
 Relay* FaultSite::relayOrNull() const {
   return subject_ == Subject::Meters ? targets_.meters : targets_.engine;
 }

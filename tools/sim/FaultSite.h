@@ -8,10 +8,12 @@
 #include <grpcpp/support/status.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "tools/sim/Call.h"
+#include "tools/sim/Chance.h"
 #include "tools/sim/EngineAnswers.h"
 #include "tools/sim/FaultKinds.h"
 #include "tools/sim/Player.h"
@@ -49,6 +51,11 @@ class FaultSite {
   // Sends a message that the relay cuts in half. `endHalves` then ends those streams.
   void sendHalf(const std::string& message);
   void endHalves();
+
+  void setLoss(const std::optional<Loss>& loss) const;
+
+  // Of both streams for the subject Meters, of the answers for Engine.
+  void setDelay(const std::optional<Delay>& delay) const;
 
   // ---- The connections of the subjects Meters and Engine ----
 

@@ -11,10 +11,12 @@ using Seconds = std::chrono::duration<double>;
 
 }  // namespace
 
-Player::Player(const PlayerSettings& settings, const Report& report, EngineAnswers& answers)
+Player::Player(const PlayerSettings& settings, const Report& report, EngineAnswers& answers,
+               boost::asio::io_context& loop)
     : settings_(settings),
       report_(report),
       answers_(answers),
+      delivery_(loop, settings.seed),
       signals_(settings.keys, settings.seed) {}
 
 std::vector<std::string> Player::messagesNow(Method method) const {
@@ -22,8 +24,10 @@ std::vector<std::string> Player::messagesNow(Method method) const {
                            settings_.valuesPerMessage);
 }
 
-void Player::sendNow(Call& call) const {
-  for (auto& message : messagesNow(call.opening().method)) call.send(std::move(message));
+void Player::sendNow(Call& call) {
+  for (auto& message : messagesNow(call.opening().method)) {
+    delivery_.send(call, std::move(message));
+  }
 }
 
 void Player::flood(Call& call) const {
@@ -45,7 +49,7 @@ bool Player::isFeeding(Method method) const {
   return feedOf(method) == Feed::Signals;
 }
 
-void Player::play(Call& call) const {
+void Player::play(Call& call) {
   const std::lock_guard lock(mutex_);
   if (feedOf(call.opening().method) == Feed::Signals && call.isIdle()) sendNow(call);
 }
@@ -69,6 +73,7 @@ void Player::opened(const std::shared_ptr<Call>& call) {
     return;
   }
   report_.opened(opening);
+  delivery_.opened(call);
   sent(*call, 0);
   const std::lock_guard lock(mutex_);
   const auto feed = feedOf(opening.method);
@@ -85,11 +90,12 @@ void Player::sent(const Call& call, std::uint64_t) {
 void Player::closed(const Call& call, bool cancelled) {
   if (call.opening().method == Method::SetParams) return answers_.closed(call);
   report_.closed(call.opening(), cancelled);
+  delivery_.closed(call);
   const std::lock_guard lock(timesMutex_);
   lastSent_.erase(&call);
 }
 
-Ticker::Ticker(const PlayerSettings& settings, const Player& player, const Simulator& simulator,
+Ticker::Ticker(const PlayerSettings& settings, Player& player, const Simulator& simulator,
                Method method)
     : player_(player), simulator_(simulator), method_(method) {
   const double rate = settings.rateOf(method);
@@ -113,7 +119,7 @@ void Ticker::tick() {
   for (const auto& call : simulator_.openCalls(method_)) player_.play(*call);
 }
 
-Heartbeat::Heartbeat(boost::asio::io_context& loop, double seconds, const Player& player,
+Heartbeat::Heartbeat(boost::asio::io_context& loop, double seconds, Player& player,
                      const Simulator& simulator)
     : period_(std::chrono::ceil<Clock::duration>(Seconds(seconds))),
       player_(player),
@@ -129,7 +135,7 @@ void Heartbeat::beat() {
   for (const auto method : {Method::Fast, Method::Slow}) {
     for (const auto& call : simulator_.openCalls(method)) {
       const auto due = player_.quietFor(*call, period_);
-      if (due && *due <= now) call->send("");
+      if (due && *due <= now) player_.delivery().send(*call, "");
       if (due && *due > now) next = std::min(next, *due);
     }
   }

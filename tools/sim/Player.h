@@ -3,7 +3,8 @@
 //
 // The Player gives each new stream its first messages at once. After that a Ticker for each stream
 // method sends the messages, and a Heartbeat sends an empty one on each stream that has been quiet
-// for a while. Faults change what streams get through Player::setFeed.
+// for a while. Faults change what streams get through Player::setFeed, and lose and delay messages
+// through its Delivery.
 #pragma once
 
 #include <array>
@@ -20,6 +21,7 @@
 #include <thread>
 #include <vector>
 
+#include "tools/sim/Delivery.h"
 #include "tools/sim/EngineAnswers.h"
 #include "tools/sim/Report.h"
 #include "tools/sim/Signals.h"
@@ -47,7 +49,11 @@ class Player final : public CallListener {
   using Clock = std::chrono::steady_clock;
 
   // Borrows everything for its life. The signals' time starts here.
-  Player(const PlayerSettings& settings, const Report& report, EngineAnswers& answers);
+  Player(const PlayerSettings& settings, const Report& report, EngineAnswers& answers,
+         boost::asio::io_context& loop);
+
+  // Sends messages that should reach the client, unless a fault loses or delays them.
+  Delivery& delivery() { return delivery_; }
 
   // Changes what the streams of a method get from here on, open ones and later ones.
   void setFeed(const Simulator& simulator, Method method, Feed feed);
@@ -57,7 +63,7 @@ class Player final : public CallListener {
 
   // Sends the current signals to a stream that gets signals. Skips a stream that has not taken its
   // last messages yet: it would only get values that are out of date.
-  void play(Call& call) const;
+  void play(Call& call);
 
   // The moment, past or future, at which the stream has been quiet for `time`. Nothing if the
   // stream is busy or does not get signals.
@@ -71,12 +77,13 @@ class Player final : public CallListener {
   Feed feedOf(Method method) const { return feeds_[static_cast<std::size_t>(method)]; }
   std::vector<std::string> messagesNow(Method method) const;
   // Call this with the mutex locked.
-  void sendNow(Call& call) const;
+  void sendNow(Call& call);
   void flood(Call& call) const;
 
   const PlayerSettings& settings_;
   const Report& report_;
   EngineAnswers& answers_;
+  Delivery delivery_;
   const Signals signals_;
   const Clock::time_point begin_ = Clock::now();
 
@@ -92,8 +99,7 @@ class Player final : public CallListener {
 class Ticker {
  public:
   // `player` and `simulator` are borrowed for the Ticker's life.
-  Ticker(const PlayerSettings& settings, const Player& player, const Simulator& simulator,
-         Method method);
+  Ticker(const PlayerSettings& settings, Player& player, const Simulator& simulator, Method method);
   Ticker(const Ticker&) = delete;
   Ticker& operator=(const Ticker&) = delete;
 
@@ -101,7 +107,7 @@ class Ticker {
   void run(const std::stop_token& stop, std::chrono::steady_clock::duration period);
   void tick();
 
-  const Player& player_;
+  Player& player_;
   const Simulator& simulator_;
   const Method method_;
   std::jthread thread_;
@@ -111,14 +117,14 @@ class Ticker {
 // thread, and borrows everything until the loop has stopped.
 class Heartbeat {
  public:
-  Heartbeat(boost::asio::io_context& loop, double seconds, const Player& player,
+  Heartbeat(boost::asio::io_context& loop, double seconds, Player& player,
             const Simulator& simulator);
 
  private:
   void beat();
 
   const std::chrono::steady_clock::duration period_;
-  const Player& player_;
+  Player& player_;
   const Simulator& simulator_;
   boost::asio::steady_timer timer_;
 };

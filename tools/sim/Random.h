@@ -21,4 +21,10 @@ inline double drawFrom(std::mt19937_64& random) {
   return static_cast<double>(random() >> 11) * 0x1p-53;
 }
 
+// In [0, 1), by the seed and what the number is for alone.
+inline double drawFor(std::string_view what, std::uint64_t seed) {
+  std::mt19937_64 random(hashOf(what, seed));
+  return drawFrom(random);
+}
+
 }  // namespace sim

@@ -21,6 +21,7 @@ namespace sim {
 namespace {
 
 namespace asio = boost::asio;
+using Clock = std::chrono::steady_clock;
 using asio::ip::tcp;
 using boost::system::error_code;
 
@@ -28,6 +29,12 @@ using boost::system::error_code;
 void closeQuietly(tcp::socket& socket) {
   error_code ignored;
   socket.close(ignored);
+}
+
+// As gRPC does. Otherwise a small message could wait for the acknowledgement of the one before.
+void sendAtOnce(tcp::socket& socket) {
+  error_code ignored;
+  socket.set_option(tcp::no_delay(true), ignored);
 }
 
 tcp::endpoint endpointOf(asio::io_context& loop, const std::string& address) {
@@ -62,7 +69,8 @@ struct Relay::State {
   const tcp::endpoint server;
   std::vector<std::shared_ptr<Connection>> connections;  // some may be closed
   bool frozen = false;
-  double limit = 0;  // bytes per second to each client; 0 for none
+  double limit = 0;       // bytes per second to each client; 0 for none
+  std::size_t slice = 0;  // bytes of a packet to each client; 0 for any size
 };
 
 class Relay::State::Connection : public std::enable_shared_from_this<Connection> {
@@ -84,9 +92,10 @@ class Relay::State::Connection : public std::enable_shared_from_this<Connection>
     tcp::socket& to;
     asio::steady_timer timer;
     std::array<char, 16384> buffer{};
-    std::string waiting{};  // read, and not written yet
-    bool ended = false;     // there is nothing more to read
-    bool heldUp = false;    // by a freeze
+    std::string waiting{};     // read, and not written yet
+    bool ended = false;        // there is nothing more to read
+    bool heldUp = false;       // by a freeze
+    Clock::time_point next{};  // when a limit lets more pass
 
     Way(tcp::socket& from_, tcp::socket& to_) : from(from_), to(to_), timer(to_.get_executor()) {}
   };
@@ -98,7 +107,9 @@ class Relay::State::Connection : public std::enable_shared_from_this<Connection>
   void write(Way& way, std::size_t size);
   void finish(Way& way);
   std::size_t mayPass(const Way& way) const;
-  bool isDripping(const Way& way) const { return &way == &toClient_ && relay_.limit > 0; }
+  // Waits as long as the limit demands after this many bytes, then passes on more.
+  void pace(Way& way, std::size_t written);
+  bool isLimited(const Way& way) const { return &way == &toClient_ && relay_.limit > 0; }
 
   const State& relay_;
   tcp::socket client_;
@@ -135,6 +146,8 @@ void Relay::State::forEach(const std::function<void(Connection&)>& use) {
 void Relay::State::Connection::start() {
   server_.async_connect(relay_.server, [this, self = shared_from_this()](error_code error) {
     if (error) return close();
+    sendAtOnce(client_);
+    sendAtOnce(server_);
     read(toServer_);
     read(toClient_);
   });
@@ -187,24 +200,34 @@ void Relay::State::Connection::pass(Way& way) {
 
 // A slow client gets a tenth of a second's bytes at a time.
 std::size_t Relay::State::Connection::mayPass(const Way& way) const {
-  if (!isDripping(way)) return way.waiting.size();
+  std::size_t most = way.waiting.size();
+  if (&way == &toClient_ && relay_.slice > 0) most = std::min(most, relay_.slice);
+  if (!isLimited(way)) return most;
   const auto piece = static_cast<std::size_t>(std::max(1.0, std::floor(relay_.limit / 10)));
-  return std::min(piece, way.waiting.size());
+  return std::min(piece, most);
 }
 
 void Relay::State::Connection::write(Way& way, std::size_t size) {
-  asio::async_write(
-      way.to, asio::buffer(way.waiting.data(), size),
-      [this, self = shared_from_this(), &way](error_code error, std::size_t written) {
-        if (error) return close();
-        way.waiting.erase(0, written);
-        if (!isDripping(way)) return pass(way);
-        const std::chrono::duration<double> pause(static_cast<double>(written) / relay_.limit);
-        way.timer.expires_after(std::chrono::ceil<std::chrono::milliseconds>(pause));
-        way.timer.async_wait([this, self, &way](error_code) {
-          if (way.to.is_open()) pass(way);
-        });
-      });
+  asio::async_write(way.to, asio::buffer(way.waiting.data(), size),
+                    [this, self = shared_from_this(), &way](error_code error, std::size_t written) {
+                      if (error) return close();
+                      way.waiting.erase(0, written);
+                      if (isLimited(way)) return pace(way, written);
+                      pass(way);
+                    });
+}
+
+// Timers fire late. A fast connection may make up for that, but not for the time that it was idle.
+void Relay::State::Connection::pace(Way& way, std::size_t written) {
+  constexpr auto mostMadeUp = std::chrono::milliseconds(10);
+  const std::chrono::duration<double> pause(static_cast<double>(written) / relay_.limit);
+  way.next =
+      std::max(way.next, Clock::now() - mostMadeUp) + std::chrono::ceil<Clock::duration>(pause);
+  if (way.next <= Clock::now()) return pass(way);
+  way.timer.expires_at(way.next);
+  way.timer.async_wait([this, self = shared_from_this(), &way](error_code) {
+    if (way.to.is_open()) pass(way);
+  });
 }
 
 // The other direction may still be in use.
@@ -258,8 +281,12 @@ void Relay::freeze(bool freezes) {
   if (!freezes) state_->forEach([](auto& connection) { connection.goOn(); });
 }
 
-void Relay::drip(double bytesPerSecond) {
+void Relay::limit(double bytesPerSecond) {
   state_->limit = bytesPerSecond;
+}
+
+void Relay::slice(std::size_t bytes) {
+  state_->slice = bytes;
 }
 
 }  // namespace sim

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <boost/asio/io_context.hpp>
+#include <cstddef>
 #include <memory>
 #include <string>
 
@@ -35,8 +36,11 @@ class Relay {
   // Whether to hold up all data, in both directions. New connections are still accepted.
   void freeze(bool freezes);
 
-  // Limits the bytes per second that reach each client; 0 for no limit.
-  void drip(double bytesPerSecond);
+  // Limits the bytes per second that reach each client, at least 1; 0 for no limit.
+  void limit(double bytesPerSecond);
+
+  // Cuts what reaches each client into packets of at most this many bytes; 0 for any size.
+  void slice(std::size_t bytes);
 
  private:
   struct State;

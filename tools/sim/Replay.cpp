@@ -239,7 +239,7 @@ void Replayer::sendTo(Client& client, const std::string& message) {
     }
     return;
   }
-  client.call->send(message);
+  player_.delivery().send(*client.call, message);
   if (client.skipped == 0) return;
   tools::say("sim", fmt::format("{} reads again; it has missed {} messages", name,
                                 std::exchange(client.skipped, 0)));
@@ -247,7 +247,7 @@ void Replayer::sendTo(Client& client, const std::string& message) {
 
 void Replayer::end(Track& track, const Record& record) {
   track.stopKeeping();
-  for (auto& client : track.clients) client.call->end(statusOf(record));
+  for (auto& client : track.clients) player_.delivery().end(*client.call, statusOf(record));
 }
 
 }  // namespace sim

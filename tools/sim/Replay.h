@@ -103,7 +103,7 @@ class Replayer final : public CallListener {
   Track& trackOf(Method method) { return tracks_[method == Method::Fast ? 0 : 1]; }
   void send(Track& track, Method method, const recording::Record& record);
   void sendTo(Client& client, const std::string& message);
-  static void end(Track& track, const recording::Record& record);
+  void end(Track& track, const recording::Record& record);
 
   const ReplaySettings& settings_;
   const ReplayPlan plan_;

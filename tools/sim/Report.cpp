@@ -171,14 +171,17 @@ void Report::replay(ReplayEvent event) const {
 void Report::fault(FaultEvent event, double seconds, const Fault& fault, Subject subject) const {
   const bool over = event == FaultEvent::Over;
   const auto name = rowOf(fault.kind).name;
-  tell({{"event", over ? "fault_over" : "fault"},
-        {"at", std::round(seconds * 1000) / 1000},
-        {"fault", name},
-        {"subject", nameOf(subject)},
-        {"argument", fault.argument}});
+  nlohmann::ordered_json line{{"event", over ? "fault_over" : "fault"},
+                              {"at", std::round(seconds * 1000) / 1000},
+                              {"fault", name},
+                              {"subject", nameOf(subject)},
+                              {"argument", fault.argument}};
+  if (fault.percent) line["chance"] = fault.chance();
+  tell(line);
   if (json_) return;
-  tools::writeOut(fmt::format("fault {:.3f} {} {}{}{}{}\n", seconds, name, nameOf(subject),
-                              fault.argument.empty() ? "" : " ", fault.argument,
+  const auto chance = fault.percent ? fmt::format(" with {}%", *fault.percent) : "";
+  tools::writeOut(fmt::format("fault {:.3f} {} {}{}{}{}{}\n", seconds, name, nameOf(subject),
+                              fault.argument.empty() ? "" : " ", fault.argument, chance,
                               over ? " over" : ""));
 }
 

@@ -6,7 +6,7 @@ Saboteur::Saboteur(boost::asio::io_context& loop, const FaultPlan& plan,
                    const FaultTargets& targets, const Report& report)
     : loop_(loop), targets_(targets), report_(report) {
   for (std::size_t i = 0; i < plan.size(); ++i) {
-    const FaultMoments moments(plan[i].times, targets.settings.seed, i);
+    const FaultMoments moments(plan[i], targets.settings.seed, i);
     plan_.push_back(
         std::make_unique<Planned>(Planned{plan[i], moments, boost::asio::steady_timer(loop)}));
     schedule(*plan_.back());
@@ -14,6 +14,8 @@ Saboteur::Saboteur(boost::asio::io_context& loop, const FaultPlan& plan,
 }
 
 void Saboteur::strike(const Fault& fault) {
+  const auto place = plan_.size() + strikes_++;
+  if (!FaultMoments(fault, targets_.settings.seed, place).next()) return;
   happen(fault, std::chrono::duration<double>(Clock::now() - begin_).count());
 }
 
@@ -81,7 +83,7 @@ void Saboteur::endAll(Subject subject, double seconds) {
 
 // A connection that is not there can't fail.
 bool Saboteur::isServed(const Fault& fault, Subject subject) {
-  return rowOf(fault.kind).group != FaultGroup::Connection ||
+  return !rowOf(fault.kind).isOfConnections() ||
          FaultSite(targets_, subject).relayOrNull() != nullptr;
 }
 

@@ -27,7 +27,7 @@ class Saboteur {
   Saboteur(const Saboteur&) = delete;
   Saboteur& operator=(const Saboteur&) = delete;
 
-  // Makes a fault happen at once, whatever its times say.
+  // Makes a fault happen at once, whatever its times say, unless chance is against it.
   void strike(const Fault& fault);
 
  private:
@@ -65,6 +65,7 @@ class Saboteur {
   FaultTargets targets_;
   const Report& report_;
   const Clock::time_point begin_ = Clock::now();
+  std::size_t strikes_ = 0;  // so far
   std::vector<std::unique_ptr<Planned>> plan_;
   std::map<Place, Lasting> lasting_;
   unsigned lastNumber_ = 0;

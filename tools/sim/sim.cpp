@@ -136,8 +136,8 @@ ExitCode play(const Settings& settings, const SignalDescriptor& signals,
   Journal journal;
   const Report report(settings.json, settings.control ? &journal : nullptr);
   boost::asio::io_context loop;
-  EngineAnswers answers(loop);
-  Player player(playing, report, answers);
+  EngineAnswers answers(loop, playing.seed);
+  Player player(playing, report, answers, loop);
   std::optional<Replayer> replayer;
   if (plan) replayer.emplace(settings.replay, *plan, player, report);
   CallListener& listener = replayer ? static_cast<CallListener&>(*replayer) : player;

@@ -44,6 +44,9 @@ Effect effectOf(FaultKind kind) {
     case FaultKind::Flood:
     case FaultKind::Freeze:
     case FaultKind::Drip:
+    case FaultKind::Slice:
+    case FaultKind::Limit:
+    case FaultKind::Loss:
     case FaultKind::Delay:
     case FaultKind::NoReply:
     case FaultKind::Fail:
@@ -55,7 +58,8 @@ Effect effectOf(FaultKind kind) {
 }
 
 bool silences(FaultKind kind) {
-  return kind == FaultKind::Stall || kind == FaultKind::Half || kind == FaultKind::Freeze;
+  return kind == FaultKind::Stall || kind == FaultKind::Half || kind == FaultKind::Freeze ||
+         kind == FaultKind::Loss;
 }
 
 // An unanswered call is answered when the simulator changes how it answers.
@@ -65,16 +69,31 @@ bool endsCall(const sim::FaultKindRow& row) {
          effectOf(row.kind) == Effect::EndsConnection;
 }
 
-// A number or a status if the fault requires one.
+// The argument, if the fault requires one.
 std::string argumentOf(const sim::FaultKindRow& row) {
-  if (row.argument == sim::FaultArgument::Status) return " UNAVAILABLE";
-  if (row.argument == sim::FaultArgument::None || row.defaultNumber) return "";
-  return row.group == FaultGroup::Answer ? " 0.5" : " 2000";
+  switch (row.argument) {
+    case sim::FaultArgument::Status:
+      return " UNAVAILABLE";
+    case sim::FaultArgument::Time:
+      return " 0.5";
+    case sim::FaultArgument::Bytes:
+      return " 2000";
+    case sim::FaultArgument::None:
+    case sim::FaultArgument::Number:
+    case sim::FaultArgument::Count:
+      break;
+  }
+  return "";
+}
+
+bool hasSubject(const sim::FaultKindRow& row, sim::Subject subject) {
+  const auto subjects = row.subjects();
+  return std::find(subjects.begin(), subjects.end(), subject) != subjects.end();
 }
 
 std::string subjectOf(const sim::FaultKindRow& row, Part part) {
   if (part == Part::SetParams) return "engine";
-  if (row.group == FaultGroup::Connection) return "meters";
+  if (!hasSubject(row, sim::Subject::Fast)) return "meters";
   return partNames[static_cast<std::size_t>(part)];
 }
 
@@ -141,10 +160,7 @@ std::span<const Fault> faults() {
 
 bool Fault::canActOn(Part part) const {
   if (isOfWire()) return true;
-  const auto subjects = sim::rowOf(*kind).subjects();
-  const auto has = [&](sim::Subject subject) {
-    return std::find(subjects.begin(), subjects.end(), subject) != subjects.end();
-  };
+  const auto has = [&](sim::Subject subject) { return hasSubject(sim::rowOf(*kind), subject); };
   if (part == Part::SetParams) return has(sim::Subject::Engine);
   return has(sim::Subject::Meters) ||
          has(part == Part::Fast ? sim::Subject::Fast : sim::Subject::Slow);

@@ -90,7 +90,7 @@ class Trial {
   bool mayEndBoth() const { return fault_.effect == Effect::MayEndBoth; }
   // Whether the fault can't reach the other stream.
   bool sparesOther() const {
-    return !fault_.isOfWire() && sim::rowOf(*fault_.kind).group != sim::FaultGroup::Connection;
+    return !fault_.isOfWire() && !sim::rowOf(*fault_.kind).isOfConnections();
   }
 
   const Cell cell_;
@@ -177,7 +177,8 @@ void Trial::streamWaiting() {
 
 void Trial::callRunning() {
   const bool isAnswer =
-      !fault_.isOfWire() && sim::rowOf(*fault_.kind).group == sim::FaultGroup::Answer;
+      fault_.kind == sim::FaultKind::Delay ||
+      (!fault_.isOfWire() && sim::rowOf(*fault_.kind).group == sim::FaultGroup::Answer);
   if (!isAnswer) site_.tellAndAwait("no-reply engine");
   if (isAnswer) strike();
   site_.changeAndAwait();

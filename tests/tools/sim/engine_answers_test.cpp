@@ -34,11 +34,11 @@ class Watcher final : public sim::CallListener {
 
 TEST(EngineAnswers, DropACallThatHasEnded) {
   boost::asio::io_context loop;
-  sim::EngineAnswers answers(loop);
+  sim::EngineAnswers answers(loop, 1);
   answers.change({.replies = false});
   const sim::PlayerSettings settings;
   const sim::Report report(false);
-  sim::Player player(settings, report, answers);
+  sim::Player player(settings, report, answers, loop);
   Watcher watcher(player);
   {
     sim::Simulator simulator({.meters = "", .engine = SimProcess::anyPort}, watcher, {});

@@ -258,8 +258,8 @@ TEST(FaultEffect, DrippingConnectionsAreSlow) {
   RawCall call(sim.metersTarget(), fastPath);
   ASSERT_TRUE(call.read());
   const std::chrono::duration<double> time = std::chrono::steady_clock::now() - begin;
-  // The pause after the last piece does not count: the client has everything by then.
-  EXPECT_GE(time.count(), (bytes - rate / 10) / rate);
+  // The last piece, and what a connection may make up for, come without a pause.
+  EXPECT_GE(time.count(), (bytes - rate / 10) / rate - 0.01);
 }
 
 TEST(FaultEffect, ServicesAtOneAddressShareTheirConnections) {

@@ -1,6 +1,7 @@
 // Reading plans of faults, and computing their moments.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstddef>
 #include <stdexcept>
 #include <string>
@@ -46,7 +47,51 @@ TEST(FaultPlan, FillsInOptionalArguments) {
   EXPECT_EQ(parseFault("at 0: end fast").status, grpc::StatusCode::OK);
   EXPECT_EQ(parseFault("at 0: oversize").number, 5);
   EXPECT_EQ(parseFault("at 0: oversize slow 4.5").number, 4.5);
-  EXPECT_EQ(parseFault("at 0: drip 100").number, 100);
+  EXPECT_EQ(parseFault("at 0: loss").range, (sim::Range{1, 1}));
+}
+
+TEST(FaultPlan, ReadsBytesWithTheirUnit) {
+  const auto bytesIn = [](const std::string& text) {
+    return parseFault("at 0: limit meters " + text).number;
+  };
+  EXPECT_EQ(bytesIn("100"), 100);
+  EXPECT_EQ(bytesIn("100B"), 100);
+  EXPECT_EQ(bytesIn("64kB"), 64000);
+  EXPECT_EQ(bytesIn("1MB"), 1000000);
+  EXPECT_EQ(bytesIn("1.5GB"), 1.5e9);
+  EXPECT_EQ(bytesIn("2KiB"), 2048);
+  EXPECT_EQ(bytesIn("1MiB"), 1048576);
+}
+
+TEST(FaultPlan, ReadsTimesWithTheirUnitAndSpread) {
+  const auto expectRange = [](const std::string& text, double least, double most) {
+    const auto fault = parseFault("at 0: delay meters " + text);
+    EXPECT_DOUBLE_EQ(fault.range.least, least) << text;
+    EXPECT_DOUBLE_EQ(fault.range.most, most) << text;
+    EXPECT_EQ(fault.argument, text);
+  };
+  expectRange("0.3", 0.3, 0.3);
+  expectRange("300ms", 0.3, 0.3);
+  expectRange("2s", 2, 2);
+  expectRange("500us", 0.0005, 0.0005);
+  expectRange("20ms±5ms", 0.015, 0.025);
+  expectRange("20ms+-5ms", 0.015, 0.025);
+  expectRange("1s+-250ms", 0.75, 1.25);
+  expectRange("2+-0.5", 1.5, 2.5);
+}
+
+TEST(FaultPlan, ReadsCountsAndTheirRanges) {
+  EXPECT_EQ(parseFault("at 0: loss fast 20").range, (sim::Range{20, 20}));
+  EXPECT_EQ(parseFault("at 0: loss fast 5..20").range, (sim::Range{5, 20}));
+}
+
+TEST(FaultPlan, ReadsTheChanceAtTheEnd) {
+  const auto fault = parseFault("every 2: end fast UNAVAILABLE with 12.5%");
+  EXPECT_EQ(fault.percent, 12.5);
+  EXPECT_EQ(fault.chance(), 0.125);
+  EXPECT_EQ(fault.argument, "UNAVAILABLE");
+  EXPECT_EQ(parseFault("at 0: loss with 1%").chance(), 0.01);
+  EXPECT_EQ(parseFault("at 0: loss").chance(), 1);
 }
 
 TEST(FaultPlan, HelpShowsEveryKind) {
@@ -99,8 +144,44 @@ INSTANTIATE_TEST_SUITE_P(
          "\"now\" is out of place. Usage: stall [fast|slow]"},
         {"WithoutNumber", "at 2: drip meters",
          "\"drip\" needs BYTES. Usage: drip [meters|engine] BYTES"},
-        {"NoNumber", "at 2: drip few",
-         "\"few\" is not a number above 0 and up to 1000000000. Usage: drip [meters|engine] BYTES"},
+        {"NoNumber", "at 2: oversize few",
+         "\"few\" is not a number above 0 and up to 1000000000. Usage: oversize [fast|slow] "
+         "[MEBIBYTES]"},
+        {"NoBytes", "at 2: slice few",
+         "\"few\" is not a number of bytes from 1, such as 100, 64kB or 1MB. Usage: slice "
+         "[meters|engine] BYTES"},
+        {"LessThanAByte", "at 2: slice 0.5",
+         "\"0.5\" is not a number of bytes from 1, such as 100, 64kB or 1MB. Usage: slice "
+         "[meters|engine] BYTES"},
+        {"UnknownUnitOfBytes", "at 2: limit 1Mb",
+         "\"1Mb\" is not a number of bytes from 1, such as 100, 64kB or 1MB. Usage: limit "
+         "[meters|engine] BYTES"},
+        {"NoCount", "at 2: loss fast 0",
+         "\"0\" is not a number from 1, or a range such as 5..20. Usage: loss [fast|slow] "
+         "[MESSAGES]"},
+        {"LargerCountFirst", "at 2: loss fast 20..5",
+         "\"20..5\" is not a number from 1, or a range such as 5..20. Usage: loss [fast|slow] "
+         "[MESSAGES]"},
+        {"NoDelay", "at 2: delay meters soon",
+         "\"soon\" is not a time above 0, such as 0.3, 300ms or 20ms+-5ms. Usage: delay "
+         "[meters|engine] TIME"},
+        {"NoSpread", "at 2: delay meters 20ms±",
+         "\"\" is not a time above 0, such as 0.3, 300ms or 20ms+-5ms. Usage: delay "
+         "[meters|engine] TIME"},
+        {"SpreadBeyondTheDelay", "at 2: delay meters 20ms±30ms",
+         "\"20ms±30ms\" could be less than 0. Write at most 20ms after ±"},
+        {"SpreadWithoutTheUnit", "at 2: delay meters 20ms+-5",
+         "\"20ms+-5\" has only one unit. Write both, such as 20ms+-5ms"},
+        {"WithoutChance", "at 2: reset meters with",
+         "\"with\" needs a chance after it, such as 10%"},
+        {"ChanceWithoutPercent", "at 2: reset meters with 10",
+         "\"10\" is not a chance from 0.001% to 100%, such as 10%"},
+        {"ChanceBeyondAll", "at 2: reset meters with 101%",
+         "\"101%\" is not a chance from 0.001% to 100%, such as 10%"},
+        {"ChanceOfNothing", "at 2: reset meters with 0%",
+         "\"0%\" is not a chance from 0.001% to 100%, such as 10%"},
+        {"WordAfterChance", "at 2: reset with 10% meters",
+         "\"meters\" is out of place. The line ends after the chance"},
         {"WithoutStatus", "at 2: fail engine",
          "\"fail\" needs STATUS. Usage: fail [engine] STATUS"},
         {"DurationOfAnInstantFault", "at 2 for 3: end",
@@ -141,7 +222,7 @@ TEST(FaultPlan, SuggestsCloseWords) {
 }
 
 std::vector<double> momentsOf(const std::string& line, std::uint64_t seed, std::size_t place) {
-  sim::FaultMoments moments(parseFault(line).times, seed, place);
+  sim::FaultMoments moments(parseFault(line), seed, place);
   std::vector<double> times;
   for (int i = 0; i < 100; ++i) {
     if (const auto time = moments.next()) times.push_back(*time);
@@ -168,6 +249,32 @@ TEST(FaultMoments, AreDrawnFromTheSeedWithinTheirBounds) {
     EXPECT_LE(time - last, 6);
     last = time;
   }
+}
+
+// Half of the moments, give or take what the seed decides.
+TEST(FaultMoments, LeaveSomeOutByChance) {
+  const auto times = momentsOf("every 1: reset with 50%", 1, 0);
+  ASSERT_EQ(times.size(), 100u);
+  EXPECT_GT(times.back(), 150);
+  EXPECT_LT(times.back(), 250);
+  for (const double time : times) EXPECT_EQ(time, std::round(time));
+  EXPECT_EQ(times, momentsOf("every 1: reset with 50%", 1, 0));
+  EXPECT_NE(times, momentsOf("every 1: reset with 50%", 2, 0));
+}
+
+TEST(FaultMoments, ASingleOneComesInItsShareOfTheSeeds) {
+  std::size_t came = 0;
+  for (std::uint64_t seed = 0; seed < 1000; ++seed) {
+    came += momentsOf("at 3: reset with 10%", seed, 0).size();
+  }
+  EXPECT_GT(came, 70u);
+  EXPECT_LT(came, 130u);
+}
+
+// These strike each message or call by chance, so they always begin.
+TEST(FaultMoments, AreAllThereIfChanceDecidesAboutMessages) {
+  EXPECT_EQ(momentsOf("every 1: loss with 1%", 1, 0).back(), 100);
+  EXPECT_EQ(momentsOf("every 1: fail ABORTED with 1%", 1, 0).back(), 100);
 }
 
 TEST(FaultPlan, NamesTheFileAndLineOfEachError) {

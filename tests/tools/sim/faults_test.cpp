@@ -15,7 +15,6 @@
 namespace {
 
 using sim::FaultArgument;
-using sim::FaultGroup;
 using sim::FaultKindRow;
 using sim::Subject;
 
@@ -42,15 +41,28 @@ std::string testName(const testing::TestParamInfo<Case>& info) {
   return name + "_" + std::string(sim::nameOf(info.param.subject));
 }
 
+// The argument, if the fault requires one.
+std::string argumentOf(const FaultKindRow& row) {
+  switch (row.argument) {
+    case FaultArgument::Status:
+      return " UNAVAILABLE";
+    case FaultArgument::Time:
+      return " 200ms+-50ms";
+    case FaultArgument::Bytes:
+      return " 1000";
+    case FaultArgument::None:
+    case FaultArgument::Number:
+    case FaultArgument::Count:
+      break;
+  }
+  return "";
+}
+
 // Repeats the fault, so that it also comes while both streams are open.
 std::string planLine(const Case& each) {
-  std::string line = each.row.lasts() ? "every 1.5 for 0.5: " : "every 1.5: ";
-  line += std::string(each.row.name) + " " + std::string(sim::nameOf(each.subject));
-  if (each.row.argument == FaultArgument::Status) line += " UNAVAILABLE";
-  if (each.row.argument == FaultArgument::Number && !each.row.defaultNumber) {
-    line += each.row.group == FaultGroup::Answer ? " 0.2" : " 1000";
-  }
-  return line;
+  const std::string times = each.row.lasts() ? "every 1.5 for 0.5: " : "every 1.5: ";
+  return times + std::string(each.row.name) + " " + std::string(sim::nameOf(each.subject)) +
+         argumentOf(each.row);
 }
 
 std::string config(const std::string& meters, const std::string& engine) {
