@@ -64,6 +64,11 @@ export class Tool {
     });
   }
 
+  // The lines of standard output so far.
+  get lines() {
+    return this.#lines;
+  }
+
   // Interrupts it as Ctrl-C would; returns the exit code.
   async stop() {
     if (this.#ended === null) this.child.kill("SIGINT");
