@@ -208,6 +208,44 @@ def check_section(tables):
     return [*measuring.table(["Meters", "Lines", "File", "CPU", "Speed"], rows), ""]
 
 
+def recording_section(tables):
+    rows = [
+        [
+            f"{run['wanted']:,.0f} /s" if run["wanted"] else "as many as possible",
+            amount(run["messages"] / run["seconds"], "/s"),
+            f"{run['lost']:,.0f}",
+            f"{run['bytes'] / run['seconds'] / 1e6:.0f} MB/s",
+            f"{run['cpu'] / run['seconds']:.0%}",
+            f"{run['file'] / run['seconds'] / 1e6:.2f} MB/s",
+        ]
+        for run in tables["recording"]["runs"]
+    ]
+    head = ["Messages sent", "Recorded", "Lost", "Content", "CPU", "File"]
+    seconds = tables["recording"]["runs"][0]["seconds"]
+    return [*measuring.table(head, rows), "", f"Each row was recorded for {seconds:.0f} s.", ""]
+
+
+def relay_section(tables):
+    def speed(rate):
+        return f"{rate / 1e6:,.0f} MB/s"
+
+    rows = [
+        [
+            f"{run['bytes']:,} B",
+            amount(run["directTrip"] / 2, "s"),
+            amount(run["relayedTrip"] / 2, "s"),
+            amount((run["relayedTrip"] - run["directTrip"]) / 2, "s"),
+            speed(run["directRate"]),
+            speed(run["relayedRate"]),
+            amount(run["cpu"] * 1e6, "s"),
+        ]
+        for run in tables["relay"]["sizes"]
+    ]
+    head = ["Message", "Latency, direct", "Through the relay", "Added", "Throughput, direct",
+            "Through the relay", "The relay's CPU per MB"]
+    return [*measuring.table(head, rows), ""]
+
+
 def live_page_section(tables):
     rows = [
         [
@@ -237,6 +275,8 @@ SECTIONS = {
     "parts": part_section,
     "starts": start_section,
     "check": check_section,
+    "recording": recording_section,
+    "relay": relay_section,
     "page": live_page_section,
 }
 

@@ -5,6 +5,7 @@ clients of both subjects, which are the bare client and the module.
 import contextlib
 import json
 import os
+import re
 import resource
 import subprocess
 import typing
@@ -25,9 +26,9 @@ class Turns(typing.NamedTuple):
     warmup: float
 
 
-def pinned(core):
+def pinned(*cores):
     def pin():
-        os.sched_setaffinity(0, {core})
+        os.sched_setaffinity(0, cores)
 
     return pin
 
@@ -142,7 +143,30 @@ class Bench:
             raise RuntimeError(f"gatewayctl check ended with {done.returncode}")
         return used() - before
 
-    def google_benchmark(self, program, *arguments):
+    def recorded(self, port, seconds):
+        """What gatewayctl record keeps of a server in this time, with the CPU that it uses and the
+        size of its file."""
+        path = self.folder / "recording"
+        command = [self.gatewayctl, "record", f"127.0.0.1:{port}", "-o", path, "--for", seconds]
+        before = resource.getrusage(resource.RUSAGE_CHILDREN)
+        done = subprocess.run([str(word) for word in command], check=False, text=True,
+                              stderr=subprocess.PIPE, preexec_fn=pinned(CLIENT_CORE),
+                              timeout=seconds + PATIENCE)
+        after = resource.getrusage(resource.RUSAGE_CHILDREN)
+        found = re.findall(r": (\d+) messages(?:,| of) (\d+) bytes( were lost)?", done.stderr)
+        if not found:
+            raise RuntimeError(f"gatewayctl record: {done.stderr}")
+        kept = [(int(messages), int(size)) for messages, size, lost in found if not lost]
+        return {
+            "seconds": seconds,
+            "messages": sum(messages for messages, _ in kept),
+            "bytes": sum(size for _, size in kept),
+            "lost": sum(int(messages) for messages, _, lost in found if lost),
+            "cpu": (after.ru_utime + after.ru_stime) - (before.ru_utime + before.ru_stime),
+            "file": path.stat().st_size,
+        }
+
+    def google_benchmark(self, program, *arguments, cores=(CLIENT_CORE,)):
         """The runs of each benchmark, by its name without options. Each run has "seconds", which
         the benchmark measured, "cpu" in seconds, and the benchmark's counters. Repetitions run in
         random order."""
@@ -155,13 +179,13 @@ class Bench:
             check=True,
             stdout=subprocess.DEVNULL,
             stderr=subprocess.DEVNULL,
-            preexec_fn=pinned(CLIENT_CORE),
+            preexec_fn=pinned(*cores),
             timeout=600,
         )
         runs = {}
         for run in json.loads(output.read_text())["benchmarks"]:
             if run["run_type"] == "iteration":
-                options = ("iterations:", "manual_time", "min_time:", "repeats:")
+                options = ("iterations:", "manual_time", "min_time:", "real_time", "repeats:")
                 words = run["name"].split("/")
                 name = "/".join(word for word in words if not word.startswith(options))
                 unit = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3}[run["time_unit"]]

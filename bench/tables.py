@@ -6,6 +6,7 @@ import math
 import statistics
 import typing
 
+from programs import CORES
 from workload import configuration
 
 START_BOUND = 5e-3  # seconds
@@ -315,6 +316,50 @@ def measure_checks(bench):
     return {"rows": [], "checks": checks}
 
 
+# ---- The recorder -------------------------------------------------------------------------------
+
+
+def measure_recording(bench):
+    """What gatewayctl record keeps at several rates, half of the messages on each stream. 0 stands
+    for as many messages as the recorder takes."""
+    values = bench.families.values("plain", 1024)
+    runs = []
+    for wanted in bench.scale.recorded_rates:
+        server = bench.server(values, wanted / 2) if wanted else bench.feeder(values)
+        with server as port:
+            runs.append({"wanted": wanted, **bench.recorded(port, bench.scale.recording_seconds)})
+    return {"rows": [], "runs": [{name: rounded(value) for name, value in run.items()}
+                                 for run in runs]}
+
+
+# ---- The relay of the simulator -----------------------------------------------------------------
+
+
+def measure_relay(bench):
+    """The seconds of a message there and back, and the bytes per second, by the size of a message:
+    over a direct connection, and through the relay."""
+    runs = bench.google_benchmark("bench-relay", cores=CORES, *(
+        f"--benchmark_repetitions={bench.scale.relay_repetitions}",
+        f"--benchmark_min_time={bench.scale.relay_seconds}",
+    ))
+
+    def median(name, field):
+        return rounded(statistics.median(run[field] for run in runs[name]))
+
+    sizes = sorted({int(name.split("/")[2]) for name in runs})
+    return {"rows": [], "sizes": [
+        {
+            "bytes": size,
+            "directTrip": median(f"trip/direct/{size}", "seconds"),
+            "relayedTrip": median(f"trip/relayed/{size}", "seconds"),
+            "directRate": median(f"rate/direct/{size}", "bytes"),
+            "relayedRate": median(f"rate/relayed/{size}", "bytes"),
+            "cpu": median(f"rate/relayed/{size}", "relay"),
+        }
+        for size in sizes
+    ]}
+
+
 # ---- The live page ------------------------------------------------------------------------------
 
 
@@ -336,5 +381,7 @@ TABLES = {
     "rest": ("A started module with quiet streams", measure_rest),
     "latency": ("Latency", measure_latency),
     "check": ("A check by gatewayctl", measure_checks),
+    "recording": ("Recording messages of 1,024 values", measure_recording),
+    "relay": ("The relay of the simulator", measure_relay),
     "page": ("The live page of gatewayctl", measure_page),
 }
