@@ -12,6 +12,8 @@ function(embed_text target header namespace)
   foreach(file ${ARGN})
     get_filename_component(path ${file} ABSOLUTE)
     list(APPEND files ${path})
+    # For the SBOM.
+    set_property(GLOBAL APPEND PROPERTY GATEWAY_EMBEDDED "${folder}/${header}|${path}")
   endforeach()
   string(REPLACE ";" "|" joined "${files}")
   add_custom_command(

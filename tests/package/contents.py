@@ -1,12 +1,14 @@
 """All files of an installation, relative to its prefix, by component."""
 
+SHARED = "share/sonalith/grpc-gateway/"
 MODULE = {
     "{libdir}/sonalith/modules/grpc-gateway.so",
     "share/man/man5/grpc-gateway.conf.5",
     "share/man/man7/grpc-gateway.7",
+    SHARED + "sbom/grpc-gateway.cdx.json",
+    SHARED + "sbom/grpc-gateway.spdx.json",
 }
 SAMPLE = "etc/sonalith/grpc-gateway.conf.example"
-SHARED = "share/sonalith/grpc-gateway/"
 TOOLS = {
     "bin/gatewayctl",
     "lib/systemd/system/gatewayctl-host@.service",
@@ -47,6 +49,8 @@ TOOLS = {
     SHARED + "examples/tests/python/gain_test.py",
     SHARED + "operations/alerts.yml",
     SHARED + "operations/dashboard.json",
+    SHARED + "sbom/gatewayctl.cdx.json",
+    SHARED + "sbom/gatewayctl.spdx.json",
 }
 DEV = {
     "include/sonalith/sonalith.h",
