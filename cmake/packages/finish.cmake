@@ -18,6 +18,8 @@ if(CPACK_GATEWAY_LICENSE_FILE)
   string(REGEX REPLACE "\n +(\n|$)" "\n .\\1" terms "${terms}")
 endif()
 string(TIMESTAMP year "%Y" UTC)
+# Whatever modes the sources have.
+set(readable FILE_PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
 
 foreach(component ${CPACK_COMPONENTS_ALL})
   string(TOUPPER ${component} upper)
@@ -36,7 +38,7 @@ foreach(component ${CPACK_COMPONENTS_ALL})
     run(gzip -9n ${page})
   endforeach()
 
-  configure_file(${CPACK_GATEWAY_FILES}/copyright.in ${doc}/copyright @ONLY)
+  configure_file(${CPACK_GATEWAY_FILES}/copyright.in ${doc}/copyright @ONLY ${readable})
   # The licences of what others have written.
   if(EXISTS ${CPACK_GATEWAY_FILES}/${component}/copyright)
     file(READ ${CPACK_GATEWAY_FILES}/${component}/copyright others)
@@ -48,8 +50,6 @@ foreach(component ${CPACK_COMPONENTS_ALL})
 
   set(overrides ${CPACK_GATEWAY_FILES}/${component}/lintian-overrides)
   if(EXISTS ${overrides})
-    file(COPY_FILE ${overrides} ${share}/overrides)
-    file(MAKE_DIRECTORY ${share}/lintian/overrides)
-    file(RENAME ${share}/overrides ${share}/lintian/overrides/${package})
+    configure_file(${overrides} ${share}/lintian/overrides/${package} COPYONLY ${readable})
   endif()
 endforeach()
