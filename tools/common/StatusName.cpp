@@ -1,5 +1,7 @@
 #include "tools/common/StatusName.h"
 
+#include <fmt/format.h>
+
 #include <array>
 #include <utility>
 
@@ -40,6 +42,11 @@ std::optional<std::string_view> nameOf(grpc::StatusCode code) {
     if (known == code) return word;
   }
   return std::nullopt;
+}
+
+std::string statusText(grpc::StatusCode code) {
+  const auto name = nameOf(code);
+  return name ? std::string(*name) : fmt::format("status {}", static_cast<int>(code));
 }
 
 std::vector<std::string> statusNames() {

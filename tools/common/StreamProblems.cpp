@@ -144,9 +144,7 @@ void add(std::vector<StreamProblem>& problems, SlotSet rate, const std::optional
 }  // namespace
 
 std::string describe(const grpc::Status& status) {
-  const auto name = nameOf(status.error_code());
-  std::string text =
-      name ? std::string(*name) : fmt::format("status {}", static_cast<int>(status.error_code()));
+  std::string text = statusText(status.error_code());
   if (!status.error_message().empty()) text += " " + shown(status.error_message(), statusTextLimit);
   return text;
 }

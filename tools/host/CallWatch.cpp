@@ -1,6 +1,5 @@
 #include "tools/host/CallWatch.h"
 
-#include <fmt/format.h>
 #include <grpcpp/support/client_interceptor.h>
 
 #include <atomic>
@@ -39,8 +38,7 @@ std::string reasonOf(const CallEnd& end) {
 }  // namespace
 
 std::string textOf(const grpc::Status& status) {
-  const auto name = tools::nameOf(status.error_code());
-  std::string text = name ? std::string(*name) : fmt::format("status {}", status.error_code());
+  std::string text = tools::statusText(status.error_code());
   if (!status.error_message().empty()) text += ": " + status.error_message();
   return text;
 }

@@ -95,9 +95,8 @@ bool parse(std::string_view content, google::protobuf::MessageLite& message) {
          message.ParseFromArray(content.data(), static_cast<int>(content.size()));
 }
 
-std::string statusText(std::int32_t code) {
-  const auto name = tools::nameOf(static_cast<grpc::StatusCode>(code));
-  return name ? std::string(*name) : fmt::format("status {}", code);
+std::string endText(std::int32_t status) {
+  return tools::statusText(static_cast<grpc::StatusCode>(status));
 }
 
 // Three decimals of milliseconds, which are microseconds.
@@ -133,7 +132,7 @@ Row sizesRow(const std::string& stream, const StreamSummary& of) {
 std::string endsText(const StreamSummary& of) {
   std::vector<std::string> ends;
   for (const auto& [code, count] : of.ends) {
-    ends.push_back(fmt::format("{} x {}", count, statusText(code)));
+    ends.push_back(fmt::format("{} x {}", count, endText(code)));
   }
   return ends.empty() ? "-" : fmt::to_string(fmt::join(ends, ", "));
 }
@@ -323,7 +322,7 @@ ordered_json Summary::json() const {
   for (const auto stream : streams) {
     const auto& now = of(stream);
     auto ends = ordered_json::object();
-    for (const auto& [code, count] : now.ends) ends[statusText(code)] = count;
+    for (const auto& [code, count] : now.ends) ends[endText(code)] = count;
     summary["streams"].push_back({{"stream", nameOf(stream)},
                                   {"target", targets_[static_cast<std::size_t>(stream)]},
                                   {"opened", now.started},

@@ -29,9 +29,8 @@ Stream streamOf(SlotSet rate) {
 }
 
 std::string sentenceOf(SlotSet rate, const grpc::Status& status) {
-  const auto name = tools::nameOf(status.error_code());
   return fmt::format("the {} stream ended: {}{}{}; it is opened again in 5 seconds", nameOf(rate),
-                     name ? std::string(*name) : fmt::format("status {}", status.error_code()),
+                     tools::statusText(status.error_code()),
                      status.error_message().empty() ? "" : " ",
                      tools::printable(status.error_message()));
 }
