@@ -171,11 +171,11 @@ void Report::replay(ReplayEvent event) const {
 void Report::fault(FaultEvent event, double seconds, const Fault& fault, Subject subject) const {
   const bool over = event == FaultEvent::Over;
   const auto name = rowOf(fault.kind).name;
-  nlohmann::ordered_json line{{"event", over ? "fault_over" : "fault"},
-                              {"at", std::round(seconds * 1000) / 1000},
-                              {"fault", name},
-                              {"subject", nameOf(subject)},
-                              {"argument", fault.argument}};
+  ordered_json line{{"event", over ? "fault_over" : "fault"},
+                    {"at", std::round(seconds * 1000) / 1000},
+                    {"fault", name},
+                    {"subject", nameOf(subject)},
+                    {"argument", fault.argument}};
   if (fault.percent) line["chance"] = fault.chance();
   tell(line);
   if (json_) return;
