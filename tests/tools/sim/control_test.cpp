@@ -342,9 +342,9 @@ TEST(ControlRoutes, AreAllDocumented) {
   boost::asio::io_context loop;
   Journal journal;
   const sim::Report report(false);
-  sim::EngineAnswers answers(loop);
+  sim::EngineAnswers answers(loop, 1);
   const sim::PlayerSettings settings;
-  sim::Player player(settings, report, answers);
+  sim::Player player(settings, report, answers, loop);
   sim::Simulator simulator({.meters = SimProcess::anyPort, .engine = ""}, player);
   sim::Saboteur saboteur(loop, {}, {settings, player, answers, simulator, nullptr, nullptr},
                          report);
