@@ -1,15 +1,19 @@
 #include "module/grpc-gateway/ConfigManager.h"
 
 #include <ini.h>
+#include <locale.h>
 #include <strings.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string_view>
+#include <type_traits>
 
 #include "module/grpc-gateway/HostAccess.h"
 #include "shquote/shquote.h"
@@ -92,9 +96,19 @@ bool setType(MeterEntryType& type, const std::string& value) {
 void convert(const std::string& text, std::int32_t& value) {
   value = std::stoi(text);
 }
+
+// As std::stof does in the locale "C". A configuration means the same in every host, even in one
+// whose locale has a decimal comma.
 void convert(const std::string& text, float& value) {
-  value = std::stof(text);
+  const std::unique_ptr<std::remove_pointer_t<locale_t>, void (*)(locale_t)> plain(
+      newlocale(LC_ALL_MASK, "C", nullptr), freelocale);
+  char* end = nullptr;
+  errno = 0;
+  value = strtof_l(text.c_str(), &end, plain.get());
+  if (end == text.c_str()) throw std::invalid_argument(text);
+  if (errno == ERANGE) throw std::out_of_range(text);
 }
+
 // Keeps the low 32 bits: "-1" becomes the largest value, "4294967296" becomes 0.
 void convert(const std::string& text, std::uint32_t& value) {
   value = static_cast<std::uint32_t>(std::stoul(text));
