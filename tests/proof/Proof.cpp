@@ -53,6 +53,7 @@ Json jsonOf(const Measured& measured) {
   object["most"] = measured.most;
   object["format"] = measured.format;
   object["unit"] = measured.unit;
+  if (measured.limit) object["limit"] = *measured.limit;
   return object;
 }
 
@@ -95,6 +96,10 @@ Measured mostOf(const std::string& name, std::chrono::milliseconds time) {
 }
 
 void report(const Row& row) {
+  for (const Measured& each : row.measured) {
+    if (!each.limit) continue;
+    EXPECT_LE(each.most, *each.limit) << row.group << ": " << each.name;
+  }
   const std::string text = jsonOf(row).dump();
   std::cout << text << std::endl;
   if (!setting("GATEWAY_PROOF_ROWS").empty()) keep(text);

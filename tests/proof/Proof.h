@@ -25,13 +25,23 @@ namespace proof {
 // counts of a group.
 using Counts = std::vector<std::pair<std::string, std::uint64_t>>;
 
-// Values that a case measured. The table has the least and the most of a group.
+// Values that a case measured. The table has the least and the most of a group. With a limit, they
+// are judged; without one they are for information.
 struct Measured {
   std::string name;             // such as "longest stop"
   std::optional<double> least;  // nothing where only the most is of interest
   double most;
-  std::string format;  // of both numbers, as in Python: ".2f"
+  std::string format;  // of all numbers, as in Python: ".2f"
   std::string unit;
+  std::optional<double> limit = {};  // `report` fails the test if `most` exceeds it
+
+  Measured within(double bound) && {
+    limit = bound;
+    return std::move(*this);
+  }
+  Measured within(std::chrono::milliseconds bound) && {
+    return std::move(*this).within(static_cast<double>(bound.count()));
+  }
 };
 
 Measured measured(const std::string& name, double value, const std::string& format,
@@ -52,7 +62,8 @@ struct Row {
   std::vector<Measured> measured = {};
 };
 
-// Prints the row and keeps it for the table. Marks it as failed if the running test has failed.
+// Prints the row and keeps it for the table. Fails the running test if a limit is exceeded, and
+// marks the row as failed if that test has failed.
 void report(const Row& row);
 
 bool isFull();

@@ -13,6 +13,7 @@ PARTS = (  # in the order of the page; others follow
     "Peers on other implementations",
     "Stop in every state",
     "Cycles",
+    "Hosts of every kind",
     "Host's thread",
     "Sanitizers",
     "Fuzzing",
@@ -54,13 +55,16 @@ def count_text(name, count):
 
 
 def range_text(ranges):
-    """The least and the most of what several cases measured. Some measure only the most."""
+    """The least and the most of what several cases measured. Some measure only the most. The limit
+    is the highest of all cases, and shown only if each has one."""
     form = f"{{:{ranges[0]['format']}}}"
     most = form.format(max(each["most"] for each in ranges))
     lows = [each["least"] for each in ranges if "least" in each]
     least = form.format(min(lows)) if lows else most
     text = most if least == most else f"{least} to {most}"
-    return f"{ranges[0]['name']} {text} {ranges[0]['unit']}".rstrip()
+    limits = [each["limit"] for each in ranges if "limit" in each]
+    limit = f" (limit {form.format(max(limits))})" if len(limits) == len(ranges) else ""
+    return f"{ranges[0]['name']} {text} {ranges[0]['unit']}".rstrip() + limit
 
 
 def measured(rows):

@@ -46,6 +46,15 @@ class Groups(unittest.TestCase):
         self.assertEqual(table.held(rows), "longest +12.0 MiB")
         self.assertEqual(table.held(rows[:1]), "longest +0.0 MiB")
 
+    def test_the_limit_is_shown_if_every_case_has_one(self):
+        def case(**limit):
+            return row(measured=[{"name": "longest", "most": 2, "format": ".0f", "unit": "ms",
+                                  **limit}])
+
+        rows = [case(limit=50), case(limit=20)]
+        self.assertEqual(table.held(rows), "longest 2 ms (limit 50)")
+        self.assertEqual(table.held([*rows, case()]), "longest 2 ms")
+
     def test_equal_claims_and_seeds_are_shown_once(self):
         rows = [row(held="a", seed=7), row(held="b", seed=12), row(held="a", seed=7), row()]
         self.assertEqual(table.cells("group", rows), ["group", "4", "", "a; b", "12, 7"])

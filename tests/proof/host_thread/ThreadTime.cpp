@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <ctime>
 #include <fstream>
+#include <functional>
 #include <stdexcept>
 
 ThreadWatch::Schedule ThreadWatch::schedule() {
@@ -39,11 +40,12 @@ Nanoseconds ThreadTimes::median(Nanoseconds ThreadTime::*which) const {
   return (*middle).*which;
 }
 
+Nanoseconds ThreadTimes::least(Nanoseconds ThreadTime::*which) const {
+  return std::invoke(which, *std::ranges::min_element(times_, {}, which));
+}
+
 Nanoseconds ThreadTimes::longest(Nanoseconds ThreadTime::*which) const {
-  const auto most =
-      std::max_element(times_.begin(), times_.end(),
-                       [&](const auto& a, const auto& b) { return a.*which < b.*which; });
-  return (*most).*which;
+  return std::invoke(which, *std::ranges::max_element(times_, {}, which));
 }
 
 double milliseconds(Nanoseconds time) {

@@ -46,6 +46,7 @@ class ThreadTimes {
 
   std::size_t count() const { return times_.size(); }
   Nanoseconds median(Nanoseconds ThreadTime::*which) const;
+  Nanoseconds least(Nanoseconds ThreadTime::*which) const;
   Nanoseconds longest(Nanoseconds ThreadTime::*which) const;
 
  private:

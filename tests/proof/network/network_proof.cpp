@@ -132,8 +132,9 @@ std::vector<proof::Measured> growthOf(const Trials& trials, bool ofSeries) {
   }
   if (!any || isSanitized) return {};
   const std::string after = ofSeries ? " after further faults" : " after the first fault";
-  return {proof::mostOf("threads" + after, threads, "+.0f", ""),
-          proof::mostOf("memory" + after, memory, "+.1f", "MiB")};
+  return {proof::mostOf("threads" + after, threads, "+.0f", "").within(threadsOfGrpc),
+          proof::mostOf("memory" + after, memory, "+.1f", "MiB")
+              .within(ofSeries ? memoryOfFurtherFaults : memoryOfFirstFault)};
 }
 
 std::vector<double> retriesOf(const Trials& trials) {

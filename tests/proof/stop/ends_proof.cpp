@@ -45,10 +45,12 @@ class StopAt : public StopTest {
     return measured(name, static_cast<double>(time.count()), ".0f", "ms");
   }
 
+  // Stops that wait for an alarm have no limit here: they are judged by the alarm's own time.
   static void reportStop(const char* group, const std::string& what, const char* held,
-                         const Stop& seen) {
-    report(
-        {part, group, what, {{"stops", 1}}, held, {}, {inMilliseconds("stops of", seen.duration)}});
+                         const Stop& seen, std::optional<milliseconds> limit = {}) {
+    auto figure = inMilliseconds("stops of", seen.duration);
+    if (limit) figure = std::move(figure).within(*limit);
+    report({part, group, what, {{"stops", 1}}, held, {}, {figure}});
   }
 };
 
@@ -60,10 +62,9 @@ TEST_F(StopAt, ASilentServerCancelsBothStreams) {
   startModule();
   const Stop seen = stopModule();
   expectBothStreamsFlushed(seen);
-  EXPECT_LT(seen.duration, promptly);
   giveUpServer();
   reportStop(silentOrAbsent, "a server that accepts the connection and sends nothing",
-             "streams are cancelled at once", seen);
+             "streams are cancelled at once", seen, promptly);
 }
 
 TEST_F(StopAt, TheFirstAttemptFlushesBothStreams) {
@@ -72,9 +73,8 @@ TEST_F(StopAt, TheFirstAttemptFlushesBothStreams) {
   gate->awaitReached();
   const Stop seen = stopModule();
   expectBothStreamsFlushed(seen);
-  EXPECT_LT(seen.duration, promptly);
   reportStop(streamsAsAWhole, "the first attempt of both streams",
-             "streams that are opened are flushed at once", seen);
+             "streams that are opened are flushed at once", seen, promptly);
 }
 
 TEST_F(StopAt, AStreamThatIsSwitchedOffSkipsIt) {
@@ -89,7 +89,7 @@ TEST_F(StopAt, AStreamThatIsSwitchedOffSkipsIt) {
   EXPECT_EQ(seen.left, 0);
   EXPECT_FALSE(servers->hasEvent("open fast "));
   reportStop(streamsAsAWhole, "one stream is switched off", "streams that are off are skipped",
-             seen);
+             seen, promptly);
 }
 
 // ---- Waiting for the full five seconds ----------------------------------------------------------
@@ -160,10 +160,9 @@ TEST_F(StopWithASilentServer, CancelsStreamsThatAreStillOpen) {
   expectStopped(seen);
   EXPECT_EQ(seen.left, 0);
   EXPECT_EQ(seen.cancelled, 2);
-  EXPECT_LT(seen.duration, promptly);
   giveUpServer();
   reportStop(silentOrAbsent, "a server that falls silent under load",
-             "streams are cancelled at once", seen);
+             "streams are cancelled at once", seen, promptly);
 }
 
 TEST_F(StopWithASilentServer, WaitsForTheRetryOfStreamsThatKeepaliveHasEnded) {
@@ -174,7 +173,6 @@ TEST_F(StopWithASilentServer, WaitsForTheRetryOfStreamsThatKeepaliveHasEnded) {
   gate->awaitStarted("GetMetersFast", Step::Retry, 1);
   gate->awaitStarted("GetMetersSlow", Step::Retry, 1);
   const auto noticed = steady_clock::now() - frozen;
-  EXPECT_LT(noticed, keepaliveBound);
   EXPECT_EQ(gate->startedCount("GetMetersFast", Step::Finish), 1);
   const Stop seen = stopModule();
   expectBothStreamsFlushed(seen);
@@ -188,7 +186,8 @@ TEST_F(StopWithASilentServer, WaitsForTheRetryOfStreamsThatKeepaliveHasEnded) {
           "keepalive ends streams, whose slots keep their values",
           {},
           {inMilliseconds("stops of", seen.duration),
-           inMilliseconds("keepalive after", std::chrono::duration_cast<milliseconds>(noticed))}});
+           inMilliseconds("keepalive after", std::chrono::duration_cast<milliseconds>(noticed))
+               .within(keepaliveBound)}});
 }
 
 TEST_F(StopWithASilentServer, WaitsForACallUntilKeepaliveEndsIt) {
@@ -206,10 +205,9 @@ TEST_F(StopWithASilentServer, WaitsForACallUntilKeepaliveEndsIt) {
   EXPECT_EQ(seen.cancelled, 2);
   EXPECT_EQ(seen.payloadLines, 3);
   EXPECT_EQ(seen.left, 0);
-  EXPECT_LT(seen.duration, keepaliveBound);
   giveUpServer();
   reportStop(silentOrAbsent, "a SetParams call is in flight to a server that falls silent" + pings,
-             "a call is waited for until keepalive ends it", seen);
+             "a call is waited for until keepalive ends it", seen, keepaliveBound);
 }
 
 // ---- Clocks -------------------------------------------------------------------------------------
@@ -241,14 +239,14 @@ class ClockStep : public StopAt, public ::testing::WithParamInterface<int> {
     return std::chrono::duration_cast<milliseconds>(steady_clock::now() - set);
   }
 
-  static void reportWaited(const char* when, milliseconds time) {
+  void reportWaited(const char* when, milliseconds time) const {
     report({part,
             "a step of the wall clock while a stream waits for its retry",
             std::to_string(GetParam()) + " s, " + when,
             {{"stops", 1}},
             "a step back delays the retry at most by the step",
             {},
-            {inMilliseconds("retry alarm after", time)}});
+            {inMilliseconds("retry alarm after", time).within(bound)}});
   }
 
   MovedClock clock;
@@ -261,7 +259,6 @@ TEST_P(ClockStep, DelaysAWaitingStopAtMostByTheStep) {
   const Stop seen = stopModule();
   const auto time = waited(set);
   expectBothStreamsFlushed(seen);
-  EXPECT_LT(time, bound);
   reportWaited("during the stop", time);
 }
 
@@ -271,7 +268,6 @@ TEST_P(ClockStep, DelaysARetryAtMostByTheStep) {
   const auto set = moveWhileWaiting();
   gate->awaitEvents("GetMetersFast", Step::Retry, 1);
   const auto time = waited(set);
-  EXPECT_LT(time, bound);
   servers->waitEvent("open fast 2 ");
   const Stop seen = stopModule();
   expectStopped(seen);

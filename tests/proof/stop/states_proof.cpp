@@ -153,10 +153,7 @@ class StopInEveryState : public StopTest, public ::testing::WithParamInterface<S
 
   void expectInTime(const Stop& seen) {
     const auto alarms = gate->retryAlarms();
-    if (GetParam().waits == Waits::Never) {
-      EXPECT_LT(seen.duration, promptly);
-      return;
-    }
+    if (GetParam().waits == Waits::Never) return;
     ASSERT_FALSE(alarms.empty());
     EXPECT_GE(seen.end, alarms.back().set);
     EXPECT_LT(seen.end, alarms.back().set + promptly);
@@ -198,15 +195,18 @@ TEST_P(StopInEveryState, EndsAsTheTableSays) {
   const char* const deleters[] = {"payloads deleted by the loop", "payloads deleted by the flush",
                                   "payloads deleted by the destructor"};
   const bool waits = row.waits == Waits::ForTheAlarm;
-  report(
-      {part,
-       std::string("a stream in the state ") + row.state,
-       std::string(row.detail) + (*row.detail == '\0' ? "" : ": ") + row.place,
-       {{"stops under load", durations.size()}},
-       "every payload is deleted once, and nothing leaks",
-       {{deleters[static_cast<int>(row.deletes)], durations.size()}},
-       {mostOf(waits ? "longest stop that waits for an alarm" : "longest stop that waits for none",
-               longest(durations))}});
+  auto figure =
+      mostOf(waits ? "longest stop that waits for an alarm" : "longest stop that waits for none",
+             longest(durations));
+  // What waits for an alarm is judged by the alarm's own time.
+  if (!waits) figure = std::move(figure).within(promptly);
+  report({part,
+          std::string("a stream in the state ") + row.state,
+          std::string(row.detail) + (*row.detail == '\0' ? "" : ": ") + row.place,
+          {{"stops under load", durations.size()}},
+          "every payload is deleted once, and nothing leaks",
+          {{deleters[static_cast<int>(row.deletes)], durations.size()}},
+          {figure}});
 }
 
 INSTANTIATE_TEST_SUITE_P(, StopInEveryState, ::testing::ValuesIn(states),
