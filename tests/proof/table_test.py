@@ -6,6 +6,7 @@ Usage: table_test.py SOURCE_FOLDER
 
 import math
 import pathlib
+import re
 import sys
 import types
 import unittest
@@ -148,6 +149,27 @@ class Pages(unittest.TestCase):
         data = page.PAGE.load()
         self.assertEqual(page.PAGE.document.read_text(), page.PAGE.text(data))
         self.assertEqual(page.CHART.read_text(), page.chart_of(data))
+
+
+class Strangers(unittest.TestCase):
+    """The table of what strangers can send names tests that exist."""
+
+    def test_each_named_test_exists(self):
+        text = table.PAGE.document.read_text()
+        section = text[text.index("## What strangers can send"):text.index("## Lines and branches")]
+        rows = [line for line in section.splitlines() if line.startswith("| ")][1:]
+        self.assertGreater(len(rows), 10)
+        sources = "\n".join(path.read_text() for path in (SOURCE / "tests").rglob("*.cpp")
+                            if "node_modules" not in path.parts)
+        targets = (SOURCE / "tests/fuzz/CMakeLists.txt").read_text()
+        for row in rows:
+            names = re.findall(r"`([^`]+)`", row.split(" | ")[-1])
+            self.assertTrue(names, row)
+            for name in names:
+                suite, _, case = name.partition(".")
+                exists = (re.search(rf"TEST(_F|_P)?\({suite}, {case}\)", sources) if case
+                          else f"  {name}\n" in targets)
+                self.assertTrue(exists, name)
 
 
 if __name__ == "__main__":
