@@ -19,9 +19,7 @@
 #include <string>
 
 #include "tests/fuzz/Target.h"
-#include "tools/host/HttpServer.h"
-#include "tools/host/Json.h"
-#include "tools/host/PageAccess.h"
+#include "tools/common/HttpInterface.h"
 
 // Only present in the sanitizers' builds, which replace the system's allocator.
 extern "C" __attribute__((weak)) size_t __sanitizer_get_current_allocated_bytes();
@@ -29,67 +27,50 @@ extern "C" __attribute__((weak)) size_t __sanitizer_get_current_allocated_bytes(
 namespace {
 
 using fuzz::require;
-using host::http::status;
-using host::http::verb;
+using tools::HttpAnswer;
+using tools::HttpRequest;
+using tools::http::verb;
 
 constexpr std::size_t bodyLimit = 1000;
 
 // ---- The server -----------------------------------------------------------------------------
 
-class Chatter final : public host::HttpStream {
+class Chatter final : public tools::HttpStream {
  public:
   std::string next() override { return "data: news\n\n"; }
   std::string quiet() override { return ":\n\n"; }
   std::string last() override { return "event: over\n\n"; }
 };
 
-// Decides as the page does who may ask, and reads changes as the page does.
-class Site final : public host::HttpHandler {
+HttpAnswer page(const HttpRequest& request) {
+  return tools::responseOf("text/html", tools::parameterOf(request, "token").value_or("page"));
+}
+
+HttpAnswer events(const HttpRequest&) {
+  return {tools::responseOf("text/event-stream", ""), std::make_unique<Chatter>()};
+}
+
+HttpAnswer change(const HttpRequest& request) {
+  require(request.body().size() <= bodyLimit, "a body is within its limit");
+  if (!request.body().starts_with("{")) throw std::invalid_argument("a change is an object");
+  return tools::responseOf("application/json", request.body());
+}
+
+// Decides as the page does who may ask for what.
+class Site {
  public:
-  Site() : server_(*this, "127.0.0.1", 0, {.requestTime = std::chrono::seconds(1)}) {
-    host::PageSettings settings;
-    settings.port = server_.port();
-    access_ = std::make_unique<host::PageAccess>(settings);
-    server_.start();
+  Site()
+      : interface_({{verb::get, "/", page},
+                    {verb::get, "/events", events},
+                    {verb::post, "/set", change, bodyLimit}},
+                   {}, {}) {
+    interface_.start();
   }
 
-  int port() const { return server_.port(); }
-
-  std::size_t admit(const host::HttpHead& head) override {
-    access_->check(head);
-    const std::string path = host::pathOf(head);
-    if (path != "/" && path != "/events" && path != "/set") {
-      throw host::HttpRefusal(status::not_found, "there is no " + path);
-    }
-    if (path != "/set") return 0;
-    if (head.method() != verb::post) {
-      throw host::HttpRefusal(status::method_not_allowed, "post it", "POST");
-    }
-    access_->checkChange(head);
-    return bodyLimit;
-  }
-
-  host::HttpAnswer answer(const host::HttpRequest& request) override try {
-    require(request.body().size() <= bodyLimit, "a body is within its limit");
-    host::HttpResponse response;
-    const std::string path = host::pathOf(request);
-    if (path == "/events") return {std::move(response), std::make_unique<Chatter>()};
-    response.body() = path == "/set" ? std::to_string(host::changesIn(request.body()).size())
-                                     : host::parameterOf(request, "token").value_or("page");
-    return {std::move(response)};
-  } catch (const std::invalid_argument& error) {
-    throw host::HttpRefusal(status::bad_request, error.what());
-  }
-
-  host::HttpResponse refuse(const host::HttpRefusal& refusal) override {
-    host::HttpResponse response(refusal.status, 11);
-    response.body() = refusal.what();
-    return response;
-  }
+  int port() const { return interface_.address().port; }
 
  private:
-  std::unique_ptr<host::PageAccess> access_;
-  host::HttpServer server_;
+  tools::HttpInterface interface_;
 };
 
 // ---- A client -------------------------------------------------------------------------------
