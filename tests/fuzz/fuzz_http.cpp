@@ -96,6 +96,9 @@ class Client {
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     const int on = 1;
     setsockopt(socket_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
+    // Closing resets the connection, or a million clients would use up the ports.
+    const linger none{1, 0};
+    setsockopt(socket_, SOL_SOCKET, SO_LINGER, &none, sizeof(none));
     const auto* const generic = reinterpret_cast<const sockaddr*>(&address);
     require(connect(socket_, generic, sizeof(address)) == 0, "the server accepts connections");
   }
@@ -120,12 +123,6 @@ class Client {
   }
 
   void endSending() { shutdown(socket_, SHUT_WR); }
-
-  // Resets the connection instead of closing it.
-  void breakOff() {
-    const linger none{1, 0};
-    setsockopt(socket_, SOL_SOCKET, SO_LINGER, &none, sizeof(none));
-  }
 
   // All that comes until the server ends the connection, or until a stream has begun.
   std::string answer() {
@@ -233,7 +230,6 @@ fuzz::Result fuzz::tryInput(std::string_view input) {
       break;
     case 'r':
       client.send(bytes);
-      client.breakOff();
       return Result::Refused;
     default:
       client.send(bytes);

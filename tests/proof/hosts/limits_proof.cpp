@@ -94,12 +94,21 @@ class HostAtItsLimit : public HostTest {
             std::string("one at its limit of ") + of + ", at the start",
             "",
             {{std::string("starts with room for 0 to 12 ") + of, rooms.size()}},
-            "a start either goes on, and flows once there is room, or is refused and leaves "
-            "nothing, and the next one flows",
+            "unless gRPC itself fails, a start either goes on, and flows once there is room, or is "
+            "refused and leaves nothing, and the next one flows",
             {{"went on", ends[Flowed]},
              {"refused", ends[Refused]},
              {"ended by gRPC, which aborts", ends[GrpcAborted]},
              {"held by gRPC, which waits for threads that it could not start", ends[GrpcWaits]}}});
+  }
+
+  // Without root, a user's other processes count, too.
+  static void reportNotPermitted(const char* when) {
+    report({hostsPart,
+            std::string("one at its limit of threads, ") + when,
+            "not tried",
+            {{"hosts", 0}},
+            "only root can limit its own threads"});
   }
 };
 
@@ -117,7 +126,7 @@ TEST_F(HostAtItsLimit, OfThreadsStartsOrIsRefused) {
   auto ends = endsOfStarts(rooms, [&](std::size_t room) -> int {
     return countOwnThreads() ? startWithRoom(Limit::onThreads, room) : NotPermitted;
   });
-  if (ends.contains(NotPermitted)) GTEST_SKIP() << "only root can limit its own threads";
+  if (ends.contains(NotPermitted)) return reportNotPermitted("at the start");
   EXPECT_GE(ends[Refused], 1u);
   reportStarts("threads", ends, rooms);
 }
@@ -152,9 +161,10 @@ TEST_F(HostAtItsLimit, OfDescriptorsLosesAChangeAndSendsTheNext) {
           "the change is lost without a word, meters continue, later changes are sent"});
 }
 
-// The first attempt to connect again finds no descriptor.
+// The first attempt to connect again finds no descriptor. Only for scripts/prove, because two retries
+// take ten seconds.
 TEST_F(HostAtItsLimit, OfDescriptorsGetsItsStreamsBackOnceThereIsRoom) {
-  if (!isFull()) GTEST_SKIP() << "it takes the ten seconds of two retries";
+  if (!isFull()) return;
   auto first = std::make_unique<SimProcess>();
   ASSERT_EQ(start(flowConfiguration(first->metersTarget(), first->engineTarget()) + entries), 0);
   first->waitEvent("open fast ");
@@ -201,12 +211,12 @@ TEST_F(HostAtItsLimit, OfThreadsFlowsRetriesAndStops) {
     return Flowed;
   });
   ASSERT_TRUE(WIFEXITED(status)) << status;
-  if (WEXITSTATUS(status) == NotPermitted) GTEST_SKIP() << "only root can limit its own threads";
+  if (WEXITSTATUS(status) == NotPermitted) return reportNotPermitted("once it has started");
   EXPECT_EQ(WEXITSTATUS(status), Flowed);
   report({hostsPart,
           "one at its limit of threads, once it has started",
           "",
-          {{"processes", 1}, {"retries of both streams", retries}},
+          {{"hosts", 1}, {"retries of both streams", retries}},
           "values arrive, changes are sent, streams come back, and a stop ends"});
 }
 
