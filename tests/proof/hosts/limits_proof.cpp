@@ -161,8 +161,8 @@ TEST_F(HostAtItsLimit, OfDescriptorsLosesAChangeAndSendsTheNext) {
           "the change is lost without a word, meters continue, later changes are sent"});
 }
 
-// The first attempt to connect again finds no descriptor. Only for scripts/prove, because two retries
-// take ten seconds.
+// The first attempt to connect again finds no descriptor. Only scripts/prove runs this, because two
+// retries take ten seconds.
 TEST_F(HostAtItsLimit, OfDescriptorsGetsItsStreamsBackOnceThereIsRoom) {
   if (!isFull()) return;
   auto first = std::make_unique<SimProcess>();
