@@ -244,15 +244,21 @@ HttpResponse Control::Routes::state() const {
 
 // Each look begins after the events that the previous one has seen.
 HttpAnswer Control::Routes::events(const HttpRequest& request) const {
-  auto& journal = controlled_.journal;
-  const auto query = std::make_shared<Journal::Query>(queryIn(request));
-  const auto look = [&journal, query]() -> std::optional<HttpResponse> {
-    const auto found = journal.find(*query);
-    if (!found.events.empty()) return answerOf(found);
-    query->after = found.last;
-    return std::nullopt;
+  struct Watch {
+    Journal::Query query;
+    Journal::Found found{};
   };
-  const auto giveUp = [&journal, query] { return answerOf(journal.find(*query)); };
+  auto& journal = controlled_.journal;
+  const auto watch = std::make_shared<Watch>(Watch{queryIn(request)});
+  const auto look = [&journal, watch]() -> std::optional<HttpResponse> {
+    const auto lost = watch->found.lost;
+    watch->found = journal.find(watch->query);
+    watch->found.lost += lost;
+    watch->query.after = std::max(watch->query.after, watch->found.last);
+    if (watch->found.events.empty()) return std::nullopt;
+    return answerOf(watch->found);
+  };
+  const auto giveUp = [watch] { return answerOf(watch->found); };
   return tools::HttpWait{.time = waitIn(request), .look = look, .giveUp = giveUp};
 }
 
