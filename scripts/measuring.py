@@ -1,5 +1,5 @@
-"""What scripts/bench, coverage, fuzz, mutate and prove share: running stages, describing the
-machine, writing figures as text, and pages whose tables are made from a data file.
+"""What scripts/bench, coverage, fuzz, mutate, platforms and prove share: running stages, describing
+the machine, writing figures as text, and pages whose tables are made from a data file.
 """
 
 import contextlib

@@ -7,6 +7,7 @@ Usage: table_test.py SOURCE_FOLDER
 import math
 import pathlib
 import re
+import runpy
 import sys
 import types
 import unittest
@@ -16,6 +17,8 @@ sys.path += [str(SOURCE / "scripts"), str(SOURCE / "bench")]
 import page  # noqa: E402
 import table  # noqa: E402
 import tables  # noqa: E402
+
+PLATFORMS = types.SimpleNamespace(**runpy.run_path(str(SOURCE / "scripts/platforms")))
 
 
 def row(what="", **fields):
@@ -141,9 +144,30 @@ class Crossing(unittest.TestCase):
         self.assertEqual(self.crossing(2, 2, 2, 2), 16)
 
 
+class Platforms(unittest.TestCase):
+    def row(self, release, check, result=""):
+        return {"release": release, "check": check, "platform": release.upper(), "result": result}
+
+    def test_a_row_replaces_that_of_its_check_and_release(self):
+        rows = [self.row("b", "tests"), self.row("b", "packages"), self.row("a", "tests")]
+        new = self.row("b", "tests", "new")
+        self.assertEqual(PLATFORMS.with_row(rows, new), [rows[2], rows[1], new])
+
+    def test_a_result_has_the_closing_line_of_the_tests(self):
+        log = "1/1 passed\n98% tests passed, 2 tests failed out of 100\nErrors\n"
+        self.assertEqual(PLATFORMS.result_of(log, 8),
+                         "FAILED: Errors; 98% tests passed, 2 tests failed out of 100")
+        self.assertEqual(PLATFORMS.result_of("built\n", 0), "passed")
+        self.assertEqual(PLATFORMS.result_of("", 1), "FAILED: no output")
+
+
 class Pages(unittest.TestCase):
     def test_reliability_shows_what_its_data_holds(self):
         self.assertEqual(table.PAGE.document.read_text(), table.PAGE.text(table.PAGE.load()))
+
+    def test_reliability_shows_the_platforms(self):
+        page_of = PLATFORMS.PAGE
+        self.assertEqual(page_of.document.read_text(), page_of.text(page_of.load()))
 
     def test_performance_shows_what_its_data_holds(self):
         data = page.PAGE.load()
