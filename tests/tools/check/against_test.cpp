@@ -122,8 +122,8 @@ TEST_F(CheckAgainst, ReportsWhenInterrupted) {
     EXPECT_NE(outcome.output.find("warning: nothing came on the slow stream within "),
               std::string::npos)
         << outcome.output;
-    EXPECT_NE(outcome.output.find(", so this slot keeps its default (line 6); listen or record "
-                                  "for longer, or make the server send on this stream [bad-stream]\n"),
+    EXPECT_NE(outcome.output.find(", so this slot keeps its default (line 6); listen or "
+                                  "record for longer, or make the server send on this stream [bad-stream]\n"),
               std::string::npos)
         << outcome.output;
   }

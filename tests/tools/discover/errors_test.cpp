@@ -79,10 +79,10 @@ TEST_F(DiscoverErrors, ReportsAServerThatSendsNothing) {
   EXPECT_EQ(result.exitCode, 1);
   EXPECT_EQ(result.output, "");
   EXPECT_EQ(result.errors,
-            "gatewayctl discover: nothing came on the fast stream within 10 seconds. Listen or record for "
-            "longer, or make the server send on this stream.\n"
-            "gatewayctl discover: nothing came on the slow stream within 10 seconds. Listen or record for "
-            "longer, or make the server send on this stream.\n");
+            "gatewayctl discover: nothing came on the fast stream within 10 seconds. Listen or "
+            "record for longer, or make the server send on this stream.\n"
+            "gatewayctl discover: nothing came on the slow stream within 10 seconds. Listen or "
+            "record for longer, or make the server send on this stream.\n");
 }
 
 TEST_F(DiscoverErrors, ReportsAnotherService) {
