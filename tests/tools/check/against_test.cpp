@@ -123,7 +123,8 @@ TEST_F(CheckAgainst, ReportsWhenInterrupted) {
               std::string::npos)
         << outcome.output;
     EXPECT_NE(outcome.output.find(", so this slot keeps its default (line 6); listen or "
-                                  "record for longer, or make the server send on this stream [bad-stream]\n"),
+                                  "record for longer, or make the server send on this stream "
+                                  "[bad-stream]\n"),
               std::string::npos)
         << outcome.output;
   }
