@@ -1,4 +1,4 @@
-// Any bytes as what a client sends to the live page's server: whole, cut into pieces, twice in a
+// Sends any bytes to the live page's server, as a client would: whole, cut into pieces, twice in a
 // row, without end, or broken off. Whatever comes, the server gives at most one answer, of which
 // every byte is accounted for, and keeps no memory. The first byte of an input says how the others
 // are sent.
@@ -78,7 +78,7 @@ class Site {
 // Generous, so that only a server that answers nothing exceeds it.
 constexpr int patience = 20'000;  // ms
 
-// The fuzzer's own timer interrupts calls of the system.
+// The fuzzer's own timer interrupts system calls.
 template <class Call>
 auto uninterrupted(Call call) {
   for (;;) {

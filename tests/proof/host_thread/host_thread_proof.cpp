@@ -24,8 +24,8 @@ constexpr char part[] = "Host's thread";
 // else puts a thread to sleep, such as a lock that another thread holds, is shorter.
 constexpr milliseconds longestSleep{500};
 
-// Half of all calls sleep less than this, and run and sleep for less than that. Both are far more
-// than they take on any machine, and far less than a wait that was put in.
+// Limits for the median call: how long it sleeps, and how long it runs and sleeps in all. Both are
+// far above what a call takes on any machine, and far below any wait that a change might bring in.
 constexpr milliseconds usualSleep{20};
 constexpr milliseconds usualTime{100};
 

@@ -21,7 +21,8 @@ class HostTest : public FlowTest {
       "[MetersInt]\nMeter=Key=level Type=fast CustomKey=level\n"
       "[EngineInt]\nParam=Key=delay CustomKey=delay\n";
 
-  // A new value on each stream arrives, and a change of a parameter does.
+  // Expects a new value to arrive on the fast stream and a message on the slow one, and a parameter
+  // change to arrive at the engine service.
   void expectFlow() {
     const int value = ++values_;
     deliverFast(Batch().addInt("level", value));
@@ -39,7 +40,7 @@ class HostTest : public FlowTest {
   }
   static std::string requestOf(int value) { return Request().addInt("delay", value).hex(); }
 
-  // Stops while both streams are open.
+  // Stops while both streams are open, and expects the stop to cancel them.
   void stopFlowing() {
     instance.stop();
     EXPECT_TRUE(servers.waitEvent("closed fast ").ends_with(" cancelled"));

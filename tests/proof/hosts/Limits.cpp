@@ -24,7 +24,7 @@
 namespace proof {
 namespace {
 
-// Above the users that systems give to anyone. Each process has its own.
+// Above the user IDs that systems assign. Each process gets its own.
 constexpr uid_t firstUser = 1'000'000;
 
 std::atomic<bool> exits{false};
@@ -48,13 +48,13 @@ rlim_t descriptorAfter(std::size_t room) {
   }
 }
 
-// The function that this program replaces.
+// The original of a function that this program replaces.
 template <class Function>
 Function* theirs(const char* name) {
   return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
-// Takes the rights to exceed limits from this thread, and so from all that it starts.
+// Removes the rights to exceed limits from this thread, and so from all threads that it starts.
 bool dropRightsToExceed() {
   __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
   std::array<__user_cap_data_struct, 2> rights{};

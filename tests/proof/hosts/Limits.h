@@ -45,7 +45,7 @@ constexpr unsigned grpcsPatience = 10;  // seconds
 // From here on, the process exits with one of these codes.
 void exitIfGrpcFails();
 
-// Returns when gRPC or anyone else has asked for a further socket in vain.
+// Returns when gRPC or anyone else has failed to get another socket.
 class RefusedSocket {
  public:
   RefusedSocket();

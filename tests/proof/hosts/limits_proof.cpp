@@ -16,7 +16,7 @@ namespace {
 
 using MakeLimit = Limit (*)(std::size_t room);
 
-// How a start ends that has room for few descriptors or threads: the exit code of its process.
+// How a start with room for few descriptors or threads ends: the exit code of its process.
 enum StartEnd { Flowed = 0, Refused = 2, NotPermitted = 3 };
 
 // More than a start needs.
@@ -31,8 +31,8 @@ std::vector<std::size_t> roomsToTry(std::size_t few) {
 
 class HostAtItsLimit : public HostTest {
  protected:
-  // With room at the start only: the module flows once the limit is lifted. After a refusal,
-  // another start does.
+  // Limits the room during the start only: once the limit is lifted, values flow. After a refusal,
+  // they flow after another start.
   StartEnd startWithRoom(MakeLimit limited, std::size_t room) {
     const std::string path = files.write("gateway.conf", common() + entries);
     exitIfGrpcFails();
@@ -53,8 +53,8 @@ class HostAtItsLimit : public HostTest {
     return result == 0 ? Flowed : Refused;
   }
 
-  // A refused start leaves nothing. One that has failed with an exception leaves what it had built,
-  // for a stop.
+  // A refused start leaves nothing. A start that failed with an exception leaves what it had built,
+  // and a stop removes it.
   void expectRefusal() {
     const auto hasLogged = [lines = log()](const char* line) {
       return std::find(lines.begin(), lines.end(), line) != lines.end();

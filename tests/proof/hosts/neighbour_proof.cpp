@@ -51,7 +51,8 @@ class HostThatUsesGrpc : public HostTest, public ::testing::WithParamInterface<S
     EXPECT_EQ(stream.read(), text);
   }
 
-  // The host's own calls go on before, while and after the module runs, and the other way round.
+  // The host's own calls work before, during and after the module's run, and the module's beside
+  // them.
   void useSideBySide(std::uint64_t rounds) {
     SimProcess own;
     RawCall stream(own.metersTarget(), fastPath);
@@ -89,7 +90,7 @@ class HostThatUsesGrpc : public HostTest, public ::testing::WithParamInterface<S
 TEST_P(HostThatUsesGrpc, KeepsItsOwnCallsBesideTheModules) {
   const std::uint64_t rounds = scaled(2, 50);
   expectOwnProcess([&] {
-    // The servers run already, without these.
+    // The servers already run, without these variables.
     for (const auto& [name, value] : GetParam().variables) setenv(name, value, 1);
     useSideBySide(rounds);
   });

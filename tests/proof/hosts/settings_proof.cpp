@@ -37,7 +37,7 @@ class GermanLocale {
  private:
   static constexpr auto name = "de_DE.UTF-8";
 
-  // Classes and order of characters take long to make, and do not matter here.
+  // Character classes and collation take long to make, and do not matter here.
   static std::string source() {
     std::string text;
     for (const std::string category :
@@ -72,7 +72,7 @@ class HostWithADecimalComma : public HostTest {
   StartSeen seeStart(const std::string& configuration) {
     host.clearRecords();
     StartSeen seen{.result = start(configuration), .log = log(), .slots = {}};
-    // Contains the address of the start parameters.
+    // This line contains the address of the start parameters.
     std::erase_if(seen.log, [](const auto& line) { return line.starts_with("log 1 startCycle("); });
     if (seen.result != 0) return seen;
     for (const auto& slot : instance.slots()) {

@@ -38,7 +38,7 @@ class Keys : public ::testing::Test {
                                                    static_cast<int>(position.character))}});
   }
 
-  // Neither a message nor the end of a stream reaches the editor, so ask until it shows.
+  // Nothing tells the editor about a message or the end of a stream, so ask until it shows.
   Json completionWith(const std::string& text, const std::function<bool(const Json&)>& fits) {
     const auto end = std::chrono::steady_clock::now() + patience;
     while (std::chrono::steady_clock::now() < end) {
@@ -87,7 +87,7 @@ class Keys : public ::testing::Test {
     editor->initialize({}, more);
   }
 
-  // Waits for one.
+  // Waits for the next warning.
   std::string warning() {
     const Json params = editor->notification("window/showMessage")["params"];
     EXPECT_EQ(params["type"], 2);
