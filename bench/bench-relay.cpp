@@ -1,8 +1,8 @@
 // What the relay of `gatewayctl sim` costs, with raw TCP connections on the loopback interface:
 //
 //   trip/WAY/BYTES   a message of BYTES there and back again, as often as possible
-//   rate/WAY/BYTES   messages of BYTES, as many as fit. The counter "bytes" has how many bytes went
-//                      through per second, "relay" the CPU seconds of the relay per byte
+//   rate/WAY/BYTES   messages of BYTES, as many as fit. The counter "bytes" gives the bytes per
+//                      second that got through, "relay" the relay's CPU seconds per byte
 //
 //   bench-relay [OPTIONS OF GOOGLE BENCHMARK]
 //

@@ -31,7 +31,7 @@ import urllib.parse
 import uuid
 
 ROLES = {"dynamic": "DYNAMIC_LINK", "static": "STATIC_LINK", "compiled": "CONTAINS",
-         "embedded": "CONTAINS"}  # and the relationships of SPDX
+         "embedded": "CONTAINS"}  # each with its relationship in SPDX
 LICENSES = {"The MIT License (MIT)": "MIT"}  # the first line of the text, and its SPDX identifier
 
 
@@ -46,7 +46,7 @@ class Component:
     roles: dict = dataclasses.field(default_factory=lambda: collections.defaultdict(set))
 
     def reference(self):
-        """Is unique within the document."""
+        """Returns an identifier that is unique within the document."""
         hashes = [hashlib.sha256(file.read_bytes()).hexdigest() for file in self.files]
         return self.purl or f"file:{self.name}:{hashes[0]}"
 
@@ -70,7 +70,7 @@ def dynamic_entries(arguments, file, tag):
 
 
 def is_shared_library(file):
-    """Some that are linked by such a name are scripts of the linker, which name the libraries."""
+    """A file with such a name may also be a linker script, which names the real libraries."""
     return ".so" in file.name and file.read_bytes()[:4] == b"\x7fELF"
 
 
@@ -78,7 +78,7 @@ def read_map(arguments):
     """Returns the shared libraries that the linker read, and the objects that it took: for a member
     of an archive, the pair of the archive and the member's name; otherwise the file and None."""
     text = arguments.map.read_text()
-    # The first paragraph is a heading, in the language of the user, and the second has the members.
+    # The first paragraph is a heading, in the user's language; the second lists the members.
     members = text.split("\n\n", 2)[1]
     loaded = [in_folder(arguments.link_folder, path)
               for path in re.findall(r"^LOAD (.+)$", text, re.M)]
@@ -176,7 +176,7 @@ def spellings(file):
 def owners_of(files):
     """Returns the Debian package, with its architecture, of each file that has one."""
     wanted = sorted({spelling for file in files for spelling in spellings(file)})
-    # It ends with 1 if a file has no owner.
+    # The exit status is 1 if a file has no owner.
     text = subprocess.run(["dpkg-query", "--search", *wanted], stdout=subprocess.PIPE, text=True,
                           stderr=subprocess.DEVNULL, env={**os.environ, "LC_ALL": "C"},
                           check=False).stdout
@@ -214,7 +214,8 @@ def debian_components(packages):
 
 
 def system_components(files_of_roles):
-    """Takes pairs of a file and what it is to the binary, by role."""
+    """Returns the components that own the files. `files_of_roles` has pairs for each role: a file,
+    and what it is to the binary."""
     files = {file for pairs in files_of_roles.values() for file, _ in pairs}
     owners = owners_of(files)
     packages = debian_components(set(owners.values()))
@@ -275,7 +276,7 @@ def build_id(arguments):
 
 
 def identifier(document):
-    """Equal documents have equal identifiers, and others have others."""
+    """Equal documents get equal identifiers, and different ones get different identifiers."""
     return uuid.uuid5(uuid.NAMESPACE_URL, json.dumps(document)).urn
 
 

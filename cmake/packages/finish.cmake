@@ -18,7 +18,7 @@ if(CPACK_GATEWAY_LICENSE_FILE)
   string(REGEX REPLACE "\n +(\n|$)" "\n .\\1" terms "${terms}")
 endif()
 string(TIMESTAMP year "%Y" UTC)
-# Whatever modes the sources have.
+# The modes of the files below, whatever modes the sources have.
 set(readable FILE_PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
 
 foreach(component ${CPACK_COMPONENTS_ALL})

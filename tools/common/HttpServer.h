@@ -124,8 +124,8 @@ class HttpServer {
   // Begins to serve. Call it once.
   void start();
 
-  // Has every open stream send its next piece, and every wait look again. Any thread; does not
-  // wait.
+  // Makes every open stream send its next piece, and every wait check again. Any thread; returns
+  // at once.
   void wake();
 
  private:

@@ -27,7 +27,7 @@ using check::SectionKind;
 // As the protocol numbers what an item is.
 enum class ItemKind { Word = 5, Meter = 6, Section = 9, Key = 10, Value = 20 };
 
-// Editors wait for a list of all keys of a large server, and nobody reads it.
+// All keys of a large server would keep the editor waiting, and nobody would read the list.
 constexpr std::size_t mostKeys = 1000;
 
 constexpr std::string_view keyWord = "Key=";
@@ -105,7 +105,7 @@ class Completer {
   }
 
  private:
-  // The section above the line, the key that the line would continue, and its comment.
+  // Reads the section above the line, the key that the line would continue, and its comment.
   void readContext() {
     Lines lines(document_);
     bool isHere = false;
@@ -119,7 +119,7 @@ class Completer {
     isContinuation_ = isIndented && !key_.empty();
   }
 
-  // The end of a pair that the module does not read.
+  // Cuts off the end of a pair that the module does not read.
   void cutComment(const check::Line& line) {
     if (line.kind != LineKind::Pair || line.rest.size == 0 || line.offset > 0) return;
     isInComment_ = line.rest.begin < before_.size();
@@ -184,7 +184,7 @@ class Completer {
     if (last.starts_with(keyWord)) completeMeter(entry, written, after_);
   }
 
-  // A key whose quotes begin after "Key=", and end after the place if the editor has closed them.
+  // Completes a key in quotes. The closing quote follows the cursor if the editor has added it.
   void completeQuoted(std::string_view value, std::size_t quote) {
     const std::string_view before = value.substr(0, quote);
     const std::size_t word = before.size() - std::min(before.size(), keyWord.size());
@@ -212,7 +212,7 @@ class Completer {
     for (const KeyChoice& choice : choicesFor(list, written)) addMeter(choice, written, end);
   }
 
-  // Those that contain what is written, if there are too many.
+  // If there are too many choices, only those that contain the written text.
   std::vector<KeyChoice> choicesFor(const EntryList& list, std::string_view written) {
     std::vector<KeyChoice> choices = server_->choicesFor(list);
     isIncomplete_ = choices.size() > mostKeys;
@@ -232,7 +232,7 @@ class Completer {
     item["detail"] =
         choice.description + (choice.fit == Fit::Configured ? ", already in this list" : "");
     item["sortText"] = fmt::format("{}{}", static_cast<int>(choice.fit), choice.key);
-    // Editors compare it with what is written, quotes included.
+    // Editors compare this with the written text, quotes included.
     const bool isQuoted = written.starts_with('"') || written.starts_with('\'');
     if (isQuoted) item["filterText"] = fmt::format("{}{}", written.front(), choice.key);
   }

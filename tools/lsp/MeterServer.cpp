@@ -22,7 +22,7 @@ bool hasBroughtNothing(const Heard& heard) {
                      [&](SlotSet rate) { return heard.sightings.messagesOf(rate).messages == 0; });
 }
 
-// Of streams that have ended, for which the time does not matter.
+// The streams have ended, so the time that they were given does not matter.
 std::string problemsOf(const std::string& target, const Heard& heard) {
   std::string text;
   for (const tools::StreamProblem& problem : tools::problemsOf(target, 0, heard)) {

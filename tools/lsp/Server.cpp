@@ -139,8 +139,8 @@ Json Server::featureOf(const std::string& method, const Json& params) {
   throw RpcError(ErrorCode::MethodNotFound, fmt::format("no method \"{}\"", method));
 }
 
-// A completion also notices that the streams have ended. The keys of a server that has come back
-// are there for a later one: an answer never waits for the network.
+// A completion also opens streams again that have ended. The keys of a server that has come back
+// appear in a later one, because an answer never waits for the network.
 Json Server::complete(const Json& params) {
   if (meters_) {
     const std::string complaint = meters_->keepListening();

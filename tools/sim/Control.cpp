@@ -209,7 +209,7 @@ class Control::Routes {
 Control::Routes::Routes(const tools::HttpAddress& address, const Controlled& controlled) try
     : controlled_(controlled) {
   interface_.emplace(routes(), address, tools::HttpRules{.token = {}, .changesNeedOrigin = false});
-  // From the beginning, so that no client waits for an event that has come.
+  // Watch before serving, so that no client waits for an event that has already come.
   controlled_.journal.watch([this] { interface_->wake(); });
   interface_->start();
 } catch (const boost::system::system_error&) {
@@ -242,7 +242,7 @@ HttpResponse Control::Routes::state() const {
                      {"last", controlled_.journal.last()}});
 }
 
-// Each look begins after the events that the previous one has seen.
+// Each look starts after the events that the previous look has seen.
 HttpAnswer Control::Routes::events(const HttpRequest& request) const {
   struct Watch {
     Journal::Query query;

@@ -118,7 +118,8 @@ void Delivery::arm(Stream& stream) {
   });
 }
 
-// The stream may have closed, and another have taken its address: that one sends what is due, too.
+// The stream may have closed, and another one may have its address by now. Then this sends what that
+// one has due, which does no harm.
 void Delivery::sendDue(const Call* call) {
   const std::lock_guard lock(mutex_);
   const auto found = streams_.find(call);

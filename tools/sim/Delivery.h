@@ -28,7 +28,7 @@ namespace sim {
 
 class Delivery {
  public:
-  // What a delay may hold back, per stream. Beyond it, messages are dropped.
+  // The most bytes that a delay may hold back per stream. Beyond that, messages are dropped.
   static constexpr std::size_t waitingLimit = std::size_t{64} << 20;
 
   // `seed` decides what is left to chance.
@@ -36,20 +36,20 @@ class Delivery {
   Delivery(const Delivery&) = delete;
   Delivery& operator=(const Delivery&) = delete;
 
-  // From here on, loses messages of the streams of a method, or does so no longer.
+  // From here on, loses messages of the streams of a method; nullopt ends that.
   void setLoss(Method method, const std::optional<Loss>& loss);
 
-  // From here on, delays messages of all streams, or does so no longer. What waits already is sent
-  // at its time, and what follows is sent after it.
+  // From here on, delays messages of all streams; nullopt ends that. Messages that wait already are
+  // sent at their times, and later messages after them.
   void setDelay(const std::optional<Delay>& delay);
 
-  // The life of a stream. Outside it, nothing is sent.
+  // Call these when a stream opens and closes. Nothing is sent before or after.
   void opened(const std::shared_ptr<Call>& call);
   void closed(const Call& call);
 
   void send(const Call& call, std::string message);
 
-  // Ends the stream, after everything that is to be sent before.
+  // Ends the stream once everything sent before has gone out.
   void end(const Call& call, const grpc::Status& status);
 
  private:

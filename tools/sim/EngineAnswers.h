@@ -34,7 +34,7 @@ class EngineAnswers {
   // Changes the manner from here on. If the new one replies, it also answers the waiting calls.
   void change(const AnswerManner& manner);
 
-  // Delays answers from here on, or does so no longer.
+  // Delays answers from here on; nullopt ends that.
   void setDelay(const std::optional<Delay>& delay);
 
   // Answers a call that has arrived, in the current manner.

@@ -54,7 +54,7 @@ class FaultSite {
 
   void setLoss(const std::optional<Loss>& loss) const;
 
-  // Of both streams for the subject Meters, of the answers for Engine.
+  // Delays the messages of both streams for the subject Meters, and the answers for Engine.
   void setDelay(const std::optional<Delay>& delay) const;
 
   // ---- The connections of the subjects Meters and Engine ----

@@ -29,7 +29,7 @@ std::string textIn(const json& value) {
   return value.get<std::string>();
 }
 
-// The library would compare numbers above the signed ones as negative.
+// The library's own comparison would take numbers above the signed range as negative.
 template <class Integer>
 Integer integerIn(const json& value) {
   using Limits = std::numeric_limits<Integer>;
@@ -44,7 +44,7 @@ Integer integerIn(const json& value) {
   return value.get<Integer>();
 }
 
-// JSON has no number for three of them, so these are texts, as in reports.
+// JSON has no numbers for NaN and the infinities, so these are texts, as in reports.
 template <class Number>
 Number numberIn(const json& value) {
   using Limits = std::numeric_limits<Number>;
