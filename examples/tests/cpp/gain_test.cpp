@@ -141,7 +141,7 @@ class Gain : public ::testing::Test {
 
   Simulator simulator;
   const std::string config = configurationFor(simulator);
-  // The gateway under test. Replace it by yours.
+  // The gateway under test. Replace it with yours.
   Tool gateway{{"host", config, "--no-page", "--watch"}};
 };
 

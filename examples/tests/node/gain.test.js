@@ -92,7 +92,7 @@ beforeEach(async () => {
   simulator = await Simulator.start();
   folder = await mkdtemp(join(tmpdir(), "gain-"));
   await writeFile(join(folder, "gateway.conf"), configuration(simulator));
-  // The gateway under test. Replace it by yours.
+  // The gateway under test. Replace it with yours.
   gateway = new Tool("host", join(folder, "gateway.conf"), "--no-page", "--watch");
   await gateway.line("fast out_level 0"); // before any level came
   await simulator.wait({ event: "opened", stream: "fast" });

@@ -91,7 +91,7 @@ class GainTest(unittest.TestCase):
         folder = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
         config = folder / "gateway.conf"
         config.write_text(CONFIGURATION.format(**vars(self.simulator)))
-        # The gateway under test. Replace it by yours.
+        # The gateway under test. Replace it with yours.
         self.gateway = self.enterContext(Tool("host", str(config), "--no-page", "--watch"))
         self.gateway.wait_line("fast out_level 0")  # before any level came
         self.simulator.wait(event="opened", stream="fast")
