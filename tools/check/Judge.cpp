@@ -171,10 +171,11 @@ void Judge::takeHeader() {
   begin(std::move(header));
 }
 
-// A header without its "]" begins no section. The module refuses the main file for it, so the lines
-// below are judged as they were meant, and one round finds all mistakes. Of a dedicated file, the
-// module reads them as lines of the section above. Below a condition it does so in the main file,
-// too, and the files that it opens there may lead back.
+// A header without its "]" begins no section. The module refuses a main file with one, so the lines
+// below are judged as they were meant, and one round finds all mistakes. In a dedicated file, the
+// module reads the lines below as part of the section above, and so does this. The same holds below
+// a condition in the main file: the module then opens the files that the lines name, and these may
+// lead back to the file.
 void Judge::takeOpenHeader() {
   if (walk_.file().isDedicated()) return;
   if (sectionOf(walk_.scanner().section()).kind == SectionKind::Condition) return;

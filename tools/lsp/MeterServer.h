@@ -37,11 +37,11 @@ struct EntryList {
 
 class MeterServer {
  public:
-  // Starts connecting to a target without a fault.
+  // Starts connecting to the target, which must be free of faults.
   explicit MeterServer(std::string target);
 
   // Opens the streams again if both have ended, and keeps what has come. If nothing has ever come,
-  // returns the reasons, the first time; otherwise an empty text.
+  // the first such call returns the reasons. Otherwise the text is empty.
   std::string keepListening();
 
   // The keys that have come so far, without those that the module can't carry. The best come first,
