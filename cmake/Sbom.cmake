@@ -17,6 +17,16 @@ elseif(NOT Python3_Interpreter_FOUND OR NOT GATEWAY_DPKG_QUERY OR NOT CMAKE_READ
 elseif(NOT CMAKE_GENERATOR MATCHES "^(Ninja|Unix Makefiles)$")
   set(missing "it needs the generator Ninja or Unix Makefiles")
 endif()
+# The map is GNU ld's, and with link-time optimisation it does not say what is linked.
+separate_arguments(flags UNIX_COMMAND
+                   "${CMAKE_CXX_FLAGS} ${CMAKE_EXE_LINKER_FLAGS} ${CMAKE_SHARED_LINKER_FLAGS}")
+execute_process(COMMAND ${CMAKE_CXX_COMPILER} ${flags} -Wl,--version
+                OUTPUT_VARIABLE linker ERROR_QUIET)
+if(NOT missing AND NOT linker MATCHES "^GNU ld")
+  set(missing "it needs the linker GNU ld")
+elseif(NOT missing AND (CMAKE_INTERPROCEDURAL_OPTIMIZATION OR flags MATCHES "-flto"))
+  set(missing "it can't see through link-time optimisation")
+endif()
 if(missing)
   message(STATUS "SBOM: skipped (${missing})")
   return()
@@ -71,7 +81,8 @@ function(sbom target component)
     COMMENT "Making the SBOM of ${target}"
     VERBATIM)
   add_custom_target(${target}-sbom ALL DEPENDS ${made})
-  install(FILES ${made} DESTINATION ${shared}/sbom COMPONENT ${component})
+  # Whoever builds only the target can install it, too.
+  install(FILES ${made} DESTINATION ${shared}/sbom COMPONENT ${component} OPTIONAL)
 endfunction()
 
 sbom(grpc-gateway module)

@@ -43,6 +43,7 @@ def events(address, query):
 
 def refused_bodies():
     """Yields path and body of requests that have to be refused."""
+    yield "/api/send", "[" * 33 + "]" * 33
     value = {"key": "k", "type": "int", "value": 1.5}
     yield from (("/api/reset", body) for body in ("{", "[]", {"x": 1}))
     yield from (("/api/send", {"stream": "fast", **more}) for more in (

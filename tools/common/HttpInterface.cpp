@@ -34,11 +34,9 @@ HttpResponse responseOf(const nlohmann::json& json) {
 
 HttpInterface::HttpInterface(std::vector<HttpRoute> routes, const HttpAddress& address,
                              HttpRules rules)
-    : routes_(std::move(routes)),
-      address_(address),
-      server_(*this, address.host, address.port),
-      access_(std::move(rules), server_.port()) {
+    : routes_(std::move(routes)), address_(address), server_(*this, address.host, address.port) {
   address_.port = server_.port();
+  access_.emplace(std::move(rules), address_.port);
 }
 
 std::vector<std::string> HttpInterface::routes() const {
@@ -50,9 +48,9 @@ std::vector<std::string> HttpInterface::routes() const {
 }
 
 std::size_t HttpInterface::admit(const HttpHead& head) {
-  access_.check(head);
+  access_->check(head);
   const HttpRoute& route = routeOf(head);
-  if (route.method != verb::get) access_.checkChange(head);
+  if (route.method != verb::get) access_->checkChange(head);
   return route.bodyLimit;
 }
 

@@ -8,6 +8,7 @@
 
 #include <functional>
 #include <nlohmann/json_fwd.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -37,7 +38,7 @@ class HttpInterface final : private HttpHandler {
 
   // With the actual port.
   const HttpAddress& address() const { return address_; }
-  const HttpAccess& access() const { return access_; }
+  const HttpAccess& access() const { return *access_; }
 
   // Each route as "GET /api/status", for a comparison with its description.
   std::vector<std::string> routes() const;
@@ -56,8 +57,8 @@ class HttpInterface final : private HttpHandler {
 
   const std::vector<HttpRoute> routes_;
   HttpAddress address_;
-  HttpServer server_;
-  HttpAccess access_;  // after the server, whose port it needs; nothing is served before `start`
+  std::optional<HttpAccess> access_;  // has the server's port, and is set before anything is served
+  HttpServer server_;                 // its thread uses all of the above
 };
 
 }  // namespace tools

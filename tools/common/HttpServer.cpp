@@ -75,7 +75,10 @@ std::optional<std::string> parameterOf(const HttpHead& request, std::string_view
   for (std::string pair; std::getline(query, pair, '&');) {
     const std::size_t end = pair.find('=');
     if (percentDecoded(pair.substr(0, end)) != name) continue;
-    return end == pair.npos ? "" : percentDecoded(pair.substr(end + 1));
+    if (end == pair.npos) return "";
+    std::string value = pair.substr(end + 1);
+    std::replace(value.begin(), value.end(), '+', ' ');
+    return percentDecoded(value);
   }
   return std::nullopt;
 }
@@ -419,6 +422,9 @@ void HttpServer::Connection::discard() {
   input_.clear();
   socket_.async_read_some(input_.prepare(server_.limits.head),
                           [this, self = shared_from_this()](error_code error, std::size_t) {
+                            // A client that has sent everything may still take its answer.
+                            isDiscarding_ = error != asio::error::eof || output_.empty() || stream_;
+                            if (!isDiscarding_) return;
                             if (error) return close();
                             discard();
                           });

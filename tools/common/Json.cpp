@@ -30,4 +30,21 @@ nlohmann::json jsonOf(const standin::SlotValue& value) {
   return std::visit(ToJson{}, value);
 }
 
+bool isNestedDeeperThan(int limit, std::string_view json) {
+  int depth = 0;
+  bool isInString = false;
+  for (std::size_t i = 0; i < json.size() && depth <= limit; ++i) {
+    const char c = json[i];
+    if (c == '"') isInString = !isInString;
+    if (isInString) {
+      if (c == '\\') ++i;
+    } else if (c == '[' || c == '{') {
+      ++depth;
+    } else if (c == ']' || c == '}') {
+      --depth;
+    }
+  }
+  return depth > limit;
+}
+
 }  // namespace tools

@@ -60,6 +60,7 @@ MeterServer::MeterServer(std::string target) : target_(std::move(target)) {
 }
 
 std::string MeterServer::keepListening() {
+  if (!listener_) listener_.emplace(target_);  // the last attempt failed
   bool isOver = false;
   listener_->look([&](const Heard& heard) { isOver = heard.fastEnd && heard.slowEnd; });
   if (!isOver) return {};
@@ -73,6 +74,7 @@ std::string MeterServer::keepListening() {
 }
 
 std::vector<KeyChoice> MeterServer::choicesFor(const EntryList& list) const {
+  if (!listener_) return {};
   std::map<std::string, KeyChoice> found;
   listener_->look([&](const Heard& heard) { found = choicesIn(heard.sightings, list); });
   std::vector<KeyChoice> choices;

@@ -4,6 +4,8 @@
 #include <optional>
 #include <utility>
 
+#include "tools/common/Json.h"
+
 namespace lsp {
 namespace {
 
@@ -54,28 +56,10 @@ std::string withoutHalves(std::string_view text) {
 
 // ---- Messages ---------------------------------------------------------------------------------
 
-// Copying and writing JSON recurses, so deep nesting would exhaust the stack. A callback of the
-// parser could count, too, but with one the parser searches an array again after each object in it.
-void requireShallow(std::string_view content) {
-  constexpr int depthLimit = 100;  // far more than any message of the protocol needs
-  int depth = 0;
-  bool isInString = false;
-  for (std::size_t i = 0; i < content.size(); ++i) {
-    const char c = content[i];
-    if (c == '"') isInString = !isInString;
-    if (isInString) {
-      if (c == '\\') ++i;
-    } else if (c == '[' || c == '{') {
-      ++depth;
-    } else if (c == ']' || c == '}') {
-      --depth;
-    }
-    if (depth > depthLimit) throw RpcError(ErrorCode::ParseError, "it is nested too deeply");
-  }
-}
-
 Json parsed(std::string_view content) {
-  requireShallow(content);
+  constexpr int depthLimit = 100;  // far more than any message of the protocol needs
+  if (tools::isNestedDeeperThan(depthLimit, content))
+    throw RpcError(ErrorCode::ParseError, "it is nested too deeply");
   try {
     return Json::parse(content.find("\\u") == content.npos ? std::string(content)
                                                            : withoutHalves(content));

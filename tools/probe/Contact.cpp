@@ -65,7 +65,7 @@ class Pinger {
 
 // Servers that police pings forgive a few, and some that they have just written something for.
 constexpr int manyPings = 30;
-constexpr int steadyPings = 5;
+constexpr int steadyPings = 8;
 constexpr Limits::Seconds atOnce{0};
 
 // A server that tolerates many pings at once tolerates them every ten seconds. Only another one has

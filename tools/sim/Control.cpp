@@ -37,6 +37,7 @@ using tools::http::verb;
 using Error = std::invalid_argument;
 
 constexpr std::size_t bodyLimit = std::size_t{16} << 20;
+constexpr int depthLimit = 32;  // no request needs more than four
 constexpr std::uint64_t mostTimes = 1000000;
 constexpr double longestWait = 60;  // seconds
 // A stream with more bytes than this still to be written takes no further messages.
@@ -56,6 +57,8 @@ constexpr std::size_t waitingLimit = std::size_t{64} << 20;
 
 // The body of a request: a JSON object with no other members than these.
 json bodyOf(const HttpRequest& request, const std::vector<std::string>& members) {
+  if (tools::isNestedDeeperThan(depthLimit, request.body()))
+    throw Error("the body is nested too deeply");
   json body = json::parse(request.body(), nullptr, false);
   if (body.is_discarded()) throw Error("the body is not JSON");
   if (!body.is_object()) throw Error("the body has to be a JSON object, such as {}");
@@ -302,6 +305,7 @@ HttpResponse Control::Routes::reset(const HttpRequest& request) const {
     for (const auto& call : controlled_.simulator.openCalls(method)) call->stop();
   }
   strike(parseImmediateFault(rowOf(FaultKind::Normal).name));
+  controlled_.delivery.drop();
   return responseOf({{"last", controlled_.journal.clear()}});
 }
 

@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "tools/common/HttpAddress.h"
+#include "tools/sim/Delivery.h"
 #include "tools/sim/Journal.h"
 #include "tools/sim/Saboteur.h"
 #include "tools/sim/Simulator.h"
@@ -40,6 +41,7 @@ struct Controlled {
   const Addresses& addresses;  // where clients connect to
   Saboteur& saboteur;
   Journal& journal;
+  Delivery& delivery;
 };
 
 class Control {

@@ -62,6 +62,15 @@ void Delivery::end(const Call& call, const grpc::Status& status) {
   }
 }
 
+void Delivery::drop() {
+  const std::lock_guard lock(mutex_);
+  for (auto& [call, stream] : streams_) {
+    stream.timer.cancel();
+    stream.queue.clear();
+    stream.waitingBytes = 0;
+  }
+}
+
 Delivery::Stream* Delivery::find(const Call& call) {
   const auto found = streams_.find(&call);
   return found == streams_.end() ? nullptr : &found->second;

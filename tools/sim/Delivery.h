@@ -52,6 +52,9 @@ class Delivery {
   // Ends the stream once everything sent before has gone out.
   void end(const Call& call, const grpc::Status& status);
 
+  // Drops all messages that wait.
+  void drop();
+
  private:
   using Clock = std::chrono::steady_clock;
 

@@ -84,6 +84,8 @@ class Relay::State::Connection : public std::enable_shared_from_this<Connection>
   void reset();
   // Passes on what a freeze has held up.
   void goOn();
+  // Ends a pause that a limit demands.
+  void hurry();
 
  private:
   // One direction. It reads, writes everything it has read, and reads again.
@@ -209,12 +211,18 @@ std::size_t Relay::State::Connection::mayPass(const Way& way) const {
 
 void Relay::State::Connection::write(Way& way, std::size_t size) {
   asio::async_write(way.to, asio::buffer(way.waiting.data(), size),
-                    [this, self = shared_from_this(), &way](error_code error, std::size_t written) {
+                    [this, self = shared_from_this(), &way, wasLimited = isLimited(way)](
+                        error_code error, std::size_t written) {
                       if (error) return close();
                       way.waiting.erase(0, written);
-                      if (isLimited(way)) return pace(way, written);
+                      if (wasLimited && isLimited(way)) return pace(way, written);
                       pass(way);
                     });
+}
+
+void Relay::State::Connection::hurry() {
+  toClient_.next = {};
+  toClient_.timer.cancel();
 }
 
 // Timers fire late. A fast connection may make up for that, but not for the time that it was idle.
@@ -281,8 +289,10 @@ void Relay::freeze(bool freezes) {
   if (!freezes) state_->forEach([](auto& connection) { connection.goOn(); });
 }
 
+// A large piece that is being written counts for no limit, and nothing waits for the old one.
 void Relay::limit(double bytesPerSecond) {
   state_->limit = bytesPerSecond;
+  state_->forEach([](auto& connection) { connection.hurry(); });
 }
 
 void Relay::slice(std::size_t bytes) {

@@ -1,5 +1,7 @@
 #include "tools/sim/Saboteur.h"
 
+#include <algorithm>
+
 namespace sim {
 
 Saboteur::Saboteur(boost::asio::io_context& loop, const FaultPlan& plan,
@@ -20,7 +22,9 @@ void Saboteur::strike(const Fault& fault) {
 }
 
 Saboteur::Clock::time_point Saboteur::momentAt(double seconds) const {
-  return begin_ + std::chrono::ceil<Clock::duration>(std::chrono::duration<double>(seconds));
+  constexpr double never = 1e9;  // beyond it, the clock's own number would overflow
+  return begin_ + std::chrono::ceil<Clock::duration>(
+                      std::chrono::duration<double>(std::min(seconds, never)));
 }
 
 void Saboteur::schedule(Planned& planned) {

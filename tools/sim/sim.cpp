@@ -155,8 +155,8 @@ ExitCode play(const Settings& settings, const SignalDescriptor& signals,
   const LoopThread running(loop);
   std::optional<Control> control;
   if (settings.control) {
-    control.emplace(*settings.control,
-                    Controlled{loop, simulator, services.addresses(), saboteur, journal});
+    control.emplace(*settings.control, Controlled{loop, simulator, services.addresses(), saboteur,
+                                                  journal, player.delivery()});
     report.listening("control", control->address());
   }
   if (!settings.liveFaults) return waitForEnd(signals, deadline, nullptr);

@@ -131,10 +131,11 @@ HttpRequest requestFor(const char* target) {
 }
 
 TEST(Target, HasADecodedPathAndParameters) {
-  const HttpRequest request = requestFor("/a%2fb%?x=1&to%6ben=a%7E&token=b&flag");
+  const HttpRequest request = requestFor("/a%2fb%?x=1&to%6ben=a%7E&token=b&flag&form=a+b%2Bc");
   EXPECT_EQ(pathOf(request), "/a/b%");
   EXPECT_EQ(parameterOf(request, "token"), "a~");
   EXPECT_EQ(parameterOf(request, "flag"), "");
+  EXPECT_EQ(parameterOf(request, "form"), "a b+c");
   EXPECT_EQ(parameterOf(request, "y"), std::nullopt);
   EXPECT_EQ(parameterOf(requestFor("/token=b"), "token"), std::nullopt);
 }
@@ -297,6 +298,15 @@ TEST_F(Transport, AnswersAtOnceIfThereIsNothingToWaitFor) {
   client.write("GET /later HTTP/1.1\r\n\r\n");
   expectBody(client.readToTheEnd(), "200", "hello");
   EXPECT_EQ(looks, 1);
+}
+
+TEST_F(Transport, SendsTheWholeAnswerToAClientThatEndsItsSide) {
+  const std::string large(20'000'000, 'x');  // more than the system's buffers hold
+  word = large.c_str();
+  RawConnection client(target());
+  client.write("GET /later HTTP/1.1\r\n\r\n");
+  client.endWriting();
+  EXPECT_TRUE(client.read(30'000'000).ends_with("\r\n\r\n" + large));
 }
 
 TEST_F(Transport, GivesUpWhenTheTimeIsUp) {

@@ -278,6 +278,14 @@ TEST_F(ControlledSim, WaitsForAParameter) {
                                        {"value", -6.5}}));
 }
 
+TEST_F(ControlledSim, RefusesABodyThatIsNestedTooDeeply) {
+  const std::string depths(500000, '[');
+  const std::string ends(500000, ']');
+  const auto result =
+      client.Post("/api/send", R"({"stream": )" + depths + ends + "}", "application/json");
+  EXPECT_EQ(answerTo(result, 400)["error"], "the body is nested too deeply");
+}
+
 TEST_F(ControlledSim, AnswersWithoutEventsWhenTheTimeIsUp) {
   EXPECT_EQ(get("/api/events?event=set_params&wait=0.01"),
             json({{"events", json::array()}, {"last", 0}, {"lost", 0}}));
@@ -308,6 +316,20 @@ TEST_F(ControlledSim, ResetsFaultsAndEventsButNotStreams) {
   EXPECT_EQ(call.read(), "");
   post("/api/fault", {{"fault", "empty fast"}});
   EXPECT_EQ(await("event=fault")["number"], last + 1);
+}
+
+// What a delay holds back would otherwise keep back everything after it.
+TEST(ControlledSignals, AreDroppedByAResetWhileADelayHoldsThemBack) {
+  PlayingSim sim({"--keys", "fast:int:a", "--rate-fast", "100", "--control", "127.0.0.1:0"});
+  httplib::Client client("http://" + sim.process().waitLine("control ").substr(8));
+  client.set_read_timeout(patience);
+  RawCall call(sim.metersTarget(), fastPath);
+  ASSERT_TRUE(call.read());
+  ASSERT_TRUE(client.Post("/api/fault", R"({"fault": "delay meters 3600"})", "application/json"));
+  // Time for a signal to be held back. If it is too short, the test finds less.
+  ASSERT_TRUE(client.Get("/api/events?event=none&wait=0.1"));
+  ASSERT_TRUE(client.Post("/api/reset", "{}", "application/json"));
+  for (int i = 0; i < 10; ++i) ASSERT_TRUE(call.read());
 }
 
 TEST(PlannedFaults, AreEventsToo) {
@@ -348,7 +370,8 @@ TEST(ControlRoutes, AreAllDocumented) {
   sim::Simulator simulator({.meters = SimProcess::anyPort, .engine = ""}, player);
   sim::Saboteur saboteur(loop, {}, {settings, player, answers, simulator, nullptr, nullptr},
                          report);
-  const sim::Control control({}, {loop, simulator, simulator.addresses(), saboteur, journal});
+  const sim::Control control(
+      {}, {loop, simulator, simulator.addresses(), saboteur, journal, player.delivery()});
   std::set<std::string> documented;
   std::ifstream file(SOURCE_FOLDER "/docs/sim-control.openapi.json");
   const json openApi = json::parse(file);
