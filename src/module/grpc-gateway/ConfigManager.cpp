@@ -97,8 +97,7 @@ void convert(const std::string& text, std::int32_t& value) {
   value = std::stoi(text);
 }
 
-// As std::stof does in the locale "C". A configuration means the same in every host, even in one
-// whose locale has a decimal comma.
+// As std::stof does in the locale "C": a decimal comma in the host's locale changes no number.
 void convert(const std::string& text, float& value) {
   const std::unique_ptr<std::remove_pointer_t<locale_t>, void (*)(locale_t)> plain(
       newlocale(LC_ALL_MASK, "C", nullptr), freelocale);
