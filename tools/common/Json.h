@@ -13,9 +13,9 @@ namespace tools {
 // where JSON has no number for it.
 nlohmann::json jsonOf(const standin::SlotValue& value);
 
-// Whether arrays and objects are nested deeper than this. Copying and writing JSON recurses, so a text
-// from elsewhere that is nested deeply would exhaust the stack. The library's parser could count, too,
-// but with a callback it searches an array again after each object in it.
+// Whether arrays and objects are nested deeper than this. Copying and writing JSON recurses, so a
+// text from elsewhere that is nested deeply would exhaust the stack. The library's parser could
+// count, too, but with a callback it searches an array again after each object in it.
 bool isNestedDeeperThan(int limit, std::string_view json);
 
 // JSON on one line, or indented. Bytes that are not UTF-8 are replaced, where the library's own

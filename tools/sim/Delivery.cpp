@@ -127,8 +127,8 @@ void Delivery::arm(Stream& stream) {
   });
 }
 
-// The stream may have closed, and another one may have its address by now. Then this sends what that
-// one has due, which does no harm.
+// The stream may have closed, and another one may have its address by now. Then this sends what
+// that one has due, which does no harm.
 void Delivery::sendDue(const Call* call) {
   const std::lock_guard lock(mutex_);
   const auto found = streams_.find(call);
