@@ -108,6 +108,7 @@ class Run {
   const Reporter reporter_;
   LogBook logBook_;
   std::optional<ConfigWatch> configWatch_;
+  std::optional<ReadyFile> readyFile_;
   std::optional<SessionRecorder> session_;
   std::optional<std::uint64_t> watched_;  // the last look whose changes have been printed
   unsigned notificationsPrinted_ = 0;
@@ -126,7 +127,9 @@ void Run::explain(const Refused& refused) const {
 }
 
 int Run::attend() {
-  // Before the module starts, so that no later change is missed.
+  // Both before the module starts: a file that an earlier run has left must not tell of this one,
+  // and no later change of the configuration is missed.
+  readyFile_.emplace(options_.readyFile);
   if (options_.reloads) configWatch_.emplace(options_.setup.config);
   Setup setup = options_.setup;
   if (!options_.record.empty()) setup.tapped = session_.emplace(options_.record).tap();
@@ -135,6 +138,7 @@ int Run::attend() {
   reporter_.started(module);
   if (!options_.settings.empty()) module.set(options_.settings);
   const int code = attend(module);
+  readyFile_.reset();
   const int verdict = judge(module.stop());
   const std::string lost = session_ ? session_->close() : "";
   if (!lost.empty()) reporter_.complain(lost);
@@ -158,7 +162,6 @@ int Run::attend(RunningModule& module) {
   const bool isTest = !options_.expected.empty();
   Console console(module, reporter_);
   const auto page = openPage(module);
-  ReadyFile readyFile(options_.readyFile);
 
   for (;;) {
     const auto now = Clock::now();
@@ -167,7 +170,7 @@ int Run::attend(RunningModule& module) {
       module.sample();
       if (isTest && expectations.check(now)) return judge(expectations);
       nextLook = now + lookPeriod;
-      readyFile.show(module.isReady());
+      readyFile_->show(module.isReady());
       printLinks(module);
     }
     printNotifications(module);
