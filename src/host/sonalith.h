@@ -239,6 +239,10 @@ typedef struct plugin_entry {
 
 /* ---- Layout ----------------------------------------------------------------------------- */
 
+#if !defined __LP64__ || __BYTE_ORDER__ != __ORDER_LITTLE_ENDIAN__
+#error "sonalith runs on 64-bit little-endian Linux only: its records have no other layout"
+#else
+
 #ifdef __cplusplus
 #define SONALITH_ASSERT(condition) static_assert(condition, #condition)
 #else
@@ -296,5 +300,7 @@ SONALITH_AT(plugin_entry, code, 56);
 #undef SONALITH_AT
 #undef SONALITH_SIZE
 #undef SONALITH_ASSERT
+
+#endif /* 64 bits, little-endian */
 
 #endif /* SONALITH_H */
