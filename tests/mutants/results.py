@@ -20,8 +20,9 @@ Result = collections.namedtuple("Result", "state by seconds sanitized", defaults
 class Hashes:
     """Identify everything that a mutant is built from and tested with."""
 
-    def __init__(self, files):
+    def __init__(self, files, checks_of):
         self.files = files
+        self.checks_of = checks_of
         self.known = {}
 
     def _of_file(self, file):
@@ -32,7 +33,7 @@ class Hashes:
     def of(self, mutant):
         mutated = mutant.apply((ROOT / mutant.file).read_text())
         digest = hashlib.sha256(mutated.encode())
-        folders = subjects.folders_of(mutant.file)
+        folders = subjects.folders_of(self.checks_of(mutant))
         for file in self.files:
             if file != mutant.file and file.startswith(folders):
                 digest.update(f"{file} {self._of_file(file)}\n".encode())
@@ -77,9 +78,9 @@ class Explanations:
     """The mutants that are known to survive, and why. A row without "after" explains all mutants of
     its line that survive."""
 
-    def __init__(self):
-        rows = [{key: self._joined(value) for key, value in row.items()}
-                for row in json.loads(EXPLAINED.read_text())]
+    def __init__(self, rows=None):
+        rows = json.loads(EXPLAINED.read_text()) if rows is None else rows
+        rows = [{key: self._joined(value) for key, value in row.items()} for row in rows]
         self.rows = {(row["file"], row["before"], row.get("after"), row.get("occurrence", 1)): row
                      for row in rows}
 

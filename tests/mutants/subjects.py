@@ -14,6 +14,8 @@ CONFIGURATION = ["src/host", "src/shquote", "src/ini", "src/standin", f"{MODULE}
                  f"{MODULE}/ValueType", f"{MODULE}/HostAccess", f"{MODULE_TESTS}/config",
                  f"{MODULE_TESTS}/ModuleLog", "tests/support"]
 
+ASSERTION = "static_assert"  # instead of a filter of tests: the compiler must refuse the mutant
+
 # Test programs: what they are made of, and in how many processes each runs at a time. Several
 # processes help those that speak over the network, since they mostly wait.
 PROGRAMS = {
@@ -36,6 +38,10 @@ PROGRAMS = {
     "flows_test": (WHOLE, 6),
     "memory_proof": ([*WHOLE, *PROOF, "tests/proof/memory"], 4),
     "stop_proof": ([*WHOLE, *PROOF, "tests/proof/stop"], 1),
+    "start_event_proof": ([*WHOLE, *PROOF, "tests/proof/stop"], 1),
+    "host_test": (["src/host", "tests/host"], 1),
+    "grpc-gateway": (["src", "proto"], 1),  # the module, with assertions only
+    "hosts_proof": ([*WHOLE, *PROOF, "tests/proof/hosts"], 1),
 }
 
 # Of a program that takes long, only the tests that detect what no other program does.
@@ -82,14 +88,15 @@ def files_of_the_tree():
     return sorted({name for name in names.split("\0") if name and (ROOT / name).is_file()})
 
 
-def programs_for(possible):
-    needed = {program for file in possible for program in SUBJECTS[file]}
-    return [program for program in PROGRAMS if program in needed]
+def checks_of(mutant):
+    """The programs that may detect a mutant, each with a filter of its tests, in the order in which
+    they run."""
+    return [(program, FILTERS.get(program, "*")) for program in SUBJECTS[mutant.file]]
 
 
-def folders_of(file):
-    """The folders and files that the programs which concern a file are made of."""
-    made_of = (folder for program in SUBJECTS[file] for folder in PROGRAMS[program][0])
+def folders_of(checks):
+    """The folders and files that the programs of these checks are made of."""
+    made_of = (folder for program, _ in checks for folder in PROGRAMS[program][0])
     return ("CMakeLists.txt", "cmake/", "tests/CMakeLists.txt", *made_of)
 
 

@@ -5,6 +5,7 @@ What a mutant can do is limited: its test programs run in a process group of the
 on memory, on the files they write, and on time.
 """
 
+import collections
 import dataclasses
 import os
 import pathlib
@@ -21,7 +22,7 @@ import time
 import measuring
 from measuring import ROOT
 from results import Result
-from subjects import FILTERS, PROGRAMS, SUBJECTS
+from subjects import ASSERTION, PROGRAMS
 
 # A mutant whose tests take this much longer than the original's counts as never ending.
 SLOWEST = 5
@@ -158,7 +159,7 @@ class Workshop:
         finally:
             end_group(process)
         if process.returncode != 0:
-            raise BuildFailed(f"{log}:\n{log.read_text(errors='replace')[-2000:]}")
+            raise BuildFailed(f"{log}:\n{log.read_text(errors='replace')[-8000:]}")
 
     def make(self, *programs, jobs=1):
         self.scratch.mkdir(exist_ok=True)
@@ -212,11 +213,15 @@ class Workshop:
 
 class Laboratory:
     """A workshop for each job and one more with sanitizers, and the seconds that each program takes
-    in them without a mutant."""
+    in them without a mutant. `checks_of` gives the programs that may detect a mutant, each with a
+    filter of its tests or ASSERTION."""
 
-    def __init__(self, home, files, programs, jobs):
+    def __init__(self, home, files, mutants, checks_of, jobs):
         self.files = files
-        self.programs = programs
+        self.checks_of = checks_of
+        self.filters = collections.defaultdict(set)
+        for program, tests in (check for mutant in mutants for check in checks_of(mutant)):
+            self.filters[program].add(tests)
         self.shops = [Workshop(home / str(number + 1)) for number in range(jobs)]
         self.sanitized = Workshop(home / "sanitized", "address,undefined")
         self.lock = threading.Lock()  # of the sanitized workshop
@@ -226,8 +231,8 @@ class Laboratory:
         for shop in self.shops:
             with measuring.stage(f"building {shop.build.relative_to(ROOT)}"):
                 shop.prepare(self.files)
-                shop.make(*self.programs, jobs=os.cpu_count())
-        for program in self.programs:
+                shop.make(*self.filters, jobs=os.cpu_count())
+        for program in self.filters:
             self._measure(self.shops[0], program)
 
     def stop(self):
@@ -235,7 +240,10 @@ class Laboratory:
             shop.stopped = True
 
     def _measure(self, shop, program):
-        outcome = shop.test(program, 3600, PROGRAMS[program][1], FILTERS.get(program, "*"),
+        tests = sorted(self.filters[program] - {ASSERTION})
+        if not tests:
+            return
+        outcome = shop.test(program, 3600, PROGRAMS[program][1], ":".join(tests),
                             stop_at_first=False)
         if outcome.failure:
             sys.exit(f"scripts/mutate: {program} fails without any mutant: {outcome.failure}")
@@ -247,17 +255,21 @@ class Laboratory:
         shop.write(mutant.file, mutant.apply((ROOT / mutant.file).read_text()))
         try:
             state, by = self._test(shop, mutant)
-        except BuildFailed:
-            state, by = "rejected", None
+        except BuildFailed as failure:
+            asserted = [tests for _, tests in self.checks_of(mutant)] == [ASSERTION]
+            refused = asserted and "static assertion failed" in str(failure)
+            state, by = ("killed", "the compiler") if refused else ("rejected", None)
         finally:
             shop.restore(mutant.file)
         return Result(state, by, round(time.monotonic() - started, 1), bool(shop.sanitizers))
 
     def _test(self, shop, mutant):
-        for program in SUBJECTS[mutant.file]:
+        for program, tests in self.checks_of(mutant):
             shop.make(program)
+            if tests == ASSERTION:
+                continue
             patience = PATIENCE_SECONDS + SLOWEST * self.seconds[shop.sanitizers, program]
-            outcome = shop.test(program, patience, PROGRAMS[program][1], FILTERS.get(program, "*"))
+            outcome = shop.test(program, patience, PROGRAMS[program][1], tests)
             if outcome.failure:
                 return "killed", f"{program} {outcome.failure}"
         return "survived", None
@@ -265,7 +277,7 @@ class Laboratory:
     def try_sanitized(self, mutant):
         with self.lock:
             self.sanitized.prepare(self.files)
-            for program in SUBJECTS[mutant.file]:
+            for program, _ in self.checks_of(mutant):
                 if (self.sanitized.sanitizers, program) not in self.seconds:
                     self.sanitized.make(program, jobs=os.cpu_count())
                     self._measure(self.sanitized, program)
