@@ -85,8 +85,16 @@ TEST(PlainMeter, MayHaveKeysAndTextsOfEveryLength) {
 
 TEST(PlainMeter, MayHaveEmptySlices) {
   const std::string bytes = plainMeter(1).SerializeAsString();
-  const grpc::Slice slices[] = {grpc::Slice(), grpc::Slice(bytes.data(), 3), grpc::Slice(),
-                                grpc::Slice(bytes.data() + 3, bytes.size() - 3), grpc::Slice()};
+  const grpc::Slice none;
+  const grpc::Slice slices[] = {none,
+                                none,
+                                grpc::Slice(bytes.data(), 3),
+                                none,
+                                none,
+                                none,
+                                grpc::Slice(bytes.data() + 3, bytes.size() - 3),
+                                none,
+                                none};
   grpc::ByteBuffer buffer(slices, std::size(slices));
   Meter meter;
   EXPECT_TRUE(readPlainMeter(buffer, meter));
@@ -96,6 +104,8 @@ TEST(PlainMeter, MayHaveEmptySlices) {
 // A message is read while the buffer holds another: afterwards nothing of that is left.
 TEST(PlainMeter, ReplacesWhateverTheBufferHeld) {
   const std::string plain = plainMeter(7).SerializeAsString();
+  Meter withoutText;
+  for (int i = 0; i < 7; ++i) addItem(withoutText, "k").mutable_value()->mutable_sstring();
   const std::string formers[] = {
       "",
       plainMeter(20).SerializeAsString(),
@@ -106,7 +116,7 @@ TEST(PlainMeter, ReplacesWhateverTheBufferHeld) {
       wire::bytes("0A 07 12 05 0A 03 4A 01 78")  // and of a text
   };
   for (const std::string& former : formers) {
-    for (const std::string& next : {plain, std::string()}) {
+    for (const std::string& next : {plain, withoutText.SerializeAsString(), std::string()}) {
       Meter meter;
       ASSERT_TRUE(meter.ParseFromString(former));
       EXPECT_TRUE(readsAsGenerated(next, 0, meter)) << wire::spelled(former);
@@ -151,7 +161,7 @@ const OtherForm otherForms[] = {
     {"ALongerTag", "8A 00 07 0A 01 78 12 02 18 05"},
     {"ALengthOfThreeBytes", "0A 87 80 00 0A 01 78 12 02 18 05"},
     {"ALengthOfSixBytes", "0A 87 80 80 80 80 00 0A 01 78 12 02 18 05"},
-    {"ANumberOfElevenBytes", "0A 10 0A 01 78 12 0B 18 85 80 80 80 80 80 80 80 80 80 00"},
+    {"ANumberOfElevenBytes", "0A 11 0A 01 78 12 0C 18 85 80 80 80 80 80 80 80 80 80 00"},
     {"ANumberThatDoesNotEnd", "0A 07 0A 01 78 12 02 18 85"},
     {"AFloatOfNoBytes", "0A 06 0A 01 78 12 01 15"},
     {"ADoubleOfNoBytes", "0A 06 0A 01 78 12 01 41"},

@@ -342,7 +342,9 @@ TEST_F(gRPCGatewayClientTest, NothingIsSentAfterTheStop) {
   standin::KeyValueList changes;
   changes.addInt("a", 1);
   host.failCall(standin::Operation::KeyValueListForEach);
+  const Journal before = log();
   EXPECT_NO_THROW(client->sendParams(&changes));
+  EXPECT_EQ(log(), before);
   client.reset();
   EXPECT_FALSE(server.hasEvent("SetParams "));
 }

@@ -112,12 +112,12 @@ TEST_F(ConfigAllocation, AnEntryWithoutMemoryForItsWordsIsLoggedLikeAnOpenQuote)
 }
 
 TEST_F(ConfigAllocation, TheMemoryOfAnEntrysWordsIsReleased) {
-  write("main.conf", std::string(targets) + "[MetersInt]\nMeter=Key=a\nMeter=Unknown=b\n");
+  write("main.conf", std::string(targets) + "[MetersInt]\nMeter=Key=a\nMeter=Unknown=b\nMeter=\n");
   const FailingRequest none(mallocHeap(), 0);
   readPath("main.conf");
-  // Each entry takes two blocks.
-  EXPECT_EQ(mallocHeap().requests, 4);
-  EXPECT_EQ(mallocHeap().returned, 4);
+  // Each entry takes two blocks, even without words.
+  EXPECT_EQ(mallocHeap().requests, 6);
+  EXPECT_EQ(mallocHeap().returned, 6);
 }
 
 }  // namespace

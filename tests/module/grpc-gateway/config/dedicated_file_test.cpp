@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
+#include <vector>
 
 #include "tests/module/grpc-gateway/config/config_fixture.h"
 
@@ -275,7 +277,8 @@ TEST_F(ConfigDedicatedFile, ItOverridesEarlierSettingsAndLaterOnesOverrideIt) {
 
 TEST_F(ConfigDedicatedFile, EachFileLineReadsItAgain) {
   write("extra.conf", "[Meters]\nTarget=m:1\n");
-  EXPECT_EQ(readSound(guarded(".", "File=extra.conf\nFile=extra.conf\n")), sound());
+  const std::string line = guarded(".", "File=extra.conf\n");
+  EXPECT_EQ(readSound(line + "[Meters]\nTarget=m:2\n" + line), sound());
   EXPECT_EQ(log(), (Lines{reading("extra.conf"), done(1), reading("extra.conf"), done(1)}));
 }
 
@@ -337,6 +340,15 @@ class FewDescriptors {
   FewDescriptors(const FewDescriptors&) = delete;
   FewDescriptors& operator=(const FewDescriptors&) = delete;
 
+  // How many more files can be opened.
+  static std::size_t left() {
+    std::vector<std::ifstream> files;
+    do {
+      files.emplace_back("/dev/null");
+    } while (files.back().is_open());
+    return files.size() - 1;
+  }
+
  private:
   rlimit before_{};
 };
@@ -344,16 +356,17 @@ class FewDescriptors {
 TEST_F(ConfigDedicatedFile, AFileThatNamesItselfIsReadUntilNoMoreFilesCanBeOpened) {
   write("self", "[MetersInt]\n" + guarded("self", "File=self\n"));
   write("main.conf", targets + guarded("self", "File=self\n"));
+  std::size_t depth = 0;  // one of the files is main.conf, and one reading fails
   {
     const FewDescriptors few;
+    depth = few.left();
     EXPECT_EQ(readPath("main.conf"), sound());
   }
   const Lines lines = log();
-  const auto depth = std::count(lines.begin(), lines.end(), reading("self"));
-  ASSERT_GT(depth, 2);
-  Lines expected(static_cast<std::size_t>(depth), reading("self"));
+  ASSERT_GT(depth, 20u);
+  Lines expected(depth, reading("self"));
   expected.push_back(done(0));
-  expected.resize(2 * static_cast<std::size_t>(depth), done(1));
+  expected.resize(2 * depth, done(1));
   EXPECT_EQ(lines, expected);
 }
 

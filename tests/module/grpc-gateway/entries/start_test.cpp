@@ -1,6 +1,14 @@
 // startCycle: its steps in order, what it leaves in the record, and how it refuses to start.
+#include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <set>
+#include <string>
+#include <string_view>
+#include <thread>
 
 #include "tests/module/grpc-gateway/GatewayTest.h"
 
@@ -38,13 +46,13 @@ class Start : public GatewayTest {
   // A refused start returns -1, leaves the record as it was, and keeps nothing.
   void expectRefused(int result) {
     EXPECT_EQ(result, -1);
-    EXPECT_EQ(std::memcmp(&instance.record(), &before, sizeof(before)), 0);
+    EXPECT_EQ(std::memcmp(&instance.record(), &untouched, sizeof(untouched)), 0);
     EXPECT_EQ(instance.record().privateData, nullptr);
     EXPECT_EQ(instance.record().moduleOffsets, nullptr);
     expectNothingLeft();
   }
 
-  const sonalith_module before = instance.record();
+  const sonalith_module untouched = instance.record();
 };
 
 TEST_F(Start, TheDescriptorHoldsNameEntriesAndCode) {
@@ -202,6 +210,60 @@ TEST_F(Start, TheRecordShowsTheEngineSlotsInTheirFinalList) {
   expectNothingLeft();
 }
 
+// ---- The client thread --------------------------------------------------------------------------
+
+const std::filesystem::path tasks("/proc/self/task");
+
+std::string contentOf(const std::filesystem::path& path) {
+  std::ifstream file(path);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// The threads whose name is that of the process, as it is for all that give themselves none.
+std::set<std::filesystem::path> unnamedThreads() {
+  std::set<std::filesystem::path> threads;
+  for (const auto& task : std::filesystem::directory_iterator(tasks)) {
+    if (contentOf(task.path() / "comm") == contentOf("/proc/self/comm")) threads.insert(task);
+  }
+  return threads;
+}
+
+class ClientThread : public Start {
+ protected:
+  // The client thread is the only one left without a name, once gRPC's new threads have theirs.
+  ClientThread() {
+    const auto others = unnamedThreads();
+    EXPECT_EQ(start(empty), 0);
+    EXPECT_TRUE(host.waitUntil([&] {
+      threads = unnamedThreads();
+      for (const auto& other : others) threads.erase(other);
+      return threads.size() == 1;
+    }));
+  }
+  ~ClientThread() override { instance.stop(); }
+
+  std::set<std::filesystem::path> threads;
+};
+
+TEST_F(ClientThread, HasNoNameOfItsOwn) {
+  EXPECT_EQ(threads.size(), 1u);
+}
+
+TEST_F(ClientThread, SleepsUntilAnEventComes) {
+  ASSERT_EQ(threads.size(), 1u);
+  const auto timesAsleep = [&] {
+    constexpr std::string_view label = "\nvoluntary_ctxt_switches:";
+    const std::string status = contentOf(*threads.begin() / "status");
+    return std::stoi(status.substr(status.find(label) + label.size()));
+  };
+  const int before = timesAsleep();
+  // That nothing happens shows only over a time. A loop that polls wakes many times in it.
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  EXPECT_LE(timesAsleep() - before, 5);
+}
+
+// ---- Failures -----------------------------------------------------------------------------------
+
 TEST_F(Start, AFailedRegistrationStopsTheRunningClient) {
   host.setChoices({.registrationFails = true});
   const int result = start(engineOnly);
@@ -251,10 +313,10 @@ TEST_P(StartFails, TheFailureIsLoggedOnceAndAStopReleasesTheRest) {
   EXPECT_EQ(log().back(), "log 3 C++ exception in grpc gateway: no more");
   EXPECT_NE(instance.record().privateData, nullptr);
   EXPECT_EQ(instance.record().moduleOffsets != nullptr, step.listPublished);
-  EXPECT_EQ(instance.record().slowMeterTable, before.slowMeterTable);
-  EXPECT_EQ(instance.record().fastMeterTable, before.fastMeterTable);
-  EXPECT_EQ(instance.record().slowMeterOffsets, before.slowMeterOffsets);
-  EXPECT_EQ(instance.record().fastMeterOffsets, before.fastMeterOffsets);
+  EXPECT_EQ(instance.record().slowMeterTable, untouched.slowMeterTable);
+  EXPECT_EQ(instance.record().fastMeterTable, untouched.fastMeterTable);
+  EXPECT_EQ(instance.record().slowMeterOffsets, untouched.slowMeterOffsets);
+  EXPECT_EQ(instance.record().fastMeterOffsets, untouched.fastMeterOffsets);
   EXPECT_EQ(engine.callbackCount(), 0u);
 
   host.clearRecords();

@@ -40,15 +40,41 @@ TEST_F(Meters, ValuesOfEveryTypeReachTheirSlots) {
 }
 
 TEST_F(Meters, FastAndSlowValuesReachSlotsOfTheirOwnRate) {
-  startFlowing(
-      "[MetersInt]\nMeter=Key=both Type=fast CustomKey=both\n"
-      "Meter=Key=both Type=slow CustomKey=both\n"
-      "Meter=Key=only.fast Type=fast CustomKey=only\n");
-  deliverFast(Batch().addInt("both", 1).addInt("only.fast", 2));
-  deliverSlow(Batch().addInt("both", 3).addInt("only.fast", 4));
-  EXPECT_EQ(fast("both"), SlotValue(1));
-  EXPECT_EQ(slow("both"), SlotValue(3));
-  EXPECT_EQ(fast("only"), SlotValue(2));
+  std::string entries;
+  for (const char* type : {"Int", "Uint", "Float", "String"}) {
+    entries += Text("[Meters") + type + "]\n";
+    for (const char* entry :
+         {"only.fast Type=fast CustomKey=only", "both Type=fast CustomKey=both",
+          "both Type=slow CustomKey=both", "only.slow Type=slow CustomKey=last"}) {
+      entries += Text("Meter=Key=") + entry + type + "\n";
+    }
+  }
+  startFlowing(entries);
+  const auto batch = [](std::uint32_t number) {
+    Batch values;
+    for (const char* key : {"both", "only.fast"}) {
+      values.addInt(key, -static_cast<std::int32_t>(number))
+          .addUint(key, number)
+          .addFloat(key, 0.5f * number)
+          .addString(key, std::to_string(number));
+      ++number;
+    }
+    return values;
+  };
+  deliverFast(batch(1));
+  deliverSlow(batch(3));
+  EXPECT_EQ(fast("bothInt"), SlotValue(-1));
+  EXPECT_EQ(slow("bothInt"), SlotValue(-3));
+  EXPECT_EQ(fast("onlyInt"), SlotValue(-2));
+  EXPECT_EQ(fast("bothUint"), SlotValue(1u));
+  EXPECT_EQ(slow("bothUint"), SlotValue(3u));
+  EXPECT_EQ(fast("onlyUint"), SlotValue(2u));
+  EXPECT_EQ(fast("bothFloat"), SlotValue(0.5f));
+  EXPECT_EQ(slow("bothFloat"), SlotValue(1.5f));
+  EXPECT_EQ(fast("onlyFloat"), SlotValue(1.0f));
+  EXPECT_EQ(fast("bothString"), SlotValue("1"));
+  EXPECT_EQ(slow("bothString"), SlotValue("3"));
+  EXPECT_EQ(fast("onlyString"), SlotValue("2"));
   instance.stop();
 }
 
@@ -125,6 +151,7 @@ TEST_F(Meters, ValuesThatNoSlotCanHoldAreDropped) {
 TEST_F(Meters, ValuesOfUnknownKeysAreDropped) {
   startFlowing(oneOfEachType);
   deliverFast(Batch().addInt("I", 5).addInt("", 5).addInt("i ", 5).addInt("other", 5));
+  deliverFast(Batch().addInt(Text("i\0", 2), 5).addInt(Text("i\0x", 3), 5));
   EXPECT_EQ(fast("i"), SlotValue(std::int32_t{-1}));
   instance.stop();
 }

@@ -82,6 +82,7 @@ TEST_F(Params, AChangePassesOnlyWithTheFullNameAndTheTypeOfItsSlot) {
   KeyValueList changes;
   changes
       .addFloat("other.gain", 1)               // of another module
+      .addFloat("another.gain", 1)             // whose name is as long as this module's
       .addFloat("gain", 1)                     // without the module's name
       .addFloat("gateway.gateway_float_0", 1)  // this slot has a custom name
       .addFloat("gateway.gain.", 1)
@@ -95,6 +96,19 @@ TEST_F(Params, AChangePassesOnlyWithTheFullNameAndTheTypeOfItsSlot) {
       .addFloat("gateway.name", 1);
   notify(changes);
   expectNothingSent();
+}
+
+TEST_F(Params, GeneratedNamesTellTheTypeAndThePositionInIt) {
+  startEngineSide(
+      "[EngineInt]\nParam=Key=i.0\nParam=Key=i.1\n[EngineUint]\nParam=Key=u.0\nParam=Key=u.1\n"
+      "[EngineString]\nParam=Key=s.0\nParam=Key=s.1\n");
+  KeyValueList changes;
+  changes.addInt("gateway.gateway_int_1", 1)
+      .addUint("gateway.gateway_uint_1", 2)
+      .addString("gateway.gateway_string_1", "3");
+  notify(changes);
+  EXPECT_EQ(received(), Request().addInt("i.1", 1).addUint("u.1", 2).addString("s.1", "3").hex());
+  stopQuietly();
 }
 
 // Other spellings of a position are no names.

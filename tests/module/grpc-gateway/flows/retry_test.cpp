@@ -26,6 +26,7 @@ TEST_F(Retry, EveryStreamReturnsAfterFiveSecondsAndNothingIsLogged) {
   const auto inOrder = open("in-order");  // the server ends the call with OK
   const auto slow = open("slow");         // the same on the slow stream
   const auto failed = open("failed");     // with an error, before any message
+  const auto lasting = open("lasting");   // with an error that looks as if it would last
   const auto held = open("held");         // a message that can't be parsed, and nothing more
   const auto flooded = open("flooded");   // the same, followed by more messages
   const auto killed = open("killed");     // the server dies and is started again
@@ -38,6 +39,7 @@ TEST_F(Retry, EveryStreamReturnsAfterFiveSecondsAndNothingIsLogged) {
   inOrder->server().command("end fast OK");
   slow->server().command("end slow OK");
   failed->server().command("end fast UNAVAILABLE");
+  lasting->server().command("end fast UNIMPLEMENTED");
   held->server().command(std::string("send fast ") + unparsable);
   flooded->server().command(std::string("send fast ") + unparsable);
   flooded->server().command("send fast " + Batch().addInt("i", 3).hex() + " 0");
@@ -67,6 +69,7 @@ TEST_F(Retry, EveryStreamReturnsAfterFiveSecondsAndNothingIsLogged) {
   again["in order"] = opening(*inOrder, "fast 2", start);
   again["slow"] = opening(*slow, "slow 2", start);
   again["failed"] = opening(*failed, "fast 2", start);
+  again["lasting"] = opening(*lasting, "fast 2", start);
   again["held"] = opening(*held, "fast 2", start);
   again["flooded"] = opening(*flooded, "fast 2", start);
   again["killed"] = opening(*killed, "fast 1", start);
@@ -81,11 +84,15 @@ TEST_F(Retry, EveryStreamReturnsAfterFiveSecondsAndNothingIsLogged) {
   EXPECT_FALSE(waiting->server().hasEvent("open slow 2 "));
 
   // A stream that has returned carries values as before.
-  for (Stream* stream : {inOrder.get(), slow.get(), failed.get(), held.get(), flooded.get(),
-                         killed.get(), absent.get()}) {
+  for (Stream* stream : {inOrder.get(), slow.get(), failed.get(), lasting.get(), held.get(),
+                         flooded.get(), killed.get(), absent.get()}) {
     deliver(*stream, standin::SlotSet::Fast, Batch().addInt("i", 99), "after");
     EXPECT_EQ(stream->read(standin::SlotSet::Fast, "i"), standin::SlotValue(99));
   }
+
+  // The other stream has not been disturbed when one was opened again.
+  deliver(*inOrder, standin::SlotSet::Slow, Batch().addInt("i", 98), "still");
+  EXPECT_FALSE(inOrder->server().hasEvent("open slow 2 "));
 
   // Only the instance that was stopped has logged anything.
   EXPECT_EQ(logWithoutTags(), (Journal{
@@ -101,8 +108,8 @@ TEST_F(Retry, EveryStreamReturnsAfterFiveSecondsAndNothingIsLogged) {
                                   "log 1 Completion queue flush ended",
                               }));
 
-  for (Stream* stream : {inOrder.get(), slow.get(), failed.get(), held.get(), flooded.get(),
-                         killed.get(), absent.get()}) {
+  for (Stream* stream : {inOrder.get(), slow.get(), failed.get(), lasting.get(), held.get(),
+                         flooded.get(), killed.get(), absent.get()}) {
     stream->instance().stop();
   }
 
