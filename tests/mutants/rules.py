@@ -50,9 +50,14 @@ class Rule:
         before, after = (" ".join(text.split()) for text in (self.before, self.after))
         start = len(os.path.commonprefix([before, after]))
         end = len(os.path.commonprefix([before[start:][::-1], after[start:][::-1]]))
-        left = before[:start][-CONTEXT:]
-        right = before[len(before) - end:][:CONTEXT]
+        left = last_words(before[:start])
+        right = last_words(before[len(before) - end:][::-1])[::-1]
         return tuple(left + text[start:len(text) - end] + right for text in (before, after))
+
+
+def last_words(text):
+    """As many of the last words as fit into CONTEXT, after an ellipsis if there are more."""
+    return text if len(text) <= CONTEXT else "…" + text[-CONTEXT:].partition(" ")[2]
 
 
 def read():
