@@ -13,8 +13,9 @@ import types
 import unittest
 
 SOURCE = pathlib.Path(sys.argv.pop(1))
-sys.path += [str(SOURCE / "scripts"), str(SOURCE / "bench")]
+sys.path += [str(SOURCE / folder) for folder in ("scripts", "bench", "tests/mutants")]
 import page  # noqa: E402
+import rules  # noqa: E402
 import table  # noqa: E402
 import tables  # noqa: E402
 
@@ -145,13 +146,14 @@ class Crossing(unittest.TestCase):
 
 
 class Platforms(unittest.TestCase):
-    def row(self, release, check, result=""):
-        return {"release": release, "check": check, "platform": release.upper(), "result": result}
+    def row(self, release, check, compiler="g++", result=""):
+        return {"platform": release, "wanted": compiler, "check": check, "result": result}
 
-    def test_a_row_replaces_that_of_its_check_and_release(self):
-        rows = [self.row("b", "tests"), self.row("b", "packages"), self.row("a", "tests")]
-        new = self.row("b", "tests", "new")
-        self.assertEqual(PLATFORMS.with_row(rows, new), [rows[2], rows[1], new])
+    def test_a_row_replaces_that_of_its_check_and_platform(self):
+        rows = [self.row("b", "tests"), self.row("b", "packages"), self.row("a", "tests"),
+                self.row("b", "tests", "clang++-19")]
+        new = self.row("b", "tests", result="new")
+        self.assertEqual(PLATFORMS.with_row(rows, new), [rows[2], rows[3], rows[1], new])
 
     def test_a_result_has_the_closing_line_of_the_tests(self):
         log = "1/1 passed\n98% tests passed, 2 tests failed out of 100\nErrors\n"
@@ -168,6 +170,9 @@ class Pages(unittest.TestCase):
     def test_reliability_shows_the_platforms(self):
         page_of = PLATFORMS.PAGE
         self.assertEqual(page_of.document.read_text(), page_of.text(page_of.load()))
+
+    def test_reliability_shows_the_rules(self):
+        self.assertEqual(rules.PAGE.document.read_text(), rules.PAGE.text(rules.PAGE.load()))
 
     def test_performance_shows_what_its_data_holds(self):
         data = page.PAGE.load()

@@ -45,6 +45,13 @@ TEST(DoubleQuoted, BackslashStaysBeforeAnyOtherByte) {
 
 TEST(DoubleQuoted, CopiesAllOtherBytesUnchanged) {
   EXPECT_EQ(copyDoubleQuoted("\"$a `b` 'c'\t\n#\0\""sv), gives("$a `b` 'c'\t\n#\0"sv));
+  for (int value = 0; value < 256; ++value) {
+    const char byte = static_cast<char>(value);
+    if (byte == '"' || byte == '\\') continue;
+    const std::string text = {byte, 'a', byte};
+    SCOPED_TRACE(testing::PrintToString(text));
+    expectExactRoom(copyDoubleQuoted, "\"" + text + "\"", gives(text));
+  }
 }
 
 TEST(DoubleQuoted, CombinesRunsAndEscapes) {
