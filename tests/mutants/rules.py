@@ -15,6 +15,7 @@ FOLDER = pathlib.Path(__file__).parent / "rules"
 DATA = "docs/rules.json"
 DOCUMENT = "docs/reliability.md"
 CONTEXT = 30  # characters of the source shown on each side of a fault
+LONGEST = 160  # characters of a fault that are shown
 
 
 @dataclasses.dataclass(frozen=True)
@@ -76,13 +77,17 @@ def by_file(themes):
 # ---- The table ----------------------------------------------------------------------------------
 
 
+def shortened(text):
+    return text if len(text) <= LONGEST else f"{text[:LONGEST // 2]} … {text[-LONGEST // 2:]}"
+
+
 def code(text):
     """Markdown's code, whatever stands in the text."""
     return f"`` {text} ``" if "`" in text else f"`{text}`"
 
 
 def row(rule, result):
-    before, after = rule.fault()
+    before, after = map(shortened, rule.fault())
     return {"theme": rule.theme, "rule": rule.rule, "test": rule.test,
             "fault": f"{pathlib.Path(rule.file).name}: {code(before)} → {code(after or ' ')}",
             "seen": result.state == "killed"}
@@ -91,9 +96,9 @@ def row(rule, result):
 def page(data):
     """The lines between the marks of the document."""
     rows = data["rows"]
-    unseen = sum(not each["seen"] for each in rows)
-    yield from (f"{measuring.counted(len(rows), 'rules')}, {measuring.counted(unseen, 'faults')} "
-                f"that no test notices. Run on {data['day']}.", "")
+    seen = sum(each["seen"] for each in rows)
+    yield from (f"The tests noticed {measuring.share(seen, len(rows), 'faults')} on {data['day']}.",
+                "")
     for theme in dict.fromkeys(each["theme"] for each in rows):
         cells = [[each["rule"], code(re.sub(r"^\w+ ", "", each["test"])), each["fault"],
                   "it fails" if each["seen"] else "**it does not notice**"]
