@@ -49,7 +49,7 @@ class Rules(unittest.TestCase):
                 self.assertEqual(rule.before.count("\n"), rule.after.count("\n"))
 
     def exists(self, test):
-        """`test` is as a filter has it: Prefix/Suite.Case/* or Suite/3.Case for a suite of types."""
+        """`test` is as in a filter: Prefix/Suite.Case/*, or Suite/3.Case for a suite of types."""
         suite, case = test.split(".")
         case = case.split("/")[0]
         return any((part, case) in self.TESTS for part in suite.split("/"))
