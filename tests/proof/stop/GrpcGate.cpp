@@ -6,6 +6,7 @@
 #include <grpcpp/client_context.h>
 #include <grpcpp/completion_queue.h>
 #include <grpcpp/support/channel_arguments.h>
+#include <pthread.h>
 
 #include <atomic>
 #include <condition_variable>
@@ -413,6 +414,9 @@ GrpcUse grpcUse() {
 void join(std::thread* thread) {
   static auto* const real = theirs<decltype(join)>(JOIN);
   if (joinFails) {
+    // The thread has ended, but counts as joinable. If it still ran, it could find the queue
+    // destroyed, and end the process in another way than the one that is tested.
+    pthread_join(thread->native_handle(), nullptr);
     throw std::system_error(std::make_error_code(std::errc::invalid_argument), JoinFault::text);
   }
   real(thread);

@@ -88,7 +88,8 @@ class GrpcGate {
   std::unique_ptr<State> state_;
 };
 
-// While it exists, std::thread::join throws std::system_error with this text.
+// While it exists, std::thread::join waits for the thread, and then throws std::system_error with
+// this text. The thread stays joinable.
 class JoinFault {
  public:
   JoinFault();
