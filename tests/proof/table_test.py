@@ -4,6 +4,7 @@ chosen for docs/performance.md, and that both pages show what their data holds.
 Usage: table_test.py SOURCE_FOLDER
 """
 
+import argparse
 import math
 import pathlib
 import re
@@ -154,6 +155,15 @@ class Platforms(unittest.TestCase):
                 self.row("b", "tests", "clang++-19")]
         new = self.row("b", "tests", result="new")
         self.assertEqual(PLATFORMS.with_row(rows, new), [rows[2], rows[3], rows[1], new])
+
+    def test_a_platform_has_a_release_and_an_architecture_or_a_compiler(self):
+        platform = PLATFORMS.Platform
+        self.assertEqual(platform.of("a"), platform("a", "", "g++"))
+        self.assertEqual(platform.of("a:clang++-19"), platform("a", "", "clang++-19"))
+        self.assertEqual(platform.of("a/arm64"), platform("a", "arm64", "g++"))
+        for wrong in ("", "a/amiga", "a/arm64:g++-12", "a:vc", "a b"):
+            with self.assertRaises(argparse.ArgumentTypeError, msg=wrong):
+                platform.of(wrong)
 
     def test_a_result_has_the_closing_line_of_the_tests(self):
         log = "1/1 passed\n98% tests passed, 2 tests failed out of 100\nErrors\n"
