@@ -36,8 +36,10 @@ enum class Outcome {
 
 inline Outcome outcomeOf(const Allocation& request) {
   const Callers& callers = request.callers;
-  // A conversion catches every exception, also one thrown while another was being made.
-  if (request.throws) return callers.include("__throw_") ? Outcome::Nothing : Outcome::Raises;
+  // A conversion catches every exception, also one thrown while another was being made. The
+  // translation of an exception's message does without memory.
+  if (callers.include("__throw_")) return Outcome::Nothing;
+  if (request.throws) return Outcome::Raises;
   const bool isNested = callers.count("ini_parse") > 1;
   if (callers.include("c_shquote_parse_argv")) {
     return isNested ? Outcome::DedicatedFails : Outcome::BadLine;
