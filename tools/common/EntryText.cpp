@@ -14,7 +14,8 @@ constexpr std::string_view blanks = " \t\v\f\r";
 // Some of these bytes don't need quotes, but with quotes nobody has to wonder.
 bool needsQuotes(std::string_view text) {
   return std::any_of(text.begin(), text.end(), [](char byte) {
-    return (byte >= 0 && byte <= ' ') || "\"'\\`$#;\x7f"sv.find(byte) != std::string_view::npos;
+    return static_cast<unsigned char>(byte) <= ' ' ||
+           "\"'\\`$#;\x7f"sv.find(byte) != std::string_view::npos;
   });
 }
 
