@@ -22,6 +22,7 @@ SOURCE = pathlib.Path(sys.argv[1]).resolve()
 PATTERNS = sys.argv[2:]
 SHORTER = (
     (r"^scripts/prove$", "scripts/prove --quick"),
+    (r"^scripts/prove --soak 480\b", "scripts/prove --quick"),
     (r"^scripts/bench\b", "scripts/bench --quick"),
     (r"^scripts/fuzz 60$", "scripts/fuzz 1"),
     (r"--runs 10000000\b", "--runs 1000"),

@@ -13,6 +13,7 @@ PARTS = (  # in the order of the page; others follow
     "Peers on other implementations",
     "Stop in every state",
     "Cycles",
+    "Soak",
     "Hosts of every kind",
     "Host's thread",
     "Sanitizers",

@@ -85,6 +85,13 @@ struct ToolProcess::Run {
     finish(errEnded);
   }
 
+  static std::vector<std::string> textsOf(const std::vector<Line>& lines) {
+    std::vector<std::string> texts;
+    texts.reserve(lines.size());
+    for (const auto& line : lines) texts.push_back(line.text);
+    return texts;
+  }
+
   void finish(bool& ended) {
     const std::lock_guard lock(mutex);
     ended = true;
@@ -176,16 +183,15 @@ bool ToolProcess::hasLine(std::string_view prefix) const {
                      [&](const auto& line) { return line.text.starts_with(prefix); });
 }
 
-void ToolProcess::forgetLines() {
+std::vector<std::string> ToolProcess::takeLines() {
   const std::lock_guard lock(run_->mutex);
-  run_->lines.clear();
+  run_->errors.clear();
+  return Run::textsOf(std::exchange(run_->lines, {}));
 }
 
 std::vector<std::string> ToolProcess::lines() const {
   const std::lock_guard lock(run_->mutex);
-  std::vector<std::string> texts;
-  for (const auto& line : run_->lines) texts.push_back(line.text);
-  return texts;
+  return Run::textsOf(run_->lines);
 }
 
 void ToolProcess::waitError(std::string_view text) {

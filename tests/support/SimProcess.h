@@ -65,8 +65,9 @@ class ToolProcess {
   // what has arrived by then is chance: wait with waitError instead.
   std::string errors() const;
 
-  // Drops all lines so far, to save memory in long runs.
-  void forgetLines();
+  // Drops all output so far, to save memory in long runs. Returns the lines of standard output,
+  // waited for or not.
+  std::vector<std::string> takeLines();
 
   // Sends a signal. Returns from SIGSTOP when the process has stopped.
   void signal(int number);
@@ -126,7 +127,7 @@ class SimProcess {
   bool hasEvent(std::string_view prefix) const { return process_.hasLine(prefix); }
 
   // Drops all events so far, to save memory in long runs.
-  void forgetEvents() { process_.forgetLines(); }
+  void forgetEvents() { process_.takeLines(); }
 
   // Makes it quit, and returns its exit code.
   int quit();

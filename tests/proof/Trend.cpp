@@ -1,4 +1,4 @@
-#include "tests/proof/cycles/Trend.h"
+#include "tests/proof/Trend.h"
 
 #include <malloc.h>
 #include <unistd.h>
@@ -16,24 +16,8 @@ extern "C" __attribute__((weak)) size_t __sanitizer_get_current_allocated_bytes(
 namespace proof {
 namespace {
 
-// Bytes per cycle. The context of one payload alone is larger than this. A short run has too few
-// samples to distinguish so little from memory that gRPC has not freed yet.
-constexpr double heapBoundFull = 200;
-constexpr double heapBoundQuick = 4000;
-
-// In a process with the address sanitizer, the loader keeps about 4,200 bytes for each time that a
-// library with gRPC's dependencies is loaded and unloaded, even if nothing of it is called.
-constexpr double sanitizedLoad = 5000;
-
-// A page in four cycles. Not checked in short runs, nor with a sanitizer's allocator.
-constexpr double residentBoundFull = 1024;
-
-// One more thread or descriptor in a hundred cycles, or in ten.
-constexpr double countBoundFull = 0.01;
-constexpr double countBoundQuick = 0.1;
-
 double heapBytes() {
-  if (__sanitizer_get_current_allocated_bytes != nullptr) {
+  if (Trend::isSanitized()) {
     return static_cast<double>(__sanitizer_get_current_allocated_bytes());
   }
   const auto heap = mallinfo2();
@@ -52,16 +36,6 @@ double residentBytes() {
   double resident = 0;
   file >> size >> resident;
   return resident * static_cast<double>(sysconf(_SC_PAGESIZE));
-}
-
-// On a busy machine gRPC starts threads to clean up after a stop, and ends them when they are idle.
-// No event announces that.
-void awaitThreads(std::size_t most) {
-  const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-  constexpr std::chrono::milliseconds aMoment(1);
-  while (tools::processUse().threads > most && std::chrono::steady_clock::now() < giveUp) {
-    std::this_thread::sleep_for(aMoment);
-  }
 }
 
 Measured firstAndLast(const char* what, const Line& line, double factor, const char* unit) {
@@ -87,8 +61,22 @@ double Line::slope() const {
   return spread == 0 ? 0 : (count_ * xy_ - x_ * y_) / spread;
 }
 
+bool Trend::isSanitized() {
+  return __sanitizer_get_current_allocated_bytes != nullptr;
+}
+
+// On a busy machine gRPC starts threads to clean up after a stop, and ends them when they are idle.
+// No event announces that.
+void Trend::awaitFewThreads() const {
+  const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  constexpr std::chrono::milliseconds aMoment(1);
+  while (tools::processUse().threads > fewestThreads_ &&
+         std::chrono::steady_clock::now() < giveUp) {
+    std::this_thread::sleep_for(aMoment);
+  }
+}
+
 void Trend::sample() {
-  awaitThreads(fewestThreads_);
   const auto use = tools::processUse();
   fewestThreads_ = std::min(fewestThreads_, use.threads);
   if (samples_++ < warmUp_) return;
@@ -99,18 +87,18 @@ void Trend::sample() {
   descriptors_.add(x, static_cast<double>(use.descriptors));
 }
 
-std::vector<Measured> Trend::figures() const {
-  const bool isSanitized = __sanitizer_get_current_allocated_bytes != nullptr;
-  const double heapBound =
-      (isFull() ? heapBoundFull : heapBoundQuick) + (isSanitized ? sanitizedLoad : 0);
-  const double countBound = isFull() ? countBoundFull : countBoundQuick;
-  auto resident = measured("resident memory per cycle", resident_.slope(), "+.1f", "B");
-  if (isFull() && !isSanitized) resident.limit = residentBoundFull;
+std::vector<Measured> Trend::figures(const TrendLimits& limits) const {
+  const auto slope = [&](const std::string& what, const Line& line, const char* format,
+                         const char* unit) {
+    return measured(what + " per " + period_, line.slope(), format, unit);
+  };
+  auto resident = slope("resident memory", resident_, "+.1f", "B");
+  if (!isSanitized()) resident.limit = limits.resident;
   return {
-      measured("heap per cycle", heap_.slope(), "+.1f", "B").within(heapBound),
+      slope("heap", heap_, "+.1f", "B").within(limits.heap),
       resident,
-      measured("threads per cycle", threads_.slope(), "+.4f", "").within(countBound),
-      measured("descriptors per cycle", descriptors_.slope(), "+.4f", "").within(countBound),
+      slope("threads", threads_, "+.4f", "").within(limits.threads),
+      slope("descriptors", descriptors_, "+.4f", "").within(limits.descriptors),
       firstAndLast("heap", heap_, 1e3, "KB"),
       firstAndLast("resident memory", resident_, 1e6, "MB"),
       firstAndLast("threads", threads_, 1, ""),
