@@ -32,7 +32,6 @@ class StreamWatch {
   using Clock = std::chrono::steady_clock;
   // Reads a slot of the ring; 0 if nothing has arrived there.
   using Read = std::function<std::int32_t(Number slot)>;
-
   using Now = std::function<Clock::time_point()>;
 
   StreamWatch(Course course, Read read, Now now = Clock::now)
@@ -54,6 +53,8 @@ class StreamWatch {
 
   // When the latest number was first seen; long ago if none was.
   Clock::time_point latest() const { return latest_; }
+  // How late the newest number is by now: hardly, unless the stream is closed or messages wait.
+  Clock::duration lateness() const { return now_() - timeOf(newest_); }
   // How many numbers were sent up to the newest one, and what became of them.
   std::uint64_t sent() const { return seen_ + inGaps_ + unknown_; }
   std::uint64_t seen() const { return seen_; }
