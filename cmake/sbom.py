@@ -1,5 +1,5 @@
 #!/usr/bin/env -S python3 -B
-"""Writes the SBOM of a linked binary, as SPDX 2.3 and as CycloneDX 1.5.
+"""Writes the SBOM of a linked binary, as SPDX 3.0.1 and as CycloneDX 1.6.
 
 It lists what the binary is made of besides this project's own sources:
 
@@ -30,8 +30,10 @@ import time
 import urllib.parse
 import uuid
 
-ROLES = {"dynamic": "DYNAMIC_LINK", "static": "STATIC_LINK", "compiled": "CONTAINS",
-         "embedded": "CONTAINS"}  # each with its relationship in SPDX
+# Each with its relationship in SPDX, and the phase that this relationship applies to. The code of
+# headers ends up in the binary, so these are contained: tools may ignore what only a build needs.
+ROLES = {"dynamic": ("hasDynamicLink", "runtime"), "static": ("hasStaticLink", "build"),
+         "compiled": ("contains", None), "embedded": ("contains", None)}
 LICENSES = {"The MIT License (MIT)": "MIT"}  # the first line of the text, and its SPDX identifier
 
 
@@ -47,8 +49,11 @@ class Component:
 
     def reference(self):
         """Returns an identifier that is unique within the document."""
-        hashes = [hashlib.sha256(file.read_bytes()).hexdigest() for file in self.files]
-        return self.purl or f"file:{self.name}:{hashes[0]}"
+        return self.purl or f"file:{self.name}:{sha256(self.files[0])}"
+
+
+def sha256(file):
+    return hashlib.sha256(file.read_bytes()).hexdigest()
 
 
 # ---- What the binary was linked from -------------------------------------------------------------
@@ -280,73 +285,80 @@ def identifier(document):
     return uuid.uuid5(uuid.NAMESPACE_URL, json.dumps(document)).urn
 
 
-def hashes(file):
-    data = file.read_bytes()
-    return {"SHA1": hashlib.sha1(data).hexdigest(), "SHA256": hashlib.sha256(data).hexdigest()}
+class Graph:
+    """The elements of an SPDX document, by identifiers derived from their contents."""
+
+    def __init__(self, arguments):
+        self.creation = {
+            "type": "CreationInfo", "@id": "_:creation", "specVersion": "3.0.1",
+            # The format demands a time.
+            "created": time.strftime("%Y-%m-%dT%H:%M:%SZ", time.gmtime(arguments.epoch))}
+        self.elements = {}
+        # The format demands an agent, too, which a tool is not.
+        agent = self.add("SoftwareAgent", name="build of grpc-gateway")
+        tool = self.add("Tool", name=f"grpc-gateway-sbom-{arguments.version}")
+        self.creation |= {"createdBy": [agent], "createdUsing": [tool]}
+
+    def add(self, kind, **members):
+        """Adds an element with those members that are not empty, and returns its identifier."""
+        members = {name: value for name, value in members.items() if value}
+        name = identifier([self.creation, kind, members])
+        self.elements[name] = {"type": kind, "spdxId": name, "creationInfo": "_:creation",
+                               **members}
+        return name
+
+    def relate(self, origin, kind, targets, scope=None, **members):
+        if targets:
+            self.add("LifecycleScopedRelationship" if scope else "Relationship", scope=scope,
+                     relationshipType=kind, to=targets, **members, **{"from": origin})
+
+    def add_license(self, expression):
+        return self.add("simplelicensing_LicenseExpression",
+                        simplelicensing_licenseExpression=expression)
+
+    def add_component(self, component):
+        package = self.add(
+            "software_Package", name=component.name, software_packageVersion=component.version,
+            software_packageUrl=component.purl,
+            software_sourceInfo=component.source and
+            f"built from the source package {component.source}",
+            comment="; ".join(f"{role}: {', '.join(sorted(whats))}"
+                              for role, whats in sorted(component.roles.items())))
+        self.relate(package, "contains", [self.add("software_File", name=file.name, verifiedUsing=[
+            {"type": "Hash", "algorithm": "sha256", "hashValue": sha256(file)}])
+            for file in component.files])
+        if component.license:
+            self.relate(package, "hasDeclaredLicense", [self.add_license(component.license)])
+        return package
+
+    def add_document(self, name, described):
+        """Adds the document, which consists of all other elements."""
+        sbom = self.add("software_Sbom", software_sbomType=["build"], rootElement=[described],
+                        element=[*self.elements])
+        self.add("SpdxDocument", name=name, dataLicense=self.add_license("CC0-1.0"),
+                 profileConformance=["core", "software", "simpleLicensing"], rootElement=[sbom],
+                 element=[*self.elements])
 
 
-def spdx_name(text):
-    return "SPDXRef-" + re.sub(r"[^A-Za-z0-9.-]", "-", text)
-
-
-def spdx_files(component):
-    for file in component.files:
-        yield {
-            "fileName": f"./{file.name}",
-            "SPDXID": spdx_name(f"File-{component.name}-{file.name}-{hashes(file)['SHA1']}"),
-            "checksums": [{"algorithm": algorithm, "checksumValue": value}
-                          for algorithm, value in hashes(file).items()],
-        }
-
-
-def spdx_package(component):
-    package = {"name": component.name, "SPDXID": spdx_name(component.reference()),
-               "downloadLocation": "NOASSERTION", "filesAnalyzed": bool(component.files),
-               "licenseDeclared": component.license or "NOASSERTION",
-               "comment": "; ".join(f"{role}: {', '.join(sorted(whats))}"
-                                    for role, whats in sorted(component.roles.items()))}
-    if component.version:
-        package["versionInfo"] = component.version
-    if component.source:
-        package["sourceInfo"] = f"built from the source package {component.source}"
-    if component.purl:
-        package["externalRefs"] = [{"referenceCategory": "PACKAGE-MANAGER",
-                                    "referenceType": "purl",
-                                    "referenceLocator": component.purl}]
-    if component.files:
-        sums = "".join(sorted(hashes(file)["SHA1"] for file in component.files))
-        package["packageVerificationCode"] = {
-            "packageVerificationCodeValue": hashlib.sha1(sums.encode()).hexdigest()}
-    return package
+def own_purpose(arguments):
+    return "library" if arguments.binary.suffix == ".so" else "application"
 
 
 def spdx(arguments, found):
-    name = arguments.binary.name
-    own = {"name": name, "SPDXID": spdx_name(name), "versionInfo": arguments.version,
-           "downloadLocation": "NOASSERTION", "filesAnalyzed": False,
-           "externalRefs": [{"referenceCategory": "OTHER", "referenceType": "build-id",
-                             "referenceLocator": build_id(arguments)}]}
-    related = [("SPDXRef-DOCUMENT", "DESCRIBES", own["SPDXID"])]
-    for component in found:
-        for relation in sorted({ROLES[role] for role in component.roles}):
-            related.append((own["SPDXID"], relation, spdx_name(component.reference())))
-        for file in spdx_files(component):
-            related.append((spdx_name(component.reference()), "CONTAINS", file["SPDXID"]))
-    document = {
-        "spdxVersion": "SPDX-2.3",
-        "dataLicense": "CC0-1.0",
-        "SPDXID": "SPDXRef-DOCUMENT",
-        "name": f"{name}-{arguments.version}",
-        # The format demands a time.
-        "creationInfo": {"created": time.strftime("%Y-%m-%dT%H:%M:%SZ",
-                                                  time.gmtime(arguments.epoch)),
-                         "creators": [f"Tool: grpc-gateway-sbom-{arguments.version}"]},
-        "packages": [own, *map(spdx_package, found)],
-        "files": [file for component in found for file in spdx_files(component)],
-        "relationships": [dict(zip(("spdxElementId", "relationshipType", "relatedSpdxElement"),
-                                   relation)) for relation in related],
-    }
-    return {**document, "documentNamespace": identifier(document)}
+    graph, name = Graph(arguments), arguments.binary.name
+    own = graph.add(
+        "software_Package", name=name, software_packageVersion=arguments.version,
+        software_primaryPurpose=own_purpose(arguments),
+        externalIdentifier=[{"type": "ExternalIdentifier", "externalIdentifierType": "other",
+                             "identifier": build_id(arguments), "comment": "build ID"}])
+    packages = [graph.add_component(component) for component in found]
+    for role, (relation, scope) in ROLES.items():
+        targets = [package for package, component in zip(packages, found)
+                   if role in component.roles]
+        graph.relate(own, relation, targets, scope, comment=role)
+    graph.add_document(f"{name}-{arguments.version}", own)
+    return {"@context": "https://spdx.org/rdf/3.0.1/spdx-context.jsonld",
+            "@graph": [graph.creation, *graph.elements.values()]}
 
 
 def cyclonedx_component(component):
@@ -366,20 +378,20 @@ def cyclonedx_component(component):
                                    "value": component.source})
     if component.files:
         made["components"] = [{"type": "file", "name": file.name,
-                               "hashes": [{"alg": "SHA-256", "content": hashes(file)["SHA256"]}]}
+                               "hashes": [{"alg": "SHA-256", "content": sha256(file)}]}
                               for file in component.files]
     return made
 
 
 def cyclonedx(arguments, found):
     name = arguments.binary.name
-    own = {"type": "library" if name.endswith(".so") else "application", "name": name,
+    own = {"type": own_purpose(arguments), "name": name,
            "bom-ref": name, "version": arguments.version,
            "properties": [{"name": "grpc-gateway:build-id", "value": build_id(arguments)}]}
     references = [component.reference() for component in found]
     document = {
         "bomFormat": "CycloneDX",
-        "specVersion": "1.5",
+        "specVersion": "1.6",
         "version": 1,
         "metadata": {"component": own},
         "components": [cyclonedx_component(component) for component in found],
