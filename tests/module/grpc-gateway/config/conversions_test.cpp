@@ -182,7 +182,8 @@ TEST_F(ConfigDefault, AFloatBeyondItsRangeIsRefused) {
 }
 
 TEST_F(ConfigDefault, AFloatTooSmallForItsRangeIsRefused) {
-  EXPECT_EQ(asFloat("1.17549435e-38"), std::numeric_limits<float>::min());
+  // Just below that, processors disagree: some judge the exact number, others the rounded one.
+  EXPECT_EQ(asFloat("1.1754944e-38"), std::numeric_limits<float>::min());
   EXPECT_EQ(asFloat("1e-46"), refused);
   EXPECT_EQ(asFloat("-1e-46"), refused);
   EXPECT_EQ(asFloat("1e-999"), refused);
