@@ -25,7 +25,7 @@ struct Course {
   std::chrono::milliseconds interval;
   // How many slots the numbers take in turn. A slot that several gaps leave without a new number
   // must still not be behind by half a recording, so this is a small part of it.
-  Number ring;      // how many slots the numbers take in turn
+  Number ring;
   Number recorded;  // how many numbers the recording spans, a multiple of `ring`
   Number firstEnd;  // the last number before the stream first ends
   Number endEvery;  // between one end and the next
