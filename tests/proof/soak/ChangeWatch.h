@@ -1,5 +1,5 @@
-// Judges whether each change of a parameter reached the engine service. Changes have numbers from 1
-// on. None may arrive twice, and none that was not sent. A fault that ends the service's connections
+// Judges whether each change of a parameter reached the engine service. Changes are numbered from
+// 1. None may arrive twice, and none that was not sent. A fault that ends the service's connections
 // may lose changes in a row, from about its time on and for at most three minutes. The order does
 // not matter, since calls are independent of each other.
 //
